@@ -1,0 +1,40 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "ClientCommunications/Interface.h"
+#include "Platform/Time.h"
+
+namespace Ombry::ClientCommunications {
+
+/// What is remembered of a server that failed; the defaults are those of a server in good health.
+struct FailureInfo {
+    bool failed = false;
+    bool isLocal = true;
+    TimePoint nextRetryTime{};
+    int failureCount = 0;
+};
+
+/// The memory of failures, by service id. May be called from several threads at once.
+class IFailedServices : public Interface {
+public:
+    virtual FailureInfo Get(const std::string& id) = 0;
+    virtual void RecordFailure(const std::string& id, bool isLocal) = 0;
+    virtual void Remove(const std::string& id) = 0;
+};
+
+/// A row of delays. One thread at a time.
+class IRetryDelayIterator : public Interface {
+public:
+    virtual Duration Next() = 0;
+    virtual void Reset() = 0;
+};
+
+class IRetryDelayIteratorFactory {
+public:
+    virtual ~IRetryDelayIteratorFactory() = default;
+    virtual std::unique_ptr<IRetryDelayIterator> Create() = 0;
+};
+
+}  // namespace Ombry::ClientCommunications

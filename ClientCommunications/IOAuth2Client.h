@@ -1,0 +1,20 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "Cancellation/Token.h"
+#include "ClientCommunications/IRootRequestMetaData.h"
+#include "ClientCommunications/OAuth2Token.h"
+
+namespace Ombry::ClientCommunications {
+
+/// Gets bearer tokens. May be called from several threads at once.
+class IOAuth2Client : public Interface {
+public:
+    virtual OAuth2Token GetToken(const std::string& serviceName,
+                                 std::shared_ptr<IRootRequestMetaData> metaData,
+                                 Cancellation::Token token) = 0;
+};
+
+}  // namespace Ombry::ClientCommunications

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "ClientCommunications/Interface.h"
+
+namespace Ombry::ClientCommunications {
+
+/// The identity of the outside operation that a call serves: pairs that travel as "SF-Root-" headers. Not
+/// changed once made, and so shared freely between threads.
+class IRootRequestMetaData : public Interface {
+public:
+    virtual bool HasValue(const std::string& key) const = 0;
+    /// `std::out_of_range` for an absent key.
+    virtual std::string GetValue(const std::string& key) const = 0;
+    /// In ascending byte order of the keys.
+    virtual void ForEachValue(
+        std::function<void(const std::string& key, const std::string& value)> callback) const = 0;
+};
+
+}  // namespace Ombry::ClientCommunications

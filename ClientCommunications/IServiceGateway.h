@@ -1,0 +1,31 @@
+#pragma once
+
+#include <memory>
+
+#include "ClientCommunications/IServiceRequest.h"
+#include "ClientCommunications/IServiceResponse.h"
+#include "ClientCommunications/ISyncWriter.h"
+
+namespace Ombry::ClientCommunications {
+
+/// Makes calls. Every HTTP status comes back as a response; the lack of an answer is an exception:
+/// `CommunicationsError` or `Cancellation::TimeoutException` where another server may help,
+/// `Cancellation::OperationCancelledException` when the token fired, `std::runtime_error` where nothing will.
+/// May be called from several threads at once.
+class IServiceGateway : public Interface {
+public:
+    virtual std::shared_ptr<IStringServiceResponse> CallForString(std::shared_ptr<IServiceRequest> request,
+                                                                  Cancellation::Token token) = 0;
+    virtual std::shared_ptr<IStreamServiceResponse> CallForStream(std::shared_ptr<IServiceRequest> request,
+                                                                  std::shared_ptr<ISyncWriter> writer,
+                                                                  Cancellation::Token token) = 0;
+};
+
+/// Makes a gateway to one instance of a service.
+class IHttpClientServiceGatewayFactory {
+public:
+    virtual std::shared_ptr<IServiceGateway> Create(std::shared_ptr<IService> service) = 0;
+    virtual ~IHttpClientServiceGatewayFactory() = default;
+};
+
+}  // namespace Ombry::ClientCommunications

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "ClientCommunications/IService.h"
+
+namespace Ombry::ClientCommunications {
+
+/// What came back, whatever its HTTP status. Immutable.
+class IServiceResponse : public Interface {
+public:
+    virtual int GetStatusCode() const = 0;
+    /// The service that answered.
+    virtual std::shared_ptr<IService> GetService() const = 0;
+    /// Names of response headers are found in any case.
+    virtual bool HasHeader(const std::string& name) const = 0;
+    /// `std::out_of_range` for an absent header, unlike a request's.
+    virtual std::string GetHeader(const std::string& name) const = 0;
+    virtual void ForEachHeader(
+        std::function<void(const std::string& name, const std::string& value)> callback) const = 0;
+};
+
+/// A response whose whole body is in memory.
+class IStringServiceResponse : public IServiceResponse {
+public:
+    virtual std::string GetBody() const = 0;
+};
+
+/// A response whose good body went to the caller's writer; `GetBody` holds only that of a status of 300 or
+/// above.
+class IStreamServiceResponse : public IServiceResponse {
+public:
+    virtual std::string GetBody() const = 0;
+};
+
+}  // namespace Ombry::ClientCommunications

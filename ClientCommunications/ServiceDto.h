@@ -1,0 +1,34 @@
+#pragma once
+
+#include <list>
+#include <string>
+
+#include "ObjectMapping/MapperIf.h"
+
+namespace Ombry::ClientCommunications {
+
+/// An instance of a service as it travels and is stored.
+class ServiceDto : public ObjectMapping::ObjectIf {
+public:
+    class Property : public ObjectMapping::ObjectIf {
+    public:
+        void Map(ObjectMapping::MapperIf& mapper) override;
+        void Reset() override;
+
+        std::string key;
+        std::string value;
+    };
+
+    void Map(ObjectMapping::MapperIf& mapper) override;
+    void Reset() override;
+
+    std::string serviceHostname;
+    std::string serviceNamespace;
+    std::string id;
+    std::string serviceName;
+    std::string endpointUrl;
+    std::string endpointCert;  ///< Base64 text of the DER certificate to pin, or empty
+    std::list<Property> properties;
+};
+
+}  // namespace Ombry::ClientCommunications

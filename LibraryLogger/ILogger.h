@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+
+namespace Ombry::LibraryLogger {
+
+/// Where the libraries report what they do. A host application may implement it; every class takes it as a
+/// shared pointer that may be empty. All operations may be called from any thread at once, must not throw,
+/// and must not call back into the object that logs.
+class ILogger {
+public:
+    virtual ~ILogger() = default;
+
+    /// Whether messages of this level are wanted: 0 is the most detailed trace, 4 failed operations. A
+    /// message is assembled only if the answer is yes.
+    virtual bool IsEnabled(int level) = 0;
+
+    /// `file` is the source path at build time, `function` the qualified name.
+    virtual void Log(const char* file, int line, const char* function, int level,
+                     const std::string& message) = 0;
+};
+
+}  // namespace Ombry::LibraryLogger

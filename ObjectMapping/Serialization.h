@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "ObjectMapping/MapperIf.h"
+
+namespace Ombry::ObjectMapping {
+
+/// The writing direction: one text for each root value.
+class Serializer : public MapperIf {
+public:
+    /// Forgets anything produced so far.
+    virtual void Begin() = 0;
+    /// Stores the text produced and leaves the serializer reset.
+    virtual void End(std::string& text) = 0;
+};
+
+/// The reading direction. Failures are `std::runtime_error`; the object read is then left as far as it had
+/// got, and the deserializer is not used further. The messages hold the whole input, secrets included.
+class Deserializer : public MapperIf {
+public:
+    /// Parses the text and positions the mapper on the root value.
+    virtual void Begin(const std::string& text) = 0;
+    virtual void End() = 0;
+};
+
+std::shared_ptr<Serializer> CreateJSONSerializer();
+
+/// `strict`: whether a required field that the text lacks is a failure.
+std::shared_ptr<Deserializer> CreateJSONDeserializer(bool strict);
+
+/// The object as indented JSON text; "null" if `present` is given and false.
+std::string SerializeObject(ObjectIf& object, bool* present);
+
+/// Reads JSON text into the object, which is not reset first.
+void DeserializeObject(ObjectIf& object, const std::string& text, bool* present, bool strict);
+
+}  // namespace Ombry::ObjectMapping

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "OmbryZephCore/ZephIOBufferIf.h"
+
+namespace OmbryZephCore {
+
+/// A growable byte buffer that keeps its allocation: it doubles on growth, halves only past a factor of two,
+/// and grows in whole blocks of the maximum above that. Slightly changed lengths never reallocate. Belongs to
+/// one stage.
+class ZephIOBuffer : public ZephIOBufferIf {
+public:
+    /// Allocates uninitialised bytes, or returns null. Replaceable, so that tests can make allocations fail;
+    /// what it returns is released with `delete[]`.
+    using Allocator = std::uint8_t* (*)(std::uint64_t nBytes);
+
+    static constexpr std::uint32_t DefaultMinSize = 4096;
+    static constexpr std::uint32_t DefaultMaxSize = 0x1000000;
+
+    /// `nMinSize`: first allocation in bytes, 0 counts as 1. `nMaxSize`: block size for very large lengths,
+    /// at least `nMinSize`. Allocates nothing.
+    explicit ZephIOBuffer(std::uint32_t nMinSize = DefaultMinSize, std::uint32_t nMaxSize = DefaultMaxSize);
+    ~ZephIOBuffer() override;
+    ZephIOBuffer(const ZephIOBuffer&) = delete;
+    ZephIOBuffer& operator=(const ZephIOBuffer&) = delete;
+
+    std::uint32_t GetLength() const override { return m_Length; }
+    std::uint8_t* GetData() override { return m_Data; }
+    std::uint32_t SetLength(std::uint32_t nLength) override;
+
+    /// Bytes allocated.
+    std::uint32_t GetCapacity() const { return m_Capacity; }
+
+    /// Puts an allocator in place for the process and returns the one before; for tests.
+    static Allocator ReplaceAllocator(Allocator allocator);
+
+private:
+    std::uint32_t m_MinSize;
+    std::uint32_t m_MaxSize;
+    std::uint32_t m_Length = 0;
+    std::uint32_t m_Capacity = 0;
+    std::uint8_t* m_Data = nullptr;
+};
+
+}  // namespace OmbryZephCore

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+
+namespace OmbryZephCore {
+
+/// Source of a request body, called on the thread of the request.
+class ZephSyncDataReaderIf {
+public:
+    virtual ~ZephSyncDataReaderIf() = default;
+    /// Whether there is a body at all.
+    virtual bool HasData() = 0;
+    /// Bytes of the body from its beginning; 0 for unknown. Called at the start of each attempt, which begins
+    /// the body anew.
+    virtual std::uint32_t GetLength() = 0;
+    /// `*pnBytes` is the room on entry and the count on return; false means that there is no more.
+    virtual bool Read(std::uint8_t* pBuffer, std::uint32_t* pnBytes) = 0;
+};
+
+/// Sink of a response body, called on the thread of the request; the data is valid during the call.
+class ZephSyncDataWriterIf {
+public:
+    virtual ~ZephSyncDataWriterIf() = default;
+    virtual void Begin() = 0;
+    virtual void Write(const std::uint8_t* pData, std::uint32_t nBytes) = 0;
+    virtual void End() = 0;
+};
+
+}  // namespace OmbryZephCore

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <atomic>
+
+namespace Ombry::Platform {
+
+/// The production implementation of a group of operations; each platform folder defines one for every group.
+template <class Group>
+Group& Production();
+
+namespace Detail {
+template <class Group>
+inline std::atomic<Group*> replacement{nullptr};
+}
+
+/// The group in force: the production implementation unless a test replaced it. Any thread may call it.
+template <class Group>
+Group& Current() {
+    if (Group* replaced = Detail::replacement<Group>.load(std::memory_order_acquire)) return *replaced;
+    return Production<Group>();
+}
+
+namespace Testing {
+
+/// Puts `group` in the place of the current implementation for the life of this object. Not owned; it must
+/// outlive this object. Scopes nest. To be used before any thread starts that might ask for the group.
+template <class Group>
+class Replace {
+public:
+    explicit Replace(Group& group) : previous(Detail::replacement<Group>.exchange(&group)) {}
+    ~Replace() { Detail::replacement<Group>.store(previous, std::memory_order_release); }
+    Replace(const Replace&) = delete;
+    Replace& operator=(const Replace&) = delete;
+
+private:
+    Group* previous;
+};
+
+}  // namespace Testing
+}  // namespace Ombry::Platform

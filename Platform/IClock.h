@@ -1,0 +1,77 @@
+#pragma once
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+
+#include "Platform/Current.h"
+#include "Platform/Time.h"
+
+namespace Ombry::Platform {
+
+/// The clocks, and every way in which a thread lets time pass. Reading and waiting are one group, so that a
+/// test that moves the clock also ends the waits. All operations may be called from any thread.
+class IClock {
+public:
+    virtual ~IClock() = default;
+
+    /// The system clock. Administrators and time services may move it either way.
+    virtual TimePoint Now() = 0;
+
+    /// A clock that only goes forward; its zero has no meaning.
+    virtual Duration SteadyNow() = 0;
+
+    /// Waits on `condition` once, at most `atMost` of steady time. It may return early for no reason.
+    /// `lock` is held on entry and on return.
+    virtual void Wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+                      Duration atMost) = 0;
+
+    /// Sleeps for `slice` of steady time, never less.
+    virtual void Sleep(Duration slice) = 0;
+};
+
+inline IClock& Clock() {
+    return Current<IClock>();
+}
+
+/// Seconds of the system clock since 1970, rounded down.
+inline std::int64_t WallSeconds() {
+    return std::chrono::floor<std::chrono::seconds>(Clock().Now()).time_since_epoch().count();
+}
+
+/// A single wait never exceeds this: far time points stay clear of conversions that overflow.
+inline constexpr Duration LongestWait = std::chrono::hours(24 * 10);
+
+/// Waits until `predicate` holds or `length` of steady time has passed; the result is what the predicate said
+/// last. Whoever makes it true does so under the lock's mutex and notifies `condition`.
+template <class Predicate>
+bool WaitFor(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, Duration length,
+             Predicate predicate) {
+    const Duration start = Clock().SteadyNow();
+    while (!predicate()) {
+        const Duration left = length - (Clock().SteadyNow() - start);
+        if (left <= Duration::zero()) return false;
+        Clock().Wait(condition, lock, std::min(left, LongestWait));
+    }
+    return true;
+}
+
+/// Waits until `predicate` holds or the system clock has reached `deadline`; the result is what the predicate
+/// said last. A jump of the system clock is noticed when a single wait ends.
+template <class Predicate>
+bool WaitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, TimePoint deadline,
+               Predicate predicate) {
+    while (!predicate()) {
+        const TimePoint now = Clock().Now();
+        if (now >= deadline) return false;
+        // A deadline before 1970 was passed above, so the difference of two non-negative counts cannot
+        // overflow unless the clock itself stands before 1970; the sum then saturates.
+        const Duration left(
+            SaturatingAdd(deadline.time_since_epoch().count(),
+                          -std::max<std::int64_t>(now.time_since_epoch().count(), -LongestWait.count())));
+        Clock().Wait(condition, lock, std::min(left, LongestWait));
+    }
+    return true;
+}
+
+}  // namespace Ombry::Platform

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Current.h"
+#include "Platform/Result.h"
+
+namespace Ombry::Platform {
+
+/// Whether a replaced file is on the disk, with its folder's entry, before the replacement is reported done.
+enum class Durability {
+    Synced,   ///< identity, trust, configuration: must survive a power cut
+    Unsynced  ///< caches: losing one costs one call
+};
+
+/// A file that is about to take the place of another. Until `Complete` succeeds, the old file stands
+/// untouched; destruction without it leaves no trace.
+class IFileReplacement {
+public:
+    virtual ~IFileReplacement() = default;
+
+    /// Writes `data`, which must have the announced size, and renames the new file over the old. Called once.
+    virtual Result Complete(std::string_view data) = 0;
+};
+
+/// Whole-file operations on paths in UTF-8. A path that is no regular file (a folder, a symbolic link, a
+/// device) counts as one that cannot be opened. All operations may be called from any thread.
+class IFiles {
+public:
+    virtual ~IFiles() = default;
+
+    /// The whole content of a regular file.
+    virtual ValueOr<std::string> Read(const std::string& path) = 0;
+
+    /// Opens a temporary file beside `path` (mode 0600) and reserves `size` bytes for it, so that a full disk
+    /// shows here. Fails if `path` exists and is no regular file.
+    virtual ValueOr<std::unique_ptr<IFileReplacement>> BeginReplace(const std::string& path,
+                                                                    std::uint64_t size,
+                                                                    Durability durability) = 0;
+
+    /// Removes a file; never a folder.
+    virtual Result Remove(const std::string& path) = 0;
+
+    /// Renames a file; an existing target is replaced.
+    virtual Result Rename(const std::string& from, const std::string& to) = 0;
+
+    /// Names in a folder, without "." and "..", in no particular order.
+    virtual ValueOr<std::vector<std::string>> List(const std::string& directory) = 0;
+
+    /// Makes a folder and its missing parents (mode 0700 each). An existing folder is a success.
+    virtual Result CreateDirectories(const std::string& directory) = 0;
+};
+
+inline IFiles& Files() {
+    return Current<IFiles>();
+}
+
+}  // namespace Ombry::Platform

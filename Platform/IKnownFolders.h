@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+
+#include "Platform/Current.h"
+#include "Platform/Result.h"
+
+namespace Ombry::Platform {
+
+/// Where the system keeps data of programs.
+class IKnownFolders {
+public:
+    virtual ~IKnownFolders() = default;
+
+    /// The "Quennet" folder under the common program-data directory, with the system's own separator in front
+    /// of that name; UTF-16 units, as `ITextConversion` takes them.
+    virtual ValueOr<std::wstring> ProgramDataQuennet() = 0;
+
+    /// The same for data of the current user alone, by the home folder of the password database. UTF-8.
+    virtual ValueOr<std::string> CurrentUserQuennet() = 0;
+};
+
+inline IKnownFolders& KnownFolders() {
+    return Current<IKnownFolders>();
+}
+
+}  // namespace Ombry::Platform

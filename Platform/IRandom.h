@@ -1,0 +1,39 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+
+#include "Platform/Current.h"
+#include "Platform/Result.h"
+
+namespace Ombry::Platform {
+
+/// A UUID in the fields of its usual text form (RFC 9562, section 4).
+struct Guid {
+    std::uint32_t data1 = 0;
+    std::uint16_t data2 = 0;
+    std::uint16_t data3 = 0;
+    std::array<std::uint8_t, 8> data4{};
+};
+
+/// Sources of chance. All operations may be called from any thread.
+class IRandom {
+public:
+    virtual ~IRandom() = default;
+
+    /// One unpredictable word, to seed a generator with.
+    virtual std::uint32_t SeedWord() = 0;
+
+    /// Fills `bytes` from the cryptographic source of the system.
+    virtual Result Bytes(std::span<std::uint8_t> bytes) = 0;
+
+    /// A new random (version 4) UUID.
+    virtual Guid NewGuid() = 0;
+};
+
+inline IRandom& Random() {
+    return Current<IRandom>();
+}
+
+}  // namespace Ombry::Platform

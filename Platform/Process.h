@@ -1,0 +1,9 @@
+#pragma once
+
+namespace Ombry::Platform {
+
+/// What a program that handles secrets asks of the system first: files private to their owner (umask 077), no
+/// core dumps, and no SIGPIPE, so that a closed pipe is an error of a write and not the end of the process.
+void HardenProcess() noexcept;
+
+}  // namespace Ombry::Platform

@@ -1,0 +1,71 @@
+# How every target of the tree is compiled, in one place.
+#
+#   ombry_library(NAME ...)      static library of all sources of the current folder
+#   ombry_test(NAME FOLDER ...)  GoogleTest executable of all tests of one folder
+#   ombry_rapidjson              RapidJSON with the one set of macros that the whole tree shares
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+
+find_package(Threads REQUIRED)
+find_package(OpenSSL 3 REQUIRED)
+
+find_program(OMBRY_CCACHE ccache)
+if(OMBRY_CCACHE)
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${OMBRY_CCACHE}")
+endif()
+
+# Debug information for line numbers only: the test builds stay small enough for a two-core machine.
+set(CMAKE_CXX_FLAGS_DEBUG "-O0 -g1")
+
+add_library(ombry_options INTERFACE)
+target_include_directories(ombry_options INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+target_compile_options(ombry_options INTERFACE
+    -Wall -Wextra -Wpedantic -Werror -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2
+    -fstack-protector-strong
+    $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+target_link_libraries(ombry_options INTERFACE Threads::Threads)
+target_link_options(ombry_options INTERFACE -Wl,-z,relro,-z,now)
+
+if(OMBRY_SANITIZE)
+    add_compile_options(-fsanitize=${OMBRY_SANITIZE} -fno-omit-frame-pointer -O1)
+    if(OMBRY_SANITIZE MATCHES "undefined")
+        add_compile_options(-fno-sanitize-recover=all)
+    endif()
+    add_link_options(-fsanitize=${OMBRY_SANITIZE})
+endif()
+if(OMBRY_FUZZ)
+    # Every library is instrumented, so that coverage guides the fuzzer through the whole stack.
+    add_compile_options(-fsanitize=fuzzer-no-link,address,undefined,float-cast-overflow -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=address,undefined)
+endif()
+
+# RapidJSON. The macros change the library's inline code, so they stand here alone: two translation units with
+# different values would break the one-definition rule.
+#   iterative parsing: hostile nesting must not exhaust the stack
+#   no asserts: a second root value or a value without a key is stated behaviour of the writer
+find_path(OMBRY_RAPIDJSON_INCLUDE rapidjson/document.h REQUIRED)
+add_library(ombry_rapidjson INTERFACE)
+target_include_directories(ombry_rapidjson SYSTEM INTERFACE $<BUILD_INTERFACE:${OMBRY_RAPIDJSON_INCLUDE}>)
+target_compile_definitions(ombry_rapidjson INTERFACE
+    $<BUILD_INTERFACE:RAPIDJSON_PARSE_DEFAULT_FLAGS=kParseIterativeFlag>
+    $<BUILD_INTERFACE:RAPIDJSON_ASSERT\(x\)=\(\(void\)0\)>)
+
+# A folder is a library, and the library is the folder: adding a source file needs no second entry.
+function(ombry_library name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "PUBLIC;PRIVATE")
+    file(GLOB sources CONFIGURE_DEPENDS "*.cpp" "Impl/*.cpp" "Linux/*.cpp")
+    file(GLOB headers CONFIGURE_DEPENDS "*.h" "Impl/*.h")
+    if(sources)
+        add_library(${name} STATIC ${sources} ${headers})
+        target_link_libraries(${name} PUBLIC ombry_options ${arg_PUBLIC} PRIVATE ${arg_PRIVATE})
+        target_compile_options(${name} PRIVATE -Wconversion)
+    else()
+        add_library(${name} INTERFACE)
+        target_link_libraries(${name} INTERFACE ombry_options ${arg_PUBLIC})
+    endif()
+endfunction()

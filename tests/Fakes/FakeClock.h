@@ -1,0 +1,121 @@
+#pragma once
+
+#include <algorithm>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <vector>
+
+#include "Platform/IClock.h"
+
+namespace Ombry::Tests {
+
+/// A clock that moves when told. `Sleep` moves it by the slice and returns at once; `Wait` really waits,
+/// until the condition is notified or `Advance` has moved the clock past the end of the wait. Wall and steady
+/// time move together unless `SetNow` makes the wall clock jump.
+class FakeClock : public Platform::IClock {
+public:
+    explicit FakeClock(TimePoint start = TimePoint(Duration(SecondsToTicks(1'600'000'000)))) : now(start) {}
+
+    TimePoint Now() override {
+        std::lock_guard guard(mutex);
+        return now;
+    }
+
+    Duration SteadyNow() override {
+        std::lock_guard guard(mutex);
+        return steady;
+    }
+
+    void Wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+              Duration atMost) override {
+        std::unique_lock guard(mutex);
+        waits.push_back(atMost);
+        if (atMost <= Duration::zero()) return;
+        const Waiter waiter{&condition, lock.mutex(), steady + atMost, ++lastWaiter};
+        waiters.push_back(waiter);
+        changed.notify_all();
+        guard.unlock();
+        condition.wait(lock);
+        guard.lock();
+        std::erase_if(waiters, [&](const Waiter& other) { return other.id == waiter.id; });
+        changed.notify_all();
+    }
+
+    void Sleep(Duration slice) override {
+        std::function<void()> hook;
+        {
+            std::lock_guard guard(mutex);
+            sleeps.push_back(slice);
+            hook = onSleep;
+        }
+        Advance(slice);
+        if (hook) hook();
+    }
+
+    /// Moves both clocks on and wakes the waits that end by then.
+    void Advance(Duration by) {
+        std::vector<Waiter> due;
+        {
+            std::lock_guard guard(mutex);
+            now += by;
+            steady += by;
+            std::copy_if(waiters.begin(), waiters.end(), std::back_inserter(due),
+                         [&](const Waiter& waiter) { return waiter.end <= steady; });
+        }
+        for (const Waiter& waiter : due) {
+            std::lock_guard guard(*waiter.mutex);
+            waiter.condition->notify_all();
+        }
+    }
+
+    /// Makes the wall clock jump; waits do not notice.
+    void SetNow(TimePoint to) {
+        std::lock_guard guard(mutex);
+        now = to;
+    }
+
+    /// Blocks until at least `count` threads are in `Wait`.
+    void AwaitWaiters(std::size_t count) {
+        std::unique_lock guard(mutex);
+        changed.wait(guard, [&] { return waiters.size() >= count; });
+    }
+
+    /// Called after each `Sleep`, on the thread that slept.
+    void OnSleep(std::function<void()> hook) {
+        std::lock_guard guard(mutex);
+        onSleep = std::move(hook);
+    }
+
+    std::vector<Duration> Sleeps() {
+        std::lock_guard guard(mutex);
+        return sleeps;
+    }
+
+    /// The lengths that were asked of `Wait`, in order.
+    std::vector<Duration> Waits() {
+        std::lock_guard guard(mutex);
+        return waits;
+    }
+
+private:
+    struct Waiter {
+        std::condition_variable* condition;
+        std::mutex* mutex;
+        Duration end;
+        std::uint64_t id;
+    };
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    // Guarded by mutex:
+    TimePoint now;
+    Duration steady{};
+    std::vector<Waiter> waiters;
+    std::vector<Duration> sleeps;
+    std::vector<Duration> waits;
+    std::function<void()> onSleep;
+    std::uint64_t lastWaiter = 0;
+};
+
+}  // namespace Ombry::Tests
