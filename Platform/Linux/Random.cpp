@@ -1,0 +1,66 @@
+#include <sys/random.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+#include "Platform/IRandom.h"
+
+namespace Ombry::Platform {
+namespace {
+
+class LinuxRandom : public IRandom {
+public:
+    std::uint32_t SeedWord() override {
+        std::array<std::uint8_t, 4> bytes;
+        FillOrAbort(bytes);
+        return Word(bytes.data());
+    }
+
+    Result Bytes(std::span<std::uint8_t> bytes) override {
+        std::size_t filled = 0;
+        while (filled < bytes.size()) {
+            const ssize_t count = getrandom(bytes.data() + filled, bytes.size() - filled, 0);
+            if (count < 0) {
+                if (errno == EINTR) continue;
+                return Result::Failure(errno);
+            }
+            filled += static_cast<std::size_t>(count);
+        }
+        return Result::Success();
+    }
+
+    Guid NewGuid() override {
+        std::array<std::uint8_t, 16> bytes;
+        FillOrAbort(bytes);
+        Guid guid;
+        guid.data1 = Word(bytes.data());
+        guid.data2 = static_cast<std::uint16_t>(bytes[4] << 8 | bytes[5]);
+        guid.data3 = static_cast<std::uint16_t>(((bytes[6] << 8 | bytes[7]) & 0x0fff) | 0x4000);  // version 4
+        std::copy(bytes.begin() + 8, bytes.end(), guid.data4.begin());
+        guid.data4[0] = static_cast<std::uint8_t>((guid.data4[0] & 0x3f) | 0x80);  // variant of RFC 9562
+        return guid;
+    }
+
+private:
+    static std::uint32_t Word(const std::uint8_t* bytes) {
+        return static_cast<std::uint32_t>(bytes[0]) << 24 | static_cast<std::uint32_t>(bytes[1]) << 16 |
+               static_cast<std::uint32_t>(bytes[2]) << 8 | bytes[3];
+    }
+
+    /// These callers have no way to report a failure, and an identity that is not random must never be handed
+    /// out.
+    void FillOrAbort(std::span<std::uint8_t> bytes) {
+        if (!Bytes(bytes)) std::abort();
+    }
+};
+
+}  // namespace
+
+template <>
+IRandom& Production<IRandom>() {
+    static LinuxRandom random;
+    return random;
+}
+
+}  // namespace Ombry::Platform
