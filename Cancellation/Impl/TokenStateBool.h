@@ -1,0 +1,20 @@
+#pragma once
+
+#include <atomic>
+
+#include "Cancellation/Impl/TokenState.h"
+
+namespace Ombry::Cancellation::Impl {
+
+/// Stopped by `Cancel` alone.
+class TokenStateBool : public TokenState {
+public:
+    bool IsCancelled() const noexcept override;
+    void Cancel() noexcept override;
+    void ThrowIfCancelled() const override;
+
+private:
+    std::atomic<bool> cancelled{false};
+};
+
+}  // namespace Ombry::Cancellation::Impl
