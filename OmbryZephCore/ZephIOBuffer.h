@@ -34,6 +34,9 @@ public:
     static Allocator ReplaceAllocator(Allocator allocator);
 
 private:
+    std::uint64_t CapacityFor(std::uint64_t nNeed) const;
+    bool Reallocate(std::uint64_t nSize, std::uint32_t nKeep);
+
     std::uint32_t m_MinSize;
     std::uint32_t m_MaxSize;
     std::uint32_t m_Length = 0;
