@@ -5,11 +5,16 @@
 
 namespace OmbryZephCore {
 
+/// Modes of `ZephCertificateValidation`.
+inline constexpr std::int32_t ValidateNothing = 0;
+inline constexpr std::int32_t ValidateByPlatform = 1;
+inline constexpr std::int32_t ValidateByPublicKey = 2;
+
 /// The rule by which a server's certificate is accepted. Modes: 0 no validation at all, 1 the platform's own
 /// validation, 2 the server's public key must equal that of `m_Certificate`, Base64 text of a DER
 /// certificate.
 struct ZephCertificateValidation {
-    std::int32_t m_Mode = 1;
+    std::int32_t m_Mode = ValidateByPlatform;
     std::string m_Certificate;
 };
 
