@@ -1,0 +1,169 @@
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <limits>
+
+#include "Platform/IFiles.h"
+#include "Platform/Linux/Descriptor.h"
+
+namespace Ombry::Platform {
+namespace {
+
+using Linux::Descriptor;
+using Linux::Outcome;
+using Linux::Retry;
+
+/// Why something that is no regular file cannot be used as one.
+int ErrorForKind(mode_t mode) {
+    if (S_ISDIR(mode)) return EISDIR;
+    return S_ISLNK(mode) ? ELOOP : EINVAL;
+}
+
+Result CheckReplaceable(const std::string& path) {
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0) {
+        return errno == ENOENT ? Result::Success() : Result::Failure(errno);
+    }
+    return S_ISREG(status.st_mode) ? Result::Success() : Result::Failure(ErrorForKind(status.st_mode));
+}
+
+/// Reserves the space of a file. A file system that cannot reserve shows a full disk when it is written to.
+Result Reserve(int descriptor, std::uint64_t size) {
+    if (size == 0) return Result::Success();
+    if (size > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max())) return Result::Failure(EFBIG);
+    int error;
+    do {
+        error = posix_fallocate(descriptor, 0, static_cast<off_t>(size));
+    } while (error == EINTR);
+    if (error == 0 || error == EOPNOTSUPP || error == EINVAL) return Result::Success();
+    return Result::Failure(error);
+}
+
+class LinuxFileReplacement : public IFileReplacement {
+public:
+    LinuxFileReplacement(std::string path, std::uint64_t size, Linux::TemporaryFile temporary,
+                         Descriptor folder)
+        : path(std::move(path)), size(size), temporary(std::move(temporary)), folder(std::move(folder)) {}
+
+    Result Complete(std::string_view data) override {
+        if (data.size() != size || completed) return Result::Failure(EINVAL);
+        completed = true;
+        if (const Result result = Linux::WriteAll(temporary.Number(), data); !result) return result;
+        if (folder) {
+            if (const Result result = Linux::Sync(temporary.Number()); !result) return result;
+        }
+        if (const Result result = temporary.Close(); !result) return result;
+        if (const Result result = temporary.RenameTo(path); !result) return result;
+        return folder ? Linux::Sync(folder.Number()) : Result::Success();
+    }
+
+private:
+    const std::string path;
+    const std::uint64_t size;
+    Linux::TemporaryFile temporary;
+    Descriptor folder;  // the one to sync; none if the file need not survive a power cut
+    bool completed = false;
+};
+
+bool IsFolder(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+/// Makes one folder. One that exists already, or that another process made in between, is a success.
+Result MakeFolder(const std::string& path) {
+    if (mkdir(path.c_str(), 0700) == 0) {
+        // The process's mask may have taken away what the owner needs.
+        return Outcome(chmod(path.c_str(), 0700));
+    }
+    const int error = errno;
+    if (IsFolder(path)) return Result::Success();
+    return Result::Failure(error == EEXIST ? ENOTDIR : error);
+}
+
+class LinuxFiles : public IFiles {
+public:
+    ValueOr<std::string> Read(const std::string& path) override {
+        // Non-blocking only matters for a named pipe, which would wait for a writer before it can be refused.
+        const Descriptor file(Retry(
+            [&] { return open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }));
+        if (!file) return Result::Failure(errno);
+        struct stat status {};
+        if (fstat(file.Number(), &status) != 0) return Result::Failure(errno);
+        if (!S_ISREG(status.st_mode)) return Result::Failure(ErrorForKind(status.st_mode));
+        return ReadToEnd(file.Number(), static_cast<std::size_t>(status.st_size));
+    }
+
+    ValueOr<std::unique_ptr<IFileReplacement>> BeginReplace(const std::string& path, std::uint64_t size,
+                                                            Durability durability) override {
+        if (const Result result = CheckReplaceable(path); !result) return result;
+        Descriptor folder;
+        if (durability == Durability::Synced) {
+            folder = Descriptor(Retry(
+                [&] { return open(Linux::ParentOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+            if (!folder) return Result::Failure(errno);
+        }
+        auto temporary = Linux::TemporaryFile::CreateBeside(path);
+        if (!temporary) return Result::Failure(temporary.Error());
+        if (const Result result = Reserve(temporary->Number(), size); !result) return result;
+        return std::unique_ptr<IFileReplacement>(
+            std::make_unique<LinuxFileReplacement>(path, size, std::move(*temporary), std::move(folder)));
+    }
+
+    Result Remove(const std::string& path) override { return Outcome(unlink(path.c_str())); }
+
+    Result Rename(const std::string& from, const std::string& to) override {
+        return Outcome(rename(from.c_str(), to.c_str()));
+    }
+
+    ValueOr<std::vector<std::string>> List(const std::string& directory) override {
+        const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(directory.c_str()), closedir);
+        if (!folder) return Result::Failure(errno);
+        std::vector<std::string> names;
+        errno = 0;
+        while (const dirent* entry = readdir(folder.get())) {
+            const std::string_view name = entry->d_name;
+            if (name != "." && name != "..") names.emplace_back(name);
+            errno = 0;
+        }
+        if (errno != 0) return Result::Failure(errno);
+        return names;
+    }
+
+    Result CreateDirectories(const std::string& directory) override {
+        if (IsFolder(directory)) return Result::Success();
+        for (std::size_t end = directory.find('/', 1); end < directory.size();
+             end = directory.find('/', end + 1)) {
+            if (const Result result = MakeFolder(directory.substr(0, end)); !result) return result;
+        }
+        return MakeFolder(directory);
+    }
+
+private:
+    static ValueOr<std::string> ReadToEnd(int descriptor, std::size_t expected) {
+        // One byte more than expected, so that the end shows without growing once more.
+        std::string content(expected + 1, '\0');
+        std::size_t length = 0;
+        for (;;) {
+            if (length == content.size()) content.resize(content.size() * 2);
+            const ssize_t count =
+                Retry([&] { return read(descriptor, content.data() + length, content.size() - length); });
+            if (count < 0) return Result::Failure(errno);
+            if (count == 0) break;
+            length += static_cast<std::size_t>(count);
+        }
+        content.resize(length);
+        return content;
+    }
+};
+
+}  // namespace
+
+template <>
+IFiles& Production<IFiles>() {
+    static LinuxFiles files;
+    return files;
+}
+
+}  // namespace Ombry::Platform
