@@ -1,0 +1,12 @@
+#include "Platform/OpenSSLInit.h"
+
+#include <openssl/crypto.h>
+
+namespace Ombry::Platform {
+
+void InitializeOpenSSL() noexcept {
+    static const int started = OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
+    static_cast<void>(started);  // a library that did not start fails every later call by itself
+}
+
+}  // namespace Ombry::Platform
