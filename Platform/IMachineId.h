@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+
+#include "Platform/Current.h"
+
+namespace Ombry::Platform {
+
+/// What tells this machine from a copy of its disk: one of the things that machine protection depends on.
+class IMachineId {
+public:
+    virtual ~IMachineId() = default;
+
+    /// The identity that the system was given when it was installed, without line ends; empty if it has none,
+    /// as in many containers.
+    virtual std::string MachineId() = 0;
+};
+
+inline IMachineId& MachineIdentity() {
+    return Current<IMachineId>();
+}
+
+}  // namespace Ombry::Platform

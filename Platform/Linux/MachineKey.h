@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+#include "Platform/Result.h"
+
+namespace Ombry::Platform::Linux {
+
+enum class KeyScope { Machine, User };
+
+/// The 32 random bytes behind what is protected for the machine or for the current user. They lie in
+/// "Keys/protection.key" of the Quennet folder, apart from the folders that hold what they protect. Whoever
+/// gets the bytes wipes them.
+ValueOr<std::string> LoadKey(KeyScope scope);
+
+/// The same; a key that does not exist yet is made, once, also if several processes ask at the same moment. A
+/// damaged key is a failure (EBADMSG) and never replaced: all that it protects would be lost.
+ValueOr<std::string> LoadOrMakeKey(KeyScope scope);
+
+}  // namespace Ombry::Platform::Linux

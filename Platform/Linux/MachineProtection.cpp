@@ -1,0 +1,162 @@
+#include <openssl/core_names.h>
+#include <openssl/kdf.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+
+#include "Platform/IMachineId.h"
+#include "Platform/IProtection.h"
+#include "Platform/IRandom.h"
+#include "Platform/Linux/MachineKey.h"
+#include "Platform/Linux/OpenSSL.h"
+
+namespace Ombry::Platform {
+namespace {
+
+// A protected blob, all of it authenticated:
+//     1 byte    version, 1
+//    12 bytes   nonce, random
+//     n bytes   ciphertext, as long as the plain text
+//    16 bytes   tag
+// under AES-256-GCM, with the header (version and nonce) as associated data. The key is HKDF-SHA-256 (RFC
+// 5869) with the key file as input, the machine id as salt, and Label followed by the SHA-256 of the entropy
+// as info.
+constexpr char Version = 1;
+constexpr std::size_t NonceSize = 12;
+constexpr std::size_t HeaderSize = 1 + NonceSize;
+constexpr std::size_t TagSize = 16;
+constexpr std::string_view Label = "Quennet machine protection 1";
+constexpr std::size_t EntropyHashSize = 32;
+
+using CipherContext = Linux::Owned<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
+using Kdf = Linux::Owned<EVP_KDF, EVP_KDF_free>;
+using KdfContext = Linux::Owned<EVP_KDF_CTX, EVP_KDF_CTX_free>;
+
+const std::uint8_t* Bytes(std::string_view text) {
+    return reinterpret_cast<const std::uint8_t*>(text.data());
+}
+std::uint8_t* Bytes(std::string& text) {
+    return reinterpret_cast<std::uint8_t*>(text.data());
+}
+
+/// The key for one entropy, wiped when it goes.
+struct DerivedKey {
+    std::array<std::uint8_t, 32> bytes{};
+
+    DerivedKey() = default;
+    DerivedKey(const DerivedKey&) = delete;
+    DerivedKey& operator=(const DerivedKey&) = delete;
+    ~DerivedKey() { SecureWipe(bytes.data(), bytes.size()); }
+
+    bool Derive(std::string_view keyFile, std::string_view entropy) {
+        std::array<std::uint8_t, EntropyHashSize> hash;
+        if (EVP_Digest(entropy.data(), entropy.size(), hash.data(), nullptr, EVP_sha256(), nullptr) != 1) {
+            return false;
+        }
+        std::string info(Label);
+        info.append(reinterpret_cast<const char*>(hash.data()), hash.size());
+        std::string salt = MachineIdentity().MachineId();
+        const Kdf kdf(EVP_KDF_fetch(nullptr, "HKDF", nullptr));
+        const KdfContext context(kdf ? EVP_KDF_CTX_new(kdf.get()) : nullptr);
+        if (!context) return false;
+        char digest[] = "SHA256";
+        const std::array parameters{
+            OSSL_PARAM_construct_utf8_string(OSSL_KDF_PARAM_DIGEST, digest, 0),
+            OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_KEY, const_cast<char*>(keyFile.data()),
+                                              keyFile.size()),
+            OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_SALT, salt.data(), salt.size()),
+            OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_INFO, info.data(), info.size()),
+            OSSL_PARAM_construct_end()};
+        return EVP_KDF_derive(context.get(), bytes.data(), bytes.size(), parameters.data()) == 1;
+    }
+};
+
+bool Encrypt(const DerivedKey& key, std::string_view plain, std::string& blob) {
+    const CipherContext context(EVP_CIPHER_CTX_new());
+    std::uint8_t* const header = Bytes(blob);
+    std::uint8_t* const body = header + HeaderSize;
+    int length = 0;
+    return context &&
+           EVP_EncryptInit_ex(context.get(), EVP_aes_256_gcm(), nullptr, key.bytes.data(), header + 1) == 1 &&
+           EVP_EncryptUpdate(context.get(), nullptr, &length, header, HeaderSize) == 1 &&
+           EVP_EncryptUpdate(context.get(), body, &length, Bytes(plain), static_cast<int>(plain.size())) ==
+               1 &&
+           EVP_EncryptFinal_ex(context.get(), body + plain.size(), &length) == 1 &&
+           EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_GCM_GET_TAG, TagSize, body + plain.size()) == 1;
+}
+
+/// False if anything differs from what was protected; `plain` must not be used then.
+bool Decrypt(const DerivedKey& key, std::string_view blob, std::string& plain) {
+    const CipherContext context(EVP_CIPHER_CTX_new());
+    const std::uint8_t* const header = Bytes(blob);
+    const std::uint8_t* const body = header + HeaderSize;
+    std::array<std::uint8_t, TagSize> tag;
+    std::copy_n(body + plain.size(), TagSize, tag.begin());
+    int length = 0;
+    return context &&
+           EVP_DecryptInit_ex(context.get(), EVP_aes_256_gcm(), nullptr, key.bytes.data(), header + 1) == 1 &&
+           EVP_DecryptUpdate(context.get(), nullptr, &length, header, HeaderSize) == 1 &&
+           EVP_DecryptUpdate(context.get(), Bytes(plain), &length, body, static_cast<int>(plain.size())) ==
+               1 &&
+           EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_GCM_SET_TAG, TagSize, tag.data()) == 1 &&
+           EVP_DecryptFinal_ex(context.get(), Bytes(plain) + plain.size(), &length) == 1;
+}
+
+Linux::KeyScope ScopeOf(std::uint32_t flags) {
+    return flags & IMachineProtection::LocalMachine ? Linux::KeyScope::Machine : Linux::KeyScope::User;
+}
+
+class LinuxMachineProtection : public IMachineProtection {
+public:
+    ValueOr<std::optional<std::string>> Protect(std::string_view plain, std::string_view entropy,
+                                                std::uint32_t flags) override {
+        if (plain.size() > Largest) return Result::Failure(EFBIG);
+        InitializeOpenSSL();
+        auto keyFile = Linux::LoadOrMakeKey(ScopeOf(flags));
+        if (!keyFile) return Result::Failure(keyFile.Error());
+        DerivedKey key;
+        const bool derived = key.Derive(*keyFile, entropy);
+        SecureWipe(*keyFile);
+        if (!derived) return Linux::OpenSSLFailure();
+
+        std::string blob(HeaderSize + plain.size() + TagSize, '\0');
+        blob[0] = Version;
+        if (const Result result = Random().Bytes({Bytes(blob) + 1, NonceSize}); !result) return result;
+        if (!Encrypt(key, plain, blob)) return Linux::OpenSSLFailure();
+        return std::optional<std::string>(std::move(blob));
+    }
+
+    ValueOr<std::optional<std::string>> Unprotect(std::string_view blob, std::string_view entropy,
+                                                  std::uint32_t flags) override {
+        if (blob.size() < HeaderSize + TagSize || blob[0] != Version) return Result::Failure(EBADMSG);
+        if (blob.size() - HeaderSize - TagSize > Largest) return Result::Failure(EFBIG);
+        InitializeOpenSSL();
+        auto keyFile = Linux::LoadKey(ScopeOf(flags));
+        if (!keyFile) return Result::Failure(keyFile.Error());
+        DerivedKey key;
+        const bool derived = key.Derive(*keyFile, entropy);
+        SecureWipe(*keyFile);
+        if (!derived) return Linux::OpenSSLFailure();
+
+        std::string plain(blob.size() - HeaderSize - TagSize, '\0');
+        if (!Decrypt(key, blob, plain)) {
+            SecureWipe(plain);
+            return Linux::OpenSSLFailure(EBADMSG);
+        }
+        return std::optional<std::string>(std::move(plain));
+    }
+
+private:
+    static constexpr std::size_t Largest = std::numeric_limits<int>::max();
+};
+
+}  // namespace
+
+template <>
+IMachineProtection& Production<IMachineProtection>() {
+    static LinuxMachineProtection protection;
+    return protection;
+}
+
+}  // namespace Ombry::Platform
