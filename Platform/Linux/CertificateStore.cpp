@@ -1,0 +1,194 @@
+#include "Platform/Linux/CertificateStore.h"
+
+#include <sys/file.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "Platform/IFiles.h"
+#include "Platform/ITextConversion.h"
+#include "Platform/Linux/Descriptor.h"
+#include "Platform/Linux/ProgramData.h"
+#include "Platform/Linux/X509.h"
+
+namespace Ombry::Platform::Linux {
+namespace {
+
+/// One certificate of an open store. Its address is what callers hold.
+struct Entry {
+    std::string fileName;
+    X509Pointer certificate;
+    std::string encoded;
+    CertificateContext context;
+};
+
+std::unique_ptr<Entry> MakeEntry(std::string fileName, X509Pointer certificate) {
+    auto entry = std::make_unique<Entry>();
+    entry->fileName = std::move(fileName);
+    entry->certificate = std::move(certificate);
+    entry->encoded = EncodeDer(entry->certificate.get());
+    entry->context = ContextOf(entry->encoded);
+    return entry;
+}
+
+/// The friendly name of an entry as bytes of UTF-16LE with a terminator; empty if it has none.
+std::string FriendlyName(Entry& entry) {
+    int length = 0;
+    const unsigned char* alias = X509_alias_get0(entry.certificate.get(), &length);
+    if (!alias) return {};
+    const std::string_view text(reinterpret_cast<const char*>(alias), static_cast<std::size_t>(length));
+    std::wstring wide(text.size(), L'\0');  // never more units than bytes
+    const auto converted = Production<ITextConversion>().Utf8ToWide(text, wide.data(), wide.size());
+    wide.resize(static_cast<std::size_t>(std::max(converted.count, 0)));
+    std::string bytes;
+    for (const wchar_t unit : wide) {
+        bytes += static_cast<char>(unit & 0xFF);
+        bytes += static_cast<char>(unit >> 8 & 0xFF);
+    }
+    return bytes + std::string(2, '\0');
+}
+
+/// The UTF-8 text of a friendly name; a failure unless it is whole units with one terminator, at the end.
+ValueOr<std::string> AliasOf(std::span<const std::uint8_t> name) {
+    if (name.size() < 2 || name.size() % 2 != 0) return Result::Failure(EINVAL);
+    std::wstring wide;
+    for (std::size_t at = 0; at < name.size(); at += 2) {
+        wide += static_cast<wchar_t>(name[at] | name[at + 1] << 8);
+    }
+    if (wide.find(L'\0') != wide.size() - 1) return Result::Failure(EINVAL);
+    wide.pop_back();
+    return Utf8(wide);
+}
+
+class FolderStore : public ICertificateStore {
+public:
+    FolderStore(std::string folder, Descriptor lock, StoreAccess access)
+        : folder(std::move(folder)), lock(std::move(lock)), access(access) {}
+
+    /// Reads all entries, in the order of their file names. What cannot be read or is no certificate is left
+    /// out; hidden files are replacements under way.
+    Result Load() {
+        auto names = Files().List(folder);
+        if (!names) return Result::Failure(names.Error());
+        std::sort(names->begin(), names->end());
+        for (std::string& name : *names) {
+            if (name.starts_with('.')) continue;
+            const auto text = Files().Read(PathOf(name));
+            X509Pointer certificate = text ? ParsePem(*text) : nullptr;
+            if (certificate) entries.push_back(MakeEntry(std::move(name), std::move(certificate)));
+        }
+        return Result::Success();
+    }
+
+    CertificateContextPointer FindNext(CertificateContextPointer previous) override {
+        auto next = entries.begin();
+        if (previous) {
+            next = Find(previous);
+            if (next != entries.end()) ++next;
+        }
+        return next == entries.end() ? nullptr : &(*next)->context;
+    }
+
+    ValueOr<std::uint32_t> GetFriendlyName(CertificateContextPointer certificate,
+                                           std::span<std::uint8_t> buffer) override {
+        const auto entry = Find(certificate);
+        if (entry == entries.end()) return Result::Failure(EINVAL);
+        const std::string name = FriendlyName(**entry);
+        if (name.empty()) return Result::Failure(ENODATA);
+        if (name.size() > buffer.size()) return Result::Failure(ERANGE);
+        std::copy(name.begin(), name.end(), buffer.begin());
+        return static_cast<std::uint32_t>(name.size());
+    }
+
+    Result Delete(CertificateContextPointer certificate) override {
+        const auto entry = Find(certificate);
+        if (const Result result = CheckWritable(entry); !result) return result;
+        if (const Result result = Files().Remove(PathOf((*entry)->fileName)); !result) return result;
+        entries.erase(entry);
+        return Result::Success();
+    }
+
+    ValueOr<CertificateContextPointer> AddReplaceExisting(const CertificateContext& certificate) override {
+        if (access != StoreAccess::ReadWrite) return Result::Failure(EACCES);
+        auto parsed = ParseDer(BytesOf(certificate));
+        if (!parsed) return Result::Failure(EINVAL);
+        auto added = MakeEntry({}, std::move(parsed));
+        const auto equal = std::find_if(entries.begin(), entries.end(),
+                                        [&](const auto& entry) { return entry->encoded == added->encoded; });
+        added->fileName = equal == entries.end() ? Fingerprint(added->encoded) : (*equal)->fileName;
+        if (added->fileName.empty()) return Result::Failure(EIO);
+        if (const Result result = Write(added->fileName, added->certificate.get()); !result) return result;
+        if (equal != entries.end()) {
+            // The properties go with the certificate that was replaced; contexts handed out stay valid.
+            (*equal)->certificate = std::move(added->certificate);
+            return CertificateContextPointer(&(*equal)->context);
+        }
+        const auto place = std::find_if(entries.begin(), entries.end(),
+                                        [&](const auto& entry) { return entry->fileName > added->fileName; });
+        return CertificateContextPointer(&(*entries.insert(place, std::move(added)))->context);
+    }
+
+    Result SetFriendlyName(CertificateContextPointer certificate,
+                           std::span<const std::uint8_t> name) override {
+        const auto entry = Find(certificate);
+        if (const Result result = CheckWritable(entry); !result) return result;
+        const auto alias = AliasOf(name);
+        if (!alias) return Result::Failure(alias.Error());
+        // Changed on a copy: a write that fails leaves the entry as the file has it.
+        X509Pointer changed = ParsePem(EncodePem((*entry)->certificate.get()));
+        if (!changed || X509_alias_set1(changed.get(), reinterpret_cast<const unsigned char*>(alias->data()),
+                                        static_cast<int>(alias->size())) != 1) {
+            return OpenSSLFailure(ENOMEM);
+        }
+        if (const Result result = Write((*entry)->fileName, changed.get()); !result) return result;
+        (*entry)->certificate = std::move(changed);
+        return Result::Success();
+    }
+
+private:
+    using Entries = std::vector<std::unique_ptr<Entry>>;
+
+    std::string PathOf(const std::string& fileName) const { return folder + "/" + fileName; }
+
+    Entries::iterator Find(CertificateContextPointer certificate) {
+        return std::find_if(entries.begin(), entries.end(),
+                            [&](const auto& entry) { return &entry->context == certificate; });
+    }
+
+    Result CheckWritable(Entries::iterator entry) const {
+        if (access != StoreAccess::ReadWrite) return Result::Failure(EACCES);
+        return entry == entries.end() ? Result::Failure(EINVAL) : Result::Success();
+    }
+
+    Result Write(const std::string& fileName, X509* certificate) const {
+        const std::string text = EncodePem(certificate);
+        if (text.empty()) return Result::Failure(EIO);
+        auto replacement = Files().BeginReplace(PathOf(fileName), text.size(), Durability::Synced);
+        if (!replacement) return Result::Failure(replacement.Error());
+        return (*replacement)->Complete(text);
+    }
+
+    const std::string folder;
+    const Descriptor lock;
+    const StoreAccess access;
+    Entries entries;  // ascending by file name
+};
+
+}  // namespace
+
+ValueOr<std::unique_ptr<ICertificateStore>> OpenCertificateStore(const std::string& folder,
+                                                                 StoreAccess access) {
+    if (access == StoreAccess::ReadWrite) {
+        if (const Result result = Files().CreateDirectories(folder); !result) return result;
+    }
+    Descriptor lock(
+        Retry([&] { return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));
+    if (!lock) return Result::Failure(errno);
+    const int kind = access == StoreAccess::ReadWrite ? LOCK_EX : LOCK_SH;
+    if (Retry([&] { return flock(lock.Number(), kind); }) != 0) return Result::Failure(errno);
+    auto store = std::make_unique<FolderStore>(folder, std::move(lock), access);
+    if (const Result result = store->Load(); !result) return result;
+    return std::unique_ptr<ICertificateStore>(std::move(store));
+}
+
+}  // namespace Ombry::Platform::Linux
