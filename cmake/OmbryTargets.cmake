@@ -52,9 +52,10 @@ endif()
 find_path(OMBRY_RAPIDJSON_INCLUDE rapidjson/document.h REQUIRED)
 add_library(ombry_rapidjson INTERFACE)
 target_include_directories(ombry_rapidjson SYSTEM INTERFACE $<BUILD_INTERFACE:${OMBRY_RAPIDJSON_INCLUDE}>)
-target_compile_definitions(ombry_rapidjson INTERFACE
-    $<BUILD_INTERFACE:RAPIDJSON_PARSE_DEFAULT_FLAGS=kParseIterativeFlag>
-    $<BUILD_INTERFACE:RAPIDJSON_ASSERT\(x\)=\(\(void\)0\)>)
+# As options: CMake drops a macro with arguments from the list of definitions.
+target_compile_options(ombry_rapidjson INTERFACE
+    $<BUILD_INTERFACE:-DRAPIDJSON_PARSE_DEFAULT_FLAGS=kParseIterativeFlag>
+    "$<BUILD_INTERFACE:-DRAPIDJSON_ASSERT(x)=((void)0)>")
 
 # A folder is a library, and the library is the folder: adding a source file needs no second entry.
 function(ombry_library name)
