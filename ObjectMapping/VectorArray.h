@@ -1,0 +1,18 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "ObjectMapping/SequenceArray.h"
+
+namespace Ombry::ObjectMapping {
+
+/// A vector as an array, made on the stack for one call of `Field`; `optionalElements` as in `ListArray`.
+template <class T, class Alloc = std::allocator<T>>
+class VectorArray : public SequenceArray<std::vector<T, Alloc>> {
+public:
+    explicit VectorArray(std::vector<T, Alloc>& vector, bool optionalElements = false)
+        : SequenceArray<std::vector<T, Alloc>>(vector, optionalElements) {}
+};
+
+}  // namespace Ombry::ObjectMapping
