@@ -1,6 +1,6 @@
 # How every target of the tree is compiled, in one place.
 #
-#   ombry_library(NAME ...)      static library of all sources of the current folder
+#   ombry_library(NAME ...)      static library of all sources of the current folder, less those behind EXCLUDE
 #   ombry_test(NAME FOLDER ...)  GoogleTest executable of all tests of one folder
 #   ombry_rapidjson              RapidJSON with the one set of macros that the whole tree shares
 
@@ -59,8 +59,9 @@ target_compile_options(ombry_rapidjson INTERFACE
 
 # A folder is a library, and the library is the folder: adding a source file needs no second entry.
 function(ombry_library name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "PUBLIC;PRIVATE")
-    file(GLOB sources CONFIGURE_DEPENDS "*.cpp" "Impl/*.cpp" "Linux/*.cpp")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "EXCLUDE;PUBLIC;PRIVATE")
+    file(GLOB sources CONFIGURE_DEPENDS RELATIVE ${CMAKE_CURRENT_SOURCE_DIR} "*.cpp" "Impl/*.cpp" "Linux/*.cpp")
+    list(REMOVE_ITEM sources "" ${arg_EXCLUDE})
     file(GLOB headers CONFIGURE_DEPENDS "*.h" "Impl/*.h")
     if(sources)
         add_library(${name} STATIC ${sources} ${headers})

@@ -1,0 +1,48 @@
+#include "Ombry.SecClientConfig/UnenrollClient.h"
+
+#include <stdexcept>
+
+#include "Ombry.SecClientConfig/CommandOptions.h"
+
+namespace Ombry::SecClientConfig {
+
+std::string& UnenrollClient::Name(std::string& out) {
+    return out = "unenroll-client";
+}
+
+int UnenrollClient::Usage(bool toError) {
+    return WriteUsage(
+        *this, toError,
+        " [-u userName -p password | -n clientName] -un unenrollClientName\n\n"
+        "where\n\n"
+        "    userName is the name of a user with permission to unenroll clients\n"
+        "    password is the password for the above user\n"
+        "    clientName is the friendly name of an existing client with permission to unenroll clients\n"
+        "    token is an access token with permission to unenroll clients\n"
+        "    unenrollClientName is the friendly name of the client to unenroll\n");
+}
+
+int UnenrollClient::Execute(int argc, char** argv) {
+    Options given;
+    Identity& who = given.identity;
+    const auto checks = [&](bool& error) {
+        RequireOption("-un", given.unenrollClientName, error);
+        CheckIdentity(who.userName, who.password, who.clientName, who.token, error);
+    };
+    if (!ReadOptions(argc, argv,
+                     {{"-u", who.userName},
+                      {"-p", who.password},
+                      {"-n", who.clientName},
+                      {"-t", who.token},
+                      {"-un", given.unenrollClientName}},
+                     checks)) {
+        return Usage(true);
+    }
+    return Work(given);
+}
+
+int UnenrollClient::Work(const Options&) {
+    throw std::runtime_error("The work of unenroll-client is not part of this version yet.");
+}
+
+}  // namespace Ombry::SecClientConfig

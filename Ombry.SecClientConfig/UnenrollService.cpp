@@ -1,0 +1,51 @@
+#include "Ombry.SecClientConfig/UnenrollService.h"
+
+#include <stdexcept>
+
+#include "Ombry.SecClientConfig/CommandOptions.h"
+
+namespace Ombry::SecClientConfig {
+
+std::string& UnenrollService::Name(std::string& out) {
+    return out = "unenroll-service";
+}
+
+int UnenrollService::Usage(bool toError) {
+    return WriteUsage(
+        *this, toError,
+        " [-u userName -p password | -n clientName] -on ownerClientName -s serviceName\n\n"
+        "where\n\n"
+        "    userName is the name of a user with permission to unenroll services\n"
+        "    password is the password for the above user\n"
+        "    clientName is the friendly name of an existing client with permission to unenroll services\n"
+        "    token is an access token with permission to unenroll services\n"
+        "    ownerClientName is the friendly name of the client that owns the service to unenroll\n"
+        "    serviceName is the name of the service to unenroll (for example, \"v1-zephdv1-re\")\n");
+}
+
+int UnenrollService::Execute(int argc, char** argv) {
+    Options given;
+    Identity& who = given.identity;
+    const auto checks = [&](bool& error) {
+        RequireOption("-on", given.ownerClientName, error);
+        RequireOption("-s", given.serviceName, error);
+        CheckIdentity(who.userName, who.password, who.clientName, who.token, error);
+    };
+    if (!ReadOptions(argc, argv,
+                     {{"-u", who.userName},
+                      {"-p", who.password},
+                      {"-n", who.clientName},
+                      {"-t", who.token},
+                      {"-on", given.ownerClientName},
+                      {"-s", given.serviceName}},
+                     checks)) {
+        return Usage(true);
+    }
+    return Work(given);
+}
+
+int UnenrollService::Work(const Options&) {
+    throw std::runtime_error("The work of unenroll-service is not part of this version yet.");
+}
+
+}  // namespace Ombry::SecClientConfig
