@@ -1,0 +1,297 @@
+#include "OmbryZephCore/ZephOpenSSLConnection.h"
+
+#include <openssl/bio.h>
+#include <openssl/crypto.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+#include <openssl/x509.h>
+#include <openssl/x509v3.h>
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <utility>
+
+#include "LibraryLogger/LogCall.h"
+#include "OmbryZephCore/ZephOpenSSLClientContext.h"
+#include "OmbryZephCore/ZephOpenSSLErrors.h"
+#include "OmbryZephCore/ZephOpenSSLServerName.h"
+
+namespace OmbryZephCore {
+
+using Ombry::LibraryLogger::LogCall;
+
+namespace {
+
+constexpr std::int32_t OutputCap = 16384;  // one full record; a memory buffer of the library never shrinks
+constexpr std::int32_t TraceLineBytes = 64;
+
+// The library counts up to size_t; what a session holds stays far below the limit of int.
+std::int32_t Pending(BIO* buffer) {
+    return buffer == nullptr ? 0 : static_cast<std::int32_t>(BIO_ctrl_pending(buffer));
+}
+
+// Reading an empty memory buffer is an error for the library and no failure here.
+std::int32_t TakeFrom(BIO* buffer, std::uint8_t* pBuffer, std::int32_t nBytes) {
+    const std::int32_t nCount = std::min(Pending(buffer), nBytes);
+    return nCount <= 0 ? 0 : std::max(0, BIO_read(buffer, pBuffer, nCount));
+}
+
+std::string Hexadecimal(const std::uint8_t* pBuffer, std::int32_t nBytes) {
+    static constexpr char Digits[] = "0123456789ABCDEF";
+    std::string text;
+    text.reserve(static_cast<std::size_t>(nBytes) * 3);
+    for (std::int32_t i = 0; i < nBytes; ++i) {
+        text += Digits[pBuffer[i] >> 4];
+        text += Digits[pBuffer[i] & 15];
+        if ((i + 1) % TraceLineBytes == 0) {
+            text += '\n';
+        } else if (i + 1 < nBytes) {
+            text += ' ';
+        }
+    }
+    return text;
+}
+
+}  // namespace
+
+void ZephOpenSSLConnection::SessionDeleter::operator()(ssl_st* session) const {
+    SSL_free(session);
+}
+
+ZephOpenSSLConnection::ZephOpenSSLConnection(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger)
+    : m_Logger(std::move(logger)), m_Failed(true) {}
+
+ZephOpenSSLConnection::~ZephOpenSSLConnection() = default;
+
+std::int32_t ZephOpenSSLConnection::InitializeAsClient(const ZephOpenSSLClientContext& context,
+                                                       const std::string& targetName) {
+    Clear();
+    ERR_clear_error();
+    if (!MakeSession(context) || !SetServerName(targetName, context.VerifiesServer())) {
+        return Fail("Starting a TLS session");
+    }
+    return ContinueInitIfNecessary() < 0 ? -1 : 0;
+}
+
+void ZephOpenSSLConnection::Clear() {
+    m_Session.reset();
+    m_Input = m_Output = nullptr;
+    m_NeedInput = m_Failed = m_Handshaking = m_PeerClosed = m_ShutdownSent = m_WaitForPeer = false;
+}
+
+bool ZephOpenSSLConnection::MakeSession(const ZephOpenSSLClientContext& context) {
+    if (context.Get() == nullptr) return false;
+    m_Session.reset(SSL_new(context.Get()));
+    if (!m_Session) return false;
+    BIO* input = BIO_new(BIO_s_mem());
+    BIO* output = BIO_new(BIO_s_mem());
+    if (input == nullptr || output == nullptr) {
+        BIO_free(input);
+        BIO_free(output);
+        return false;
+    }
+    SSL_set_bio(m_Session.get(), input, output);
+    m_Input = input;
+    m_Output = output;
+    SSL_set_connect_state(m_Session.get());
+    return true;
+}
+
+bool ZephOpenSSLConnection::SetServerName(const std::string& targetName, bool bVerify) {
+    const ZephOpenSSLServerName name(targetName);
+    if (name.CanBeSent() && SSL_set_tlsext_host_name(m_Session.get(), name.m_Text.c_str()) != 1) return false;
+    if (!bVerify) return true;
+    if (!name.CanBeChecked()) {
+        LogCall(m_Logger, __FILE__, __LINE__, "ZephOpenSSLConnection::SetServerName", 4,
+                "The server's certificate cannot be checked against the name '", name.m_Text, "'.");
+        return false;
+    }
+    SSL_set_hostflags(m_Session.get(), X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
+    return SSL_set1_host(m_Session.get(), name.m_Text.c_str()) == 1;
+}
+
+// 1 when data can flow, 0 when the handshake waits for the peer, -1 on a failure. The library starts a
+// renegotiation inside its reading; the state is asked for each time so that no data is read past a handshake
+// whose certificate was not checked.
+std::int32_t ZephOpenSSLConnection::ContinueInitIfNecessary() {
+    if (m_Failed) return -1;
+    if (SSL_in_init(m_Session.get())) m_Handshaking = true;
+    if (!m_Handshaking) return 1;
+    ERR_clear_error();
+    const int result = SSL_do_handshake(m_Session.get());
+    if (result == 1) {
+        m_Handshaking = m_NeedInput = false;
+        return ValidateServer();
+    }
+    if (SSL_get_error(m_Session.get(), result) == SSL_ERROR_WANT_READ) {
+        m_NeedInput = true;
+        return 0;
+    }
+    // A close in the middle of the handshake ends here too. It is not authentic: taken for the end of the
+    // session, it would let anyone on the path switch the connection to clear text.
+    return Fail("SSL_do_handshake");
+}
+
+// Runs after the handshake and not at the Certificate message: only now has the server proved that it owns
+// the key.
+std::int32_t ZephOpenSSLConnection::ValidateServer() {
+    if (!m_Validator) return 1;
+    m_Failed = true;  // also if the validator throws
+    bool accepted = false;
+    unsigned char* encoded = nullptr;
+    const X509* certificate = SSL_get0_peer_certificate(m_Session.get());
+    const int length = certificate == nullptr ? 0 : i2d_X509(certificate, &encoded);
+    if (length > 0) {
+        const std::unique_ptr<unsigned char, void (*)(unsigned char*)> owner(
+            encoded, [](unsigned char* p) { OPENSSL_free(p); });
+        const Ombry::Platform::CertificateContext context{Ombry::Platform::CertificateEncoding, encoded,
+                                                          static_cast<std::uint32_t>(length)};
+        Ombry::Platform::CertificateContextPointer pContext = &context;
+        accepted = m_Validator(&pContext);
+    }
+    if (!accepted) {
+        LogCall(m_Logger, __FILE__, __LINE__, "ZephOpenSSLConnection::ValidateServer", 3,
+                "Certificate validation returned failure.  Connection will be closed.");
+        return -1;
+    }
+    m_Failed = false;
+    return 1;
+}
+
+std::int32_t ZephOpenSSLConnection::inject_ciphertext(const std::uint8_t* pBuffer, std::int32_t nBytes) {
+    if (m_Failed) return -1;
+    m_NeedInput = false;
+    const std::int32_t nCount = std::max(nBytes, 0);
+    ERR_clear_error();
+    if (nCount > 0 && BIO_write(m_Input, pBuffer, nCount) != nCount) return Fail("BIO_write");
+    if (m_Verbose) TraceCiphertext("ZephOpenSSLConnection::inject_ciphertext", pBuffer, nCount);
+    return ContinueInitIfNecessary() < 0 ? -1 : nCount;
+}
+
+std::int32_t ZephOpenSSLConnection::extract_ciphertext(std::uint8_t* pBuffer, std::int32_t nBytes) {
+    if (m_Failed) return -1;
+    const std::int32_t nCount = TakeFrom(m_Output, pBuffer, nBytes);
+    if (m_Verbose) TraceCiphertext("ZephOpenSSLConnection::extract_ciphertext", pBuffer, nCount);
+    return ContinueInitIfNecessary() < 0 ? -1 : nCount;
+}
+
+std::int32_t ZephOpenSSLConnection::read_plaintext(std::uint8_t* pBuffer, std::int32_t nBytes) {
+    const std::int32_t ready = ContinueInitIfNecessary();
+    if (ready <= 0) return ready;
+    if (m_PeerClosed || nBytes <= 0) return 0;
+    const std::int32_t nCount = Read(pBuffer, nBytes);
+    if (m_Verbose && nCount >= 0) TracePlaintext(pBuffer, nCount);
+    return nCount;
+}
+
+// A count, 0 when more input is needed or the peer has closed, or -1.
+std::int32_t ZephOpenSSLConnection::Read(std::uint8_t* pBuffer, std::int32_t nBytes) {
+    std::size_t nCount = 0;
+    ERR_clear_error();
+    const int result = SSL_read_ex(m_Session.get(), pBuffer, static_cast<std::size_t>(nBytes), &nCount);
+    if (result == 1) return static_cast<std::int32_t>(nCount);
+    const int error = SSL_get_error(m_Session.get(), result);
+    if (error == SSL_ERROR_WANT_READ) {
+        m_NeedInput = true;
+        return 0;
+    }
+    if (error == SSL_ERROR_ZERO_RETURN && SSL_is_init_finished(m_Session.get())) {
+        m_PeerClosed = true;
+        return 0;
+    }
+    return Fail("SSL_read_ex");
+}
+
+std::int32_t ZephOpenSSLConnection::write_plaintext(const std::uint8_t* pBuffer, std::int32_t nBytes) {
+    const std::int32_t ready = ContinueInitIfNecessary();
+    if (ready <= 0) return ready;
+    const std::int32_t nOffered = std::min(nBytes, OutputCap - Pending(m_Output));
+    if (nOffered <= 0 || m_ShutdownSent) return 0;
+    std::size_t nCount = 0;
+    ERR_clear_error();
+    const int result = SSL_write_ex(m_Session.get(), pBuffer, static_cast<std::size_t>(nOffered), &nCount);
+    if (result == 1) return static_cast<std::int32_t>(nCount);
+    if (SSL_get_error(m_Session.get(), result) != SSL_ERROR_WANT_READ) return Fail("SSL_write_ex");
+    m_NeedInput = true;
+    return 0;
+}
+
+bool ZephOpenSSLConnection::IsOutputBlocked() {
+    return Pending(m_Output) > 0;
+}
+
+std::int32_t ZephOpenSSLConnection::request_renegotiate() {
+    const std::int32_t ready = ContinueInitIfNecessary();
+    if (ready <= 0) return ready;
+    if (m_ShutdownSent || SSL_version(m_Session.get()) >= TLS1_3_VERSION) return 0;
+    ERR_clear_error();
+    if (SSL_renegotiate(m_Session.get()) != 1) return Fail("SSL_renegotiate");
+    m_Handshaking = true;
+    return ContinueInitIfNecessary() < 0 ? -1 : 1;
+}
+
+std::int32_t ZephOpenSSLConnection::shutdown(bool bWaitForPeer) {
+    if (m_Failed) return -1;
+    m_WaitForPeer = bWaitForPeer;
+    if (!m_ShutdownSent) {
+        ERR_clear_error();
+        if (m_Handshaking || SSL_in_init(m_Session.get())) {
+            m_PeerClosed = true;  // a close cannot be sent yet, and none that arrived could be trusted
+        } else if (SSL_shutdown(m_Session.get()) < 0) {
+            return Fail("SSL_shutdown");
+        }
+        m_ShutdownSent = true;
+    }
+    if (bWaitForPeer && !m_PeerClosed && DrainUntilPeerCloses() < 0) return -1;
+    return IsShutdownComplete() ? 1 : 0;
+}
+
+// Data that the peer sent before its close is decrypted and dropped: waiting with a second SSL_shutdown would
+// fail on it.
+std::int32_t ZephOpenSSLConnection::DrainUntilPeerCloses() {
+    std::array<std::uint8_t, 4096> discarded{};
+    std::int32_t nCount = 0;
+    do {
+        nCount = Read(discarded.data(), static_cast<std::int32_t>(discarded.size()));
+    } while (nCount > 0);
+    OPENSSL_cleanse(discarded.data(), discarded.size());
+    return nCount;
+}
+
+std::int32_t ZephOpenSSLConnection::extract_unprocessed_ciphertext(std::uint8_t* pBuffer,
+                                                                   std::int32_t nBytes) {
+    return TakeFrom(m_Input, pBuffer, nBytes);
+}
+
+std::int32_t ZephOpenSSLConnection::Fail(const char* operation) {
+    m_Failed = true;
+    const std::string errors = TakeOpenSSLErrors();
+    const long verification = m_Session ? SSL_get_verify_result(m_Session.get()) : X509_V_OK;
+    if (m_Session && SSL_get_verify_mode(m_Session.get()) != SSL_VERIFY_NONE && verification != X509_V_OK) {
+        LogCall(m_Logger, __FILE__, __LINE__, "ZephOpenSSLConnection::Fail", 4, operation,
+                " failed: ", errors, " (certificate: ", X509_verify_cert_error_string(verification), ")");
+    } else {
+        LogCall(m_Logger, __FILE__, __LINE__, "ZephOpenSSLConnection::Fail", 4, operation,
+                " failed: ", errors);
+    }
+    return -1;
+}
+
+void ZephOpenSSLConnection::TraceCiphertext(const char* function, const std::uint8_t* pBuffer,
+                                            std::int32_t nBytes) {
+    if (nBytes <= 0 || !m_Logger || !m_Logger->IsEnabled(0)) return;
+    LogCall(m_Logger, __FILE__, __LINE__, function, 0, Hexadecimal(pBuffer, nBytes));
+}
+
+void ZephOpenSSLConnection::TracePlaintext(const std::uint8_t* pBuffer, std::int32_t nBytes) {
+    constexpr const char* Function = "ZephOpenSSLConnection::read_plaintext";
+    LogCall(m_Logger, __FILE__, __LINE__, Function, 0, "returning ", nBytes, " bytes of plaintext: '",
+            std::string_view(reinterpret_cast<const char*>(pBuffer), static_cast<std::size_t>(nBytes)), "'");
+    LogCall(m_Logger, __FILE__, __LINE__, Function, 0, SSL_pending(m_Session.get()),
+            " unprocessed bytes remain in the plaintext buffer.");
+    LogCall(m_Logger, __FILE__, __LINE__, Function, 0, Pending(m_Input),
+            " unprocessed bytes remain in the ciphertext buffer.");
+}
+
+}  // namespace OmbryZephCore

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "LibraryLogger/ILogger.h"
+#include "OmbryZephCore/ZephCertificateValidator.h"
+#include "OmbryZephCore/ZephSSLConnectionIf.h"
+
+struct bio_st;
+struct ssl_st;
+
+namespace OmbryZephCore {
+
+class ZephOpenSSLClientContext;
+
+/// One TLS client session between two memory buffers. The handshake is carried on by every operation, so that
+/// a caller which only injects and extracts gets it done. A failure is final: every later operation but
+/// `extract_unprocessed_ciphertext` fails too, and an alert that the failure produced is not handed out. One
+/// thread at a time.
+class ZephOpenSSLConnection : public ZephSSLConnectionIf {
+public:
+    explicit ZephOpenSSLConnection(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger);
+    ~ZephOpenSSLConnection() override;
+    ZephOpenSSLConnection(const ZephOpenSSLConnection&) = delete;
+    ZephOpenSSLConnection& operator=(const ZephOpenSSLConnection&) = delete;
+
+    /// Drops any earlier session and starts a new one, whose ClientHello can be extracted at once.
+    /// `targetName`: as `ZephOpenSSLServerName` takes it; where the context verifies servers it must not be
+    /// empty. 0 or -1.
+    std::int32_t InitializeAsClient(const ZephOpenSSLClientContext& context, const std::string& targetName);
+
+    /// Asked at the end of every handshake; to be set before any ciphertext is injected.
+    void SetValidator(const ZephCertificateValidator& validator) { m_Validator = validator; }
+
+    void SetVerbose(bool b) override { m_Verbose = b; }
+    std::int32_t read_plaintext(std::uint8_t* pBuffer, std::int32_t nBytes) override;
+    /// Accepts nothing while 16384 bytes of ciphertext wait to be extracted, and at most what is left up to
+    /// that.
+    std::int32_t write_plaintext(const std::uint8_t* pBuffer, std::int32_t nBytes) override;
+    std::int32_t inject_ciphertext(const std::uint8_t* pBuffer, std::int32_t nBytes) override;
+    std::int32_t extract_ciphertext(std::uint8_t* pBuffer, std::int32_t nBytes) override;
+    bool WantsCiphertext() override { return m_NeedInput; }
+    /// Whether any ciphertext waits to be extracted.
+    bool IsOutputBlocked() override;
+    /// 0 under TLS 1.3, which has no renegotiation.
+    std::int32_t request_renegotiate() override;
+    std::int32_t shutdown(bool bWaitForPeer) override;
+    bool IsShutdownComplete() override { return m_ShutdownSent && (m_PeerClosed || !m_WaitForPeer); }
+    bool IsShuttingDown() override { return m_ShutdownSent || m_PeerClosed; }
+    std::int32_t extract_unprocessed_ciphertext(std::uint8_t* pBuffer, std::int32_t nBytes) override;
+
+private:
+    struct SessionDeleter {
+        void operator()(ssl_st* session) const;
+    };
+
+    void Clear();
+    bool MakeSession(const ZephOpenSSLClientContext& context);
+    bool SetServerName(const std::string& targetName, bool bVerify);
+    std::int32_t ContinueInitIfNecessary();
+    std::int32_t ValidateServer();
+    std::int32_t Read(std::uint8_t* pBuffer, std::int32_t nBytes);
+    std::int32_t DrainUntilPeerCloses();
+    std::int32_t Fail(const char* operation);
+    void TraceCiphertext(const char* function, const std::uint8_t* pBuffer, std::int32_t nBytes);
+    void TracePlaintext(const std::uint8_t* pBuffer, std::int32_t nBytes);
+
+    std::shared_ptr<Ombry::LibraryLogger::ILogger> m_Logger;
+    std::unique_ptr<ssl_st, SessionDeleter> m_Session;
+    bio_st* m_Input = nullptr;   // owned by m_Session: ciphertext injected and not consumed
+    bio_st* m_Output = nullptr;  // owned by m_Session: ciphertext not extracted
+    bool m_NeedInput = false;
+    bool m_Failed = false;
+    bool m_Handshaking = false;
+    bool m_PeerClosed = false;
+    bool m_ShutdownSent = false;
+    bool m_Verbose = false;
+    ZephCertificateValidator m_Validator;
+    bool m_WaitForPeer = false;
+};
+
+}  // namespace OmbryZephCore

@@ -1,0 +1,26 @@
+#include "OmbryZephCore/ZephOpenSSLClientConnectionManager.h"
+#include "OmbryZephCore/ZephSSLManagerProvider.h"
+
+namespace OmbryZephCore {
+namespace {
+
+class OpenSSLManagerProvider : public ZephSSLManagerProviderIf {
+public:
+    std::unique_ptr<ZephSSLInitializableManagerIf> MakeManager(
+        const std::shared_ptr<Ombry::LibraryLogger::ILogger>& logger, bool bVerbose) override {
+        return std::make_unique<ZephOpenSSLClientConnectionManager>(logger, bVerbose);
+    }
+};
+
+}  // namespace
+}  // namespace OmbryZephCore
+
+namespace Ombry::Platform {
+
+template <>
+OmbryZephCore::ZephSSLManagerProviderIf& Production<OmbryZephCore::ZephSSLManagerProviderIf>() {
+    static OmbryZephCore::OpenSSLManagerProvider provider;
+    return provider;
+}
+
+}  // namespace Ombry::Platform
