@@ -1,0 +1,230 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <source_location>
+
+#include "LibraryLogger/LogCall.h"
+#include "OmbryZephCore/ZephIOBuffer.h"
+#include "OmbryZephCore/ZephIOObjectIf.h"
+#include "OmbryZephCore/ZephSSLConnectionIf.h"
+#include "OmbryZephCore/ZephSSLNotifierIf.h"
+#include "OmbryZephCore/ZephUserTaskIf.h"
+
+namespace OmbryZephCore {
+
+/// The stage that puts TLS between a byte stream below and the stage above, and can be switched on and off on
+/// a live connection. It drives an engine that knows nothing of sockets; with TLS off it passes all calls
+/// through.
+///
+/// Life: `Initialize`, `RegisterIOCompletionHandler` by the stage above, use,
+/// `UnRegisterIOCompletionHandler`, `Terminate`, then again. Nothing that it is given is owned, and all of it
+/// must live until `Terminate`.
+///
+/// Completions never come from inside the call that caused them: they come from a scheduled task, or from a
+/// completion of the layer below, with no lock held, so that a handler may start the next transfer at once.
+/// The stage must not be taken down from inside one of them. A failure is told to whoever has a transfer
+/// open, or else to the notifier; nothing is closed here.
+class ZephSSLIO : public ZephIOObjectIf, public ZephIOCompletionHandlerIf, public ZephTaskIf {
+public:
+    explicit ZephSSLIO(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger);
+    ~ZephSSLIO() override;
+    ZephSSLIO(const ZephSSLIO&) = delete;
+    ZephSSLIO& operator=(const ZephSSLIO&) = delete;
+
+    /// `nSessionId` only tells log lines apart; `pGate` may be null. 0 or `eRC_OutOfMemory`.
+    std::uint32_t Initialize(ZephSSLConnectionManagerIf* pManager, ZephIOObjectIf* pNextLayer,
+                             ZephUserTaskScheduleIf* pScheduler, std::uint32_t nSessionId,
+                             ZephSSLNotifierIf* pNotifier, ZephUserTaskCancelIf* pCanceller,
+                             ZephTaskGateIf* pGate);
+
+    /// Gives the engine back and forgets everything but the two switches below. No close alert is sent.
+    void Terminate();
+
+    /// Turns TLS on; during a stop, once that has ended; with TLS on, does nothing. A result that is not 0
+    /// was also reported as a fatal error.
+    std::uint32_t StartSSL();
+
+    /// Sends a close alert and turns TLS off, after the peer's own close alert if `bWaitForPeer`. Results as
+    /// those of `StartSSL`.
+    std::uint32_t StopSSL(bool bWaitForPeer);
+
+    /// Turns trace lines on, here and in the engine; survives `Terminate`.
+    void SetVerbose(bool b);
+
+    /// With the guard on, nothing of a connection on which TLS was on ever travels in clear text: once TLS is
+    /// off again the stream counts as closed. A read then completes with 0 bytes, a write fails with
+    /// `eRC_IO_ConnectionFailed`, and bytes behind the peer's close alert, which anyone on the way could have
+    /// put there, are dropped. Off by default; set it before `StartSSL`; survives `Terminate`.
+    void SetClearTextGuard(bool bGuard);
+
+    // ZephIOObjectIf
+
+    std::uint32_t RegisterIOCompletionHandler(ZephIOCompletionHandlerIf* pHandler) override;
+    /// Waits, by yielding, until no task of this stage is queued or running: never call it from a task-driven
+    /// completion.
+    void UnRegisterIOCompletionHandler() override;
+    std::uint32_t StartRead(std::uint32_t nBytes, std::uint8_t* pBuffer) override;
+    /// Completes when the engine took the bytes, or a part of them: before they were sent.
+    std::uint32_t StartWrite(std::uint32_t nBytes, const std::uint8_t* pBuffer) override;
+    std::uint32_t RequestDrainNotification() override;
+
+    // ZephIOCompletionHandlerIf, called by the layer below
+
+    void CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes) override;
+    void AbortTask(std::uint32_t nTaskType) override;
+    void OnDrained() override;
+
+    // ZephTaskIf, called by the scheduler
+
+    void DoTask() override;
+
+private:
+    enum State : std::uint32_t {
+        eState_Off = 0,         ///< bytes pass through, no engine
+        eState_On = 1,          ///< the engine is in use
+        eState_Stopping = 2,    ///< a shutdown is in progress
+        eState_Restarting = 3,  ///< as above, and TLS was asked for again
+    };
+
+    /// A transfer that the stage above asked for; `pBuffer` is null when there is none.
+    template <class Byte>
+    struct UserTransfer {
+        Byte* pBuffer = nullptr;
+        std::uint32_t nBytes = 0;
+        std::uint32_t nDone = 0;
+
+        bool Exists() const { return pBuffer != nullptr; }
+        /// Asked for, and nothing done yet.
+        bool IsOpen() const { return Exists() && nDone == 0 && nBytes != 0; }
+    };
+
+    /// What a completion of the layer below comes to.
+    enum class Completion { PassThrough, Handled, Fatal };
+
+    /// Where a step of the pump leads: back to the first step, to the question whether to go round, out with
+    /// TLS off, or out with a fatal error.
+    enum class Next { Again, Decide, Off, Failed };
+
+    /// What one round of the pump did.
+    struct Round {
+        bool bInjected = false;
+        bool bMoved = false;
+    };
+
+    // The pump, in ZephSSLIOPump.cpp; m_Mutex is held.
+    std::uint32_t ContinueSSL();
+    Next RunRound(Round& round);
+    bool InjectCiphertext(Round& round);
+    bool ExtractCiphertext(Round& round);
+    Next MovePlaintext(Round& round);
+    Next ReadPlaintext(Round& round);
+    Next WritePlaintext(Round& round);
+    Next BeginStop(Round& round);
+    Next ShutDownEngine(Round& round);
+    Next ContinueStop(Round& round);
+    bool TakeBackUnprocessed();
+    bool MoreOutputFits();
+    std::uint32_t HandOverOpenTransfers();
+    std::uint32_t StartPendingIO();
+    std::uint32_t StartPendingWrite();
+    std::uint32_t StartPendingRead();
+
+    // m_Mutex is held:
+    void ForgetSetup();
+    bool TakeEngine();
+    std::uint32_t PassReadThrough(std::uint32_t nBytes, std::uint8_t* pBuffer);
+    void ServeReadFromBuffer();
+    bool EndTransfer(std::uint32_t nTaskType);
+    Completion TakeLateRead(bool bSuccess, std::uint32_t nBytes);
+    /// Takes `nBytes` out of a buffer that holds `nFill` and moves the rest to the front.
+    static void DropFront(ZephIOBuffer& buffer, std::uint32_t& nFill, std::uint32_t nBytes);
+    bool IsClosed() const { return m_ClearTextGuard && m_WasOn && m_State == eState_Off; }
+    /// Any progress completes a transfer, and so does the end of a guarded stream.
+    template <class Byte>
+    bool IsComplete(const UserTransfer<Byte>& transfer) const {
+        return transfer.Exists() && (transfer.nDone != 0 || IsClosed());
+    }
+
+    // No lock is held:
+    Completion TakeCompletion(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes);
+    std::uint32_t EndControlCall(std::uint32_t nResult);
+    std::uint32_t SchedulePendingNotifications();
+    bool CancelOrFindTask();
+    bool BeginTask();
+    void DoPendingNotifications();
+    void DispatchRead(bool bSuccess, std::uint32_t nBytes);
+    void DispatchWrite(bool bSuccess, std::uint32_t nBytes);
+    void NotifyDrain();
+    void HandleFatalError();
+    ZephIOCompletionHandlerIf* GetHandler();
+
+    /// A log call's place in the source; made from the function's name alone.
+    struct Place {
+        const char* pFunction;
+        std::source_location location;
+        Place(const char* pName, std::source_location here = std::source_location::current())
+            : pFunction(pName), location(here) {}
+    };
+
+    /// The session id ends every line.
+    template <class... Parts>
+    void Log(const Place& place, int nLevel, const Parts&... parts) const {
+        Ombry::LibraryLogger::LogCall(m_Logger, place.location.file_name(),
+                                      static_cast<int>(place.location.line()), place.pFunction, nLevel,
+                                      parts..., m_SessionId);
+    }
+
+    template <class... Parts>
+    void Trace(const Place& place, const Parts&... parts) const {
+        if (m_Verbose) Log(place, 0, parts...);
+    }
+
+    const std::shared_ptr<Ombry::LibraryLogger::ILogger> m_Logger;
+
+    // When both mutexes are held, this one is taken first. It is held while the engine and the layer below
+    // are called, never while m_Handler is.
+    std::mutex m_Mutex;
+    // Guarded by m_Mutex:
+    State m_State = eState_Off;
+    UserTransfer<std::uint8_t> m_UserRead;
+    UserTransfer<const std::uint8_t> m_UserWrite;
+    bool m_WaitForPeerClose = false;
+    bool m_ClearTextGuard = false;
+    bool m_WasOn = false;  // TLS was on since Initialize
+    ZephIOCompletionHandlerIf* m_Handler = nullptr;
+    ZephSSLConnectionIf* m_Connection = nullptr;
+    // Ciphertext received and not yet injected; with TLS off, bytes that followed the close. While a read
+    // runs, its free part belongs to the layer below: it is then neither consumed, nor added to, nor resized.
+    ZephIOBuffer m_ReadBuffer;
+    std::uint32_t m_ReadFill = 0;
+    bool m_ReadInProgress = false;
+    // Ciphertext extracted and not yet sent.
+    ZephIOBuffer m_WriteBuffer;
+    std::uint32_t m_WriteFill = 0;
+    bool m_WriteInProgress = false;
+
+    // Written under m_Mutex, read anywhere.
+    std::atomic<bool> m_Verbose = false;
+
+    // Constant between Initialize and Terminate; not owned.
+    ZephIOObjectIf* m_NextLayer = nullptr;
+    ZephUserTaskScheduleIf* m_Scheduler = nullptr;
+    std::uint32_t m_SessionId = 0;
+    ZephSSLNotifierIf* m_Notifier = nullptr;
+    ZephUserTaskCancelIf* m_Canceller = nullptr;
+    ZephTaskGateIf* m_TaskGate = nullptr;
+    ZephSSLConnectionManagerIf* m_ConnectionManager = nullptr;
+
+    std::mutex m_NotifyMutex;
+    // Guarded by m_NotifyMutex:
+    bool m_DrainRequested = false;
+    bool m_LowerDrainRequested = false;
+    bool m_DrainArrived = false;
+    bool m_TaskPending = false;
+    bool m_TaskRunning = false;
+    bool m_Terminating = false;
+};
+
+}  // namespace OmbryZephCore
