@@ -1,0 +1,169 @@
+#include "OmbryZephCore/ZephWindowsCertificateValidation.h"
+
+#include <gtest/gtest.h>
+
+#include "OmbryZephCore/ZephIOBuffer.h"
+#include "tests/Fakes/TestCertificates.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using OmbryZephCore::ZephWindowsCertificateValidation::CheckPublicKeyCallback;
+
+bool Accepts(const std::string& expected, const std::string& serverDer) {
+    const Platform::CertificateContext context{Platform::CertificateEncoding,
+                                               reinterpret_cast<const std::uint8_t*>(serverDer.data()),
+                                               static_cast<std::uint32_t>(serverDer.size())};
+    Platform::CertificateContextPointer pContext = &context;
+    return CheckPublicKeyCallback(expected)(&pContext);
+}
+
+std::string Pin(const CertificateRecipe& recipe) {
+    return Base64Of(DerOf(MakeCertificate(recipe)));
+}
+
+std::string Server(const CertificateRecipe& recipe) {
+    return DerOf(MakeCertificate(recipe));
+}
+
+TEST(CheckPublicKeyCallbackTest, TheVeryCertificateIsAccepted) {
+    EXPECT_TRUE(Accepts(Pin({}), Server({})));
+}
+
+TEST(CheckPublicKeyCallbackTest, Base64WithLineEndsIsAccepted) {
+    const std::string text = Pin({});
+    for (const char* end : {"\n", "\r\n"}) {
+        std::string lines;
+        for (std::size_t i = 0; i < text.size(); i += 64)
+            lines += text.substr(i, 64) + end;
+        EXPECT_TRUE(Accepts(lines, Server({})));
+    }
+}
+
+TEST(CheckPublicKeyCallbackTest, OnlyTheKeyCountsNotDatesNamesIssuerOrSerial) {
+    CertificateRecipe renewed = SignedByAuthority();
+    renewed.commonName = "other.test";
+    renewed.alternativeNames = "DNS:other.test";
+    renewed.validFromSeconds = -100 * 86400;
+    renewed.validToSeconds = -86400;
+    EXPECT_TRUE(Accepts(Pin({}), Server(renewed)));
+    EXPECT_TRUE(Accepts(Pin(renewed), Server({})));
+}
+
+TEST(CheckPublicKeyCallbackTest, SameNameWithANewKeyIsRejected) {
+    CertificateRecipe other;
+    other.key = KeyNamed("rsa2048-other");
+    EXPECT_FALSE(Accepts(Pin({}), Server(other)));
+}
+
+TEST(CheckPublicKeyCallbackTest, KeyOfAnotherKindIsRejected) {
+    CertificateRecipe ec;
+    ec.key = KeyNamed("ec256");
+    EXPECT_FALSE(Accepts(Pin({}), Server(ec)));
+    EXPECT_FALSE(Accepts(Pin(ec), Server({})));
+    EXPECT_TRUE(Accepts(Pin(ec), Server(ec)));
+}
+
+TEST(CheckPublicKeyCallbackTest, WhatCannotBeDecodedOrParsedRejectsEveryServer) {
+    const std::string good = Pin({});
+    const std::string der = DerOf(MakeCertificate({}));
+    const std::string bad[] = {"",
+                               " \r\n",
+                               "not base64!",
+                               good + "*",
+                               good.substr(0, good.size() - 1),
+                               good.substr(0, 400),
+                               Base64Of("no certificate"),
+                               Base64Of(der + '\0'),
+                               Base64Of(der.substr(0, der.size() - 1)),
+                               "-----BEGIN CERTIFICATE-----\n" + good + "\n-----END CERTIFICATE-----\n"};
+    for (const std::string& text : bad) {
+        SCOPED_TRACE(text);
+        EXPECT_FALSE(Accepts(text, Server({})));
+    }
+}
+
+TEST(CheckPublicKeyCallbackTest, ServerWithoutACertificateIsRejected) {
+    const CheckPublicKeyCallback callback(Pin({}));
+    EXPECT_FALSE(callback(nullptr));
+    Platform::CertificateContextPointer none = nullptr;
+    EXPECT_FALSE(callback(&none));
+    EXPECT_FALSE(Accepts(Pin({}), "no certificate"));
+    EXPECT_FALSE(Accepts(Pin({}), ""));
+}
+
+TEST(CheckPublicKeyCallbackTest, CopyChecksAsTheOriginalDoes) {
+    const CheckPublicKeyCallback original(Pin({}));
+    const CheckPublicKeyCallback copy = original;
+    const std::string der = Server({});
+    const Platform::CertificateContext context{Platform::CertificateEncoding,
+                                               reinterpret_cast<const std::uint8_t*>(der.data()),
+                                               static_cast<std::uint32_t>(der.size())};
+    Platform::CertificateContextPointer pContext = &context;
+    EXPECT_TRUE(copy(&pContext));
+    EXPECT_TRUE(original(&pContext));
+    EXPECT_EQ(pContext, &context) << "the certificate stays the caller's";
+}
+
+/// Forwards to the real group, writes down the calls, and fails the one that is named.
+class FailingCertificates : public Platform::ICertificates {
+public:
+    Platform::ValueOr<std::unique_ptr<Platform::ICertificateStore>> OpenStore(
+        Platform::StoreLocation location, Platform::StoreAccess access, std::wstring_view name) override {
+        calls.push_back("open");
+        return real.OpenStore(location, access, name);
+    }
+    Platform::ValueOr<std::unique_ptr<Platform::ICertificate>> CreateCertificate(
+        std::span<const std::uint8_t> encoded) override {
+        calls.push_back("create");
+        if (failing == "create") return Platform::Result::Failure(5);
+        return real.CreateCertificate(encoded);
+    }
+    bool EqualPublicKeys(const Platform::CertificateContext& left,
+                         const Platform::CertificateContext& right) override {
+        calls.push_back("compare");
+        return failing != "compare" && real.EqualPublicKeys(left, right);
+    }
+    Platform::ValueOr<std::uint32_t> BinaryToBase64(std::span<const std::uint8_t> binary, char* text,
+                                                    std::uint32_t room) override {
+        return real.BinaryToBase64(binary, text, room);
+    }
+    Platform::ValueOr<std::uint32_t> Base64ToBinary(std::string_view text, std::uint8_t* binary,
+                                                    std::uint32_t room) override {
+        calls.push_back(binary == nullptr ? "measure" : "decode");
+        if (failing == calls.back()) return Platform::Result::Failure(5);
+        return real.Base64ToBinary(text, binary, room);
+    }
+
+    std::string failing;
+    std::vector<std::string> calls;
+
+private:
+    Platform::ICertificates& real = Platform::Certificates();
+};
+
+TEST(CheckPublicKeyCallbackTest, EachFailingOperationRejectsAndEndsTheCheck) {
+    const std::vector<std::string> steps = {"measure", "decode", "create", "compare"};
+    FailingCertificates certificates;
+    const Platform::Testing::Replace<Platform::ICertificates> replaced(certificates);
+    ASSERT_TRUE(Accepts(Pin({}), Server({})));
+    EXPECT_EQ(certificates.calls, steps);
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+        certificates.failing = steps[i];
+        certificates.calls.clear();
+        EXPECT_FALSE(Accepts(Pin({}), Server({})));
+        EXPECT_EQ(certificates.calls, std::vector<std::string>(
+                                          steps.begin(), steps.begin() + static_cast<std::ptrdiff_t>(i) + 1));
+    }
+}
+
+TEST(CheckPublicKeyCallbackTest, FailingAllocationRejects) {
+    const auto before =
+        OmbryZephCore::ZephIOBuffer::ReplaceAllocator([](std::uint64_t) -> std::uint8_t* { return nullptr; });
+    const bool accepted = Accepts(Pin({}), Server({}));
+    OmbryZephCore::ZephIOBuffer::ReplaceAllocator(before);
+    EXPECT_FALSE(accepted);
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
