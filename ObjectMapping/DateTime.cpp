@@ -138,7 +138,8 @@ std::string FormatDateTime(TimePoint value) {
     const auto days = std::chrono::floor<std::chrono::days>(seconds);
     const std::chrono::year_month_day date(days);
     const std::chrono::hh_mm_ss time(seconds - days);
-    const long long fraction = Duration(value - seconds).count();
+    long long fraction = value.time_since_epoch().count() % TicksPerSecond;
+    if (fraction < 0) fraction += TicksPerSecond;
     char text[64];
     const int length = std::snprintf(
         text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d.%07lldZ", static_cast<int>(date.year()),
