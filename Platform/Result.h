@@ -27,6 +27,8 @@ class [[nodiscard]] ValueOr {
 public:
     ValueOr(T value) : value(std::move(value)), failure(Result::Success()) {}  // NOLINT: implicit on purpose
     ValueOr(Result failure) : failure(failure) {}                              // NOLINT: implicit on purpose
+    /// A value whose caller may find it wanting, with the error number that the system left beside it.
+    ValueOr(T value, int error) : value(std::move(value)), failure(Result::Failure(error)) {}
 
     explicit operator bool() const { return value.has_value(); }
     int Error() const { return failure.Error(); }
