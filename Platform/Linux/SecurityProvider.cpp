@@ -1,0 +1,33 @@
+#include "Platform/ISecurityProvider.h"
+
+#include <cerrno>
+
+namespace Ombry::Platform {
+namespace {
+
+/// There is no such provider here: no library of it is ever found, and nothing behind that is reached.
+class LinuxSecurityProvider : public ISecurityProvider {
+public:
+    ValueOr<SecurityModule> LoadModule(const char*) override { return Result::Failure(ENOENT); }
+
+    ValueOr<SecurityEntryPoint> FindEntryPoint(SecurityModule, const char*) override {
+        return Result::Failure(ENOENT);
+    }
+
+    ValueOr<SecurityFunctionTable*> CallEntryPoint(SecurityEntryPoint) override {
+        return Result::Failure(ENOENT);
+    }
+
+    void FreeModule(SecurityModule) override {}
+    void FreeCertificate(CertificateContextPointer) override {}
+};
+
+}  // namespace
+
+template <>
+ISecurityProvider& Production<ISecurityProvider>() {
+    static LinuxSecurityProvider provider;
+    return provider;
+}
+
+}  // namespace Ombry::Platform
