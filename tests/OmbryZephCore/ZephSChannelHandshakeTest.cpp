@@ -1,0 +1,582 @@
+#include <limits>
+#include <stdexcept>
+
+#include "tests/OmbryZephCore/SChannelFixture.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace Platform;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class SChannelHandshake : public SChannelFixture {};
+
+TEST_F(SChannelHandshake, AClientStartsInTheStatedOrder) {
+    StartClient();
+    EXPECT_THAT(
+        provider.calls,
+        ElementsAre("LoadModule SCHANNEL.DLL", "FindEntryPoint InitSecurityInterfaceA", "CallEntryPoint",
+                    "QuerySecurityPackageInfoA Microsoft Unified Security Protocol Provider",
+                    "FreeContextBuffer", "InitializeSecurityContextA"));
+    EXPECT_THAT(logger->Messages(), IsEmpty());
+}
+
+TEST_F(SChannelHandshake, TheFirstStepHasItsOwnFlagsNoInputAndTheWholeBuffer) {
+    StartClient();
+    ASSERT_EQ(provider.stepCalls.size(), 1u);
+    const auto& call = provider.stepCalls[0];
+    EXPECT_EQ(call.flags, 0x8090u);
+    EXPECT_FALSE(call.hasContext);
+    EXPECT_FALSE(call.hasInput);
+    EXPECT_EQ(call.room, 256u);
+    EXPECT_EQ(call.targetName, "server.example");
+    EXPECT_EQ(call.credentials, &credentials);
+}
+
+TEST_F(SChannelHandshake, TheFirstFlightWaitsToBeExtracted) {
+    StartClient("first flight");
+    EXPECT_TRUE(connection->WantsCiphertext());
+    EXPECT_FALSE(connection->IsOutputBlocked());
+    EXPECT_FALSE(connection->IsShuttingDown());
+    EXPECT_FALSE(connection->IsShutdownComplete());
+    EXPECT_EQ(Extract(5).second, "first");
+    EXPECT_EQ(Extract().second, " flight");
+    EXPECT_EQ(Extract().first, 0);
+}
+
+TEST_F(SChannelHandshake, AClientWithoutNameGivesTheProviderNone) {
+    provider.steps = {{SEC_I_CONTINUE_NEEDED}};
+    EXPECT_EQ(connection->InitializeAsClient(nullptr, nullptr), 0);
+    EXPECT_EQ(provider.stepCalls[0].targetName, "(null)");
+    EXPECT_EQ(provider.stepCalls[0].credentials, nullptr);
+}
+
+TEST_F(SChannelHandshake, FailsIfTheLibraryIsMissing) {
+    provider.loadErrors["SCHANNEL.DLL"] = 2;
+    EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), -1);
+    EXPECT_THAT(logger->Messages(4), ElementsAre("Cannot load SCHANNEL.DLL (error 2)."));
+}
+
+TEST_F(SChannelHandshake, FailsIfThePackageIsUnknown) {
+    provider.packageStatus = SEC_E_INTERNAL_ERROR;
+    EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), -1);
+    EXPECT_THAT(logger->Messages(4), ElementsAre("QuerySecurityPackageInfoA failed with error -2146893052"));
+    EXPECT_EQ(provider.calls.back(), "FreeModule");
+    EXPECT_EQ(provider.CallsOf("FreeContextBuffer"), 0);
+}
+
+std::uint8_t* NoMemory(std::uint64_t) {
+    return nullptr;
+}
+int allocationsLeft = 0;
+std::uint8_t* LittleMemory(std::uint64_t bytes) {
+    return allocationsLeft-- > 0 ? new std::uint8_t[bytes] : nullptr;
+}
+
+TEST_F(SChannelHandshake, FailsWithoutMemoryForEitherBufferAndReturnsThePackageInfo) {
+    for (int fail = 0; fail < 2; ++fail) {
+        allocationsLeft = fail;
+        const auto before = OmbryZephCore::ZephIOBuffer::ReplaceAllocator(&LittleMemory);
+        const std::int32_t result = connection->InitializeAsClient(&credentials, "a");
+        OmbryZephCore::ZephIOBuffer::ReplaceAllocator(before);
+        EXPECT_EQ(result, -1);
+        EXPECT_EQ(provider.CallsOf("FreeContextBuffer"), fail + 1);
+        EXPECT_EQ(provider.calls.back(), "FreeModule");
+        EXPECT_THAT(provider.stepCalls, IsEmpty());
+    }
+}
+
+TEST_F(SChannelHandshake, AFailedFirstStepIsLoggedAndUnloads) {
+    provider.steps = {{SEC_E_INVALID_TOKEN}};
+    EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), -1);
+    EXPECT_THAT(logger->Messages(4), ElementsAre("InitializeSecurityContextA failed with error -2146893048"));
+    EXPECT_EQ(provider.CallsOf("DeleteSecurityContext"), 0);
+    EXPECT_EQ(provider.calls.back(), "FreeModule");
+}
+
+TEST_F(SChannelHandshake, AFirstStepThatLacksRoomOrInputIsAPlainFailure) {
+    for (SECURITY_STATUS status : {SEC_E_BUFFER_TOO_SMALL, SEC_E_INCOMPLETE_MESSAGE}) {
+        provider.steps = {{status}};
+        EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), -1);
+        EXPECT_FALSE(connection->WantsCiphertext());
+        EXPECT_FALSE(connection->IsOutputBlocked());
+    }
+    EXPECT_THAT(logger->Messages(4), ElementsAre("InitializeSecurityContextA failed with error -2146893023",
+                                                 "InitializeSecurityContextA failed with error -2146893032"));
+}
+
+TEST_F(SChannelHandshake, AFirstStepThatNeedsCompletionIsCompleted) {
+    provider.steps = {{SEC_I_COMPLETE_NEEDED, "tok"}};
+    EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), 0);
+    EXPECT_EQ(provider.completedToken, "tok");
+    EXPECT_FALSE(connection->WantsCiphertext());
+    EXPECT_EQ(Extract().second, "tok");
+}
+
+TEST_F(SChannelHandshake, AFirstStepThatNeedsCompletionAndMoreIsCompletedAndWaits) {
+    provider.steps = {{SEC_I_COMPLETE_AND_CONTINUE, "tok"}};
+    EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), 0);
+    EXPECT_EQ(provider.completedToken, "tok");
+    EXPECT_TRUE(connection->WantsCiphertext());
+    EXPECT_EQ(Extract().second, "tok");
+}
+
+TEST_F(SChannelHandshake, AFailedCompletionOfTheFirstStepEndsTheSession) {
+    for (SECURITY_STATUS status : {SEC_I_COMPLETE_NEEDED, SEC_I_COMPLETE_AND_CONTINUE}) {
+        provider.completeStatus = SEC_E_INTERNAL_ERROR;
+        provider.steps = {{status, "tok"}};
+        EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), -1);
+        EXPECT_EQ(logger->Messages(4).back(), "CompleteAuthToken failed with error -2146893052");
+        EXPECT_FALSE(connection->WantsCiphertext());
+        EXPECT_EQ(Extract().first, 0);
+        EXPECT_THAT(provider.books.Faults(), IsEmpty());
+    }
+}
+
+TEST_F(SChannelHandshake, AFirstStepThatIsReadyAtOnceAsksForNoCertificateAndWritesNothing) {
+    connection->SetValidator([](CertificateContextPointer*) { return false; });
+    provider.steps = {{SEC_E_OK, "tok"}};
+    EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), 0);
+    EXPECT_FALSE(connection->WantsCiphertext());
+    EXPECT_EQ(connection->ContinueInitIfNecessary(), 1);
+    EXPECT_EQ(Extract().second, "tok");
+    EXPECT_EQ(Write("x"), 0);
+    EXPECT_TRUE(connection->IsOutputBlocked());
+    EXPECT_EQ(provider.CallsOf("QueryContextAttributesA 83"), 0);
+    EXPECT_EQ(provider.CallsOf("QueryContextAttributesA 4"), 0);
+}
+
+TEST_F(SChannelHandshake, AnUnknownSuccessOfTheFirstStepIsLoggedAtLevel4AndGoesOn) {
+    provider.steps = {{0x90399, "tok"}};
+    EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), 0);
+    EXPECT_THAT(logger->Messages(4),
+                ElementsAre("Unexpected success status 590745 from InitializeSecurityContextA."));
+    EXPECT_FALSE(connection->WantsCiphertext());
+    EXPECT_EQ(Extract().second, "tok");
+}
+
+TEST_F(SChannelHandshake, WithoutInputAStepIsNotTaken) {
+    StartClient();
+    Forget();
+    EXPECT_EQ(connection->ContinueInitIfNecessary(), 0);
+    EXPECT_TRUE(connection->WantsCiphertext());
+    EXPECT_THAT(provider.stepCalls, IsEmpty());
+}
+
+TEST_F(SChannelHandshake, ALaterStepOffersAllInputAndTheFreePartOfTheOutput) {
+    StartClient();
+    Forget();
+    provider.steps = {{SEC_I_CONTINUE_NEEDED, "answer"}};
+    EXPECT_EQ(Inject("server hello"), 12);
+    ASSERT_EQ(provider.stepCalls.size(), 1u);
+    const auto& call = provider.stepCalls[0];
+    EXPECT_EQ(call.flags, 0x8010u);
+    EXPECT_TRUE(call.hasContext);
+    EXPECT_EQ(call.offered, "server hello");
+    EXPECT_THAT(call.inputTypes, ElementsAre(SECBUFFER_TOKEN, SECBUFFER_EMPTY));
+    EXPECT_EQ(call.room, 256u - 5u);
+    EXPECT_EQ(call.targetName, "server.example");
+    EXPECT_EQ(call.credentials, &credentials);
+    EXPECT_TRUE(connection->WantsCiphertext());
+    EXPECT_EQ(Extract().second, "helloanswer");
+}
+
+TEST_F(SChannelHandshake, InputThatWasTakenIsNotOfferedAgain) {
+    StartClient();
+    provider.steps = {{SEC_I_CONTINUE_NEEDED, "t"}, {SEC_I_CONTINUE_NEEDED, "t"}};
+    Inject("one");
+    Inject("two");
+    EXPECT_EQ(provider.stepCalls.back().offered, "two");
+}
+
+TEST_F(SChannelHandshake, AnIncompleteMessageWaitsAndIsOfferedWithWhatFollows) {
+    StartClient();
+    provider.steps = {{SEC_E_INCOMPLETE_MESSAGE}, {SEC_I_CONTINUE_NEEDED, "t"}};
+    EXPECT_EQ(Inject("ab"), 2);
+    EXPECT_TRUE(connection->WantsCiphertext());
+    EXPECT_EQ(Inject("cd"), 2);
+    EXPECT_EQ(provider.stepCalls.back().offered, "abcd");
+    EXPECT_THAT(logger->Messages(), IsEmpty());
+}
+
+TEST_F(SChannelHandshake, OutputThatDoesNotFitBlocksUntilSomeIsExtracted) {
+    StartClient();
+    provider.steps = {{SEC_E_BUFFER_TOO_SMALL}};
+    EXPECT_EQ(Inject("ab"), 2);
+    EXPECT_TRUE(connection->IsOutputBlocked());
+    EXPECT_FALSE(connection->WantsCiphertext());
+    provider.steps = {{SEC_I_CONTINUE_NEEDED, "t"}};
+    EXPECT_EQ(Extract().second, "hello");
+    EXPECT_FALSE(connection->IsOutputBlocked());
+    EXPECT_EQ(provider.stepCalls.back().offered, "ab");
+    EXPECT_EQ(provider.stepCalls.back().room, 256u);
+    EXPECT_EQ(Extract().second, "t");
+}
+
+TEST_F(SChannelHandshake, AFailedStepIsLoggedAndFailsTheOperation) {
+    StartClient();
+    provider.steps = {{SEC_E_INVALID_TOKEN}};
+    EXPECT_EQ(Inject("ab"), -1);
+    EXPECT_THAT(logger->Messages(4), ElementsAre("InitializeSecurityContextA failed with error -2146893048"));
+    provider.steps = {{SEC_E_INVALID_TOKEN}};
+    EXPECT_EQ(Extract().first, -1);
+    provider.steps = {{SEC_E_INVALID_TOKEN}};
+    EXPECT_EQ(Read().first, -1);
+    provider.steps = {{SEC_E_INVALID_TOKEN}};
+    EXPECT_EQ(Write("x"), -1);
+}
+
+TEST_F(SChannelHandshake, BytesOfAnExtraBufferStayForLater) {
+    for (std::size_t slot : {0u, 1u}) {
+        StartClient();
+        provider.steps = {{SEC_I_CONTINUE_NEEDED, "t", 3, 0, slot}, {SEC_I_CONTINUE_NEEDED, "t"}};
+        Inject("hello+xyz");
+        EXPECT_EQ(provider.stepCalls.back().offered, "hello+xyz");
+        Inject("!");
+        EXPECT_EQ(provider.stepCalls.back().offered, "xyz!") << slot;
+    }
+}
+
+TEST_F(SChannelHandshake, AStepThatNeedsMoreAndMadeNoTokenIsRepeatedWithTheExtraBytes) {
+    StartClient();
+    Forget();
+    provider.steps = {
+        {SEC_I_CONTINUE_NEEDED, "", 3}, {SEC_I_CONTINUE_NEEDED, "", 1}, {SEC_I_CONTINUE_NEEDED, "t"}};
+    EXPECT_EQ(Inject("abcdef"), 6);
+    ASSERT_EQ(provider.stepCalls.size(), 3u);
+    EXPECT_EQ(provider.stepCalls[1].offered, "def");
+    EXPECT_EQ(provider.stepCalls[2].offered, "f");
+    EXPECT_TRUE(connection->WantsCiphertext());
+    EXPECT_EQ(Extract().second, "hellot");
+}
+
+TEST_F(SChannelHandshake, AStepThatNeedsMoreAndTookNothingWaitsInsteadOfRepeating) {
+    StartClient();
+    Forget();
+    provider.steps = {{SEC_I_CONTINUE_NEEDED, "", 6}, {SEC_I_CONTINUE_NEEDED, "t"}};
+    EXPECT_EQ(Inject("abcdef"), 6);
+    EXPECT_EQ(provider.stepCalls.size(), 1u);
+    EXPECT_TRUE(connection->WantsCiphertext());
+    EXPECT_EQ(Inject("g"), 1);
+    EXPECT_EQ(provider.stepCalls.back().offered, "abcdefg");
+}
+
+TEST_F(SChannelHandshake, AnExtraBufferOfNoBytesEndsTheRepetition) {
+    StartClient();
+    Forget();
+    provider.steps = {{SEC_I_CONTINUE_NEEDED, "", 0}};
+    EXPECT_EQ(Inject("abc"), 3);
+    EXPECT_EQ(provider.stepCalls.size(), 1u);
+    EXPECT_TRUE(connection->WantsCiphertext());
+}
+
+TEST_F(SChannelHandshake, AStepWithoutTokenAndWithoutExtraIsNotRepeated) {
+    StartClient();
+    Forget();
+    provider.steps = {{SEC_I_CONTINUE_NEEDED, ""}, {SEC_E_INVALID_TOKEN}};
+    EXPECT_EQ(Inject("abc"), 3);
+    EXPECT_EQ(provider.stepCalls.size(), 1u);
+    EXPECT_TRUE(connection->WantsCiphertext());
+}
+
+TEST_F(SChannelHandshake, AStepWithATokenIsNotRepeatedThoughBytesAreLeft) {
+    StartClient();
+    Forget();
+    provider.steps = {{SEC_I_CONTINUE_NEEDED, "t", 2}, {SEC_E_INVALID_TOKEN}};
+    EXPECT_EQ(Inject("abc"), 3);
+    EXPECT_EQ(provider.stepCalls.size(), 1u);
+}
+
+TEST_F(SChannelHandshake, ALaterStepThatNeedsCompletionIsCompleted) {
+    StartClient("");
+    provider.steps = {{SEC_I_COMPLETE_NEEDED, "one"}, {SEC_I_COMPLETE_AND_CONTINUE, "two"}};
+    EXPECT_EQ(Inject("a"), 1);
+    EXPECT_EQ(provider.completedToken, "one");
+    EXPECT_FALSE(connection->WantsCiphertext());
+    EXPECT_EQ(Inject("b"), 1);
+    EXPECT_EQ(provider.completedToken, "two");
+    EXPECT_TRUE(connection->WantsCiphertext());
+    EXPECT_EQ(Extract().second, "onetwo");
+}
+
+TEST_F(SChannelHandshake, AFailedCompletionOfALaterStepFailsAndSendsNothing) {
+    for (SECURITY_STATUS status : {SEC_I_COMPLETE_NEEDED, SEC_I_COMPLETE_AND_CONTINUE}) {
+        StartClient("");
+        provider.completeStatus = SEC_E_INTERNAL_ERROR;
+        provider.steps = {{status, "tok"}};
+        EXPECT_EQ(Inject("a"), -1);
+        EXPECT_EQ(logger->Messages(4).back(), "CompleteAuthToken failed with error -2146893052");
+        EXPECT_EQ(Extract().first, 0);
+    }
+}
+
+TEST_F(SChannelHandshake, AnUnknownSuccessOfALaterStepIsLoggedAtLevel3AndGoesOn) {
+    StartClient("");
+    provider.steps = {{0x90399, "tok"}};
+    EXPECT_EQ(Inject("a"), 1);
+    EXPECT_THAT(logger->Messages(3),
+                ElementsAre("Unexpected success status 590745 from InitializeSecurityContextA."));
+    EXPECT_EQ(logger->Entries().size(), 1u);
+    EXPECT_EQ(Extract().second, "tok");
+    EXPECT_EQ(connection->ContinueInitIfNecessary(), 0);
+}
+
+TEST_F(SChannelHandshake, TheLastStepFetchesTheStreamSizesAndIsReady) {
+    StartClient();
+    Forget();
+    provider.steps = {{SEC_E_OK, "finished"}};
+    EXPECT_EQ(Inject("server"), 6);
+    EXPECT_THAT(provider.calls, ElementsAre("InitializeSecurityContextA", "QueryContextAttributesA 4"));
+    EXPECT_FALSE(connection->WantsCiphertext());
+    EXPECT_EQ(connection->ContinueInitIfNecessary(), 1);
+    EXPECT_EQ(Extract().second, "hellofinished");
+}
+
+TEST_F(SChannelHandshake, BothBuffersGrowToHoldOneRecord) {
+    provider.sizes = {5, 3, 1000, 4, 1};
+    Connect();
+    EXPECT_EQ(Inject(std::string(1008, 'r')), 1008);
+    EXPECT_EQ(Inject("r"), 0);
+    EXPECT_EQ(Write(std::string(1001, 'w')), 1000);
+}
+
+TEST_F(SChannelHandshake, BuffersThatAreLongEnoughStayAsTheyAre) {
+    provider.sizes = {5, 3, 64, 4, 1};
+    Connect();
+    EXPECT_EQ(Inject(std::string(300, 'r')), 256);
+}
+
+TEST_F(SChannelHandshake, StreamSizesBeyond32BitsFail) {
+    provider.sizes = {std::numeric_limits<std::uint32_t>::max(), 1, 0, 4, 1};
+    StartClient();
+    provider.steps = {{SEC_E_OK}};
+    EXPECT_EQ(Inject("server"), -1);
+}
+
+TEST_F(SChannelHandshake, FailsWithoutMemoryForARecord) {
+    provider.sizes = {5, 3, 100000, 4, 1};
+    StartClient();
+    provider.steps = {{SEC_E_OK}};
+    const auto before = OmbryZephCore::ZephIOBuffer::ReplaceAllocator(&NoMemory);
+    const std::int32_t result = Inject("server");
+    OmbryZephCore::ZephIOBuffer::ReplaceAllocator(before);
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(Write("x"), -1);
+}
+
+TEST_F(SChannelHandshake, FailsIfTheStreamSizesCannotBeHad) {
+    provider.sizesStatus = SEC_E_INTERNAL_ERROR;
+    StartClient();
+    provider.steps = {{SEC_E_OK, "finished"}};
+    EXPECT_EQ(Inject("server"), -1);
+    EXPECT_THAT(
+        logger->Messages(4),
+        ElementsAre("QueryContextAttributesA for SECPKG_ATTR_STREAM_SIZES failed with error -2146893052"));
+    EXPECT_EQ(logger->Entries().size(), 1u);
+}
+
+TEST_F(SChannelHandshake, TheValidatorSeesTheCertificateBeforeAnythingElseAndItIsFreed) {
+    const CertificateContext* seen = nullptr;
+    connection->SetValidator([&](CertificateContextPointer* certificate) {
+        seen = *certificate;
+        provider.calls.push_back("validator");
+        *certificate = nullptr;  // freed all the same
+        return true;
+    });
+    StartClient();
+    Forget();
+    provider.steps = {{SEC_E_OK}};
+    EXPECT_EQ(Inject("server"), 6);
+    EXPECT_EQ(seen, &provider.certificate);
+    EXPECT_THAT(provider.calls, ElementsAre("InitializeSecurityContextA", "QueryContextAttributesA 83",
+                                            "validator", "FreeCertificate", "QueryContextAttributesA 4"));
+}
+
+TEST_F(SChannelHandshake, ARefusedCertificateFailsTheOperationThatFinishedTheHandshake) {
+    connection->SetValidator([](CertificateContextPointer*) { return false; });
+    StartClient();
+    Forget();
+    provider.steps = {{SEC_E_OK, "finished"}};
+    EXPECT_EQ(Inject("server"), -1);
+    EXPECT_THAT(logger->Messages(3),
+                ElementsAre("Certificate validation returned failure.  Connection will be closed."));
+    EXPECT_EQ(logger->Entries().size(), 1u);
+    EXPECT_THAT(provider.calls,
+                ElementsAre("InitializeSecurityContextA", "QueryContextAttributesA 83", "FreeCertificate"));
+}
+
+TEST_F(SChannelHandshake, ARefusedSessionMovesNoByteInAnyLaterOperation) {
+    connection->SetValidator([](CertificateContextPointer*) { return false; });
+    StartClient();
+    provider.steps = {{SEC_E_OK, "finished", 2}};
+    EXPECT_EQ(Inject("server12"), -1);
+    Forget();
+    EXPECT_EQ(Read().first, -1);
+    EXPECT_EQ(Write("secret"), -1);
+    EXPECT_EQ(Inject("more"), -1);
+    EXPECT_EQ(Extract().first, -1);
+    EXPECT_THAT(provider.calls, IsEmpty());
+}
+
+TEST_F(SChannelHandshake, ASessionWhoseValidatorThrowsIsRefusedAndItsCertificateFreed) {
+    connection->SetValidator([](CertificateContextPointer*) -> bool { throw std::runtime_error("judge"); });
+    StartClient();
+    provider.steps = {{SEC_E_OK}};
+    EXPECT_THROW(Inject("server"), std::runtime_error);
+    EXPECT_EQ(provider.CallsOf("FreeCertificate"), 1);
+    EXPECT_EQ(Write("secret"), -1);
+}
+
+TEST_F(SChannelHandshake, ASessionWithoutCertificateIsRefusedWhereAValidatorIsSet) {
+    int asked = 0;
+    connection->SetValidator([&](CertificateContextPointer*) { return ++asked > 0; });
+    provider.nullCertificate = true;
+    StartClient();
+    provider.steps = {{SEC_E_OK}};
+    EXPECT_EQ(Inject("server"), -1);
+    EXPECT_EQ(asked, 0);
+    EXPECT_TRUE(logger->Has(3, "Certificate validation returned failure.  Connection will be closed."));
+    EXPECT_EQ(provider.CallsOf("FreeCertificate"), 0);
+}
+
+TEST_F(SChannelHandshake, FailsIfTheCertificateCannotBeHad) {
+    int asked = 0;
+    connection->SetValidator([&](CertificateContextPointer*) { return ++asked > 0; });
+    provider.certificateStatus = SEC_E_INTERNAL_ERROR;
+    StartClient();
+    provider.steps = {{SEC_E_OK}};
+    EXPECT_EQ(Inject("server"), -1);
+    EXPECT_EQ(asked, 0);
+    EXPECT_THAT(logger->Messages(4),
+                ElementsAre("QueryContextAttributesA for SECPKG_ATTR_REMOTE_CERT_CONTEXT "
+                            "failed with error -2146893052"));
+    EXPECT_EQ(provider.CallsOf("QueryContextAttributesA 4"), 0);
+}
+
+TEST_F(SChannelHandshake, WithoutValidatorTheCertificateIsNotEvenFetched) {
+    Connect();
+    EXPECT_EQ(provider.CallsOf("QueryContextAttributesA 83"), 0);
+}
+
+TEST_F(SChannelHandshake, TheOperationThatFinishesTheHandshakeMayBeAnExtraction) {
+    StartClient();
+    provider.steps = {{SEC_E_BUFFER_TOO_SMALL}, {SEC_E_OK, "finished"}};
+    Inject("server");
+    EXPECT_EQ(Extract().second, "hello");
+    EXPECT_EQ(connection->ContinueInitIfNecessary(), 1);
+    EXPECT_EQ(Extract().second, "finished");
+}
+
+TEST_F(SChannelHandshake, ReadsAndWritesWaitForTheHandshake) {
+    StartClient();
+    EXPECT_EQ(Read().first, 0);
+    EXPECT_EQ(Write("x"), 0);
+    EXPECT_EQ(provider.CallsOf("EncryptMessage"), 0);
+    EXPECT_EQ(provider.CallsOf("DecryptMessage"), 0);
+}
+
+TEST_F(SChannelHandshake, AServerWaitsForTheFirstFlight) {
+    EXPECT_EQ(connection->InitializeAsServer(&credentials), 0);
+    EXPECT_TRUE(connection->WantsCiphertext());
+    EXPECT_THAT(provider.stepCalls, IsEmpty());
+    EXPECT_EQ(connection->ContinueInitIfNecessary(), 0);
+}
+
+TEST_F(SChannelHandshake, AServerAsksFirstForWhatItWantsAndThenForWhatItGot) {
+    connection->InitializeAsServer(&credentials);
+    provider.steps = {{SEC_E_INCOMPLETE_MESSAGE, "", -1, 0x11},
+                      {SEC_I_CONTINUE_NEEDED, "s1", -1, 0x22},
+                      {SEC_E_OK, "s2", -1, 0x33}};
+    Inject("a");
+    Inject("b");
+    Inject("c");
+    ASSERT_EQ(provider.stepCalls.size(), 3u);
+    for (const auto& call : provider.stepCalls)
+        EXPECT_EQ(call.function, "AcceptSecurityContext");
+    EXPECT_EQ(provider.stepCalls[0].flags, 0x10010u);
+    EXPECT_FALSE(provider.stepCalls[0].hasContext);
+    EXPECT_EQ(provider.stepCalls[1].flags, 0x10010u);
+    EXPECT_FALSE(provider.stepCalls[1].hasContext);
+    EXPECT_EQ(provider.stepCalls[1].offered, "ab");
+    EXPECT_EQ(provider.stepCalls[2].flags, 0x22u);
+    EXPECT_TRUE(provider.stepCalls[2].hasContext);
+    EXPECT_EQ(connection->ContinueInitIfNecessary(), 1);
+    EXPECT_EQ(Extract().second, "s1s2");
+}
+
+TEST_F(SChannelHandshake, AServersMessagesNameItsOwnFunction) {
+    connection->InitializeAsServer(&credentials);
+    provider.steps = {{0x90399}, {SEC_E_INVALID_TOKEN}};
+    EXPECT_EQ(Inject("a"), 1);
+    EXPECT_EQ(Inject("b"), -1);
+    EXPECT_THAT(logger->Messages(3),
+                ElementsAre("Unexpected success status 590745 from AcceptSecurityContext."));
+    EXPECT_THAT(logger->Messages(4), ElementsAre("AcceptSecurityContext failed with error -2146893048"));
+}
+
+TEST_F(SChannelHandshake, AServerThatFailsToLoadIsNotStarted) {
+    provider.loadErrors["SCHANNEL.DLL"] = 2;
+    EXPECT_EQ(connection->InitializeAsServer(&credentials), -1);
+    EXPECT_FALSE(connection->WantsCiphertext());
+}
+
+TEST_F(SChannelHandshake, ASecondInitializeEndsTheFirstSessionCompletely) {
+    Connect();
+    Write("x");
+    provider.decryptions = {{SEC_I_CONTEXT_EXPIRED, {{SECBUFFER_EXTRA, 0, 2}}}};
+    Inject("ab");
+    Read();
+    ASSERT_TRUE(connection->IsShuttingDown());
+    Forget();
+    StartClient("again");
+    EXPECT_THAT(provider.calls,
+                ElementsAre("DeleteSecurityContext", "FreeModule", "LoadModule SCHANNEL.DLL",
+                            "FindEntryPoint InitSecurityInterfaceA", "CallEntryPoint",
+                            "QuerySecurityPackageInfoA Microsoft Unified Security Protocol Provider",
+                            "FreeContextBuffer", "InitializeSecurityContextA"));
+    EXPECT_FALSE(provider.stepCalls[0].hasContext);
+    EXPECT_EQ(provider.stepCalls[0].room, 256u);
+    EXPECT_FALSE(connection->IsShuttingDown());
+    EXPECT_EQ(ExtractUnprocessed().first, 0);
+    EXPECT_EQ(Extract().second, "again");
+}
+
+TEST_F(SChannelHandshake, ASecondInitializeAcceptsAgainAfterARefusal) {
+    connection->SetValidator([](CertificateContextPointer*) { return false; });
+    StartClient();
+    provider.steps = {{SEC_E_OK}};
+    EXPECT_EQ(Inject("server"), -1);
+    connection->SetValidator([](CertificateContextPointer*) { return true; });
+    Connect();
+    EXPECT_EQ(Write("x"), 1);
+}
+
+TEST_F(SChannelHandshake, DestructionDeletesTheContextBeforeItReleasesTheLibrary) {
+    StartClient();
+    Forget();
+    connection.reset();
+    EXPECT_THAT(provider.calls, ElementsAre("DeleteSecurityContext", "FreeModule"));
+}
+
+TEST_F(SChannelHandshake, AConnectionThatWasNeverStartedIsHarmless) {
+    EXPECT_EQ(connection->request_renegotiate(), -1);
+    EXPECT_EQ(connection->shutdown(true), -1);
+    EXPECT_EQ(Inject("x"), 0);
+    EXPECT_EQ(Extract().first, 0);
+    EXPECT_EQ(Read().first, 0);
+    EXPECT_EQ(Write("x"), 0);
+    connection.reset();
+    EXPECT_THAT(provider.calls, IsEmpty());
+}
+
+TEST_F(SChannelHandshake, NeedsNoLogger) {
+    connection = std::make_unique<OmbryZephCore::ZephSChannelConnection>(nullptr);
+    connection->SetVerbose(true);
+    StartClient();
+    provider.steps = {{SEC_E_INVALID_TOKEN}};
+    EXPECT_EQ(Inject("x"), -1);
+}
+
+}  // namespace
+}  // namespace Ombry::Tests

@@ -1,0 +1,274 @@
+#include "tests/OmbryZephCore/SChannelFixture.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace Platform;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Result = std::pair<std::int32_t, std::string>;
+
+class SChannelShutdown : public SChannelFixture {
+protected:
+    void SetUp() override { Connect(); }
+
+    /// What was offered in each step, the close itself left out.
+    std::vector<std::string> Offers() const {
+        std::vector<std::string> offers;
+        for (const auto& call : provider.stepCalls) {
+            if (call.hasInput) offers.push_back(call.offered);
+        }
+        return offers;
+    }
+};
+
+TEST_F(SChannelShutdown, SendsOneCloseAndIsCompleteIfItNeedNotWait) {
+    provider.steps = {{SEC_E_OK, "close"}};
+    EXPECT_EQ(connection->shutdown(false), 1);
+    EXPECT_THAT(provider.calls, ElementsAre("ApplyControlToken", "InitializeSecurityContextA"));
+    EXPECT_THAT(provider.controlTypes, ElementsAre(SECBUFFER_TOKEN));
+    EXPECT_EQ(provider.controlToken, std::string("\x01\x00\x00\x00", 4));
+    EXPECT_EQ(provider.stepCalls[0].flags, 0x8010u);
+    EXPECT_TRUE(provider.stepCalls[0].hasContext);
+    EXPECT_FALSE(provider.stepCalls[0].hasInput);
+    EXPECT_TRUE(connection->IsShuttingDown());
+    EXPECT_TRUE(connection->IsShutdownComplete());
+    EXPECT_EQ(Extract(), Result(5, "close"));
+    EXPECT_THAT(logger->Messages(), IsEmpty());
+}
+
+TEST_F(SChannelShutdown, TheCloseStandsBehindWaitingOutput) {
+    Write("a");
+    provider.steps = {{SEC_E_OK, "close"}};
+    EXPECT_EQ(connection->shutdown(false), 1);
+    EXPECT_EQ(provider.stepCalls[0].room, 256u - 8u);
+    EXPECT_EQ(Extract(), Result(13, "<<<<<b>>close"));
+}
+
+TEST_F(SChannelShutdown, TheCloseIsSentOnlyOnce) {
+    provider.steps = {{SEC_E_OK, "close"}};
+    connection->shutdown(false);
+    Forget();
+    EXPECT_EQ(connection->shutdown(false), 1);
+    EXPECT_THAT(provider.calls, IsEmpty());
+    EXPECT_EQ(Extract(), Result(5, "close"));
+}
+
+TEST_F(SChannelShutdown, AnyOtherSuccessOfTheCloseCountsAsSent) {
+    provider.steps = {{SEC_I_CONTEXT_EXPIRED, "close"}};
+    EXPECT_EQ(connection->shutdown(false), 1);
+    EXPECT_EQ(Extract(), Result(5, "close"));
+    EXPECT_THAT(logger->Messages(), IsEmpty());
+}
+
+TEST_F(SChannelShutdown, AFailedControlTokenIsLoggedAtLevel3) {
+    provider.controlStatus = SEC_E_INVALID_HANDLE;
+    EXPECT_EQ(connection->shutdown(false), -1);
+    EXPECT_THAT(logger->Messages(3), ElementsAre("ApplyControlToken failed with error -2146893055"));
+    EXPECT_EQ(logger->Entries().size(), 1u);
+    EXPECT_FALSE(connection->IsShuttingDown());
+    EXPECT_THAT(provider.stepCalls, IsEmpty());
+}
+
+TEST_F(SChannelShutdown, ACloseThatDoesNotFitIsTriedAgainFromTheStart) {
+    provider.steps = {{SEC_E_BUFFER_TOO_SMALL}, {SEC_E_OK, "close"}};
+    EXPECT_EQ(connection->shutdown(false), 0);
+    EXPECT_TRUE(connection->IsOutputBlocked());
+    EXPECT_FALSE(connection->IsShuttingDown());
+    EXPECT_EQ(connection->shutdown(false), 1);
+    EXPECT_EQ(provider.CallsOf("ApplyControlToken"), 2);
+    EXPECT_EQ(Extract(), Result(5, "close"));
+}
+
+TEST_F(SChannelShutdown, AFailedCloseIsLoggedAtLevel3) {
+    provider.steps = {{SEC_E_INTERNAL_ERROR}};
+    EXPECT_EQ(connection->shutdown(true), -1);
+    EXPECT_THAT(logger->Messages(3), ElementsAre("InitializeSecurityContextA failed with error -2146893052"));
+    EXPECT_EQ(logger->Entries().size(), 1u);
+    EXPECT_FALSE(connection->IsShuttingDown());
+}
+
+TEST_F(SChannelShutdown, AnIncompleteCloseIsAFailureToo) {
+    provider.steps = {{SEC_E_INCOMPLETE_MESSAGE}};
+    EXPECT_EQ(connection->shutdown(false), -1);
+    EXPECT_FALSE(connection->WantsCiphertext());
+}
+
+TEST_F(SChannelShutdown, AfterThePeersCloseItIsCompleteAtOnceEvenIfItWaits) {
+    provider.decryptions = {{SEC_I_CONTEXT_EXPIRED, {}}};
+    Inject("ALT");
+    Read();
+    EXPECT_FALSE(connection->IsShutdownComplete());
+    provider.steps = {{SEC_E_OK, "close"}};
+    EXPECT_EQ(connection->shutdown(true), 1);
+    EXPECT_EQ(provider.stepCalls.size(), 1u);
+    EXPECT_TRUE(connection->IsShutdownComplete());
+}
+
+TEST_F(SChannelShutdown, WaitingOffersTheInputByteByByteFromNone) {
+    Inject("abc");
+    provider.steps = {{SEC_E_OK, "close"},
+                      {SEC_E_INCOMPLETE_MESSAGE},
+                      {SEC_E_INCOMPLETE_MESSAGE},
+                      {SEC_E_INCOMPLETE_MESSAGE},
+                      {SEC_E_OK, "bye"}};
+    EXPECT_EQ(connection->shutdown(true), 1);
+    EXPECT_THAT(Offers(), ElementsAre("", "a", "ab", "abc"));
+    for (const auto& call : provider.stepCalls) {
+        EXPECT_EQ(call.flags, 0x8010u);
+        EXPECT_TRUE(call.hasContext);
+    }
+    EXPECT_THAT(provider.stepCalls.back().inputTypes, ElementsAre(SECBUFFER_TOKEN, SECBUFFER_EMPTY));
+    EXPECT_EQ(provider.stepCalls.back().room, 256u - 5u);
+    EXPECT_TRUE(connection->IsShutdownComplete());
+    EXPECT_EQ(Extract(), Result(8, "closebye"));
+    EXPECT_EQ(ExtractUnprocessed(), Result(0, ""));
+    EXPECT_THAT(logger->Messages(), IsEmpty());
+}
+
+TEST_F(SChannelShutdown, WaitingStopsWithTheOfferThatHoldsTheClose) {
+    Inject("abcdef");
+    provider.steps = {{SEC_E_OK, "close"},
+                      {SEC_E_INCOMPLETE_MESSAGE},
+                      {SEC_E_INCOMPLETE_MESSAGE},
+                      {SEC_I_CONTEXT_EXPIRED, ""}};
+    EXPECT_EQ(connection->shutdown(true), 1);
+    EXPECT_THAT(Offers(), ElementsAre("", "a", "ab"));
+    EXPECT_EQ(ExtractUnprocessed(), Result(4, "cdef"));
+}
+
+TEST_F(SChannelShutdown, OnceAllWasOfferedItWantsCiphertextAndWaits) {
+    Inject("ab");
+    provider.steps = {{SEC_E_OK, "close"}};
+    EXPECT_EQ(connection->shutdown(true), 0);
+    EXPECT_THAT(Offers(), ElementsAre("", "a", "ab"));
+    EXPECT_TRUE(connection->WantsCiphertext());
+    EXPECT_TRUE(connection->IsShuttingDown());
+    EXPECT_FALSE(connection->IsShutdownComplete());
+    Forget();
+    Inject("c");
+    EXPECT_FALSE(connection->WantsCiphertext());
+    EXPECT_EQ(connection->shutdown(true), 0);
+    EXPECT_THAT(Offers(), ElementsAre("", "a", "ab", "abc"));
+    EXPECT_EQ(provider.CallsOf("ApplyControlToken"), 0);
+}
+
+TEST_F(SChannelShutdown, AWaitThatIsGivenUpCompletes) {
+    provider.steps = {{SEC_E_OK, "close"}};
+    EXPECT_EQ(connection->shutdown(true), 0);
+    EXPECT_FALSE(connection->IsShutdownComplete());
+    EXPECT_EQ(connection->shutdown(false), 1);
+    EXPECT_TRUE(connection->IsShutdownComplete());
+    EXPECT_EQ(connection->shutdown(true), 0);
+    EXPECT_FALSE(connection->IsShutdownComplete());
+}
+
+TEST_F(SChannelShutdown, OutputThatDoesNotFitStopsTheWait) {
+    Inject("ab");
+    provider.steps = {{SEC_E_OK, "close"}, {SEC_E_INCOMPLETE_MESSAGE}, {SEC_E_BUFFER_TOO_SMALL}};
+    EXPECT_EQ(connection->shutdown(true), 0);
+    EXPECT_TRUE(connection->IsOutputBlocked());
+    EXPECT_FALSE(connection->WantsCiphertext());
+    EXPECT_THAT(Offers(), ElementsAre("", "a"));
+}
+
+TEST_F(SChannelShutdown, AFailureWhileWaitingIsLoggedAtLevel3) {
+    Inject("ab");
+    provider.steps = {{SEC_E_OK, "close"}, {SEC_E_DECRYPT_FAILURE}};
+    EXPECT_EQ(connection->shutdown(true), -1);
+    EXPECT_THAT(logger->Messages(3), ElementsAre("InitializeSecurityContextA failed with error -2146893008"));
+    EXPECT_EQ(logger->Entries().size(), 1u);
+    EXPECT_FALSE(connection->IsShutdownComplete());
+}
+
+TEST_F(SChannelShutdown, BytesOfAnExtraBufferAreKeptBeforeThoseThatWereNotOffered) {
+    Inject("abcdef");
+    provider.steps = {{SEC_E_OK, ""},
+                      {SEC_E_INCOMPLETE_MESSAGE},
+                      {SEC_E_INCOMPLETE_MESSAGE},
+                      {SEC_E_INCOMPLETE_MESSAGE},
+                      {SEC_E_OK, "", 2}};
+    EXPECT_EQ(connection->shutdown(true), 1);
+    EXPECT_THAT(Offers(), ElementsAre("", "a", "ab", "abc"));
+    EXPECT_EQ(ExtractUnprocessed(), Result(5, "bcdef"));
+}
+
+TEST_F(SChannelShutdown, AStepThatNeedsMoreAndMadeNoTokenGoesRoundWithWhatIsLeft) {
+    Inject("abcd");
+    provider.steps = {{SEC_E_OK, ""},
+                      {SEC_E_INCOMPLETE_MESSAGE},
+                      {SEC_E_INCOMPLETE_MESSAGE},
+                      {SEC_I_CONTINUE_NEEDED, "", 1},
+                      {SEC_E_INCOMPLETE_MESSAGE},
+                      {SEC_I_CONTEXT_EXPIRED, "bye"}};
+    EXPECT_EQ(connection->shutdown(true), 1);
+    EXPECT_THAT(Offers(), ElementsAre("", "a", "ab", "", "b"));
+    EXPECT_EQ(ExtractUnprocessed(), Result(2, "cd"));
+    EXPECT_EQ(Extract(), Result(3, "bye"));
+}
+
+TEST_F(SChannelShutdown, AStepThatNeedsMoreAndTookNothingIsOfferedMore) {
+    Inject("ab");
+    provider.steps = {{SEC_E_OK, ""},
+                      {SEC_I_CONTINUE_NEEDED, ""},
+                      {SEC_I_CONTINUE_NEEDED, "", 1},
+                      {SEC_I_CONTINUE_NEEDED, "", 2}};
+    EXPECT_EQ(connection->shutdown(true), 0);
+    EXPECT_THAT(Offers(), ElementsAre("", "a", "ab"));
+    EXPECT_TRUE(connection->WantsCiphertext());
+    EXPECT_EQ(ExtractUnprocessed(), Result(2, "ab"));
+}
+
+TEST_F(SChannelShutdown, AnUnknownSuccessWhileWaitingIsLoggedAtLevel3AndCountsAsThePeersClose) {
+    provider.steps = {{SEC_E_OK, "close"}, {0x90399, "bye"}};
+    EXPECT_EQ(connection->shutdown(true), 1);
+    EXPECT_THAT(logger->Messages(3),
+                ElementsAre("Unexpected success status from InitializeSecurityContextA"));
+    EXPECT_EQ(Extract(), Result(8, "closebye"));
+}
+
+TEST_F(SChannelShutdown, AStepThatNeedsMoreButMadeATokenCountsAsAnUnknownSuccess) {
+    provider.steps = {{SEC_E_OK, ""}, {SEC_I_CONTINUE_NEEDED, "bye"}};
+    EXPECT_EQ(connection->shutdown(true), 1);
+    EXPECT_THAT(logger->Messages(3),
+                ElementsAre("Unexpected success status from InitializeSecurityContextA"));
+    EXPECT_EQ(Extract(), Result(3, "bye"));
+}
+
+TEST_F(SChannelShutdown, WaitingLeavesPlaintextThatWasNotReadYetInPlace) {
+    provider.decryptions = {
+        {SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 3}, {SECBUFFER_EXTRA, 5, 4}}}};
+    Inject("HHoneALTx");
+    EXPECT_EQ(Read(1), Result(1, "o"));
+    provider.steps = {{SEC_E_OK, ""},
+                      {SEC_E_INCOMPLETE_MESSAGE},
+                      {SEC_E_INCOMPLETE_MESSAGE},
+                      {SEC_E_INCOMPLETE_MESSAGE},
+                      {SEC_I_CONTEXT_EXPIRED, ""}};
+    EXPECT_EQ(connection->shutdown(true), 1);
+    EXPECT_THAT(Offers(), ElementsAre("", "A", "AL", "ALT"));
+    EXPECT_EQ(Read(), Result(2, "ne"));
+    EXPECT_EQ(ExtractUnprocessed(), Result(1, "x"));
+}
+
+class SChannelServerShutdown : public SChannelFixture {};
+
+TEST_F(SChannelServerShutdown, AServerClosesThroughItsOwnFunction) {
+    ConnectAsServer();
+    provider.steps = {{SEC_E_OK, "close"}, {0x90399, ""}};
+    EXPECT_EQ(connection->shutdown(true), 1);
+    ASSERT_EQ(provider.stepCalls.size(), 2u);
+    EXPECT_EQ(provider.stepCalls[0].function, "AcceptSecurityContext");
+    EXPECT_EQ(provider.stepCalls[0].flags, 0x77u);
+    EXPECT_THAT(logger->Messages(3), ElementsAre("Unexpected success status from AcceptSecurityContext"));
+}
+
+TEST_F(SChannelServerShutdown, AServersFailuresNameItsOwnFunction) {
+    ConnectAsServer();
+    provider.steps = {{SEC_E_INTERNAL_ERROR}};
+    EXPECT_EQ(connection->shutdown(false), -1);
+    EXPECT_THAT(logger->Messages(3), ElementsAre("AcceptSecurityContext failed with error -2146893052"));
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
