@@ -7,13 +7,17 @@
 #include <new>
 
 // The sanitizers' allocators end the process on a length that no machine has, unless told to give null.
-extern "C" const char* __asan_default_options();
-extern "C" const char* __tsan_default_options();
-extern "C" const char* __asan_default_options() {
+// They look for these by name in the executable, hence the visibility.
+extern "C" {
+__attribute__((visibility("default"))) const char* __asan_default_options();
+__attribute__((visibility("default"))) const char* __tsan_default_options();
+
+const char* __asan_default_options() {
     return "allocator_may_return_null=1";
 }
-extern "C" const char* __tsan_default_options() {
+const char* __tsan_default_options() {
     return "allocator_may_return_null=1";
+}
 }
 
 namespace Ombry::Tests {
