@@ -31,6 +31,10 @@ ZephIOBuffer::Allocator ZephIOBuffer::ReplaceAllocator(Allocator allocator) {
     return currentAllocator.exchange(allocator);
 }
 
+std::uint8_t* ZephIOBuffer::Allocate(std::uint64_t nBytes) {
+    return currentAllocator.load(std::memory_order_relaxed)(nBytes);
+}
+
 std::uint32_t ZephIOBuffer::SetLength(std::uint32_t nLength) {
     const std::uint32_t nOldLength = m_Length;
     const std::uint32_t nKeep = std::min(nOldLength, nLength);
@@ -69,7 +73,7 @@ std::uint64_t ZephIOBuffer::CapacityFor(std::uint64_t nNeed) const {
 
 bool ZephIOBuffer::Reallocate(std::uint64_t nSize, std::uint32_t nKeep) {
     if (nSize > std::numeric_limits<std::uint32_t>::max()) return false;
-    std::uint8_t* pNew = currentAllocator.load(std::memory_order_relaxed)(nSize);
+    std::uint8_t* pNew = Allocate(nSize);
     if (!pNew) return false;
     if (nKeep != 0) std::memcpy(pNew, m_Data, nKeep);
     delete[] m_Data;

@@ -33,6 +33,9 @@ public:
     /// Puts an allocator in place for the process and returns the one before; for tests.
     static Allocator ReplaceAllocator(Allocator allocator);
 
+    /// Allocates through the allocator in place; for other holders of wire bytes.
+    static std::uint8_t* Allocate(std::uint64_t nBytes);
+
 private:
     std::uint64_t CapacityFor(std::uint64_t nNeed) const;
     bool Reallocate(std::uint64_t nSize, std::uint32_t nKeep);
