@@ -1,0 +1,179 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "OmbryZephCore/ZephHttpClientConnectionIf.h"
+#include "OmbryZephCore/ZephHttpHeaderParser.h"
+#include "OmbryZephCore/ZephIOBuffer.h"
+#include "OmbryZephCore/ZephIOCompletionHandlerIf.h"
+#include "OmbryZephCore/ZephIOObjectIf.h"
+#include "OmbryZephCore/ZephSSLNotifierIf.h"
+#include "OmbryZephCore/ZephTaskIf.h"
+#include "OmbryZephCore/ZephTerminatorIf.h"
+#include "OmbryZephCore/ZephUserTaskIf.h"
+
+namespace OmbryZephCore {
+
+/// Speaks HTTP/1.1 (RFC 9112) as a client over the stage below it. Event driven: what it does, it does inside
+/// the caller's calls and inside its completions. One thread, no lock. Nothing that it is given is owned, and
+/// all of it must live until `Close`, or until the exchange that it belongs to has ended.
+///
+/// A read is started only while an answer is awaited, so that an idle connection has nothing pending. One
+/// write is under way at a time: a request, a piece of a body or its end that comes sooner is answered with
+/// `eRC_IO_WriteAlreadyInProgress` and changes nothing. A failure of the stream, of a head or of a handler
+/// asks the terminator to take the stack down, and then tells every notifier and handler that still waits.
+class ZephHttpClientConnection : public ZephHttpClientConnectionIf,
+                                 public ZephIOCompletionHandlerIf,
+                                 public ZephTaskIf {
+public:
+    /// Bytes by which the read buffer grows when a head does not fit; also the size of the first read.
+    static constexpr std::uint32_t ReadStep = 0x4000;
+
+    ZephHttpClientConnection() = default;
+    ZephHttpClientConnection(const ZephHttpClientConnection&) = delete;
+    ZephHttpClientConnection& operator=(const ZephHttpClientConnection&) = delete;
+
+    /// `pHost`: value of the Host header. `pScheduler` and `pSSLControl` may be null. 0,
+    /// `eRC_InvalidArgument`, or what the stage below answers, and then nothing is kept.
+    std::uint32_t Initialize(ZephIOObjectIf* pIO, ZephTerminatorIf* pTerminator, const char* pHost,
+                             ZephUserTaskScheduleIf* pScheduler, ZephSSLControlIf* pSSLControl);
+    /// Leaves the stage below, then `Reset`.
+    void Close();
+    /// Forgets every exchange. Requests not fully sent hear `OnRequestSent`, not `OnRequestFailed`: for them
+    /// the wait is over, which says nothing about the exchange. Awaited answers hear `OnResponseFailed`.
+    void Reset();
+
+    void ContinueReceive() override;
+    std::uint32_t SendRequest(const char* pMethod, const char* pUrl, bool bClose,
+                              ZephHttpResponseHandlerIf* pResponseHandler,
+                              ZephHttpRequestNotifierIf* pRequestNotifier, ZephHttpNotifierIf* pBodyNotifier,
+                              bool bChunked, std::uint32_t nLength) override;
+    /// A piece of 0 bytes is the end of the body: nothing of no length is ever sent.
+    std::uint32_t WriteBody(std::uint32_t nBytes, const std::uint8_t* pData) override;
+    std::uint32_t EndBody() override;
+    std::uint32_t SendRequestWithBody(const char* pMethod, const char* pUrl, bool bClose,
+                                      ZephHttpResponseHandlerIf* pResponseHandler,
+                                      ZephHttpRequestNotifierIf* pRequestNotifier, std::uint32_t nLength,
+                                      const std::uint8_t* pData) override;
+    std::uint32_t AddHeader(const char* pName, const char* pValue) override;
+    /// Of the answer at hand; valid until the next one is looked for.
+    const char* GetResponseHeader(const char* pName) override;
+    void ForEachResponseHeader(ZephHeaderCallback callback) override;
+    bool IsOpen() override { return m_IO != nullptr; }
+    bool IsCloseRequested() override { return m_CloseAfter; }
+
+    void CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes) override;
+    void AbortTask(std::uint32_t nTaskType) override;
+    void OnDrained() override {}
+
+    void DoTask() override;
+
+private:
+    /// What a step of the receiving side leaves its caller to do.
+    enum class Progress {
+        Again,  ///< look at the rest of the buffer
+        Wait,   ///< a read was started, the handler holds the flow back, or no answer is awaited any more
+        Failed  ///< `Fail` ran: touch nothing
+    };
+
+    void ForgetNeighbours();
+    void EndExchanges(void (ZephHttpRequestNotifierIf::*pReport)());
+    Progress Fail();
+
+    // Sending.
+    std::uint32_t WriteHead(const char* pMethod, const char* pUrl, std::uint32_t nLength,
+                            std::string_view body);
+    std::uint32_t SetWriteBuffer(std::initializer_list<std::string_view> parts);
+    std::uint32_t StartRequest(ZephHttpResponseHandlerIf* pResponseHandler,
+                               ZephHttpRequestNotifierIf* pRequestNotifier);
+    std::uint32_t StartWrite();
+    void CompleteWrite(std::uint32_t nBytes);
+    void ReportRequestSent();
+
+    // Receiving.
+    void CompleteRead(std::uint32_t nBytes);
+    void EndOfStream();
+    Progress Receive();
+    void LeaveCompleteResponse();
+    void ClearResponse();
+    Progress ReceiveHead();
+    std::uint32_t ProcessHead();
+    void DecideKeepAlive();
+    std::uint32_t SwitchProtocols();
+    Progress ReadBody(bool bContinue);
+    Progress DeliverBody(std::uint32_t nBytes);
+    Progress CompleteBody();
+    Progress ReadChunk();
+    Progress ReadChunkHeader();
+    Progress ReadChunkData();
+    Progress ReadTrailer();
+    template <class Call>
+    Progress CallOldest(Call call);
+    template <class Call>
+    Progress EndResponse(Call call);
+
+    // The read buffer.
+    Progress ReadMore(std::uint64_t nTotal = 0);
+    void Compact();
+    void Consume(std::uint32_t nBytes);
+    std::size_t Find(std::string_view pattern, std::size_t nFrom);
+    std::uint8_t* Front() { return m_ReadBuffer.GetData() + m_Consumed; }
+    std::uint32_t Unread() const { return m_ReadFill - m_Consumed; }
+
+    std::deque<ZephHttpResponseHandlerIf*> m_ResponseHandlers;
+    std::deque<ZephHttpRequestNotifierIf*> m_RequestNotifiers;
+    ZephIOObjectIf* m_IO = nullptr;
+    ZephTerminatorIf* m_Terminator = nullptr;
+    ZephUserTaskScheduleIf* m_Scheduler = nullptr;
+    ZephSSLControlIf* m_SSLControl = nullptr;
+    std::string m_Host;
+    std::string m_PendingHeaders;
+
+    /// Filled by the peer. It grows by `ReadStep` for as long as a head, a chunk's size line or a trailer has
+    /// no end, and to the size of a chunk, which is delivered whole; bodies of known length and bodies that
+    /// end with the connection pass through what room there is. There is no limit short of 4 GiB: an
+    /// allocation that fails, or a length beyond that, fails the connection. It never shrinks. The bytes that
+    /// nobody has used yet lie from `m_Consumed` to `m_ReadFill`; they move to the front only ahead of a
+    /// read.
+    ZephIOBuffer m_ReadBuffer;
+    std::uint32_t m_ReadFill = 0;
+    std::uint32_t m_Consumed = 0;
+    /// Unread bytes that a search went through in vain, so that a byte is searched once however the peer cuts
+    /// its segments.
+    std::uint32_t m_Searched = 0;
+    /// While the stage below holds a pointer into `m_ReadBuffer`, no byte of it moves.
+    bool m_ReadPending = false;
+
+    bool m_HaveHead = false;
+    std::uint32_t m_HeadLength = 0;
+    ZephHttpHeaderParser m_Parser{ZephHttpHeaderParser::ModeResponse};
+    bool m_CloseAfter = false;
+    bool m_Informational = false;
+    bool m_Chunked = false;
+    bool m_BodyComplete = false;
+    std::uint32_t m_BodyLength = 0;
+    bool m_ChunkHeaderSeen = false;
+    std::uint32_t m_ChunkHeaderLength = 0;
+    bool m_LastChunk = false;
+    bool m_TrailerSeen = false;
+    bool m_BodyStarted = false;
+    std::uint32_t m_BodyDelivered = 0;
+
+    ZephIOBuffer m_WriteBuffer;
+    std::uint32_t m_WriteOffset = 0;
+    /// While the stage below holds a pointer into `m_WriteBuffer`, nothing replaces its content.
+    bool m_WritePending = false;
+    ZephHttpNotifierIf* m_BodyNotifier = nullptr;
+    bool m_RequestChunked = false;
+    /// Set while a handler runs that has not asked to go on.
+    std::thread::id m_CallbackThread;
+    bool m_ReadUntilClose = false;
+};
+
+}  // namespace OmbryZephCore
