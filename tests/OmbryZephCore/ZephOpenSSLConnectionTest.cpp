@@ -310,6 +310,31 @@ TEST_P(ZephOpenSSLConnectionTest, RenegotiationThatTheValidatorRefusesHandsOutNo
     EXPECT_EQ(result, -1);
 }
 
+TEST_P(ZephOpenSSLConnectionTest, CloseInTheMiddleOfARenegotiationIsAFailureAndNoClose) {
+    if (GetParam().number == TLS1_3_VERSION) return;
+    pair->server.Renegotiate();
+    pair->server.Close();
+    const std::string both = pair->server.Take();
+    ASSERT_EQ(Records(both).size(), 2u) << "the request and the close";
+    Inject(pair->client, both);
+    Read(pair->client, result);
+    EXPECT_EQ(result, -1);
+    EXPECT_FALSE(pair->client.IsShuttingDown());
+}
+
+TEST_P(ZephOpenSSLConnectionTest, DataIsNotHandedOutAfterAShutdownDuringTheHandshake) {
+    ZephOpenSSLTestPair fresh(ServerOf(GetParam().number));
+    fresh.server.Put(Extract(fresh.client));
+    EXPECT_EQ(fresh.client.shutdown(false), 1);
+    fresh.Exchange();
+    EXPECT_TRUE(fresh.server.Ready());
+    fresh.server.Write("data");
+    fresh.Exchange();
+    EXPECT_EQ(Read(fresh.client, result), "");
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(Write(fresh.client, "data"), 0);
+}
+
 TEST_P(ZephOpenSSLConnectionTest, ShutdownDuringARenegotiationSendsNoAlertAndEndsAtOnce) {
     if (GetParam().number == TLS1_3_VERSION) return;
     pair->server.Renegotiate();
