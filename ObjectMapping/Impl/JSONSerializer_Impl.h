@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 #include "ObjectMapping/Impl/CheckedAllocator.h"
 #include "ObjectMapping/Serialization.h"
 #include "rapidjson/prettywriter.h"
