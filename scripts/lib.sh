@@ -1,0 +1,49 @@
+# Shared by the scripts of this folder: progress that a person can read, and the one list of packages.
+# shellcheck shell=bash
+
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+started=$SECONDS
+
+# What it takes on a fresh Debian 12: to build the tool and the sandbox service ...
+build_packages=(g++ cmake ninja-build rapidjson-dev libssl-dev libcpp-httplib-dev libsqlite3-dev openssl jq)
+# ... and to run every test: test libraries, real peers, fuzzers, lint, packaging.
+test_packages=(libgtest-dev libgmock-dev nginx-light curl strace clang-14 clang-format-14 libclang-rt-14-dev
+    util-linux procps dpkg-dev lintian file bash-completion)
+bench_packages=(libbenchmark-dev libcurl4-openssl-dev nginx-light curl strace valgrind)
+
+# Two jobs unless the machine has more; the tests and builds are planned for two cores.
+jobs=$(nproc)
+
+step() {
+    local passed=$((SECONDS - started))
+    printf '\n==> [%d:%02d] %s\n' $((passed / 60)) $((passed % 60)) "$*"
+}
+
+# Installs the packages of the list that are missing. Needs root, or sudo, only if one is.
+install_packages() {
+    local missing=() package
+    for package in "$@"; do
+        dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
+    done
+    if [ ${#missing[@]} -eq 0 ]; then
+        echo "All packages are there."
+        return
+    fi
+    echo "Installing: ${missing[*]}"
+    local as_root=()
+    [ "$(id -u)" -eq 0 ] || as_root=(sudo)
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# Configures and builds one preset.
+build_preset() {
+    local preset=$1
+    shift
+    (cd "$root" && cmake --preset "$preset" >"$root/build/$preset.configure.log" 2>&1) ||
+        { cat "$root/build/$preset.configure.log"; return 1; }
+    NINJA_STATUS="[$preset %f/%t %es] " cmake --build "$root/build/$preset" --parallel "$jobs" "$@"
+}
