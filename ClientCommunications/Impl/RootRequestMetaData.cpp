@@ -1,0 +1,90 @@
+#include "ClientCommunications/Impl/RootRequestMetaData.h"
+
+#include <map>
+
+#include "ClientCommunications/Impl/GuidText.h"
+#include "ClientCommunications/Impl/RuntimeTexts.h"
+
+namespace Ombry::ClientCommunications::RootRequestMetaData {
+namespace {
+
+constexpr const char* CorrelationId = "SF-Root-Correlation-Id";
+constexpr const char* Attempt = "SF-Root-Attempt";
+constexpr const char* RequestType = "SF-Root-Request-Type";
+constexpr const char* IsInfrastructure = "SF-Root-Request-Is-Infrastructure";
+constexpr const char* Prefix = "SF-Root-";
+
+class RootRequestMetaDataImpl : public IRootRequestMetaData {
+public:
+    explicit RootRequestMetaDataImpl(const std::shared_ptr<IRootRequestMetaData>& other) {
+        if (other)
+            other->ForEachValue(
+                [this](const std::string& key, const std::string& value) { Set(key, value); });
+    }
+
+    void Set(const std::string& key, const std::string& value) { values[key] = value; }
+
+    bool HasValue(const std::string& key) const override { return values.contains(key); }
+
+    std::string GetValue(const std::string& key) const override {
+        const auto found = values.find(key);
+        if (found == values.end()) ThrowInvalidMapKey();
+        return found->second;
+    }
+
+    void ForEachValue(
+        std::function<void(const std::string& key, const std::string& value)> callback) const override {
+        ForEachPair(values, callback);
+    }
+
+private:
+    std::map<std::string, std::string> values;
+};
+
+}  // namespace
+
+std::shared_ptr<IRootRequestMetaData> create(const std::string& requestType) {
+    auto metaData = std::make_shared<RootRequestMetaDataImpl>(nullptr);
+    metaData->Set(RequestType, requestType);
+    return metaData;
+}
+
+std::shared_ptr<IRootRequestMetaData> createInfrastructure(const std::string& requestType) {
+    auto metaData = std::make_shared<RootRequestMetaDataImpl>(nullptr);
+    metaData->Set(RequestType, requestType);
+    metaData->Set(IsInfrastructure, "true");
+    return metaData;
+}
+
+std::shared_ptr<IRootRequestMetaData> normalize(std::shared_ptr<IRootRequestMetaData> given) {
+    std::shared_ptr<RootRequestMetaDataImpl> result;
+    const auto ensure = [&](const char* key, const auto& makeValue) {
+        if (given && given->HasValue(key)) return;
+        if (!result) result = std::make_shared<RootRequestMetaDataImpl>(given);
+        result->Set(key, makeValue());
+    };
+    ensure(CorrelationId, [] { return MakeGuidText(); });
+    ensure(Attempt, [] { return "1"; });
+    // The same key once more, on purpose: whoever reads the logs of the services relies on calls without a
+    // correlation of their own showing this fixed text, and the request type stays without a default.
+    ensure(CorrelationId, [] { return "ClientToService"; });
+    if (result) return result;
+    return given;
+}
+
+void addToRequest(std::shared_ptr<IServiceRequest> request, std::shared_ptr<IRootRequestMetaData> metaData) {
+    metaData->ForEachValue(
+        [&](const std::string& key, const std::string& value) { request->SetHeader(key, value); });
+}
+
+std::shared_ptr<IRootRequestMetaData> getFromRequest(std::shared_ptr<IServiceRequest> request) {
+    std::shared_ptr<RootRequestMetaDataImpl> metaData;
+    request->ForEachHeader([&](const std::string& name, const std::string& value) {
+        if (!name.starts_with(Prefix)) return;
+        if (!metaData) metaData = std::make_shared<RootRequestMetaDataImpl>(nullptr);
+        metaData->Set(name, value);
+    });
+    return metaData;
+}
+
+}  // namespace Ombry::ClientCommunications::RootRequestMetaData

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "ClientCommunications/IServiceRequest.h"
+
+namespace Ombry::ClientCommunications {
+
+/// The time that a header stands on a request. A header that is there already, with a value, stays as it is,
+/// and stays behind. Lives on the stack of one call.
+class ScopedNewHeader : public Interface {
+public:
+    /// `request` may be null: the guard then does nothing.
+    ScopedNewHeader(std::shared_ptr<IServiceRequest> request, const std::string& name,
+                    const std::string& value);
+    ~ScopedNewHeader() override;
+    ScopedNewHeader(const ScopedNewHeader&) = delete;
+    ScopedNewHeader& operator=(const ScopedNewHeader&) = delete;
+
+private:
+    std::shared_ptr<IServiceRequest> request;
+    std::string name;
+};
+
+/// The number of an attempt on a request. Requests that were made with a number of their own, as those of
+/// `ServiceRequestFactory` are, keep it.
+class RootAttempt : public ScopedNewHeader {
+public:
+    RootAttempt(std::shared_ptr<IServiceRequest> request, int attempt);
+};
+
+}  // namespace Ombry::ClientCommunications

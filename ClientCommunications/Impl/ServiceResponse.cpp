@@ -1,0 +1,39 @@
+#include "ClientCommunications/Impl/ServiceResponse.h"
+
+#include <algorithm>
+
+#include "ClientCommunications/Impl/RuntimeTexts.h"
+
+namespace Ombry::ClientCommunications {
+namespace {
+
+unsigned char Lower(char c) {
+    return static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+}
+
+}  // namespace
+
+bool HeaderNameLess::operator()(const std::string& left, const std::string& right) const {
+    return std::lexicographical_compare(left.begin(), left.end(), right.begin(), right.end(),
+                                        [](char l, char r) { return Lower(l) < Lower(r); });
+}
+
+ServiceResponse::ServiceResponse(const OmbryZephCore::ZephSorrelSyncHttpClient& client,
+                                 std::shared_ptr<IService> service)
+    : statusCode(static_cast<int>(client.GetHttpStatus())), service(std::move(service)) {
+    client.ForEachResponseHeader(
+        [this](const std::string& name, const std::string& value) { headers.emplace(name, value); });
+}
+
+std::string ServiceResponse::GetHeader(const std::string& name) const {
+    const auto found = headers.find(name);
+    if (found == headers.end()) ThrowInvalidMapKey();
+    return found->second;
+}
+
+void ServiceResponse::ForEachHeader(
+    std::function<void(const std::string& name, const std::string& value)> callback) const {
+    ForEachPair(headers, callback);
+}
+
+}  // namespace Ombry::ClientCommunications
