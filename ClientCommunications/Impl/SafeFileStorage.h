@@ -1,0 +1,27 @@
+#pragma once
+
+#include <optional>
+
+#include "ClientCommunications/Impl/NamedFileStorage.h"
+
+namespace Ombry::ClientCommunications {
+
+/// A blob that survives a crash in mid-write: the committed copy is the path with "-p", the staging copy with
+/// "-s". Loading finishes a save that was interrupted. Used for caches, so it is not synced to the disk. Has
+/// no lock.
+class SafeFileStorage : public IStorage {
+public:
+    SafeFileStorage(const std::string& path, bool failIfMissing);
+
+    std::string Load() override;
+    void Save(const std::string& data) override;
+
+    /// The committed copy alone, if it is there; changes nothing on the disk.
+    std::optional<std::string> LoadCommitted();
+
+private:
+    const bool failIfMissing;
+    NamedFileStorage files;
+};
+
+}  // namespace Ombry::ClientCommunications

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <span>
+#include <string>
+
+#include "Platform/IProtection.h"
+
+namespace Ombry::ClientCommunications {
+
+/// Memory for a plain secret, outside any string's allocator; wiped before it is freed, on every way out.
+class SecretBuffer {
+public:
+    explicit SecretBuffer(std::size_t size)
+        : bytes(static_cast<std::uint8_t*>(std::malloc(size))), size(size) {
+        if (!bytes) throw std::bad_alloc();
+    }
+    ~SecretBuffer() {
+        Platform::SecureWipe(bytes, size);
+        std::free(bytes);
+    }
+    SecretBuffer(const SecretBuffer&) = delete;
+    SecretBuffer& operator=(const SecretBuffer&) = delete;
+
+    std::span<std::uint8_t> Bytes() { return {bytes, size}; }
+
+private:
+    std::uint8_t* bytes;
+    std::size_t size;
+};
+
+/// Wipes a string that held a secret when the scope is left.
+class ScopedWipe {
+public:
+    explicit ScopedWipe(std::string& text) : text(text) {}
+    ~ScopedWipe() { Platform::SecureWipe(text); }
+    ScopedWipe(const ScopedWipe&) = delete;
+    ScopedWipe& operator=(const ScopedWipe&) = delete;
+
+private:
+    std::string& text;
+};
+
+}  // namespace Ombry::ClientCommunications

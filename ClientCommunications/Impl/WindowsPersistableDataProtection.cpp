@@ -1,0 +1,42 @@
+#include "ClientCommunications/Impl/WindowsPersistableDataProtection.h"
+
+#include <optional>
+#include <stdexcept>
+
+#include "Platform/IProtection.h"
+
+namespace Ombry::ClientCommunications {
+namespace {
+
+using Platform::IMachineProtection;
+
+/// Stores the outcome of the platform's `operation` in `data`, which stays as it was if there is none.
+void Take(Platform::ValueOr<std::optional<std::string>> outcome, const char* operation, std::string& data) {
+    if (!outcome) {
+        throw std::runtime_error(std::string(operation) + " failed with error " +
+                                 std::to_string(outcome.Error()));
+    }
+    if (!outcome->has_value()) {
+        throw std::runtime_error(std::string(operation) + " succeeded but returned no data");
+    }
+    data = std::move(**outcome);
+}
+
+}  // namespace
+
+WindowsPersistableDataProtection::WindowsPersistableDataProtection(std::string_view entropy, bool userScope)
+    : entropy(entropy),
+      flags(userScope ? IMachineProtection::UserInterfaceForbidden
+                      : IMachineProtection::UserInterfaceForbidden | IMachineProtection::LocalMachine) {}
+
+void WindowsPersistableDataProtection::Protect(std::string& data) {
+    if (data.empty()) return;
+    Take(Platform::MachineProtection().Protect(data, entropy, flags), "CryptProtectData", data);
+}
+
+void WindowsPersistableDataProtection::Unprotect(std::string& data) {
+    if (data.empty()) return;
+    Take(Platform::MachineProtection().Unprotect(data, entropy, flags), "CryptUnprotectData", data);
+}
+
+}  // namespace Ombry::ClientCommunications
