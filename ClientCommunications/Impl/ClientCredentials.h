@@ -1,0 +1,42 @@
+#pragma once
+
+#include "ClientCommunications/IClientCredentials.h"
+#include "ClientCommunications/IDataProtection.h"
+
+namespace Ombry::ClientCommunications {
+
+/// Credentials whose id and secret lie in memory in protected form and are laid bare only in what the getters
+/// return. Immutable; several threads may ask at once.
+class ClientCredentials : public IClientCredentials {
+public:
+    /// The plain strings that the caller holds are the caller's to scrub.
+    ClientCredentials(std::shared_ptr<IDataProtection> protection, const std::string& name,
+                      const std::string& clientId, const std::string& clientSecret);
+
+    std::string GetName() override { return name; }
+    std::string GetClientId() override;
+    std::string GetClientSecret() override;
+
+private:
+    std::string Bare(const std::string& protectedText) const;
+
+    const std::shared_ptr<IDataProtection> protection;
+    const std::string name;
+    std::string clientId;
+    std::string clientSecret;
+};
+
+/// Makes credentials that share one protection.
+class ClientCredentialsFactory : public IClientCredentialsFactory {
+public:
+    explicit ClientCredentialsFactory(std::shared_ptr<IDataProtection> protection)
+        : protection(std::move(protection)) {}
+
+    std::shared_ptr<IClientCredentials> Create(const std::string& name, const std::string& clientId,
+                                               const std::string& clientSecret) override;
+
+private:
+    const std::shared_ptr<IDataProtection> protection;
+};
+
+}  // namespace Ombry::ClientCommunications

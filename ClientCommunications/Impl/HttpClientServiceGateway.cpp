@@ -1,0 +1,143 @@
+#include "ClientCommunications/Impl/HttpClientServiceGateway.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+#include <stdexcept>
+
+#include "ClientCommunications/CommunicationsError.h"
+#include "ClientCommunications/Impl/ServiceResponse.h"
+#include "ClientCommunications/Impl/StreamResponseWriter.h"
+#include "ClientCommunications/Impl/SyncReaderAdapter.h"
+#include "ClientCommunications/Impl/SyncStringWriter.h"
+#include "ClientCommunications/Impl/SyncWriterAdapter.h"
+#include "LibraryLogger/LogCall.h"
+#include "OmbryZephCore/ZephUrl.h"
+
+namespace Ombry::ClientCommunications {
+namespace {
+
+using LibraryLogger::LogCall;
+using OmbryZephCore::ZephSorrelSyncHttpClient;
+
+constexpr const char* GetHttpClientName =
+    "Ombry::ClientCommunications::HttpClientServiceGateway::GetHttpClient";
+constexpr const char* DoRequestName = "Ombry::ClientCommunications::HttpClientServiceGateway::DoRequest";
+
+/// The port by the rules of a 32-bit strtol, of which the low 16 bits count; text that is no number gives 0.
+std::uint16_t ParsePort(const std::string& text) {
+    constexpr long long lowest = std::numeric_limits<std::int32_t>::min();
+    constexpr long long highest = std::numeric_limits<std::int32_t>::max();
+    const long long value = std::strtoll(text.c_str(), nullptr, 10);
+    return static_cast<std::uint16_t>(std::clamp(value, lowest, highest) & 0xffff);
+}
+
+/// Whole seconds; what is below one second becomes 0, which is no limit at all.
+std::uint32_t ToSeconds(Duration timeout) {
+    constexpr std::int64_t highest = std::numeric_limits<std::uint32_t>::max();
+    return static_cast<std::uint32_t>(std::clamp<std::int64_t>(timeout.count() / TicksPerSecond, 0, highest));
+}
+
+}  // namespace
+
+HttpClientServiceGateway::HttpClientServiceGateway(
+    std::shared_ptr<IService> service,
+    std::shared_ptr<OmbryZephCore::ZephSorrelSyncConnectionPool> connectionPool,
+    std::shared_ptr<LibraryLogger::ILogger> logger, bool verbose)
+    : service(std::move(service)),
+      connectionPool(std::move(connectionPool)),
+      logger(std::move(logger)),
+      verbose(verbose) {}
+
+std::shared_ptr<IStringServiceResponse> HttpClientServiceGateway::CallForString(
+    std::shared_ptr<IServiceRequest> request, Cancellation::Token token) {
+    const auto client = GetHttpClient();
+    std::string body;
+    SyncStringWriter writer(body);
+    Private::SyncWriterAdapter adapter(writer);
+    DoRequest(*client, *request, adapter, token);
+    return std::make_shared<StringServiceResponse>(*client, service, std::move(body));
+}
+
+std::shared_ptr<IStreamServiceResponse> HttpClientServiceGateway::CallForStream(
+    std::shared_ptr<IServiceRequest> request, std::shared_ptr<ISyncWriter> writer,
+    Cancellation::Token token) {
+    const auto client = GetHttpClient();
+    StreamResponseWriter streamWriter(*client, *writer);
+    DoRequest(*client, *request, streamWriter, token);
+    return std::make_shared<StreamServiceResponse>(*client, service, streamWriter.GetErrorBody());
+}
+
+std::unique_ptr<ZephSorrelSyncHttpClient> HttpClientServiceGateway::GetHttpClient() const {
+    const std::string url = service->GetEndpointUrl();
+    const OmbryZephCore::ZephUrlParts parts = OmbryZephCore::ParseUrl(url);
+    OmbryZephCore::ZephSorrelConnectionParameters parameters(parts.host, ParsePort(parts.port));
+    parameters.SetUseSSL(parts.scheme == "https");
+    const std::string certificate = service->GetEndpointCertificate();
+    if (!certificate.empty()) {
+        parameters.SetCertificateValidation({2, certificate});
+    } else {
+        parameters.SetCertificateValidation({0, std::string()});
+        LogCall(logger, __FILE__, __LINE__, GetHttpClientName, 3,
+                "No certificate is registered so TLS certificate validation will not be done for endpoint ",
+                url);
+    }
+    auto client =
+        std::make_unique<ZephSorrelSyncHttpClient>(logger, verbose, parameters, connectionPool.get());
+    client->SetBasePath(parts.path);
+    return client;
+}
+
+std::string HttpClientServiceGateway::makeCorrelationString(const IServiceRequest& request) {
+    std::string text;
+    request.ForEachHeader([&](const std::string& name, const std::string& value) {
+        if (!name.starts_with("SF-")) return;
+        text += text.empty() ? " [" : ", ";
+        text += name;
+        text += ": ";
+        text += value;
+    });
+    if (!text.empty()) text += "]";
+    return text;
+}
+
+void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const IServiceRequest& request,
+                                         OmbryZephCore::ZephSyncDataWriterIf& writer,
+                                         const Cancellation::Token& token) const {
+    request.ForEachHeader(
+        [&](const std::string& name, const std::string& value) { client.SetHeader(name, value); });
+    const std::shared_ptr<ISyncReader> reader = request.GetBodyReader();
+    OmbryCommunications::Private::SyncReaderAdapter readerAdapter(reader.get());
+    if (reader) client.SetDataReader(&readerAdapter);
+    client.SetDataWriter(&writer);
+    client.SetTimeout(ToSeconds(request.GetAttemptTimeout()));
+    client.SetToken(token);
+
+    const std::string method = request.GetMethod();
+    const std::string path = request.GetPath();
+    const std::string url = service->GetEndpointUrl();
+    LogCall(logger, __FILE__, __LINE__, DoRequestName, 1, "Calling ", method, " ", url, path,
+            makeCorrelationString(request));
+    const std::uint32_t code = client.DoRequest(method, path);
+    if (code == OmbryZephCore::eRC_Success || code == OmbryZephCore::eRC_HTTP_StatusFailure) {
+        LogCall(logger, __FILE__, __LINE__, DoRequestName, 1, "Got HTTP status ", client.GetHttpStatus(),
+                makeCorrelationString(request));
+        return;
+    }
+    LogCall(logger, __FILE__, __LINE__, DoRequestName, 4, "Error ", code, ".", client.GetIOResult(), " from ",
+            method, " ", url, path, makeCorrelationString(request));
+    ThrowFailure(code, client.GetIOResult(), token);
+}
+
+/// The boundary between result codes and exceptions. What type is thrown decides whether another server is
+/// tried: only `CommunicationsError` and `TimeoutException` say that one may help.
+void HttpClientServiceGateway::ThrowFailure(std::uint32_t code, std::uint32_t subCode,
+                                            const Cancellation::Token& token) const {
+    token.ThrowIfCancelled();
+    const std::string message = "Error " + std::to_string(code) + "." + std::to_string(subCode);
+    if (code != OmbryZephCore::eRC_IO_ConnectionFailed) throw std::runtime_error(message);
+    if (subCode == OmbryZephCore::eRC_TimedOut) throw Cancellation::TimeoutException(message);
+    throw CommunicationsError(message);
+}
+
+}  // namespace Ombry::ClientCommunications

@@ -1,0 +1,28 @@
+#include "ClientCommunications/Impl/HttpClientServiceGatewayFactory.h"
+
+#include <stdexcept>
+
+#include "ClientCommunications/Impl/HttpClientServiceGateway.h"
+
+namespace Ombry::ClientCommunications {
+
+HttpClientServiceGatewayFactory::HttpClientServiceGatewayFactory(
+    std::shared_ptr<LibraryLogger::ILogger> logger, bool verbose)
+    : connectionPool(std::make_shared<OmbryZephCore::ZephSorrelSyncConnectionPool>(logger)),
+      logger(logger),
+      verbose(verbose) {
+    constexpr std::uint32_t idleSeconds = 300;
+    constexpr std::uint32_t scanSeconds = 300;
+    connectionPool->SetVerbose(verbose);
+    const std::uint32_t code = connectionPool->Start(idleSeconds, scanSeconds);
+    if (code != OmbryZephCore::eRC_Success) {
+        throw std::runtime_error("Connection pool initialization failed due to error " +
+                                 std::to_string(code));
+    }
+}
+
+std::shared_ptr<IServiceGateway> HttpClientServiceGatewayFactory::Create(std::shared_ptr<IService> service) {
+    return std::make_shared<HttpClientServiceGateway>(std::move(service), connectionPool, logger, verbose);
+}
+
+}  // namespace Ombry::ClientCommunications
