@@ -1,0 +1,98 @@
+#include <cstring>
+#include <stdexcept>
+
+#include "ClientCommunications/Impl/BootstrapCertificate.h"
+#include "OmbryZephCore/ZephIOTaskManager_Sync.h"
+#include "OmbryZephCore/ZephResultCodes.h"
+#include "OmbryZephCore/ZephSSLIO.h"
+#include "OmbryZephCore/ZephSSLManagerProvider.h"
+#include "OmbryZephCore/ZephSocketConnector.h"
+#include "OmbryZephCore/ZephSocketIO.h"
+#include "Platform/ICertificates.h"
+
+namespace Ombry::ClientCommunications {
+namespace {
+
+using namespace OmbryZephCore;
+
+constexpr std::uint32_t SilenceSeconds = 15;
+
+/// Wants no notifications: all that matters happens in the check of the certificate.
+class NotifReceiver : public ZephIOCompletionHandlerIf, public ZephSSLNotifierIf {
+public:
+    void CompleteTask(std::uint32_t, bool, std::uint32_t) override {}
+    void AbortTask(std::uint32_t) override {}
+    void OnDrained() override {}
+    void OnSSLStopped() override {}
+    void OnSSLFatalError() override {}
+};
+
+[[noreturn]] void ThrowUnableToConnect(const ZephSorrelConnectionParameters& connection, std::uint32_t code) {
+    throw std::runtime_error("Unable to connect to " + connection.GetHost() + ":" +
+                             std::to_string(connection.GetPort()) + " due to error " + std::to_string(code));
+}
+
+/// Copies the certificate and its text; accepts it, whatever it is, since this is the moment of first trust.
+bool TakeCertificate(const Platform::CertificateContext& shown, ZephIOBuffer& certificate,
+                     std::string& text) {
+    if (certificate.SetLength(shown.encodedLength) != eRC_Success) return true;
+    std::memcpy(certificate.GetData(), shown.encoded, shown.encodedLength);
+    const std::span<const std::uint8_t> bytes(shown.encoded, shown.encodedLength);
+    const auto size = Platform::Certificates().BinaryToBase64(bytes, nullptr, 0);
+    if (!size) return true;
+    std::string converted(*size, '\0');
+    if (!Platform::Certificates().BinaryToBase64(bytes, converted.data(), *size)) return true;
+    text = std::move(converted);
+    return true;
+}
+
+/// Runs one handshake over the connected socket. Returns the code of the network core; what was shown is in
+/// the validator's hands by then.
+std::uint32_t RunHandshake(ZephSocketConnector& connector, std::shared_ptr<LibraryLogger::ILogger> logger,
+                           ZephSSLConnectionManagerIf& manager, bool verbose) {
+    ZephIOTaskManager_Sync taskManager(logger);
+    ZephSocketIO socketIO;
+    ZephSSLIO sslIO(logger);
+    NotifReceiver receiver;
+    taskManager.SetVerbose(verbose);
+    sslIO.SetVerbose(verbose);
+    std::uint32_t code = socketIO.Initialize(connector.GetSocket(), &taskManager, &taskManager, nullptr);
+    if (code == eRC_Success) {
+        code = sslIO.Initialize(&manager, &socketIO, &taskManager, 0, &receiver, &taskManager, nullptr);
+    }
+    if (code == eRC_Success) code = sslIO.RegisterIOCompletionHandler(&receiver);
+    if (code == eRC_Success) {
+        sslIO.StartSSL();
+        code = taskManager.DoPendingIO(SilenceSeconds, Cancellation::Token());
+    }
+    sslIO.UnRegisterIOCompletionHandler();
+    sslIO.Terminate();
+    socketIO.UnRegisterIOCompletionHandler();
+    return code;
+}
+
+}  // namespace
+
+std::string getCertificateByConnecting(ZephIOBuffer& certificate,
+                                       std::shared_ptr<LibraryLogger::ILogger> logger,
+                                       ZephSorrelConnectionParameters& connection, bool verbose) {
+    const std::string host = connection.GetHost();
+    ZephSocketConnector connector(logger);
+    std::uint32_t code =
+        connector.Connect(host.c_str(), connection.GetPort(), connection.GetConnectTimeout(), nullptr, 0);
+    if (code != eRC_Success) ThrowUnableToConnect(connection, code);
+
+    std::string text;
+    const auto manager = ZephSSLManagerProvider().MakeManager(logger, verbose);
+    code = manager->Initialize(host, true, [&](Platform::CertificateContextPointer* ppShown) {
+        return TakeCertificate(**ppShown, certificate, text);
+    });
+    if (code == eRC_Success) code = RunHandshake(connector, logger, *manager, verbose);
+    connector.Close();
+    // Whoever is not seen is not trusted: without a certificate nothing is written, and the earlier trust
+    // stays.
+    if (text.empty()) ThrowUnableToConnect(connection, code == eRC_TimedOut ? code : eRC_IO_ConnectionFailed);
+    return text;
+}
+
+}  // namespace Ombry::ClientCommunications

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+
+#include "ObjectMapping/MapperIf.h"
+
+namespace Ombry::ClientCommunications {
+
+/// The content of the machine's bootstrap file: where the discovery service is.
+class OmbrySecurityConfig : public ObjectMapping::ObjectIf {
+public:
+    void Map(ObjectMapping::MapperIf& mapper) override;
+    void Reset() override;
+
+    std::string ssdsUri;
+};
+
+/// The local record of an enrolled service.
+class LocalServiceStorageDto : public ObjectMapping::ObjectIf {
+public:
+    void Map(ObjectMapping::MapperIf& mapper) override;
+    void Reset() override;
+
+    std::string version = "1.0";
+    std::string guid;
+};
+
+}  // namespace Ombry::ClientCommunications
