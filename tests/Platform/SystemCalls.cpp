@@ -35,6 +35,10 @@ int Watch(const char* name, const char* text, long long argument) {
     return error;
 }
 
+std::size_t Limited(std::size_t length) {
+    return watching ? std::min(length, watching->TransferLimit()) : length;
+}
+
 }  // namespace
 
 SystemCalls::SystemCalls() {
@@ -108,10 +112,10 @@ int posix_fallocate(int descriptor, off_t offset, off_t length) {
 }
 
 ssize_t write(int descriptor, const void* data, size_t length) {
-    WATCHED(write, nullptr, descriptor, -1, descriptor, data, length);
+    WATCHED(write, nullptr, descriptor, -1, descriptor, data, Ombry::Tests::Limited(length));
 }
 ssize_t read(int descriptor, void* data, size_t length) {
-    WATCHED(read, nullptr, descriptor, -1, descriptor, data, length);
+    WATCHED(read, nullptr, descriptor, -1, descriptor, data, Ombry::Tests::Limited(length));
 }
 int fsync(int descriptor) {
     WATCHED(fsync, nullptr, descriptor, -1, descriptor);

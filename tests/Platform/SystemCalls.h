@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,10 @@ public:
     /// Called before a watched call has any effect.
     void Before(std::function<void(const Call&)> hook) { before = std::move(hook); }
 
+    /// Lets a read or a write move no more than that many bytes.
+    void LimitTransfers(std::size_t bytes) { transferLimit = bytes; }
+    std::size_t TransferLimit() const { return transferLimit; }
+
     const std::vector<Call>& Calls() const { return calls; }
     std::vector<std::string> Names() const;
     std::size_t Count(const std::string& name) const;
@@ -48,6 +53,7 @@ private:
     int failError = 0;
     int failTimes = 0;
     std::function<void(const Call&)> before;
+    std::size_t transferLimit = std::numeric_limits<std::size_t>::max();
 };
 
 }  // namespace Ombry::Tests

@@ -1,0 +1,396 @@
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <set>
+#include <thread>
+
+#include "Platform/IFiles.h"
+#include "tests/Fakes/TemporaryDirectory.h"
+#include "tests/Platform/Resources.h"
+#include "tests/Platform/SystemCalls.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using Platform::Durability;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class FilesTest : public testing::Test {
+protected:
+    Platform::Result Save(const std::string& path, const std::string& data, Durability durability) {
+        auto replacement = files.BeginReplace(path, data.size(), durability);
+        if (!replacement) return Platform::Result::Failure(replacement.Error());
+        return (*replacement)->Complete(data);
+    }
+
+    std::vector<std::string> Names() { return *files.List(directory.Path()); }
+
+    TemporaryDirectory directory;
+    Platform::IFiles& files = Platform::Production<Platform::IFiles>();
+};
+
+// The steps of a replacement.
+
+TEST_F(FilesTest, SyncedReplacementIsOnTheDiskBeforeItIsRenamedAndItsFolderAfterwards) {
+    SystemCalls calls;
+    ASSERT_TRUE(Save(directory / "file", "data", Durability::Synced));
+    EXPECT_THAT(calls.Names(), ElementsAre("open", "getrandom", "open", "fchmod", "posix_fallocate", "write",
+                                           "fsync", "close", "rename", "fsync", "close"));
+    EXPECT_EQ(calls.Calls()[0].text, directory.Path());
+    EXPECT_EQ(calls.Calls()[6].argument, calls.Calls()[5].argument);  // the file that was written
+    EXPECT_EQ(calls.Calls()[8].text, directory / "file");
+    EXPECT_EQ(calls.Calls()[9].argument, calls.Calls()[10].argument);  // the folder
+    EXPECT_NE(calls.Calls()[9].argument, calls.Calls()[6].argument);
+}
+
+TEST_F(FilesTest, UnsyncedReplacementNeverWaitsForTheDisk) {
+    SystemCalls calls;
+    ASSERT_TRUE(Save(directory / "file", "data", Durability::Unsynced));
+    EXPECT_THAT(calls.Names(),
+                ElementsAre("getrandom", "open", "fchmod", "posix_fallocate", "write", "close", "rename"));
+}
+
+TEST_F(FilesTest, SpaceIsReservedWhenTheReplacementBegins) {
+    SystemCalls calls;
+    const auto replacement = files.BeginReplace(directory / "file", 12345, Durability::Unsynced);
+    ASSERT_TRUE(replacement);
+    ASSERT_EQ(calls.Count("posix_fallocate"), 1u);
+    EXPECT_EQ(calls.Calls().back().argument, 12345);
+}
+
+TEST_F(FilesTest, EmptyFileReservesNothing) {
+    SystemCalls calls;
+    ASSERT_TRUE(Save(directory / "file", "", Durability::Unsynced));
+    EXPECT_EQ(calls.Count("posix_fallocate"), 0u);
+    EXPECT_EQ(directory.Read("file"), "");
+}
+
+TEST_F(FilesTest, FullDiskShowsWhenTheReplacementBegins) {
+    directory.Write("file", "old");
+    SystemCalls calls;
+    calls.Fail("posix_fallocate", ENOSPC);
+    EXPECT_EQ(files.BeginReplace(directory / "file", 3, Durability::Synced).Error(), ENOSPC);
+    EXPECT_THAT(Names(), ElementsAre("file"));
+    EXPECT_EQ(directory.Read("file"), "old");
+}
+
+TEST_F(FilesTest, SizeBeyondWhatTheSystemAllowsFailsAtTheStart) {
+    // The limit of the process stands in for that of the disk; the signal that comes with it is ignored.
+    rlimit old{};
+    getrlimit(RLIMIT_FSIZE, &old);
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit small{1000, old.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const int error = files.BeginReplace(directory / "file", 1001, Durability::Unsynced).Error();
+    const auto saved = Save(directory / "file", std::string(1000, 'x'), Durability::Unsynced);
+    setrlimit(RLIMIT_FSIZE, &old);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(error, EFBIG);
+    EXPECT_TRUE(saved);
+    EXPECT_EQ(files.BeginReplace(directory / "file", UINT64_MAX, Durability::Unsynced).Error(), EFBIG);
+    EXPECT_THAT(Names(), ElementsAre("file"));
+}
+
+TEST_F(FilesTest, FileSystemThatCannotReserveOrSyncIsGoodEnough) {
+    for (const int error : {EOPNOTSUPP, EINVAL, EINTR}) {
+        SystemCalls calls;
+        calls.Fail("posix_fallocate", error);
+        EXPECT_TRUE(Save(directory / "file", "data", Durability::Synced)) << error;
+    }
+    SystemCalls calls;
+    calls.Fail("fsync", EINVAL, 2);
+    EXPECT_TRUE(Save(directory / "file", "data", Durability::Synced));
+}
+
+TEST_F(FilesTest, FailureOfAnyStepIsReportedAndLeavesTheOldFileAndNothingElse) {
+    directory.Write("file", "old");
+    std::vector<std::string> names;
+    {
+        SystemCalls calls;
+        ASSERT_TRUE(Save(directory / "file", "old", Durability::Synced));
+        names = calls.Names();
+    }
+    const std::size_t descriptors = OpenDescriptors();
+    const std::size_t renamed =
+        static_cast<std::size_t>(std::find(names.begin(), names.end(), "rename") - names.begin());
+    // All but the last: that is the close of the folder, with nothing left to lose.
+    for (std::size_t n = 1; n < names.size(); ++n) {
+        directory.Write("file", "old");
+        int error = 0;
+        {
+            SystemCalls calls;
+            calls.FailNth(n, EIO);
+            error = Save(directory / "file", "new", Durability::Synced).Error();
+        }
+        EXPECT_EQ(error, EIO) << n << " " << names[n - 1];
+        EXPECT_EQ(directory.Read("file"), n <= renamed + 1 ? "old" : "new") << n << " " << names[n - 1];
+        EXPECT_THAT(Names(), ElementsAre("file")) << n << " " << names[n - 1];
+        EXPECT_EQ(OpenDescriptors(), descriptors) << n << " " << names[n - 1];
+    }
+}
+
+TEST_F(FilesTest, SignalsAndShortTransfersPlayNoPart) {
+    const std::string data(10000, 'x');
+    for (const std::string name : {"open", "write", "fsync", "read", "getrandom"}) {
+        SystemCalls calls;
+        calls.Fail(name, EINTR, 2);
+        calls.LimitTransfers(999);
+        ASSERT_TRUE(Save(directory / "file", data, Durability::Synced)) << name;
+        const auto read = files.Read(directory / "file");
+        ASSERT_TRUE(read) << name;
+        EXPECT_EQ(*read, data) << name;
+    }
+    SystemCalls calls;
+    calls.Fail("close", EINTR);
+    EXPECT_TRUE(Save(directory / "file", "x", Durability::Unsynced));
+    EXPECT_EQ(calls.Count("close"), 1u);
+}
+
+TEST_F(FilesTest, ReplacementIsCompletedOnce) {
+    auto replacement = files.BeginReplace(directory / "file", 1, Durability::Unsynced);
+    ASSERT_TRUE((*replacement)->Complete("a"));
+    EXPECT_FALSE((*replacement)->Complete("b"));
+    EXPECT_EQ(directory.Read("file"), "a");
+}
+
+// The temporary file.
+
+TEST_F(FilesTest, TemporaryFileLiesBesideItsTargetPrivateExclusiveAndUnforeseeable) {
+    std::set<std::string> seen;
+    const Mask mask(0);
+    for (int i = 0; i < 20; ++i) {
+        SystemCalls calls;
+        const auto replacement = files.BeginReplace(directory / "file", 1, Durability::Unsynced);
+        ASSERT_TRUE(replacement);
+        const auto names = Names();
+        ASSERT_EQ(names.size(), 1u);
+        seen.insert(names[0]);
+        EXPECT_EQ(names[0][0], '.');
+        EXPECT_EQ(ModeOf(directory / names[0]), 0600u);
+        const long long flags = calls.Calls()[1].argument;
+        EXPECT_EQ(calls.Calls()[1].name, "open");
+        EXPECT_EQ(flags & (O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC),
+                  O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC);
+    }
+    EXPECT_EQ(seen.size(), 20u);
+}
+
+TEST_F(FilesTest, TakenTemporaryNameIsNotUsed) {
+    SystemCalls calls;
+    calls.Fail("open", EEXIST);
+    ASSERT_TRUE(Save(directory / "file", "x", Durability::Unsynced));
+    EXPECT_EQ(calls.Count("open"), 2u);
+    EXPECT_EQ(calls.Count("getrandom"), 2u);
+}
+
+TEST_F(FilesTest, SavedFileIsPrivateWhateverTheMaskAndTheOldMode) {
+    for (const mode_t mask : {0, 022, 077, 0777}) {
+        const std::string path = directory.Write("file", "old");
+        ASSERT_EQ(chmod(path.c_str(), 0666), 0);
+        const Mask scoped(mask);
+        ASSERT_TRUE(Save(path, "new", Durability::Unsynced));
+        EXPECT_EQ(ModeOf(path), 0600u) << mask;
+    }
+}
+
+TEST_F(FilesTest, LongestFileNameCanBeReplaced) {
+    const std::string path = directory / std::string(255, 'n');
+    EXPECT_TRUE(Save(path, "x", Durability::Synced));
+    EXPECT_EQ(*files.Read(path), "x");
+    EXPECT_EQ(Save(path + "n", "x", Durability::Synced).Error(), ENAMETOOLONG);
+}
+
+TEST_F(FilesTest, BareNameIsReplacedInTheWorkingDirectory) {
+    const auto old = std::filesystem::current_path();
+    std::filesystem::current_path(directory.Path());
+    const auto result = Save("bare", "x", Durability::Synced);
+    std::filesystem::current_path(old);
+    EXPECT_TRUE(result);
+    EXPECT_EQ(directory.Read("bare"), "x");
+}
+
+TEST_F(FilesTest, DeviceAndPipeAndDanglingLinkAreNoTargets) {
+    EXPECT_EQ(files.BeginReplace("/dev/null", 1, Durability::Unsynced).Error(), EINVAL);
+    ASSERT_EQ(mkfifo((directory / "pipe").c_str(), 0600), 0);
+    EXPECT_EQ(files.BeginReplace(directory / "pipe", 1, Durability::Unsynced).Error(), EINVAL);
+    std::filesystem::create_symlink(directory / "nowhere", directory / "link");
+    EXPECT_EQ(files.BeginReplace(directory / "link", 1, Durability::Unsynced).Error(), ELOOP);
+    EXPECT_THAT(Names(), testing::UnorderedElementsAre("pipe", "link"));
+}
+
+TEST_F(FilesTest, LinkPutInPlaceMeanwhileIsReplacedAndNotFollowed) {
+    directory.Write("victim", "precious");
+    auto replacement = files.BeginReplace(directory / "file", 1, Durability::Unsynced);
+    ASSERT_TRUE(replacement);
+    std::filesystem::create_symlink(directory / "victim", directory / "file");
+    EXPECT_TRUE((*replacement)->Complete("x"));
+    EXPECT_EQ(directory.Read("victim"), "precious");
+    EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(directory / "file")));
+}
+
+TEST_F(FilesTest, FolderPutInPlaceMeanwhileFailsTheReplacement) {
+    {
+        auto replacement = files.BeginReplace(directory / "file", 1, Durability::Unsynced);
+        std::filesystem::create_directory(directory / "file");
+        EXPECT_EQ((*replacement)->Complete("x").Error(), EISDIR);
+    }
+    EXPECT_THAT(Names(), ElementsAre("file"));
+}
+
+// Reading.
+
+TEST_F(FilesTest, ReadDoesNotWaitForTheWriterOfPipe) {
+    ASSERT_EQ(mkfifo((directory / "pipe").c_str(), 0600), 0);
+    EXPECT_EQ(files.Read(directory / "pipe").Error(), EINVAL);
+}
+
+TEST_F(FilesTest, DeviceCannotBeRead) {
+    EXPECT_EQ(files.Read("/dev/zero").Error(), EINVAL);
+}
+
+TEST_F(FilesTest, FileLongerThanItSaysIsReadToItsEnd) {
+    const auto status = files.Read("/proc/self/status");  // of size 0
+    ASSERT_TRUE(status);
+    EXPECT_THAT(*status, testing::HasSubstr("Name:"));
+    EXPECT_THAT(*status, testing::HasSubstr("nonvoluntary_ctxt_switches:"));
+}
+
+TEST_F(FilesTest, FailureOfAnyStepOfReadIsReportedAndClosesTheFile) {
+    const std::string path = directory.Write("file", "x");
+    const std::size_t descriptors = OpenDescriptors();
+    for (const std::string name : {"open", "read"}) {
+        SystemCalls calls;
+        calls.Fail(name, EIO);
+        EXPECT_EQ(files.Read(path).Error(), EIO) << name;
+    }
+    EXPECT_EQ(OpenDescriptors(), descriptors);
+}
+
+TEST_F(FilesTest, OpenedFilesAreCloseOnExec) {
+    const std::string path = directory.Write("file", "x");
+    SystemCalls calls;
+    ASSERT_TRUE(files.Read(path));
+    ASSERT_TRUE(Save(path, "y", Durability::Synced));
+    ASSERT_EQ(calls.Count("open"), 3u);
+    for (const auto& call : calls.Calls()) {
+        EXPECT_TRUE(call.name != "open" || (call.argument & O_CLOEXEC) != 0) << call.text;
+    }
+}
+
+// Folders.
+
+TEST_F(FilesTest, NewFoldersArePrivateWhateverTheMask) {
+    for (const mode_t mask : {0, 022, 077, 0777}) {
+        const std::string top = directory / std::to_string(mask);
+        const Mask scoped(mask);
+        ASSERT_TRUE(files.CreateDirectories(top + "/a/b"));
+        EXPECT_EQ(ModeOf(top), 0700u) << mask;
+        EXPECT_EQ(ModeOf(top + "/a"), 0700u) << mask;
+        EXPECT_EQ(ModeOf(top + "/a/b"), 0700u) << mask;
+    }
+}
+
+TEST_F(FilesTest, ExistingFoldersKeepTheirMode) {
+    ASSERT_TRUE(files.CreateDirectories(directory / "a"));
+    ASSERT_EQ(chmod((directory / "a").c_str(), 0755), 0);
+    EXPECT_TRUE(files.CreateDirectories(directory / "a"));
+    EXPECT_TRUE(files.CreateDirectories(directory / "a/b"));
+    EXPECT_EQ(ModeOf(directory / "a"), 0755u);
+    EXPECT_EQ(ModeOf(directory / "a/b"), 0700u);
+}
+
+TEST_F(FilesTest, LinkToFolderCountsAsFolderAndDanglingLinkDoesNot) {
+    std::filesystem::create_directory(directory / "real");
+    std::filesystem::create_directory_symlink(directory / "real", directory / "link");
+    std::filesystem::create_symlink(directory / "nowhere", directory / "dangling");
+    EXPECT_TRUE(files.CreateDirectories(directory / "link"));
+    EXPECT_TRUE(files.CreateDirectories(directory / "link/below"));
+    EXPECT_TRUE(std::filesystem::is_directory(directory / "real/below"));
+    EXPECT_EQ(files.CreateDirectories(directory / "dangling").Error(), ENOTDIR);
+    EXPECT_EQ(files.CreateDirectories(directory / "dangling/below").Error(), ENOTDIR);
+}
+
+TEST_F(FilesTest, FolderThatAnotherProcessMakesMeanwhileIsNoFailure) {
+    SystemCalls calls;
+    calls.Before([](const SystemCalls::Call& call) {
+        if (call.name == "mkdir") std::filesystem::create_directory(call.text);
+    });
+    EXPECT_TRUE(files.CreateDirectories(directory / "a/b"));
+    EXPECT_TRUE(std::filesystem::is_directory(directory / "a/b"));
+    EXPECT_EQ(calls.Count("chmod"), 0u);
+}
+
+TEST_F(FilesTest, ThreadsThatMakeTheSameFoldersAllSucceed) {
+    for (int round = 0; round < 20; ++round) {
+        const std::string path = directory / (std::to_string(round) + "/a/b/c/d");
+        std::atomic<int> succeeded{0};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back([&] { succeeded += files.CreateDirectories(path) ? 1 : 0; });
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+        EXPECT_EQ(succeeded, 4);
+    }
+}
+
+TEST_F(FilesTest, FolderThatCannotBeMadeGivesTheSystemsNumber) {
+    for (const int error : {EROFS, EACCES, ENOSPC}) {
+        SystemCalls calls;
+        calls.Fail("mkdir", error, 100);
+        EXPECT_EQ(files.CreateDirectories(directory / "new").Error(), error);
+    }
+    SystemCalls calls;
+    calls.Fail("chmod", EPERM);
+    EXPECT_EQ(files.CreateDirectories(directory / "new").Error(), EPERM);
+}
+
+TEST_F(FilesTest, ParentsOnReadOnlyFileSystemAreNotInTheWay) {
+    // Such a file system may answer EROFS for a folder that exists.
+    std::filesystem::create_directory(directory / "here");
+    SystemCalls calls;
+    std::size_t above = 0;
+    for (const char character : directory.Path())
+        above += character == '/';
+    calls.Fail("mkdir", EROFS, static_cast<int>(above) + 1);
+    EXPECT_TRUE(files.CreateDirectories(directory / "here/new"));
+}
+
+TEST_F(FilesTest, ListGivesHiddenNamesAndManyOfThem) {
+    std::set<std::string> expected;
+    for (int i = 0; i < 500; ++i) {
+        const std::string name = (i % 2 ? "." : "") + std::to_string(i);
+        directory.Write(name, "");
+        expected.insert(name);
+    }
+    const auto names = Names();
+    EXPECT_EQ(names.size(), 500u);
+    EXPECT_EQ(std::set<std::string>(names.begin(), names.end()), expected);
+}
+
+TEST_F(FilesTest, RemoveTakesLinkAndNotWhatItLeadsTo) {
+    directory.Write("target", "x");
+    std::filesystem::create_symlink(directory / "target", directory / "link");
+    EXPECT_TRUE(files.Remove(directory / "link"));
+    EXPECT_THAT(Names(), ElementsAre("target"));
+}
+
+TEST_F(FilesTest, RenameAndRemoveGiveTheSystemsNumber) {
+    directory.Write("file", "x");
+    SystemCalls calls;
+    calls.Fail("rename", EXDEV);
+    EXPECT_EQ(files.Rename(directory / "file", directory / "other").Error(), EXDEV);
+    calls.Fail("unlink", EROFS);
+    EXPECT_EQ(files.Remove(directory / "file").Error(), EROFS);
+    EXPECT_THAT(Names(), ElementsAre("file"));
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
