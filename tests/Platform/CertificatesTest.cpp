@@ -1,0 +1,178 @@
+#include "Platform/ICertificates.h"
+
+#include <openssl/err.h>
+
+#include <cerrno>
+
+#include "tests/Fakes/TestCertificates.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using Platform::CertificateContext;
+
+std::span<const std::uint8_t> Bytes(std::string_view text) {
+    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
+CertificateContext ContextOf(const std::string& der) {
+    return {Platform::CertificateEncoding, Bytes(der).data(), static_cast<std::uint32_t>(der.size())};
+}
+
+class CertificatesTest : public testing::Test {
+protected:
+    ~CertificatesTest() override { EXPECT_EQ(ERR_peek_error(), 0u); }
+
+    /// The text of these bytes, measured first.
+    std::string Encode(std::string_view binary) {
+        const auto size = certificates.BinaryToBase64(Bytes(binary), nullptr, 0);
+        EXPECT_TRUE(size);
+        std::string text(*size + 1, '#');
+        const auto written = certificates.BinaryToBase64(Bytes(binary), text.data(), *size);
+        EXPECT_EQ(*written, *size);
+        EXPECT_EQ(text.back(), '#');
+        text.pop_back();
+        return text;
+    }
+
+    /// The bytes of this text, measured first; "failure" if either call fails.
+    std::string Decode(std::string_view text) {
+        const auto size = certificates.Base64ToBinary(text, nullptr, 0);
+        if (!size) return "failure";
+        std::string binary(*size + 1, '#');
+        const auto written =
+            certificates.Base64ToBinary(text, reinterpret_cast<std::uint8_t*>(binary.data()), *size);
+        if (!written) return "failure";
+        EXPECT_EQ(*written, *size);
+        EXPECT_EQ(binary.back(), '#');
+        binary.pop_back();
+        return binary;
+    }
+
+    Platform::ICertificates& certificates = Platform::Certificates();
+};
+
+// Base64.
+
+TEST_F(CertificatesTest, Base64OfTheStandardsExamplesBothWays) {
+    const std::vector<std::pair<std::string, std::string>> cases{{"f", "Zg=="},
+                                                                 {"fo", "Zm8="},
+                                                                 {"foo", "Zm9v"},
+                                                                 {"foob", "Zm9vYg=="},
+                                                                 {"fooba", "Zm9vYmE="},
+                                                                 {"foobar", "Zm9vYmFy"},
+                                                                 {std::string(3, '\0'), "AAAA"},
+                                                                 {"\xFB\xEF\xBE", "++++"},
+                                                                 {"\xFF\xFF\xFF", "////"}};
+    for (const auto& [binary, text] : cases) {
+        EXPECT_EQ(Encode(binary), text);
+        EXPECT_EQ(Decode(text), binary);
+    }
+}
+
+TEST_F(CertificatesTest, Base64OfEveryByteComesBackAndHasNoLineBreak) {
+    std::string all;
+    for (int i = 0; i < 1024; ++i)
+        all += static_cast<char>(i);
+    const std::string text = Encode(all);
+    EXPECT_EQ(text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/="),
+              std::string::npos);
+    EXPECT_EQ(Decode(text), all);
+}
+
+TEST_F(CertificatesTest, EncodingOfNothingIsEmpty) {
+    EXPECT_EQ(Encode(""), "");
+}
+
+TEST_F(CertificatesTest, WhiteSpaceInBase64PlaysNoPart) {
+    EXPECT_EQ(Decode("Zm9v\r\nYmFy\r\n"), "foobar");
+    EXPECT_EQ(Decode(" \t\v\fZ m\n9 v "), "foo");
+    EXPECT_EQ(Decode("Zg =\n="), "f");
+}
+
+TEST_F(CertificatesTest, EverythingElseInBase64IsFailure) {
+    for (const std::string& text :
+         {std::string(),           std::string(" \r\n"), std::string("Z"),
+          std::string("Zg"),       std::string("Zg="),   std::string("Zm9"),
+          std::string("Zm9vY"),    std::string("="),     std::string("=="),
+          std::string("===="),     std::string("Zg==="), std::string("Zg==Zg=="),
+          std::string("Zm8=Zm8="), std::string("Z=g="),  std::string("=Zg="),
+          std::string("Z==="),     std::string("Zm9v="), std::string("Zm9v===="),
+          std::string("Zm-v"),     std::string("Zm_v"),  std::string("Zm9v\0", 5),
+          std::string("Zm9\xC3"),  std::string("Zm.v"),  std::string("-----BEGIN CERTIFICATE-----")}) {
+        EXPECT_EQ(Decode(text), "failure") << testing::PrintToString(text);
+    }
+}
+
+TEST_F(CertificatesTest, BitsThatBelongToNoByteMustBeZero) {
+    EXPECT_EQ(Decode("Zh=="), "failure");
+    EXPECT_EQ(Decode("Zm9="), "failure");
+}
+
+TEST_F(CertificatesTest, RoomThatIsOneTooSmallIsFailure) {
+    char text[4];
+    EXPECT_EQ(certificates.BinaryToBase64(Bytes("f"), text, 3).Error(), ERANGE);
+    std::uint8_t binary[3];
+    EXPECT_EQ(certificates.Base64ToBinary("Zm9v", binary, 2).Error(), ERANGE);
+    EXPECT_EQ(*certificates.Base64ToBinary("Zm9v", binary, 3), 3u);
+}
+
+// Parsing.
+
+TEST_F(CertificatesTest, ParsedCertificateGivesItsBytes) {
+    const std::string der = DerOf(MakeCertificate({}));
+    const auto certificate = certificates.CreateCertificate(Bytes(der));
+    ASSERT_TRUE(certificate);
+    const CertificateContext& context = (*certificate)->Context();
+    EXPECT_EQ(context.encodingType, 0x10001u);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(context.encoded), context.encodedLength), der);
+    EXPECT_NE(context.encoded, Bytes(der).data());
+}
+
+TEST_F(CertificatesTest, TruncatedOrLengthenedOrForeignBytesAreNoCertificate) {
+    const std::string der = DerOf(MakeCertificate({}));
+    for (std::size_t length = 0; length < der.size(); ++length) {
+        ASSERT_FALSE(certificates.CreateCertificate(Bytes(der).first(length))) << length;
+    }
+    EXPECT_FALSE(certificates.CreateCertificate(Bytes(der + std::string(1, '\0'))));
+    EXPECT_FALSE(certificates.CreateCertificate(Bytes("no certificate")));
+    EXPECT_FALSE(certificates.CreateCertificate({}));
+    EXPECT_NE(certificates.CreateCertificate({}).Error(), 0);
+}
+
+// Comparing public keys.
+
+TEST_F(CertificatesTest, RenewedCertificateWithTheSameKeyIsEqual) {
+    const std::string old = DerOf(MakeCertificate({}));
+    CertificateRecipe recipe;
+    recipe.serial = 2;
+    recipe.commonName = "other.test";
+    recipe.validToSeconds = -10;
+    const std::string renewed = DerOf(MakeCertificate(recipe));
+    ASSERT_NE(old, renewed);
+    EXPECT_TRUE(certificates.EqualPublicKeys(ContextOf(old), ContextOf(renewed)));
+}
+
+TEST_F(CertificatesTest, SameSubjectWithAnotherKeyIsNotEqual) {
+    const std::string one = DerOf(MakeCertificate({}));
+    CertificateRecipe recipe;
+    for (const std::string key : {"rsa2048-other", "rsa1024", "ec256"}) {
+        recipe.key = KeyNamed(key);
+        const std::string other = DerOf(MakeCertificate(recipe));
+        EXPECT_FALSE(certificates.EqualPublicKeys(ContextOf(one), ContextOf(other))) << key;
+        EXPECT_FALSE(certificates.EqualPublicKeys(ContextOf(other), ContextOf(one))) << key;
+        EXPECT_TRUE(certificates.EqualPublicKeys(ContextOf(other), ContextOf(other))) << key;
+    }
+}
+
+TEST_F(CertificatesTest, WhatCannotBeParsedIsEqualToNothing) {
+    const std::string good = DerOf(MakeCertificate({}));
+    const std::string bad = "bad";
+    EXPECT_FALSE(certificates.EqualPublicKeys(ContextOf(good), ContextOf(bad)));
+    EXPECT_FALSE(certificates.EqualPublicKeys(ContextOf(bad), ContextOf(good)));
+    EXPECT_FALSE(certificates.EqualPublicKeys(ContextOf(bad), ContextOf(bad)));
+    EXPECT_FALSE(certificates.EqualPublicKeys({}, {}));
+}
+
+}  // namespace
+}  // namespace Ombry::Tests

@@ -1,0 +1,306 @@
+#include <openssl/err.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <set>
+
+#include "Platform/IFiles.h"
+#include "Platform/IMachineId.h"
+#include "Platform/IProtection.h"
+#include "tests/Fakes/FakeKnownFolders.h"
+#include "tests/Fakes/FakeMachineId.h"
+#include "tests/Fakes/FakeRandom.h"
+#include "tests/Fakes/TemporaryDirectory.h"
+#include "tests/Platform/Resources.h"
+#include "tests/Platform/SystemCalls.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using Platform::IMachineProtection;
+using testing::ElementsAre;
+
+constexpr std::uint32_t Machine = 5;  // no user interface, local machine
+constexpr std::uint32_t User = 1;     // no user interface
+
+class MachineProtectionTest : public testing::Test {
+protected:
+    std::string Protect(const std::string& plain, const std::string& entropy = "entropy",
+                        std::uint32_t flags = Machine) {
+        const auto blob = protection.Protect(plain, entropy, flags);
+        EXPECT_TRUE(blob) << blob.Error();
+        return blob && *blob ? **blob : "";
+    }
+
+    /// The plain text, or "error " and the number.
+    std::string Unprotect(const std::string& blob, const std::string& entropy = "entropy",
+                          std::uint32_t flags = Machine) {
+        const auto plain = protection.Unprotect(blob, entropy, flags);
+        if (!plain) return "error " + std::to_string(plain.Error());
+        return plain->value_or("no data");
+    }
+
+    const std::string Tampered = "error " + std::to_string(EBADMSG);
+
+    TemporaryDirectory directory;
+    FakeKnownFolders folders{directory.Path()};
+    FakeMachineId machine{"0123456789abcdef0123456789abcdef"};
+    Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};
+    Platform::Testing::Replace<Platform::IMachineId> replacedMachine{machine};
+    IMachineProtection& protection = Platform::MachineProtection();
+    const std::string keyFile = "Quennet/Keys/protection.key";
+};
+
+TEST_F(MachineProtectionTest, UnprotectGivesBackWhatWasProtected) {
+    for (const std::string& plain :
+         {std::string("x"), std::string("with\0nul", 8), std::string(100000, 'y'), std::string()}) {
+        EXPECT_EQ(Unprotect(Protect(plain)), plain);
+    }
+}
+
+TEST_F(MachineProtectionTest, BlobIsVersionNonceTextAndTag) {
+    const std::string blob = Protect("secret");
+    EXPECT_EQ(blob.size(), 1u + 12 + 6 + 16);
+    EXPECT_EQ(blob[0], 1);
+    EXPECT_EQ(blob.find("secret"), std::string::npos);
+}
+
+TEST_F(MachineProtectionTest, EqualTextsGiveDifferentBlobs) {
+    const std::string first = Protect("secret");
+    const std::string second = Protect("secret");
+    EXPECT_NE(first.substr(1, 12), second.substr(1, 12));
+    EXPECT_NE(first.substr(13), second.substr(13));
+}
+
+TEST_F(MachineProtectionTest, EveryBitOfTheBlobIsAuthenticated) {
+    const std::string blob = Protect("secret");
+    for (std::size_t at = 0; at < blob.size(); ++at) {
+        for (int bit = 0; bit < 8; ++bit) {
+            std::string changed = blob;
+            changed[at] = static_cast<char>(changed[at] ^ (1 << bit));
+            ASSERT_EQ(Unprotect(changed), Tampered) << at << " " << bit;
+        }
+    }
+}
+
+TEST_F(MachineProtectionTest, TruncatedOrLengthenedBlobFails) {
+    const std::string blob = Protect("secret");
+    for (std::size_t length = 0; length < blob.size(); ++length) {
+        ASSERT_EQ(Unprotect(blob.substr(0, length)), Tampered) << length;
+    }
+    EXPECT_EQ(Unprotect(blob + "x"), Tampered);
+}
+
+TEST_F(MachineProtectionTest, OtherEntropyFailsEvenIfItDiffersOnlyByTrailingNul) {
+    const std::string blob = Protect("secret", "entropy");
+    for (const std::string& other : {std::string("Entropy"), std::string("entropy\0", 8),
+                                     std::string("entrop"), std::string(), std::string(5000, 'e')}) {
+        EXPECT_EQ(Unprotect(blob, other), Tampered);
+    }
+    const std::string longEntropy(100000, 'e');
+    EXPECT_EQ(Unprotect(Protect("secret", longEntropy), longEntropy), "secret");
+    EXPECT_EQ(Unprotect(Protect("secret", ""), ""), "secret");
+    EXPECT_EQ(Unprotect(Protect("secret", ""), std::string(1, '\0')), Tampered);
+}
+
+TEST_F(MachineProtectionTest, CopyOnMachineWithAnotherIdentityFails) {
+    const std::string blob = Protect("secret");
+    machine.id = "fedcba9876543210fedcba9876543210";
+    EXPECT_EQ(Unprotect(blob), Tampered);
+    machine.id.clear();
+    EXPECT_EQ(Unprotect(blob), Tampered);
+}
+
+TEST_F(MachineProtectionTest, CopyOnMachineWithAnotherKeyFails) {
+    const std::string blob = Protect("secret");
+    std::string key = directory.Read(keyFile);
+    key[31] = static_cast<char>(key[31] ^ 1);
+    directory.Write(keyFile, key);
+    EXPECT_EQ(Unprotect(blob), Tampered);
+}
+
+TEST_F(MachineProtectionTest, CopyOnMachineWithoutKeyFailsAndMakesNone) {
+    const std::string blob = Protect("secret");
+    std::filesystem::remove_all(directory / "Quennet");
+    EXPECT_EQ(Unprotect(blob), "error " + std::to_string(ENOENT));
+    EXPECT_FALSE(std::filesystem::exists(directory / "Quennet"));
+}
+
+TEST_F(MachineProtectionTest, MachineWithoutIdentityIsProtectedByItsKeyAlone) {
+    machine.id.clear();
+    EXPECT_EQ(Unprotect(Protect("secret")), "secret");
+}
+
+TEST_F(MachineProtectionTest, ScopesHaveKeysOfTheirOwn) {
+    const std::string ofMachine = Protect("secret", "e", Machine);
+    EXPECT_FALSE(std::filesystem::exists(directory / "UserQuennet"));
+    const std::string ofUser = Protect("secret", "e", User);
+    EXPECT_EQ(Unprotect(ofMachine, "e", Machine), "secret");
+    EXPECT_EQ(Unprotect(ofUser, "e", User), "secret");
+    EXPECT_EQ(Unprotect(ofMachine, "e", User), Tampered);
+    EXPECT_EQ(Unprotect(ofUser, "e", Machine), Tampered);
+    EXPECT_EQ(directory.Read("UserQuennet/Keys/protection.key").size(), 32u);
+}
+
+TEST_F(MachineProtectionTest, UserInterfaceFlagPlaysNoPart) {
+    EXPECT_EQ(Unprotect(Protect("secret", "e", 4), "e", 5), "secret");
+    EXPECT_EQ(Unprotect(Protect("secret", "e", 0), "e", 1), "secret");
+}
+
+// The key file.
+
+TEST_F(MachineProtectionTest, KeyIsThirtyTwoRandomBytesForItsOwnerOnlyAndMadeOnce) {
+    const Mask mask(0);
+    Protect("secret");
+    const std::string key = directory.Read(keyFile);
+    EXPECT_EQ(key.size(), 32u);
+    EXPECT_GT(std::set<char>(key.begin(), key.end()).size(), 8u);
+    EXPECT_EQ(ModeOf(directory / keyFile), 0600u);
+    EXPECT_EQ(ModeOf(directory / "Quennet"), 0700u);
+    EXPECT_EQ(ModeOf(directory / "Quennet/Keys"), 0700u);
+    Protect("other");
+    EXPECT_EQ(directory.Read(keyFile), key);
+    EXPECT_THAT(*Platform::Files().List(directory / "Quennet/Keys"), ElementsAre("protection.key"));
+}
+
+TEST_F(MachineProtectionTest, KeysOfTwoMachinesDiffer) {
+    Protect("secret", "e", Machine);
+    Protect("secret", "e", User);
+    EXPECT_NE(directory.Read(keyFile), directory.Read("UserQuennet/Keys/protection.key"));
+}
+
+TEST_F(MachineProtectionTest, DamagedKeyFailsAndIsNeverReplaced) {
+    const std::string blob = Protect("secret");
+    for (const std::string& damaged : {std::string(), std::string(31, 'k'), std::string(33, 'k')}) {
+        directory.Write(keyFile, damaged);
+        EXPECT_EQ(protection.Protect("x", "e", Machine).Error(), EBADMSG);
+        EXPECT_EQ(Unprotect(blob), Tampered);
+        EXPECT_EQ(directory.Read(keyFile), damaged);
+    }
+}
+
+TEST_F(MachineProtectionTest, KeyBehindSymbolicLinkIsRefused) {
+    directory.Write("stolen", std::string(32, 'k'));
+    std::filesystem::create_directories(directory / "Quennet/Keys");
+    std::filesystem::create_symlink(directory / "stolen", directory / keyFile);
+    EXPECT_EQ(protection.Protect("x", "e", Machine).Error(), ELOOP);
+}
+
+TEST_F(MachineProtectionTest, KeyIsOnTheDiskBeforeItGetsItsName) {
+    SystemCalls calls;
+    Protect("secret");
+    const auto names = calls.Names();
+    const auto at = [&](const std::string& name, auto from) { return std::find(from, names.end(), name); };
+    const auto written = at("write", names.begin());
+    const auto synced = at("fsync", written);
+    const auto linked = at("link", synced);
+    const auto folderSynced = at("fsync", linked);
+    EXPECT_NE(folderSynced, names.end());
+    EXPECT_EQ(std::count(names.begin(), names.end(), "fsync"), 2);
+    EXPECT_EQ(std::count(names.begin(), names.end(), "rename"), 0);
+}
+
+TEST_F(MachineProtectionTest, WhoeverLosesTheRaceForTheKeyUsesTheWinners) {
+    std::string blobOfWinner;
+    std::string blobOfLoser;
+    {
+        SystemCalls calls;
+        calls.Before([&](const SystemCalls::Call& call) {
+            if (call.name == "link") blobOfWinner = Protect("winner");
+        });
+        blobOfLoser = Protect("loser");
+    }
+    EXPECT_EQ(Unprotect(blobOfWinner), "winner");
+    EXPECT_EQ(Unprotect(blobOfLoser), "loser");
+    EXPECT_THAT(*Platform::Files().List(directory / "Quennet/Keys"), ElementsAre("protection.key"));
+}
+
+TEST_F(MachineProtectionTest, ProcessesThatStartTogetherMakeOneKey) {
+    std::vector<pid_t> children;
+    for (int i = 0; i < 8; ++i) {
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            const auto blob = protection.Protect("secret", "e", Machine);
+            if (blob) directory.Write("blob" + std::to_string(i), **blob);
+            std::_Exit(blob ? 0 : 1);
+        }
+        children.push_back(child);
+    }
+    for (const pid_t child : children) {
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    for (int i = 0; i < 8; ++i) {
+        EXPECT_EQ(Unprotect(directory.Read("blob" + std::to_string(i)), "e"), "secret");
+    }
+}
+
+TEST_F(MachineProtectionTest, FailureOfAnyStepLeavesNoHalfKeyAndTheNextCallWorks) {
+    std::vector<SystemCalls::Call> steps;
+    {
+        SystemCalls calls;
+        Protect("secret");
+        steps = calls.Calls();
+    }
+    const std::size_t descriptors = OpenDescriptors();
+    for (std::size_t n = 1; n <= steps.size(); ++n) {
+        const SystemCalls::Call& step = steps[n - 1];
+        const std::string shown = std::to_string(n) + " " + step.name + " " + step.text;
+        // Nothing can be lost by closing what was read or synced, by removing a second name, or where a
+        // folder stands already.
+        const bool harmless = step.name == "close" || step.name == "unlink" ||
+                              (step.name == "mkdir" && directory.Path().starts_with(step.text));
+        std::filesystem::remove_all(directory / "Quennet");
+        {
+            SystemCalls calls;
+            calls.FailNth(n, EIO);
+            const auto blob = protection.Protect("secret", "entropy", Machine);
+            EXPECT_TRUE(blob ? harmless : blob.Error() == EIO) << shown << " " << blob.Error();
+        }
+        EXPECT_EQ(Unprotect(Protect("again")), "again") << shown;
+        EXPECT_EQ(directory.Read(keyFile).size(), 32u) << shown;
+        EXPECT_EQ(OpenDescriptors(), descriptors) << shown;
+    }
+}
+
+TEST_F(MachineProtectionTest, FolderThatCannotBeToldFailsWithItsNumber) {
+    folders.programDataError = 71;
+    folders.currentUserError = 72;
+    EXPECT_EQ(protection.Protect("x", "e", Machine).Error(), 71);
+    EXPECT_EQ(protection.Protect("x", "e", User).Error(), 72);
+}
+
+TEST_F(MachineProtectionTest, SourceOfChanceThatFailsFailsTheCall) {
+    Protect("makes the key");
+    FakeRandom random;
+    random.FailBytes(ENOSYS);
+    const Platform::Testing::Replace<Platform::IRandom> replaced(random);
+    EXPECT_EQ(protection.Protect("x", "e", Machine).Error(), ENOSYS);
+    std::filesystem::remove_all(directory / "Quennet");
+    EXPECT_EQ(protection.Protect("x", "e", Machine).Error(), ENOSYS);
+    EXPECT_THAT(*Platform::Files().List(directory / "Quennet/Keys"), testing::IsEmpty());
+}
+
+TEST_F(MachineProtectionTest, NothingStaysInTheErrorQueue) {
+    std::string blob = Protect("secret");
+    blob.back() = static_cast<char>(blob.back() ^ 1);
+    EXPECT_EQ(Unprotect(blob), Tampered);
+    EXPECT_EQ(ERR_peek_error(), 0u);
+}
+
+TEST(MachineIdTest, IsTheFirstLineOfTheSystemsFileOrEmpty) {
+    const std::string id = Platform::Production<Platform::IMachineId>().MachineId();
+    const auto file = Platform::Files().Read("/etc/machine-id");
+    if (file) {
+        EXPECT_EQ(id + "\n", file->substr(0, id.size() + 1));
+    } else {
+        EXPECT_EQ(id, "");
+    }
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
