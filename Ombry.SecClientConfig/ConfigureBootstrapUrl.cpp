@@ -1,10 +1,23 @@
 #include "Ombry.SecClientConfig/ConfigureBootstrapUrl.h"
 
-#include <stdexcept>
+#include <algorithm>
 
+#include "ClientCommunications/IClientConfig.h"
 #include "Ombry.SecClientConfig/CommandOptions.h"
 
 namespace Ombry::SecClientConfig {
+namespace {
+
+/// The usual URL of a service on a host. A host that holds a ":" is taken to name its own port, IPv6 brackets
+/// included, and the port is not checked.
+std::string MakeUrlOfHost(std::string host) {
+    std::transform(host.begin(), host.end(), host.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    const bool hasPort = host.find(':') != std::string::npos;
+    return "https://" + host + (hasPort ? "" : ":8181") + "/securityframeworkservice";
+}
+
+}  // namespace
 
 std::string& ConfigureBootstrapUrl::Name(std::string& out) {
     return out = "configure-bootstrap-url";
@@ -53,8 +66,17 @@ int ConfigureBootstrapUrl::Execute(int argc, char** argv) {
     return Work(given);
 }
 
-int ConfigureBootstrapUrl::Work(const Options&) {
-    throw std::runtime_error("The work of configure-bootstrap-url is not part of this version yet.");
+int ConfigureBootstrapUrl::Work(const Options& given) {
+    ClientCommunications::ClientConfigParameters parameters{std::string()};
+    parameters.SetUserName(given.identity.userName)
+        .SetPassword(given.identity.password)
+        .SetFixedToken(given.identity.token)
+        .SetSfsUrl(given.sfsUrl.empty() ? MakeUrlOfHost(given.sfsHost) : given.sfsUrl);
+    const auto config = parameters.Build();
+    config->SetDatacenterId(given.datacenterId);
+    config->SetDatacenterName(given.datacenterName);
+    config->Configure();
+    return 0;
 }
 
 }  // namespace Ombry::SecClientConfig

@@ -1,7 +1,9 @@
 #include "Ombry.SecClientConfig/GetDatacenters.h"
 
-#include <stdexcept>
+#include <iostream>
+#include <vector>
 
+#include "ClientCommunications/IClientConfig.h"
 #include "Ombry.SecClientConfig/CommandOptions.h"
 
 namespace Ombry::SecClientConfig {
@@ -41,8 +43,20 @@ int GetDatacenters::Execute(int argc, char** argv) {
     return Work(given);
 }
 
-int GetDatacenters::Work(const Options&) {
-    throw std::runtime_error("The work of get-datacenters is not part of this version yet.");
+int GetDatacenters::Work(const Options& given) {
+    ClientCommunications::ClientConfigParameters parameters{std::string()};
+    // The client name is checked with the other options and then dropped: a call with it alone goes out as
+    // nobody.
+    parameters.SetUserName(given.identity.userName)
+        .SetPassword(given.identity.password)
+        .SetFixedToken(given.identity.token)
+        .SetSfsUrl(given.sfsUrl);
+    std::vector<ClientCommunications::Datacenter> datacenters;
+    parameters.Build()->GetDatacenters(datacenters);
+    for (const ClientCommunications::Datacenter& datacenter : datacenters) {
+        std::cout << datacenter.id << '\t' << datacenter.name << '\n';
+    }
+    return 0;
 }
 
 }  // namespace Ombry::SecClientConfig
