@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "tests/Fakes/ScriptedSockets.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
 #include "tests/Ombry.SecClientConfig/UsageTexts.h"
 
@@ -36,13 +37,32 @@ void ExpectFaults(const Words& words, const std::string& messages) {
     EXPECT_EQ(run.out, "");
 }
 
-/// The command must have judged its options good and begun its work.
+/// A network in which no host is known.
+class NoHosts : public ScriptedSockets {
+public:
+    Platform::ValueOr<std::vector<Entry>> GetAddressInfo(const char* host, const char*,
+                                                         const Platform::AddressHints&) override {
+        asked.push_back(host);
+        return Platform::Result::Failure(8);
+    }
+
+    Words asked;
+};
+
+/// The command must have judged its options good and begun its work: the two that need no configured machine
+/// look for their host.
 void ExpectBeginsItsWork(const Words& words) {
+    const bool worksAlready = words[0] == "get-datacenters" || words[0] == "configure-bootstrap-url";
+    NoHosts network;
+    const Platform::Testing::Replace<Platform::ISockets> replaced(network);
     const ToolRun run = Tool(words);
     EXPECT_EQ(run.exitCode, -1) << testing::PrintToString(words);
-    EXPECT_EQ(run.error, "Caught exception: The work of " + words[0] + " is not part of this version yet.\n")
+    EXPECT_EQ(run.error, worksAlready ? "Caught exception: Error 11.0\n"
+                                      : "Caught exception: The work of " + words[0] +
+                                            " is not part of this version yet.\n")
         << testing::PrintToString(words);
     EXPECT_EQ(run.out, "");
+    EXPECT_EQ(network.asked.empty(), !worksAlready) << testing::PrintToString(words);
 }
 
 Words operator+(Words left, const Words& right) {
