@@ -3,7 +3,6 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
-#include <source_location>
 
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephIOBuffer.h"
@@ -160,20 +159,21 @@ private:
     void HandleFatalError();
     ZephIOCompletionHandlerIf* GetHandler();
 
-    /// A log call's place in the source; made from the function's name alone.
+    /// A log call's place in the source, made from the function's name alone. The built-ins stand for
+    /// std::source_location, which clang does not offer with this standard library.
     struct Place {
         const char* pFunction;
-        std::source_location location;
-        Place(const char* pName, std::source_location here = std::source_location::current())
-            : pFunction(pName), location(here) {}
+        const char* pFile;
+        int nLine;
+        Place(const char* pName, const char* pHere = __builtin_FILE(), int nHere = __builtin_LINE())
+            : pFunction(pName), pFile(pHere), nLine(nHere) {}
     };
 
     /// The session id ends every line.
     template <class... Parts>
     void Log(const Place& place, int nLevel, const Parts&... parts) const {
-        Ombry::LibraryLogger::LogCall(m_Logger, place.location.file_name(),
-                                      static_cast<int>(place.location.line()), place.pFunction, nLevel,
-                                      parts..., m_SessionId);
+        Ombry::LibraryLogger::LogCall(m_Logger, place.pFile, place.nLine, place.pFunction, nLevel, parts...,
+                                      m_SessionId);
     }
 
     template <class... Parts>
