@@ -124,7 +124,6 @@ void ZephHttpClientConnection::ClearResponse() {
 
 ZephHttpClientConnection::Progress ZephHttpClientConnection::Fail() {
     if (!m_Terminator) return Progress::Failed;
-    m_CallbackThread = {};
     m_Terminator->Terminate();
     EndExchanges(&ZephHttpRequestNotifierIf::OnRequestFailed);
     return Progress::Failed;
@@ -553,11 +552,6 @@ void ZephHttpClientConnection::Compact() {
     if (Unread() > 0) std::memmove(m_ReadBuffer.GetData(), Front(), Unread());
     m_ReadFill = Unread();
     m_Consumed = 0;
-}
-
-void ZephHttpClientConnection::Consume(std::uint32_t nBytes) {
-    m_Consumed += nBytes;
-    m_Searched = 0;
 }
 
 /// Offset of `pattern` in the unread bytes, at `nFrom` or behind; npos if it is not there yet. The search

@@ -121,7 +121,7 @@ private:
     // The read buffer.
     Progress ReadMore(std::uint64_t nTotal = 0);
     void Compact();
-    void Consume(std::uint32_t nBytes);
+    void Consume(std::uint32_t nBytes) { m_Consumed += nBytes; }
     std::size_t Find(std::string_view pattern, std::size_t nFrom);
     std::uint8_t* Front() { return m_ReadBuffer.GetData() + m_Consumed; }
     std::uint32_t Unread() const { return m_ReadFill - m_Consumed; }

@@ -268,6 +268,22 @@ TEST_F(ZephHttpClientConnectionSendTest, RequestWhoseReadFailedIsNotSent) {
     EXPECT_EQ((Log{"UnRegister"}), log);
 }
 
+TEST_F(ZephHttpClientConnectionSendTest, TransferThatCouldNotStartIsNotUnderWay) {
+    Put(false, 5);
+    io.CompleteWrite();
+    io.failWrite = 2;
+    EXPECT_EQ(io.writeFailure, WriteBody("abcde"));
+    EXPECT_EQ(0U, WriteBody("abcde"));
+    EXPECT_EQ("abcde", io.Writing());
+
+    connection.Close();
+    connection.Initialize(&io, &terminator, "h", nullptr, nullptr);
+    io.failRead = io.reads + 1;
+    EXPECT_EQ(eRC_IO_ConnectionFailed, Put(false, 5));
+    EXPECT_EQ(0U, Put(false, 5));
+    EXPECT_TRUE(io.IsReading());
+}
+
 TEST_F(ZephHttpClientConnectionSendTest, PieceThatFindsNoMemoryIsReportedAndNotSent) {
     Put(true, 0);
     io.CompleteWrite();

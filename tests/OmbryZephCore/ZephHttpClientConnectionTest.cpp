@@ -205,6 +205,16 @@ TEST_F(ZephHttpClientConnectionTest, ResponseHeadersAreThereWithTheAnswerAndUnti
     connection.ForEachResponseHeader([](const char*, const char*) { FAIL(); });
 }
 
+TEST_F(ZephHttpClientConnectionTest, ReopenedConnectionSearchesItsFirstHeadFromTheBeginning) {
+    SendGet();
+    io.Feed("HTTP/1.1 200 OK\r\nA: " + std::string(1000, 'x'));
+    connection.Close();
+    connection.Initialize(&io, &terminator, "h", nullptr, nullptr);
+    SendGet();
+    io.Feed("HTTP/1.1 204 No\r\n\r\n");
+    EXPECT_EQ((Log{"Complete 204 "}), log);
+}
+
 TEST_F(ZephHttpClientConnectionTest, ReopenedConnectionStartsClean) {
     SendGet(true);
     connection.AddHeader("Old", "1");
