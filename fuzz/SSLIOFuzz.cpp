@@ -1,0 +1,314 @@
+// ZephSSLIO over the real engine, with a hostile peer below: the input is a script that delivers what a real
+// server says whole, in fragments, changed or mixed with bytes of the script, and starts, stops and fails
+// transfers at any point.
+//
+// Invariant: no call crashes or runs for ever; the layer below has at most one read and one write at a time,
+// never of 0 bytes; each transfer of the user completes at most once and within its length; and since the
+// clear-text guard is on, the user reads nothing but a prefix of what the server said under TLS, and nothing
+// that the user wrote ever reaches the layer below in clear.
+
+#include <openssl/evp.h>
+#include <openssl/ssl.h>
+#include <openssl/x509.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "OmbryZephCore/ZephOpenSSLClientConnectionManager.h"
+#include "OmbryZephCore/ZephSSLIO.h"
+
+namespace {
+
+using namespace OmbryZephCore;
+
+constexpr const char* Secret = "Authorization: Basic c2VjcmV0";
+
+void Require(bool bHolds, const char* pWhat) {
+    if (bHolds) return;
+    std::fprintf(stderr, "broken: %s\n", pWhat);
+    std::abort();
+}
+
+/// Makes the server's key and self-signed certificate once.
+SSL_CTX* ServerContext() {
+    static SSL_CTX* const pContext = [] {
+        EVP_PKEY* const pKey = EVP_EC_gen("P-256");
+        X509* const pCertificate = X509_new();
+        X509_set_version(pCertificate, 2);
+        ASN1_INTEGER_set(X509_get_serialNumber(pCertificate), 1);
+        X509_gmtime_adj(X509_getm_notBefore(pCertificate), 0);
+        X509_gmtime_adj(X509_getm_notAfter(pCertificate), 86400);
+        X509_set_pubkey(pCertificate, pKey);
+        X509_sign(pCertificate, pKey, EVP_sha256());
+        SSL_CTX* const pMade = SSL_CTX_new(TLS_server_method());
+        SSL_CTX_use_certificate(pMade, pCertificate);
+        SSL_CTX_use_PrivateKey(pMade, pKey);
+        X509_free(pCertificate);
+        EVP_PKEY_free(pKey);
+        return pMade;
+    }();
+    return pContext;
+}
+
+/// The honest part of the peer.
+class Server {
+public:
+    explicit Server(bool bOldProtocol) : m_Session(SSL_new(ServerContext())) {
+        m_Input = BIO_new(BIO_s_mem());
+        m_Output = BIO_new(BIO_s_mem());
+        SSL_set_bio(m_Session, m_Input, m_Output);
+        SSL_set_accept_state(m_Session);
+        if (bOldProtocol) SSL_set_max_proto_version(m_Session, TLS1_2_VERSION);
+    }
+    ~Server() { SSL_free(m_Session); }
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    void Hear(const std::uint8_t* pData, std::size_t nBytes) {
+        BIO_write(m_Input, pData, static_cast<int>(nBytes));
+        char buffer[4096];
+        while (SSL_read(m_Session, buffer, sizeof buffer) > 0) {
+        }
+    }
+
+    void Say(std::size_t nBytes) {
+        std::string text;
+        for (std::size_t n = 0; n < nBytes; ++n)
+            text.push_back(static_cast<char>('a' + (said.size() + n) % 26));
+        std::size_t nWritten = 0;
+        if (SSL_is_init_finished(m_Session) && !text.empty() &&
+            SSL_write_ex(m_Session, text.data(), text.size(), &nWritten) == 1)
+            said.append(text, 0, nWritten);
+    }
+
+    void Close() { SSL_shutdown(m_Session); }
+
+    std::string TakeOutput(std::size_t nAtMost) {
+        std::string bytes(nAtMost, '\0');
+        const int nRead = nAtMost == 0 || BIO_ctrl_pending(m_Output) == 0
+                              ? 0
+                              : BIO_read(m_Output, bytes.data(), static_cast<int>(nAtMost));
+        bytes.resize(static_cast<std::size_t>(std::max(nRead, 0)));
+        return bytes;
+    }
+
+    std::string said;
+
+private:
+    SSL* m_Session;
+    BIO* m_Input = nullptr;
+    BIO* m_Output = nullptr;
+};
+
+class Layer : public ZephIOObjectIf, public ZephUserTaskScheduleIf, public ZephUserTaskCancelIf {
+public:
+    std::uint8_t* pRead = nullptr;
+    std::uint32_t nRead = 0;
+    const std::uint8_t* pWrite = nullptr;
+    std::uint32_t nWrite = 0;
+    std::string sent;
+    std::deque<ZephTaskIf*> tasks;
+
+    std::uint32_t RegisterIOCompletionHandler(ZephIOCompletionHandlerIf*) override { return 0; }
+    void UnRegisterIOCompletionHandler() override {}
+    std::uint32_t StartRead(std::uint32_t nBytes, std::uint8_t* pBuffer) override {
+        Require(nBytes != 0 && pBuffer && !pRead, "one read below, of some bytes");
+        pRead = pBuffer;
+        nRead = nBytes;
+        return 0;
+    }
+    std::uint32_t StartWrite(std::uint32_t nBytes, const std::uint8_t* pBuffer) override {
+        Require(nBytes != 0 && pBuffer && !pWrite, "one write below, of some bytes");
+        pWrite = pBuffer;
+        nWrite = nBytes;
+        sent.append(reinterpret_cast<const char*>(pBuffer), nBytes);
+        return 0;
+    }
+    std::uint32_t RequestDrainNotification() override { return 0; }
+    std::uint32_t ScheduleTask(ZephTaskIf* pTask) override {
+        tasks.push_back(pTask);
+        return 0;
+    }
+    void CancelTask(ZephTaskIf* pTask) override { std::erase(tasks, pTask); }
+};
+
+class User : public ZephIOCompletionHandlerIf, public ZephSSLNotifierIf {
+public:
+    std::vector<std::uint8_t> buffer;  // exactly as long as the read: an overrun is a memory error
+    bool bReading = false;
+    bool bWriting = false;
+    std::string heard;
+    std::string writing;
+
+    void CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes) override {
+        bool& bOpen = nTaskType == TaskTypeRead ? bReading : bWriting;
+        Require(bOpen, "a transfer completes once");
+        bOpen = false;
+        if (nTaskType != TaskTypeRead || !bSuccess) return;
+        Require(nBytes <= buffer.size(), "a read stays within its length");
+        heard.append(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(nBytes));
+    }
+    void AbortTask(std::uint32_t) override {}
+    void OnDrained() override {}
+    void OnSSLStopped() override {}
+    void OnSSLFatalError() override {}
+};
+
+class Play {
+public:
+    Play(const std::uint8_t* pScript, std::size_t nBytes)
+        : m_Script(pScript), m_Left(nBytes), m_Server((NextByte() & 1) != 0) {
+        m_Manager.Initialize("peer", true, ZephCertificateValidator());
+        m_Stage.SetClearTextGuard(true);
+        m_Stage.Initialize(&m_Manager, &m_Layer, &m_Layer, 0, &m_User, &m_Layer, nullptr);
+        m_Stage.StartSSL();
+        m_Stage.RegisterIOCompletionHandler(&m_User);
+    }
+
+    void Run() {
+        while (m_Left > 0) {
+            const std::uint8_t nOperation = NextByte();
+            Step(nOperation & 0x0F, std::size_t{NextByte()} << (nOperation >> 6) * 2);
+            Require(m_Server.said.compare(0, m_User.heard.size(), m_User.heard) == 0,
+                    "what is read was said under TLS");
+        }
+        m_Stage.UnRegisterIOCompletionHandler();
+        m_Stage.Terminate();
+        Require(m_Layer.sent.find(Secret) == std::string::npos, "nothing is sent in clear");
+    }
+
+private:
+    void Step(int nOperation, std::size_t nCount) {
+        switch (nOperation) {
+            case 0:
+                return Deliver(m_Server.TakeOutput(std::min(nCount + 1, ReadRoom())));
+            case 1:
+                return Deliver(ScriptBytes(std::min(nCount + 1, ReadRoom())));
+            case 2:
+                return Deliver(Changed(m_Server.TakeOutput(std::min(nCount + 1, ReadRoom()))));
+            case 3:
+                return CompleteWrite(nCount + 1);
+            case 4:
+                return StartRead(nCount + 1);
+            case 5:
+                return StartWrite(nCount);
+            case 6:
+                m_Stage.StopSSL((nCount & 1) != 0);
+                return;
+            case 7:
+                m_Stage.StartSSL();
+                return;
+            case 8:
+                return Fail((nCount & 1) != 0);
+            case 9:
+                return m_Server.Say(nCount);
+            case 10:
+                return m_Server.Close();
+            case 11:
+                return Exchange();
+            default:
+                return RunTasks();
+        }
+    }
+
+    /// Everything that waits goes both ways, until nothing does.
+    void Exchange() {
+        for (int nRound = 0; nRound < 64; ++nRound) {
+            RunTasks();
+            const bool bWrite = m_Layer.pWrite != nullptr;
+            CompleteWrite(m_Layer.nWrite);
+            const std::string bytes = m_Server.TakeOutput(ReadRoom());
+            if (!bWrite && bytes.empty()) return;
+            Deliver(bytes);
+        }
+    }
+
+    std::size_t ReadRoom() const { return m_Layer.pRead ? m_Layer.nRead : 0; }
+
+    void Deliver(const std::string& bytes) {
+        if (!m_Layer.pRead || bytes.empty()) return;
+        std::memcpy(std::exchange(m_Layer.pRead, nullptr), bytes.data(), bytes.size());
+        m_Stage.CompleteTask(TaskTypeRead, true, static_cast<std::uint32_t>(bytes.size()));
+    }
+
+    void CompleteWrite(std::size_t nAtMost) {
+        if (!m_Layer.pWrite) return;
+        const auto nSent = static_cast<std::uint32_t>(std::min<std::size_t>(m_Layer.nWrite, nAtMost));
+        m_Server.Hear(std::exchange(m_Layer.pWrite, nullptr), nSent);
+        m_Stage.CompleteTask(TaskTypeWrite, true, nSent);
+    }
+
+    /// With a failure, or with a close of the socket.
+    void Fail(bool bRead) {
+        const bool bSuccess = (NextByte() & 1) != 0;
+        if (bRead && std::exchange(m_Layer.pRead, nullptr))
+            m_Stage.CompleteTask(TaskTypeRead, bSuccess, 0);
+        else if (!bRead && std::exchange(m_Layer.pWrite, nullptr))
+            m_Stage.CompleteTask(TaskTypeWrite, bSuccess, 0);
+    }
+
+    void StartRead(std::size_t nBytes) {
+        if (m_User.bReading) return;
+        m_User.buffer = std::vector<std::uint8_t>(nBytes);
+        m_User.bReading = true;
+        m_Stage.StartRead(static_cast<std::uint32_t>(nBytes), m_User.buffer.data());
+    }
+
+    void StartWrite(std::size_t nBytes) {
+        if (m_User.bWriting) return;
+        m_User.writing = Secret + std::string(nBytes, '.');
+        m_User.bWriting =
+            m_Stage.StartWrite(static_cast<std::uint32_t>(m_User.writing.size()),
+                               reinterpret_cast<const std::uint8_t*>(m_User.writing.data())) != 11;
+    }
+
+    void RunTasks() {
+        while (!m_Layer.tasks.empty()) {
+            ZephTaskIf* const pTask = m_Layer.tasks.front();
+            m_Layer.tasks.pop_front();
+            pTask->DoTask();
+        }
+    }
+
+    std::uint8_t NextByte() {
+        if (m_Left == 0) return 0;
+        --m_Left;
+        return *m_Script++;
+    }
+
+    std::string ScriptBytes(std::size_t nAtMost) {
+        const std::size_t n = std::min(nAtMost, m_Left);
+        std::string bytes(reinterpret_cast<const char*>(m_Script), n);
+        m_Script += n;
+        m_Left -= n;
+        return bytes;
+    }
+
+    std::string Changed(std::string bytes) {
+        const std::size_t nAt = NextByte();
+        if (nAt < bytes.size()) bytes[nAt] = static_cast<char>(bytes[nAt] ^ (NextByte() | 1));
+        return bytes;
+    }
+
+    const std::uint8_t* m_Script;
+    std::size_t m_Left;
+    Server m_Server;
+    Layer m_Layer;
+    User m_User;
+    ZephOpenSSLClientConnectionManager m_Manager{nullptr, false};
+    ZephSSLIO m_Stage{nullptr};
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t nBytes) {
+    if (nBytes <= 4096) Play(pData, nBytes).Run();
+    return 0;
+}
