@@ -237,6 +237,9 @@ TEST_P(ZephOpenSSLConnectionTest, StaleErrorsOfOthersOnTheThreadDoNoHarm) {
     });
     std::string hello = Extract(other.client);
     leaveError();
+    EXPECT_EQ(Extract(other.client), "");
+    EXPECT_EQ(Inject(other.client, ""), 0) << "an extract that goes on with the handshake is not disturbed";
+    leaveError();
     other.server.Put(hello);
     leaveError();
     EXPECT_GT(Inject(other.client, other.server.Take()), 0);
