@@ -1,0 +1,37 @@
+#pragma once
+
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Ombry::Sandbox {
+
+/// What goes wrong with one request.
+struct Fault {
+    enum class Kind { Status, Delay, Reset, Cut, Silence };
+    Kind kind = Kind::Status;
+    int argument = 0;  ///< status code, or milliseconds
+};
+
+/// Faults on demand: each stands for a number of requests below a path. Any thread may call it.
+class Faults {
+public:
+    /// Adds "PATH:COUNT:KIND"; `std::invalid_argument` with a message for the user.
+    void Add(const std::string& text);
+
+    /// The fault of a request for `path`, counted down; the oldest that fits comes first.
+    std::optional<Fault> Take(const std::string& path);
+
+private:
+    struct Rule {
+        std::string path;
+        long count;
+        Fault fault;
+    };
+
+    std::mutex mutex;
+    std::vector<Rule> rules;  // guarded by mutex
+};
+
+}  // namespace Ombry::Sandbox

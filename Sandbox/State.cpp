@@ -1,0 +1,248 @@
+#include "Sandbox/State.h"
+
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+
+#include <array>
+#include <initializer_list>
+#include <stdexcept>
+
+#include "Platform/IRandom.h"
+
+namespace Ombry::Sandbox {
+namespace {
+
+constexpr int HashRounds = 10000;
+
+std::string HashSecret(const std::string& secret, const std::string& salt) {
+    std::string hash(32, '\0');
+    if (PKCS5_PBKDF2_HMAC(secret.data(), static_cast<int>(secret.size()),
+                          reinterpret_cast<const unsigned char*>(salt.data()), static_cast<int>(salt.size()),
+                          HashRounds, EVP_sha256(), static_cast<int>(hash.size()),
+                          reinterpret_cast<unsigned char*>(hash.data())) != 1) {
+        throw std::runtime_error("Cannot hash a secret.");
+    }
+    return hash;
+}
+
+std::string NewSalt() {
+    std::array<std::uint8_t, 16> bytes;
+    if (!Platform::Random().Bytes(bytes)) throw std::runtime_error("No random bytes.");
+    return std::string(bytes.begin(), bytes.end());
+}
+
+/// Roles are stored as one text, each between bars, so that one can be searched for.
+std::string JoinRoles(const std::vector<std::string>& roles) {
+    std::string text = "|";
+    for (const std::string& role : roles)
+        text += role + "|";
+    return text;
+}
+
+constexpr const char* Schema =
+    "CREATE TABLE IF NOT EXISTS clients (id TEXT PRIMARY KEY, salt BLOB NOT NULL, hash BLOB NOT NULL,"
+    " description TEXT, datacenter TEXT NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS services (id TEXT PRIMARY KEY, name TEXT NOT NULL, client TEXT NOT NULL,"
+    " url TEXT NOT NULL, cert TEXT NOT NULL, host TEXT NOT NULL, namespace TEXT NOT NULL,"
+    " datacenter TEXT NOT NULL, roles TEXT NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS tokens (id TEXT PRIMARY KEY, subject TEXT NOT NULL, expires INTEGER NOT "
+    "NULL);"
+    "CREATE TABLE IF NOT EXISTS instances (url TEXT PRIMARY KEY, cert TEXT NOT NULL, datacenter TEXT NOT "
+    "NULL);";
+
+}  // namespace
+
+/// One prepared statement with its values; text is bound as a blob of bytes only where it may hold any.
+class State::Statement {
+public:
+    Statement(sqlite3* database, const char* sql, std::initializer_list<std::string> values)
+        : database(database) {
+        if (sqlite3_prepare_v2(database, sql, -1, &statement, nullptr) != SQLITE_OK) Fail();
+        int index = 0;
+        for (const std::string& value : values) {
+            if (sqlite3_bind_text(statement, ++index, value.data(), static_cast<int>(value.size()),
+                                  SQLITE_TRANSIENT) != SQLITE_OK) {
+                Fail();
+            }
+        }
+    }
+    ~Statement() { sqlite3_finalize(statement); }
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+
+    /// Whether there is a row.
+    bool Step() {
+        const int code = sqlite3_step(statement);
+        if (code == SQLITE_ROW) return true;
+        if (code != SQLITE_DONE) Fail();
+        return false;
+    }
+    /// Runs an insertion; false if its key is taken.
+    bool Insert() {
+        const int code = sqlite3_step(statement);
+        if (code == SQLITE_CONSTRAINT) return false;
+        if (code != SQLITE_DONE) Fail();
+        return true;
+    }
+    bool Changed() {
+        Step();
+        return sqlite3_changes(database) > 0;
+    }
+    std::string Text(int column) const {
+        const void* const data = sqlite3_column_blob(statement, column);
+        const int size = sqlite3_column_bytes(statement, column);
+        return data ? std::string(static_cast<const char*>(data), static_cast<std::size_t>(size))
+                    : std::string();
+    }
+
+private:
+    [[noreturn]] void Fail() {
+        const std::string text = sqlite3_errmsg(database);
+        sqlite3_finalize(statement);
+        statement = nullptr;
+        throw std::runtime_error("Database: " + text);
+    }
+
+    sqlite3* database;
+    sqlite3_stmt* statement = nullptr;
+};
+
+State::State(const std::string& stateFolder) {
+    const std::string path = stateFolder + "/state.sqlite";
+    if (sqlite3_open(path.c_str(), &database) != SQLITE_OK) {
+        const std::string text = sqlite3_errmsg(database);
+        sqlite3_close(database);
+        throw std::runtime_error("Cannot open '" + path + "': " + text);
+    }
+    sqlite3_busy_timeout(database, 5000);
+    try {
+        Execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;");
+        Execute(Schema);
+    } catch (...) {
+        sqlite3_close(database);
+        throw;
+    }
+}
+
+State::~State() {
+    sqlite3_close(database);
+}
+
+void State::Execute(const char* sql) {
+    char* message = nullptr;
+    if (sqlite3_exec(database, sql, nullptr, nullptr, &message) == SQLITE_OK) return;
+    const std::string text = message ? message : "unknown failure";
+    sqlite3_free(message);
+    throw std::runtime_error("Database: " + text);
+}
+
+bool State::AddClient(const ClientRecord& client) {
+    const std::string salt = NewSalt();
+    const std::string hash = HashSecret(client.secret, salt);
+    std::lock_guard guard(mutex);
+    return Statement(database, "INSERT INTO clients VALUES (?,?,?,?,?)",
+                     {client.id, salt, hash, client.description, client.datacenterId})
+        .Insert();
+}
+
+bool State::HasClient(const std::string& id) {
+    std::lock_guard guard(mutex);
+    return Statement(database, "SELECT 1 FROM clients WHERE id=?", {id}).Step();
+}
+
+bool State::IsClientSecret(const std::string& id, const std::string& secret) {
+    std::string salt;
+    std::string hash;
+    {
+        std::lock_guard guard(mutex);
+        Statement statement(database, "SELECT salt, hash FROM clients WHERE id=?", {id});
+        if (!statement.Step()) return false;
+        salt = statement.Text(0);
+        hash = statement.Text(1);
+    }
+    const std::string offered = HashSecret(secret, salt);
+    return offered.size() == hash.size() && CRYPTO_memcmp(offered.data(), hash.data(), hash.size()) == 0;
+}
+
+bool State::RemoveClient(const std::string& id) {
+    std::lock_guard guard(mutex);
+    // Its tokens stop working with it.
+    Statement(database, "DELETE FROM tokens WHERE subject=?", {id}).Step();
+    return Statement(database, "DELETE FROM clients WHERE id=?", {id}).Changed();
+}
+
+bool State::AddService(const ServiceRecord& service) {
+    std::lock_guard guard(mutex);
+    return Statement(database, "INSERT INTO services VALUES (?,?,?,?,?,?,?,?,?)",
+                     {service.id, service.name, service.clientId, service.endpointUrl, service.endpointCert,
+                      service.hostname, service.nameSpace, service.datacenterId, JoinRoles(service.roles)})
+        .Insert();
+}
+
+bool State::RemoveService(const std::string& id) {
+    std::lock_guard guard(mutex);
+    return Statement(database, "DELETE FROM services WHERE id=?", {id}).Changed();
+}
+
+std::vector<ServiceRecord> State::FindServices(const ServiceQuery& query) {
+    // A part that was given is passed behind a "1", one that was not as "0": a query for everything needs no
+    // other text.
+    const auto given = [](const std::optional<std::string>& part) {
+        return part ? "1" + *part : std::string("0");
+    };
+    std::lock_guard guard(mutex);
+    Statement statement(
+        database,
+        "SELECT id, name, client, url, cert, host, namespace, datacenter FROM services WHERE "
+        "(?1='0' OR '1'||id=?1) AND (?2='0' OR '1'||name=?2) AND (?3='0' OR '1'||client=?3) AND "
+        "(?4='0' OR instr(roles, '|'||substr(?4,2)||'|')>0) AND (?5='0' OR '1'||namespace=?5) AND "
+        "(?6='0' OR '1'||host=?6) ORDER BY id",
+        {given(query.id), given(query.name), given(query.parentId), given(query.role), given(query.nameSpace),
+         given(query.host)});
+    std::vector<ServiceRecord> services;
+    while (statement.Step()) {
+        services.push_back({statement.Text(0),
+                            statement.Text(1),
+                            statement.Text(2),
+                            statement.Text(3),
+                            statement.Text(4),
+                            statement.Text(5),
+                            statement.Text(6),
+                            statement.Text(7),
+                            {}});
+    }
+    return services;
+}
+
+void State::AddToken(const std::string& id, const std::string& subject, std::int64_t expires) {
+    std::lock_guard guard(mutex);
+    Statement(database, "INSERT INTO tokens VALUES (?,?,?)", {id, subject, std::to_string(expires)}).Insert();
+}
+
+bool State::HasToken(const std::string& id) {
+    std::lock_guard guard(mutex);
+    return Statement(database, "SELECT 1 FROM tokens WHERE id=?", {id}).Step();
+}
+
+void State::AddInstance(const InstanceRecord& instance) {
+    std::lock_guard guard(mutex);
+    Statement(database, "INSERT OR REPLACE INTO instances VALUES (?,?,?)",
+              {instance.baseUrl, instance.certificate, instance.datacenterId})
+        .Step();
+}
+
+void State::RemoveInstance(const std::string& baseUrl) {
+    std::lock_guard guard(mutex);
+    Statement(database, "DELETE FROM instances WHERE url=?", {baseUrl}).Step();
+}
+
+std::vector<InstanceRecord> State::Instances() {
+    std::lock_guard guard(mutex);
+    Statement statement(database, "SELECT url, cert, datacenter FROM instances ORDER BY url", {});
+    std::vector<InstanceRecord> instances;
+    while (statement.Step())
+        instances.push_back({statement.Text(0), statement.Text(1), statement.Text(2)});
+    return instances;
+}
+
+}  // namespace Ombry::Sandbox

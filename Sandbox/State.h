@@ -1,0 +1,84 @@
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Ombry::Sandbox {
+
+struct ClientRecord {
+    std::string id;
+    std::string secret;  ///< plain on the way in only; stored as a salted hash
+    std::string description;
+    std::string datacenterId;
+};
+
+struct ServiceRecord {
+    std::string id;
+    std::string name;
+    std::string clientId;
+    std::string endpointUrl;
+    std::string endpointCert;
+    std::string hostname;
+    std::string nameSpace;
+    std::string datacenterId;
+    std::vector<std::string> roles;
+};
+
+struct InstanceRecord {
+    std::string baseUrl;
+    std::string certificate;
+    std::string datacenterId;
+};
+
+/// How services are looked up: all given parts must match.
+struct ServiceQuery {
+    std::optional<std::string> id;
+    std::optional<std::string> name;
+    std::optional<std::string> parentId;
+    std::optional<std::string> role;
+    std::optional<std::string> nameSpace;
+    std::optional<std::string> host;
+};
+
+/// What the service knows, in an SQLite file that several instances may share. It survives a restart. Any
+/// thread may call it. Failures of the database are `std::runtime_error`.
+class State {
+public:
+    explicit State(const std::string& stateFolder);
+    ~State();
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+
+    /// False if the id is taken.
+    bool AddClient(const ClientRecord& client);
+    bool HasClient(const std::string& id);
+    bool IsClientSecret(const std::string& id, const std::string& secret);
+    bool RemoveClient(const std::string& id);
+
+    bool AddService(const ServiceRecord& service);
+    bool RemoveService(const std::string& id);
+    std::vector<ServiceRecord> FindServices(const ServiceQuery& query);
+
+    void AddToken(const std::string& id, const std::string& subject, std::int64_t expires);
+    bool HasToken(const std::string& id);
+
+    void AddInstance(const InstanceRecord& instance);
+    void RemoveInstance(const std::string& baseUrl);
+    std::vector<InstanceRecord> Instances();
+
+private:
+    class Statement;
+
+    void Execute(const char* sql);
+
+    std::mutex mutex;
+    sqlite3* database = nullptr;  // guarded by mutex
+};
+
+}  // namespace Ombry::Sandbox
