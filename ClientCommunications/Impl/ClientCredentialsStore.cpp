@@ -6,6 +6,7 @@
 #include "ClientCommunications/Impl/DataProtectionBase64.h"
 #include "ClientCommunications/Impl/NamedFileStorage.h"
 #include "ClientCommunications/Impl/ProtectedStorage.h"
+#include "ClientCommunications/Impl/SecretBuffer.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
 #include "ClientCommunications/Impl/WindowsPersistableDataProtection.h"
 #include "ObjectMapping/Serialization.h"
@@ -56,9 +57,11 @@ ClientCredentialsStore::ClientCredentialsStore(std::shared_ptr<IDataProtection> 
 void ClientCredentialsStore::Save(std::shared_ptr<IClientCredentials> credentials) {
     ClientCredentialsDto dto;
     std::string id = credentials->GetClientId();
+    const ScopedWipe wipeId(id);
     fieldProtection->Protect(id);
     dto.clientId = std::move(id);
     std::string secret = credentials->GetClientSecret();
+    const ScopedWipe wipeSecret(secret);
     fieldProtection->Protect(secret);
     dto.clientSecret = std::move(secret);
     const std::string text = ObjectMapping::SerializeObject(dto, nullptr);
@@ -71,7 +74,9 @@ std::shared_ptr<IClientCredentials> ClientCredentialsStore::Load(const std::stri
     ClientCredentialsDto dto;
     ObjectMapping::DeserializeObject(dto, text, nullptr, true);
     std::string id = dto.clientId;
+    const ScopedWipe wipeId(id);
     std::string secret = dto.clientSecret;
+    const ScopedWipe wipeSecret(secret);
     fieldProtection->Unprotect(id);
     fieldProtection->Unprotect(secret);
     std::shared_ptr<IClientCredentials> credentials = factory->Create(name, id, secret);

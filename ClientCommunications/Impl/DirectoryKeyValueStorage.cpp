@@ -52,6 +52,7 @@ std::set<std::string> DirectoryKeyValueStorage::getEntriesNames() {
     const auto files = Platform::Files().List(directory);
     if (!files) return names;
     for (const std::string& file : *files) {
+        if (file.starts_with('.')) continue;  // a save that is under way, or that a crash cut off
         const bool hasSuffix = file.ends_with("-p") || file.ends_with("-s");
         names.insert(hasSuffix ? file.substr(0, file.size() - 2) : file);
     }

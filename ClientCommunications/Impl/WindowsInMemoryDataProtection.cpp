@@ -14,8 +14,8 @@ constexpr std::size_t BlockSize = Platform::IMemoryProtection::BlockSize;
 
 bool IsPaddingCorrect(std::span<const std::uint8_t> bytes) {
     const std::size_t padding = bytes.back();
-    // A padding of 0 cannot come from `Protect`.
-    if (padding == 0 || padding > BlockSize) return false;
+    // A padding of 0, or of more than there is, cannot come from `Protect`.
+    if (padding == 0 || padding > BlockSize || padding > bytes.size()) return false;
     const auto tail = bytes.last(padding);
     return std::all_of(tail.begin(), tail.end(), [&](std::uint8_t byte) { return byte == padding; });
 }

@@ -1,0 +1,252 @@
+#include "ClientCommunications/Impl/DirectoryKeyValueStorage.h"
+
+#include <algorithm>
+#include <barrier>
+#include <cerrno>
+#include <filesystem>
+
+#include "ClientCommunications/Impl/KeyHash.h"
+#include "tests/Fakes/MemoryFiles.h"
+#include "tests/Fakes/ObservedThread.h"
+#include "tests/Fakes/TemporaryDirectory.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using ClientCommunications::DirectoryKeyValueStorage;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+
+// SHA-256 of "abc", with the solidus of its Base64 text replaced.
+const std::string AbcEntry = "ungWv48Bz+pBQUDeXa4iI7ADYaOWF3qctBD!YfIAFa0=";
+const std::string AbcFile = "dir/" + AbcEntry;
+
+class DirectoryKeyValueStorageTest : public testing::Test {
+protected:
+    MemoryFiles files;
+    Platform::Testing::Replace<Platform::IFiles> replaced{files};
+    DirectoryKeyValueStorage storage{"dir"};
+};
+
+TEST_F(DirectoryKeyValueStorageTest, AKeyIsStoredUnderItsHashWithSolidusReplaced) {
+    storage.SetByKey("abc", "value");
+
+    EXPECT_THAT(files.Contents(), ElementsAre(Pair(AbcFile + "-p", "value")));
+    EXPECT_EQ(storage.GetByKey("abc"), "value");
+    EXPECT_EQ(storage.GetEntry(AbcEntry), "value");
+    EXPECT_THAT(storage.getEntriesNames(), ElementsAre(AbcEntry));
+}
+
+TEST_F(DirectoryKeyValueStorageTest, PlusAndEqualsSignsStayAndEverySolidusGoes) {
+    for (int i = 0; i < 50; ++i) {
+        const std::string key = "key" + std::to_string(i);
+        std::string expected = ClientCommunications::getSHA256HashBase64Encoded(key);
+        std::replace(expected.begin(), expected.end(), '/', '!');
+        storage.SetByKey(key, key);
+        EXPECT_EQ(files.Content("dir/" + expected + "-p"), key);
+    }
+    EXPECT_EQ(storage.getEntriesNames().size(), 50u);
+}
+
+TEST_F(DirectoryKeyValueStorageTest, SetStagesDeletesAndRenames) {
+    storage.SetByKey("abc", "value");
+
+    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories dir", "BeginReplace " + AbcFile + "-s Unsynced",
+                                           "Complete " + AbcFile + "-s Unsynced", "Remove " + AbcFile + "-p",
+                                           "Rename " + AbcFile + "-s " + AbcFile + "-p"));
+}
+
+TEST_F(DirectoryKeyValueStorageTest, GetReadsOnceIfTheCommittedFileIsThere) {
+    files.Put(AbcFile + "-p", "value");
+
+    EXPECT_EQ(storage.GetByKey("abc"), "value");
+    EXPECT_THAT(files.Texts(), ElementsAre("Read " + AbcFile + "-p"));
+}
+
+TEST_F(DirectoryKeyValueStorageTest, AKeyNeverWrittenIsEmptyAndLeavesNothing) {
+    EXPECT_EQ(storage.GetByKey("abc"), "");
+    EXPECT_EQ(storage.GetEntry("none"), "");
+    EXPECT_THAT(files.Contents(), IsEmpty());
+    EXPECT_FALSE(files.Exists("dir"));
+}
+
+TEST_F(DirectoryKeyValueStorageTest, GetFinishesASaveThatWasCutOff) {
+    files.Put(AbcFile + "-s", "staged");
+
+    EXPECT_EQ(storage.GetByKey("abc"), "staged");
+    EXPECT_THAT(files.Contents(), ElementsAre(Pair(AbcFile + "-p", "staged")));
+}
+
+TEST_F(DirectoryKeyValueStorageTest, RemoveTakesBothFilesAndIgnoresTheResults) {
+    files.Put(AbcFile + "-p", "1");
+    files.Put(AbcFile + "-s", "2");
+    files.Put("dir/other-p", "3");
+
+    storage.RemoveByKey("abc");
+    EXPECT_NO_THROW(storage.RemoveByKey("abc"));
+    EXPECT_THAT(files.Texts(), ElementsAre("Remove " + AbcFile + "-p", "Remove " + AbcFile + "-s",
+                                           "Remove " + AbcFile + "-p", "Remove " + AbcFile + "-s"));
+    EXPECT_THAT(files.Contents(), ElementsAre(Pair("dir/other-p", "3")));
+
+    storage.RemoveEntry("other");
+    EXPECT_THAT(files.Contents(), IsEmpty());
+}
+
+TEST_F(DirectoryKeyValueStorageTest, EntriesAreListedOnceWithoutTheirLastSuffix) {
+    for (const std::string file : {"both-p", "both-s", "committed-p", "staged-s", "plain", "x-p-s", "y-s-p",
+                                   "z-s-s", "-p", "p", "w-P"}) {
+        files.Put("dir/" + file, "");
+    }
+    files.PutFolder("dir/folder-p");
+    files.Put("dir/below/deep-p", "");
+
+    EXPECT_THAT(storage.getEntriesNames(), ElementsAre("", "below", "both", "committed", "folder", "p",
+                                                       "plain", "staged", "w-P", "x-p", "y-s", "z-s"));
+    EXPECT_THAT(files.Texts(), ElementsAre("List dir"));
+}
+
+TEST_F(DirectoryKeyValueStorageTest, AFolderThatIsMissingOrCannotBeListedHasNoEntries) {
+    EXPECT_THAT(storage.getEntriesNames(), IsEmpty());
+    files.Put("dir", "a file");
+    EXPECT_THAT(storage.getEntriesNames(), IsEmpty());
+
+    MemoryFiles denied;
+    const Platform::Testing::Replace<Platform::IFiles> scope(denied);
+    denied.Put("dir/a-p", "");
+    denied.FailEvery("List", EACCES);
+    EXPECT_THAT(storage.getEntriesNames(), IsEmpty());
+}
+
+TEST_F(DirectoryKeyValueStorageTest, ByKeyOperationsGoThroughTheVirtualEntryOperations) {
+    class Watching : public DirectoryKeyValueStorage {
+    public:
+        using DirectoryKeyValueStorage::DirectoryKeyValueStorage;
+        std::string GetEntry(const std::string& name) override { return "got " + name; }
+        void RemoveEntry(const std::string& name) override { removed = name; }
+        std::string removed;
+    };
+    Watching watching("dir");
+
+    EXPECT_EQ(watching.GetByKey("abc"), "got " + AbcEntry);
+    watching.RemoveByKey("abc");
+    EXPECT_EQ(watching.removed, AbcEntry);
+    EXPECT_TRUE(files.Texts().empty());
+}
+
+TEST_F(DirectoryKeyValueStorageTest, AFailedSaveGoesOutAndReleasesTheKey) {
+    files.Put(AbcFile + "-p", "old");
+    files.FailEvery("BeginReplace", ENOSPC);
+    try {
+        storage.SetByKey("abc", "new");
+        FAIL() << "nothing thrown";
+    } catch (const std::runtime_error& failure) {
+        EXPECT_EQ(failure.what(), "Ombry::ClientCommunications::FileStorage::Save: Failed to open file '" +
+                                      AbcFile + "-s' for write.");
+    }
+    files.Decide(nullptr);
+    storage.SetByKey("abc", "new");
+    EXPECT_EQ(storage.GetByKey("abc"), "new");
+}
+
+TEST_F(DirectoryKeyValueStorageTest, AReadOfAKeyWaitsForItsWriterAndReadsOfOthersDoNot) {
+    files.Put(AbcFile + "-p", "old");
+    files.Put("dir/other-p", "other");
+    std::unique_ptr<ObservedThread> reader;
+    std::string seen;
+    bool waited = false;
+    files.Decide([&](const FileOperation& operation) -> std::optional<int> {
+        if (operation.name != "Remove") return std::nullopt;
+        // In the middle of the write, where the entry has no committed file for a moment.
+        reader = std::make_unique<ObservedThread>([&] { seen = storage.GetByKey("abc"); });
+        waited = reader->IsBlocked();
+        EXPECT_EQ(storage.GetEntry("other"), "other");
+        return std::nullopt;
+    });
+
+    storage.SetByKey("abc", "new");
+    reader->Join();
+
+    EXPECT_TRUE(waited);
+    EXPECT_EQ(seen, "new");
+}
+
+TEST_F(DirectoryKeyValueStorageTest, RemovalWaitsForReadersAndReadersShare) {
+    files.Put(AbcFile + "-p", "value");
+    std::barrier bothRead(2);
+    std::atomic<int> reads{0};
+    std::unique_ptr<ObservedThread> remover;
+    files.Decide([&](const FileOperation& operation) -> std::optional<int> {
+        if (operation.name != "Read" || operation.path != AbcFile + "-p") return std::nullopt;
+        bothRead.arrive_and_wait();  // only two reads at once get past this
+        if (reads++ == 0) {
+            remover = std::make_unique<ObservedThread>([&] { storage.RemoveByKey("abc"); });
+            EXPECT_TRUE(remover->IsBlocked());
+        }
+        bothRead.arrive_and_wait();
+        return std::nullopt;
+    });
+    std::string first;
+    ObservedThread other([&] { first = storage.GetByKey("abc"); });
+    EXPECT_EQ(storage.GetByKey("abc"), "value");
+    other.Join();
+    EXPECT_EQ(first, "value");
+    remover->Join();
+    EXPECT_THAT(files.Contents(), IsEmpty());
+}
+
+TEST_F(DirectoryKeyValueStorageTest, ManyReadersOfAnEntryThatMustRecoverAllGetItsText) {
+    for (int round = 0; round < 20; ++round) {
+        const std::string name = "entry" + std::to_string(round);
+        files.Put("dir/" + name + "-s", "staged");
+        std::array<std::string, 4> seen;
+        {
+            std::vector<std::unique_ptr<ObservedThread>> threads;
+            for (std::string& text : seen)
+                threads.push_back(std::make_unique<ObservedThread>([&] { text = storage.GetEntry(name); }));
+        }
+        EXPECT_THAT(seen, testing::Each("staged"));
+    }
+}
+
+TEST(DirectoryKeyValueStorageOnDiskTest, ReadersAlwaysSeeAWholeValueWhileWritersReplaceIt) {
+    const TemporaryDirectory directory;
+    DirectoryKeyValueStorage storage(directory / "cache");
+    const std::string even(5000, 'e'), odd(7000, 'o');
+    storage.SetByKey("key", even);
+    std::atomic<bool> broken{false};
+    {
+        std::vector<std::unique_ptr<ObservedThread>> threads;
+        for (int t = 0; t < 4; ++t) {
+            threads.push_back(std::make_unique<ObservedThread>([&, t] {
+                for (int i = 0; i < 100; ++i) {
+                    if (t == 0) storage.SetByKey("key", i % 2 == 0 ? odd : even);
+                    if (t == 1) storage.SetByKey("other" + std::to_string(i), "x");
+                    if (t >= 2) {
+                        const std::string seen = storage.GetByKey("key");
+                        if (seen != even && seen != odd) broken = true;
+                    }
+                    // Files of saves under way are no entries.
+                    for (const std::string& name : storage.getEntriesNames()) {
+                        if (name.size() != 44) broken = true;
+                    }
+                }
+            }));
+        }
+    }
+    EXPECT_FALSE(broken);
+    EXPECT_EQ(storage.getEntriesNames().size(), 101u);
+}
+
+TEST(DirectoryKeyValueStorageOnDiskTest, WhatACrashLeftOfASaveIsNoEntry) {
+    const TemporaryDirectory directory;
+    directory.Write(".0123456789abcdef.tmp", "half");
+    directory.Write("entry-s", "staged");
+    DirectoryKeyValueStorage storage(directory.Path());
+
+    EXPECT_THAT(storage.getEntriesNames(), ElementsAre("entry"));
+    EXPECT_EQ(storage.GetEntry("entry"), "staged");
+}
+
+}  // namespace
+}  // namespace Ombry::Tests

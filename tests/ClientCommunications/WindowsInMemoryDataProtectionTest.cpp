@@ -1,0 +1,199 @@
+#include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
+
+#include <stdexcept>
+
+#include "ClientCommunications/Impl/Base64.h"
+#include "tests/Fakes/FakeProtections.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using ClientCommunications::Base64Decode;
+using ClientCommunications::Base64Encode;
+using ClientCommunications::WindowsInMemoryDataProtection;
+
+/// What the fake makes of bytes.
+std::string Flipped(std::string bytes) {
+    for (char& byte : bytes)
+        byte = static_cast<char>(~byte);
+    return bytes;
+}
+
+std::string Padded(const std::string& plain) {
+    const std::size_t padding = 16 - plain.size() % 16;
+    return plain + std::string(padding, static_cast<char>(padding));
+}
+
+template <class Act>
+std::string FailureOf(const Act& act) {
+    try {
+        act();
+        return "no failure";
+    } catch (const std::runtime_error& failure) {
+        return failure.what();
+    }
+}
+
+class WindowsInMemoryDataProtectionTest : public testing::Test {
+protected:
+    std::string Unprotected(std::string text) {
+        protection.Unprotect(text);
+        return text;
+    }
+
+    FakeMemoryProtection memory;
+    Platform::Testing::Replace<Platform::IMemoryProtection> replaced{memory};
+    WindowsInMemoryDataProtection protection{0};
+};
+
+TEST_F(WindowsInMemoryDataProtectionTest, ProtectsPaddedBytesAndGivesThemAsBase64) {
+    std::string data = "secret";
+    protection.Protect(data);
+
+    ASSERT_EQ(memory.calls.size(), 1u);
+    EXPECT_EQ(memory.calls[0].operation, "Protect");
+    EXPECT_EQ(memory.calls[0].bytes, "secret" + std::string(10, '\x0a'));
+    EXPECT_EQ(data, Base64Encode(Flipped(memory.calls[0].bytes)));
+}
+
+TEST_F(WindowsInMemoryDataProtectionTest, PadsToTheNextWholeBlockAndAlwaysByOneByteAtLeast) {
+    const std::vector<std::pair<std::size_t, std::size_t>> sizes = {{1, 16},  {2, 16},  {14, 16}, {15, 16},
+                                                                    {16, 32}, {17, 32}, {31, 32}, {32, 48}};
+    for (const auto& [length, padded] : sizes) {
+        memory.calls.clear();
+        std::string data(length, 'x');
+        protection.Protect(data);
+        EXPECT_EQ(memory.calls[0].bytes.size(), padded) << length;
+        EXPECT_EQ(memory.calls[0].bytes, Padded(std::string(length, 'x')));
+        EXPECT_EQ(Base64Decode(data).size(), padded);
+    }
+}
+
+TEST_F(WindowsInMemoryDataProtectionTest, EmptyTextStaysEmptyWithoutASystemCall) {
+    std::string data;
+    protection.Protect(data);
+    EXPECT_EQ(data, "");
+    protection.Unprotect(data);
+    EXPECT_EQ(data, "");
+    EXPECT_TRUE(memory.calls.empty());
+}
+
+TEST_F(WindowsInMemoryDataProtectionTest, ScopeOneAndTwoAreFlagsAndAnyOtherIsZero) {
+    const std::vector<std::pair<int, std::uint32_t>> scopes = {{0, 0},  {1, 1},  {2, 2},      {3, 0},
+                                                               {-1, 0}, {99, 0}, {0x10001, 0}};
+    for (const auto& [scope, flags] : scopes) {
+        memory.calls.clear();
+        WindowsInMemoryDataProtection scoped(scope);
+        std::string data = "x";
+        scoped.Protect(data);
+        scoped.Unprotect(data);
+        EXPECT_EQ(memory.calls[0].flags, flags) << scope;
+        EXPECT_EQ(memory.calls[1].flags, flags) << scope;
+    }
+}
+
+TEST_F(WindowsInMemoryDataProtectionTest, AFailedProtectHasItsTextAndLeavesTheData) {
+    memory.failing = "Protect";
+    memory.error = 8;
+    std::string data = "secret";
+    EXPECT_EQ(FailureOf([&] { protection.Protect(data); }), "CryptProtectMemory failed with error 8");
+    EXPECT_EQ(data, "secret");
+}
+
+TEST_F(WindowsInMemoryDataProtectionTest, AFailedUnprotectHasItsTextAndLeavesTheDecodedBytes) {
+    memory.failing = "Unprotect";
+    memory.error = 87;
+    std::string data = Base64Encode("0123456789abcdef");
+    EXPECT_EQ(FailureOf([&] { protection.Unprotect(data); }), "CryptUnprotectMemory failed with error 87");
+    EXPECT_EQ(data, "0123456789abcdef");
+}
+
+TEST_F(WindowsInMemoryDataProtectionTest, PlainTextIsWipedInPlaceBeforeTheStringIsReassigned) {
+    // A short text lies in the string object itself, and the longer result moves out of it: what is left
+    // behind there tells whether the text was wiped first.
+    std::string data = "0123456789abcde";
+    const auto insideOf = [](const std::string& text) {
+        return std::string(reinterpret_cast<const char*>(&text), sizeof text);
+    };
+    ASSERT_NE(insideOf(data).find("89abcde"), std::string::npos);
+    protection.Protect(data);
+    EXPECT_EQ(insideOf(data).find("89abcde"), std::string::npos);
+    EXPECT_EQ(insideOf(data).find("abc"), std::string::npos);
+}
+
+TEST_F(WindowsInMemoryDataProtectionTest, EveryLengthComesBackWithNulsAndAllBytes) {
+    std::string plain;
+    for (int length = 1; length <= 64; ++length) {
+        plain += static_cast<char>(static_cast<unsigned char>(length % 5 == 0 ? 0 : length * 53));
+        std::string data = plain;
+        protection.Protect(data);
+        EXPECT_NE(data, plain);
+        EXPECT_EQ(Unprotected(data), plain) << length;
+    }
+}
+
+TEST_F(WindowsInMemoryDataProtectionTest, UnprotectTakesOffThePaddingOfEveryLength) {
+    for (std::size_t padding = 1; padding <= 16; ++padding) {
+        const std::string plain(32 - padding, 'p');
+        const std::string bytes = plain + std::string(padding, static_cast<char>(padding));
+        EXPECT_EQ(Unprotected(Base64Encode(Flipped(bytes))), plain) << padding;
+    }
+}
+
+TEST_F(WindowsInMemoryDataProtectionTest, PaddingThatProtectCannotHaveMadeIsIncorrect) {
+    const auto failureFor = [&](const std::string& bytes) {
+        std::string data = Base64Encode(Flipped(bytes));
+        return FailureOf([&] { protection.Unprotect(data); });
+    };
+    const std::string incorrect = "Padding is incorrect after CryptUnprotectMemory.";
+    const std::string front(15, 'x');
+
+    EXPECT_EQ(failureFor(front + '\0'), incorrect);
+    EXPECT_EQ(failureFor(std::string(16, '\x11')), incorrect);
+    EXPECT_EQ(failureFor(std::string(32, '\x11')), incorrect);
+    EXPECT_EQ(failureFor(front + '\xff'), incorrect);
+    EXPECT_EQ(failureFor(front + '\x02'), incorrect);
+    EXPECT_EQ(failureFor(std::string(13, 'x') + '\x02' + '\x03' + '\x03'), incorrect);
+    EXPECT_EQ(failureFor('x' + std::string(15, '\x10')), incorrect);
+    // The byte before the padding is not looked at.
+    EXPECT_EQ(failureFor(std::string(13, 'x') + '\x03' + '\x02' + '\x02'), "no failure");
+    EXPECT_EQ(failureFor(front + '\x01'), "no failure");
+    EXPECT_EQ(failureFor(std::string(16, '\x10')), "no failure");
+}
+
+TEST_F(WindowsInMemoryDataProtectionTest, PaddingLongerThanTheBytesIsIncorrect) {
+    std::string data = Base64Encode(Flipped("\x05"));
+    EXPECT_EQ(FailureOf([&] { protection.Unprotect(data); }),
+              "Padding is incorrect after CryptUnprotectMemory.");
+}
+
+TEST_F(WindowsInMemoryDataProtectionTest, ABlockOfNothingButPaddingIsAnEmptyText) {
+    EXPECT_EQ(Unprotected(Base64Encode(Flipped(std::string(16, '\x10')))), "");
+}
+
+TEST(WindowsInMemoryDataProtectionOnSystemTest, SecretsComeBackAndNeverStandInTheProtectedForm) {
+    WindowsInMemoryDataProtection protection;
+    for (std::size_t length = 1; length <= 64; ++length) {
+        std::string plain;
+        for (std::size_t i = 0; i < length; ++i)
+            plain += static_cast<char>(i % 7 == 3 ? 0 : static_cast<int>(i + length));
+        std::string data = plain;
+        protection.Protect(data);
+        EXPECT_EQ(data.size(), (length / 16 + 1) * 16 / 3 * 4 + ((length / 16 + 1) * 16 % 3 == 0 ? 0 : 4));
+        EXPECT_NE(Base64Decode(data).substr(0, length), plain);
+        protection.Unprotect(data);
+        EXPECT_EQ(data, plain) << length;
+    }
+}
+
+TEST(WindowsInMemoryDataProtectionOnSystemTest, TextOfNoWholeBlocksFailsWithNumber87) {
+    WindowsInMemoryDataProtection protection;
+    for (const std::size_t length : {1U, 15U, 17U}) {
+        std::string data = Base64Encode(std::string(length, 'x'));
+        EXPECT_EQ(FailureOf([&] { protection.Unprotect(data); }),
+                  "CryptUnprotectMemory failed with error 87");
+    }
+}
+
+}  // namespace
+}  // namespace Ombry::Tests

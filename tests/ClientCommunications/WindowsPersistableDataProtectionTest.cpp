@@ -1,0 +1,187 @@
+#include "ClientCommunications/Impl/WindowsPersistableDataProtection.h"
+
+#include <stdexcept>
+
+#include "ClientCommunications/Impl/Base64.h"
+#include "ClientCommunications/Impl/DataProtectionBase64.h"
+#include "tests/Fakes/FakeKnownFolders.h"
+#include "tests/Fakes/FakeMachineId.h"
+#include "tests/Fakes/FakeProtections.h"
+#include "tests/Fakes/TemporaryDirectory.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using ClientCommunications::Base64Encode;
+using ClientCommunications::DataProtectionBase64;
+using ClientCommunications::WindowsPersistableDataProtection;
+
+template <class Act>
+std::string FailureOf(const Act& act) {
+    try {
+        act();
+        return "no failure";
+    } catch (const std::runtime_error& failure) {
+        return failure.what();
+    }
+}
+
+class WindowsPersistableDataProtectionTest : public testing::Test {
+protected:
+    FakeMachineProtection machine;
+    Platform::Testing::Replace<Platform::IMachineProtection> replaced{machine};
+};
+
+TEST_F(WindowsPersistableDataProtectionTest, TheBlobIsThePlatformsOwnWithTheFlagsOfTheScope) {
+    const std::string entropy("e\0y", 3);
+    std::string data = "text";
+    WindowsPersistableDataProtection(entropy, false).Protect(data);
+    EXPECT_EQ(data, entropy + "|5|txet");
+
+    data = "text";
+    WindowsPersistableDataProtection(entropy, true).Protect(data);
+    EXPECT_EQ(data, entropy + "|1|txet");
+}
+
+TEST_F(WindowsPersistableDataProtectionTest, UnprotectUsesTheSameEntropyAndFlags) {
+    for (const bool userScope : {false, true}) {
+        WindowsPersistableDataProtection protection("entropy", userScope);
+        std::string data("a\0b\xff", 4);
+        protection.Protect(data);
+        protection.Unprotect(data);
+        EXPECT_EQ(data, std::string("a\0b\xff", 4));
+    }
+}
+
+TEST_F(WindowsPersistableDataProtectionTest, EmptyTextPassesThroughWithoutASystemCall) {
+    WindowsPersistableDataProtection protection("entropy", false);
+    std::string data;
+    protection.Protect(data);
+    protection.Unprotect(data);
+    EXPECT_EQ(data, "");
+    EXPECT_TRUE(machine.calls.empty());
+}
+
+TEST_F(WindowsPersistableDataProtectionTest, FailuresHaveTheirTextsAndLeaveTheData) {
+    WindowsPersistableDataProtection protection("entropy", false);
+    std::string data = "data";
+    machine.failing = "Protect";
+    machine.error = 5;
+    EXPECT_EQ(FailureOf([&] { protection.Protect(data); }), "CryptProtectData failed with error 5");
+    machine.error = 0;
+    EXPECT_EQ(FailureOf([&] { protection.Protect(data); }),
+              "CryptProtectData succeeded but returned no data");
+    machine.failing = "Unprotect";
+    machine.error = 13;
+    EXPECT_EQ(FailureOf([&] { protection.Unprotect(data); }), "CryptUnprotectData failed with error 13");
+    machine.error = 0;
+    EXPECT_EQ(FailureOf([&] { protection.Unprotect(data); }),
+              "CryptUnprotectData succeeded but returned no data");
+    EXPECT_EQ(data, "data");
+}
+
+TEST_F(WindowsPersistableDataProtectionTest, Base64LayerMakesWhatItsInnerLayerProducesFitForText) {
+    DataProtectionBase64 protection(std::make_shared<WindowsPersistableDataProtection>("e", false));
+    std::string data = "text";
+    protection.Protect(data);
+    EXPECT_EQ(data, Base64Encode("e|5|txet"));
+    protection.Unprotect(data);
+    EXPECT_EQ(data, "text");
+}
+
+TEST_F(WindowsPersistableDataProtectionTest, Base64LayerPassesEmptyTextAndFailuresThrough) {
+    DataProtectionBase64 protection(std::make_shared<WindowsPersistableDataProtection>("e", false));
+    std::string data;
+    protection.Protect(data);
+    EXPECT_EQ(data, "");
+    protection.Unprotect(data);
+    EXPECT_EQ(data, "");
+    EXPECT_TRUE(machine.calls.empty());
+
+    machine.failing = "Protect";
+    machine.error = 5;
+    data = "data";
+    EXPECT_EQ(FailureOf([&] { protection.Protect(data); }), "CryptProtectData failed with error 5");
+    EXPECT_EQ(data, "data");
+    machine.failing = "Unprotect";
+    EXPECT_EQ(FailureOf([&] { protection.Unprotect(data); }), "CryptUnprotectData failed with error 5");
+}
+
+class WindowsPersistableDataProtectionOnSystemTest : public testing::Test {
+protected:
+    const TemporaryDirectory directory;
+    FakeKnownFolders folders{directory.Path()};
+    FakeMachineId machineId{"0123456789abcdef0123456789abcdef"};
+    Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};
+    Platform::Testing::Replace<Platform::IMachineId> replacedId{machineId};
+};
+
+TEST_F(WindowsPersistableDataProtectionOnSystemTest, EveryLengthComesBackAndTheBlobHidesIt) {
+    WindowsPersistableDataProtection protection("entropy", false);
+    std::string plain;
+    for (int length = 1; length <= 64; ++length) {
+        plain += static_cast<char>(static_cast<unsigned char>(length % 4 == 0 ? 0 : length));
+        std::string data = plain;
+        protection.Protect(data);
+        if (length > 4) {
+            EXPECT_EQ(data.find(plain), std::string::npos);
+        }
+        protection.Unprotect(data);
+        EXPECT_EQ(data, plain);
+    }
+}
+
+TEST_F(WindowsPersistableDataProtectionOnSystemTest, OneTextNeverGivesTheSameBlobTwice) {
+    WindowsPersistableDataProtection protection("entropy", false);
+    std::string first = "text", second = "text";
+    protection.Protect(first);
+    protection.Protect(second);
+    EXPECT_NE(first, second);
+}
+
+TEST_F(WindowsPersistableDataProtectionOnSystemTest, OtherEntropyOrATamperedBlobFails) {
+    std::string data = "text";
+    WindowsPersistableDataProtection("entropy", false).Protect(data);
+
+    std::string other = data;
+    EXPECT_EQ(FailureOf([&] {
+                  WindowsPersistableDataProtection("Entropy", false).Unprotect(other);
+              }).find("CryptUnprotectData failed with error "),
+              0u);
+    EXPECT_EQ(other, data);
+    for (std::size_t i = 0; i < data.size(); ++i) {
+        std::string tampered = data;
+        tampered[i] = static_cast<char>(tampered[i] ^ 1);
+        EXPECT_NE(FailureOf([&] { WindowsPersistableDataProtection("entropy", false).Unprotect(tampered); }),
+                  "no failure")
+            << i;
+        std::string shortened = data.substr(0, i);
+        if (i > 0) {
+            EXPECT_NE(
+                FailureOf([&] { WindowsPersistableDataProtection("entropy", false).Unprotect(shortened); }),
+                "no failure")
+                << i;
+        }
+    }
+}
+
+TEST_F(WindowsPersistableDataProtectionOnSystemTest, AnotherMachineCannotReadTheBlob) {
+    std::string data = "text";
+    WindowsPersistableDataProtection("entropy", false).Protect(data);
+    const std::string blob = data;
+
+    machineId.id = "fedcba9876543210fedcba9876543210";
+    EXPECT_NE(FailureOf([&] { WindowsPersistableDataProtection("entropy", false).Unprotect(data); }),
+              "no failure");
+
+    machineId.id = "0123456789abcdef0123456789abcdef";
+    const TemporaryDirectory elsewhere;
+    FakeKnownFolders otherFolders(elsewhere.Path());
+    const Platform::Testing::Replace<Platform::IKnownFolders> replaced(otherFolders);
+    data = blob;
+    EXPECT_NE(FailureOf([&] { WindowsPersistableDataProtection("entropy", false).Unprotect(data); }),
+              "no failure");
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
