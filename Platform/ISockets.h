@@ -95,8 +95,8 @@ class ISockets {
 public:
     virtual ~ISockets() = default;
 
-    /// Takes one reference on the socket library. The value is the version word that it offers; the last error
-    /// goes with it, for a caller that cannot use that version.
+    /// Takes one reference on the socket library. The value is the version word that it offers; the last
+    /// error goes with it, for a caller that cannot use that version.
     virtual ValueOr<std::uint16_t> Startup(std::uint16_t version) = 0;
     virtual Result Cleanup() = 0;
 
