@@ -31,10 +31,10 @@ public:
               Duration atMost) override {
         std::unique_lock guard(mutex);
         waits.push_back(atMost);
+        changed.notify_all();
         if (atMost <= Duration::zero()) return;
         const Waiter waiter{&condition, lock.mutex(), steady + atMost, ++lastWaiter};
         waiters.push_back(waiter);
-        changed.notify_all();
         guard.unlock();
         condition.wait(lock);
         guard.lock();
@@ -79,6 +79,12 @@ public:
     void AwaitWaiters(std::size_t count) {
         std::unique_lock guard(mutex);
         changed.wait(guard, [&] { return waiters.size() >= count; });
+    }
+
+    /// Blocks until `Wait` was called at least `count` times in all. The last of these waits may be over.
+    void AwaitWaits(std::size_t count) {
+        std::unique_lock guard(mutex);
+        changed.wait(guard, [&] { return waits.size() >= count; });
     }
 
     /// Called after each `Sleep`, on the thread that slept.

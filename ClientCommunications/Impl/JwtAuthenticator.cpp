@@ -1,0 +1,187 @@
+#include "ClientCommunications/Impl/JwtAuthenticator.h"
+
+#include "ClientCommunications/Impl/RootRequestMetaData.h"
+#include "LibraryLogger/LogCall.h"
+#include "ObjectMapping/DateTime.h"
+#include "ObjectMapping/Serialization.h"
+#include "Platform/IClock.h"
+#include "Platform/IRandom.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace Ombry::ClientCommunications {
+namespace {
+
+using LibraryLogger::LogCall;
+
+constexpr const char* AddName = "Ombry::ClientCommunications::JwtAuthenticator::AddAuthentication";
+constexpr const char* AddFreshName = "Ombry::ClientCommunications::JwtAuthenticator::AddFreshAuthentication";
+constexpr const char* InternalAddName =
+    "Ombry::ClientCommunications::JwtAuthenticator::internalAddFreshAuthentication";
+constexpr const char* UpdateName = "Ombry::ClientCommunications::JwtAuthenticator::updateTokens";
+constexpr const char* RemoveName = "Ombry::ClientCommunications::JwtAuthenticator::removeExpiredTokens";
+constexpr const char* ThreadName = "Ombry::ClientCommunications::JwtAuthenticator::maintenanceThread";
+
+void AddHeader(IServiceRequest& request, const JwtCachedToken& cached) {
+    request.SetHeader("Authorization", "Bearer " + cached.token.accessToken);
+}
+
+}  // namespace
+
+void JwtCachedToken::Map(ObjectMapping::MapperIf& mapper) {
+    ObjectMapping::MapDateTime(mapper, "lastRefreshed", lastRefreshed, nullptr);
+    mapper.Field("token", token, nullptr);
+    bool hasServiceName = true;  // always written; entries of older programs lack it
+    mapper.Field("servicename", serviceName, &hasServiceName);
+}
+
+void JwtCachedToken::Reset() {
+    *this = JwtCachedToken();
+}
+
+bool JwtCachedToken::IsExpired(TimePoint now) const {
+    constexpr unsigned long most = std::numeric_limits<std::int64_t>::max();
+    const auto seconds = static_cast<std::int64_t>(std::min(token.expiresIn, most));
+    return now > SaturatingAdd(lastRefreshed, Duration(SecondsToTicks(seconds)));
+}
+
+JwtAuthenticator::JwtAuthenticator(std::shared_ptr<IOAuth2Client> client, const std::string& cacheDirectory,
+                                   Duration freshnessLimit, std::shared_ptr<LibraryLogger::ILogger> logger)
+    : client(std::move(client)),
+      freshnessLimit(freshnessLimit),
+      logger(std::move(logger)),
+      maintenanceMetaData(RootRequestMetaData::createInfrastructure("UpdateJwtToken")),
+      cache(cacheDirectory),
+      stopToken(Cancellation::CreateCancellable()),
+      thread(&JwtAuthenticator::maintenanceThread, this) {}
+
+JwtAuthenticator::~JwtAuthenticator() {
+    {
+        std::lock_guard guard(mutex);
+        stopToken.Cancel();
+        condition.notify_all();
+    }
+    thread.join();
+}
+
+void JwtAuthenticator::AddAuthentication(std::shared_ptr<IServiceRequest> request,
+                                         std::shared_ptr<IService> service, Cancellation::Token token) {
+    const std::string serviceName = service->GetName();
+    const JwtCachedToken cached = getCachedToken(serviceName);
+    if (cached.token.accessToken.empty()) {
+        internalAddFreshAuthentication(request, serviceName, token);
+        return;
+    }
+    MarkUsed(serviceName);
+    AddHeader(*request, cached);
+    LogCall(logger, __FILE__, __LINE__, AddName, 0, "Using cached token for ", serviceName);
+}
+
+bool JwtAuthenticator::AddFreshAuthentication(std::shared_ptr<IServiceRequest> request,
+                                              std::shared_ptr<IService> service, Cancellation::Token token) {
+    const std::string serviceName = service->GetName();
+    const JwtCachedToken cached = getCachedToken(serviceName);
+    // Somebody else has just refreshed this token: asking again would gain nothing. A clock that was set back
+    // makes the age negative, which counts as fresh too.
+    const bool isFresh = !cached.token.accessToken.empty() &&
+                         Platform::Clock().Now() < SaturatingAdd(cached.lastRefreshed, freshnessLimit);
+    if (isFresh) {
+        MarkUsed(serviceName);
+        AddHeader(*request, cached);
+        LogCall(logger, __FILE__, __LINE__, AddFreshName, 0, "Using recently cached token for ", serviceName);
+    } else {
+        internalAddFreshAuthentication(request, serviceName, token);
+    }
+    return true;
+}
+
+JwtCachedToken JwtAuthenticator::getCachedToken(const std::string& serviceName) {
+    const std::string text = cache.GetByKey(serviceName);
+    if (text.empty()) return JwtCachedToken();
+    JwtCachedToken cached;
+    ObjectMapping::DeserializeObject(cached, text, nullptr, false);
+    if (!cached.IsExpired(Platform::Clock().Now())) return cached;
+    cache.RemoveByKey(serviceName);
+    return JwtCachedToken();
+}
+
+void JwtAuthenticator::internalAddFreshAuthentication(const std::shared_ptr<IServiceRequest>& request,
+                                                      const std::string& serviceName,
+                                                      const Cancellation::Token& token) {
+    const JwtCachedToken cached =
+        FetchToken(serviceName, RootRequestMetaData::getFromRequest(request), token);
+    MarkUsed(serviceName);
+    LogCall(logger, __FILE__, __LINE__, InternalAddName, 0, "Using fresh token for ", serviceName);
+    AddHeader(*request, cached);
+}
+
+/// Asks for a token and stores it. A failure leaves the cache as it was.
+JwtCachedToken JwtAuthenticator::FetchToken(const std::string& serviceName,
+                                            std::shared_ptr<IRootRequestMetaData> metaData,
+                                            const Cancellation::Token& token) {
+    JwtCachedToken cached;
+    cached.lastRefreshed = Platform::Clock().Now();
+    cached.serviceName = serviceName;
+    cached.token = client->GetToken(serviceName, std::move(metaData), token);
+    cache.SetByKey(serviceName, ObjectMapping::SerializeObject(cached, nullptr));
+    return cached;
+}
+
+void JwtAuthenticator::MarkUsed(const std::string& serviceName) {
+    std::lock_guard guard(mutex);
+    usedServices.insert(serviceName);
+}
+
+void JwtAuthenticator::maintenanceThread() {
+    LogCall(logger, __FILE__, __LINE__, ThreadName, 0, "Thread starting");
+    std::mt19937 generator(Platform::Random().SeedWord());
+    // Up to twelve hours, so that many clients do not all refresh at one time.
+    std::uniform_int_distribution<int> minutes(0, 720);
+    while (!stopToken.IsCancelled()) {
+        const std::chrono::minutes wait(minutes(generator));
+        {
+            std::unique_lock lock(mutex);
+            Platform::WaitFor(condition, lock, wait, [this] { return stopToken.IsCancelled(); });
+        }
+        updateTokens();
+        removeExpiredTokens();
+    }
+    LogCall(logger, __FILE__, __LINE__, ThreadName, 0, "Thread exiting");
+}
+
+/// Refreshes the tokens that were used since the last pass. One that is not used again before the next drops
+/// out.
+void JwtAuthenticator::updateTokens() {
+    std::set<std::string> services;
+    {
+        std::lock_guard guard(mutex);
+        services.swap(usedServices);
+    }
+    for (const std::string& serviceName : services) {
+        try {
+            LogCall(logger, __FILE__, __LINE__, UpdateName, 0, "Refreshing token for ", serviceName);
+            FetchToken(serviceName, maintenanceMetaData, stopToken);
+        } catch (const std::exception& failure) {
+            LogCall(logger, __FILE__, __LINE__, UpdateName, 3, "Caught exception '", failure.what(),
+                    "' when trying to refresh token for ", serviceName);
+        }
+        if (stopToken.IsCancelled()) return;
+    }
+}
+
+/// There is no handler here: an entry that cannot be parsed ends the process. Only this class writes entries,
+/// and whole, so such an entry is the work of a foreign hand, which is not to go unnoticed.
+void JwtAuthenticator::removeExpiredTokens() {
+    for (const std::string& entryName : cache.getEntriesNames()) {
+        const std::string text = cache.GetEntry(entryName);
+        if (text.empty()) continue;
+        JwtCachedToken cached;
+        ObjectMapping::DeserializeObject(cached, text, nullptr, false);
+        if (!cached.IsExpired(Platform::Clock().Now())) continue;
+        LogCall(logger, __FILE__, __LINE__, RemoveName, 0, "Removing expired token for ", cached.serviceName);
+        cache.RemoveEntry(entryName);  // by its entry name: a hash cannot be turned back into its key
+    }
+}
+
+}  // namespace Ombry::ClientCommunications

@@ -1,0 +1,293 @@
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "tests/ClientCommunications/JwtAuthenticatorFixture.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using ClientCommunications::OAuth2Token;
+using Texts = std::vector<std::string>;
+using Pairs = std::map<std::string, std::string>;
+
+class JwtAuthenticatorMaintenanceTest : public JwtAuthenticatorFixture {
+protected:
+    static constexpr unsigned long Long = 4294967295;
+
+    JwtAuthenticatorMaintenanceTest() { client->SetExpiresIn(Long); }
+
+    /// The first wait of a thread that got this seed.
+    Duration FirstWait(std::uint32_t seed) {
+        FakeClock ownClock;
+        FakeRandom ownRandom(seed);
+        const Platform::Testing::Replace<Platform::IClock> useClock(ownClock);
+        const Platform::Testing::Replace<Platform::IRandom> useRandom(ownRandom);
+        const auto authenticator = Make();
+        ownClock.AwaitWaits(1);
+        return ownClock.Waits()[0];
+    }
+};
+
+TEST_F(JwtAuthenticatorMaintenanceTest, ThreadTellsOfItsBeginAndItsEnd) {
+    MakeWaiting().reset();
+
+    const auto entries = logger->Entries();
+    ASSERT_EQ(entries.size(), 2u);
+    EXPECT_EQ(entries[0].message, "Thread starting");
+    EXPECT_EQ(entries[1].message, "Thread exiting");
+    for (const auto& entry : entries) {
+        EXPECT_EQ(entry.level, 0);
+        EXPECT_TRUE(entry.function.ends_with("JwtAuthenticator::maintenanceThread"));
+    }
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, WaitsAreWholeMinutesUpToTwelveHours) {
+    Duration sum{};
+    for (std::uint32_t seed = 0; seed < 300; ++seed) {
+        const Duration wait = FirstWait(seed);
+        EXPECT_EQ(wait % std::chrono::minutes(1), Duration(0));
+        EXPECT_GE(wait, std::chrono::minutes(1));  // no minute at all is no wait
+        EXPECT_LE(wait, LongestWait);
+        sum += wait;
+    }
+    // Even over the range: the mean of 300 is within 12 minutes of the middle, save once in a thousand.
+    EXPECT_NEAR(static_cast<double>((sum / 300) / std::chrono::minutes(1)), 360.0, 40.0);
+    EXPECT_EQ(FirstWait(SeedOfWait(720)), std::chrono::minutes(720));
+    EXPECT_EQ(FirstWait(SeedOfWait(1)), std::chrono::minutes(1));
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, NoMinuteDrawnIsAPassAtOnce) {
+    FakeRandom none(SeedOfWait(0));
+    const Platform::Testing::Replace<Platform::IRandom> replaced(none);
+    PutEntry("a", "stored", clock.Now() - Tick, 0);
+
+    const auto authenticator = Make();
+    clock.AwaitWaits(1);
+
+    EXPECT_EQ(files.Contents(), Pairs{});
+    EXPECT_GT(clock.Waits()[0], Duration(0));
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, NothingHappensBeforeTheWaitIsOver) {
+    PutEntry("a", "stored", clock.Now() - Tick, 0);
+    const auto authenticator = MakeWaiting();
+    ASSERT_EQ(clock.Waits()[0], std::chrono::minutes(100));
+
+    clock.Advance(std::chrono::minutes(100) - Tick);
+    EXPECT_EQ(files.Texts(), Texts{});
+    clock.Advance(Tick);
+    clock.AwaitWaits(2);
+
+    EXPECT_EQ(files.Contents(), Pairs{});
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, ServiceUsedOnceIsRefreshedInTheNextPassOnly) {
+    const auto authenticator = MakeWaiting();
+    Use(*authenticator, "a");
+
+    RunPass(1);
+    const TimePoint refreshed = clock.Now();
+    EXPECT_EQ(client->ServiceNames(), (Texts{"a", "a"}));
+    EXPECT_EQ(Stored("a"), Entry("a", "token-2", refreshed, Long));
+    RunPass(2);
+    RunPass(3);
+    EXPECT_EQ(client->Calls().size(), 2u);
+    EXPECT_EQ(Stored("a"), Entry("a", "token-2", refreshed, Long));
+
+    EXPECT_EQ(Use(*authenticator, "a"), "Bearer token-2");
+    RunPass(4);
+    EXPECT_EQ(client->Calls().size(), 3u);
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, EveryWayOfUseKeepsATokenInRefresh) {
+    const auto authenticator = MakeWaiting();
+    PutEntry("cached", "t", clock.Now(), Long);
+    PutEntry("recent", "t", clock.Now(), Long);
+    PutEntry("unused", "t", clock.Now(), Long);
+    Use(*authenticator, "cached");
+    UseFresh(*authenticator, "recent");
+    Use(*authenticator, "fresh");
+    UseFresh(*authenticator, "refused");
+    ASSERT_EQ(client->ServiceNames(), (Texts{"fresh", "refused"}));
+
+    RunPass(1);
+
+    EXPECT_EQ(client->ServiceNames(),
+              (Texts{"fresh", "refused", "cached", "fresh", "recent", "refused"}));  // in the order of names
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, RefreshIsMarkedAsBackgroundWork) {
+    const auto authenticator = MakeWaiting();
+    Use(*authenticator, "a");
+    logger->Clear();
+
+    RunPass(1);
+
+    const auto call = client->Calls().at(1);
+    EXPECT_EQ(call.metaData, (Pairs{{"SF-Root-Request-Is-Infrastructure", "true"},
+                                    {"SF-Root-Request-Type", "UpdateJwtToken"}}));
+    EXPECT_FALSE(call.cancelled);
+    ASSERT_EQ(logger->Entries().size(), 1u);
+    EXPECT_EQ(logger->Entries()[0].message, "Refreshing token for a");
+    EXPECT_EQ(logger->Entries()[0].level, 0);
+    EXPECT_TRUE(logger->Entries()[0].function.ends_with("JwtAuthenticator::updateTokens"));
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, FailedRefreshIsToldAndTheOthersGoOn) {
+    const auto authenticator = MakeWaiting();
+    for (const char* name : {"a", "b", "c"})
+        Use(*authenticator, name);
+    logger->Clear();
+    const TimePoint used = clock.Now();
+    client->AnswerWith([](const FakeOAuth2Client::Call& call, auto) {
+        if (call.serviceName == "b") throw std::runtime_error("service is down");
+        return FakeOAuth2Client::Token("new", Long);
+    });
+
+    RunPass(1);
+
+    EXPECT_EQ(logger->Messages(),
+              (Texts{"Refreshing token for a", "Refreshing token for b",
+                     "Caught exception 'service is down' when trying to refresh token for b",
+                     "Refreshing token for c"}));
+    EXPECT_EQ(logger->Messages(3),
+              Texts{"Caught exception 'service is down' when trying to refresh token for b"});
+    EXPECT_TRUE(logger->Entries()[2].function.ends_with("JwtAuthenticator::updateTokens"));
+    EXPECT_EQ(Stored("a"), Entry("a", "new", clock.Now(), Long));
+    EXPECT_EQ(Stored("b"), Entry("b", "token-2", used, Long));  // the old one stays
+    EXPECT_EQ(Stored("c"), Entry("c", "new", clock.Now(), Long));
+    RunPass(2);
+    EXPECT_EQ(client->Calls().size(), 6u);  // and is not put back
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, TokenThatCannotBeStoredIsAFailedRefresh) {
+    const auto authenticator = MakeWaiting();
+    Use(*authenticator, "a");
+    const auto before = Stored("a");
+    files.FailEvery("BeginReplace", 28);
+
+    RunPass(1);
+
+    EXPECT_EQ(
+        logger->Messages(3),
+        Texts{"Caught exception 'Ombry::ClientCommunications::FileStorage::Save: Failed to open file '" +
+              PathOf("a") + "-s' for write.' when trying to refresh token for a"});
+    EXPECT_EQ(Stored("a"), before);
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, PassEndsAfterTheCallThatTheStopFinds) {
+    auto authenticator = MakeWaiting();
+    for (const char* name : {"a", "b", "c"})
+        Use(*authenticator, name);
+    PutEntry("old", "stored", clock.Now() - Tick, 0);
+    logger->Clear();
+    std::promise<void> asked;
+    client->AnswerWith([&](const auto&, Cancellation::Token token) -> OAuth2Token {
+        asked.set_value();
+        while (!token.IsCancelled())
+            std::this_thread::yield();
+        throw Cancellation::OperationCancelledException();
+    });
+    clock.Advance(LongestWait);
+    asked.get_future().wait();
+
+    authenticator.reset();
+
+    EXPECT_EQ(client->ServiceNames(), (Texts{"a", "b", "c", "a"}));
+    EXPECT_EQ(logger->Messages(),
+              (Texts{"Refreshing token for a",
+                     "Caught exception 'Operation cancelled.' when trying to refresh token for a",
+                     "Removing expired token for old", "Thread exiting"}));
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, StopDuringTheWaitRunsOnePassWhoseOnlyCallIsCancelled) {
+    auto authenticator = MakeWaiting();
+    Use(*authenticator, "a");
+    Use(*authenticator, "b");
+
+    authenticator.reset();  // returns although nobody moves the clock
+
+    ASSERT_EQ(client->ServiceNames(), (Texts{"a", "b", "a"}));
+    EXPECT_TRUE(client->Calls()[2].cancelled);
+    EXPECT_EQ(clock.Waits().size(), 1u);
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, StopThatComesBeforeTheFirstWaitIsSeen) {
+    for (int i = 0; i < 100; ++i)
+        Make().reset();
+
+    EXPECT_EQ(client->Calls().size(), 0u);
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, SweepRemovesWhatHasExpiredAndNothingElse) {
+    const auto authenticator = MakeWaiting();
+    const TimePoint pass = clock.Now() + LongestWait;
+    PutEntry("expired", "t", pass - std::chrono::seconds(60) - Tick, 60);
+    PutEntry("last tick", "t", pass - std::chrono::seconds(60), 60);
+    PutEntry("good", "t", pass, 60);
+    files.Put(Directory + "/emptyentry-p", "");
+    files.Put(Directory + "/nameless-p", "{\"lastRefreshed\": \"2000-01-01T00:00:00Z\"}");
+    logger->Clear();
+
+    RunPass(1);
+
+    EXPECT_EQ(Stored("expired"), std::nullopt);
+    EXPECT_NE(Stored("last tick"), std::nullopt);
+    EXPECT_NE(Stored("good"), std::nullopt);
+    EXPECT_EQ(files.Content(Directory + "/emptyentry-p"), "");
+    EXPECT_EQ(files.Content(Directory + "/nameless-p"), std::nullopt);
+    auto messages = logger->Messages(0);
+    std::sort(messages.begin(), messages.end());
+    EXPECT_EQ(messages, (Texts{"Removing expired token for ", "Removing expired token for expired"}));
+    for (const auto& entry : logger->Entries())
+        EXPECT_TRUE(entry.function.ends_with("JwtAuthenticator::removeExpiredTokens"));
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, BothCopiesOfAnEntryCountOnce) {
+    const auto authenticator = MakeWaiting();
+    PutEntry("a", "t", clock.Now(), 60);
+    files.Put(PathOf("a") + "-s", "half of a new ent");
+    logger->Clear();
+    files.ClearOperations();
+
+    RunPass(1);
+
+    EXPECT_EQ(files.Texts(), (Texts{"List " + Directory, "Read " + PathOf("a") + "-p",
+                                    "Remove " + PathOf("a") + "-p", "Remove " + PathOf("a") + "-s"}));
+    EXPECT_EQ(logger->Messages(), Texts{"Removing expired token for a"});
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, RefreshComesBeforeTheSweep) {
+    const auto authenticator = MakeWaiting();
+    client->SetExpiresIn(1);
+    Use(*authenticator, "a");
+
+    RunPass(1);
+
+    EXPECT_EQ(Stored("a"), Entry("a", "token-2", clock.Now(), 1));
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, DirectoryThatIsNotThereIsSweptInSilence) {
+    const auto authenticator = MakeWaiting();
+    RunPass(1);
+
+    EXPECT_EQ(logger->Messages(), Texts{"Thread starting"});
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, EntryOfAForeignHandThatCannotBeParsedEndsTheProcess) {
+    FakeRandom none(SeedOfWait(0));
+    const Platform::Testing::Replace<Platform::IRandom> replaced(none);
+    files.Put(Directory + "/foreign-p", "not ours");
+
+    EXPECT_DEATH(
+        {
+            const auto authenticator = Make();
+            clock.AwaitWaits(1);  // behind the first pass
+            std::_Exit(0);
+        },
+        "ERROR: Parse failed");
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
