@@ -1,0 +1,113 @@
+#include <map>
+#include <stdexcept>
+
+#include "ClientCommunications/Impl/ClientAuthenticator.h"
+#include "ClientCommunications/Impl/ClientCredentials.h"
+#include "ClientCommunications/Impl/EmptyAuthenticator.h"
+#include "ClientCommunications/Impl/FixedTokenAuthenticator.h"
+#include "ClientCommunications/Impl/ServiceRequest.h"
+#include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace ClientCommunications;
+using testing::ElementsAre;
+using testing::Pair;
+
+std::map<std::string, std::string> HeadersOf(const IServiceRequest& request) {
+    std::map<std::string, std::string> headers;
+    request.ForEachHeader([&](const std::string& name, const std::string& value) { headers[name] = value; });
+    return headers;
+}
+
+class WatchedCredentials : public IClientCredentials {
+public:
+    std::string GetName() override {
+        calls.push_back("name");
+        return "name";
+    }
+    std::string GetClientId() override {
+        calls.push_back("id");
+        return id;
+    }
+    std::string GetClientSecret() override {
+        calls.push_back("secret");
+        return secret;
+    }
+    std::string id = "a";
+    std::string secret = "b";
+    std::vector<std::string> calls;
+};
+
+class AuthenticatorsTest : public testing::Test {
+protected:
+    std::map<std::string, std::string> After(IAuthenticator& authenticator) {
+        authenticator.AddAuthentication(request, nullptr, Cancellation::Token());
+        return HeadersOf(*request);
+    }
+
+    const std::shared_ptr<IServiceRequest> request = CreateServiceRequest("GET", "/path", "1");
+};
+
+TEST_F(AuthenticatorsTest, ClientAuthenticatorPutsIdAndSecretAsBasic) {
+    const auto credentials = std::make_shared<WatchedCredentials>();
+    ClientAuthenticator authenticator(credentials);
+
+    EXPECT_THAT(After(authenticator),
+                ElementsAre(Pair("Authorization", "Basic YTpi"), Pair("Contract-Version", "1")));
+    EXPECT_THAT(credentials->calls, ElementsAre("secret", "id"));
+}
+
+TEST_F(AuthenticatorsTest, ClientAuthenticatorWithAnEmptySecretEndsInTheColon) {
+    const auto credentials = std::make_shared<WatchedCredentials>();
+    credentials->id = "id";
+    credentials->secret = "";
+    ClientAuthenticator authenticator(credentials);
+
+    EXPECT_EQ(After(authenticator)["Authorization"], "Basic aWQ6");
+}
+
+TEST_F(AuthenticatorsTest, ClientAuthenticatorTakesAnyBytesOfRealCredentials) {
+    ClientAuthenticator authenticator(std::make_shared<ClientCredentials>(
+        std::make_shared<WindowsInMemoryDataProtection>(), "n", "us:er", std::string("p\0\xff", 3)));
+
+    EXPECT_EQ(After(authenticator)["Authorization"], "Basic dXM6ZXI6cAD/");
+}
+
+TEST_F(AuthenticatorsTest, EachCallReplacesTheHeaderOfTheOneBefore) {
+    const auto credentials = std::make_shared<WatchedCredentials>();
+    ClientAuthenticator authenticator(credentials);
+    After(authenticator);
+    credentials->secret = "c";
+
+    EXPECT_EQ(After(authenticator)["Authorization"], "Basic YTpj");
+}
+
+TEST_F(AuthenticatorsTest, EmptyAuthenticatorLeavesTheRequestAsItWas) {
+    EmptyAuthenticator authenticator;
+
+    EXPECT_THAT(After(authenticator), ElementsAre(Pair("Contract-Version", "1")));
+}
+
+TEST_F(AuthenticatorsTest, FixedTokenAuthenticatorPutsItsTokenAsBearer) {
+    FixedTokenAuthenticator authenticator("to ken");
+
+    EXPECT_THAT(After(authenticator),
+                ElementsAre(Pair("Authorization", "Bearer to ken"), Pair("Contract-Version", "1")));
+}
+
+TEST_F(AuthenticatorsTest, NoneHasFresherCredentialsAndTheRequestStaysAsItWas) {
+    const auto credentials = std::make_shared<WatchedCredentials>();
+    ClientAuthenticator client(credentials);
+    EmptyAuthenticator empty;
+    FixedTokenAuthenticator fixed("token");
+    for (IAuthenticator* authenticator : std::initializer_list<IAuthenticator*>{&client, &empty, &fixed}) {
+        EXPECT_FALSE(authenticator->AddFreshAuthentication(request, nullptr, Cancellation::Token()));
+        EXPECT_THAT(HeadersOf(*request), ElementsAre(Pair("Contract-Version", "1")));
+    }
+    EXPECT_THAT(credentials->calls, ElementsAre());
+}
+
+}  // namespace
+}  // namespace Ombry::Tests

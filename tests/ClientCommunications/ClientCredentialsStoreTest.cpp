@@ -1,0 +1,407 @@
+#include "ClientCommunications/Impl/ClientCredentialsStore.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <stdexcept>
+
+#include "ClientCommunications/Impl/Base64.h"
+#include "ClientCommunications/Impl/ClientCredentials.h"
+#include "tests/Fakes/FakeKnownFolders.h"
+#include "tests/Fakes/FakeMachineId.h"
+#include "tests/Fakes/FakeProtections.h"
+#include "tests/Fakes/MemoryFiles.h"
+#include "tests/Fakes/TemporaryDirectory.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace ClientCommunications;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// Marks what it protects and records each call.
+class Marking : public IDataProtection {
+public:
+    explicit Marking(std::vector<std::string>& events) : events(events) {}
+    void Protect(std::string& data) override {
+        events.push_back("protect " + data);
+        data = "#" + data;
+    }
+    void Unprotect(std::string& data) override {
+        events.push_back("unprotect " + data);
+        data.erase(0, 1);
+    }
+
+private:
+    std::vector<std::string>& events;
+};
+
+class PlainCredentials : public IClientCredentials {
+public:
+    PlainCredentials(std::vector<std::string>& events, std::string name, std::string id, std::string secret)
+        : events(events), name(std::move(name)), id(std::move(id)), secret(std::move(secret)) {}
+    std::string GetName() override {
+        events.push_back("name");
+        return name;
+    }
+    std::string GetClientId() override {
+        events.push_back("id");
+        return id;
+    }
+    std::string GetClientSecret() override {
+        events.push_back("secret");
+        return secret;
+    }
+
+private:
+    std::vector<std::string>& events;
+    const std::string name, id, secret;
+};
+
+class PlainFactory : public IClientCredentialsFactory {
+public:
+    explicit PlainFactory(std::vector<std::string>& events) : events(events) {}
+    std::shared_ptr<IClientCredentials> Create(const std::string& name, const std::string& id,
+                                               const std::string& secret) override {
+        events.push_back("create " + name + " " + id + " " + secret);
+        return std::make_shared<PlainCredentials>(events, name, id, secret);
+    }
+
+private:
+    std::vector<std::string>& events;
+};
+
+class MemoryNamedStorage : public INamedStorage {
+public:
+    explicit MemoryNamedStorage(std::vector<std::string>& events) : events(events) {}
+    std::unique_ptr<IStorage> Get(const std::string& name) override {
+        events.push_back("get " + name);
+        return std::make_unique<Blob>(blob, events);
+    }
+    void Delete(const std::string& name) override { events.push_back("delete " + name); }
+    void Rename(const std::string&, const std::string&) override { throw std::logic_error("rename"); }
+
+    std::string blob;
+
+private:
+    class Blob : public IStorage {
+    public:
+        Blob(std::string& blob, std::vector<std::string>& events) : blob(blob), events(events) {}
+        std::string Load() override {
+            events.push_back("load");
+            return blob;
+        }
+        void Save(const std::string& data) override {
+            events.push_back("save");
+            blob = data;
+        }
+
+    private:
+        std::string& blob;
+        std::vector<std::string>& events;
+    };
+    std::vector<std::string>& events;
+};
+
+const std::string StoredText =
+    "{\n    \"ClientIdBytes\": \"#the id\",\n    \"ClientSecretBytes\": \"#the secret\"\n}";
+
+class ClientCredentialsStoreTest : public testing::Test {
+protected:
+    std::string FailureOfLoad() {
+        try {
+            store.Load("name");
+            return "no failure";
+        } catch (const std::runtime_error& failure) {
+            return failure.what();
+        }
+    }
+
+    std::vector<std::string> events;
+    const std::shared_ptr<MemoryNamedStorage> storage = std::make_shared<MemoryNamedStorage>(events);
+    ClientCredentialsStore store{std::make_shared<Marking>(events), std::make_shared<PlainFactory>(events),
+                                 storage};
+};
+
+TEST_F(ClientCredentialsStoreTest, SaveProtectsIdThenSecretAndStoresThemAsJsonUnderTheName) {
+    store.Save(std::make_shared<PlainCredentials>(events, "name", "the id", "the secret"));
+
+    EXPECT_THAT(events, ElementsAre("id", "protect the id", "secret", "protect the secret", "name",
+                                    "get name", "save"));
+    EXPECT_EQ(storage->blob, StoredText);
+}
+
+TEST_F(ClientCredentialsStoreTest, LoadMakesCredentialsAndScrubsItsPlainCopies) {
+    storage->blob = StoredText;
+    const auto credentials = store.Load("other name");
+
+    EXPECT_THAT(events,
+                ElementsAre("get other name", "load", "unprotect #the id", "unprotect #the secret",
+                            "create other name the id the secret", "protect the id", "protect the secret"));
+    ASSERT_TRUE(credentials);
+    EXPECT_EQ(credentials->GetClientSecret(), "the secret");
+}
+
+TEST_F(ClientCredentialsStoreTest, AnEmptyTextIsNoCredentials) {
+    EXPECT_EQ(store.Load("name"), nullptr);
+    EXPECT_THAT(events, ElementsAre("get name", "load"));
+}
+
+TEST_F(ClientCredentialsStoreTest, BothKeysMustBeThere) {
+    storage->blob = R"({"ClientIdBytes":"#id"})";
+    EXPECT_EQ(FailureOfLoad().find("ERROR: Missing required field '"), 0u) << FailureOfLoad();
+    storage->blob = R"({"ClientSecretBytes":"#secret"})";
+    EXPECT_EQ(FailureOfLoad().find("ERROR: Missing required field '"), 0u) << FailureOfLoad();
+    storage->blob = "{}";
+    EXPECT_EQ(FailureOfLoad().find("ERROR: Missing required field '"), 0u) << FailureOfLoad();
+    EXPECT_EQ(std::count(events.begin(), events.end(), "load"), 3);
+    EXPECT_TRUE(std::none_of(events.begin(), events.end(),
+                             [](const std::string& event) { return event.starts_with("unprotect"); }));
+}
+
+TEST_F(ClientCredentialsStoreTest, KeysMayComeInAnyOrderAndWithOthers) {
+    storage->blob = R"({"ClientSecretBytes":"#s","Other":1,"ClientIdBytes":"#i"})";
+    const auto credentials = store.Load("n");
+    EXPECT_EQ(credentials->GetClientId(), "i");
+    EXPECT_EQ(credentials->GetClientSecret(), "s");
+}
+
+TEST_F(ClientCredentialsStoreTest, AFileOfSomebodyElseFailsInTheWordsOfTheReaderAndStays) {
+    storage->blob = "no json";
+    EXPECT_EQ(FailureOfLoad().find("ERROR: Parse failed at offset "), 0u) << FailureOfLoad();
+    EXPECT_EQ(storage->blob, "no json");
+    EXPECT_EQ(std::count(events.begin(), events.end(), "delete name"), 0);
+}
+
+TEST_F(ClientCredentialsStoreTest, DeleteGoesToTheStorage) {
+    store.Delete("name");
+    EXPECT_THAT(events, ElementsAre("delete name"));
+}
+
+TEST_F(ClientCredentialsStoreTest, LoadExistingGivesCredentialsOrAFailureThatNamesThem) {
+    try {
+        LoadExisting(store, "a name");
+        FAIL() << "nothing thrown";
+    } catch (const std::runtime_error& failure) {
+        EXPECT_STREQ(failure.what(), "The credentials file of 'a name' is empty.");
+    }
+    storage->blob = StoredText;
+    EXPECT_EQ(LoadExisting(store, "a name")->GetName(), "a name");
+}
+
+// --- the whole graph over fakes of the platform ---
+
+class CreatedStoreTest : public testing::Test {
+protected:
+    static std::shared_ptr<IClientCredentials> Credentials(const std::string& name, const std::string& id,
+                                                           const std::string& secret) {
+        static std::vector<std::string> ignored;
+        return std::make_shared<PlainCredentials>(ignored, name, id, secret);
+    }
+
+    MemoryFiles files;
+    FakeMachineProtection machine;
+    FakeMemoryProtection memory;
+    Platform::Testing::Replace<Platform::IFiles> replacedFiles{files};
+    Platform::Testing::Replace<Platform::IMachineProtection> replacedMachine{machine};
+    Platform::Testing::Replace<Platform::IMemoryProtection> replacedMemory{memory};
+};
+
+TEST_F(CreatedStoreTest, TheFileIsTheTextUnderTheFileEntropyWithEachValueUnderTheValueEntropy) {
+    CreateClientCredentialsStore("dir", true, nullptr)->Save(Credentials("name", "the id", "the secret"));
+
+    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories dir/Components/name",
+                                           "BeginReplace dir/Components/name/ombrycomponent.config Synced",
+                                           "Complete dir/Components/name/ombrycomponent.config Synced"));
+    const std::string blob = *files.Content("dir/Components/name/ombrycomponent.config");
+    const std::string fileEntropy = blob.substr(0, 11);
+    ASSERT_EQ(blob.substr(11, 3), "|5|");
+    const std::string json(blob.rbegin(), blob.rend() - 14);
+    const std::string idKey = "{\n    \"ClientIdBytes\": \"",
+                      secretKey = "\",\n    \"ClientSecretBytes\": \"";
+    ASSERT_EQ(json.find(idKey), 0u) << json;
+    const std::size_t middle = json.find(secretKey);
+    ASSERT_NE(middle, std::string::npos);
+    ASSERT_TRUE(json.ends_with("\"\n}"));
+    const std::string id = Base64Decode(json.substr(idKey.size(), middle - idKey.size()));
+    const std::size_t second = middle + secretKey.size();
+    const std::string secret = Base64Decode(json.substr(second, json.size() - second - 3));
+    const std::string valueEntropy = id.substr(0, 12);
+    EXPECT_EQ(id.substr(12), "|5|di eht");
+    EXPECT_EQ(secret, valueEntropy + "|5|terces eht");
+    EXPECT_NE(valueEntropy.substr(0, 11), fileEntropy);
+    EXPECT_THAT(machine.calls, ElementsAre("Protect", "Protect", "Protect"));
+}
+
+TEST_F(CreatedStoreTest, SaveThenLoadGivesTheSameForAnyNameIdAndSecret) {
+    const auto store = CreateClientCredentialsStore("dir", true, nullptr);
+    const std::string odd("\0\xff\n\"", 4);
+    for (const std::string name : {"client", "a client of blanks", "deep/er", "n.x"}) {
+        store->Save(Credentials(name, "id of " + name, "secret of " + name + odd));
+    }
+    for (const std::string name : {"client", "a client of blanks", "deep/er", "n.x"}) {
+        const auto loaded = store->Load(name);
+        EXPECT_EQ(loaded->GetName(), name);
+        EXPECT_EQ(loaded->GetClientId(), "id of " + name);
+        EXPECT_EQ(loaded->GetClientSecret(), "secret of " + name + odd);
+        EXPECT_TRUE(files.Exists("dir/Components/" + name + "/ombrycomponent.config"));
+    }
+}
+
+TEST_F(CreatedStoreTest, LoadedCredentialsAreProtectedInMemoryUnderFlagsZero) {
+    const auto store = CreateClientCredentialsStore("dir", true, nullptr);
+    store->Save(Credentials("name", "id", "secret"));
+    EXPECT_THAT(memory.calls, IsEmpty());
+
+    store->Load("name");
+    ASSERT_EQ(memory.calls.size(), 2u);
+    EXPECT_EQ(memory.calls[0].bytes, "id" + std::string(14, '\x0e'));
+    EXPECT_EQ(memory.calls[1].bytes, "secret" + std::string(10, '\x0a'));
+    EXPECT_EQ(memory.calls[0].flags, 0u);
+}
+
+TEST_F(CreatedStoreTest, ASecondSaveReplacesTheFile) {
+    const auto store = CreateClientCredentialsStore("dir", true, nullptr);
+    store->Save(Credentials("name", "id", "a much longer secret than the next"));
+    store->Save(Credentials("name", "id2", "s2"));
+    EXPECT_EQ(store->Load("name")->GetClientId() + store->Load("name")->GetClientSecret(), "id2s2");
+    EXPECT_EQ(files.Contents().size(), 1u);
+}
+
+TEST_F(CreatedStoreTest, AnUnknownNameIsNullOrAFailureAsTheStoreWasMade) {
+    EXPECT_EQ(CreateClientCredentialsStore("dir", false, nullptr)->Load("name"), nullptr);
+    try {
+        CreateClientCredentialsStore("dir", true, nullptr)->Load("name");
+        FAIL() << "nothing thrown";
+    } catch (const std::runtime_error& failure) {
+        EXPECT_STREQ(failure.what(),
+                     "Ombry::ClientCommunications::FileStorage::Load: Failed to open file "
+                     "'dir/Components/name/ombrycomponent.config' for read.");
+    }
+}
+
+TEST_F(CreatedStoreTest, AnEmptyFileIsNoCredentialsEvenWhereAMissingOneIsAFailure) {
+    files.Put("dir/Components/name/ombrycomponent.config", "");
+    const auto store = CreateClientCredentialsStore("dir", true, nullptr);
+    EXPECT_EQ(store->Load("name"), nullptr);
+    EXPECT_THROW(LoadExisting(*store, "name"), std::runtime_error);
+}
+
+TEST_F(CreatedStoreTest, DeleteRemovesTheFileAndLeavesTheEmptyFolder) {
+    const auto store = CreateClientCredentialsStore("dir", true, nullptr);
+    store->Save(Credentials("name", "id", "secret"));
+    store->Delete("name");
+    EXPECT_NO_THROW(store->Delete("name"));
+    EXPECT_THAT(files.Contents(), IsEmpty());
+    EXPECT_TRUE(files.Exists("dir/Components/name"));
+}
+
+TEST_F(CreatedStoreTest, TheHookHearsOfEachSavedFile) {
+    class Hook : public IPostSaveHook {
+    public:
+        void OnSaved(const std::string& path) override { saved.push_back(path); }
+        std::vector<std::string> saved;
+    };
+    const auto hook = std::make_shared<Hook>();
+    CreateClientCredentialsStore("dir", true, hook)->Save(Credentials("name", "id", "secret"));
+    EXPECT_THAT(hook->saved, ElementsAre("dir/Components/name/ombrycomponent.config"));
+}
+
+TEST_F(CreatedStoreTest, AFileThatCannotBeUnprotectedFailsWithTheNumberAndStays) {
+    const auto store = CreateClientCredentialsStore("dir", true, nullptr);
+    store->Save(Credentials("name", "id", "secret"));
+    const auto before = files.Contents();
+    machine.failing = "Unprotect";
+    machine.error = 13;
+    try {
+        store->Load("name");
+        FAIL() << "nothing thrown";
+    } catch (const std::runtime_error& failure) {
+        EXPECT_STREQ(failure.what(), "CryptUnprotectData failed with error 13");
+    }
+    EXPECT_EQ(files.Contents(), before);
+}
+
+TEST_F(CreatedStoreTest, WhicheverFileOperationOfASaveFailsTheOldCredentialsOrTheNewAreThere) {
+    const auto store = CreateClientCredentialsStore("dir", true, nullptr);
+    for (std::size_t n = 1; n <= 4; ++n) {
+        files.FailNth(0, 0);
+        store->Save(Credentials("name", "old", "old secret"));
+        files.ClearOperations();
+        files.FailNth(n, ENOSPC);
+        try {
+            store->Save(Credentials("name", "new", "new secret"));
+            EXPECT_GE(n, 3u);
+        } catch (const std::runtime_error&) {
+            EXPECT_LE(n, 2u);
+        }
+        files.FailNth(0, 0);
+        EXPECT_EQ(store->Load("name")->GetClientId(), n == 4 ? "new" : "old") << n;
+    }
+}
+
+// --- on the real system ---
+
+class ClientCredentialsStoreOnSystemTest : public testing::Test {
+protected:
+    static std::shared_ptr<IClientCredentials> Credentials() {
+        static std::vector<std::string> ignored;
+        return std::make_shared<PlainCredentials>(ignored, "my client", "the-id", "the-secret");
+    }
+    static bool CanLoad(const std::string& folder) {
+        try {
+            return CreateClientCredentialsStore(folder, true, nullptr)
+                       ->Load("my client")
+                       ->GetClientSecret() == "the-secret";
+        } catch (const std::runtime_error& failure) {
+            EXPECT_EQ(std::string(failure.what()).find("CryptUnprotectData failed with error "), 0u)
+                << failure.what();
+            return false;
+        }
+    }
+
+    const TemporaryDirectory directory;
+    FakeKnownFolders folders{directory.Path()};
+    FakeMachineId machineId{"0123456789abcdef0123456789abcdef"};
+    Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};
+    Platform::Testing::Replace<Platform::IMachineId> replacedId{machineId};
+};
+
+TEST_F(ClientCredentialsStoreOnSystemTest, NothingPlainStandsInTheFileAndOnlyTheOwnerReadsIt) {
+    CreateClientCredentialsStore(directory / "s", true, nullptr)->Save(Credentials());
+
+    const std::string content = directory.Read("s/Components/my client/ombrycomponent.config");
+    for (const std::string plain : {"the-id", "the-secret", "ClientIdBytes", "my client"})
+        EXPECT_EQ(content.find(plain), std::string::npos) << plain;
+    struct stat status {};
+    ASSERT_EQ(stat((directory / "s/Components/my client/ombrycomponent.config").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600u);
+    ASSERT_EQ(stat((directory / "s/Components/my client").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0700u);
+    EXPECT_TRUE(CanLoad(directory / "s"));
+}
+
+TEST_F(ClientCredentialsStoreOnSystemTest, AFileCopiedToAnotherMachineCannotBeLoadedThere) {
+    CreateClientCredentialsStore(directory / "s", true, nullptr)->Save(Credentials());
+    const TemporaryDirectory elsewhere;
+    std::filesystem::copy(directory / "s", elsewhere / "s", std::filesystem::copy_options::recursive);
+    {
+        // The same key file, as a cloned disk has it, under another machine id.
+        machineId.id = "fedcba9876543210fedcba9876543210";
+        EXPECT_FALSE(CanLoad(elsewhere / "s"));
+        machineId.id = "0123456789abcdef0123456789abcdef";
+    }
+    {
+        // The same machine id, as containers have it, without the key file.
+        FakeKnownFolders otherFolders(elsewhere.Path());
+        const Platform::Testing::Replace<Platform::IKnownFolders> replaced(otherFolders);
+        EXPECT_FALSE(CanLoad(elsewhere / "s"));
+    }
+    EXPECT_TRUE(CanLoad(elsewhere / "s"));
+}
+
+}  // namespace
+}  // namespace Ombry::Tests

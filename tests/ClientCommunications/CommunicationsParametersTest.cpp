@@ -1,0 +1,270 @@
+#include "ClientCommunications/CommunicationsParameters.h"
+
+#include <stdexcept>
+
+#include "ClientCommunications/LocalConfiguration.h"
+#include "ObjectMapping/Serialization.h"
+#include "Platform/IKnownFolders.h"
+#include "Platform/ITextConversion.h"
+#include "tests/Fakes/FakeKnownFolders.h"
+#include "tests/Fakes/MemoryFiles.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace ClientCommunications;
+using testing::ElementsAre;
+
+class CommunicationsParametersTest : public testing::Test {
+protected:
+    FakeKnownFolders folders{"/base"};
+    Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};
+};
+
+TEST_F(CommunicationsParametersTest, DefaultsLieUnderTheProgramDataFolder) {
+    const CommunicationsParameters parameters("client");
+
+    EXPECT_EQ(parameters.clientName, "client");
+    EXPECT_EQ(parameters.userName + parameters.password + parameters.fixedToken, "");
+    EXPECT_EQ(parameters.securityDirectory, "/base/Quennet/OmbrySecurity");
+    EXPECT_EQ(parameters.cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
+    EXPECT_FALSE(parameters.useCurrentUserStore);
+    EXPECT_EQ(parameters.storeName, L"OmbrySecurity");
+    EXPECT_EQ(parameters.logger, nullptr);
+    EXPECT_EQ(parameters.commonConfigPath, "/base/Quennet/common.config");
+    EXPECT_FALSE(parameters.verbose);
+}
+
+TEST_F(CommunicationsParametersTest, WithoutAClientNameTheCacheDirectoryEndsInASlash) {
+    EXPECT_EQ(CommunicationsParameters("").cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/");
+}
+
+TEST_F(CommunicationsParametersTest, PlainSettersStoreAndMoveNothing) {
+    CommunicationsParameters parameters("client");
+    parameters.SetUserName("user");
+    parameters.SetPassword("password");
+    parameters.SetFixedToken("token");
+
+    EXPECT_EQ(parameters.userName, "user");
+    EXPECT_EQ(parameters.password, "password");
+    EXPECT_EQ(parameters.fixedToken, "token");
+    EXPECT_EQ(parameters.cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
+}
+
+TEST_F(CommunicationsParametersTest, SetClientNameMovesTheDefaultCacheDirectory) {
+    CommunicationsParameters parameters("");
+    parameters.SetClientName("client");
+    EXPECT_EQ(parameters.clientName, "client");
+    EXPECT_EQ(parameters.cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
+    parameters.SetClientName("other");
+    EXPECT_EQ(parameters.cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/other");
+}
+
+TEST_F(CommunicationsParametersTest, AUserNameSetFirstLeavesACacheDirectoryWithNothingBehindItOnPurpose) {
+    CommunicationsParameters parameters("");
+    parameters.SetUserName("user");
+    parameters.SetClientName("client");
+    EXPECT_EQ(parameters.clientName, "client");
+    EXPECT_EQ(parameters.cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/");
+}
+
+TEST_F(CommunicationsParametersTest, AUserNameSetLastLeavesTheClientsCacheDirectory) {
+    CommunicationsParameters parameters("");
+    parameters.SetClientName("client");
+    parameters.SetUserName("user");
+    EXPECT_EQ(parameters.cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
+}
+
+TEST_F(CommunicationsParametersTest, ACacheDirectorySetByHandStaysWhereItIs) {
+    CommunicationsParameters parameters("client");
+    parameters.cacheDirectory = "/by/hand";
+    parameters.SetClientName("other");
+    EXPECT_EQ(parameters.cacheDirectory, "/by/hand");
+    EXPECT_EQ(parameters.clientName, "other");
+    parameters.SetSecurityDirectory("/secure");
+    EXPECT_EQ(parameters.cacheDirectory, "/by/hand");
+    EXPECT_EQ(parameters.securityDirectory, "/secure");
+}
+
+TEST_F(CommunicationsParametersTest, SetSecurityDirectoryMovesTheDefaultCacheDirectoryAlone) {
+    CommunicationsParameters parameters("client");
+    parameters.SetSecurityDirectory("/secure");
+    EXPECT_EQ(parameters.securityDirectory, "/secure");
+    EXPECT_EQ(parameters.cacheDirectory, "/secure/CS-cpp/cache/client");
+    EXPECT_EQ(parameters.commonConfigPath, "/base/Quennet/common.config");
+
+    parameters.SetClientName("other");
+    EXPECT_EQ(parameters.cacheDirectory, "/secure/CS-cpp/cache/other");
+}
+
+TEST_F(CommunicationsParametersTest, AUserNameThatIsTheDefaultsOwnMovesWithTheSecurityDirectory) {
+    CommunicationsParameters parameters("user");
+    parameters.SetUserName("user");
+    parameters.SetSecurityDirectory("/secure");
+    EXPECT_EQ(parameters.cacheDirectory, "/secure/CS-cpp/cache/user");
+}
+
+TEST_F(CommunicationsParametersTest, ACopyIsItsOwn) {
+    CommunicationsParameters parameters("client");
+    CommunicationsParameters copy = parameters;
+    copy.SetClientName("other");
+    EXPECT_EQ(parameters.clientName, "client");
+    EXPECT_EQ(parameters.cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
+}
+
+TEST_F(CommunicationsParametersTest, WithoutAProgramDataFolderConstructionFailsWithTheNumber) {
+    folders.programDataError = 42;
+    try {
+        CommunicationsParameters("client");
+        FAIL() << "nothing thrown";
+    } catch (const std::runtime_error& failure) {
+        EXPECT_STREQ(failure.what(), "Ombry::ClientCommunications: SHGetFolderPath failed with error 42");
+    }
+}
+
+/// Converts nothing: gives a count of the test's choice from the n-th call on.
+class FailingConversion : public Platform::ITextConversion {
+public:
+    Count WideToUtf8(std::wstring_view wide, char* text, std::size_t room) override {
+        ++calls;
+        if (calls < failingFrom) {
+            return Platform::Production<Platform::ITextConversion>().WideToUtf8(wide, text, room);
+        }
+        return {count, error};
+    }
+    Count Utf8ToWide(std::string_view, wchar_t*, std::size_t) override { return {0, 0}; }
+
+    int calls = 0;
+    int failingFrom = 1;
+    int count = 0;
+    int error = 0;
+};
+
+TEST_F(CommunicationsParametersTest, AFolderThatCannotBeConvertedFailsWithTheNumberForACountOfZeroOrLess) {
+    for (const auto& [from, count, error] :
+         std::vector<std::tuple<int, int, int>>{{1, 0, 122}, {1, -1, 1113}, {2, 0, 87}}) {
+        FailingConversion conversion;
+        conversion.failingFrom = from;
+        conversion.count = count;
+        conversion.error = error;
+        const Platform::Testing::Replace<Platform::ITextConversion> replaced(conversion);
+        try {
+            GetProgramDataQuennetPath();
+            FAIL() << "nothing thrown";
+        } catch (const std::runtime_error& failure) {
+            EXPECT_EQ(failure.what(), "GetProgramDataQuennetPath: conversion to UTF-8 failed with error " +
+                                          std::to_string(error));
+        }
+        EXPECT_EQ(conversion.calls, from);
+    }
+}
+
+TEST_F(CommunicationsParametersTest, APathOutsideAsciiIsUtf8) {
+    FakeKnownFolders umlauts("/b\xc3\xa4se\xe2\x82\xac\xf0\x9f\x99\x82");
+    const Platform::Testing::Replace<Platform::IKnownFolders> replaced(umlauts);
+    EXPECT_EQ(GetProgramDataQuennetPath(), "/b\xc3\xa4se\xe2\x82\xac\xf0\x9f\x99\x82/Quennet");
+}
+
+// --- the datacenter id ---
+
+class GetDatacenterIdTest : public CommunicationsParametersTest {
+protected:
+    std::string Id() { return GetDatacenterId(parameters); }
+    void PutCommon(const std::string& text) { files.Put("/base/Quennet/common.config", text); }
+    void PutOwn(const std::string& text) {
+        files.Put("/base/Quennet/OmbrySecurity/CS/datacenterid.config", text);
+    }
+
+    MemoryFiles files;
+    Platform::Testing::Replace<Platform::IFiles> replacedFiles{files};
+    CommunicationsParameters parameters{""};
+};
+
+TEST_F(GetDatacenterIdTest, TheElementOfTheCommonFileWinsAndTheOtherFileIsNotTouched) {
+    PutCommon("<DatacenterId>x</DatacenterId>");
+    PutOwn("own");
+    EXPECT_EQ(Id(), "x");
+    EXPECT_THAT(files.Texts(), ElementsAre("Read /base/Quennet/common.config"));
+}
+
+TEST_F(GetDatacenterIdTest, WithoutAnIdInTheCommonFileTheOtherFileIsReadWhole) {
+    PutOwn("own id\n");
+    for (const std::string common :
+         {"", "<DatacenterId></DatacenterId>", "<DatacenterId>x", "<DatacenterId>", "no element",
+          "<datacenterid>x</", "<DatacenterId >x</", "DatacenterId>x<", "<DatacenterId><x",
+          "<DatacenterId></a><DatacenterId>second</b>"}) {
+        PutCommon(common);
+        EXPECT_EQ(Id(), "own id\n") << common;
+    }
+}
+
+TEST_F(GetDatacenterIdTest, AMissingCommonFileIsNoFailure) {
+    PutOwn("own");
+    EXPECT_EQ(Id(), "own");
+    EXPECT_THAT(files.Texts(), ElementsAre("Read /base/Quennet/common.config",
+                                           "Read /base/Quennet/OmbrySecurity/CS/datacenterid.config"));
+}
+
+TEST_F(GetDatacenterIdTest, TheTextUpToTheNextBracketIsTakenAsItStands) {
+    PutCommon("<a>1</a>\r\n<DatacenterId> x \n&amp; y</c><DatacenterId>second</DatacenterId>");
+    EXPECT_EQ(Id(), " x \n&amp; y");
+}
+
+TEST_F(GetDatacenterIdTest, ItIsAPlainSearchAndNoParser) {
+    PutCommon("<!-- <DatacenterId>commented<!-- -->");
+    EXPECT_EQ(Id(), "commented");
+}
+
+TEST_F(GetDatacenterIdTest, AnEmptyOwnFileIsAnEmptyId) {
+    PutOwn("");
+    EXPECT_EQ(Id(), "");
+}
+
+TEST_F(GetDatacenterIdTest, WithNeitherFileTheFailureNamesTheOwnOne) {
+    try {
+        Id();
+        FAIL() << "nothing thrown";
+    } catch (const std::runtime_error& failure) {
+        EXPECT_STREQ(failure.what(),
+                     "Ombry::ClientCommunications::FileStorage::Load: Failed to open file "
+                     "'/base/Quennet/OmbrySecurity/CS/datacenterid.config' for read.");
+    }
+}
+
+TEST_F(GetDatacenterIdTest, ReadsThePathsOfItsParameters) {
+    parameters.commonConfigPath = "/other/common";
+    parameters.securityDirectory = "/other/secure";
+    files.Put("/other/secure/CS/datacenterid.config", "there");
+    EXPECT_EQ(Id(), "there");
+}
+
+// --- the local records ---
+
+TEST(LocalConfigurationTest, TheBootstrapFileHasOneRequiredField) {
+    OmbrySecurityConfig config;
+    config.ssdsUri = "https://host";
+    EXPECT_EQ(ObjectMapping::SerializeObject(config, nullptr), "{\n    \"ssdsUri\": \"https://host\"\n}");
+    EXPECT_THROW(ObjectMapping::DeserializeObject(config, "{}", nullptr, true), std::runtime_error);
+    config.Reset();
+    EXPECT_EQ(config.ssdsUri, "");
+}
+
+TEST(LocalConfigurationTest, TheRecordOfAServiceHasKeysInCapitalsAndStartsWithAVersion) {
+    LocalServiceStorageDto record;
+    EXPECT_EQ(record.version, "1.0");
+    EXPECT_EQ(record.guid, "");
+    record.guid = "g";
+    EXPECT_EQ(ObjectMapping::SerializeObject(record, nullptr),
+              "{\n    \"Version\": \"1.0\",\n    \"Guid\": \"g\"\n}");
+    EXPECT_THROW(ObjectMapping::DeserializeObject(record, R"({"Version":"1.0"})", nullptr, true),
+                 std::runtime_error);
+    EXPECT_THROW(ObjectMapping::DeserializeObject(record, R"({"Guid":"g"})", nullptr, true),
+                 std::runtime_error);
+    record.version = "2";
+    record.Reset();
+    EXPECT_EQ(record.version, "1.0");
+    EXPECT_EQ(record.guid, "");
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
