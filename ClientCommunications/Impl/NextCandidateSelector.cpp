@@ -1,0 +1,108 @@
+#include "ClientCommunications/Impl/NextCandidateSelector.h"
+
+#include <stdexcept>
+
+#include "ClientCommunications/Impl/RuntimeTexts.h"
+#include "LibraryLogger/LogCall.h"
+#include "Platform/IClock.h"
+
+namespace Ombry::ClientCommunications {
+namespace {
+
+/// Whether a failed server is a better last resort than the one at hand; all equal, the one met first stays.
+bool IsBetterFallback(const FailureInfo& info, const FailureInfo& than) {
+    if (info.nextRetryTime != than.nextRetryTime) return info.nextRetryTime < than.nextRetryTime;
+    if (info.failureCount != than.failureCount) return info.failureCount < than.failureCount;
+    return info.isLocal && !than.isLocal;
+}
+
+}  // namespace
+
+NextCandidateSelector::NextCandidateSelector(std::shared_ptr<IFailedServices> failedServices,
+                                             std::shared_ptr<LibraryLogger::ILogger> logger, Sleeper sleeper)
+    : failedServices(std::move(failedServices)), logger(std::move(logger)), sleeper(std::move(sleeper)) {}
+
+void NextCandidateSelector::SetCandidates(std::list<std::shared_ptr<IService>> local,
+                                          std::list<std::shared_ptr<IService>> remote) {
+    localCandidates = std::move(local);
+    remoteCandidates = std::move(remote);
+}
+
+ServiceCandidate NextCandidateSelector::Next(const Cancellation::Token& token) {
+    SelectNext();
+    if (current.service) StartAttempt(token);
+    return current;
+}
+
+void NextCandidateSelector::SelectNext() {
+    if (current.service) MarkFailure();
+    ServiceCandidate best;
+    ServiceCandidate fallback;
+    FailureInfo fallbackInfo;
+    Scan(localCandidates, true, best, fallback, fallbackInfo);
+    if (!best.service) Scan(remoteCandidates, false, best, fallback, fallbackInfo);
+    current = best.service ? best : fallback;
+}
+
+void NextCandidateSelector::Scan(const std::list<std::shared_ptr<IService>>& list, bool isLocal,
+                                 ServiceCandidate& best, ServiceCandidate& fallback,
+                                 FailureInfo& fallbackInfo) const {
+    for (const std::shared_ptr<IService>& service : list) {
+        const std::string id = service->GetId();
+        if (triedIds.contains(id)) continue;
+        const FailureInfo info = failedServices->Get(id);
+        if (!info.failed) {
+            best = {service, isLocal};
+            return;
+        }
+        if (!fallback.service || IsBetterFallback(info, fallbackInfo)) {
+            fallback = {service, isLocal};
+            fallbackInfo = info;
+        }
+    }
+}
+
+void NextCandidateSelector::StartAttempt(const Cancellation::Token& token) {
+    const FailureInfo info = failedServices->Get(current.service->GetId());
+    if (!info.failed) return;
+    const TimePoint now = Platform::Clock().Now();
+    if (info.nextRetryTime <= now) return;
+    const std::int64_t waitMs = (info.nextRetryTime - now).count() / 10'000;
+    LibraryLogger::LogCall(logger, __FILE__, __LINE__,
+                           "Ombry::ClientCommunications::NextCandidateSelector::StartAttempt", 1, "Waiting ",
+                           waitMs, " milliseconds before trying to call ", current.service->GetEndpointUrl(),
+                           " again.");
+    if (!sleeper) throw BadFunctionCall();
+    sleeper(info.nextRetryTime, token);
+}
+
+void NextCandidateSelector::RetryCurrent(const Cancellation::Token& token) {
+    verifyHaveCurrentCandidate();
+    failedServices->RecordFailure(current.service->GetId(), current.isLocal);
+    StartAttempt(token);
+}
+
+void NextCandidateSelector::MarkFailure() {
+    verifyHaveCurrentCandidate();
+    const std::string id = current.service->GetId();
+    failedServices->RecordFailure(id, current.isLocal);
+    triedIds.insert(id);
+    current = ServiceCandidate();
+}
+
+void NextCandidateSelector::MarkSuccess() {
+    verifyHaveCurrentCandidate();
+    failedServices->Remove(current.service->GetId());
+    current = ServiceCandidate();
+}
+
+void NextCandidateSelector::ForgetPassedFailures() {
+    std::erase_if(triedIds, [this](const std::string& id) { return !failedServices->Get(id).failed; });
+}
+
+void NextCandidateSelector::verifyHaveCurrentCandidate() const {
+    if (current.service) return;
+    throw std::logic_error("NextCandidateSelector::verifyHaveCurrentCandidate: No candidate selected.");
+}
+
+}  // namespace Ombry::ClientCommunications

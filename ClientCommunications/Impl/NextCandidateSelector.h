@@ -1,0 +1,56 @@
+#pragma once
+
+#include <functional>
+#include <list>
+#include <set>
+
+#include "Cancellation/Token.h"
+#include "ClientCommunications/IFailedServices.h"
+#include "ClientCommunications/IServiceIteratePolicy.h"
+#include "LibraryLogger/ILogger.h"
+
+namespace Ombry::ClientCommunications {
+
+/// Picks the next server for one call, and is the one place where a call waits: when all it has left is a
+/// server that failed and is not due yet. One thread; lives as long as one call.
+class NextCandidateSelector {
+public:
+    using Sleeper = std::function<void(TimePoint, const Cancellation::Token&)>;
+
+    NextCandidateSelector(std::shared_ptr<IFailedServices> failedServices,
+                          std::shared_ptr<LibraryLogger::ILogger> logger, Sleeper sleeper);
+    virtual ~NextCandidateSelector() = default;
+
+    void SetCandidates(std::list<std::shared_ptr<IService>> local,
+                       std::list<std::shared_ptr<IService>> remote);
+
+    /// The candidate for the next attempt; empty if each has had its try. A candidate that is still current
+    /// has failed. Throws what the sleeper throws.
+    ServiceCandidate Next(const Cancellation::Token& token);
+
+    // These want a current candidate; `std::logic_error` without one.
+    /// It failed and is to be tried again, after its delay.
+    void RetryCurrent(const Cancellation::Token& token);
+    void MarkFailure();
+    void MarkSuccess();
+
+    /// Gives servers whose failure is forgotten another chance in this call.
+    void ForgetPassedFailures();
+
+private:
+    void SelectNext();
+    void Scan(const std::list<std::shared_ptr<IService>>& list, bool isLocal, ServiceCandidate& best,
+              ServiceCandidate& fallback, FailureInfo& fallbackInfo) const;
+    void StartAttempt(const Cancellation::Token& token);
+    void verifyHaveCurrentCandidate() const;
+
+    std::shared_ptr<IFailedServices> failedServices;
+    std::shared_ptr<LibraryLogger::ILogger> logger;
+    Sleeper sleeper;
+    std::list<std::shared_ptr<IService>> localCandidates;
+    std::list<std::shared_ptr<IService>> remoteCandidates;
+    std::set<std::string> triedIds;
+    ServiceCandidate current;
+};
+
+}  // namespace Ombry::ClientCommunications

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ClientCommunications/Impl/Service.h"
+
+namespace Ombry::Tests {
+
+/// A service of that id; its name is "name of ID", its namespace "namespace of ID", its URL
+/// "https://ID.example:8181".
+inline std::shared_ptr<ClientCommunications::IService> MakeService(const std::string& id) {
+    ClientCommunications::ServiceDto dto;
+    dto.id = id;
+    dto.serviceName = "name of " + id;
+    dto.serviceNamespace = "namespace of " + id;
+    dto.serviceHostname = id + ".example";
+    dto.endpointUrl = "https://" + id + ".example:8181";
+    return std::make_shared<ClientCommunications::Service>(dto);
+}
+
+inline std::list<std::shared_ptr<ClientCommunications::IService>> MakeServices(
+    const std::vector<std::string>& ids) {
+    std::list<std::shared_ptr<ClientCommunications::IService>> services;
+    for (const std::string& id : ids)
+        services.push_back(MakeService(id));
+    return services;
+}
+
+/// The ids of services, in their order.
+inline std::vector<std::string> Ids(
+    const std::list<std::shared_ptr<ClientCommunications::IService>>& services) {
+    std::vector<std::string> ids;
+    for (const auto& service : services)
+        ids.push_back(service->GetId());
+    return ids;
+}
+
+}  // namespace Ombry::Tests
