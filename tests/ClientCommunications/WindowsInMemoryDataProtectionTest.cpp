@@ -141,24 +141,27 @@ TEST_F(WindowsInMemoryDataProtectionTest, UnprotectTakesOffThePaddingOfEveryLeng
 }
 
 TEST_F(WindowsInMemoryDataProtectionTest, PaddingThatProtectCannotHaveMadeIsIncorrect) {
-    const auto failureFor = [&](const std::string& bytes) {
-        std::string data = Base64Encode(Flipped(bytes));
+    using Runs = std::vector<std::pair<std::size_t, char>>;
+    const auto failureFor = [&](const Runs& runs) {
+        std::string data;
+        for (const auto& [count, byte] : runs)
+            data.append(count, byte);
+        data = Base64Encode(Flipped(data));
         return FailureOf([&] { protection.Unprotect(data); });
     };
     const std::string incorrect = "Padding is incorrect after CryptUnprotectMemory.";
-    const std::string front(15, 'x');
 
-    EXPECT_EQ(failureFor(front + '\0'), incorrect);
-    EXPECT_EQ(failureFor(std::string(16, '\x11')), incorrect);
-    EXPECT_EQ(failureFor(std::string(32, '\x11')), incorrect);
-    EXPECT_EQ(failureFor(front + '\xff'), incorrect);
-    EXPECT_EQ(failureFor(front + '\x02'), incorrect);
-    EXPECT_EQ(failureFor(std::string(13, 'x') + '\x02' + '\x03' + '\x03'), incorrect);
-    EXPECT_EQ(failureFor('x' + std::string(15, '\x10')), incorrect);
+    EXPECT_EQ(failureFor({{15, 'x'}, {1, '\0'}}), incorrect);
+    EXPECT_EQ(failureFor({{16, '\x11'}}), incorrect);
+    EXPECT_EQ(failureFor({{32, '\x11'}}), incorrect);
+    EXPECT_EQ(failureFor({{15, 'x'}, {1, '\xff'}}), incorrect);
+    EXPECT_EQ(failureFor({{15, 'x'}, {1, '\x02'}}), incorrect);
+    EXPECT_EQ(failureFor({{13, 'x'}, {1, '\x02'}, {2, '\x03'}}), incorrect);
+    EXPECT_EQ(failureFor({{1, 'x'}, {15, '\x10'}}), incorrect);
     // The byte before the padding is not looked at.
-    EXPECT_EQ(failureFor(std::string(13, 'x') + '\x03' + '\x02' + '\x02'), "no failure");
-    EXPECT_EQ(failureFor(front + '\x01'), "no failure");
-    EXPECT_EQ(failureFor(std::string(16, '\x10')), "no failure");
+    EXPECT_EQ(failureFor({{13, 'x'}, {1, '\x03'}, {2, '\x02'}}), "no failure");
+    EXPECT_EQ(failureFor({{15, 'x'}, {1, '\x01'}}), "no failure");
+    EXPECT_EQ(failureFor({{16, '\x10'}}), "no failure");
 }
 
 TEST_F(WindowsInMemoryDataProtectionTest, PaddingLongerThanTheBytesIsIncorrect) {
