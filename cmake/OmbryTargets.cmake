@@ -23,16 +23,20 @@ endif()
 set(CMAKE_CXX_FLAGS_DEBUG "-O0 -g1")
 
 add_library(ombry_options INTERFACE)
-target_include_directories(ombry_options INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
-# Warnings are errors of the compiler that the project ships with; clang builds the fuzz targets alone.
-target_compile_options(ombry_options INTERFACE
+target_include_directories(ombry_options INTERFACE
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:include/ombry>)
+target_compile_features(ombry_options INTERFACE cxx_std_20)
+# The rest is how this tree is built, and no business of those who link the installed libraries. Warnings are errors of
+# the compiler that the project ships with; clang builds the fuzz targets alone.
+set(OMBRY_COMPILE_OPTIONS
     -Wall -Wextra -Wpedantic $<$<NOT:$<BOOL:${OMBRY_FUZZ}>>:-Werror> -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2
     # GCC 12 sees overlapping copies in the standard library's own string code once it optimises.
     $<$<AND:$<CXX_COMPILER_ID:GNU>,$<NOT:$<CONFIG:Debug>>>:-Wno-restrict>
     -fstack-protector-strong
     $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+target_compile_options(ombry_options INTERFACE "$<BUILD_INTERFACE:${OMBRY_COMPILE_OPTIONS}>")
 target_link_libraries(ombry_options INTERFACE Threads::Threads)
-target_link_options(ombry_options INTERFACE -Wl,-z,relro,-z,now)
+target_link_options(ombry_options INTERFACE "$<BUILD_INTERFACE:-Wl,-z,relro,-z,now>")
 
 if(OMBRY_SANITIZE)
     add_compile_options(-fsanitize=${OMBRY_SANITIZE} -fno-omit-frame-pointer -O1)
@@ -63,7 +67,8 @@ if(OMBRY_FUZZ)
     target_compile_options(ombry_rapidjson INTERFACE -fno-sanitize=pointer-overflow)
 endif()
 
-# A folder is a library, and the library is the folder: adding a source file needs no second entry.
+# A folder is a library, and the library is the folder: adding a source file needs no second entry. Its name for
+# others, in the tree as after an installation, is Ombry:: and the folder.
 function(ombry_library name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "EXCLUDE;PUBLIC;PRIVATE")
     file(GLOB sources CONFIGURE_DEPENDS RELATIVE ${CMAKE_CURRENT_SOURCE_DIR} "*.cpp" "Impl/*.cpp" "Linux/*.cpp")
@@ -77,4 +82,7 @@ function(ombry_library name)
         add_library(${name} INTERFACE)
         target_link_libraries(${name} INTERFACE ombry_options ${arg_PUBLIC})
     endif()
+    cmake_path(GET CMAKE_CURRENT_SOURCE_DIR FILENAME folder)
+    set_target_properties(${name} PROPERTIES EXPORT_NAME ${folder})
+    add_library(Ombry::${folder} ALIAS ${name})
 endfunction()

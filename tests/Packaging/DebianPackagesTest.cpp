@@ -1,0 +1,64 @@
+// Packs the build and looks at the packages as Debian's own tools see them.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/Fakes/TemporaryDirectory.h"
+#include "tests/Packaging/Programs.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+class DebianPackagesTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const ShellRun packed = Shell("cd " OMBRY_BUILD_DIR " && cpack -B " + directory.Path());
+        ASSERT_EQ(packed.exitCode, 0) << packed.output;
+    }
+
+    std::string Package(const std::string& name) const {
+        return directory.Path() + "/" + name + "_1.0.0_*.deb";
+    }
+
+    const TemporaryDirectory directory;
+};
+
+TEST_F(DebianPackagesTest, AreTwo_AndLintianFindsNothingInThem) {
+    EXPECT_EQ(Shell("ls " + directory.Path() + "/*.deb").Lines().size(), 2u);
+    const ShellRun checked = Shell("lintian --allow-root --fail-on error,warning " +
+                                   Package("ombry-sec-client-config") + " " + Package("libombry-dev"));
+    EXPECT_EQ(checked.exitCode, 0);
+    EXPECT_EQ(checked.output, "");
+}
+
+TEST_F(DebianPackagesTest, ToolNeedsItsSharedLibraries_AndBringsNoneOfTheDevelopersFiles) {
+    const std::string package = Package("ombry-sec-client-config");
+    const ShellRun depends = Shell("dpkg-deb -f " + package + " Depends");
+    EXPECT_THAT(depends.output, HasSubstr("libssl3"));
+    EXPECT_THAT(depends.output, HasSubstr("libc6"));
+    const ShellRun content = Shell("dpkg-deb -c " + package);
+    EXPECT_THAT(content.output, HasSubstr(" ./usr/bin/Ombry.SecClientConfig\n"));
+    EXPECT_THAT(content.output, HasSubstr(" ./usr/share/man/man1/Ombry.SecClientConfig.1.gz\n"));
+    EXPECT_THAT(content.output,
+                HasSubstr(" ./usr/share/bash-completion/completions/Ombry.SecClientConfig\n"));
+    EXPECT_THAT(content.output, Not(HasSubstr("/usr/include")));
+    EXPECT_THAT(content.output, Not(HasSubstr(".a\n")));
+}
+
+TEST_F(DebianPackagesTest, LibrariesNeedThoseThatTheirUsersLink_AndBringNoExecutable) {
+    const std::string package = Package("libombry-dev");
+    EXPECT_EQ(Shell("dpkg-deb -f " + package + " Depends").output, "libssl-dev (>= 3)\n");
+    const ShellRun content = Shell("dpkg-deb -c " + package);
+    EXPECT_THAT(content.output, HasSubstr("/usr/include/ombry/ClientCommunications/IServiceGateway.h\n"));
+    EXPECT_THAT(content.output, HasSubstr("/cmake/Ombry/OmbryConfig.cmake\n"));
+    EXPECT_THAT(content.output, HasSubstr("/libombry_client_communications.a\n"));
+    EXPECT_THAT(content.output, Not(HasSubstr("/usr/bin")));
+}
+
+}  // namespace
+}  // namespace Ombry::Tests

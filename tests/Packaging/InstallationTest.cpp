@@ -1,0 +1,96 @@
+// Installs the build into a folder of its own, as an administrator or a packager does.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/Fakes/TemporaryDirectory.h"
+#include "tests/Packaging/Programs.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class InstallationTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const ShellRun installed = Shell("cmake --install " OMBRY_BUILD_DIR " --prefix " + prefix);
+        ASSERT_EQ(installed.exitCode, 0) << installed.output;
+    }
+
+    ShellRun ConfigureConsumer(const std::string& version) {
+        return Shell("cmake -G Ninja -S " OMBRY_SOURCE_DIR "/tests/Packaging/Consumer -B " +
+                     (directory / "consumer") + " -DCMAKE_PREFIX_PATH=" + prefix +
+                     " -DWANTED_VERSION=" + version);
+    }
+
+    const TemporaryDirectory directory;
+    const std::string prefix = directory / "prefix";
+};
+
+TEST_F(InstallationTest, HoldsTheToolTheLibrariesAndTheirDocuments_AndNothingOfTheTests) {
+    const ShellRun found =
+        Shell("cd " + prefix + " && find . -type f -not -path './include/*' | LC_ALL=C sort");
+    std::vector<std::string> lines = found.Lines();
+    std::erase_if(lines, [](const std::string& line) { return line.find("/OmbryTargets") != line.npos; });
+    EXPECT_THAT(lines,
+                ElementsAre("./bin/Ombry.SecClientConfig", "./lib/cmake/Ombry/OmbryConfig.cmake",
+                            "./lib/cmake/Ombry/OmbryConfigVersion.cmake", "./lib/libombry_cancellation.a",
+                            "./lib/libombry_client_communications.a", "./lib/libombry_object_mapping.a",
+                            "./lib/libombry_platform.a", "./lib/libombry_zeph_core.a",
+                            "./share/bash-completion/completions/Ombry.SecClientConfig",
+                            "./share/doc/libombry-dev/changelog.gz", "./share/doc/libombry-dev/copyright",
+                            "./share/doc/ombry-sec-client-config/changelog.gz",
+                            "./share/doc/ombry-sec-client-config/copyright",
+                            "./share/man/man1/Ombry.SecClientConfig.1.gz"));
+}
+
+TEST_F(InstallationTest, HoldsThePublicHeadersOfEveryFolder_UnderTheNamesThatTheTreeIncludesThemBy) {
+    const std::string folders =
+        "Cancellation ClientCommunications LibraryLogger ObjectMapping OmbryZephCore Platform";
+    const ShellRun wanted =
+        Shell("cd " OMBRY_SOURCE_DIR " && find " + folders + " -maxdepth 1 -name '*.h' | LC_ALL=C sort");
+    const ShellRun found = Shell("cd " + prefix + "/include/ombry && find * -type f | LC_ALL=C sort");
+    EXPECT_EQ(found.output, wanted.output);
+    EXPECT_THAT(found.output, HasSubstr("ClientCommunications/IServiceGateway.h\n"));
+}
+
+TEST_F(InstallationTest, ToolRunsFromWhereItWasInstalled) {
+    const ShellRun run = Shell(prefix + "/bin/Ombry.SecClientConfig help help");
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_THAT(run.output, HasSubstr("Ombry.SecClientConfig help command\n"));
+}
+
+TEST_F(InstallationTest, ConsumerFindsThePackageBuildsAndRuns) {
+    const ShellRun configured = ConfigureConsumer("1.0");
+    ASSERT_EQ(configured.exitCode, 0) << configured.output;
+    const ShellRun built = Shell("cmake --build " + (directory / "consumer"));
+    ASSERT_EQ(built.exitCode, 0) << built.output;
+    const ShellRun run = Shell(directory / "consumer/consumer");
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.output,
+              "lines 1\n1970-01-01T00:00:00.0000005Z\nclock runs 1\ncancelled 1\n1 Sandbox\n"
+              "invalid stoul argument\n");
+}
+
+TEST_F(InstallationTest, ConsumerThatWantsAnotherMajorVersionIsRefused) {
+    const ShellRun configured = ConfigureConsumer("2.0");
+    EXPECT_NE(configured.exitCode, 0);
+    EXPECT_THAT(configured.output, HasSubstr("OmbryConfig.cmake, version: 1.0.0\n"));
+}
+
+TEST_F(InstallationTest, MovedInstallationStillServes) {
+    std::filesystem::rename(prefix, directory / "elsewhere");
+    const ShellRun configured =
+        Shell("cmake -G Ninja -S " OMBRY_SOURCE_DIR "/tests/Packaging/Consumer -B " +
+              (directory / "consumer") + " -DCMAKE_PREFIX_PATH=" + (directory / "elsewhere"));
+    EXPECT_EQ(configured.exitCode, 0) << configured.output;
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
