@@ -60,10 +60,22 @@ ValueOr<std::string> AliasOf(std::span<const std::uint8_t> name) {
     return Utf8(wide);
 }
 
+/// What a change may need on the disk: two copies of an entry, beside what is there.
+constexpr std::uint64_t ReservedSpace = 16384;
+
 class FolderStore : public ICertificateStore {
 public:
     FolderStore(std::string folder, Descriptor lock, StoreAccess access)
         : folder(std::move(folder)), lock(std::move(lock)), access(access) {}
+
+    /// Holds space for the changes to come: on a full disk a store cannot be opened for writing, rather than
+    /// lose an entry that is deleted before its successor is added.
+    Result Reserve() {
+        auto begun = Files().BeginReplace(PathOf(".reserve"), ReservedSpace, Durability::Unsynced);
+        if (!begun) return Result::Failure(begun.Error());
+        reserve = std::move(*begun);
+        return Result::Success();
+    }
 
     /// Reads all entries, in the order of their file names. What cannot be read or is no certificate is left
     /// out; hidden files are replacements under way.
@@ -160,9 +172,10 @@ private:
         return entry == entries.end() ? Result::Failure(EINVAL) : Result::Success();
     }
 
-    Result Write(const std::string& fileName, X509* certificate) const {
+    Result Write(const std::string& fileName, X509* certificate) {
         const std::string text = EncodePem(certificate);
         if (text.empty()) return Result::Failure(EIO);
+        reserve.reset();
         auto replacement = Files().BeginReplace(PathOf(fileName), text.size(), Durability::Synced);
         if (!replacement) return Result::Failure(replacement.Error());
         return (*replacement)->Complete(text);
@@ -171,7 +184,8 @@ private:
     const std::string folder;
     const Descriptor lock;
     const StoreAccess access;
-    Entries entries;  // ascending by file name
+    Entries entries;                            // ascending by file name
+    std::unique_ptr<IFileReplacement> reserve;  // given back to the first write
 };
 
 }  // namespace
@@ -187,6 +201,9 @@ ValueOr<std::unique_ptr<ICertificateStore>> OpenCertificateStore(const std::stri
     const int kind = access == StoreAccess::ReadWrite ? LOCK_EX : LOCK_SH;
     if (Retry([&] { return flock(lock.Number(), kind); }) != 0) return Result::Failure(errno);
     auto store = std::make_unique<FolderStore>(folder, std::move(lock), access);
+    if (access == StoreAccess::ReadWrite) {
+        if (const Result result = store->Reserve(); !result) return result;
+    }
     if (const Result result = store->Load(); !result) return result;
     return std::unique_ptr<ICertificateStore>(std::move(store));
 }

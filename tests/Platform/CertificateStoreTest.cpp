@@ -231,10 +231,11 @@ TEST_F(CertificateStoreTest, EqualCertificateIsReplacedAndLosesItsName) {
 }
 
 TEST_F(CertificateStoreTest, WhatIsNoCertificateIsNotAdded) {
-    const auto store = Open();
+    auto store = Open();
     const std::string bad = "bad";
     EXPECT_EQ(store->AddReplaceExisting(ContextOf(bad)).Error(), EINVAL);
     EXPECT_EQ(store->AddReplaceExisting(ContextOf(Der(1) + "x")).Error(), EINVAL);
+    store.reset();
     EXPECT_THAT(FileNames(), IsEmpty());
 }
 
@@ -418,10 +419,11 @@ TEST_F(CertificateStoreTest, EveryChangeIsAtomicAndOnTheDisk) {
     const Testing::Replace<IFiles> replacedFiles(files);
     Add(1, u"name");
     const std::string path = directory / (folder + "/" + FileNames()[0]);
-    EXPECT_THAT(files.Texts(),
-                ElementsAre("CreateDirectories " + directory / folder, "List " + directory / folder,
-                            "BeginReplace " + path + " Synced", "Complete " + path + " Synced",
-                            "BeginReplace " + path + " Synced", "Complete " + path + " Synced"));
+    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories " + directory / folder,
+                                           "BeginReplace " + directory / (folder + "/.reserve Unsynced"),
+                                           "List " + directory / folder, "BeginReplace " + path + " Synced",
+                                           "Complete " + path + " Synced", "BeginReplace " + path + " Synced",
+                                           "Complete " + path + " Synced"));
 }
 
 TEST_F(CertificateStoreTest, FailedWriteIsReportedAndLeavesEntryAndFileAsTheyWere) {
@@ -431,8 +433,8 @@ TEST_F(CertificateStoreTest, FailedWriteIsReportedAndLeavesEntryAndFileAsTheyWer
     for (const std::string operation : {"BeginReplace", "Complete"}) {
         FaultyFiles files;
         const Testing::Replace<IFiles> replacedFiles(files);
-        files.FailEvery(operation, ENOSPC);
         const auto store = Open();
+        files.FailEvery(operation, ENOSPC);
         const auto context = store->FindNext(nullptr);
         EXPECT_EQ(store->SetFriendlyName(context, Bytes(Name(u"new"))).Error(), ENOSPC);
         EXPECT_EQ(store->AddReplaceExisting(ContextOf(der)).Error(), ENOSPC);
@@ -443,6 +445,32 @@ TEST_F(CertificateStoreTest, FailedWriteIsReportedAndLeavesEntryAndFileAsTheyWer
     const auto store = Open(StoreAccess::ReadOnlyExisting);
     EXPECT_THAT(All(*store), ElementsAre(der));
     EXPECT_EQ(FriendlyName(*store, store->FindNext(nullptr)), Name(u"old"));
+}
+
+TEST_F(CertificateStoreTest, FullDiskFailsTheOpenForWritingSoThatNothingIsDeletedForNothing) {
+    Add(1, u"old");
+    SystemCalls calls;
+    calls.Fail("posix_fallocate", ENOSPC);
+    EXPECT_EQ(Certificates()
+                  .OpenStore(StoreLocation::LocalMachine, StoreAccess::ReadWrite, L"OmbrySecurity")
+                  .Error(),
+              ENOSPC);
+    EXPECT_THAT(All(*Open(StoreAccess::ReadOnlyExisting)), ElementsAre(Der(1)));
+}
+
+TEST_F(CertificateStoreTest, SpaceHeldForChangesIsGivenBackToTheFirstOfThem) {
+    const auto store = Open();
+    const auto held = [&] {
+        std::uintmax_t size = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(directory / folder)) {
+            if (entry.path().filename().string().starts_with('.')) size += entry.file_size();
+        }
+        return size;
+    };
+    EXPECT_EQ(held(), 16384u);
+    const std::string der = Der(1);
+    ASSERT_TRUE(store->AddReplaceExisting(ContextOf(der)));
+    EXPECT_EQ(held(), 0u);
 }
 
 TEST_F(CertificateStoreTest, FailedDeleteIsReportedAndKeepsTheEntry) {
