@@ -30,7 +30,9 @@ void HardenProcess() noexcept {
     const rlimit none{0, 0};
     setrlimit(RLIMIT_CORE, &none);
     prctl(PR_SET_DUMPABLE, 0);
+    // A reader that has gone and a file that grows past its limit are errors of the write that meets them.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 }  // namespace Ombry::Platform

@@ -48,6 +48,16 @@ TEST(HardenProcessTest, WritingToAPipeWithoutAReaderIsAnError) {
                    });
 }
 
+TEST(HardenProcessTest, WritingPastTheLimitOfFileSizesIsAnError) {
+    ExpectInAChild([] { std::signal(SIGXFSZ, SIG_DFL); },
+                   [] {
+                       const rlimit none{0, 0};
+                       const int file = open(".", O_TMPFILE | O_WRONLY, 0600);
+                       return setrlimit(RLIMIT_FSIZE, &none) == 0 && write(file, "x", 1) == -1 &&
+                              errno == EFBIG;
+                   });
+}
+
 TEST(HardenProcessTest, NoNewFileTakesThePlaceOfAClosedStandardStream) {
     for (int stream = 0; stream <= 2; ++stream) {
         ExpectInAChild([stream] { close(stream); },
