@@ -16,21 +16,28 @@ namespace Ombry::Tests {
 class PlainResponse : public ClientCommunications::IStringServiceResponse,
                       public ClientCommunications::IStreamServiceResponse {
 public:
-    PlainResponse(int status, std::string body) : status(status), body(std::move(body)) {}
+    PlainResponse(int status, std::string body, std::map<std::string, std::string> headers = {})
+        : status(status), body(std::move(body)), headers(std::move(headers)) {}
 
     int GetStatusCode() const override { return status; }
     std::shared_ptr<ClientCommunications::IService> GetService() const override { return nullptr; }
-    bool HasHeader(const std::string&) const override { return false; }
-    std::string GetHeader(const std::string&) const override {
-        throw std::out_of_range("invalid map<K, T> key");
+    bool HasHeader(const std::string& name) const override { return headers.contains(name); }
+    std::string GetHeader(const std::string& name) const override {
+        const auto found = headers.find(name);
+        if (found == headers.end()) throw std::out_of_range("invalid map<K, T> key");
+        return found->second;
     }
     void ForEachHeader(
-        std::function<void(const std::string& name, const std::string& value)>) const override {}
+        std::function<void(const std::string& name, const std::string& value)> callback) const override {
+        for (const auto& [name, value] : headers)
+            callback(name, value);
+    }
     std::string GetBody() const override { return body; }
 
 private:
     const int status;
     const std::string body;
+    const std::map<std::string, std::string> headers;
 };
 
 /// A gateway that answers as told, in order, and keeps what it was asked. For one thread.
@@ -43,10 +50,13 @@ public:
         std::string body;
         Cancellation::Token token;
         bool streamed = false;
+        Cancellation::Token requestToken;  ///< the request's own, made at the time of the call
+        Duration attemptTimeout{};
+        int maxRetries = 0;
     };
 
-    void Answer(int status, std::string body) {
-        answers.push_back([=] { return std::make_shared<PlainResponse>(status, body); });
+    void Answer(int status, std::string body, std::map<std::string, std::string> headers = {}) {
+        answers.push_back([=] { return std::make_shared<PlainResponse>(status, body, headers); });
     }
 
     template <class Exception>
@@ -70,7 +80,15 @@ public:
 private:
     std::shared_ptr<PlainResponse> Next(const ClientCommunications::IServiceRequest& request,
                                         Cancellation::Token token, bool streamed) {
-        Call call{request.GetMethod(), request.GetPath(), {}, {}, std::move(token), streamed};
+        Call call{request.GetMethod(),
+                  request.GetPath(),
+                  {},
+                  {},
+                  std::move(token),
+                  streamed,
+                  request.GetCancellationToken(),
+                  request.GetAttemptTimeout(),
+                  request.GetMaxRetries()};
         request.ForEachHeader(
             [&](const std::string& name, const std::string& value) { call.headers[name] = value; });
         if (const auto reader = request.GetBodyReader()) call.body = ReadAll(*reader);
