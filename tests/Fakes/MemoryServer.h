@@ -46,7 +46,8 @@ private:
         Connection& connection = connections[handle];
         if (!tls) {
             connection.pending += bytes;
-            if (!bytes.empty() && (bytes[0] < 'A' || bytes[0] > 'Z') && requests.empty()) {
+            if (connection.pending.empty()) return;
+            if (connection.pending[0] < 'A' || connection.pending[0] > 'Z') {
                 sockets.Deliver(handle, Response(400, ""));
                 sockets.CloseByPeer(handle);
                 return;
