@@ -43,10 +43,8 @@ ZephHttpClientSocketSyncConnection::~ZephHttpClientSocketSyncConnection() {
 }
 
 std::uint32_t ZephHttpClientSocketSyncConnection::Connect(const ZephSorrelConnectionParametersIf& params) {
-    m_SSLIO.Terminate();
-    m_Connector.Close();
-    m_SSLManager.reset();
-    CancelScheduledDisconnect();
+    // The whole stack: a stage that stayed up would answer for the new socket.
+    Disconnect();
     if (params.GetHost().empty()) return eRC_InvalidArgument;
     m_Parameters = params;
     const std::string bindAddress = m_Parameters.GetBindAddress();

@@ -3,6 +3,8 @@
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephSorrelTrivialSyncConnectionPool.h"
 
+#include <utility>
+
 namespace OmbryZephCore {
 namespace {
 
@@ -10,26 +12,23 @@ constexpr const char* DoRequestName = "OmbryZephCore::ZephSorrelSyncHttpClient_I
 
 }  // namespace
 
-/// Holds a connection for one request. On every way out an exchange that did not end well is cut off while
-/// the client still lives, since the stack holds pointers to it; then the connection goes back and the
-/// settings are reset.
+/// Guards one request and its connection. On every way out an exchange that did not end well is cut off while
+/// the client still lives, since the stack holds pointers to it; then the settings are reset and the
+/// connection goes back.
 class ZephSorrelSyncHttpClient_Impl::RequestScope {
 public:
-    explicit RequestScope(ZephSorrelSyncHttpClient_Impl& client) : m_Client(client) {
-        m_Client.m_Connection = m_Client.m_Pool->GetConnection(m_Client.m_Parameters);
-        m_Client.m_ResponseEnded = false;
-    }
+    explicit RequestScope(ZephSorrelSyncHttpClient_Impl& client) : m_Client(client) {}
     ~RequestScope() {
-        ZephSorrelSyncConnectionIf* const pConnection = m_Client.m_Connection;
-        if (!m_EndedWell) pConnection->Disconnect();
+        ZephSorrelSyncConnectionIf* const pConnection = std::exchange(m_Client.m_Connection, nullptr);
+        if (pConnection && !m_EndedWell) pConnection->Disconnect();
         m_Client.m_CloseAfterRequest = false;
         m_Client.m_TimeoutSeconds = DefaultTimeoutSeconds;
         m_Client.m_Token = Ombry::Cancellation::Token();
         m_Client.m_Reader = nullptr;
         m_Client.m_Writer = nullptr;
         m_Client.m_RequestHeaders.clear();
-        m_Client.m_Connection = nullptr;
-        m_Client.m_Pool->ReleaseConnection(pConnection);
+        m_Client.m_ReaderFailed = Ombry::Cancellation::Token();
+        if (pConnection) m_Client.m_Pool->ReleaseConnection(pConnection);
     }
     RequestScope(const RequestScope&) = delete;
     RequestScope& operator=(const RequestScope&) = delete;
@@ -70,6 +69,7 @@ std::string ZephSorrelSyncHttpClient_Impl::MakeUrl(const std::string& path) cons
 std::uint32_t ZephSorrelSyncHttpClient_Impl::DoRequest(const std::string& method, const std::string& path) {
     const std::string url = MakeUrl(path);
     RequestScope scope(*this);
+    m_Connection = m_Pool->GetConnection(m_Parameters);
     std::uint32_t nResult = m_Connection->EnsureConnected();
     bool bFirstTry = true;
     bool bChunked = false;
@@ -87,7 +87,8 @@ std::uint32_t ZephSorrelSyncHttpClient_Impl::DoRequest(const std::string& method
         nResult = Exchange(method, url, bChunked, nLength);
         if (m_CallerThrew) std::rethrow_exception(std::exchange(m_CallerThrew, nullptr));
         if (nResult == eRC_Success || nResult == eRC_HTTP_StatusFailure) {
-            scope.EndedWell();
+            // A response may end before its request does; the stack then still holds pointers to us.
+            if (m_RequestSent) scope.EndedWell();
             break;
         }
         // A connection that the server closed while it was idle shows only now. The body may have been
@@ -112,12 +113,21 @@ std::uint32_t ZephSorrelSyncHttpClient_Impl::Exchange(const std::string& method,
                                                       bool bChunked, std::uint32_t nLength) {
     Ombry::LibraryLogger::LogCall(m_Logger, __FILE__, __LINE__, DoRequestName, 1, "sending ", method, " to ",
                                   url);
+    m_RequestSent = false;
     m_ResponseEnded = false;
     const std::uint32_t nResult = m_Connection->GetHttpConnection().SendRequest(
         method.c_str(), url.c_str(), m_CloseAfterRequest, this, this, this, bChunked, nLength);
     if (nResult != eRC_Success) return nResult;
-    m_IOResult = m_Connection->GetSyncIOController().DoPendingIO(m_TimeoutSeconds, m_Token);
+    m_IOResult = m_Connection->GetSyncIOController().DoPendingIO(m_TimeoutSeconds, MakeExchangeToken());
     return JudgeExchange();
+}
+
+/// The caller's token; with a body, one that fires when the reader fails too: no answer will come to half a
+/// request, and nothing else would end the wait for it.
+Ombry::Cancellation::Token ZephSorrelSyncHttpClient_Impl::MakeExchangeToken() {
+    if (!m_Reader) return m_Token;
+    m_ReaderFailed = Ombry::Cancellation::CreateCancellable();
+    return Ombry::Cancellation::Link(m_Token, m_ReaderFailed);
 }
 
 std::uint32_t ZephSorrelSyncHttpClient_Impl::JudgeExchange() {
@@ -198,14 +208,18 @@ void ZephSorrelSyncHttpClient_Impl::OnRequestFailed() {
 void ZephSorrelSyncHttpClient_Impl::OnReadyForBody() {
     if (m_RequestResult != eRC_Success) return;
     ZephHttpClientConnectionIf& http = m_Connection->GetHttpConnection();
+    if (!m_Reader) {
+        m_RequestResult = http.EndBody();
+        return;
+    }
     std::uint32_t nBytes = m_BodyBuffer.GetLength();
     bool bMore = false;
-    if (m_Reader) {
-        m_RequestResult = CallOut([&] { bMore = m_Reader->Read(m_BodyBuffer.GetData(), &nBytes); });
-        if (m_RequestResult != eRC_Success) return;
+    m_RequestResult = CallOut([&] { bMore = m_Reader->Read(m_BodyBuffer.GetData(), &nBytes); });
+    if (m_RequestResult != eRC_Success) {
+        m_ReaderFailed.Cancel();
+    } else {
+        m_RequestResult = bMore ? http.WriteBody(nBytes, m_BodyBuffer.GetData()) : http.EndBody();
     }
-    // A reader that has more and gives nothing has no more: an empty chunk would end the body on the wire.
-    m_RequestResult = bMore && nBytes > 0 ? http.WriteBody(nBytes, m_BodyBuffer.GetData()) : http.EndBody();
 }
 
 void ZephSorrelSyncHttpClient_Impl::ExtractResponseHeaders(std::uint32_t nStatus) {

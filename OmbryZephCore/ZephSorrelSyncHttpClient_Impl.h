@@ -43,7 +43,7 @@ private:
     std::uint32_t OnCompleteResponse(std::uint32_t nStatus, const std::uint8_t* pData,
                                      std::uint32_t nBytes) override;
     void OnResponseFailed() override;
-    void OnRequestSent() override {}
+    void OnRequestSent() override { m_RequestSent = true; }
     void OnRequestFailed() override;
     void OnReadyForBody() override;
 
@@ -51,6 +51,7 @@ private:
     std::uint32_t PrepareBody(bool& bChunked, std::uint32_t& nLength);
     std::uint32_t Exchange(const std::string& method, const std::string& url, bool bChunked,
                            std::uint32_t nLength);
+    Ombry::Cancellation::Token MakeExchangeToken();
     std::uint32_t JudgeExchange();
     void ExtractResponseHeaders(std::uint32_t nStatus);
     template <class Call>
@@ -73,8 +74,11 @@ private:
     std::unique_ptr<ZephSorrelSyncConnectionPoolIf> m_OwnedPool;
     ZephSorrelSyncConnectionIf* m_Connection = nullptr;
     ZephIOBuffer m_BodyBuffer;
-    bool m_ResponseEnded = false;      // the exchange came to the end of a response
+    // Of the exchange at hand:
+    bool m_RequestSent = false;
+    bool m_ResponseEnded = false;
     std::exception_ptr m_CallerThrew;  // by the reader or the writer: passed on once the core is left
+    Ombry::Cancellation::Token m_ReaderFailed;  // only with a reader
 };
 
 }  // namespace OmbryZephCore

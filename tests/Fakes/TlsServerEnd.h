@@ -23,25 +23,30 @@ struct TlsServerRecipe {
     bool asksForClientCertificate = false;
 };
 
+inline std::shared_ptr<SSL_CTX> MakeTlsServerContext(const TlsServerRecipe& recipe) {
+    Platform::InitializeOpenSSL();
+    std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
+    SSL_CTX* c = context.get();
+    SSL_CTX_set_security_level(c, 0);
+    SSL_CTX_set_min_proto_version(c, recipe.version);
+    SSL_CTX_set_max_proto_version(c, recipe.version);
+    SSL_CTX_set_options(c, recipe.options);
+    SSL_CTX_set_dh_auto(c, 1);
+    if (SSL_CTX_set_cipher_list(c, recipe.ciphers.c_str()) != 1) throw std::runtime_error("ciphers");
+    if (recipe.certificate && (SSL_CTX_use_certificate(c, recipe.certificate.get()) != 1 ||
+                               SSL_CTX_use_PrivateKey(c, recipe.key.get()) != 1)) {
+        throw std::runtime_error("server certificate");
+    }
+    if (recipe.asksForClientCertificate) SSL_CTX_set_verify(c, SSL_VERIFY_PEER, nullptr);
+    return context;
+}
+
 /// The server end of a TLS session between two memory buffers, over the TLS library itself.
 class TlsServerEnd {
 public:
     explicit TlsServerEnd(const TlsServerRecipe& recipe) {
-        Platform::InitializeOpenSSL();
-        context.reset(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
-        SSL_CTX* c = context.get();
-        SSL_CTX_set_security_level(c, 0);
-        SSL_CTX_set_min_proto_version(c, recipe.version);
-        SSL_CTX_set_max_proto_version(c, recipe.version);
-        SSL_CTX_set_options(c, recipe.options);
-        SSL_CTX_set_dh_auto(c, 1);
-        if (SSL_CTX_set_cipher_list(c, recipe.ciphers.c_str()) != 1) throw std::runtime_error("ciphers");
-        if (recipe.certificate && (SSL_CTX_use_certificate(c, recipe.certificate.get()) != 1 ||
-                                   SSL_CTX_use_PrivateKey(c, recipe.key.get()) != 1)) {
-            throw std::runtime_error("server certificate");
-        }
-        if (recipe.asksForClientCertificate) SSL_CTX_set_verify(c, SSL_VERIFY_PEER, nullptr);
-        session.reset(SSL_new(c), SSL_free);
+        context = MakeTlsServerContext(recipe);
+        session.reset(SSL_new(context.get()), SSL_free);
         input = BIO_new(BIO_s_mem());
         output = BIO_new(BIO_s_mem());
         SSL_set_bio(session.get(), input, output);

@@ -1,0 +1,45 @@
+#include "tests/Fakes/AllocationCount.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#include <sanitizer/allocator_interface.h>
+#else
+#include <cstdlib>
+#include <new>
+#endif
+
+namespace Ombry::Tests {
+namespace {
+
+thread_local std::size_t allocations = 0;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+// The sanitizers have operators of their own, which check more than ours would: only listen there.
+[[maybe_unused]] const int installed = __sanitizer_install_malloc_and_free_hooks(
+    [](const volatile void*, std::size_t) { ++allocations; }, [](const volatile void*) {});
+#endif
+
+}  // namespace
+
+std::size_t AllocationsOfThisThread() {
+    return allocations;
+}
+
+}  // namespace Ombry::Tests
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+
+void* operator new(std::size_t size) {
+    ++Ombry::Tests::allocations;
+    if (void* const memory = std::malloc(size != 0 ? size : 1)) return memory;
+    throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+#endif

@@ -1,0 +1,419 @@
+#include "OmbryZephCore/ZephHttpClientSocketSyncConnection.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+
+#include "OmbryZephCore/ZephSSLManagerProvider.h"
+#include "tests/Fakes/FakeSSLConnection.h"
+#include "tests/Fakes/RecordingLogger.h"
+#include "tests/Fakes/ScriptedSockets.h"
+#include "tests/OmbryZephCore/HttpConnectionFixture.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace OmbryZephCore;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/// Engines of a fake, with a journal of what the assembly asks of their managers.
+class EngineProvider : public ZephSSLManagerProviderIf {
+public:
+    std::unique_ptr<ZephSSLInitializableManagerIf> MakeManager(const std::shared_ptr<LibraryLogger::ILogger>&,
+                                                               bool bVerbose) override {
+        class Manager : public ZephSSLInitializableManagerIf {
+        public:
+            explicit Manager(EngineProvider& provider) : provider(provider) {}
+            ~Manager() override { provider.journal.push_back("manager deleted"); }
+            std::uint32_t Initialize(const std::string& targetName, bool bManualValidation,
+                                     const ZephCertificateValidator& validator) override {
+                provider.journal.push_back("Initialize " + targetName +
+                                           (bManualValidation ? " manual" : " platform") +
+                                           (validator ? " pinned" : ""));
+                return 0;
+            }
+            ZephSSLConnectionIf* GetConnection() override {
+                provider.journal.push_back("GetConnection");
+                return provider.engine;
+            }
+            void ReleaseConnection(ZephSSLConnectionIf* pEngine) override {
+                provider.journal.push_back(pEngine == provider.engine ? "ReleaseConnection" : "release?");
+            }
+
+        private:
+            EngineProvider& provider;
+        };
+        journal.push_back(bVerbose ? "make verbose" : "make");
+        return std::make_unique<Manager>(*this);
+    }
+
+    std::vector<std::string> journal;
+    ZephSSLConnectionIf* engine = nullptr;
+};
+
+class ZephHttpClientSocketSyncConnectionTest : public ::testing::Test {
+protected:
+    // Whoever waits for an answer must outlive the stack.
+    ~ZephHttpClientSocketSyncConnectionTest() override { connection.reset(); }
+
+    static ZephSorrelConnectionParameters Params(const std::string& host = "host", std::uint16_t nPort = 80) {
+        return ZephSorrelConnectionParameters(host, nPort);
+    }
+    static ZephSorrelConnectionParameters Secure() { return Params().SetUseSSL(true); }
+
+    /// Sends a GET and runs until nothing is pending.
+    std::uint32_t Get() {
+        ZephHttpClientConnection& http = connection->GetHttpConnection();
+        const std::uint32_t nResult =
+            http.SendRequest("GET", "/", false, &exchange, &exchange, nullptr, false, 0);
+        if (nResult != 0) return nResult;
+        return connection->GetSyncIOController().DoPendingIO(15, Cancellation::Token());
+    }
+
+    void AnswerWith(const std::string& response) {
+        sockets.OnSend([this, response](ScriptedSockets::Handle handle, const std::string&) {
+            sockets.Deliver(handle, response);
+        });
+    }
+
+    /// The value of the Host header of the first request, to this host.
+    std::string HostHeaderFor(const std::string& host, std::uint16_t nPort) {
+        EXPECT_EQ(connection->Connect(Params(host, nPort)), 0u);
+        const ScriptedSockets::Handle handle = next++;
+        AnswerWith("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+        EXPECT_EQ(Get(), 0u);
+        const std::string sent = sockets.Sent(handle);
+        const std::size_t begin = sent.find("Host: ") + 6;
+        return sent.substr(begin, sent.find("\r\n", begin) - begin);
+    }
+
+    ScriptedSockets sockets;
+    FakeSSLConnection engine;
+    EngineProvider provider;
+    Platform::Testing::Replace<Platform::ISockets> replacedSockets{sockets};
+    Platform::Testing::Replace<ZephSSLManagerProviderIf> replacedProvider{provider};
+    std::shared_ptr<RecordingLogger> logger = std::make_shared<RecordingLogger>();
+    std::optional<ZephHttpClientSocketSyncConnection> connection{std::in_place, logger, false};
+    ScriptedSockets::Handle next = 100;
+    std::vector<std::string> log;
+    RecordingExchange exchange{log, connection->GetHttpConnection()};
+};
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, BeginsDown) {
+    EXPECT_FALSE(connection->IsConnected());
+    EXPECT_FALSE(connection->GetHttpConnection().IsOpen());
+    connection->Disconnect();
+    connection->Disconnect();
+    EXPECT_EQ(sockets.Calls().size(), 0u);
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, ConnectsAndCarriesAnExchange) {
+    EXPECT_EQ(connection->Connect(Params()), 0u);
+    EXPECT_TRUE(connection->IsConnected());
+    AnswerWith("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
+    EXPECT_EQ(Get(), 0u);
+    EXPECT_THAT(log, ElementsAre("RequestSent", "Complete 200 ok"));
+    EXPECT_EQ(sockets.Sent(100), "GET / HTTP/1.1\r\nHost: host:80\r\nContent-Length: 0\r\n\r\n");
+    EXPECT_TRUE(connection->IsConnected());
+    EXPECT_FALSE(connection->GetSyncIOController().HasPendingIO()) << "idle means that nothing is pending";
+    EXPECT_THAT(provider.journal, IsEmpty()) << "a plain connection never asks for an engine";
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, AnEmptyHostIsAnInvalidArgumentThatTakesTheStackDown) {
+    EXPECT_EQ(connection->Connect(Params()), 0u);
+    EXPECT_EQ(connection->Connect(Params("")), 5u);
+    EXPECT_FALSE(connection->IsConnected());
+    EXPECT_EQ(sockets.OpenSockets(), 0u);
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, ResultsOfTheConnectorAreItsResults) {
+    sockets.FailNthCall("GetAddressInfo", 1, -2);
+    EXPECT_EQ(connection->Connect(Params()), 14u);
+    sockets.FailNthCall("Connect", 1, 111);
+    EXPECT_EQ(connection->Connect(Params()), 1u);
+    EXPECT_FALSE(connection->IsConnected());
+    EXPECT_EQ(sockets.OpenSockets(), 0u);
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, TheConnectTimeOutAndTheBindAddressReachTheConnector) {
+    ZephSorrelConnectionParameters params = Params();
+    params.SetConnectTimeout(7).SetBindAddress("192.0.2.9").SetBindPort(4711);
+    EXPECT_EQ(connection->Connect(params), 0u);
+    EXPECT_THAT(sockets.Calls(), Contains("Bind(100, 192.0.2.9:4711)"));
+    EXPECT_THAT(sockets.Calls(), Contains("Select(-, {100}, {100}, 7000)"));
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, WithoutABindAddressNothingIsBound) {
+    EXPECT_EQ(connection->Connect(Params()), 0u);
+    EXPECT_EQ(sockets.CallsOf("Bind"), 0u);
+    EXPECT_THAT(sockets.Calls(), Contains("Select(-, {100}, {100}, 3000)"));
+}
+
+struct HostCase {
+    const char* host;
+    std::uint16_t nPort;
+    const char* value;
+};
+
+class ZephHttpClientSocketSyncConnectionHostTest : public ZephHttpClientSocketSyncConnectionTest,
+                                                   public ::testing::WithParamInterface<HostCase> {};
+
+TEST_P(ZephHttpClientSocketSyncConnectionHostTest, IsWrittenWithItsPortAndWithoutAZone) {
+    EXPECT_EQ(HostHeaderFor(GetParam().host, GetParam().nPort), GetParam().value);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, ZephHttpClientSocketSyncConnectionHostTest,
+    ::testing::Values(HostCase{"host", 80, "host:80"}, HostCase{"host", 443, "host:443"},
+                      HostCase{"host", 0, "host:0"}, HostCase{"host", 65535, "host:65535"},
+                      HostCase{"192.0.2.1", 8080, "192.0.2.1:8080"}, HostCase{"::1", 80, "[::1]:80"},
+                      HostCase{"[::1]", 80, "[::1]:80"}, HostCase{"fe80::1%eth0", 80, "[fe80::1]:80"},
+                      HostCase{"[fe80::1%eth0]", 80, "[fe80::1]:80"},
+                      HostCase{"fe80::1%a%b", 80, "[fe80::1%a]:80"}, HostCase{"a%b", 80, "a%b:80"},
+                      HostCase{"a:b]%c]d", 80, "[a:b]]:80"}, HostCase{"[a]%b", 80, "[a]%b:80"}));
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, DisconnectLeavesNothingOpenPendingOrRegistered) {
+    EXPECT_EQ(connection->Connect(Params()), 0u);
+    connection->GetHttpConnection().SendRequest("GET", "/", false, &exchange, &exchange, nullptr, false, 0);
+    EXPECT_TRUE(connection->GetSyncIOController().HasPendingIO());
+    connection->Disconnect();
+    EXPECT_FALSE(connection->IsConnected());
+    EXPECT_FALSE(connection->GetHttpConnection().IsOpen());
+    EXPECT_FALSE(connection->GetSyncIOController().HasPendingIO());
+    EXPECT_EQ(sockets.OpenSockets(), 0u);
+    EXPECT_THAT(log, ElementsAre("RequestSent", "ResponseFailed"));
+    EXPECT_EQ(connection->GetSyncIOController().DoPendingIO(1, Cancellation::Token()), 0u);
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, ASecondConnectReplacesAStackWithAnExchangeUnderWay) {
+    EXPECT_EQ(connection->Connect(Params()), 0u);
+    connection->GetHttpConnection().SendRequest("GET", "/", false, &exchange, &exchange, nullptr, false, 0);
+    EXPECT_EQ(connection->Connect(Params("other")), 0u);
+    EXPECT_THAT(log, ElementsAre("RequestSent", "ResponseFailed"));
+    EXPECT_FALSE(sockets.IsOpen(100));
+    EXPECT_FALSE(connection->GetSyncIOController().HasPendingIO());
+    log.clear();
+    AnswerWith("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
+    EXPECT_EQ(Get(), 0u);
+    EXPECT_THAT(log, ElementsAre("RequestSent", "Complete 200 ok"));
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, ANewSocketWithTheNumberOfTheOldIsServed) {
+    for (int i = 0; i < 3; ++i) {
+        sockets.SetNextHandle(100);
+        EXPECT_EQ(connection->Connect(Params()), 0u);
+        log.clear();
+        AnswerWith("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
+        EXPECT_EQ(Get(), 0u);
+        EXPECT_THAT(log, ElementsAre("RequestSent", "Complete 200 ok"));
+        connection->Disconnect();
+    }
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, AFailureTakesTheStackDownFromATaskAndNotFromTheCompletion) {
+    EXPECT_EQ(connection->Connect(Params()), 0u);
+    bool connectedInside = false;
+    sockets.OnSend([this](ScriptedSockets::Handle handle, const std::string&) {
+        sockets.Deliver(handle, "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n1");
+    });
+    exchange.failing = "Complete";
+    exchange.onEnded = [&] { connectedInside = connection->IsConnected(); };
+    EXPECT_EQ(Get(), 0u);
+    EXPECT_TRUE(connectedInside);
+    EXPECT_FALSE(connection->IsConnected()) << "down when the wait is over";
+    EXPECT_EQ(sockets.OpenSockets(), 0u);
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, AResetFailsTheExchangeAndTakesTheStackDown) {
+    EXPECT_EQ(connection->Connect(Params()), 0u);
+    sockets.Break(100, 104);
+    EXPECT_EQ(Get(), 0u);
+    EXPECT_THAT(log, ElementsAre("RequestFailed", "ResponseFailed"));
+    EXPECT_FALSE(connection->IsConnected());
+    EXPECT_EQ(sockets.OpenSockets(), 0u);
+    EXPECT_EQ(connection->Connect(Params()), 0u);
+    EXPECT_TRUE(connection->IsConnected());
+}
+
+// --- TLS ---
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, ASecureConnectionStartsTlsInsideConnectAndSendsThroughIt) {
+    provider.engine = &engine;
+    engine.output = "client hello";
+    EXPECT_EQ(connection->Connect(Secure()), 0u);
+    EXPECT_THAT(provider.journal, ElementsAre("make", "Initialize host platform", "GetConnection"));
+    EXPECT_TRUE(connection->IsConnected());
+    EXPECT_EQ(sockets.Sent(100), "") << "nothing moves before the wait";
+    sockets.OnSend([this](ScriptedSockets::Handle handle, const std::string&) {
+        sockets.Deliver(handle, "ciphertext");
+        engine.plaintext = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
+    });
+    EXPECT_EQ(Get(), 0u);
+    EXPECT_EQ(sockets.Sent(100), "client hello");
+    EXPECT_EQ(engine.written, "GET / HTTP/1.1\r\nHost: host:80\r\nContent-Length: 0\r\n\r\n");
+    EXPECT_THAT(log, ElementsAre("RequestSent", "Complete 200 ok"));
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, EachConnectMakesAManagerAnewAndEachDisconnectDeletesIt) {
+    provider.engine = &engine;
+    EXPECT_EQ(connection->Connect(Secure()), 0u);
+    EXPECT_EQ(connection->Connect(Secure()), 0u);
+    connection->Disconnect();
+    EXPECT_THAT(provider.journal,
+                ElementsAre("make", "Initialize host platform", "GetConnection", "ReleaseConnection",
+                            "manager deleted", "make", "Initialize host platform", "GetConnection",
+                            "ReleaseConnection", "manager deleted"));
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, ItsEndGivesTheEngineBackBeforeItsManagerGoes) {
+    provider.engine = &engine;
+    EXPECT_EQ(connection->Connect(Secure()), 0u);
+    provider.journal.clear();
+    connection.reset();
+    EXPECT_THAT(provider.journal, ElementsAre("ReleaseConnection", "manager deleted"));
+    EXPECT_EQ(sockets.OpenSockets(), 0u);
+}
+
+struct RuleCase {
+    std::int32_t nMode;
+    const char* line;
+};
+
+class ZephHttpClientSocketSyncConnectionRuleTest : public ZephHttpClientSocketSyncConnectionTest,
+                                                   public ::testing::WithParamInterface<RuleCase> {};
+
+TEST_P(ZephHttpClientSocketSyncConnectionRuleTest, ReachesTheEngine) {
+    provider.engine = &engine;
+    EXPECT_EQ(connection->Connect(Secure().SetCertificateValidation({GetParam().nMode, "AAAA"})), 0u);
+    EXPECT_EQ(provider.journal[1], GetParam().line);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ZephHttpClientSocketSyncConnectionRuleTest,
+                         ::testing::Values(RuleCase{0, "Initialize host manual"},
+                                           RuleCase{1, "Initialize host platform"},
+                                           RuleCase{2, "Initialize host manual pinned"}));
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, WithoutAnEngineConnectSucceedsAndTheExchangeFails) {
+    EXPECT_EQ(connection->Connect(Secure()), 0u) << "the result of the start of TLS is not looked at";
+    EXPECT_TRUE(connection->IsConnected());
+    EXPECT_EQ(Get(), 0u);
+    EXPECT_THAT(log, ElementsAre("RequestSent", "ResponseFailed"));
+    EXPECT_EQ(sockets.Sent(100), "") << "nothing travels in clear text";
+    EXPECT_FALSE(connection->IsConnected()) << "the task that was scheduled took the stack down";
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, AConnectCancelsTheTaskThatWouldTakeTheStackDown) {
+    EXPECT_EQ(connection->Connect(Secure()), 0u);
+    EXPECT_TRUE(connection->GetSyncIOController().HasPendingIO()) << "TLS failed and asks to go down";
+    provider.engine = &engine;
+    EXPECT_EQ(connection->Connect(Secure()), 0u);
+    EXPECT_EQ(connection->GetSyncIOController().HasPendingIO(), false);
+    EXPECT_TRUE(connection->IsConnected());
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, ADisconnectCancelsTheTaskThatWouldTakeTheStackDown) {
+    EXPECT_EQ(connection->Connect(Secure()), 0u);
+    connection->Disconnect();
+    EXPECT_FALSE(connection->GetSyncIOController().HasPendingIO());
+    EXPECT_EQ(connection->Connect(Params()), 0u);
+    EXPECT_EQ(connection->GetSyncIOController().DoPendingIO(15, Cancellation::Token()), 0u);
+    EXPECT_TRUE(connection->IsConnected());
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, TwoFatalErrorsScheduleOneTask) {
+    connection.emplace(logger, true);
+    EXPECT_EQ(connection->Connect(Secure()), 0u);
+    RecordingExchange second(log, connection->GetHttpConnection());
+    connection->GetHttpConnection().SendRequest("GET", "/", false, &second, &second, nullptr, false, 0);
+    EXPECT_EQ(connection->GetSyncIOController().DoPendingIO(15, Cancellation::Token()), 0u);
+    const auto messages = logger->Messages(0);
+    EXPECT_EQ(std::count_if(messages.begin(), messages.end(),
+                            [](const std::string& m) { return m.starts_with("Dispatching user task"); }),
+              1);
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, AfterTlsEndedNothingTravelsInClearText) {
+    provider.engine = &engine;
+    EXPECT_EQ(connection->Connect(Secure()), 0u);
+    engine.shuttingDown = true;
+    engine.shutdownComplete = true;
+    engine.shutdownResults = {1, 1};
+    sockets.Deliver(100, "close alert");
+    EXPECT_EQ(Get(), 11u);
+    EXPECT_EQ(sockets.Sent(100), "");
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, AnUpgradeToTlsStartsTheEngineOnThePlainConnection) {
+    provider.engine = &engine;
+    EXPECT_EQ(connection->Connect(Params()), 0u);
+    AnswerWith("HTTP/1.1 101 Switching\r\nUpgrade: TLS/1.0\r\n\r\n");
+    sockets.OnIdle([this](std::int64_t) { sockets.CloseByPeer(100); });
+    EXPECT_EQ(Get(), 0u);
+    EXPECT_THAT(provider.journal, Contains("GetConnection"));
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, AChangeToAnotherProtocolStopsTlsAndWaitsForThePeer) {
+    provider.engine = &engine;
+    EXPECT_EQ(connection->Connect(Secure()), 0u);
+    engine.output = "hello";
+    engine.wants = true;
+    sockets.OnSend([this](ScriptedSockets::Handle handle, const std::string&) {
+        sockets.OnSend(nullptr);
+        sockets.Deliver(handle, "ciphertext");
+        engine.plaintext = "HTTP/1.1 101 Switching\r\nUpgrade: other\r\n\r\n";
+    });
+    sockets.OnIdle([this](std::int64_t) { sockets.CloseByPeer(100); });
+    EXPECT_EQ(Get(), 0u);
+    EXPECT_THAT(engine.waits, Contains(true));
+    EXPECT_FALSE(connection->IsConnected());
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, VerbosityReachesTheStagesAndTheEngine) {
+    provider.engine = &engine;
+    connection.emplace(logger, true);
+    EXPECT_EQ(connection->Connect(Secure()), 0u);
+    EXPECT_EQ(provider.journal.front(), "make verbose");
+    EXPECT_THAT(engine.verbose, Contains(true));
+    const auto messages = logger->Messages(0);
+    EXPECT_THAT(messages, Contains("Initialization succeeded.  sessionid = 0")) << "the TLS stage";
+    connection->GetHttpConnection().SendRequest("GET", "/", false, nullptr, nullptr, nullptr, false, 0);
+    EXPECT_THAT(logger->Messages(0), Contains(::testing::StartsWith("Scheduling user task")))
+        << "the reactor";
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, AnAllocationThatFailsTakesEverythingBackDown) {
+    {
+        const ReplacedAllocator refused(&RefuseEveryAllocation);
+        EXPECT_EQ(connection->Connect(Params()), 3u);
+    }
+    EXPECT_FALSE(connection->IsConnected());
+    EXPECT_EQ(sockets.OpenSockets(), 0u);
+    sockets.SetNextHandle(100);
+    EXPECT_EQ(connection->Connect(Params()), 0u) << "the number of the closed socket is free again";
+    EXPECT_TRUE(connection->IsConnected());
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, AnyFailingSocketCallLeavesAStackThatConnectsAgain) {
+    for (std::size_t n = 1; n < 25; ++n) {
+        sockets.ClearCalls();
+        log.clear();
+        sockets.FailNthCall(n, 5);
+        if (connection->Connect(Params()) == 0) {
+            AnswerWith("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
+            Get();
+            sockets.OnSend(nullptr);
+        }
+        connection->Disconnect();
+        EXPECT_EQ(sockets.OpenSockets(), 0u) << n;
+        EXPECT_FALSE(connection->GetSyncIOController().HasPendingIO()) << n;
+        sockets.ClearCalls();
+        EXPECT_EQ(connection->Connect(Params()), 0u) << n;
+        connection->Disconnect();
+    }
+}
+
+}  // namespace
+}  // namespace Ombry::Tests

@@ -1,0 +1,621 @@
+#include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <stdexcept>
+
+#include "tests/Fakes/FakeSyncConnection.h"
+#include "tests/Fakes/RecordingLogger.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace OmbryZephCore;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Pair;
+using Calls = std::vector<std::string>;
+
+class Reader : public ZephSyncDataReaderIf {
+public:
+    explicit Reader(std::string text, bool lengthKnown = true)
+        : text(std::move(text)), lengthKnown(lengthKnown) {}
+    bool HasData() override { return hasData; }
+    std::uint32_t GetLength() override {
+        position = 0;
+        return lengthKnown ? static_cast<std::uint32_t>(text.size()) : 0;
+    }
+    bool Read(std::uint8_t* pBuffer, std::uint32_t* pnBytes) override {
+        rooms.push_back(*pnBytes);
+        if (onRead) onRead();
+        *pnBytes = static_cast<std::uint32_t>(std::min<std::size_t>(*pnBytes, text.size() - position));
+        std::copy_n(text.begin() + static_cast<std::ptrdiff_t>(position), *pnBytes, pBuffer);
+        position += *pnBytes;
+        return *pnBytes != 0;
+    }
+
+    std::string text;
+    bool lengthKnown;
+    bool hasData = true;
+    std::size_t position = 0;
+    std::vector<std::uint32_t> rooms;
+    std::function<void()> onRead;
+};
+
+class Writer : public ZephSyncDataWriterIf {
+public:
+    void Begin() override { Note("Begin"); }
+    void Write(const std::uint8_t* pData, std::uint32_t nBytes) override {
+        Note("Write " + std::string(reinterpret_cast<const char*>(pData), nBytes));
+    }
+    void End() override { Note("End"); }
+
+    Calls calls;
+    std::string throwsAt;
+
+private:
+    void Note(const std::string& text) {
+        calls.push_back(text);
+        if (!throwsAt.empty() && text.starts_with(throwsAt)) throw std::runtime_error("of the caller");
+    }
+};
+
+class ZephSorrelSyncHttpClientTest : public ::testing::Test {
+protected:
+    /// Plays the sending of a body, which ends when the client does not write any more, and an answer.
+    static FakeSyncConnection::Exchange AskForBody(int nPieces, std::uint32_t nStatus = 200) {
+        return [=](FakeSyncConnection& http) {
+            for (int i = 0; i < nPieces; ++i)
+                http.body->OnReadyForBody();
+            return FakeSyncConnection::Answer(nStatus)(http);
+        };
+    }
+
+    std::map<std::string, std::string> ResponseHeaders() const {
+        std::map<std::string, std::string> headers;
+        client.ForEachResponseHeader(
+            [&](const std::string& name, const std::string& value) { headers[name] = value; });
+        return headers;
+    }
+
+    std::shared_ptr<RecordingLogger> logger = std::make_shared<RecordingLogger>();
+    FakeSyncConnection world;
+    ZephSorrelSyncHttpClient client{logger, false, ZephSorrelConnectionParameters("host", 8080), &world};
+};
+
+TEST_F(ZephSorrelSyncHttpClientTest, AGetTakesTheStepsInOrder) {
+    world.exchanges = {FakeSyncConnection::Answer(200)};
+    client.SetHeader("B", "2");
+    client.SetHeader("A", "1");
+    EXPECT_EQ(client.DoRequest("GET", "/path"), 0u);
+    EXPECT_THAT(world.calls,
+                ElementsAre("GetConnection", "EnsureConnected", "AddHeader A: 1", "AddHeader B: 2",
+                            "SendRequest GET /path 0", "DoPendingIO", "ReleaseConnection"));
+    EXPECT_EQ(world.asked.GetHost(), "host");
+    EXPECT_EQ(world.asked.GetPort(), 8080);
+    EXPECT_THAT(logger->Messages(), ElementsAre("sending GET to /path", "Got HTTP response code 200"));
+    EXPECT_EQ(logger->Messages(1).size(), 2u);
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AHeaderOfTheSameNameIsReplaced) {
+    client.SetHeader("A", "1");
+    client.SetHeader("A", "2");
+    world.exchanges = {FakeSyncConnection::Answer(200)};
+    client.DoRequest("GET", "/");
+    EXPECT_EQ(world.calls[2], "AddHeader A: 2");
+    EXPECT_EQ(world.calls[3], "SendRequest GET / 0");
+}
+
+struct UrlCase {
+    const char* base;
+    const char* path;
+    const char* url;
+};
+
+class ZephSorrelSyncHttpClientUrlTest : public ::testing::TestWithParam<UrlCase> {};
+
+TEST_P(ZephSorrelSyncHttpClientUrlTest, JoinsBaseAndPath) {
+    FakeSyncConnection world;
+    world.exchanges = {FakeSyncConnection::Answer(200)};
+    ZephSorrelSyncHttpClient client(nullptr, false, ZephSorrelConnectionParameters("h", 1), &world);
+    client.SetBasePath(GetParam().base);
+    client.DoRequest("GET", GetParam().path);
+    EXPECT_EQ(world.calls[2], std::string("SendRequest GET ") + GetParam().url + " 0")
+        << GetParam().base << " + " << GetParam().path;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, ZephSorrelSyncHttpClientUrlTest,
+    ::testing::Values(UrlCase{"", "/a", "/a"}, UrlCase{"", "a", "/a"}, UrlCase{"/", "/a", "/a"},
+                      UrlCase{"/", "", ""}, UrlCase{"", "", ""}, UrlCase{"/base", "/a", "/base/a"},
+                      UrlCase{"/base", "a", "/base/a"}, UrlCase{"/base", "", "/base"},
+                      UrlCase{"base", "a", "/base/a"}, UrlCase{"/base/", "/a", "/base/a"},
+                      UrlCase{"/base//", "/a", "/base//a"}, UrlCase{"/base/", "", "/base"},
+                      UrlCase{"//", "a", "//a"}, UrlCase{"base/", "?q", "/base/?q"}));
+
+TEST_F(ZephSorrelSyncHttpClientTest, TheBasePathStaysForTheNextRequest) {
+    client.SetBasePath("/base");
+    client.DoRequest("GET", "a");
+    client.DoRequest("GET", "b");
+    EXPECT_THAT(world.calls, ::testing::Contains("SendRequest GET /base/b 0"));
+}
+
+struct StatusCase {
+    std::uint32_t nStatus;
+    std::uint32_t nResult;
+};
+
+class ZephSorrelSyncHttpClientStatusTest : public ::testing::TestWithParam<StatusCase> {};
+
+TEST_P(ZephSorrelSyncHttpClientStatusTest, DecidesTheResultAndIsNeverRetried) {
+    FakeSyncConnection world;
+    world.exchanges = {FakeSyncConnection::Answer(GetParam().nStatus, "text")};
+    Writer writer;
+    ZephSorrelSyncHttpClient client(nullptr, false, ZephSorrelConnectionParameters("h", 1), &world);
+    client.SetDataWriter(&writer);
+    EXPECT_EQ(client.DoRequest("GET", "/"), GetParam().nResult);
+    EXPECT_EQ(client.GetHttpStatus(), GetParam().nStatus);
+    EXPECT_EQ(client.GetIOResult(), 0u);
+    EXPECT_THAT(writer.calls, ElementsAre("Begin", "Write text", "End")) << "a failing status too";
+    EXPECT_THAT(world.calls, ElementsAre("GetConnection", "EnsureConnected", "SendRequest GET / 0",
+                                         "DoPendingIO", "ReleaseConnection"));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ZephSorrelSyncHttpClientStatusTest,
+                         ::testing::Values(StatusCase{199, 108}, StatusCase{200, 0}, StatusCase{204, 0},
+                                           StatusCase{299, 0}, StatusCase{300, 108}, StatusCase{404, 108},
+                                           StatusCase{500, 108}, StatusCase{0, 108}));
+
+TEST_F(ZephSorrelSyncHttpClientTest, AStreamedResponseGoesToTheWriterPieceByPiece) {
+    Writer writer;
+    client.SetDataWriter(&writer);
+    world.responseHeaders = {{"B", "2"}, {"A", "1"}};
+    world.exchanges = {[&](FakeSyncConnection& http) {
+        http.request->OnRequestSent();
+        EXPECT_EQ(http.response->OnResponseStart(201, 4), 0u);
+        EXPECT_EQ(client.GetHttpStatus(), 201u);
+        EXPECT_EQ(http.calls.back(), "ContinueReceive");
+        EXPECT_EQ(http.response->OnResponseData(2, reinterpret_cast<const std::uint8_t*>("ab")), 0u);
+        EXPECT_EQ(http.response->OnResponseData(2, reinterpret_cast<const std::uint8_t*>("cd")), 0u);
+        EXPECT_EQ(http.response->OnResponseEnd(), 0u);
+        return 0u;
+    }};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 0u);
+    EXPECT_THAT(writer.calls, ElementsAre("Begin", "Write ab", "Write cd", "End"));
+    EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "ContinueReceive"), 3)
+        << "after the start and after each piece, not after the end";
+    EXPECT_THAT(ResponseHeaders(), ElementsAre(Pair("A", "1"), Pair("B", "2")));
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AResponseWithoutAWriterIsReadAllTheSame) {
+    world.exchanges = {[](FakeSyncConnection& http) {
+        http.request->OnRequestSent();
+        EXPECT_EQ(http.response->OnResponseStart(200, 1), 0u);
+        EXPECT_EQ(http.response->OnResponseData(1, reinterpret_cast<const std::uint8_t*>("a")), 0u);
+        EXPECT_EQ(http.response->OnResponseEnd(), 0u);
+        return 0u;
+    }};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 0u);
+    EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "ContinueReceive"), 2);
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, ResponseHeadersComeInMapOrderAndTheLastOfANameStays) {
+    world.responseHeaders = {{"B", "1"}, {"A", "2"}, {"B", "3"}, {"b", "4"}};
+    world.exchanges = {FakeSyncConnection::Answer(200)};
+    client.DoRequest("GET", "/");
+    std::vector<std::string> seen;
+    client.ForEachResponseHeader(
+        [&](const std::string& name, const std::string& value) { seen.push_back(name + "=" + value); });
+    EXPECT_THAT(seen, ElementsAre("A=2", "B=3", "b=4"));
+}
+
+// --- Request bodies ---
+
+TEST_F(ZephSorrelSyncHttpClientTest, ABodyOfKnownLengthIsSentInOnePieceOfItsSize) {
+    Reader reader("hello");
+    client.SetDataReader(&reader);
+    world.exchanges = {AskForBody(2)};
+    EXPECT_EQ(client.DoRequest("POST", "/"), 0u);
+    EXPECT_THAT(world.calls, ElementsAre("GetConnection", "EnsureConnected", "SendRequest POST / 5",
+                                         "DoPendingIO", "WriteBody 5", "EndBody", "ReleaseConnection"));
+    EXPECT_EQ(world.written, "hello");
+    EXPECT_THAT(reader.rooms, ElementsAre(5u, 5u));
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, ABodyOfUnknownLengthIsSentChunkedInPiecesOfAMebibyte) {
+    Reader reader(std::string(0x100000 + 1, 'x'), false);
+    client.SetDataReader(&reader);
+    world.exchanges = {AskForBody(3)};
+    EXPECT_EQ(client.DoRequest("POST", "/"), 0u);
+    EXPECT_THAT(world.calls,
+                ElementsAre("GetConnection", "EnsureConnected", "SendRequest POST / chunked 0", "DoPendingIO",
+                            "WriteBody 1048576", "WriteBody 1", "EndBody", "ReleaseConnection"));
+    EXPECT_EQ(world.written, reader.text);
+}
+
+struct PieceCase {
+    std::size_t size;
+    std::uint32_t room;
+};
+
+class ZephSorrelSyncHttpClientPieceTest : public ::testing::TestWithParam<PieceCase> {};
+
+TEST_P(ZephSorrelSyncHttpClientPieceTest, IsTheSmallerOfTheBodyAndAMebibyte) {
+    FakeSyncConnection world;
+    Reader reader(std::string(GetParam().size, 'x'));
+    ZephSorrelSyncHttpClient client(nullptr, false, ZephSorrelConnectionParameters("h", 1), &world);
+    client.SetDataReader(&reader);
+    world.exchanges = {[](FakeSyncConnection& http) {
+        http.body->OnReadyForBody();
+        return FakeSyncConnection::Answer(200)(http);
+    }};
+    EXPECT_EQ(client.DoRequest("POST", "/"), 0u);
+    EXPECT_THAT(reader.rooms, ElementsAre(GetParam().room));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ZephSorrelSyncHttpClientPieceTest,
+                         ::testing::Values(PieceCase{1, 1}, PieceCase{0xfffff, 0xfffff},
+                                           PieceCase{0x100000, 0x100000}, PieceCase{0x100001, 0x100000}));
+
+TEST_F(ZephSorrelSyncHttpClientTest, WithoutAReaderTheBodyEndsAtOnce) {
+    world.exchanges = {AskForBody(1)};
+    EXPECT_EQ(client.DoRequest("POST", "/"), 0u);
+    EXPECT_THAT(world.calls, ElementsAre("GetConnection", "EnsureConnected", "SendRequest POST / 0",
+                                         "DoPendingIO", "EndBody", "ReleaseConnection"));
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AReaderWithoutDataIsReadWithNoRoom) {
+    Reader reader("");
+    reader.hasData = false;
+    client.SetDataReader(&reader);
+    world.exchanges = {AskForBody(1)};
+    EXPECT_EQ(client.DoRequest("POST", "/"), 0u);
+    EXPECT_THAT(world.calls, ElementsAre("GetConnection", "EnsureConnected", "SendRequest POST / 0",
+                                         "DoPendingIO", "EndBody", "ReleaseConnection"));
+    EXPECT_THAT(reader.rooms, ElementsAre(0u));
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AFailedWriteOfTheBodyIsTheResultAndIsNotAskedForMore) {
+    Reader reader("hello");
+    client.SetDataReader(&reader);
+    world.writeResults = {203};
+    world.exchanges = {AskForBody(2)};
+    EXPECT_EQ(client.DoRequest("POST", "/"), 203u);
+    EXPECT_EQ(reader.rooms.size(), 1u);
+    EXPECT_TRUE(logger->Has(1, "Got request handling error code 203"));
+    EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "Disconnect"), 1);
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AFailedEndOfTheBodyIsTheResult) {
+    world.endBodyResult = 7;
+    world.exchanges = {AskForBody(1)};
+    EXPECT_EQ(client.DoRequest("POST", "/"), 7u);
+}
+
+// --- Failures and the retry ---
+
+TEST_F(ZephSorrelSyncHttpClientTest, ABrokenExchangeIsRepeatedOnceOnANewConnection) {
+    Writer writer;
+    client.SetDataWriter(&writer);
+    client.SetHeader("A", "1");
+    world.exchanges = {FakeSyncConnection::Break(), FakeSyncConnection::Answer(200, "late")};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 0u);
+    EXPECT_THAT(world.calls, ElementsAre("GetConnection", "EnsureConnected", "AddHeader A: 1",
+                                         "SendRequest GET / 0", "DoPendingIO", "Reconnect", "AddHeader A: 1",
+                                         "SendRequest GET / 0", "DoPendingIO", "ReleaseConnection"));
+    EXPECT_THAT(writer.calls, ElementsAre("Begin", "Write late", "End"));
+    EXPECT_THAT(logger->Messages(), ElementsAre("sending GET to /", "Got request handling error code 11",
+                                                "sending GET to /", "Got HTTP response code 200"));
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, TheSecondFailureIsTheLast) {
+    world.exchanges = {FakeSyncConnection::Break(), FakeSyncConnection::Break(),
+                       FakeSyncConnection::Answer(200)};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 11u);
+    EXPECT_THAT(world.calls, ElementsAre("GetConnection", "EnsureConnected", "SendRequest GET / 0",
+                                         "DoPendingIO", "Reconnect", "SendRequest GET / 0", "DoPendingIO",
+                                         "Disconnect", "ReleaseConnection"));
+    EXPECT_EQ(client.GetIOResult(), 0u);
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, APostIsRepeatedTooFromTheBeginningOfItsBody) {
+    Reader reader("hello");
+    client.SetDataReader(&reader);
+    world.exchanges = {[](FakeSyncConnection& http) {
+                           http.body->OnReadyForBody();
+                           return FakeSyncConnection::Break()(http);
+                       },
+                       AskForBody(2)};
+    EXPECT_EQ(client.DoRequest("POST", "/"), 0u);
+    EXPECT_EQ(world.written, "hellohello");
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, TheLengthOfTheFirstPassStaysWhenTheReaderHasNoDataInTheSecond) {
+    Reader reader("hello");
+    client.SetDataReader(&reader);
+    world.exchanges = {[&](FakeSyncConnection& http) {
+                           reader.hasData = false;
+                           return FakeSyncConnection::Break()(http);
+                       },
+                       FakeSyncConnection::Answer(200)};
+    EXPECT_EQ(client.DoRequest("POST", "/"), 0u);
+    EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "SendRequest POST / 5"), 2);
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, ATimeOutIsNeverRepeated) {
+    world.exchanges = {FakeSyncConnection::Return(13), FakeSyncConnection::Answer(200)};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 11u);
+    EXPECT_EQ(client.GetIOResult(), 13u);
+    EXPECT_THAT(world.calls, ElementsAre("GetConnection", "EnsureConnected", "SendRequest GET / 0",
+                                         "DoPendingIO", "Disconnect", "ReleaseConnection"));
+    EXPECT_THAT(logger->Messages(),
+                ElementsAre("sending GET to /", "Communications failed with IO error code 13"));
+    EXPECT_EQ(logger->Messages(1).size(), 2u);
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, ATimeOutCountsEvenIfTheHandlersHeardOfAFailure) {
+    world.exchanges = {[](FakeSyncConnection& http) {
+        http.response->OnResponseFailed();
+        return 13u;
+    }};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 11u);
+    EXPECT_EQ(client.GetIOResult(), 13u);
+    EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "Reconnect"), 0);
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AnotherIOErrorIsRepeated) {
+    world.exchanges = {FakeSyncConnection::Return(1), FakeSyncConnection::Answer(200)};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 0u);
+    EXPECT_TRUE(logger->Has(1, "Communications failed with IO error code 1"));
+    EXPECT_EQ(client.GetIOResult(), 0u);
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, ARequestThatCannotBeSentBecauseTheConnectionBrokeIsRepeated) {
+    world.sendResults = {11, 0};
+    world.exchanges = {FakeSyncConnection::Answer(200)};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 0u);
+    EXPECT_THAT(world.calls,
+                ElementsAre("GetConnection", "EnsureConnected", "SendRequest GET / 0", "Reconnect",
+                            "SendRequest GET / 0", "DoPendingIO", "ReleaseConnection"));
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AnotherFailureToSendIsTheResultAndCutsTheConnection) {
+    world.sendResults = {203};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 203u);
+    EXPECT_THAT(world.calls, ElementsAre("GetConnection", "EnsureConnected", "SendRequest GET / 0",
+                                         "Disconnect", "ReleaseConnection"));
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AFailedReconnectIsTheResult) {
+    world.exchanges = {FakeSyncConnection::Break(), FakeSyncConnection::Answer(200)};
+    world.reconnectResults = {7};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 7u);
+    EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "DoPendingIO"), 1);
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, WithoutAConnectionNothingIsSentAndTheConnectionGoesBack) {
+    for (const std::uint32_t nResult : {7u, 11u}) {
+        world.calls.clear();
+        world.ensureResults = {nResult};
+        EXPECT_EQ(client.DoRequest("GET", "/"), nResult);
+        EXPECT_THAT(world.calls,
+                    ElementsAre("GetConnection", "EnsureConnected", "Disconnect", "ReleaseConnection"));
+    }
+    EXPECT_THAT(logger->Messages(), IsEmpty());
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, TheResultsOfTheLastRequestStayWhenTheNextFindsNoConnection) {
+    world.responseHeaders = {{"A", "1"}};
+    world.exchanges = {FakeSyncConnection::Answer(200)};
+    client.DoRequest("GET", "/");
+    world.exchanges = {FakeSyncConnection::Return(13)};
+    client.DoRequest("GET", "/");
+    EXPECT_EQ(client.GetHttpStatus(), 0u) << "a new request begins without the results of the last";
+    EXPECT_THAT(ResponseHeaders(), IsEmpty());
+    world.ensureResults = {11};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 11u);
+    EXPECT_EQ(client.GetIOResult(), 13u);
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, ResultsStayUntilTheNextRequest) {
+    world.responseHeaders = {{"A", "1"}};
+    world.exchanges = {FakeSyncConnection::Answer(404)};
+    client.DoRequest("GET", "/");
+    world.ensureResults = {11};
+    client.DoRequest("GET", "/");
+    EXPECT_EQ(client.GetHttpStatus(), 404u);
+    EXPECT_THAT(ResponseHeaders(), ElementsAre(Pair("A", "1")));
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AnExchangeWithoutEndAndWithoutErrorIsAFailureAndIsCutOff) {
+    world.exchanges = {FakeSyncConnection::Return(0), FakeSyncConnection::Return(0)};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 11u);
+    EXPECT_EQ(client.GetIOResult(), 0u);
+    EXPECT_THAT(world.calls, ElementsAre("GetConnection", "EnsureConnected", "SendRequest GET / 0",
+                                         "DoPendingIO", "Reconnect", "SendRequest GET / 0", "DoPendingIO",
+                                         "Disconnect", "ReleaseConnection"));
+    EXPECT_TRUE(logger->Has(1, "Got request handling error code 11"));
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AResponseThatStartsAndNeverEndsIsAFailure) {
+    const auto start = [](FakeSyncConnection& http) {
+        http.request->OnRequestSent();
+        http.response->OnResponseStart(200, 5);
+        return 0u;
+    };
+    world.exchanges = {start, start};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 11u);
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AnEndInTheFirstPassDoesNotCountInTheSecond) {
+    world.exchanges = {[](FakeSyncConnection& http) {
+                           FakeSyncConnection::Answer(200)(http);
+                           http.request->OnRequestFailed();
+                           return 0u;
+                       },
+                       FakeSyncConnection::Return(0)};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 11u);
+    EXPECT_EQ(client.GetHttpStatus(), 0u);
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AResponseToARequestThatIsNotFullySentCountsButItsConnectionIsCutOff) {
+    world.exchanges = {[](FakeSyncConnection& http) {
+        http.response->OnCompleteResponse(413, nullptr, 0);
+        return 0u;
+    }};
+    EXPECT_EQ(client.DoRequest("POST", "/"), 108u);
+    EXPECT_EQ(client.GetHttpStatus(), 413u);
+    EXPECT_THAT(world.calls, ElementsAre("GetConnection", "EnsureConnected", "SendRequest POST / 0",
+                                         "DoPendingIO", "Disconnect", "ReleaseConnection"));
+}
+
+// --- What holds for one request ---
+
+TEST_F(ZephSorrelSyncHttpClientTest, TimeoutIsFifteenSecondsUnlessSetForOneRequest) {
+    for (int i = 0; i < 3; ++i)
+        world.exchanges.push_back(FakeSyncConnection::Answer(200));
+    client.DoRequest("GET", "/");
+    client.SetTimeout(40);
+    client.DoRequest("GET", "/");
+    client.DoRequest("GET", "/");
+    EXPECT_THAT(world.timeouts, ElementsAre(15u, 40u, 15u));
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, TheTokenHoldsForOneRequest) {
+    const auto token = Cancellation::CreateCancellable();
+    token.Cancel();
+    client.SetToken(token);
+    client.DoRequest("GET", "/");
+    EXPECT_TRUE(world.token.IsCancelled());
+    client.DoRequest("GET", "/");
+    EXPECT_FALSE(world.token.IsCancelled());
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, TheTokenOfARequestWithABodyFollowsTheCallers) {
+    const auto token = Cancellation::CreateCancellable();
+    Reader reader("x");
+    client.SetToken(token);
+    client.SetDataReader(&reader);
+    world.exchanges = {[&](FakeSyncConnection& http) {
+        EXPECT_FALSE(http.token.IsCancelled());
+        token.Cancel();
+        EXPECT_TRUE(http.token.IsCancelled());
+        return 13u;
+    }};
+    EXPECT_EQ(client.DoRequest("POST", "/"), 11u);
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, HeadersReaderAndWriterHoldForOneRequestWhateverItsResult) {
+    for (const bool connected : {true, false}) {
+        Reader reader("x");
+        Writer writer;
+        client.SetHeader("A", "1");
+        client.SetDataReader(&reader);
+        client.SetDataWriter(&writer);
+        if (!connected) world.ensureResults = {11};
+        world.exchanges = {FakeSyncConnection::Answer(200)};
+        client.DoRequest("POST", "/");
+        writer.calls.clear();
+        world.calls.clear();
+        world.exchanges = {AskForBody(1)};
+        EXPECT_EQ(client.DoRequest("GET", "/"), 0u);
+        EXPECT_THAT(world.calls, ElementsAre("GetConnection", "EnsureConnected", "SendRequest GET / 0",
+                                             "DoPendingIO", "EndBody", "ReleaseConnection"));
+        EXPECT_THAT(writer.calls, IsEmpty());
+    }
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, SettingsAreResetWhenThePoolItselfThrows) {
+    client.SetHeader("Authorization", "secret");
+    world.onGetConnection = [] { throw std::runtime_error("no more connections"); };
+    EXPECT_THROW(client.DoRequest("GET", "/"), std::runtime_error);
+    world.onGetConnection = nullptr;
+    world.calls.clear();
+    world.exchanges = {FakeSyncConnection::Answer(200)};
+    client.DoRequest("GET", "/");
+    EXPECT_EQ(world.calls[2], "SendRequest GET / 0");
+}
+
+// --- Exceptions of the caller's own reader and writer ---
+
+class ZephSorrelSyncHttpClientThrowTest : public ZephSorrelSyncHttpClientTest,
+                                          public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(ZephSorrelSyncHttpClientThrowTest, AnExceptionOfTheWriterEndsTheExchangeAndIsThrownBehindIt) {
+    const std::string where = GetParam();
+    Writer writer;
+    writer.throwsAt = where;
+    client.SetDataWriter(&writer);
+    bool left = false;
+    world.exchanges = {[&](FakeSyncConnection& http) {
+        http.request->OnRequestSent();
+        std::uint32_t nResult = http.response->OnResponseStart(200, 1);
+        EXPECT_EQ(nResult != 0, where == "Begin");
+        if (nResult == 0)
+            nResult = http.response->OnResponseData(1, reinterpret_cast<const std::uint8_t*>("x"));
+        EXPECT_EQ(nResult != 0, where != "End");
+        if (nResult == 0) nResult = http.response->OnResponseEnd();
+        EXPECT_NE(nResult, 0u);
+        left = true;
+        return 0u;
+    }};
+    try {
+        client.DoRequest("GET", "/");
+        FAIL();
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(), "of the caller");
+    }
+    EXPECT_TRUE(left) << "no exception crosses the stages";
+    EXPECT_EQ(world.calls[world.calls.size() - 2], "Disconnect");
+    EXPECT_EQ(world.calls.back(), "ReleaseConnection");
+    EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "Reconnect"), 0);
+
+    writer.throwsAt.clear();
+    world.exchanges = {FakeSyncConnection::Answer(200)};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 0u) << "the next request begins anew";
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ZephSorrelSyncHttpClientThrowTest, ::testing::Values("Begin", "Write", "End"));
+
+TEST_F(ZephSorrelSyncHttpClientTest, AnExceptionInACompleteResponseIsThrownBehindTheExchange) {
+    Writer writer;
+    writer.throwsAt = "Write";
+    client.SetDataWriter(&writer);
+    world.exchanges = {FakeSyncConnection::Answer(200, "x")};
+    EXPECT_THROW(client.DoRequest("GET", "/"), std::runtime_error);
+    EXPECT_THAT(writer.calls, ElementsAre("Begin", "Write x"));
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AnExceptionOfTheReaderEndsTheWaitAndIsThrownBehindIt) {
+    Reader reader("hello");
+    reader.onRead = [] { throw std::out_of_range("of the reader"); };
+    client.SetDataReader(&reader);
+    world.exchanges = {[](FakeSyncConnection& http) {
+        EXPECT_FALSE(http.token.IsCancelled());
+        http.body->OnReadyForBody();
+        http.body->OnReadyForBody();
+        return http.token.IsCancelled() ? 13u : 0u;
+    }};
+    EXPECT_THROW(client.DoRequest("POST", "/"), std::out_of_range);
+    EXPECT_EQ(client.GetIOResult(), 13u);
+    EXPECT_EQ(reader.rooms.size(), 1u) << "not asked again";
+    EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "EndBody"), 0)
+        << "half a body must not look like a whole one";
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, WithoutALoggerNothingIsLogged) {
+    ZephSorrelSyncHttpClient silent(nullptr, true, ZephSorrelConnectionParameters("h", 1), &world);
+    world.exchanges = {FakeSyncConnection::Answer(200)};
+    EXPECT_EQ(silent.DoRequest("GET", "/"), 0u);
+}
+
+TEST(ZephSorrelSyncHttpClientOwnPoolTest, WithoutAPoolItMakesATrivialOne) {
+    ZephSorrelSyncHttpClient client(nullptr, false, ZephSorrelConnectionParameters("", 1), nullptr);
+    EXPECT_EQ(client.DoRequest("GET", "/"), 11u) << "an empty host cannot be connected";
+    EXPECT_EQ(client.GetIOResult(), 0u);
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
