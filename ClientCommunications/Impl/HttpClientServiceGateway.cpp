@@ -132,7 +132,7 @@ void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const
 /// The boundary between result codes and exceptions. What type is thrown decides whether another server is
 /// tried: only `CommunicationsError` and `TimeoutException` say that one may help.
 void HttpClientServiceGateway::ThrowFailure(std::uint32_t code, std::uint32_t subCode,
-                                            const Cancellation::Token& token) const {
+                                            const Cancellation::Token& token) {
     token.ThrowIfCancelled();
     const std::string message = "Error " + std::to_string(code) + "." + std::to_string(subCode);
     if (code != OmbryZephCore::eRC_IO_ConnectionFailed) throw std::runtime_error(message);

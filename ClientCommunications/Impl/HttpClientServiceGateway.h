@@ -26,8 +26,8 @@ private:
     std::unique_ptr<OmbryZephCore::ZephSorrelSyncHttpClient> GetHttpClient() const;
     void DoRequest(OmbryZephCore::ZephSorrelSyncHttpClient& client, const IServiceRequest& request,
                    OmbryZephCore::ZephSyncDataWriterIf& writer, const Cancellation::Token& token) const;
-    [[noreturn]] void ThrowFailure(std::uint32_t code, std::uint32_t subCode,
-                                   const Cancellation::Token& token) const;
+    [[noreturn]] static void ThrowFailure(std::uint32_t code, std::uint32_t subCode,
+                                          const Cancellation::Token& token);
     static std::string makeCorrelationString(const IServiceRequest& request);
 
     const std::shared_ptr<IService> service;
