@@ -1,0 +1,44 @@
+#pragma once
+
+#include <mutex>
+
+#include "ClientCommunications/IFoundServices.h"
+#include "ClientCommunications/IStorage.h"
+#include "LibraryLogger/ILogger.h"
+
+namespace Ombry::ClientCommunications {
+
+/// A set of found services in memory and in one file. Any number of readers; one writer at a time.
+class FoundServicesCache : public IFoundServicesCache {
+public:
+    /// Reads the file; a missing one gives empty lists and a refresh in 300 seconds. `std::runtime_error` for
+    /// one that cannot be read. `logger` may be null.
+    FoundServicesCache(std::shared_ptr<IStorage> storage, std::shared_ptr<LibraryLogger::ILogger> logger);
+
+    TimePoint GetNextRefreshTime() override;
+    std::shared_ptr<IFoundServices> GetFoundServices() override;
+    void Save(std::shared_ptr<IFoundServices> services, TimePoint nextRefreshTime) override;
+
+protected:
+    const std::shared_ptr<IStorage> storage;
+    const std::shared_ptr<LibraryLogger::ILogger> logger;
+
+private:
+    std::mutex mutex;  // not held while the file is written
+    // Guarded by mutex:
+    std::shared_ptr<IFoundServices> foundServices;
+    TimePoint nextRefreshTime;
+};
+
+/// The cache of the discovery service's own instances: makes sure that it knows the seeds that were
+/// configured.
+class SSDFoundServicesCache : public FoundServicesCache {
+public:
+    SSDFoundServicesCache(std::shared_ptr<IFoundServices> seeds, std::shared_ptr<IStorage> storage,
+                          std::shared_ptr<LibraryLogger::ILogger> logger);
+
+private:
+    bool ContainsSeeds(const IFoundServices& seeds);
+};
+
+}  // namespace Ombry::ClientCommunications
