@@ -1,0 +1,35 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "ClientCommunications/CommunicationsParameters.h"
+#include "ClientCommunications/ILocalServices.h"
+#include "ClientCommunications/IServiceGatewayFactory.h"
+#include "ClientCommunications/IServiceRequestFactory.h"
+
+namespace Ombry::ClientCommunications {
+
+/// The library's root once a machine is configured: hands out the factories that everything else is made
+/// with. Several threads may ask at once.
+class IClientCommunications : public Interface {
+public:
+    virtual std::shared_ptr<IServiceGatewayFactory> GetServiceGatewayFactory() = 0;
+    virtual std::shared_ptr<IServiceFinderFactory> GetServiceFinderFactory() = 0;
+    virtual std::shared_ptr<ILocalServiceFinderFactory> GetLocalServiceFinderFactory() = 0;
+    virtual std::shared_ptr<IServiceIteratePolicyFactory> GetServiceIteratePolicyFactory() = 0;
+    virtual std::shared_ptr<IServiceRequestFactory> GetServiceRequestFactory() = 0;
+    virtual std::shared_ptr<IAaSigningCertificateFinder> GetAaSigningCertificateFinder() = 0;
+};
+
+/// Builds the whole composition and starts its background threads. Nothing is called yet.
+/// `std::runtime_error` on a machine that is not configured, or for a client that is not enrolled on it.
+std::shared_ptr<IClientCommunications> MakeClientCommunications(const CommunicationsParameters& parameters);
+
+/// The same for an identity as a command line gives it; empty texts are not given.
+std::shared_ptr<IClientCommunications> MakeCommunications(const std::string& userName,
+                                                          const std::string& password,
+                                                          const std::string& clientName,
+                                                          const std::string& token);
+
+}  // namespace Ombry::ClientCommunications

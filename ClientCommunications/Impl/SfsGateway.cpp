@@ -1,0 +1,86 @@
+#include "ClientCommunications/SfsGateway.h"
+
+#include <algorithm>
+#include <initializer_list>
+#include <stdexcept>
+
+#include "ObjectMapping/Serialization.h"
+
+namespace Ombry::ClientCommunications::SfsGateway {
+namespace {
+
+constexpr const char* AuthService = "v1-auth";
+constexpr const char* AuthContract = "1";
+constexpr const char* ServiceService = "v1-service";
+constexpr const char* ServiceContract = "1.0.0.0";
+
+struct Operation {
+    const char* function;  // as the failure names it
+    const char* serviceName;
+    const char* contractVersion;
+    const char* method;
+    std::string path;
+    std::initializer_list<int> acceptedStatuses;
+};
+
+/// Makes the call; `record` is its body and may be null. The answer's body is read only to quote it in a
+/// failure.
+void Call(IClientCommunications& communications, const Operation& operation,
+          ObjectMapping::ObjectIf* record) {
+    const auto finder = communications.GetServiceFinderFactory()->CreateByName(operation.serviceName);
+    const auto gateway = communications.GetServiceGatewayFactory()->Create(finder);
+    const auto request = communications.GetServiceRequestFactory()->Create(operation.method, operation.path,
+                                                                           operation.contractVersion);
+    if (record) {
+        request->SetHeader("Content-Type", "application/json");
+        request->SetBody(ObjectMapping::SerializeObject(*record, nullptr));
+    }
+    const auto response = gateway->CallForString(request, Cancellation::Token());
+    const int status = response->GetStatusCode();
+    if (std::find(operation.acceptedStatuses.begin(), operation.acceptedStatuses.end(), status) !=
+        operation.acceptedStatuses.end()) {
+        return;
+    }
+    throw std::runtime_error(std::string(operation.function) + ": unexpected http status " +
+                             std::to_string(status) + " body = '" + response->GetBody() + "'");
+}
+
+}  // namespace
+
+void EnrollClient(std::shared_ptr<IClientCommunications> communications, const LocationAwareClient& client) {
+    LocationAwareClient record = client;  // mapping takes a mutable object, whichever the direction
+    Call(*communications,
+         {"EnrollClient", AuthService, AuthContract, "POST", "/v1/auth/locationawareclients", {201}},
+         &record);
+}
+
+void DeleteClient(std::shared_ptr<IClientCommunications> communications) {
+    Call(*communications,
+         {"DeleteClient", AuthService, AuthContract, "DELETE", "/v1/auth/clients", {204, 404}}, nullptr);
+}
+
+void DeleteClientById(std::shared_ptr<IClientCommunications> communications, const std::string& id) {
+    Call(*communications,
+         {"DeleteClientById", AuthService, AuthContract, "DELETE", "/v1/auth/clients/" + id, {204, 404}},
+         nullptr);
+}
+
+void EnrollService(std::shared_ptr<IClientCommunications> communications, const ServiceEnrollment& service) {
+    ServiceEnrollment record = service;
+    Call(*communications,
+         {"EnrollService", ServiceService, ServiceContract, "POST", "/v1/services/services", {201}}, &record);
+}
+
+/// Unlike a client's deletion, a service's is answered with 200.
+void DeleteServiceById(std::shared_ptr<IClientCommunications> communications, const std::string& id) {
+    Call(*communications,
+         {"DeleteServiceById",
+          ServiceService,
+          ServiceContract,
+          "DELETE",
+          "/v1/services/services/" + id,
+          {200, 404}},
+         nullptr);
+}
+
+}  // namespace Ombry::ClientCommunications::SfsGateway
