@@ -363,12 +363,11 @@ void ZephSSLIO::DoTask() {
     Trace(Name, "entering.  sessionid = ");
     while (!BeginTask())
         std::this_thread::yield();
-    DoPendingNotifications();
     {
-        std::lock_guard lock(m_NotifyMutex);
-        m_TaskRunning = false;
+        // A handler that throws ends the task too, or whoever unregisters would wait for it for ever.
+        const RunningTask running(*this);
+        DoPendingNotifications();
     }
-    if (m_TaskGate) m_TaskGate->Release();
     Trace(Name, "exiting.  sessionid = ");
 }
 
@@ -379,6 +378,14 @@ bool ZephSSLIO::BeginTask() {
     m_TaskPending = false;
     m_TaskRunning = true;
     return true;
+}
+
+void ZephSSLIO::EndTask() {
+    {
+        std::lock_guard lock(m_NotifyMutex);
+        m_TaskRunning = false;
+    }
+    if (m_TaskGate) m_TaskGate->Release();
 }
 
 /// At most one read and one write completion, in this order, and then the answer to a drain request.

@@ -106,6 +106,18 @@ private:
     /// TLS off, or out with a fatal error.
     enum class Next { Again, Decide, Off, Failed };
 
+    /// Ends the task that `BeginTask` began, on every way out of it.
+    class RunningTask {
+    public:
+        explicit RunningTask(ZephSSLIO& stage) : m_Stage(stage) {}
+        ~RunningTask() { m_Stage.EndTask(); }
+        RunningTask(const RunningTask&) = delete;
+        RunningTask& operator=(const RunningTask&) = delete;
+
+    private:
+        ZephSSLIO& m_Stage;
+    };
+
     /// What one round of the pump did.
     struct Round {
         bool bInjected = false;
@@ -152,6 +164,7 @@ private:
     std::uint32_t SchedulePendingNotifications();
     bool CancelOrFindTask();
     bool BeginTask();
+    void EndTask();
     void DoPendingNotifications();
     void DispatchRead(bool bSuccess, std::uint32_t nBytes);
     void DispatchWrite(bool bSuccess, std::uint32_t nBytes);

@@ -63,15 +63,13 @@ std::uint32_t ZephSocketIO::RequestDrainNotification() {
 }
 
 void ZephSocketIO::CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes) {
-    BeginCallback();
+    const RunningCallback running(*this);
     if (m_Handler) m_Handler->CompleteTask(nTaskType, bSuccess, nBytes);
-    EndCallback();
 }
 
 void ZephSocketIO::AbortTask(std::uint32_t nTaskType) {
-    BeginCallback();
+    const RunningCallback running(*this);
     if (m_Handler) m_Handler->AbortTask(nTaskType);
-    EndCallback();
 }
 
 void ZephSocketIO::DoTask() {

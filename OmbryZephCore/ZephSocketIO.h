@@ -48,6 +48,18 @@ private:
     void BeginCallback();
     void EndCallback();
 
+    /// A completion that is being delivered, until its handler returned or threw.
+    class RunningCallback {
+    public:
+        explicit RunningCallback(ZephSocketIO& stage) : m_Stage(stage) { m_Stage.BeginCallback(); }
+        ~RunningCallback() { m_Stage.EndCallback(); }
+        RunningCallback(const RunningCallback&) = delete;
+        RunningCallback& operator=(const RunningCallback&) = delete;
+
+    private:
+        ZephSocketIO& m_Stage;
+    };
+
     Ombry::Platform::SocketHandle m_Socket = Ombry::Platform::InvalidSocket;
     ZephIOTaskManagerIf* m_IOManager = nullptr;
     ZephUserTaskScheduleIf* m_Scheduler = nullptr;

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 
 #include "tests/Fakes/SSLIOFixture.h"
@@ -171,6 +172,18 @@ TEST_F(ZephSSLIOGateTest, GateIsAcquiredForATaskAndReleasedAfterIt) {
     scheduler.RunTasks();
     EXPECT_EQ(nReleasedInside, 0);
     EXPECT_EQ(gate.released, 1);
+}
+
+TEST_F(ZephSSLIOGateTest, HandlerThatThrowsEndsTheTaskSoThatNobodyWaitsForIt) {
+    TurnOn();
+    engine.plaintext = "abc";
+    Read(3);
+    listener.onComplete = [] { throw std::runtime_error("handler"); };
+    EXPECT_THROW(scheduler.RunTasks(), std::runtime_error);
+    EXPECT_EQ(gate.released, 1);
+    ssl.DoTask();  // would wait for the task that threw
+    ssl.UnRegisterIOCompletionHandler();
+    EXPECT_THAT(listener.events, ElementsAre("read ok 3"));
 }
 
 TEST_F(ZephSSLIOGateTest, ClosedGateRefusesAndLeavesNothingPending) {

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <stdexcept>
 
 namespace Ombry::Tests {
 namespace {
@@ -216,6 +217,19 @@ TEST_F(ZephSocketIOTest, CompletionsAndAbortsGoUpUnchangedAndAreCounted) {
     socket.CompleteTask(1, false, 0xFFFFFFFFu);
     socket.AbortTask(1);
     EXPECT_THAT(events, ElementsAre("complete 0 1 4", "complete 1 0 4294967295", "abort 1"));
+    EXPECT_EQ(socket.GetCallbacksInProgress(), 0);
+}
+
+TEST_F(ZephSocketIOTest, ACallbackThatThrowsIsNoLongerCounted) {
+    Bind();
+    stage.during = [&] {
+        PassSeconds(1);
+        throw std::runtime_error("handler");
+    };
+    EXPECT_THROW(socket.CompleteTask(0, true, 4), std::runtime_error);
+    EXPECT_EQ(socket.GetCallbacksInProgress(), 0);
+    EXPECT_EQ(socket.GetLastActivity(), Now());
+    EXPECT_THROW(socket.AbortTask(0), std::runtime_error);
     EXPECT_EQ(socket.GetCallbacksInProgress(), 0);
 }
 
