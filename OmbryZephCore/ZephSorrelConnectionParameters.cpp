@@ -72,7 +72,7 @@ bool operator<(const ZephSorrelConnectionParameters& left, const ZephSorrelConne
         std::tie(left.m_Host, left.m_Port, left.m_UseSSL, left.m_ConnectTimeout, left.m_BindAddress,
                  left.m_BindPort) <=> std::tie(right.m_Host, right.m_Port, right.m_UseSSL,
                                                right.m_ConnectTimeout, right.m_BindAddress, right.m_BindPort);
-    if (order != 0) return order < 0;
+    if (std::is_neq(order)) return std::is_lt(order);
 
     const ZephCertificateValidation& leftRule = left.m_CertificateValidation;
     const ZephCertificateValidation& rightRule = right.m_CertificateValidation;

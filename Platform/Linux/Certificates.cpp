@@ -46,7 +46,7 @@ ValueOr<std::string> StoreFolder(StoreLocation location, std::wstring_view name)
     auto folder = location == StoreLocation::CurrentUser ? KnownFolders().CurrentUserQuennet()
                                                          : Linux::ProgramDataFolder();
     if (!folder) return folder;
-    const auto text = Linux::Utf8(name);
+    auto text = Linux::Utf8(name);
     if (!text) return text;
     return *folder + "/CertificateStores/" + *text;
 }

@@ -48,13 +48,13 @@ Result MakeKey(const std::string& folder, const std::string& path) {
 }  // namespace
 
 ValueOr<std::string> LoadKey(KeyScope scope) {
-    const auto folder = KeyFolder(scope);
+    auto folder = KeyFolder(scope);
     if (!folder) return folder;
     return ReadKey(*folder + "/protection.key");
 }
 
 ValueOr<std::string> LoadOrMakeKey(KeyScope scope) {
-    const auto folder = KeyFolder(scope);
+    auto folder = KeyFolder(scope);
     if (!folder) return folder;
     const std::string path = *folder + "/protection.key";
     auto key = ReadKey(path);
