@@ -95,6 +95,7 @@ const std::vector<Example>& Examples() {
         {"known length exactly the first buffer",
          ok + "Content-Length: 16343\r\n\r\n" + std::string(16343, 'x'), "Start 200;End;",
          std::string(16343, 'x')},
+        {"a hexadecimal digit ends a length", ok + "Content-Length: 2a\r\n\r\nab", "Start 200;End;", "ab"},
         {"length with text behind it", ok + "Content-Length: 2x\r\n\r\nab", "Start 200;End;", "ab"},
         {"length in another case is none", ok + "content-length: 0\r\n\r\n", "Start 200;End;", ""},
         {"close and no length lasts until the peer closes", ok + "Connection: close\r\n\r\nall of it",
@@ -345,6 +346,22 @@ TEST_F(ZephHttpClientConnectionReceiveTest, CloseThatEndsABodyFailsTheAnswersBeh
     log.clear();
     io.CompleteReadWithEnd();
     EXPECT_EQ((Log{"End", "Terminate", "2 ResponseFailed"}), log);
+}
+
+TEST_F(ZephHttpClientConnectionReceiveTest, ASingleByteOfSurplusClosesTheConnection) {
+    SendGet();
+    io.Feed("HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\nab");
+    EXPECT_EQ((Log{"Complete 200 a"}), log);
+    EXPECT_TRUE(connection.IsCloseRequested());
+}
+
+TEST_F(ZephHttpClientConnectionReceiveTest, UpgradeWithoutSSLControlIsSteppedOverAndClosesTheConnection) {
+    connection.Close();
+    connection.Initialize(&io, &terminator, "h", nullptr, nullptr);
+    SendGet();
+    io.Feed("HTTP/1.1 101 S\r\nUpgrade: TLS/1.0\r\n\r\nHTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+    EXPECT_EQ((Log{"Complete 200 "}), log);
+    EXPECT_TRUE(connection.IsCloseRequested());
 }
 
 TEST_F(ZephHttpClientConnectionReceiveTest, SurplusNeverAnswersTheNextRequest) {

@@ -117,6 +117,24 @@ TEST_F(ZephHttpClientConnectionTest, EveryFailureOfATransferFailsTheConnection) 
     }
 }
 
+TEST_F(ZephHttpClientConnectionTest, CompletionOfMoreThanTheRestOfATransferFailsTheConnection) {
+    constexpr std::uint32_t head = 53;
+    connection.SendRequest("GET", "/", false, &exchange, &exchange, nullptr, false, 0);
+    ASSERT_EQ(head, io.Writing().size());
+    io.CompleteWrite(12);
+    log.clear();
+    connection.CompleteTask(1, true, head - 12 + 1);
+    EXPECT_EQ((Log{"Terminate", "RequestFailed", "ResponseFailed"}), log);
+
+    connection.Close();
+    connection.Initialize(&io, &terminator, "host:443", nullptr, nullptr);
+    SendGet();
+    io.CompleteRead("HTTP/1.1 200 OK");
+    log.clear();
+    connection.CompleteTask(0, true, ZephHttpClientConnection::ReadStep - 15 + 1);
+    EXPECT_EQ((Log{"Terminate", "ResponseFailed"}), log);
+}
+
 TEST_F(ZephHttpClientConnectionTest, FailForgetsWhoWouldHaveGivenTheBody) {
     connection.SendRequest("PUT", "/", false, &exchange, &exchange, &exchange, false, 9);
     io.FailPendingRead();

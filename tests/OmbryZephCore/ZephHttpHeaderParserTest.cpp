@@ -179,6 +179,8 @@ TEST(ZephHttpHeaderParserTest, VersionOfAResponseRunsOnThroughTheHead) {
     EXPECT_STREQ("HTTP/1.0 200 OK\r\nA", parser.GetVersion());  // the first NUL is that of a header name
     ASSERT_EQ(0U, Parse(parser, "HTTP/1.0 200 OK\r\n\r\n"));
     EXPECT_STREQ("HTTP/1.0 200 OK\r\n\r\n", parser.GetVersion());
+    ASSERT_EQ(0U, Parse(parser, "HTTP/1.0 200 OK\r\n: b\r\n\r\n"));
+    EXPECT_STREQ("HTTP/1.0 200 OK\r\n", parser.GetVersion()) << "trimming an empty name stays in its line";
 }
 
 TEST(ZephHttpHeaderParserTest, HeaderNamesAreComparedExactly) {

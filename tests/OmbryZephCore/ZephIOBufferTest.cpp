@@ -161,6 +161,16 @@ TEST_F(ZephIOBufferTest, ACapacityThatDoublingRaisedAboveTheMaximumBecomesWholeB
     EXPECT_EQ(buffer.GetCapacity(), 200u);
 }
 
+TEST_F(ZephIOBufferTest, ALengthOfExactlyTheMaximumStillGoesByDoublingAndHalving) {
+    ZephIOBuffer odd(60, 100);
+    ASSERT_EQ(odd.SetLength(100), eRC_Success);
+    EXPECT_EQ(odd.GetCapacity(), 120u);
+    ZephIOBuffer buffer;
+    ASSERT_EQ(buffer.SetLength(2 * Block), eRC_Success);
+    ASSERT_EQ(buffer.SetLength(Block), eRC_Success);
+    EXPECT_EQ(buffer.GetCapacity(), 2 * Block);
+}
+
 TEST_F(ZephIOBufferTest, HalvingFromABlockSizeMayEndBelowTheMinimum) {
     ZephIOBuffer buffer;
     ASSERT_EQ(buffer.SetLength(3 * Block), eRC_Success);
@@ -232,6 +242,23 @@ TEST_F(ZephIOBufferTest, ACapacityBeyond32BitsIsOutOfMemoryWithoutAnAllocation) 
         EXPECT_EQ(buffer.GetCapacity(), 4096u);
     }
     EXPECT_EQ(requests, Sizes{4096});
+}
+
+TEST_F(ZephIOBufferTest, ACapacityOfAll32BitsIsStillAskedFor) {
+    constexpr std::uint32_t most = std::numeric_limits<std::uint32_t>::max();
+    ZephIOBuffer buffer(most, most);
+    EXPECT_EQ(buffer.SetLength(1), eRC_Success);
+    EXPECT_EQ(buffer.GetCapacity(), most);
+    EXPECT_EQ(requests, Sizes{most});
+}
+
+TEST_F(ZephIOBufferTest, ASingleByteSurvivesAReallocation) {
+    ZephIOBuffer buffer(1, Block);
+    ASSERT_EQ(buffer.SetLength(1), eRC_Success);
+    *buffer.GetData() = 7;
+    ASSERT_EQ(buffer.SetLength(100), eRC_Success);
+    EXPECT_EQ(*buffer.GetData(), 7);
+    EXPECT_EQ(requests, (Sizes{1, 128}));
 }
 
 TEST_F(ZephIOBufferTest, DoublingPast32BitsEndsAsOutOfMemory) {

@@ -32,6 +32,7 @@ TEST_F(ZephIOTaskManager_SyncSilenceTest, SilenceFailsEveryTransferReadsFirstAnd
         Write(h);
     }
     a.onComplete = [&](std::uint32_t nType) {
+        EXPECT_EQ(a.lastBytes, 0u);
         if (nType == 0) manager.ScheduleTask(&cleanUp);
     };
     LetTimePass();

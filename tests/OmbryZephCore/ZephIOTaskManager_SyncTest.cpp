@@ -147,9 +147,9 @@ TEST_F(ZephIOTaskManager_SyncTest, AHandleInTheExceptionSetFailsBothTransfersWit
     sockets.SetExceptional(h);
     Read(h);
     Write(h);
+    a.onComplete = [&](std::uint32_t) { EXPECT_EQ(a.lastBytes, 0u); };
     EXPECT_EQ(manager.DoPendingIO(5, Token()), 0u);
     EXPECT_THAT(events, ElementsAre("a read 0 failed", "a write 1 failed"));
-    EXPECT_EQ(a.lastBytes, 0u);
     EXPECT_THAT(sockets.Calls(), ElementsAre("Select({100}, {100}, {100}, 1000)"));
     EXPECT_THAT(logger->Messages(3),
                 ElementsAre("ExceptFD is set. socket = 100", "ExceptFD is set. socket = 100"));
@@ -200,6 +200,24 @@ TEST_F(ZephIOTaskManager_SyncTest, OnlyPendingDirectionsAreAskedFor) {
     EXPECT_EQ(manager.DoPendingIO(5, Token()), 0u);
     EXPECT_EQ(sockets.Calls().front(), "Select({100}, {102}, {100 102}, 1000)");
     EXPECT_THAT(events, ElementsAre("a read 0 ok 1", "c write 1 ok 5"));
+}
+
+TEST_F(ZephIOTaskManager_SyncTest, TheSetsOfARoundHoldNothingOfTheRoundBefore) {
+    const SocketHandle gone = Connect(a);
+    const SocketHandle stays = Connect(b);
+    sockets.Deliver(gone, "urgent");
+    sockets.SetExceptional(gone);
+    Read(gone);
+    Write(gone);
+    Write(stays);
+    a.onComplete = [&](std::uint32_t) {
+        manager.UnRegisterForIOCompletion(gone);
+        Read(stays);
+        sockets.Deliver(stays, "more");
+    };
+    EXPECT_EQ(manager.DoPendingIO(5, Token()), 0u);
+    EXPECT_THAT(sockets.Calls(), ElementsAre("Select({100}, {100 101}, {100 101}, 1000)", "Send(101, 5)",
+                                             "Select({101}, {}, {101}, 1000)", "Receive(101, 16)"));
 }
 
 TEST_F(ZephIOTaskManager_SyncTest, HandlesBeyond1023AreServed) {

@@ -280,6 +280,18 @@ TEST_F(ZephSocketConnectorTest, AddressTextsAreNotAskedForWithoutALogThatWantsTh
 
 // --- Each step of an attempt failing ---
 
+TEST_F(ZephSocketConnectorTest, AFailedAddressIsNamedForALogOfItsLevelAndNotAskedForAboveIt) {
+    Script(111);
+    auto warnings = std::make_shared<RecordingLogger>(3);
+    EXPECT_EQ(ZephSocketConnector(warnings).Connect("one", 443, 3, nullptr, 0), 1u);
+    EXPECT_TRUE(warnings->Has(3, "Failed to connect to 10.0.0.1:443.  Last error = 111"));
+    EXPECT_EQ(sockets.CallsOf("GetNameInfo"), 1u);
+    auto errors = std::make_shared<RecordingLogger>(4);
+    EXPECT_EQ(ZephSocketConnector(errors).Connect("one", 443, 3, nullptr, 0), 1u);
+    EXPECT_THAT(errors->Messages(), IsEmpty());
+    EXPECT_EQ(sockets.CallsOf("GetNameInfo"), 1u);
+}
+
 TEST_F(ZephSocketConnectorTest, ASocketThatCannotBeCreatedFailsTheAttempt) {
     sockets.FailNthCall("Create", 1, 24);
     createFailures = 1;
