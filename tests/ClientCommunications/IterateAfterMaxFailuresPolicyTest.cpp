@@ -1,0 +1,463 @@
+#include "ClientCommunications/Impl/IterateAfterMaxFailuresPolicy.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <thread>
+
+#include "ClientCommunications/CommunicationsError.h"
+#include "ClientCommunications/Impl/ExponentialDelayRetryIterator.h"
+#include "ClientCommunications/Impl/FailedServices.h"
+#include "ClientCommunications/Impl/ServiceIteratePolicyFactory.h"
+#include "ClientCommunications/Impl/ServiceRequest.h"
+#include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/FakeFailedServices.h"
+#include "tests/Fakes/FakeServiceFinder.h"
+#include "tests/Fakes/RecordingLogger.h"
+#include "tests/Fakes/ScriptedGateway.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace ClientCommunications;
+using namespace std::chrono_literals;
+using Cancellation::Token;
+using Lines = std::vector<std::string>;
+
+class IterateAfterMaxFailuresPolicyTest : public testing::Test {
+protected:
+    using CallPtr = std::unique_ptr<ICandidateServiceFinder>;
+
+    void UsePolicy(int maxFailures, std::shared_ptr<IFailedServices> memory = nullptr) {
+        shared = std::make_shared<IterateAfterMaxFailuresPolicyCandidateFinderFactory>(
+            memory ? memory : failed, nullptr, maxFailures);
+    }
+
+    CallPtr NewCall() { return shared->Create(finder); }
+
+    static std::string Next(const CallPtr& call, const Token& token = Token()) {
+        const ServiceCandidate candidate = call->GetNextCandidate(token);
+        if (!candidate.service) return "none";
+        return candidate.service->GetId() + (candidate.isLocal ? " local" : " remote");
+    }
+
+    /// A whole call: its candidates fail until the last of `failures + 1`, which answers.
+    Lines Run(int failures = 0) {
+        const CallPtr call = NewCall();
+        Lines order{Next(call)};
+        for (int i = 0; i < failures; ++i)
+            order.push_back(Next(call));
+        call->MarkSuccess();
+        return order;
+    }
+
+    /// Calls that sit on the remote server "r", since the local "l" has failed before.
+    void SucceedRemotely(int calls) {
+        finder->Set({"l"}, {"r"});
+        failed->Set("l", {true, true, clock.Now(), 1});
+        for (int i = 0; i < calls; ++i)
+            ASSERT_EQ(Run(), (Lines{"r remote"})) << "call " << i;
+    }
+
+    std::shared_ptr<FailedServices> RealMemory() {
+        return std::make_shared<FailedServices>(
+            std::make_shared<ExponentialDelayRetryIteratorFactory>(1s, 30s), 30min);
+    }
+
+    FakeClock clock;
+    Platform::Testing::Replace<Platform::IClock> replaced{clock};
+    std::shared_ptr<FakeFailedServices> failed = std::make_shared<FakeFailedServices>();
+    std::shared_ptr<FakeServiceFinder> finder = std::make_shared<FakeServiceFinder>();
+    std::shared_ptr<IterateAfterMaxFailuresPolicyCandidateFinderFactory> shared;
+};
+
+// The rows of the state table.
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, NoCurrentServerAndAFirstCallSelectsOne) {
+    UsePolicy(1);
+    finder->Set({"l"}, {"r"});
+    EXPECT_EQ(Run(), (Lines{"l local"}));
+    EXPECT_EQ(finder->Calls(), 1u);
+    EXPECT_EQ(failed->Changes(), (Lines{"removed l"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, UnprovenAndBelowMaxFailuresTheSameServerIsTriedAgainAfterItsDelay) {
+    const auto memory = RealMemory();
+    UsePolicy(4, memory);
+    finder->Set({"l"}, {"r"});
+    const CallPtr call = NewCall();
+    const TimePoint start = clock.Now();
+    Lines order;
+    std::vector<Duration> passed;
+    for (int i = 0; i < 5; ++i) {
+        order.push_back(Next(call));
+        passed.push_back(clock.Now() - start);
+    }
+    EXPECT_EQ(order, (Lines{"l local", "l local", "l local", "l local", "r remote"}));
+    EXPECT_EQ(passed, (std::vector<Duration>{0s, 1s, 3s, 7s, 7s}));
+    EXPECT_EQ(memory->Get("l").failureCount, 4);
+    EXPECT_EQ(finder->Calls(), 1u);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, UnprovenAndAtMaxFailuresAnotherServerIsSelected) {
+    UsePolicy(1);
+    finder->Set({"l"}, {"r"});
+    EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+    EXPECT_EQ(failed->Changes(), (Lines{"failed l local", "removed r"}));
+    EXPECT_EQ(finder->Calls(), 1u);  // the lists are loaded once a call
+    EXPECT_EQ(Run(), (Lines{"r remote"}));
+    EXPECT_EQ(finder->Calls(), 1u);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ASuccessProvesTheServerAndClearsItsFailures) {
+    UsePolicy(3);
+    finder->Set({"l"}, {"r"});
+    EXPECT_EQ(Run(2), (Lines{"l local", "l local", "l local"}));
+    const CallPtr call = NewCall();
+    EXPECT_EQ((Lines{Next(call), Next(call), Next(call), Next(call)}),
+              (Lines{"l local", "l local", "l local", "r remote"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AFailureOfAProvenServerMakesItUnproven) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    {
+        const CallPtr call = NewCall();
+        EXPECT_EQ(Next(call), "l local");   // the try at home
+        EXPECT_EQ(Next(call), "r remote");  // that failed; so does this, when the call goes
+    }
+    // No way home now: the server in use is not proven, and has had its failure.
+    failed->Forget("r");
+    const CallPtr call = NewCall();
+    EXPECT_EQ(Next(call), "r remote");
+    call->MarkSuccess();
+    EXPECT_EQ(Run(), (Lines{"r remote"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AfterFiftySuccessesOnARemoteServerOneTryAtHomeMovesThereOnSuccess) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    EXPECT_EQ(finder->Calls(), 1u);
+    EXPECT_EQ(Run(), (Lines{"l local"}));
+    EXPECT_EQ(finder->Calls(), 2u);
+    EXPECT_EQ(Run(), (Lines{"l local"}));
+    EXPECT_EQ(finder->Calls(), 2u);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AfterFortyNineSuccessesTheRemoteServerStays) {
+    UsePolicy(1);
+    SucceedRemotely(49);
+    const CallPtr call = NewCall();
+    EXPECT_EQ(Next(call), "r remote");
+    EXPECT_EQ(finder->Calls(), 1u);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AFailureStartsTheCountOfSuccessesAgain) {
+    UsePolicy(2);
+    SucceedRemotely(49);
+    EXPECT_EQ(Run(1), (Lines{"r remote", "r remote"}));  // one success since
+    SucceedRemotely(49);
+    EXPECT_EQ(Run(), (Lines{"l local"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, FiftySuccessesOnALocalServerChangeNothing) {
+    UsePolicy(1);
+    finder->Set({"l"}, {"r"});
+    for (int i = 0; i < 60; ++i)
+        ASSERT_EQ(Run(), (Lines{"l local"}));
+    EXPECT_EQ(finder->Calls(), 1u);
+}
+
+// The way home.
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AFailedTryAtHomeGoesBackToTheRemoteServerInTheSameCall) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    failed->ClearChanges();
+    EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+    EXPECT_EQ(failed->Changes(), (Lines{"failed l local", "removed r"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, EveryCallFromFiftySuccessesOnTriesHomeOnce) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+    EXPECT_EQ(finder->Calls(), 4u);  // an alternate at its limit is looked for anew
+    EXPECT_EQ(Run(), (Lines{"l local"}));
+    EXPECT_EQ(Run(), (Lines{"l local"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AnAlternateBelowItsLimitIsUsedWithoutASearch) {
+    UsePolicy(2);
+    SucceedRemotely(50);
+    EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+    EXPECT_EQ(finder->Calls(), 2u);
+    finder->Set({"other"}, {});
+    EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+    EXPECT_EQ(finder->Calls(), 2u);
+    EXPECT_EQ(Run(), (Lines{"other local"}));  // two failures: at the limit
+    EXPECT_EQ(finder->Calls(), 3u);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, EvenALocalServerThatHasToBeWaitedForIsTried) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    failed->Set("l", {true, true, clock.Now() + Duration(1s), 1});
+    EXPECT_EQ(Run(), (Lines{"l local"}));
+    EXPECT_EQ(clock.Sleeps(), (std::vector<Duration>{250ms, 250ms, 250ms, 250ms}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, WithoutALocalServerTheRemoteOneStays) {
+    UsePolicy(1);
+    finder->Set({}, {"r"});
+    for (int i = 0; i < 50; ++i)
+        Run();
+    EXPECT_EQ(Run(), (Lines{"r remote"}));
+    EXPECT_EQ(finder->Calls(), 2u);
+    EXPECT_EQ(Run(), (Lines{"r remote"}));
+    EXPECT_EQ(finder->Calls(), 3u);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ARemoteServerIsNoWayHome) {
+    UsePolicy(1);
+    finder->Set({}, {"r"});
+    for (int i = 0; i < 50; ++i)
+        Run();
+    finder->Set({}, {"x", "y"});
+    EXPECT_EQ(Run(), (Lines{"r remote"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, WhenHomeAndTheRemoteServerFailOthersAreSelected) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    finder->Set({"l"}, {"r", "s"});
+    const CallPtr call = NewCall();
+    EXPECT_EQ((Lines{Next(call), Next(call), Next(call), Next(call)}),
+              (Lines{"l local", "r remote", "s remote", "none"}));
+    EXPECT_EQ(finder->Calls(), 2u);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ATryAtHomeThatIsGivenUpCountsAgainstTheLocalServerAlone) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    failed->ClearChanges();
+    { EXPECT_EQ(Next(NewCall()), "l local"); }
+    EXPECT_EQ(failed->Changes(), (Lines{"failed l local"}));
+    EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));  // still proven: the next call tries home again
+}
+
+// What calls share.
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, FailuresOfACallCountInTheNext) {
+    UsePolicy(2);
+    finder->Set({"l"}, {"r"});
+    { EXPECT_EQ(Next(NewCall()), "l local"); }
+    EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+    EXPECT_EQ(finder->Calls(), 2u);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AServerAtItsLimitIsNotTriedFirstByTheNextCall) {
+    UsePolicy(1);
+    finder->Set({"l"}, {"r"});
+    { EXPECT_EQ(Next(NewCall()), "l local"); }
+    EXPECT_EQ(Run(), (Lines{"r remote"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, WithNothingLeftTheNextCallStartsFromTheBeginning) {
+    UsePolicy(1);
+    finder->Set({"l"}, {});
+    {
+        const CallPtr call = NewCall();
+        EXPECT_EQ((Lines{Next(call), Next(call), Next(call)}), (Lines{"l local", "none", "none"}));
+        EXPECT_EQ(finder->Calls(), 1u);
+    }
+    EXPECT_EQ(failed->Changes(), (Lines{"failed l local"}));  // a call without a candidate adds nothing
+    EXPECT_EQ(Run(), (Lines{"l local"}));
+    EXPECT_EQ(finder->Calls(), 2u);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, CallsSideBySideLevelTheirFailuresUp) {
+    UsePolicy(3);
+    finder->Set({"l"}, {"r"});
+    const CallPtr first = NewCall();
+    const CallPtr second = NewCall();
+    EXPECT_EQ(Next(first), "l local");
+    EXPECT_EQ(Next(second), "l local");
+    EXPECT_EQ(Next(first), "l local");   // one failure
+    EXPECT_EQ(Next(second), "l local");  // two, with that of the other
+    EXPECT_EQ(Next(first), "r remote");  // three
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ACallThatHasSeenMoreFailuresRaisesTheSharedCount) {
+    UsePolicy(4);
+    finder->Set({"l"}, {"r"});
+    const CallPtr first = NewCall();
+    EXPECT_EQ((Lines{Next(first), Next(first), Next(first)}), (Lines{"l local", "l local", "l local"}));
+    EXPECT_EQ(Run(), (Lines{"l local"}));  // clears the shared count, but not what the first has seen
+    EXPECT_EQ(Next(first), "l local");     // its third failure: the shared count is three again
+    const CallPtr last = NewCall();
+    EXPECT_EQ((Lines{Next(last), Next(last)}), (Lines{"l local", "r remote"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ASuccessOnAnotherServerMakesThatTheOneInUse) {
+    UsePolicy(1);
+    finder->Set({"l"}, {"r"});
+    const CallPtr first = NewCall();
+    EXPECT_EQ(Next(first), "l local");
+    const CallPtr second = NewCall();
+    EXPECT_EQ((Lines{Next(second), Next(second)}), (Lines{"l local", "r remote"}));
+    first->MarkSuccess();
+    EXPECT_EQ(Next(second), "l local");  // proven meanwhile, though it had its try in this call
+    EXPECT_EQ(Run(), (Lines{"l local"}));
+    EXPECT_EQ(finder->Calls(), 2u);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AFailureOfAServerNoLongerInUseDoesNotTouchTheOneThatIs) {
+    UsePolicy(1);
+    finder->Set({"l"}, {"r"});
+    CallPtr first = NewCall();
+    CallPtr second = NewCall();
+    EXPECT_EQ(Next(first), "l local");
+    EXPECT_EQ((Lines{Next(second), Next(second)}), (Lines{"l local", "r remote"}));
+    second->MarkSuccess();
+    first.reset();  // a failure of "l"
+    EXPECT_EQ(Run(), (Lines{"r remote"}));
+    EXPECT_EQ(finder->Calls(), 2u);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, MaxFailuresOfZeroSelectsAtEveryFailure) {
+    UsePolicy(0);
+    finder->Set({"l"}, {"r"});
+    EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+}
+
+// The end of a call, and failures on the way.
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ACandidateLeftBehindCountsAsFailed) {
+    UsePolicy(1);
+    finder->Set({}, {"r"});
+    { EXPECT_EQ(Next(NewCall()), "r remote"); }
+    EXPECT_EQ(failed->Changes(), (Lines{"failed r remote"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AnEndedCallAddsNoFailure) {
+    UsePolicy(1);
+    finder->Set({"l"}, {});
+    Run();
+    NewCall().reset();
+    EXPECT_EQ(failed->Changes(), (Lines{"removed l"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ACallCancelledBeforeItsFirstServerWasDueCountsNothing) {
+    UsePolicy(1);
+    finder->Set({"l"}, {});
+    failed->Set("l", {true, true, clock.Now() + Duration(30s), 1});
+    EXPECT_THROW(Next(NewCall(), Cancellation::CreateTimeout(1s)), Cancellation::TimeoutException);
+    EXPECT_TRUE(failed->Changes().empty());
+    EXPECT_EQ(clock.Sleeps().size(), 4u);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ACallCancelledInTheWaitForARetryCountsTheFailureTwice) {
+    const auto memory = RealMemory();
+    UsePolicy(5, memory);
+    finder->Set({"l"}, {});
+    {
+        const CallPtr call = NewCall();
+        EXPECT_EQ(Next(call), "l local");
+        EXPECT_THROW(Next(call, Cancellation::CreateTimeout(500ms)), Cancellation::TimeoutException);
+        EXPECT_EQ(memory->Get("l").failureCount, 1);
+    }
+    EXPECT_EQ(memory->Get("l").failureCount, 2);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ASearchThatFailsLeavesTheCallAbleToSearchAgain) {
+    UsePolicy(1);
+    finder->OnFind([] { throw CommunicationsError("down"); });
+    const CallPtr call = NewCall();
+    EXPECT_THROW(Next(call), CommunicationsError);
+    finder->OnFind(nullptr);
+    finder->Set({"l"}, {});
+    EXPECT_EQ(Next(call), "l local");
+    EXPECT_EQ(failed->Changes(), Lines{});
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AMemoryThatThrowsDoesNotReplaceTheEndOfTheCall) {
+    UsePolicy(1);
+    finder->Set({"l"}, {});
+    CallPtr call = NewCall();
+    Next(call);
+    failed->FailRecording(std::make_exception_ptr(std::bad_alloc()));
+    call.reset();
+    EXPECT_EQ(failed->Changes(), (Lines{"failed l local"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, TheTokenOfTheCallGoesToTheSearch) {
+    UsePolicy(1);
+    const Token token = Cancellation::CreateCancellable();
+    Next(NewCall(), token);
+    token.Cancel();
+    EXPECT_TRUE(finder->Tokens().at(0).IsCancelled());
+}
+
+// With the executor.
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, A503ThenA200AreTwoAttemptsAndTheFirstServerHasAFailureRecord) {
+    const auto memory = RealMemory();
+    ServiceIteratePolicyFactory policies(memory, nullptr);
+    finder->Set({"l"}, {"r"});
+    const auto executor = policies.CreateIterateAfterMaxFailures(1)->CreateExecutor(finder);
+    Lines attempts;
+    const auto response = executor->Execute(
+        CreateServiceRequest("GET", "/", "1"), Token(), [&](auto service, bool isLocal, Token) {
+            attempts.push_back(service->GetId() + (isLocal ? " local" : " remote"));
+            return std::static_pointer_cast<IStringServiceResponse>(
+                std::make_shared<PlainResponse>(isLocal ? 503 : 200, ""));
+        });
+    EXPECT_EQ(response->GetStatusCode(), 200);
+    EXPECT_EQ(attempts, (Lines{"l local", "r remote"}));
+    EXPECT_EQ(memory->Get("l").failureCount, 1);
+    EXPECT_FALSE(memory->Get("r").failed);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ACallThatRunsOutOfRetriesRecordsAFailureOfItsLastServer) {
+    ServiceIteratePolicyFactory policies(failed, nullptr);
+    finder->Set({"l"}, {});
+    const auto executor = policies.CreateIterateAfterMaxFailures(3)->CreateExecutor(finder);
+    const auto request = CreateServiceRequest("GET", "/", "1");
+    request->SetMaxRetries(0);
+    EXPECT_THROW(executor->Execute(request, Token(),
+                                   [](auto, bool, Token) -> std::shared_ptr<IServiceResponse> {
+                                       throw CommunicationsError("refused");
+                                   }),
+                 CommunicationsError);
+    EXPECT_EQ(failed->Changes(), (Lines{"failed l local"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ThreadsShareOneExecutor) {
+    ServiceIteratePolicyFactory policies(failed, nullptr);
+    finder->Set({"l"}, {"r"});
+    const auto executor = policies.CreateIterateAfterMaxFailures(2)->CreateExecutor(finder);
+    std::atomic<int> answered{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] {
+            for (int n = 0; n < 60; ++n) {
+                const auto request = CreateServiceRequest("GET", "/", "1");
+                const bool localIsDown = n < 55;
+                const auto response = executor->Execute(request, Token(), [&](auto, bool isLocal, Token) {
+                    const bool good = !isLocal || !localIsDown || (n + i) % 7 == 0;
+                    return std::static_pointer_cast<IStringServiceResponse>(
+                        std::make_shared<PlainResponse>(good ? 200 : 503, ""));
+                });
+                if (response->GetStatusCode() == 200) ++answered;
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(answered, 240);
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
