@@ -1,7 +1,9 @@
 #include "tests/Fakes/AllocationCount.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#include <sanitizer/allocator_interface.h>
+// Of the sanitizers' runtime; not every compiler installs its header.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*malloced)(const volatile void*, std::size_t),
+                                                         void (*freed)(const volatile void*));
 #else
 #include <cstdlib>
 #include <new>
