@@ -1,0 +1,391 @@
+#include "ClientCommunications/Impl/ClientCommunications.h"
+
+#include <gtest/gtest.h>
+
+#include "ClientCommunications/Impl/ClientCredentials.h"
+#include "ClientCommunications/Impl/ClientCredentialsStore.h"
+#include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
+#include "tests/Fakes/DrawnSeeds.h"
+#include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/FakeKnownFolders.h"
+#include "tests/Fakes/FakeMachineId.h"
+#include "tests/Fakes/FakeRandom.h"
+#include "tests/Fakes/LoopbackSecurityFramework.h"
+#include "tests/Fakes/MemoryFiles.h"
+#include "tests/Fakes/OneCertificateStore.h"
+#include "tests/Fakes/RecordingLogger.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace ClientCommunications;
+using Texts = std::vector<std::string>;
+
+const std::string Security = "/m/Quennet/OmbrySecurity";
+const std::string Cache = Security + "/CS-cpp/cache/";
+
+class ClientCommunicationsTest : public testing::Test {
+protected:
+    ClientCommunicationsTest() {
+        files.Put(Security + "/CS/datacenterid.config", "dc-1");
+        files.Put(Security + "/ombrysecurity.config", "{\"ssdsUri\": \"" + web.server.Url() + "\"}");
+        CreateClientCredentialsStore(Security, true, nullptr)
+            ->Save(std::make_shared<ClientCredentials>(std::make_shared<WindowsInMemoryDataProtection>(),
+                                                       "c1", "c1-id", "c1-secret"));
+        files.ClearOperations();
+    }
+
+    /// Puts a discovery cache there that knows the seed and is not due, so that nothing is refreshed beside a
+    /// test.
+    void HoldMaintainer(const std::string& cacheDirectory) {
+        files.Put(
+            cacheDirectory + "/v1-service.cache-p",
+            "{\"expiryTime\": 1700000000, \"local\": [{\"id\": \"ssds\", \"serviceName\": \"v1-service\", "
+            "\"endpointUrl\": \"" +
+                web.server.Url() + "\", \"endpointCert\": \"" + certificates.Base64() + "\"}]}");
+    }
+
+    static CommunicationsParameters Parameters(const std::string& clientName, const std::string& userName,
+                                               const std::string& token) {
+        CommunicationsParameters parameters(clientName);
+        parameters.SetUserName(userName);
+        parameters.SetPassword(userName.empty() ? "" : "pw");
+        parameters.SetFixedToken(token);
+        return parameters;
+    }
+
+    /// Makes one call to the service of that name.
+    static int Call(IClientCommunications& communications, const std::string& name, const std::string& path) {
+        const auto finder = communications.GetServiceFinderFactory()->CreateByName(name);
+        const auto gateway = communications.GetServiceGatewayFactory()->Create(finder);
+        const auto request = communications.GetServiceRequestFactory()->Create("GET", path, "1");
+        return gateway->CallForString(request, {})->GetStatusCode();
+    }
+
+    static std::string Failure(const CommunicationsParameters& parameters) {
+        try {
+            MakeClientCommunications(parameters);
+        } catch (const std::runtime_error& failure) {
+            return failure.what();
+        }
+        return "";
+    }
+
+    FakeClock clock;
+    // The token thread's first wait is then long.
+    FakeRandom random{SeedThatDraws(0, 720, 500)};
+    FakeKnownFolders folders{"/m"};
+    FakeMachineId machineId{"machine"};
+    MemoryFiles files;
+    OneCertificateStore certificates{"DiscoveryServiceBootstrap", "certificate"};
+    std::shared_ptr<RecordingLogger> logger = std::make_shared<RecordingLogger>();
+    const Platform::Testing::Replace<Platform::IClock> replacedClock{clock};
+    const Platform::Testing::Replace<Platform::IRandom> replacedRandom{random};
+    const Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};
+    const Platform::Testing::Replace<Platform::IMachineId> replacedMachineId{machineId};
+    const Platform::Testing::Replace<Platform::IFiles> replacedFiles{files};
+    const Platform::Testing::Replace<Platform::ICertificates> replacedCertificates{certificates};
+    LoopbackSecurityFramework web;
+};
+
+struct Identity {
+    const char* name;
+    std::string clientName, userName, token;
+    std::string sourceName, sourceId;
+    std::string cacheDirectory;
+    Texts calls;  // of one call to "v1-auth"
+};
+
+const std::string AaCall = "GET /services/services/nonsecure/name/aa -";
+const std::string FindCall = "GET /services/services/secure/name/v1-auth ";
+const std::string TokenBody = " grant_type=client_credentials&servicename=";
+
+std::vector<Identity> Identities() {
+    // Base64 of "c1-id:c1-secret" and of "u1:pw".
+    const std::string client = " Basic YzEtaWQ6YzEtc2VjcmV0" + TokenBody;
+    const std::string user = " Basic dTE6cHc=" + TokenBody;
+    const std::string clients = "POST /v1/auth/clients/servicetokens";
+    const std::string users = "POST /v1/auth/users/servicetokens";
+    return {
+        {"client",
+         "c1",
+         "",
+         "",
+         "c1",
+         "c1-id",
+         Cache + "c1",
+         {AaCall, clients + client + "v1-service", FindCall + "Bearer token-1", clients + client + "s",
+          "GET /test Bearer token-2"}},
+        {"user",
+         "",
+         "u1",
+         "",
+         "u1",
+         "u1",
+         Cache,
+         {AaCall, users + user + "v1-service", FindCall + "Bearer token-1", users + user + "s",
+          "GET /test Bearer token-2"}},
+        // The credentials choose the client first, the path of the token call the user.
+        {"client and user",
+         "c1",
+         "u1",
+         "t",
+         "c1",
+         "c1-id",
+         Cache + "c1",
+         {AaCall, users + client + "v1-service", FindCall + "Bearer token-1", users + client + "s",
+          "GET /test Bearer token-2"}},
+        {"token",
+         "",
+         "",
+         "t1",
+         "FixedToken",
+         "FixedToken",
+         Cache,
+         {FindCall + "Bearer t1", "GET /test Bearer t1"}},
+        {"nobody", "", "", "", "NoCreds", "NoCreds", Cache, {FindCall + "-", "GET /test -"}},
+    };
+}
+
+TEST_F(ClientCommunicationsTest, CallsGoOutAsTheIdentityAndTheOpenPathsAsNobody) {
+    for (const Identity& identity : Identities()) {
+        LoopbackSecurityFramework own;
+        files.Put(Security + "/ombrysecurity.config", "{\"ssdsUri\": \"" + own.server.Url() + "\"}");
+        for (const std::string& path : Texts{"/finder_cache", "/aa_token"}) {
+            for (const auto& [file, content] : files.Contents()) {
+                if (file.find(path) != std::string::npos) static_cast<void>(files.Remove(file));
+            }
+        }
+        files.Put(
+            identity.cacheDirectory + "/v1-service.cache-p",
+            "{\"expiryTime\": 1700000000, \"local\": [{\"serviceName\": \"v1-service\", \"endpointUrl\": \"" +
+                own.server.Url() + "\", \"endpointCert\": \"" + certificates.Base64() + "\"}]}");
+        const auto communications =
+            MakeClientCommunications(Parameters(identity.clientName, identity.userName, identity.token));
+
+        EXPECT_EQ(Call(*communications, "v1-auth", "/test"), 200) << identity.name;
+
+        EXPECT_EQ(own.Summaries(), identity.calls) << identity.name;
+        for (const std::string& request : own.server.Requests()) {
+            EXPECT_EQ(HeaderOf(request, "SF-Source-Client-Name"), identity.sourceName) << request;
+            EXPECT_EQ(HeaderOf(request, "SF-Source-Client-Id"), identity.sourceId) << request;
+            EXPECT_EQ(HeaderOf(request, "SF-Source-Datacenter-Id"), "dc-1") << request;
+            EXPECT_EQ(HeaderOf(request, "Datacenter-Id"), "dc-1") << request;
+        }
+    }
+}
+
+TEST_F(ClientCommunicationsTest, SecondCallFindsListsAndTokensInItsCaches) {
+    HoldMaintainer(Cache + "c1");
+    const auto communications = MakeClientCommunications(Parameters("c1", "", ""));
+    Call(*communications, "v1-auth", "/one");
+    const std::size_t before = web.Summaries().size();
+
+    Call(*communications, "v1-auth", "/two");
+
+    const Texts calls = web.Summaries();
+    EXPECT_EQ(Texts(calls.begin() + static_cast<long>(before), calls.end()),
+              Texts{"GET /two Bearer token-2"});
+    Texts caches;
+    for (const auto& [path, content] : files.Contents()) {
+        if (path.starts_with(Cache))
+            caches.push_back(path.substr(Cache.size(), path.rfind('/') - Cache.size()));
+    }
+    EXPECT_EQ(caches, (Texts{"c1/aa_token", "c1/aa_token", "c1/finder_cache", "c1/finder_cache", "c1"}));
+}
+
+TEST_F(ClientCommunicationsTest, NewMachineIsSeededAndItsListRefreshedAtOnceAsNobody) {
+    auto parameters = Parameters("c1", "", "");
+    parameters.logger = logger;
+    const auto communications = MakeClientCommunications(parameters);
+    clock.AwaitWaiters(4);  // failures, pool, tokens, maintainer
+
+    EXPECT_EQ(web.Summaries(), Texts{"GET /services/services/nonsecure/name/ssds -"});
+    const std::string request = web.server.Requests()[0];
+    EXPECT_EQ(HeaderOf(request, "SF-Root-Request-Type"), "UpdateSsdsSeedNodes");
+    EXPECT_EQ(HeaderOf(request, "SF-Destination-Service-Name"), "v1-service");
+    EXPECT_EQ(HeaderOf(request, "SF-Destination-Service-Is-Local-DC"), "true");
+    const auto saved = files.Content(Cache + "c1/v1-service.cache-p");
+    ASSERT_TRUE(saved);
+    EXPECT_NE(saved->find("\"id\": \"i\""), std::string::npos);  // the answer has replaced the seed
+    EXPECT_EQ(logger->Messages(2),
+              Texts{"Either the cache doesn't exist or the existing cache doesn't contain seed nodes.  "
+                    "Seeding cache."});
+    EXPECT_FALSE(files.Exists(Cache + "c1/finder_cache"));  // the maintainer's finder keeps none
+}
+
+TEST_F(ClientCommunicationsTest, MaintainerStartsWithTheMakingAndNotWithTheConstruction) {
+    {
+        ClientCommunications::ClientCommunications communications(Parameters("", "", ""));
+        clock.AwaitWaiters(2);  // failures, pool
+        EXPECT_EQ(web.Summaries(), Texts{});
+    }
+    const auto made = MakeClientCommunications(Parameters("", "", ""));
+    clock.AwaitWaiters(3);
+    EXPECT_EQ(web.Summaries().size(), 1u);
+}
+
+TEST_F(ClientCommunicationsTest, EachGetterGivesTheSameObjectEachTime) {
+    HoldMaintainer(Cache);
+    const auto communications = MakeClientCommunications(Parameters("", "", ""));
+
+    EXPECT_NE(communications->GetServiceGatewayFactory(), nullptr);
+    EXPECT_EQ(communications->GetServiceGatewayFactory(), communications->GetServiceGatewayFactory());
+    EXPECT_NE(communications->GetServiceFinderFactory(), nullptr);
+    EXPECT_EQ(communications->GetServiceFinderFactory(), communications->GetServiceFinderFactory());
+    EXPECT_NE(communications->GetLocalServiceFinderFactory(), nullptr);
+    EXPECT_EQ(communications->GetLocalServiceFinderFactory(), communications->GetLocalServiceFinderFactory());
+    EXPECT_NE(communications->GetServiceIteratePolicyFactory(), nullptr);
+    EXPECT_EQ(communications->GetServiceIteratePolicyFactory(),
+              communications->GetServiceIteratePolicyFactory());
+    EXPECT_NE(communications->GetServiceRequestFactory(), nullptr);
+    EXPECT_EQ(communications->GetServiceRequestFactory(), communications->GetServiceRequestFactory());
+    EXPECT_NE(communications->GetAaSigningCertificateFinder(), nullptr);
+    EXPECT_EQ(communications->GetAaSigningCertificateFinder(),
+              communications->GetAaSigningCertificateFinder());
+}
+
+TEST_F(ClientCommunicationsTest, SigningCertificatesComeFromTheOpenList) {
+    HoldMaintainer(Cache);
+    const auto communications = MakeClientCommunications(Parameters("", "", "t"));
+
+    EXPECT_EQ(communications->GetAaSigningCertificateFinder()->GetCertificates(),
+              std::list<std::string>{"signer"});
+    EXPECT_EQ(web.Summaries(), Texts{AaCall});
+}
+
+TEST_F(ClientCommunicationsTest, LocalServicesAreThoseOfTheClient) {
+    HoldMaintainer(Cache);
+    HoldMaintainer(Cache + "c1");
+    files.Put(Security + "/Components/c1/Services/part.config", "{\"Version\": \"1.0\", \"Guid\": \"g-1\"}");
+    const auto communications = MakeClientCommunications(Parameters("c1", "", ""));
+
+    communications->GetLocalServiceFinderFactory()->Create("part", "svc")->Find({});
+
+    EXPECT_EQ(web.Summaries().back(), "GET /services/services/secure/name/svc/parent-id/g-1 Bearer token-1");
+    const auto nobodys = MakeClientCommunications(Parameters("", "", ""));
+    try {
+        nobodys->GetLocalServiceFinderFactory()->Create("part", "svc");
+        ADD_FAILURE();
+    } catch (const std::runtime_error& failure) {
+        EXPECT_EQ(std::string(failure.what()),
+                  "Ombry::ClientCommunications::FileStorage::Load: Failed to open file '" + Security +
+                      "/Components//Services/part.config' for read.");
+    }
+}
+
+TEST_F(ClientCommunicationsTest, StepsFailInTheirOrderAndNothingGoesOut) {
+    const std::string notOpened = "Ombry::ClientCommunications::FileStorage::Load: Failed to open file '";
+    const std::string credentials = Security + "/Components/c1/ombrycomponent.config";
+    const std::string datacenter = Security + "/CS/datacenterid.config";
+    const std::string bootstrap = Security + "/ombrysecurity.config";
+    const std::string cache = Cache + "c1/v1-service.cache-p";
+    certificates.Clear();
+    files.Put(cache, "half a docu");
+    static_cast<void>(files.Remove(bootstrap));
+    static_cast<void>(files.Remove(datacenter));
+    const std::string saved = *files.Content(credentials);
+    static_cast<void>(files.Remove(credentials));
+    const auto expect = [&](const std::string& failure, const Texts& reads) {
+        files.ClearOperations();
+        EXPECT_EQ(Failure(Parameters("c1", "", "")).substr(0, failure.size()), failure);
+        EXPECT_EQ(files.Texts(), reads);
+    };
+
+    // Everything is wrong; each round mends what was found.
+    Texts reads = {"Read " + credentials};
+    expect(notOpened + credentials + "' for read.", reads);
+    files.Put(credentials, "");
+    expect("The credentials file of 'c1' is empty.", reads);
+    files.Put(credentials, saved);
+    reads.push_back("Read /m/Quennet/common.config");
+    reads.push_back("Read " + datacenter);
+    expect(notOpened + datacenter + "' for read.", reads);
+    files.Put(datacenter, "dc-1");
+    reads.push_back("Read " + bootstrap);
+    expect(notOpened + bootstrap + "' for read.", reads);
+    files.Put(bootstrap, "{\"ssdsUri\": 5}");
+    expect("ERROR: Expected type '", reads);
+    files.Put(bootstrap, "{\"ssdsUri\": \"" + web.server.Url() + "\"}");
+    expect(
+        "Ombry::ClientCommunications::ClientCommunications::getBootstrapSsdsCertificate: "
+        "Failed to find bootstrap SSDS certificate.",
+        reads);
+    certificates.Restore();
+    reads.push_back("Read " + cache);
+    expect("ERROR: Parse failed at offset ", reads);
+    EXPECT_EQ(web.server.Connections(), 0u);
+}
+
+TEST_F(ClientCommunicationsTest, SeedThatCannotBeWrittenFailsTheConstruction) {
+    files.FailEvery("BeginReplace", 28);
+
+    EXPECT_EQ(Failure(Parameters("", "", "")),
+              "Ombry::ClientCommunications::FileStorage::Save: Failed to open file '" + Cache +
+                  "/v1-service.cache-s' for write.");
+    EXPECT_EQ(web.server.Connections(), 0u);
+}
+
+TEST_F(ClientCommunicationsTest, IdentityOfACommandLineChoosesTheCacheDirectory) {
+    struct Case {
+        std::string userName, password, clientName, token;
+        std::string directory;
+    };
+    for (const Case& one : std::vector<Case>{
+             {"u1", "pw", "", "", Cache}, {"", "", "c1", "", Cache + "c1"}, {"", "", "", "t", Cache}}) {
+        for (const auto& [path, content] : files.Contents()) {
+            if (path.starts_with(Cache)) static_cast<void>(files.Remove(path));
+        }
+        HoldMaintainer(one.directory);
+        files.ClearOperations();
+
+        const auto communications = MakeCommunications(one.userName, one.password, one.clientName, one.token);
+
+        EXPECT_EQ(files.Texts().back(), "Read " + one.directory + "/v1-service.cache-p");
+        Call(*communications, "v1-auth", "/test");
+    }
+    EXPECT_EQ(web.Summaries().back(), "GET /test Bearer t");
+}
+
+TEST_F(ClientCommunicationsTest, CredentialsKeepTheSecretAndNameItsKind) {
+    const auto texts = [](const CommunicationsParameters& parameters) {
+        const auto credentials = CreateCredentials(parameters);
+        return Texts{credentials->GetName(), credentials->GetClientId(), credentials->GetClientSecret()};
+    };
+    EXPECT_EQ(texts(Parameters("c1", "u1", "t")), (Texts{"c1", "c1-id", "c1-secret"}));
+    EXPECT_EQ(texts(Parameters("", "u1", "t")), (Texts{"u1", "u1", "pw"}));
+    EXPECT_EQ(texts(Parameters("", "", "t")), (Texts{"FixedToken", "FixedToken", "t"}));
+    EXPECT_EQ(texts(Parameters("", "", "")), (Texts{"NoCreds", "NoCreds", ""}));
+}
+
+TEST_F(ClientCommunicationsTest, SeedIsTheBootstrapServiceAloneInTheLocalList) {
+    const auto seeds = LoadBootstrapFoundServices(Parameters("", "", ""));
+
+    EXPECT_EQ(seeds->GetRemote().size(), 0u);
+    ASSERT_EQ(seeds->GetLocal().size(), 1u);
+    const auto seed = seeds->GetLocal().front();
+    EXPECT_EQ(seed->GetName(), "v1-service");
+    EXPECT_EQ(seed->GetEndpointUrl(), web.server.Url());
+    EXPECT_EQ(seed->GetEndpointCertificate(), certificates.Base64());
+    EXPECT_EQ(seed->GetId(), "");
+}
+
+TEST_F(ClientCommunicationsTest, LoggerOfTheParametersHearsOfTheThreads) {
+    HoldMaintainer(Cache + "c1");
+    auto parameters = Parameters("c1", "", "");
+    parameters.logger = logger;
+    {
+        const auto communications = MakeClientCommunications(parameters);
+        Call(*communications, "v1-auth", "/test");
+    }
+
+    EXPECT_TRUE(logger->Has(0, "Thread starting"));
+    EXPECT_TRUE(logger->Has(0, "Thread exiting"));
+    EXPECT_TRUE(logger->Has(1, "Thread exiting."));
+    EXPECT_TRUE(logger->Has(0, "Getting token for v1-service"));
+    EXPECT_TRUE(logger->Has(0, "Using fresh token for s"));
+    EXPECT_TRUE(logger->Has(0, "Storing result in cache."));
+}
+
+}  // namespace
+}  // namespace Ombry::Tests

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include "tests/Fakes/LoopbackServer.h"
+
+namespace Ombry::Tests {
+
+/// The value of a header of a request as it came over the wire; "-" if it is absent.
+inline std::string HeaderOf(const std::string& request, const std::string& name) {
+    const std::size_t at = request.find("\r\n" + name + ": ");
+    if (at == std::string::npos) return "-";
+    const std::size_t begin = at + name.size() + 4;
+    return request.substr(begin, request.find("\r\n", begin) - begin);
+}
+
+/// A whole Security Framework service behind one address, for tests of what goes out and in which order: it
+/// discovers itself for every name, as service "s" with the id "i", hands out "token-1", "token-2" and so on,
+/// and grants every enrolment and every deletion.
+class LoopbackSecurityFramework {
+public:
+    LoopbackSecurityFramework()
+        : server(
+              LoopbackServer::AnsweringWith([this](const std::string& request) { return Answer(request); })) {
+    }
+
+    /// For each request "METHOD target AUTHORIZATION", and its body behind that if there is one.
+    std::vector<std::string> Summaries() const {
+        std::vector<std::string> summaries;
+        for (const std::string& request : server.Requests())
+            summaries.push_back(Summary(request));
+        return summaries;
+    }
+
+private:
+    static std::string Summary(const std::string& request) {
+        const std::string body = request.substr(request.find("\r\n\r\n") + 4);
+        return request.substr(0, request.find(" HTTP/1.1")) + " " + HeaderOf(request, "Authorization") +
+               (body.empty() ? "" : " " + body);
+    }
+
+    std::string Answer(const std::string& request) {
+        if (request.starts_with("GET /services/")) return LoopbackServer::Response(Found());
+        if (request.find("/servicetokens HTTP") != std::string::npos) {
+            return LoopbackServer::Response("{\"token_type\": \"bearer\", \"access_token\": \"token-" +
+                                            std::to_string(++tokens) +
+                                            "\", \"expires_in\": 3600, \"scope\": \"\"}");
+        }
+        if (request.starts_with("POST ")) return LoopbackServer::Response("", "201 Created");
+        if (request.starts_with("DELETE /v1/auth/")) return "HTTP/1.1 204 No Content\r\n\r\n";
+        return LoopbackServer::Response("done");
+    }
+
+    std::string Found() const {
+        return "{\"expiryTime\": 1600000300, \"local\": [{\"serviceHostname\": \"h\", "
+               "\"serviceNamespace\": \"n\", \"id\": \"i\", \"serviceName\": \"s\", \"endpointUrl\": \"" +
+               server.Url() +
+               "\", \"endpointCert\": \"\", \"properties\": "
+               "[{\"key\": \"AaSigningCert\", \"value\": \"signer\"}]}], \"remote\": []}";
+    }
+
+    std::atomic<int> tokens{0};
+
+public:
+    LoopbackServer server;  // last: its threads end before what they use
+};
+
+}  // namespace Ombry::Tests
