@@ -1,10 +1,28 @@
 #include "Ombry.SecClientConfig/EnrollClient.h"
 
-#include <stdexcept>
-
+#include "ClientCommunications/IClientCommunications.h"
+#include "ObjectMapping/ListArray.h"
+#include "ObjectMapping/MapArray.h"
+#include "ObjectMapping/Serialization.h"
 #include "Ombry.SecClientConfig/CommandOptions.h"
+#include "Ombry.SecClientConfig/EnrollmentManager.h"
 
 namespace Ombry::SecClientConfig {
+namespace {
+
+/// A map from service to roles, as an array of pairs: [["service",["role",...]],...]. The form with colons
+/// that the usage shows does not parse.
+std::map<std::string, std::list<std::string>> ParseRolesPerService(const std::string& text) {
+    std::map<std::string, std::list<std::string>> roles;
+    const auto deserializer = ObjectMapping::CreateJSONDeserializer(false);
+    deserializer->Begin(text);
+    ObjectMapping::MapArray array(roles);
+    deserializer->Field(nullptr, array, nullptr);
+    deserializer->End();
+    return roles;
+}
+
+}  // namespace
 
 std::string& EnrollClient::Name(std::string& out) {
     return out = "enroll-client";
@@ -49,8 +67,15 @@ int EnrollClient::Execute(int argc, char** argv) {
     return Work(given);
 }
 
-int EnrollClient::Work(const Options&) {
-    throw std::runtime_error("The work of enroll-client is not part of this version yet.");
+int EnrollClient::Work(const Options& given) {
+    EnrollmentManager manager(ClientCommunications::MakeCommunications(
+        given.identity.userName, given.identity.password, given.identity.clientName, given.identity.token));
+    ClientEnrollmentRequest request;
+    request.name = given.newClientName;
+    if (!given.description.empty()) request.description = given.description;
+    if (!given.rolesPerService.empty()) request.rolesPerService = ParseRolesPerService(given.rolesPerService);
+    manager.EnrollClient(std::move(request));
+    return 0;
 }
 
 }  // namespace Ombry::SecClientConfig

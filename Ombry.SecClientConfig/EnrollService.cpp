@@ -1,8 +1,8 @@
 #include "Ombry.SecClientConfig/EnrollService.h"
 
-#include <stdexcept>
-
+#include "ClientCommunications/IClientCommunications.h"
 #include "Ombry.SecClientConfig/CommandOptions.h"
+#include "Ombry.SecClientConfig/EnrollmentManager.h"
 
 namespace Ombry::SecClientConfig {
 
@@ -56,8 +56,18 @@ int EnrollService::Execute(int argc, char** argv) {
     return Work(given);
 }
 
-int EnrollService::Work(const Options&) {
-    throw std::runtime_error("The work of enroll-service is not part of this version yet.");
+int EnrollService::Work(const Options& given) {
+    ServiceEnrollmentRequest request;
+    request.clientName = given.owner;
+    request.serviceName = given.name;
+    request.directUrl = given.url;
+    request.endpointUrl = given.url;
+    request.serviceHostname = given.hostName;
+    request.serviceNamespace = given.namespaceName;
+    EnrollmentManager manager(ClientCommunications::MakeCommunications(
+        given.identity.userName, given.identity.password, given.identity.clientName, given.identity.token));
+    manager.EnrollService(std::move(request));
+    return 0;
 }
 
 }  // namespace Ombry::SecClientConfig

@@ -1,8 +1,8 @@
 #include "Ombry.SecClientConfig/UnenrollClient.h"
 
-#include <stdexcept>
-
+#include "ClientCommunications/IClientCommunications.h"
 #include "Ombry.SecClientConfig/CommandOptions.h"
+#include "Ombry.SecClientConfig/EnrollmentManager.h"
 
 namespace Ombry::SecClientConfig {
 
@@ -41,8 +41,11 @@ int UnenrollClient::Execute(int argc, char** argv) {
     return Work(given);
 }
 
-int UnenrollClient::Work(const Options&) {
-    throw std::runtime_error("The work of unenroll-client is not part of this version yet.");
+int UnenrollClient::Work(const Options& given) {
+    EnrollmentManager manager(ClientCommunications::MakeCommunications(
+        given.identity.userName, given.identity.password, given.identity.clientName, given.identity.token));
+    manager.UnenrollClient(given.unenrollClientName);
+    return 0;
 }
 
 }  // namespace Ombry::SecClientConfig

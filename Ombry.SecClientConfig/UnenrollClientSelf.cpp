@@ -1,8 +1,8 @@
 #include "Ombry.SecClientConfig/UnenrollClientSelf.h"
 
-#include <stdexcept>
-
+#include "ClientCommunications/IClientCommunications.h"
 #include "Ombry.SecClientConfig/CommandOptions.h"
+#include "Ombry.SecClientConfig/EnrollmentManager.h"
 
 namespace Ombry::SecClientConfig {
 
@@ -26,8 +26,12 @@ int UnenrollClientSelf::Execute(int argc, char** argv) {
     return Work(given);
 }
 
-int UnenrollClientSelf::Work(const Options&) {
-    throw std::runtime_error("The work of unenroll-client-self is not part of this version yet.");
+int UnenrollClientSelf::Work(const Options& given) {
+    // The client acts as itself, with its stored credentials and its own cache directory.
+    const ClientCommunications::CommunicationsParameters parameters(given.clientName);
+    EnrollmentManager manager(ClientCommunications::MakeClientCommunications(parameters));
+    manager.UnenrollClientSelf(given.clientName);
+    return 0;
 }
 
 }  // namespace Ombry::SecClientConfig

@@ -1,8 +1,8 @@
 #include "Ombry.SecClientConfig/UnenrollService.h"
 
-#include <stdexcept>
-
+#include "ClientCommunications/IClientCommunications.h"
 #include "Ombry.SecClientConfig/CommandOptions.h"
+#include "Ombry.SecClientConfig/EnrollmentManager.h"
 
 namespace Ombry::SecClientConfig {
 
@@ -44,8 +44,11 @@ int UnenrollService::Execute(int argc, char** argv) {
     return Work(given);
 }
 
-int UnenrollService::Work(const Options&) {
-    throw std::runtime_error("The work of unenroll-service is not part of this version yet.");
+int UnenrollService::Work(const Options& given) {
+    EnrollmentManager manager(ClientCommunications::MakeCommunications(
+        given.identity.userName, given.identity.password, given.identity.clientName, given.identity.token));
+    manager.UnenrollService(given.ownerClientName, given.serviceName);
+    return 0;
 }
 
 }  // namespace Ombry::SecClientConfig

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <set>
 
+#include "tests/Fakes/FakeKnownFolders.h"
+#include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/ScriptedSockets.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
 #include "tests/Ombry.SecClientConfig/UsageTexts.h"
@@ -50,19 +52,30 @@ public:
 };
 
 /// The command must have judged its options good and begun its work: the two that need no configured machine
-/// look for their host.
+/// look for their host; on a machine that was never configured the others fail without a word to the network.
 void ExpectBeginsItsWork(const Words& words) {
-    const bool worksAlready = words[0] == "get-datacenters" || words[0] == "configure-bootstrap-url";
+    const bool needsNoMachine = words[0] == "get-datacenters" || words[0] == "configure-bootstrap-url";
+    const auto client = std::find(words.begin(), words.end(), "-n");
+    const std::string missing = client == words.end() || *(client + 1) == ""
+                                    ? "CS/datacenterid.config"
+                                    : "Components/" + *(client + 1) + "/ombrycomponent.config";
     NoHosts network;
-    const Platform::Testing::Replace<Platform::ISockets> replaced(network);
+    FakeKnownFolders folders("/m");
+    MemoryFiles files;
+    const Platform::Testing::Replace<Platform::ISockets> replacedSockets(network);
+    const Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders(folders);
+    const Platform::Testing::Replace<Platform::IFiles> replacedFiles(files);
     const ToolRun run = Tool(words);
     EXPECT_EQ(run.exitCode, -1) << testing::PrintToString(words);
-    EXPECT_EQ(run.error, worksAlready ? "Caught exception: Error 11.0\n"
-                                      : "Caught exception: The work of " + words[0] +
-                                            " is not part of this version yet.\n")
+    EXPECT_EQ(run.error,
+              needsNoMachine
+                  ? "Caught exception: Error 11.0\n"
+                  : "Caught exception: Ombry::ClientCommunications::FileStorage::Load: Failed to open file "
+                    "'/m/Quennet/OmbrySecurity/" +
+                        missing + "' for read.\n")
         << testing::PrintToString(words);
     EXPECT_EQ(run.out, "");
-    EXPECT_EQ(network.asked.empty(), !worksAlready) << testing::PrintToString(words);
+    EXPECT_EQ(network.asked.empty(), !needsNoMachine) << testing::PrintToString(words);
 }
 
 Words operator+(Words left, const Words& right) {

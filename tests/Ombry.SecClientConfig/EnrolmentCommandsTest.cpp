@@ -1,0 +1,215 @@
+// The five commands that need a configured machine, as whole runs against a service on loopback.
+
+#include <gtest/gtest.h>
+
+#include "ClientCommunications/Impl/ClientCredentials.h"
+#include "ClientCommunications/Impl/ClientCredentialsStore.h"
+#include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
+#include "tests/Fakes/DrawnSeeds.h"
+#include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/FakeKnownFolders.h"
+#include "tests/Fakes/FakeMachineId.h"
+#include "tests/Fakes/FakeRandom.h"
+#include "tests/Fakes/LoopbackSecurityFramework.h"
+#include "tests/Fakes/MemoryFiles.h"
+#include "tests/Fakes/OneCertificateStore.h"
+#include "tests/Ombry.SecClientConfig/ToolRun.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace ClientCommunications;
+using Texts = std::vector<std::string>;
+
+const std::string Security = "/m/Quennet/OmbrySecurity";
+
+class EnrolmentCommandsTest : public testing::Test {
+protected:
+    EnrolmentCommandsTest() {
+        files.Put(Security + "/CS/datacenterid.config", "dc-1");
+        files.Put(Security + "/ombrysecurity.config", "{\"ssdsUri\": \"" + web.server.Url() + "\"}");
+        // A discovery cache that is not due, so that nothing is refreshed beside a command.
+        for (const std::string& directory : Texts{"", "c1"}) {
+            files.Put(Security + "/CS-cpp/cache/" + directory + "/v1-service.cache-p",
+                      "{\"expiryTime\": 1700000000, \"local\": [{\"serviceName\": \"v1-service\", "
+                      "\"endpointUrl\": \"" +
+                          web.server.Url() + "\", \"endpointCert\": \"" + certificates.Base64() + "\"}]}");
+        }
+        Store()->Save(std::make_shared<ClientCredentials>(std::make_shared<WindowsInMemoryDataProtection>(),
+                                                          "c1", "c1-id", "c1-secret"));
+    }
+
+    static std::shared_ptr<IClientCredentialsStore> Store() {
+        return CreateClientCredentialsStore(Security, true, nullptr);
+    }
+
+    /// The command must succeed, print nothing and send exactly these.
+    void ExpectSuccess(const Texts& words, const Texts& requests) {
+        const std::size_t before = web.Summaries().size();
+        const ToolRun run = Tool(words);
+        EXPECT_EQ(run.exitCode, 0);
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.error, "");
+        const Texts all = web.Summaries();
+        EXPECT_EQ(Texts(all.begin() + static_cast<long>(before), all.end()), requests);
+    }
+
+    static std::string ClientBody(const std::string& description) {
+        return "{\n"
+               "    \"id\": \"" +
+               FakeRandom::GuidText(1) +
+               "\",\n"
+               "    \"clientSecretId\": \"" +
+               FakeRandom::GuidText(2) +
+               "\",\n"
+               "    \"publicCertPem\": null,\n"
+               "    \"groups\": null,\n"
+               "    \"description\": " +
+               description +
+               ",\n"
+               "    \"datacenterId\": \"dc-1\",\n"
+               "    \"rolesPerService\": {}\n"
+               "}";
+    }
+
+    FakeClock clock;
+    FakeRandom random{SeedThatDraws(0, 720, 500)};  // the token thread's first wait is long
+    FakeKnownFolders folders{"/m"};
+    FakeMachineId machineId{"machine"};
+    MemoryFiles files;
+    OneCertificateStore certificates{"DiscoveryServiceBootstrap", "certificate"};
+    const Platform::Testing::Replace<Platform::IClock> replacedClock{clock};
+    const Platform::Testing::Replace<Platform::IRandom> replacedRandom{random};
+    const Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};
+    const Platform::Testing::Replace<Platform::IMachineId> replacedMachineId{machineId};
+    const Platform::Testing::Replace<Platform::IFiles> replacedFiles{files};
+    const Platform::Testing::Replace<Platform::ICertificates> replacedCertificates{certificates};
+    LoopbackSecurityFramework web;
+};
+
+const std::string FindAuth = "GET /services/services/secure/name/v1-auth Bearer ";
+const std::string FindService = "GET /services/services/secure/name/v1-service Bearer ";
+const std::string EnrollClientCall = "POST /v1/auth/locationawareclients Bearer t ";
+
+TEST_F(EnrolmentCommandsTest, EnrollClientKeepsTheNewCredentialsAndPutsNoRolesIntoTheBody) {
+    ExpectSuccess({"enroll-client", "-t", "t", "-nn", "New", "-desc", "text", "-rps",
+                   R"([["serviceName1",["role1","role2"]],["serviceName2",["role1"]]])"},
+                  {FindAuth + "t", EnrollClientCall + ClientBody("\"text\"")});
+
+    const auto stored = Store()->Load("New");
+    EXPECT_EQ(stored->GetClientId(), FakeRandom::GuidText(1));
+    EXPECT_EQ(stored->GetClientSecret(), FakeRandom::GuidText(2));
+}
+
+TEST_F(EnrolmentCommandsTest, EmptyDescriptionAndEmptyRolesCountAsNotGiven) {
+    ExpectSuccess({"enroll-client", "-t", "t", "-nn", "New", "-desc", "", "-rps", ""},
+                  {FindAuth + "t", EnrollClientCall + ClientBody("null")});
+}
+
+TEST_F(EnrolmentCommandsTest, RolesThatFit) {
+    for (const std::string& roles : Texts{"[]", "[[\"a\",[]]]", "[[\"a\",[\"r\"]],[\"a\",[\"s\"]]]"}) {
+        EXPECT_EQ(Tool({"enroll-client", "-t", "t", "-nn", "New", "-rps", roles}).error, "") << roles;
+    }
+}
+
+TEST_F(EnrolmentCommandsTest, RolesThatDoNotFitEndTheCommandBeforeAnyCall) {
+    const std::map<std::string, std::string> failures = {
+        {R"([["a",["r"],["s"]]])", "Attempted to insert more than two elements into a pair.\n"},
+        {R"([["a":["r"]]])", "ERROR: Parse failed at offset "},  // the form that the usage shows
+        {R"({"a":["r"]})", "ERROR: Expected type '"},
+        {R"([["a","r"]])", "ERROR: Expected type '"},
+        {R"([[["r"],"a"]])", "ERROR: Expected type '"},
+        {R"([["a",[1]]])", "ERROR: Expected type '"},
+        {R"(["a"])", "ERROR: Expected type '"},
+        {"x", "ERROR: Parse failed at offset "},
+    };
+    for (const auto& [roles, failure] : failures) {
+        const ToolRun run = Tool({"enroll-client", "-t", "t", "-nn", "New", "-rps", roles});
+        EXPECT_EQ(run.exitCode, -1) << roles;
+        EXPECT_EQ(run.error.rfind("Caught exception: " + failure, 0), 0u) << roles << "\n" << run.error;
+    }
+    EXPECT_EQ(web.Summaries(), Texts{});
+    EXPECT_FALSE(files.Exists(Security + "/Components/New"));
+}
+
+TEST_F(EnrolmentCommandsTest, RolesAreReadOnlyAfterTheCompositionWasBuilt) {
+    static_cast<void>(files.Remove(Security + "/CS/datacenterid.config"));
+
+    EXPECT_EQ(Tool({"enroll-client", "-t", "t", "-nn", "New", "-rps", "x"}).error,
+              "Caught exception: Ombry::ClientCommunications::FileStorage::Load: Failed to open file '" +
+                  Security + "/CS/datacenterid.config' for read.\n");
+}
+
+TEST_F(EnrolmentCommandsTest, EnrollServiceReplacesWhatWasRegisteredAndKeepsTheRecord) {
+    const ToolRun run = Tool({"enroll-service", "-t", "t", "-owner", "c1", "-name", "Svc", "-url",
+                              "https://H:1/x", "-namespace", "Space", "-hostname", "Host"});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.out + run.error, "");
+
+    const auto record = files.Content(Security + "/Components/c1/Services/Svc.config");
+    ASSERT_TRUE(record);
+    const std::string id = record->substr(record->find("\"Guid\": ") + 9, 36);
+    EXPECT_EQ(record, "{\n    \"Version\": \"1.0\",\n    \"Guid\": \"" + id + "\"\n}");
+    EXPECT_EQ(web.Summaries(),
+              (Texts{"GET /services/services/secure/name/Svc/namespace/Space/host/Host Bearer t",
+                     FindService + "t", "DELETE /v1/services/services/i Bearer t",
+                     "POST /v1/services/services Bearer t {\n"
+                     "    \"serviceId\": \"" +
+                         id +
+                         "\",\n"
+                         "    \"serviceName\": \"Svc\",\n"
+                         "    \"clientId\": \"c1-id\",\n"
+                         "    \"directUrl\": \"https://H:1/x\",\n"
+                         "    \"directCert\": null,\n"
+                         "    \"endpointUrl\": \"https://H:1/x\",\n"
+                         "    \"endpointCert\": null,\n"
+                         "    \"serviceHostname\": \"Host\",\n"
+                         "    \"serviceNamespace\": \"Space\",\n"
+                         "    \"datacenterID\": \"dc-1\",\n"
+                         "    \"links\": null,\n"
+                         "    \"roles\": null,\n"
+                         "    \"ttlSeconds\": null,\n"
+                         "    \"status\": null,\n"
+                         "    \"serviceProps\": null\n"
+                         "}"}));
+}
+
+TEST_F(EnrolmentCommandsTest, UnenrollServiceWorksFromTheRecord) {
+    const std::string record = Security + "/Components/c1/Services/Svc.config";
+    files.Put(record, "{\"Version\": \"1.0\", \"Guid\": \"g-1\"}");
+
+    ExpectSuccess({"unenroll-service", "-t", "t", "-on", "c1", "-s", "Svc"},
+                  {FindService + "t", "DELETE /v1/services/services/g-1 Bearer t"});
+
+    EXPECT_FALSE(files.Exists(record));
+    ExpectSuccess({"unenroll-service", "-t", "t", "-on", "c1", "-s", "Svc"}, {});
+}
+
+TEST_F(EnrolmentCommandsTest, UnenrollClientWorksFromTheStoredCredentials) {
+    ExpectSuccess({"unenroll-client", "-t", "t", "-un", "c1"},
+                  {FindAuth + "t", "DELETE /v1/auth/clients/c1-id Bearer t"});
+
+    EXPECT_FALSE(files.Exists(Security + "/Components/c1/ombrycomponent.config"));
+    ExpectSuccess({"unenroll-client", "-u", "a", "-p", "b", "-un", "nosuch"}, {});
+}
+
+TEST_F(EnrolmentCommandsTest, UnenrollClientSelfActsWithItsOwnCredentialsAndCanDoItOnce) {
+    const std::string askToken =
+        "POST /v1/auth/clients/servicetokens Basic YzEtaWQ6YzEtc2VjcmV0 "
+        "grant_type=client_credentials&servicename=";
+    ExpectSuccess({"unenroll-client-self", "-n", "c1"},
+                  {"GET /services/services/nonsecure/name/aa -", askToken + "v1-service",
+                   FindAuth + "token-1", askToken + "s", "DELETE /v1/auth/clients Bearer token-2"});
+    const std::size_t requests = web.Summaries().size();
+
+    const ToolRun second = Tool({"unenroll-client-self", "-n", "c1"});
+
+    EXPECT_EQ(second.exitCode, -1);
+    EXPECT_EQ(second.error,
+              "Caught exception: Ombry::ClientCommunications::FileStorage::Load: Failed to open file '" +
+                  Security + "/Components/c1/ombrycomponent.config' for read.\n");
+    EXPECT_EQ(web.Summaries().size(), requests);
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
