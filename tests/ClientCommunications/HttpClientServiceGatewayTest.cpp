@@ -1,0 +1,409 @@
+#include "ClientCommunications/Impl/HttpClientServiceGateway.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "ClientCommunications/CommunicationsError.h"
+#include "ClientCommunications/Impl/HttpClientServiceGatewayFactory.h"
+#include "ClientCommunications/Impl/Service.h"
+#include "ClientCommunications/Impl/ServiceRequest.h"
+#include "ClientCommunications/Impl/SyncStringWriter.h"
+#include "OmbryZephCore/ZephSSLManagerProvider.h"
+#include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/RecordingLogger.h"
+#include "tests/Fakes/ScriptedSockets.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace ClientCommunications;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+/// Notes how each TLS session would be validated, and has no engine.
+class NoEngines : public OmbryZephCore::ZephSSLManagerProviderIf {
+public:
+    std::unique_ptr<OmbryZephCore::ZephSSLInitializableManagerIf> MakeManager(
+        const std::shared_ptr<LibraryLogger::ILogger>&, bool bVerbose) override {
+        class Manager : public OmbryZephCore::ZephSSLInitializableManagerIf {
+        public:
+            explicit Manager(NoEngines& owner) : owner(owner) {}
+            std::uint32_t Initialize(const std::string& targetName, bool bManualValidation,
+                                     const OmbryZephCore::ZephCertificateValidator& validator) override {
+                owner.rules.push_back(targetName + (bManualValidation ? " manual" : " platform") +
+                                      (validator ? " pinned" : ""));
+                return 0;
+            }
+            OmbryZephCore::ZephSSLConnectionIf* GetConnection() override { return nullptr; }
+            void ReleaseConnection(OmbryZephCore::ZephSSLConnectionIf*) override {}
+
+        private:
+            NoEngines& owner;
+        };
+        verbose = bVerbose;
+        return std::make_unique<Manager>(*this);
+    }
+
+    std::vector<std::string> rules;
+    bool verbose = false;
+};
+
+class HttpClientServiceGatewayTest : public ::testing::Test {
+protected:
+    using Logged = std::vector<std::pair<int, std::string>>;
+
+    HttpClientServiceGatewayTest() { AnswerWith("200 OK", "body"); }
+
+    static std::shared_ptr<IService> At(const std::string& url, const std::string& certificate = "") {
+        ServiceDto dto;
+        dto.endpointUrl = url;
+        dto.endpointCert = certificate;
+        return std::make_shared<Service>(dto);
+    }
+
+    void AnswerWith(const std::string& status, const std::string& body, const std::string& headers = "") {
+        sockets.OnSend([=, this](ScriptedSockets::Handle handle, const std::string& bytes) {
+            if (!bytes.ends_with("\r\n\r\n") && !waitForBody.empty() && !bytes.ends_with(waitForBody)) return;
+            if (!waitForBody.empty() && bytes.ends_with("\r\n\r\n")) return;
+            sockets.Deliver(handle, "HTTP/1.1 " + status + "\r\n" + headers +
+                                        "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+        });
+    }
+
+    std::shared_ptr<IServiceGateway> Gateway(const std::string& url = "http://server:8080/base",
+                                             const std::string& certificate = "AAAA") {
+        return factory.Create(At(url, certificate));
+    }
+
+    std::shared_ptr<IStringServiceResponse> Call(Cancellation::Token token = {}) {
+        return Gateway()->CallForString(request, std::move(token));
+    }
+
+    /// Lines of the gateway itself.
+    Logged GatewayLog() const {
+        Logged lines;
+        for (const RecordingLogger::Entry& entry : logger->Entries()) {
+            if (entry.function.find("HttpClientServiceGateway::") != std::string::npos)
+                lines.emplace_back(entry.level, entry.message);
+        }
+        return lines;
+    }
+
+    template <class Exception>
+    std::string ThrownBy(const std::function<void()>& call) {
+        try {
+            call();
+        } catch (const Exception& e) {
+            EXPECT_EQ(typeid(e), typeid(Exception));
+            return e.what();
+        }
+        return "nothing was thrown";
+    }
+
+    /// Makes every wait for an answer a silent one.
+    void BeSilent(Duration eachWait) {
+        sockets.OnSend(nullptr);
+        sockets.OnIdle([this, eachWait](std::int64_t) { clock.Advance(eachWait); });
+    }
+
+    FakeClock clock;
+    ScriptedSockets sockets;
+    NoEngines engines;
+    Platform::Testing::Replace<Platform::IClock> replacedClock{clock};
+    Platform::Testing::Replace<Platform::ISockets> replacedSockets{sockets};
+    Platform::Testing::Replace<OmbryZephCore::ZephSSLManagerProviderIf> replacedEngines{engines};
+    std::string waitForBody;
+    std::shared_ptr<RecordingLogger> logger = std::make_shared<RecordingLogger>();
+    HttpClientServiceGatewayFactory factory{logger, false};
+    std::shared_ptr<IServiceRequest> request = CreateServiceRequest("GET", "/path", "7");
+};
+
+TEST_F(HttpClientServiceGatewayTest, ACallReturnsStatusHeadersBodyAndService) {
+    AnswerWith("201 Created", "body", "Content-Type: text/plain\r\n");
+    const auto service = At("http://server:8080/base", "AAAA");
+    const auto response = factory.Create(service)->CallForString(request, {});
+    EXPECT_EQ(response->GetStatusCode(), 201);
+    EXPECT_EQ(response->GetBody(), "body");
+    EXPECT_EQ(response->GetHeader("content-type"), "text/plain");
+    EXPECT_EQ(response->GetService(), service);
+}
+
+TEST_F(HttpClientServiceGatewayTest, TheRequestCarriesItsHeadersBehindTheBasePathOfTheEndpoint) {
+    request->SetHeader("A", "1");
+    Call();
+    EXPECT_EQ(sockets.Sent(100),
+              "GET /base/path HTTP/1.1\r\nHost: server:8080\r\nContent-Length: 0\r\nA: 1\r\n"
+              "Contract-Version: 7\r\n\r\n");
+}
+
+TEST_F(HttpClientServiceGatewayTest, TheBodyOfTheRequestIsSent) {
+    request = CreateServiceRequest("POST", "path", "7");
+    request->SetBody("question");
+    waitForBody = "question";
+    EXPECT_EQ(Call()->GetStatusCode(), 200);
+    EXPECT_THAT(sockets.Sent(100), ::testing::StartsWith("POST /base/path HTTP/1.1\r\n"));
+    EXPECT_THAT(sockets.Sent(100), HasSubstr("\r\nContent-Length: 8\r\n"));
+    EXPECT_THAT(sockets.Sent(100), EndsWith("\r\n\r\nquestion"));
+}
+
+TEST_F(HttpClientServiceGatewayTest, LogsTheCallAndItsStatusWithoutBracketsIfThereIsNothingToCorrelate) {
+    AnswerWith("500 Oops", "");
+    request->SetHeader("sf-Lower", "x");
+    request->SetHeader("SF", "x");
+    EXPECT_EQ(Call()->GetStatusCode(), 500) << "no status is an exception";
+    EXPECT_EQ(GatewayLog(),
+              (Logged{{1, "Calling GET http://server:8080/base/path"}, {1, "Got HTTP status 500"}}));
+}
+
+TEST_F(HttpClientServiceGatewayTest, CorrelatesByTheHeadersThatBeginWithSFInTheirOrder) {
+    request->SetHeader("SF-One", "1");
+    Call();
+    request->SetHeader("SF-B", "b");
+    request->SetHeader("SF-", "");
+    Call();
+    EXPECT_EQ(GatewayLog(),
+              (Logged{{1, "Calling GET http://server:8080/base/path [SF-One: 1]"},
+                      {1, "Got HTTP status 200 [SF-One: 1]"},
+                      {1, "Calling GET http://server:8080/base/path [SF-: , SF-B: b, SF-One: 1]"},
+                      {1, "Got HTTP status 200 [SF-: , SF-B: b, SF-One: 1]"}}));
+}
+
+TEST_F(HttpClientServiceGatewayTest, QueryPartsAreNoPartOfTheBasePath) {
+    Gateway("http://server:8080/base/?x=y")->CallForString(request, {});
+    EXPECT_THAT(sockets.Sent(100), ::testing::StartsWith("GET /base/path HTTP/1.1\r\n"));
+}
+
+// --- Where and how it connects ---
+
+struct PortCase {
+    const char* url;
+    const char* address;
+};
+
+class HttpClientServiceGatewayPortTest : public HttpClientServiceGatewayTest,
+                                         public ::testing::WithParamInterface<PortCase> {};
+
+TEST_P(HttpClientServiceGatewayPortTest, ComesFromTheUrl) {
+    try {
+        Gateway(GetParam().url)->CallForString(request, {});
+    } catch (const CommunicationsError&) {
+        // Those with TLS: there is no engine here.
+    }
+    EXPECT_THAT(sockets.Calls(), Contains(std::string("Connect(100, ") + GetParam().address + ")"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, HttpClientServiceGatewayPortTest,
+    ::testing::Values(PortCase{"http://h", "h:80"}, PortCase{"https://h", "h:443"},
+                      PortCase{"https://h:8181/x", "h:8181"}, PortCase{"HTTPS://h", "h:0"},
+                      PortCase{"HTTP://h", "h:0"}, PortCase{"h:81", "h:81"}, PortCase{"h", "h:0"},
+                      PortCase{"http://h:port", "h:0"}, PortCase{"http://h:70000", "h:4464"},
+                      PortCase{"http://h:65535", "h:65535"}, PortCase{"http://h:65536", "h:0"},
+                      PortCase{"http://h:-1", "h:65535"},
+                      PortCase{"http://h:99999999999999999999", "h:65535"},
+                      PortCase{"http://h:4294967739", "h:65535"}, PortCase{"http://h:80x", "h:80"},
+                      PortCase{"http://[::1]:81", "::1:81"}));
+
+TEST_F(HttpClientServiceGatewayTest, WithoutARegisteredCertificateNothingIsValidatedAndTheLogSaysSoEachTime) {
+    for (int i = 0; i < 2; ++i)
+        EXPECT_THROW(Gateway("https://server", "")->CallForString(request, {}), CommunicationsError);
+    EXPECT_THAT(engines.rules, ::testing::Each("server manual"));
+    const std::string line =
+        "No certificate is registered so TLS certificate validation will not be done for endpoint "
+        "https://server";
+    EXPECT_EQ(GatewayLog(), (Logged{{3, line},
+                                    {1, "Calling GET https://server/path"},
+                                    {4, "Error 11.0 from GET https://server/path"},
+                                    {3, line},
+                                    {1, "Calling GET https://server/path"},
+                                    {4, "Error 11.0 from GET https://server/path"}}));
+}
+
+TEST_F(HttpClientServiceGatewayTest, TheLineAboutTheCertificateComesForPlainHttpToo) {
+    Gateway("http://server", "")->CallForString(request, {});
+    EXPECT_EQ(GatewayLog().front(),
+              (std::pair<int, std::string>(3,
+                                           "No certificate is registered so TLS certificate validation "
+                                           "will not be done for endpoint http://server")));
+    EXPECT_THAT(engines.rules, IsEmpty());
+}
+
+TEST_F(HttpClientServiceGatewayTest, ARegisteredCertificateIsPinnedByItsKey) {
+    EXPECT_THROW(Gateway("https://server", "AAAA")->CallForString(request, {}), CommunicationsError);
+    EXPECT_THAT(engines.rules, ::testing::Each("server manual pinned"));
+    EXPECT_FALSE(engines.rules.empty());
+    EXPECT_THAT(logger->Messages(3), ::testing::Not(Contains(HasSubstr("No certificate is registered"))));
+}
+
+TEST_F(HttpClientServiceGatewayTest, ASchemeInCapitalsIsNotHttps) {
+    Gateway("HTTPS://server:443")->CallForString(request, {});
+    EXPECT_THAT(engines.rules, IsEmpty());
+    EXPECT_THAT(sockets.Sent(100), ::testing::StartsWith("GET /path"));
+}
+
+TEST_F(HttpClientServiceGatewayTest, GatewaysOfAFactoryShareItsPoolWhichOutlivesIt) {
+    std::shared_ptr<IServiceGateway> last;
+    {
+        HttpClientServiceGatewayFactory shortLived(nullptr, false);
+        shortLived.Create(At("http://server"))->CallForString(request, {});
+        last = shortLived.Create(At("http://server"));
+    }
+    EXPECT_EQ(last->CallForString(request, {})->GetStatusCode(), 200);
+    EXPECT_EQ(sockets.CallsOf("Connect"), 1u);
+    last.reset();
+    EXPECT_EQ(sockets.OpenSockets(), 0u);
+}
+
+TEST_F(HttpClientServiceGatewayTest, TheFactoryScansItsPoolEvery300Seconds) {
+    clock.AwaitWaiters(1);
+    EXPECT_THAT(clock.Waits(), ElementsAre(Duration(std::chrono::seconds(300))));
+}
+
+TEST_F(HttpClientServiceGatewayTest, VerbosityOfTheFactoryReachesTheConnections) {
+    HttpClientServiceGatewayFactory verbose(nullptr, true);
+    EXPECT_THROW(verbose.Create(At("https://server"))->CallForString(request, {}), CommunicationsError);
+    EXPECT_TRUE(engines.verbose);
+    EXPECT_THROW(Gateway("https://server")->CallForString(request, {}), CommunicationsError);
+    EXPECT_FALSE(engines.verbose);
+}
+
+TEST_F(HttpClientServiceGatewayTest, LevelsThatAreOffAreNotLogged) {
+    auto coarse = std::make_shared<RecordingLogger>(4);
+    HttpClientServiceGatewayFactory quiet(coarse, false);
+    quiet.Create(At("http://server"))->CallForString(request, {});
+    EXPECT_THAT(coarse->Messages(), IsEmpty());
+}
+
+// --- The three roads of an exchange without an answer ---
+
+TEST_F(HttpClientServiceGatewayTest, ALostConnectionIsACommunicationsError) {
+    sockets.OnSend(
+        [this](ScriptedSockets::Handle handle, const std::string&) { sockets.CloseByPeer(handle); });
+    request->SetHeader("SF-One", "1");
+    EXPECT_EQ(ThrownBy<CommunicationsError>([&] { Call(); }), "Error 11.0");
+    EXPECT_EQ(GatewayLog(), (Logged{{1, "Calling GET http://server:8080/base/path [SF-One: 1]"},
+                                    {4, "Error 11.0 from GET http://server:8080/base/path [SF-One: 1]"}}));
+}
+
+TEST_F(HttpClientServiceGatewayTest, ARefusedConnectionIsACommunicationsError) {
+    sockets.OnConnect("server:8080", {111, true, false, 0});
+    EXPECT_EQ(ThrownBy<CommunicationsError>([&] { Call(); }), "Error 11.0");
+}
+
+TEST_F(HttpClientServiceGatewayTest, SilenceWithALiveTokenIsATimeoutWithTheNumbers) {
+    BeSilent(std::chrono::seconds(1));
+    const TimePoint start = clock.Now();
+    EXPECT_EQ(ThrownBy<Cancellation::TimeoutException>([&] { Call(); }), "Error 11.13");
+    EXPECT_EQ(clock.Now() - start, Duration(std::chrono::seconds(100))) << "the attempt time-out";
+    EXPECT_EQ(GatewayLog().back(),
+              (std::pair<int, std::string>(4, "Error 11.13 from GET http://server:8080/base/path")));
+}
+
+struct TimeoutCase {
+    std::int64_t ticks;
+    int seconds;
+};
+
+class HttpClientServiceGatewayTimeoutTest : public HttpClientServiceGatewayTest,
+                                            public ::testing::WithParamInterface<TimeoutCase> {};
+
+TEST_P(HttpClientServiceGatewayTimeoutTest, CountsWholeSeconds) {
+    BeSilent(std::chrono::seconds(1));
+    request->SetAttemptTimeout(Duration(GetParam().ticks));
+    const TimePoint start = clock.Now();
+    EXPECT_EQ(ThrownBy<Cancellation::TimeoutException>([&] { Call(); }), "Error 11.13");
+    EXPECT_EQ(clock.Now() - start, Duration(std::chrono::seconds(GetParam().seconds)));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, HttpClientServiceGatewayTimeoutTest,
+                         ::testing::Values(TimeoutCase{10'000'000, 1}, TimeoutCase{19'999'999, 1},
+                                           TimeoutCase{20'000'000, 2}, TimeoutCase{50'000'000, 5}));
+
+TEST_F(HttpClientServiceGatewayTest, AnAttemptTimeoutBelowASecondIsNoLimitAtAll) {
+    for (const std::int64_t ticks : {0, 5'000'000, 9'999'999}) {
+        int waits = 0;
+        sockets.OnSend(nullptr);
+        sockets.OnIdle([&](std::int64_t) {
+            clock.Advance(std::chrono::seconds(1));
+            if (++waits == 1000) sockets.CloseByPeer(100);
+        });
+        sockets.SetNextHandle(100);
+        request->SetAttemptTimeout(Duration(ticks));
+        sockets.FailNthCall("Connect", 2, 111);
+        EXPECT_EQ(ThrownBy<CommunicationsError>([&] { Call(); }), "Error 11.0") << ticks;
+        EXPECT_EQ(waits, 1000) << ticks;
+    }
+}
+
+TEST_F(HttpClientServiceGatewayTest, ATokenThatExpiredShowsAsItselfBehindTheLogLine) {
+    BeSilent(std::chrono::seconds(1));
+    const auto token = Cancellation::CreateTimeout(std::chrono::seconds(3));
+    EXPECT_EQ(ThrownBy<Cancellation::TimeoutException>([&] { Call(token); }), "Operation timed out.");
+    EXPECT_EQ(GatewayLog().back(),
+              (std::pair<int, std::string>(4, "Error 11.13 from GET http://server:8080/base/path")));
+}
+
+TEST_F(HttpClientServiceGatewayTest, ATokenThatWasCancelledShowsAsItself) {
+    const auto token = Cancellation::CreateCancellable();
+    sockets.OnSend(nullptr);
+    sockets.OnIdle([&](std::int64_t) { token.Cancel(); });
+    EXPECT_EQ(ThrownBy<Cancellation::OperationCancelledException>([&] { Call(token); }),
+              "Operation cancelled.");
+}
+
+TEST_F(HttpClientServiceGatewayTest, ATokenThatFiredCountsForALostConnectionToo) {
+    const auto token = Cancellation::CreateCancellable();
+    token.Cancel();
+    sockets.OnSend(
+        [this](ScriptedSockets::Handle handle, const std::string&) { sockets.CloseByPeer(handle); });
+    EXPECT_EQ(ThrownBy<Cancellation::OperationCancelledException>([&] { Call(token); }),
+              "Operation cancelled.");
+}
+
+TEST_F(HttpClientServiceGatewayTest, ATokenThatFiredDoesNotTakeAnAnswerAway) {
+    const auto token = Cancellation::CreateCancellable();
+    token.Cancel();
+    EXPECT_EQ(Call(token)->GetStatusCode(), 200);
+}
+
+// --- Stream calls ---
+
+struct StreamCase {
+    const char* status;
+    const char* written;
+    const char* body;
+};
+
+class HttpClientServiceGatewayStreamTest : public HttpClientServiceGatewayTest,
+                                           public ::testing::WithParamInterface<StreamCase> {};
+
+TEST_P(HttpClientServiceGatewayStreamTest, GoesToTheWriterBelow300AndToTheResponseFromThereOn) {
+    AnswerWith(GetParam().status, "data");
+    std::string text = "untouched";
+    const auto response =
+        Gateway()->CallForStream(request, std::make_shared<SyncStringWriter>(text), Cancellation::Token());
+    EXPECT_EQ(text, GetParam().written);
+    EXPECT_EQ(response->GetBody(), GetParam().body);
+    EXPECT_EQ(response->GetStatusCode(), std::atoi(GetParam().status));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, HttpClientServiceGatewayStreamTest,
+                         ::testing::Values(StreamCase{"200 OK", "data", ""}, StreamCase{"299 X", "data", ""},
+                                           StreamCase{"300 X", "untouched", "data"},
+                                           StreamCase{"404 X", "untouched", "data"},
+                                           StreamCase{"500 X", "untouched", "data"}));
+
+TEST_F(HttpClientServiceGatewayTest, AStreamCallFailsAsAStringCallDoes) {
+    sockets.OnSend(
+        [this](ScriptedSockets::Handle handle, const std::string&) { sockets.CloseByPeer(handle); });
+    std::string text;
+    EXPECT_EQ(ThrownBy<CommunicationsError>(
+                  [&] { Gateway()->CallForStream(request, std::make_shared<SyncStringWriter>(text), {}); }),
+              "Error 11.0");
+}
+
+}  // namespace
+}  // namespace Ombry::Tests

@@ -1,0 +1,121 @@
+#include "ClientCommunications/Impl/Service.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "ClientCommunications/Impl/RuntimeTexts.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace ClientCommunications;
+using ::testing::ElementsAre;
+using ::testing::Pair;
+
+ServiceDto::Property Property(const std::string& key, const std::string& value) {
+    ServiceDto::Property property;
+    property.key = key;
+    property.value = value;
+    return property;
+}
+
+ServiceDto Record() {
+    ServiceDto dto;
+    dto.serviceHostname = "host";
+    dto.serviceNamespace = "namespace";
+    dto.id = "id";
+    dto.serviceName = "name";
+    dto.endpointUrl = "https://host";
+    dto.endpointCert = "AAAA";
+    return dto;
+}
+
+TEST(ServiceTest, TellsWhatItsRecordSays) {
+    const Service service(Record());
+    EXPECT_EQ(service.GetEndpointUrl(), "https://host");
+    EXPECT_EQ(service.GetEndpointCertificate(), "AAAA");
+    EXPECT_EQ(service.GetId(), "id");
+    EXPECT_EQ(service.GetHostname(), "host");
+    EXPECT_EQ(service.GetNamespace(), "namespace");
+    EXPECT_EQ(service.GetName(), "name");
+    EXPECT_THAT(service.GetProperties(), ::testing::IsEmpty());
+}
+
+TEST(ServiceTest, ARepeatedPropertyKeepsItsLastValue) {
+    ServiceDto dto = Record();
+    dto.properties = {Property("b", "1"), Property("a", "2"), Property("b", "3"), Property("B", "4")};
+    EXPECT_THAT(Service(dto).GetProperties(), ElementsAre(Pair("B", "4"), Pair("a", "2"), Pair("b", "3")));
+}
+
+TEST(ServiceTest, EqualityIsOfIdUrlHostNameAndNamespaceExactly) {
+    const Service service(Record());
+    EXPECT_TRUE(service.Equals(Service(Record())));
+    for (std::string ServiceDto::*field :
+         {&ServiceDto::id, &ServiceDto::endpointUrl, &ServiceDto::serviceHostname, &ServiceDto::serviceName,
+          &ServiceDto::serviceNamespace}) {
+        ServiceDto other = Record();
+        (other.*field)[0] = 'X';
+        EXPECT_FALSE(service.Equals(Service(other))) << other.*field;
+        other = Record();
+        (other.*field)[0] = static_cast<char>((other.*field)[0] - 'a' + 'A');
+        EXPECT_FALSE(service.Equals(Service(other))) << other.*field;
+    }
+}
+
+TEST(ServiceTest, CertificateAndPropertiesTakeNoPartInEquality) {
+    ServiceDto other = Record();
+    other.endpointCert = "BBBB";
+    other.properties = {Property("a", "b")};
+    EXPECT_TRUE(Service(Record()).Equals(Service(other)));
+}
+
+// --- Texts of the designed platform ---
+
+struct NumberCase {
+    const char* text;
+    std::uint32_t value;
+};
+
+class ParseUnsigned32Test : public ::testing::TestWithParam<NumberCase> {};
+
+TEST_P(ParseUnsigned32Test, GivesTheNumber) {
+    EXPECT_EQ(ParseUnsigned32(GetParam().text), GetParam().value) << GetParam().text;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ParseUnsigned32Test,
+                         ::testing::Values(NumberCase{"0", 0}, NumberCase{"80", 80},
+                                           NumberCase{" \t\n80", 80}, NumberCase{"+80", 80},
+                                           NumberCase{"80x", 80}, NumberCase{"80 9", 80},
+                                           NumberCase{"4294967295", 4294967295}, NumberCase{"-1", 4294967295},
+                                           NumberCase{"-4294967295", 1}, NumberCase{"007", 7},
+                                           NumberCase{"0x10", 0}));
+
+TEST(RuntimeTextsTest, ANumberThatIsNoneOrTooLargeThrowsTheTextsOfTheDesignedPlatform) {
+    for (const char* text : {"", " ", "x", "-", "+", "+-1", "- 1"}) {
+        try {
+            ParseUnsigned32(text);
+            FAIL() << text;
+        } catch (const std::invalid_argument& e) {
+            EXPECT_STREQ(e.what(), "invalid stoul argument");
+        }
+    }
+    for (const char* text : {"4294967296", "-4294967296", "99999999999999999999999"}) {
+        try {
+            ParseUnsigned32(text);
+            FAIL() << text;
+        } catch (const std::out_of_range& e) {
+            EXPECT_STREQ(e.what(), "stoul argument out of range");
+        }
+    }
+}
+
+TEST(RuntimeTextsTest, APositionBeyondATextThrowsTheTextOfTheDesignedPlatform) {
+    try {
+        ThrowInvalidStringPosition();
+    } catch (const std::out_of_range& e) {
+        EXPECT_STREQ(e.what(), "invalid string position");
+    }
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
