@@ -8,6 +8,7 @@
 #include "ClientCommunications/Impl/Service.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "ClientCommunications/Impl/SyncStringWriter.h"
+#include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephSSLManagerProvider.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/RecordingLogger.h"
@@ -300,6 +301,17 @@ TEST_F(HttpClientServiceGatewayTest, SilenceWithALiveTokenIsATimeoutWithTheNumbe
     EXPECT_EQ(clock.Now() - start, Duration(std::chrono::seconds(100))) << "the attempt time-out";
     EXPECT_EQ(GatewayLog().back(),
               (std::pair<int, std::string>(4, "Error 11.13 from GET http://server:8080/base/path")));
+}
+
+TEST_F(HttpClientServiceGatewayTest, AnotherFailureIsNoReasonToTryAnotherServer) {
+    Call();  // a connection that stands, so that only the request meets the lack of memory
+    request->SetBody(std::string(100'000, 'x'));
+    const auto previous =
+        OmbryZephCore::ZephIOBuffer::ReplaceAllocator([](std::uint64_t) -> std::uint8_t* { return nullptr; });
+    EXPECT_EQ(ThrownBy<std::runtime_error>([&] { Call(); }), "Error 3.0");
+    OmbryZephCore::ZephIOBuffer::ReplaceAllocator(previous);
+    EXPECT_EQ(GatewayLog().back(),
+              (std::pair<int, std::string>(4, "Error 3.0 from GET http://server:8080/base/path")));
 }
 
 struct TimeoutCase {

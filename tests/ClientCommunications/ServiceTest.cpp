@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "ClientCommunications/Impl/RuntimeTexts.h"
+#include "ObjectMapping/Serialization.h"
 
 namespace Ombry::Tests {
 namespace {
@@ -67,6 +68,42 @@ TEST(ServiceTest, CertificateAndPropertiesTakeNoPartInEquality) {
     other.endpointCert = "BBBB";
     other.properties = {Property("a", "b")};
     EXPECT_TRUE(Service(Record()).Equals(Service(other)));
+}
+
+TEST(ServiceDtoTest, TravelsWithItsKeysInTheirOrderAndComesBackWhole) {
+    ServiceDto dto = Record();
+    dto.properties = {Property("k1", "v1"), Property("k2", "v2")};
+    std::string text = ObjectMapping::SerializeObject(dto, nullptr);
+    std::size_t last = 0;
+    for (const char* key :
+         {"\"serviceHostname\"", "\"serviceNamespace\"", "\"id\"", "\"serviceName\"", "\"endpointUrl\"",
+          "\"endpointCert\"", "\"properties\"", "\"key\"", "\"value\""}) {
+        const std::size_t at = text.find(key, last);
+        ASSERT_NE(at, std::string::npos) << key << " in " << text;
+        last = at;
+    }
+    ServiceDto read;
+    ObjectMapping::DeserializeObject(read, text, nullptr, true);
+    EXPECT_TRUE(Service(read).Equals(Service(dto)));
+    EXPECT_EQ(read.endpointCert, "AAAA");
+    EXPECT_THAT(Service(read).GetProperties(), ElementsAre(Pair("k1", "v1"), Pair("k2", "v2")));
+    read.Reset();
+    EXPECT_EQ(read.id, "");
+    EXPECT_TRUE(read.properties.empty());
+}
+
+TEST(ServiceDtoTest, EveryKeyIsRequired) {
+    ServiceDto dto = Record();
+    dto.properties = {Property("k1", "v1")};
+    const std::string text = ObjectMapping::SerializeObject(dto, nullptr);
+    for (const std::string key : {"serviceHostname", "serviceNamespace", "id", "serviceName", "endpointUrl",
+                                  "endpointCert", "properties", "key", "value"}) {
+        std::string without = text;
+        without.replace(without.find('"' + key + '"'), key.size() + 2, "\"another\"");
+        ServiceDto read;
+        EXPECT_THROW(ObjectMapping::DeserializeObject(read, without, nullptr, true), std::runtime_error)
+            << key;
+    }
 }
 
 // --- Texts of the designed platform ---
