@@ -370,6 +370,94 @@ TEST_F(ClientCommunicationsTest, SeedIsTheBootstrapServiceAloneInTheLocalList) {
     EXPECT_EQ(seed->GetId(), "");
 }
 
+TEST_F(ClientCommunicationsTest, RefusedTokenOfTenSecondsIsAskedForAnew) {
+    HoldMaintainer(Cache + "c1");
+    const auto communications = MakeClientCommunications(Parameters("c1", "", ""));
+    Call(*communications, "v1-auth", "/test");
+    const auto callsOfRefusal = [&] {
+        const std::size_t before = web.Summaries().size();
+        EXPECT_EQ(Call(*communications, "v1-auth", "/refused"), 401);
+        const Texts all = web.Summaries();
+        return Texts(all.begin() + static_cast<long>(before), all.end());
+    };
+
+    clock.Advance(std::chrono::seconds(10) - Duration(1));
+    EXPECT_EQ(callsOfRefusal(), (Texts{"GET /refused Bearer token-2", "GET /refused Bearer token-2"}));
+    clock.Advance(Duration(1));
+    EXPECT_EQ(callsOfRefusal(),
+              (Texts{"GET /refused Bearer token-2",
+                     "POST /v1/auth/clients/servicetokens Basic YzEtaWQ6YzEtc2VjcmV0" + TokenBody + "s",
+                     "GET /refused Bearer token-3"}));
+}
+
+TEST_F(ClientCommunicationsTest, WaitsBeforeAFailedServerDoubleFromOneSecondToThirty) {
+    HoldMaintainer(Cache);
+    auto parameters = Parameters("", "", "t");
+    parameters.logger = logger;
+    const auto communications = MakeClientCommunications(parameters);
+    const auto finder = communications->GetServiceFinderFactory()->CreateByName("v1-auth");
+
+    for (int call = 0; call < 8; ++call) {
+        // Gateways come and go; the failures are remembered by all of them.
+        const auto gateway = communications->GetServiceGatewayFactory()->Create(finder);
+        const auto request = communications->GetServiceRequestFactory()->Create("GET", "/busy", "1");
+        request->SetMaxRetries(0);
+        EXPECT_EQ(gateway->CallForString(request, {})->GetStatusCode(), 503);
+    }
+
+    Texts waits;
+    for (const std::string& message : logger->Messages(1)) {
+        if (message.starts_with("Waiting ")) waits.push_back(message);
+    }
+    Texts expected;
+    for (const char* length : {"1000", "2000", "4000", "8000", "16000", "30000", "30000"}) {
+        expected.push_back("Waiting " + std::string(length) + " milliseconds before trying to call " +
+                           web.server.Url() + " again.");
+    }
+    EXPECT_EQ(waits, expected);
+}
+
+TEST_F(ClientCommunicationsTest, FailuresAreSweptEachThirtyMinutes) {
+    HoldMaintainer(Cache);
+    const auto communications = MakeClientCommunications(Parameters("", "", ""));
+    clock.AwaitWaiters(3);
+
+    EXPECT_THAT(clock.Waits(), testing::Contains(Duration(std::chrono::minutes(30))));
+}
+
+TEST_F(ClientCommunicationsTest, ServerIsLeftAfterOneFailure) {
+    LoopbackSecurityFramework second;
+    web.partner = second.server.Url();
+    HoldMaintainer(Cache);
+    const auto communications = MakeClientCommunications(Parameters("", "", ""));
+    const auto finder = communications->GetServiceFinderFactory()->CreateByName("v1-auth");
+    const auto gateway = communications->GetServiceGatewayFactory()->Create(finder);
+    const auto request = communications->GetServiceRequestFactory()->Create("GET", "/busy", "1");
+    request->SetMaxRetries(1);
+
+    EXPECT_EQ(gateway->CallForString(request, {})->GetStatusCode(), 503);
+
+    const Texts calls = web.Summaries();
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), "GET /busy -"), 1);
+    EXPECT_EQ(second.Summaries(), Texts{"GET /busy -"});
+}
+
+TEST_F(ClientCommunicationsTest, VerboseParametersReachTheNetwork) {
+    HoldMaintainer(Cache);
+    const auto count = [&](bool verbose) {
+        auto parameters = Parameters("", "", "");
+        parameters.logger = logger;
+        parameters.verbose = verbose;
+        const auto communications = MakeClientCommunications(parameters);
+        Call(*communications, "v1-auth", "/test");
+        logger->Clear();
+        Call(*communications, "v1-auth", "/test");
+        return logger->Entries().size();
+    };
+
+    EXPECT_GT(count(true), count(false));
+}
+
 TEST_F(ClientCommunicationsTest, LoggerOfTheParametersHearsOfTheThreads) {
     HoldMaintainer(Cache + "c1");
     auto parameters = Parameters("c1", "", "");

@@ -18,7 +18,7 @@ inline std::string HeaderOf(const std::string& request, const std::string& name)
 
 /// A whole Security Framework service behind one address, for tests of what goes out and in which order: it
 /// discovers itself for every name, as service "s" with the id "i", hands out "token-1", "token-2" and so on,
-/// and grants every enrolment and every deletion.
+/// and grants every enrolment and every deletion. "/refused" is answered with 401, "/busy" with 503.
 class LoopbackSecurityFramework {
 public:
     LoopbackSecurityFramework()
@@ -48,22 +48,28 @@ private:
                                             std::to_string(++tokens) +
                                             "\", \"expires_in\": 3600, \"scope\": \"\"}");
         }
+        if (request.starts_with("GET /refused ")) return LoopbackServer::Response("", "401 Unauthorized");
+        if (request.starts_with("GET /busy ")) return LoopbackServer::Response("", "503 Unavailable");
         if (request.starts_with("POST ")) return LoopbackServer::Response("", "201 Created");
         if (request.starts_with("DELETE /v1/auth/")) return "HTTP/1.1 204 No Content\r\n\r\n";
         return LoopbackServer::Response("done");
     }
 
     std::string Found() const {
+        const std::string other =
+            partner.empty() ? "" : ", {\"id\": \"j\", \"endpointUrl\": \"" + partner + "\"}";
         return "{\"expiryTime\": 1600000300, \"local\": [{\"serviceHostname\": \"h\", "
                "\"serviceNamespace\": \"n\", \"id\": \"i\", \"serviceName\": \"s\", \"endpointUrl\": \"" +
                server.Url() +
                "\", \"endpointCert\": \"\", \"properties\": "
-               "[{\"key\": \"AaSigningCert\", \"value\": \"signer\"}]}], \"remote\": []}";
+               "[{\"key\": \"AaSigningCert\", \"value\": \"signer\"}]}" +
+               other + "], \"remote\": []}";
     }
 
     std::atomic<int> tokens{0};
 
 public:
+    std::string partner;    // address of a second instance, with the id "j"; set before the first request
     LoopbackServer server;  // last: its threads end before what they use
 };
 
