@@ -1,0 +1,5 @@
+#include "LongRunningClient.h"
+
+int main(int argc, char** argv) {
+    return Example::RunLongRunningClient(argc, argv);
+}
