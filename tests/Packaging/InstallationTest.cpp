@@ -84,6 +84,16 @@ TEST_F(InstallationTest, ConsumerThatWantsAnotherMajorVersionIsRefused) {
     EXPECT_THAT(configured.output, HasSubstr("OmbryConfig.cmake, version: 1.0.0\n"));
 }
 
+TEST_F(InstallationTest, ExampleBuildsOutsideTheTree) {
+    const std::string example = directory / "example";
+    std::filesystem::copy(OMBRY_SOURCE_DIR "/examples/long_running_client", example);
+    const ShellRun built =
+        Shell("cmake -G Ninja -S " + example + " -B " + example + "/build -DCMAKE_PREFIX_PATH=" + prefix +
+              " && cmake --build " + example + "/build");
+    ASSERT_EQ(built.exitCode, 0) << built.output;
+    EXPECT_EQ(Shell(example + "/build/long_running_client").exitCode, 2);
+}
+
 TEST_F(InstallationTest, MovedInstallationStillServes) {
     std::filesystem::rename(prefix, directory / "elsewhere");
     const ShellRun configured =
