@@ -103,7 +103,7 @@ bool ZephOpenSSLConnection::SetServerName(const std::string& targetName, bool bV
     if (name.CanBeSent() && SSL_set_tlsext_host_name(m_Session.get(), name.m_Text.c_str()) != 1) return false;
     if (!bVerify) return true;
     if (!name.CanBeChecked()) {
-        LogCall(m_Logger, __FILE__, __LINE__, "ZephOpenSSLConnection::SetServerName", 4,
+        LogCall(m_Logger, __FILE__, __LINE__, "OmbryZephCore::ZephOpenSSLConnection::SetServerName", 4,
                 "The server's certificate cannot be checked against the name '", name.m_Text, "'.");
         return false;
     }
@@ -151,7 +151,7 @@ std::int32_t ZephOpenSSLConnection::ValidateServer() {
         accepted = m_Validator(&pContext);
     }
     if (!accepted) {
-        LogCall(m_Logger, __FILE__, __LINE__, "ZephOpenSSLConnection::ValidateServer", 3,
+        LogCall(m_Logger, __FILE__, __LINE__, "OmbryZephCore::ZephOpenSSLConnection::ValidateServer", 3,
                 "Certificate validation returned failure.  Connection will be closed.");
         return -1;
     }
@@ -165,14 +165,16 @@ std::int32_t ZephOpenSSLConnection::inject_ciphertext(const std::uint8_t* pBuffe
     const std::int32_t nCount = std::max(nBytes, 0);
     ERR_clear_error();
     if (nCount > 0 && BIO_write(m_Input, pBuffer, nCount) != nCount) return Fail("BIO_write");
-    if (m_Verbose) TraceCiphertext("ZephOpenSSLConnection::inject_ciphertext", pBuffer, nCount);
+    if (m_Verbose)
+        TraceCiphertext("OmbryZephCore::ZephOpenSSLConnection::inject_ciphertext", pBuffer, nCount);
     return ContinueInitIfNecessary() < 0 ? -1 : nCount;
 }
 
 std::int32_t ZephOpenSSLConnection::extract_ciphertext(std::uint8_t* pBuffer, std::int32_t nBytes) {
     if (m_Failed) return -1;
     const std::int32_t nCount = TakeFrom(m_Output, pBuffer, nBytes);
-    if (m_Verbose) TraceCiphertext("ZephOpenSSLConnection::extract_ciphertext", pBuffer, nCount);
+    if (m_Verbose)
+        TraceCiphertext("OmbryZephCore::ZephOpenSSLConnection::extract_ciphertext", pBuffer, nCount);
     return ContinueInitIfNecessary() < 0 ? -1 : nCount;
 }
 
@@ -269,10 +271,10 @@ std::int32_t ZephOpenSSLConnection::Fail(const char* operation) {
     const std::string errors = TakeOpenSSLErrors();
     const long verification = m_Session ? SSL_get_verify_result(m_Session.get()) : X509_V_OK;
     if (m_Session && SSL_get_verify_mode(m_Session.get()) != SSL_VERIFY_NONE && verification != X509_V_OK) {
-        LogCall(m_Logger, __FILE__, __LINE__, "ZephOpenSSLConnection::Fail", 4, operation,
+        LogCall(m_Logger, __FILE__, __LINE__, "OmbryZephCore::ZephOpenSSLConnection::Fail", 4, operation,
                 " failed: ", errors, " (certificate: ", X509_verify_cert_error_string(verification), ")");
     } else {
-        LogCall(m_Logger, __FILE__, __LINE__, "ZephOpenSSLConnection::Fail", 4, operation,
+        LogCall(m_Logger, __FILE__, __LINE__, "OmbryZephCore::ZephOpenSSLConnection::Fail", 4, operation,
                 " failed: ", errors);
     }
     return -1;
@@ -285,7 +287,7 @@ void ZephOpenSSLConnection::TraceCiphertext(const char* function, const std::uin
 }
 
 void ZephOpenSSLConnection::TracePlaintext(const std::uint8_t* pBuffer, std::int32_t nBytes) {
-    constexpr const char* Function = "ZephOpenSSLConnection::read_plaintext";
+    constexpr const char* Function = "OmbryZephCore::ZephOpenSSLConnection::read_plaintext";
     LogCall(m_Logger, __FILE__, __LINE__, Function, 0, "returning ", nBytes, " bytes of plaintext: '",
             std::string_view(reinterpret_cast<const char*>(pBuffer), static_cast<std::size_t>(nBytes)), "'");
     LogCall(m_Logger, __FILE__, __LINE__, Function, 0, SSL_pending(m_Session.get()),

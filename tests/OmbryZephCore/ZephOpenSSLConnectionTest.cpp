@@ -520,6 +520,8 @@ TEST(ZephOpenSSLTraceTest, CiphertextIsUpperCaseHexadecimalWithALineEndAfterEach
         expected += " AB";
     expected += "\nAB AB";
     EXPECT_EQ(pair.logger->Messages(0), std::vector<std::string>{expected});
+    EXPECT_EQ(pair.logger->Entries().at(0).function,
+              "OmbryZephCore::ZephOpenSSLConnection::inject_ciphertext");
     pair.logger->Clear();
     const std::string hello = Extract(pair.client, 3);
     EXPECT_EQ(pair.logger->Messages(0), std::vector<std::string>{"16 03 01"});
