@@ -199,9 +199,11 @@ public:
     }
 
     Status AcceptSecurityContext(Platform::CredHandle* phCredential, Platform::CtxtHandle* phContext,
-                                 Platform::SecBufferDesc* pInput, std::uint32_t fContextReq, std::uint32_t,
-                                 Platform::CtxtHandle* phNewContext, Platform::SecBufferDesc* pOutput,
-                                 std::uint32_t* pfContextAttr, Platform::SecTimeStamp*) override {
+                                 Platform::SecBufferDesc* pInput, std::uint32_t fContextReq,
+                                 std::uint32_t TargetDataRep, Platform::CtxtHandle* phNewContext,
+                                 Platform::SecBufferDesc* pOutput, std::uint32_t* pfContextAttr,
+                                 Platform::SecTimeStamp*) override {
+        if (TargetDataRep != 0) calls.push_back("reserved not 0");
         return TakeStep({"AcceptSecurityContext",
                          phContext != nullptr,
                          pInput != nullptr,
@@ -267,9 +269,9 @@ public:
     }
 
     /// Makes "<hhh>", the data in upper brackets of its own bytes plus one, and a shorter trailer.
-    Status EncryptMessage(Platform::CtxtHandle* phContext, std::uint32_t, Platform::SecBufferDesc* pMessage,
-                          std::uint32_t) override {
-        calls.push_back("EncryptMessage");
+    Status EncryptMessage(Platform::CtxtHandle* phContext, std::uint32_t fQOP,
+                          Platform::SecBufferDesc* pMessage, std::uint32_t MessageSeqNo) override {
+        calls.push_back(fQOP == 0 && MessageSeqNo == 0 ? "EncryptMessage" : "EncryptMessage with flags");
         books.Use("context", phContext->dwLower);
         Platform::SecBuffer* buffers = pMessage->pBuffers;
         encryptTypes.clear();
@@ -292,9 +294,9 @@ public:
         return encryptStatus;
     }
 
-    Status DecryptMessage(Platform::CtxtHandle* phContext, Platform::SecBufferDesc* pMessage, std::uint32_t,
-                          std::uint32_t*) override {
-        calls.push_back("DecryptMessage");
+    Status DecryptMessage(Platform::CtxtHandle* phContext, Platform::SecBufferDesc* pMessage,
+                          std::uint32_t MessageSeqNo, std::uint32_t*) override {
+        calls.push_back(MessageSeqNo == 0 ? "DecryptMessage" : "DecryptMessage with a number");
         books.Use("context", phContext->dwLower);
         Platform::SecBuffer* buffers = pMessage->pBuffers;
         char* input = static_cast<char*>(buffers[0].pvBuffer);

@@ -275,6 +275,12 @@ TEST_F(SChannelData, APeersRenegotiationThatFailsIsFatal) {
     EXPECT_THAT(logger->Messages(4), ElementsAre("InitializeSecurityContextA failed with error -2146893052"));
 }
 
+TEST_F(SChannelData, AnySuccessOfOurRenegotiationIsOne) {
+    provider.steps = {{SEC_E_OK, "rehello"}};
+    EXPECT_EQ(connection->request_renegotiate(), 1);
+    EXPECT_EQ(Extract(), Result(7, "rehello"));
+}
+
 TEST_F(SChannelData, OurRenegotiationMakesAFlightAndHoldsWritesBack) {
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}};
     EXPECT_EQ(connection->request_renegotiate(), 1);

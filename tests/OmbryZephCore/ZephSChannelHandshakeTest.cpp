@@ -247,6 +247,8 @@ TEST_F(SChannelHandshake, AStepThatNeedsMoreAndMadeNoTokenIsRepeatedWithTheExtra
     ASSERT_EQ(provider.stepCalls.size(), 3u);
     EXPECT_EQ(provider.stepCalls[1].offered, "def");
     EXPECT_EQ(provider.stepCalls[2].offered, "f");
+    for (const auto& call : provider.stepCalls)
+        EXPECT_THAT(call.inputTypes, ElementsAre(SECBUFFER_TOKEN, SECBUFFER_EMPTY));
     EXPECT_TRUE(connection->WantsCiphertext());
     EXPECT_EQ(Extract().second, "hellot");
 }
@@ -474,6 +476,55 @@ TEST_F(SChannelHandshake, ReadsAndWritesWaitForTheHandshake) {
     EXPECT_EQ(Write("x"), 0);
     EXPECT_EQ(provider.CallsOf("EncryptMessage"), 0);
     EXPECT_EQ(provider.CallsOf("DecryptMessage"), 0);
+}
+
+TEST_F(SChannelHandshake, InputOfTheHandshakeIsNeverDecrypted) {
+    StartClient();
+    Inject("half a message");
+    EXPECT_EQ(Read().first, 0);
+    EXPECT_EQ(provider.CallsOf("DecryptMessage"), 0);
+}
+
+TEST_F(SChannelHandshake, CarryingOnSaysReadyWaitingOrFailed) {
+    StartClient();
+    EXPECT_EQ(connection->ContinueInitIfNecessary(), 0) << "no input";
+    Inject("a");
+    EXPECT_EQ(connection->ContinueInitIfNecessary(), 0) << "incomplete";
+    provider.steps = {{SEC_E_BUFFER_TOO_SMALL}};
+    EXPECT_EQ(connection->ContinueInitIfNecessary(), 0) << "no room";
+    provider.steps = {{SEC_I_CONTINUE_NEEDED, "", 1}};
+    EXPECT_EQ(connection->ContinueInitIfNecessary(), 0) << "nothing taken";
+    provider.steps = {{SEC_I_CONTINUE_NEEDED, "token"}};
+    EXPECT_EQ(connection->ContinueInitIfNecessary(), 0) << "a step among others";
+    Inject("b");
+    provider.steps = {{SEC_E_OK}};
+    EXPECT_EQ(connection->ContinueInitIfNecessary(), 1) << "the last step";
+    EXPECT_EQ(connection->ContinueInitIfNecessary(), 1) << "nothing to carry on";
+    StartClient();
+    Inject("c");
+    provider.steps = {{SEC_E_INVALID_TOKEN}};
+    EXPECT_EQ(connection->ContinueInitIfNecessary(), -1);
+}
+
+TEST_F(SChannelHandshake, CommonTasksFailWithMinusOne) {
+    provider.packageStatus = SEC_E_INTERNAL_ERROR;
+    EXPECT_EQ(connection->DoCommonInitializationTasks(), -1);
+    provider.packageStatus = SEC_E_OK;
+    EXPECT_EQ(connection->DoCommonInitializationTasks(), 0);
+    OmbryZephCore::ZephSChannelConnection other(logger);
+    provider.loadErrors["SCHANNEL.DLL"] = 126;
+    EXPECT_EQ(other.DoCommonInitializationTasks(), -1);
+}
+
+TEST_F(SChannelHandshake, ASecondSessionTakesNeitherNameNorRoomNorSizesFromTheFirst) {
+    Connect();
+    provider.maxToken = 100;
+    provider.steps = {{SEC_E_OK}};
+    EXPECT_EQ(connection->InitializeAsClient(&credentials, nullptr), 0);
+    EXPECT_EQ(provider.stepCalls.back().room, 100u);
+    EXPECT_EQ(provider.stepCalls.back().targetName, "(null)");
+    EXPECT_EQ(Write("x"), 0) << "without stream sizes nothing can be written";
+    EXPECT_TRUE(connection->IsOutputBlocked());
 }
 
 TEST_F(SChannelHandshake, AServerWaitsForTheFirstFlight) {

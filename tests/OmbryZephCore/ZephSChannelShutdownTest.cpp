@@ -235,6 +235,16 @@ TEST_F(SChannelShutdown, AStepThatNeedsMoreButMadeATokenCountsAsAnUnknownSuccess
     EXPECT_EQ(Extract(), Result(3, "bye"));
 }
 
+TEST_F(SChannelShutdown, WaitingOffersNoMoreThanStandsBehindThePlaintext) {
+    provider.decryptions = {
+        {SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 3}, {SECBUFFER_EXTRA, 5, 2}}}};
+    Inject("HHoneAL");
+    EXPECT_EQ(Read(1), Result(1, "o"));
+    provider.steps = {{SEC_E_OK, ""}};
+    EXPECT_EQ(connection->shutdown(true), 0);
+    EXPECT_THAT(Offers(), ElementsAre("", "A", "AL"));
+}
+
 TEST_F(SChannelShutdown, WaitingLeavesPlaintextThatWasNotReadYetInPlace) {
     provider.decryptions = {
         {SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 3}, {SECBUFFER_EXTRA, 5, 4}}}};

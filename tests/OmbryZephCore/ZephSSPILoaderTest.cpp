@@ -78,6 +78,8 @@ TEST_F(SSPILoader, TakesTheGeneralLibraryWhenAskedTo) {
     EXPECT_EQ(loader.Initialize(false), 0u);
     EXPECT_EQ(provider.calls.front(), "LoadModule SECUR32.DLL");
     EXPECT_EQ(provider.books.Opened("module"), 1);
+    loader.Unload();
+    EXPECT_THAT(provider.books.Faults(), IsEmpty());
     EXPECT_THAT(logger->Messages(), IsEmpty());
 }
 
@@ -88,6 +90,8 @@ TEST_F(SSPILoader, FallsBackToTheOlderGeneralLibrary) {
                                             "FindEntryPoint InitSecurityInterfaceA", "CallEntryPoint"));
     EXPECT_EQ(loader.GetFunctions(), &provider);
     EXPECT_THAT(logger->Messages(), IsEmpty());
+    loader.Unload();
+    EXPECT_THAT(provider.books.Faults(), IsEmpty());
 }
 
 TEST_F(SSPILoader, NamesBothErrorsWhenNoGeneralLibraryLoads) {
