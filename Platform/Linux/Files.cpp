@@ -118,7 +118,11 @@ public:
     }
 
     ValueOr<std::vector<std::string>> List(const std::string& directory) override {
-        const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(directory.c_str()), closedir);
+        DIR* opened;
+        do {
+            opened = opendir(directory.c_str());
+        } while (!opened && errno == EINTR);
+        const std::unique_ptr<DIR, int (*)(DIR*)> folder(opened, closedir);
         if (!folder) return Result::Failure(errno);
         std::vector<std::string> names;
         errno = 0;
