@@ -1,0 +1,174 @@
+// `configure-bootstrap-url` killed at each change of a file, and with each of its system calls failing in
+// turn.
+
+#include <atomic>
+
+#include "tests/EndToEnd/Faults/Strace.h"
+#include "tests/EndToEnd/Sandbox.h"
+
+namespace Ombry::Tests {
+namespace {
+
+/// The whole state of a machine that another service was configured on before.
+class ConfigureBootstrapUrlFaultsTest : public testing::Test {
+protected:
+    Words Configure() const {
+        return {"configure-bootstrap-url", "-u", "admin", "-p", "secret", "-dn", "New", "-r", newer.Url()};
+    }
+    Words ConfigureEarlier() const {
+        return {"configure-bootstrap-url", "-t", "t", "-dn", "Old", "-r", older.Url()};
+    }
+
+    /// Every system call of a run on an empty or on a configured machine that `wanted` wants.
+    std::vector<TracedCall> Calls(bool configured,
+                                  const std::function<bool(const TracedCall&)>& wanted) const {
+        const Machine machine;
+        if (configured) machine.Run(ConfigureEarlier());
+        std::vector<TracedCall> calls;
+        for (const TracedCall& call : TraceOf(machine, Configure())) {
+            if (wanted(call)) calls.push_back(call);
+        }
+        return calls;
+    }
+
+    /// Runs `check` for each call, on a machine of its own, two at a time.
+    void ForEach(const std::vector<TracedCall>& calls, bool configured,
+                 const std::function<void(const Machine&, const TracedCall&)>& check) const {
+        std::atomic<std::size_t> next = 0;
+        const auto work = [&] {
+            for (std::size_t i; (i = next++) < calls.size();) {
+                const Machine machine;
+                if (configured) ExpectSuccess(machine.Run(ConfigureEarlier()));
+                check(machine, calls[i]);
+            }
+        };
+        std::thread second(work);
+        work();
+        second.join();
+    }
+
+    /// Each file is the earlier one or the new one, whole; what else there is has not got its name yet.
+    void ExpectWholeFiles(const Machine& machine, bool configured, const std::string& when) const {
+        const Tree before = configured ? ConfiguredTree(older.Url(), "old", older.Certificate()) : Tree();
+        const Tree after = ConfiguredTree(newer.Url(), "new", newer.Certificate());
+        for (const auto& [path, content] : machine.Files()) {
+            if (path.ends_with(".tmp")) continue;
+            const bool isOld = before.count(path) && before.at(path) == content;
+            const bool isNew = after.count(path) && after.at(path) == content;
+            const bool isUnnamed =
+                path == NewCertificate() && content == "600 " + StoredCertificate(newer.Certificate(), "");
+            EXPECT_TRUE(isOld || isNew || isUnnamed) << when << "\n" << path << ": " << content;
+        }
+    }
+    std::string NewCertificate() const { return StoreFolder + "/" + FingerprintOf(newer.Certificate()); }
+    /// The machine as a run without faults leaves it, but for files that never got their names.
+    void ExpectConfigured(const Machine& machine, const std::string& when) const {
+        Tree files = machine.Files();
+        std::erase_if(files, [](const auto& entry) { return entry.first.ends_with(".tmp"); });
+        EXPECT_EQ(files, ConfiguredTree(newer.Url(), "new", newer.Certificate())) << when;
+    }
+
+    Sandbox older{Words{"--datacenter", "old=Old"}};
+    Sandbox newer{Words{"--datacenter", "new=New"}};
+};
+
+bool ChangesFiles(const TracedCall& call) {
+    static const std::regex names(
+        "openat|mkdir|chmod|fchmod|fallocate|write|ftruncate|fsync|fdatasync|rename|renameat2?|link|unlink|"
+        "flock");
+    return std::regex_match(call.name, names) && call.line.find("Quennet") != std::string::npos;
+}
+
+TEST_F(ConfigureBootstrapUrlFaultsTest, KilledAtAnyChangeOfAFileLeavesEachFileWholeAndTheNextRunWorks) {
+    for (const bool configured : {false, true}) {
+        const std::vector<TracedCall> calls = Calls(configured, ChangesFiles);
+        ASSERT_GT(calls.size(), 20u);
+        ForEach(calls, configured, [&](const Machine& machine, const TracedCall& call) {
+            EXPECT_EQ(RunWithFate(machine, call, "signal=KILL", Configure()).exitCode, 137) << call.line;
+            ExpectWholeFiles(machine, configured, call.line);
+            ExpectSuccess(machine.Run(Configure()));
+            ExpectConfigured(machine, call.line);
+        });
+    }
+}
+
+/// Whether a call touches files or the network, after the program is loaded.
+bool CanFail(const TracedCall& call) {
+    static const std::regex network(
+        "socket|setsockopt|ioctl|connect|poll|getsockopt|sendto|recvfrom|getrandom|flock|mkdir|chmod|fchmod|"
+        "fallocate|fsync|rename|unlink|getdents64");
+    return std::regex_match(call.name, network) ||
+           (call.line.find("Quennet") != std::string::npos && call.name != "close");
+}
+
+TEST_F(ConfigureBootstrapUrlFaultsTest, AnySystemCallThatFailsEndsInATextOrInSuccessAndTheNextRunWorks) {
+    const std::vector<TracedCall> calls = Calls(true, CanFail);
+    ASSERT_GT(calls.size(), 60u);
+    ForEach(calls, true, [&](const Machine& machine, const TracedCall& call) {
+        const ProcessOutcome outcome = RunWithFate(machine, call, "error=EIO", Configure());
+        if (outcome.exitCode == 0) {
+            EXPECT_EQ(outcome.error, "") << call.line;
+        } else {
+            EXPECT_EQ(outcome.exitCode, 255) << call.line;
+            EXPECT_EQ(outcome.error.find("Caught exception: "), 0u) << call.line << outcome.error;
+            EXPECT_EQ(outcome.error.find('\n'), outcome.error.size() - 1) << call.line << outcome.error;
+        }
+        EXPECT_EQ(outcome.out, "") << call.line;
+        ExpectWholeFiles(machine, true, call.line);
+        ExpectSuccess(machine.Run(Configure()));
+        ExpectConfigured(machine, call.line);
+    });
+}
+
+TEST_F(ConfigureBootstrapUrlFaultsTest, NetworkThatIsCutAtAnySendOrReceiveIsSurvivedOrNamed) {
+    const auto onWire = [](const TracedCall& call) {
+        return call.name == "sendto" || call.name == "recvfrom";
+    };
+    const std::vector<TracedCall> calls = Calls(true, onWire);
+    ASSERT_GT(calls.size(), 8u);
+    ForEach(calls, true, [&](const Machine& machine, const TracedCall& call) {
+        const ProcessOutcome outcome = RunWithFate(machine, call, "error=ECONNRESET", Configure());
+        if (outcome.exitCode == 0) {
+            // The request went out once more on a new connection.
+            ExpectConfigured(machine, call.line);
+        } else {
+            ExpectException(outcome, "Unable to connect to " + newer.HostAndPort() + " due to error 11");
+            EXPECT_EQ(machine.Files(), ConfiguredTree(older.Url(), "old", older.Certificate())) << call.line;
+        }
+    });
+}
+
+TEST_F(ConfigureBootstrapUrlFaultsTest, SignalsThatInterruptAnyCallDoNoHarm) {
+    const std::vector<TracedCall> calls = Calls(true, [](const TracedCall& call) {
+        static const std::regex names("connect|poll|sendto|recvfrom|openat|read|write|fsync|flock|fallocate");
+        return std::regex_match(call.name, names) &&
+               (call.line.find("Quennet") != std::string::npos ||
+                call.line.find("socket") != std::string::npos || call.name == "poll");
+    });
+    ASSERT_GT(calls.size(), 30u);
+    ForEach(calls, true, [&](const Machine& machine, const TracedCall& call) {
+        const ProcessOutcome outcome = RunWithFate(machine, call, "error=EINTR", Configure());
+        // Without a signal behind it, the connect that the system says was interrupted never began.
+        if (call.name == "connect") return;
+        EXPECT_EQ(outcome.error, "") << call.line;
+        EXPECT_EQ(outcome.exitCode, 0) << call.line;
+        ExpectConfigured(machine, call.line);
+    });
+}
+
+TEST(HostOptionTest, HostWithoutAPortIsAskedOnTheOneOfTheService) {
+    const Machine machine;
+    // The connection fails before anything is sent, so it does not matter what listens there.
+    const ProcessOutcome outcome =
+        machine.RunBelow({"strace", "-qq", "-o", machine.Folder() / "trace", "-e", "trace=connect", "-e",
+                          "inject=connect:error=ECONNREFUSED"},
+                         {"configure-bootstrap-url", "-t", "t", "-d", "i", "-h", "127.0.0.1"});
+
+    ExpectException(outcome, "Error 11.0");
+    const std::string trace = machine.Folder().Read("trace");
+    EXPECT_NE(trace.find("sin_port=htons(8181), sin_addr=inet_addr(\"127.0.0.1\")"), std::string::npos)
+        << trace;
+}
+
+}  // namespace
+}  // namespace Ombry::Tests

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/EndToEnd/CertificateTexts.h"
+#include "tests/EndToEnd/ChildProcess.h"
+#include "tests/Fakes/TemporaryDirectory.h"
+
+namespace Ombry::Tests {
+
+using Words = std::vector<std::string>;
+
+/// Everything below a folder: by path, the mode and the content of a file, the mode of a folder, the target
+/// of a link.
+using Tree = std::map<std::string, std::string>;
+
+inline Tree TreeOf(const std::filesystem::path& folder) {
+    namespace fs = std::filesystem;
+    Tree tree;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        std::ostringstream text;
+        struct stat status {};
+        lstat(entry.path().c_str(), &status);
+        text << std::oct << (status.st_mode & 07777);
+        if (entry.is_symlink()) {
+            text << " -> " << fs::read_symlink(entry.path()).string();
+        } else if (entry.is_directory()) {
+            text << "/";
+        } else if (entry.is_regular_file()) {
+            text << " " << std::ifstream(entry.path(), std::ios::binary).rdbuf();
+            text.clear();  // an empty file sets the fail bit
+        }
+        tree[entry.path().lexically_relative(folder).string()] = text.str();
+    }
+    return tree;
+}
+
+inline const std::string StoreFolder = "Quennet/CertificateStores/OmbrySecurity";
+inline const std::string SecurityFolder = "Quennet/OmbrySecurity";
+
+/// All that `configure-bootstrap-url` leaves on a machine that was empty.
+inline Tree ConfiguredTree(const std::string& url, const std::string& datacenterId,
+                           const TestCertificate& certificate) {
+    return {
+        {"Quennet", "700/"},
+        {"Quennet/CertificateStores", "700/"},
+        {StoreFolder, "700/"},
+        {StoreFolder + "/" + FingerprintOf(certificate), "600 " + StoredCertificate(certificate)},
+        {SecurityFolder, "700/"},
+        {SecurityFolder + "/ombrysecurity.config", "600 {\n    \"ssdsUri\": \"" + url + "\"\n}"},
+        {SecurityFolder + "/CS", "700/"},
+        {SecurityFolder + "/CS/datacenterid.config", "600 " + datacenterId},
+    };
+}
+
+/// A machine of a test's own: a folder with the whole state of the tool, which runs there.
+class Machine {
+public:
+    ProcessOutcome Run(Words words) const {
+        words.insert(words.begin(), OMBRY_TOOL_HERE);
+        return RunProcess(words, {.folder = folder.Path()});
+    }
+    /// Runs the tool below another program, whose words come first.
+    ProcessOutcome RunBelow(Words runner, const Words& words) const {
+        runner.push_back(OMBRY_TOOL_HERE);
+        runner.insert(runner.end(), words.begin(), words.end());
+        return RunProcess(runner, {.folder = folder.Path()});
+    }
+
+    Tree Files() const { return TreeOf(folder.Path()); }
+    const TemporaryDirectory& Folder() const { return folder; }
+
+private:
+    TemporaryDirectory folder;
+};
+
+/// The tool must have succeeded with exactly this output.
+inline void ExpectSuccess(const ProcessOutcome& outcome, const std::string& out = "") {
+    EXPECT_EQ(outcome.error, "");
+    EXPECT_EQ(outcome.out, out);
+    EXPECT_EQ(outcome.exitCode, 0);
+}
+
+/// The tool must have ended with -1 and exactly this text on its error stream.
+inline void ExpectFailure(const ProcessOutcome& outcome, const std::string& error) {
+    EXPECT_EQ(outcome.error, error);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.exitCode, 255);
+}
+
+/// The same with the text of an exception.
+inline void ExpectException(const ProcessOutcome& outcome, const std::string& text) {
+    ExpectFailure(outcome, "Caught exception: " + text + "\n");
+}
+
+}  // namespace Ombry::Tests
