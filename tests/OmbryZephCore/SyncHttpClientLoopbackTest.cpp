@@ -267,7 +267,7 @@ TEST_P(SyncHttpClientLoopbackTest, AServerThatAlwaysResetsIsAskedTwice) {
 TEST_P(SyncHttpClientLoopbackTest, AnAnswerCutAnywhereIsAFailureAndNeverASuccess) {
     const std::string response = LoopbackServer::Response("body");
     for (const std::size_t length : {std::size_t{1}, response.size() / 2, response.size() - 1}) {
-        Serve([&](Connection& connection) {
+        Serve([response, length](Connection& connection) {
             connection.ReadRequest();
             connection.Send(response.substr(0, length));
         });
@@ -318,7 +318,7 @@ TEST_P(SyncHttpClientLoopbackTest, HostileLengthsFailTheExchange) {
           "Content-Length: 4294967295\r\n\r\nshort", "Transfer-Encoding: chunked\r\n\r\nFFFFFFFF\r\nx",
           "Transfer-Encoding: chunked\r\n\r\nFFFFFFFFFFFFFFFFFF\r\nx",
           "Transfer-Encoding: chunked\r\n\r\n100000000\r\nx"}) {
-        Serve([&](Connection& connection) {
+        Serve([framing](Connection& connection) {
             connection.ReadRequest();
             connection.Send("HTTP/1.1 200 OK\r\n" + framing);
         });
@@ -331,7 +331,7 @@ TEST_P(SyncHttpClientLoopbackTest, HostileLengthsFailTheExchange) {
 
 TEST_P(SyncHttpClientLoopbackTest, AnAnswerThatIsNoHttpIsAFailure) {
     for (const std::string response : {"no http at all\r\n\r\n", "\r\n\r\n", "HTTP/1.1\r\n\r\n"}) {
-        Serve([&](Connection& connection) {
+        Serve([response](Connection& connection) {
             connection.ReadRequest();
             connection.Send(response);
         });
