@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 
 #include "tests/Fakes/TemporaryDirectory.h"
@@ -14,22 +15,27 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::Not;
 
+/// Packing takes its time, so all tests look at the same packages.
 class DebianPackagesTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        const ShellRun packed = Shell("cd " OMBRY_BUILD_DIR " && cpack -B " + directory.Path());
-        ASSERT_EQ(packed.exitCode, 0) << packed.output;
+    static void SetUpTestSuite() {
+        directory = std::make_unique<TemporaryDirectory>();
+        packed = Shell("cd " OMBRY_BUILD_DIR " && cpack -B " + directory->Path());
+    }
+    static void TearDownTestSuite() { directory.reset(); }
+
+    void SetUp() override { ASSERT_EQ(packed.exitCode, 0) << packed.output; }
+
+    static std::string Package(const std::string& name) {
+        return directory->Path() + "/" + name + "_1.0.0_*.deb";
     }
 
-    std::string Package(const std::string& name) const {
-        return directory.Path() + "/" + name + "_1.0.0_*.deb";
-    }
-
-    const TemporaryDirectory directory;
+    static inline std::unique_ptr<TemporaryDirectory> directory;
+    static inline ShellRun packed;
 };
 
 TEST_F(DebianPackagesTest, AreTwo_AndLintianFindsNothingInThem) {
-    EXPECT_EQ(Shell("ls " + directory.Path() + "/*.deb").Lines().size(), 2u);
+    EXPECT_EQ(Shell("ls " + directory->Path() + "/*.deb").Lines().size(), 2u);
     const ShellRun checked = Shell("lintian --allow-root --fail-on error,warning " +
                                    Package("ombry-sec-client-config") + " " + Package("libombry-dev"));
     EXPECT_EQ(checked.exitCode, 0);

@@ -14,8 +14,8 @@ namespace Ombry::Tests {
 
 /// What a command of the shell gave back, both of its streams in one text.
 struct ShellRun {
-    int exitCode;
-    std::string output;
+    int exitCode = -1;
+    std::string output = {};
 
     std::vector<std::string> Lines() const {
         std::vector<std::string> lines;
