@@ -11,7 +11,7 @@ build_packages=(g++ cmake ninja-build rapidjson-dev libssl-dev libcpp-httplib-de
 # ... and to run every test: test libraries, real peers, fuzzers, lint, packaging.
 test_packages=(libgtest-dev libgmock-dev nginx-light curl strace clang-14 clang-format-14 libclang-rt-14-dev
     util-linux procps dpkg-dev lintian file bash-completion)
-bench_packages=(libbenchmark-dev libcurl4-openssl-dev nginx-light curl strace valgrind)
+bench_packages=(libbenchmark-dev libcurl4-openssl-dev nginx-light curl strace)
 
 # Two jobs unless the machine has more; the tests and builds are planned for two cores.
 jobs=$(nproc)

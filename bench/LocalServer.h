@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "bench/Measurement.h"
+
+namespace Ombry::Bench {
+
+/// nginx over TLS on loopback, in one process, with a certificate made for it. It keeps connections alive and
+/// writes no log.
+///
+///   GET  /small      a file of 200 bytes
+///   GET  /large      a file of 100 MB
+///   POST /submit     reads the body and answers 204
+class LocalServer {
+public:
+    static constexpr std::uint64_t LargeBytes = 100'000'000;
+
+    LocalServer();
+
+    std::uint16_t Port() const { return port; }
+    /// Base64 text of the DER certificate, as the validation by public key takes it.
+    const std::string& Certificate() const { return certificate; }
+    /// SHA-256 of the public key in the form that libcurl takes.
+    const std::string& PublicKeyPin() const { return pin; }
+
+private:
+    TemporaryFolder folder;
+    std::uint16_t port;
+    std::string certificate;
+    std::string pin;
+    std::unique_ptr<Background> process;
+};
+
+/// A port of the loopback address that nobody listened on a moment ago.
+std::uint16_t FreePort();
+
+/// Waits until somebody listens; throws `std::runtime_error` if that takes too long.
+void WaitForPort(std::uint16_t port);
+
+}  // namespace Ombry::Bench
