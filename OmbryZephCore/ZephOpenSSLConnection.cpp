@@ -53,6 +53,12 @@ std::string Hexadecimal(const std::uint8_t* pBuffer, std::int32_t nBytes) {
     return text;
 }
 
+// One entry that something else left on this thread would turn "more input needed" into a failure. The queue
+// is nearly always empty, and to see that costs less than to clear it.
+void ForgetStaleErrors() {
+    if (ERR_peek_error() != 0) ERR_clear_error();
+}
+
 }  // namespace
 
 void ZephOpenSSLConnection::SessionDeleter::operator()(ssl_st* session) const {
@@ -67,7 +73,7 @@ ZephOpenSSLConnection::~ZephOpenSSLConnection() = default;
 std::int32_t ZephOpenSSLConnection::InitializeAsClient(const ZephOpenSSLClientContext& context,
                                                        const std::string& targetName) {
     Clear();
-    ERR_clear_error();
+    ForgetStaleErrors();
     if (!MakeSession(context) || !SetServerName(targetName, context.VerifiesServer())) {
         return Fail("Starting a TLS session");
     }
@@ -77,7 +83,8 @@ std::int32_t ZephOpenSSLConnection::InitializeAsClient(const ZephOpenSSLClientCo
 void ZephOpenSSLConnection::Clear() {
     m_Session.reset();
     m_Input = m_Output = nullptr;
-    m_NeedInput = m_Failed = m_Handshaking = m_PeerClosed = m_ShutdownSent = m_WaitForPeer = false;
+    m_NeedInput = m_InputUsedUp = m_Failed = m_Handshaking = m_PeerClosed = m_ShutdownSent = m_WaitForPeer =
+        false;
 }
 
 bool ZephOpenSSLConnection::MakeSession(const ZephOpenSSLClientContext& context) {
@@ -118,7 +125,7 @@ std::int32_t ZephOpenSSLConnection::ContinueInitIfNecessary() {
     if (m_Failed) return -1;
     if (SSL_in_init(m_Session.get())) m_Handshaking = true;
     if (!m_Handshaking) return 1;
-    ERR_clear_error();
+    ForgetStaleErrors();
     const int result = SSL_do_handshake(m_Session.get());
     if (result == 1) {
         m_Handshaking = m_NeedInput = false;
@@ -161,9 +168,9 @@ std::int32_t ZephOpenSSLConnection::ValidateServer() {
 
 std::int32_t ZephOpenSSLConnection::inject_ciphertext(const std::uint8_t* pBuffer, std::int32_t nBytes) {
     if (m_Failed) return -1;
-    m_NeedInput = false;
+    m_NeedInput = m_InputUsedUp = false;
     const std::int32_t nCount = std::max(nBytes, 0);
-    ERR_clear_error();
+    ForgetStaleErrors();
     if (nCount > 0 && BIO_write(m_Input, pBuffer, nCount) != nCount) return Fail("BIO_write");
     if (m_Verbose)
         TraceCiphertext("OmbryZephCore::ZephOpenSSLConnection::inject_ciphertext", pBuffer, nCount);
@@ -189,13 +196,17 @@ std::int32_t ZephOpenSSLConnection::read_plaintext(std::uint8_t* pBuffer, std::i
 
 // A count, 0 when more input is needed or the peer has closed, or -1.
 std::int32_t ZephOpenSSLConnection::Read(std::uint8_t* pBuffer, std::int32_t nBytes) {
+    if (m_InputUsedUp) {  // the pump asks in every round
+        m_NeedInput = true;
+        return 0;
+    }
     std::size_t nCount = 0;
-    ERR_clear_error();
+    ForgetStaleErrors();
     const int result = SSL_read_ex(m_Session.get(), pBuffer, static_cast<std::size_t>(nBytes), &nCount);
     if (result == 1) return static_cast<std::int32_t>(nCount);
     const int error = SSL_get_error(m_Session.get(), result);
     if (error == SSL_ERROR_WANT_READ) {
-        m_NeedInput = true;
+        m_NeedInput = m_InputUsedUp = true;
         return 0;
     }
     if (error == SSL_ERROR_ZERO_RETURN && SSL_is_init_finished(m_Session.get())) {
@@ -211,7 +222,7 @@ std::int32_t ZephOpenSSLConnection::write_plaintext(const std::uint8_t* pBuffer,
     const std::int32_t nOffered = std::min(nBytes, OutputCap - Pending(m_Output));
     if (nOffered <= 0 || m_ShutdownSent) return 0;
     std::size_t nCount = 0;
-    ERR_clear_error();
+    ForgetStaleErrors();
     const int result = SSL_write_ex(m_Session.get(), pBuffer, static_cast<std::size_t>(nOffered), &nCount);
     if (result == 1) return static_cast<std::int32_t>(nCount);
     if (SSL_get_error(m_Session.get(), result) != SSL_ERROR_WANT_READ) return Fail("SSL_write_ex");
@@ -227,7 +238,7 @@ std::int32_t ZephOpenSSLConnection::request_renegotiate() {
     const std::int32_t ready = ContinueInitIfNecessary();
     if (ready <= 0) return ready;
     if (m_ShutdownSent || SSL_version(m_Session.get()) >= TLS1_3_VERSION) return 0;
-    ERR_clear_error();
+    ForgetStaleErrors();
     if (SSL_renegotiate(m_Session.get()) != 1) return Fail("SSL_renegotiate");
     m_Handshaking = true;
     return ContinueInitIfNecessary() < 0 ? -1 : 1;
@@ -237,7 +248,7 @@ std::int32_t ZephOpenSSLConnection::shutdown(bool bWaitForPeer) {
     if (m_Failed) return -1;
     m_WaitForPeer = bWaitForPeer;
     if (!m_ShutdownSent) {
-        ERR_clear_error();
+        ForgetStaleErrors();
         if (m_Handshaking || SSL_in_init(m_Session.get())) {
             m_PeerClosed = true;  // a close cannot be sent yet, and none that arrived could be trusted
         } else if (SSL_shutdown(m_Session.get()) < 0) {

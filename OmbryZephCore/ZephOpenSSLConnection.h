@@ -72,6 +72,7 @@ private:
     bio_st* m_Input = nullptr;   // owned by m_Session: ciphertext injected and not consumed
     bio_st* m_Output = nullptr;  // owned by m_Session: ciphertext not extracted
     bool m_NeedInput = false;
+    bool m_InputUsedUp = false;  // a read found nothing more, and nothing was injected since
     bool m_Failed = false;
     bool m_Handshaking = false;
     bool m_PeerClosed = false;

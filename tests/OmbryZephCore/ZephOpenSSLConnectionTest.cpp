@@ -49,6 +49,21 @@ TEST_P(ZephOpenSSLConnectionTest, ReadWithNothingThereIsZeroAndWantsInput) {
     EXPECT_FALSE(pair->client.IsShuttingDown());
 }
 
+TEST_P(ZephOpenSSLConnectionTest, ReadThatIsRepeatedWithoutInputStillWantsIt) {
+    const std::string record = [this] {
+        pair->server.Write("hello");
+        return pair->server.Take();
+    }();
+    Inject(pair->client, record.substr(0, record.size() - 1));
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(Read(pair->client, result), "");
+        EXPECT_EQ(result, 0);
+        EXPECT_TRUE(pair->client.WantsCiphertext());
+    }
+    Inject(pair->client, record.substr(record.size() - 1));
+    EXPECT_EQ(ReadAll(), "hello");
+}
+
 TEST_P(ZephOpenSSLConnectionTest, InjectedInputClearsTheNeed) {
     Read(pair->client, result);
     ASSERT_TRUE(pair->client.WantsCiphertext());
