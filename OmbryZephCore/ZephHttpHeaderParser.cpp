@@ -1,5 +1,6 @@
 #include "OmbryZephCore/ZephHttpHeaderParser.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -54,10 +55,6 @@ std::uint32_t ReadDecimal(const std::uint8_t* pAt, const std::uint8_t* pEnd) {
 
 }  // namespace
 
-bool ZephHttpHeaderParser::NameOrder::operator()(const char* pLeft, const char* pRight) const {
-    return std::strcmp(pLeft, pRight) < 0;
-}
-
 std::uint32_t ZephHttpHeaderParser::Parse(const std::uint8_t* pData, std::uint32_t nLength) {
     Reset();
     m_Copy.reset(ZephIOBuffer::Allocate(std::uint64_t{nLength} + 1));
@@ -81,8 +78,11 @@ void ZephHttpHeaderParser::Reset() {
 }
 
 const char* ZephHttpHeaderParser::GetHeader(const char* pName) const {
-    const auto found = m_Headers.find(pName);
-    return found == m_Headers.end() ? nullptr : found->second;
+    const auto found = std::lower_bound(
+        m_Headers.begin(), m_Headers.end(), pName,
+        [](const Header& header, const char* pWanted) { return std::strcmp(header.pName, pWanted) < 0; });
+    const bool bFound = found != m_Headers.end() && std::strcmp(found->pName, pName) == 0;
+    return bFound ? found->pValue : nullptr;
 }
 
 void ZephHttpHeaderParser::ForEachHeader(ZephHeaderCallback callback) const {
@@ -95,7 +95,21 @@ bool ZephHttpHeaderParser::ParseHead() {
     for (bool bEnd = false; !bEnd;) {
         if (!ParseHeaderLine(bEnd)) return false;
     }
+    SortHeaders();
     return true;
+}
+
+/// Puts the headers in the order of their names. Of equal names the first stays, which lies lowest in the
+/// copy.
+void ZephHttpHeaderParser::SortHeaders() {
+    std::sort(m_Headers.begin(), m_Headers.end(), [](const Header& left, const Header& right) {
+        const int nOrder = std::strcmp(left.pName, right.pName);
+        return nOrder != 0 ? nOrder < 0 : left.pName < right.pName;
+    });
+    const auto last = std::unique(
+        m_Headers.begin(), m_Headers.end(),
+        [](const Header& left, const Header& right) { return std::strcmp(left.pName, right.pName) == 0; });
+    m_Headers.erase(last, m_Headers.end());
 }
 
 bool ZephHttpHeaderParser::ParseStartLine() {
@@ -177,7 +191,7 @@ bool ZephHttpHeaderParser::ParseHeaderLine(bool& bEnd) {
     if (!FindValueEnd()) return Fail();
     // A folded value keeps the line end and the blank of its fold; only what trails the value is cut.
     EndTrimmed(pValue, m_Cursor);
-    m_Headers.try_emplace(Text(pName), Text(pValue));  // the first of two equal names stays
+    m_Headers.push_back({Text(pName), Text(pValue)});
     m_Cursor += LineEndLength;
     return true;
 }

@@ -2,8 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <memory>
+#include <vector>
 
 #include "OmbryZephCore/ZephHttpClientConnectionIf.h"
 
@@ -58,9 +58,9 @@ public:
     void ForEachHeader(ZephHeaderCallback callback) const override;
 
 private:
-    /// Plain byte order of NUL-terminated texts.
-    struct NameOrder {
-        bool operator()(const char* pLeft, const char* pRight) const;
+    struct Header {
+        const char* pName;
+        const char* pValue;
     };
 
     std::uint32_t FailureCode() const;
@@ -73,6 +73,7 @@ private:
     bool ParseHeaderLine(bool& bEnd);
     bool FindColon(std::uint8_t* pLineStart);
     bool FindValueEnd();
+    void SortHeaders();
     bool SkipToTokenEnd();
     bool SkipBlanks();
     bool Match(const char* pText);
@@ -91,7 +92,9 @@ private:
     const char* m_Url = nullptr;
     std::uint32_t m_StatusCode = 0;
     const char* m_Version = nullptr;
-    std::map<const char*, const char*, NameOrder> m_Headers;
+    /// A map in one block, which heads of a kept-alive connection use again and again: after a success sorted
+    /// by name, plain byte order, each name once.
+    std::vector<Header> m_Headers;
     std::uint32_t m_Error = 0;
 };
 

@@ -224,8 +224,10 @@ void ZephSorrelSyncHttpClient_Impl::OnReadyForBody() {
 
 void ZephSorrelSyncHttpClient_Impl::ExtractResponseHeaders(std::uint32_t nStatus) {
     m_HttpStatus = nStatus;
-    m_Connection->GetHttpConnection().ForEachResponseHeader(
-        [this](const char* pName, const char* pValue) { m_ResponseHeaders[pName] = pValue; });
+    // They come in the order of the map, so that each belongs at its end.
+    m_Connection->GetHttpConnection().ForEachResponseHeader([this](const char* pName, const char* pValue) {
+        m_ResponseHeaders.insert_or_assign(m_ResponseHeaders.end(), pName, pValue);
+    });
 }
 
 }  // namespace OmbryZephCore
