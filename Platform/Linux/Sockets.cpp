@@ -66,8 +66,9 @@ AddressEntry EntryOf(const addrinfo& info) {
     return entry;
 }
 
-/// One wait on up to three sets, by poll, which takes a descriptor of any number. Each member of each set has
-/// an entry of its own, so that an event is counted only where it was asked for.
+/// One wait on up to three sets, by poll, which takes a descriptor of any number. A handle has one entry,
+/// however many sets it is in: the system works through each entry before and after its sleep. The sets
+/// remember the entries of their members, so that an event is counted only where it was asked for.
 class PollWait {
 public:
     PollWait(SocketSet* read, SocketSet* write, SocketSet* except) {
@@ -106,50 +107,64 @@ private:
     struct Member {
         SocketSet* set;
         short reported;
-        nfds_t first;
-        nfds_t end;
+        std::size_t count;
+        std::array<std::uint8_t, SocketSet::Capacity> at;  // entries of its members, the first `count`
     };
 
     static std::int64_t Milliseconds(Duration elapsed) { return elapsed.count() / (TicksPerSecond / 1000); }
 
     void Append(SocketSet* set, short asked, short reported) {
         if (!set) return;
-        const nfds_t first = used;
+        Member& member = sets[setCount++];
+        member.set = set;
+        member.reported = reported;
+        member.count = 0;
         for (const SocketHandle handle : *set) {
             // Poll passes over a negative descriptor; here it is as bad as a closed one.
             if (Descriptor(handle) < 0) invalid = true;
-            entries[used++] = {Descriptor(handle), asked, 0};
+            const std::size_t at = EntryOf(Descriptor(handle));
+            entries[at].events = static_cast<short>(entries[at].events | asked);
+            member.at[member.count++] = static_cast<std::uint8_t>(at);
         }
-        sets[setCount++] = {set, reported, first, used};
+    }
+
+    std::size_t EntryOf(int descriptor) {
+        std::size_t at = 0;
+        while (at < used && entries[at].fd != descriptor)
+            ++at;
+        if (at == used) entries[used++] = {descriptor, 0, 0};
+        return at;
     }
 
     SelectResult KeepReady() {
         int ready = 0;
         for (std::size_t i = 0; i < setCount; ++i) {
-            for (nfds_t at = sets[i].first; at < sets[i].end; ++at) {
-                if (entries[at].revents & POLLNVAL) return {-1, EBADF};
-                if (entries[at].revents & sets[i].reported) ++ready;
+            for (std::size_t k = 0; k < sets[i].count; ++k) {
+                const short events = entries[sets[i].at[k]].revents;
+                if (events & POLLNVAL) return {-1, EBADF};
+                if (events & sets[i].reported) ++ready;
             }
         }
         if (ready == 0) {
             // An error or a hang-up of a handle that is only in the exception set: not asked for, and it
             // would end every further wait at once.
-            for (nfds_t at = 0; at < used; ++at) {
+            for (std::size_t at = 0; at < used; ++at) {
                 if (entries[at].revents != 0) entries[at].fd = -1;
             }
             return {0, 0};
         }
         for (std::size_t i = 0; i < setCount; ++i) {
             sets[i].set->Clear();
-            for (nfds_t at = sets[i].first; at < sets[i].end; ++at) {
-                if (entries[at].revents & sets[i].reported) sets[i].set->Add(entries[at].fd);
+            for (std::size_t k = 0; k < sets[i].count; ++k) {
+                const pollfd& entry = entries[sets[i].at[k]];
+                if (entry.revents & sets[i].reported) sets[i].set->Add(entry.fd);
             }
         }
         return {ready, 0};
     }
 
     std::array<pollfd, 3 * SocketSet::Capacity> entries;  // only the first `used` have a meaning
-    nfds_t used = 0;
+    std::size_t used = 0;
     std::array<Member, 3> sets;  // only the first `setCount` have a meaning
     std::size_t setCount = 0;
     bool invalid = false;
