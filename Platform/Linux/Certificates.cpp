@@ -1,6 +1,9 @@
 #include "Platform/ICertificates.h"
 
 #include <algorithm>
+#include <limits>
+#include <mutex>
+#include <string_view>
 
 #include "Platform/IKnownFolders.h"
 #include "Platform/Linux/Base64.h"
@@ -17,21 +20,51 @@ public:
         : encoded(reinterpret_cast<const char*>(encoded.data()), encoded.size()),
           context(Linux::ContextOf(this->encoded)) {}
     const CertificateContext& Context() const override { return context; }
+    const std::string& Encoded() const { return encoded; }
 
 private:
     const std::string encoded;
     const CertificateContext context;
 };
 
-/// The DER bytes of a certificate's subject public key info; empty if it cannot be parsed.
+struct SequenceDeleter {
+    void operator()(ASN1_SEQUENCE_ANY* sequence) const { sk_ASN1_TYPE_pop_free(sequence, ASN1_TYPE_free); }
+};
+using Sequence = std::unique_ptr<ASN1_SEQUENCE_ANY, SequenceDeleter>;
+
+/// The elements of a DER sequence, undecoded; null if these bytes are anything else.
+Sequence ElementsOf(std::string_view encoded) {
+    const auto* at = reinterpret_cast<const unsigned char*>(encoded.data());
+    const auto* const end = at + encoded.size();
+    Sequence elements(d2i_ASN1_SEQUENCE_ANY(nullptr, &at, static_cast<long>(encoded.size())));
+    if (elements && at != end) elements.reset();
+    return elements;
+}
+
+/// The bytes of one element that is a sequence itself; empty for any other.
+std::string_view InnerSequence(const Sequence& elements, int index) {
+    const ASN1_TYPE* element = elements ? sk_ASN1_TYPE_value(elements.get(), index) : nullptr;
+    if (element == nullptr || element->type != V_ASN1_SEQUENCE) return {};
+    const ASN1_STRING* bytes = element->value.sequence;
+    return {reinterpret_cast<const char*>(ASN1_STRING_get0_data(bytes)),
+            static_cast<std::size_t>(ASN1_STRING_length(bytes))};
+}
+
+/// The DER bytes of a certificate's subject public key info (RFC 5280, section 4.1); empty if it cannot be
+/// parsed. The library's own parser builds the key as well, which costs more than the rest of a handshake's
+/// work outside the cryptography.
 std::string PublicKeyInfo(const CertificateContext& context) {
-    const Linux::X509Pointer certificate = Linux::ParseDer(Linux::BytesOf(context));
-    if (!certificate) return {};
-    unsigned char* bytes = nullptr;
-    const int length = i2d_X509_PUBKEY(X509_get_X509_PUBKEY(certificate.get()), &bytes);
-    std::string info;
-    if (length > 0) info.assign(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(length));
-    OPENSSL_free(bytes);
+    const std::span<const std::uint8_t> encoded = Linux::BytesOf(context);
+    if (encoded.empty() || encoded.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()))
+        return {};
+    InitializeOpenSSL();
+    const Sequence certificate = ElementsOf({reinterpret_cast<const char*>(encoded.data()), encoded.size()});
+    const Sequence body = ElementsOf(InnerSequence(certificate, 0));
+    // Serial number, signature, issuer, validity and subject come before the key, and in front of them a
+    // version that may be left out, the only one of these with a tag of its own.
+    const ASN1_TYPE* first = body ? sk_ASN1_TYPE_value(body.get(), 0) : nullptr;
+    const int index = first != nullptr && first->type == V_ASN1_OTHER ? 6 : 5;
+    const std::string info(InnerSequence(body, index));
     ERR_clear_error();
     return info;
 }
@@ -61,8 +94,12 @@ public:
     }
 
     ValueOr<std::unique_ptr<ICertificate>> CreateCertificate(std::span<const std::uint8_t> encoded) override {
-        if (!Linux::ParseDer(encoded)) return Result::Failure(EINVAL);
-        return std::unique_ptr<ICertificate>(std::make_unique<ParsedCertificate>(encoded));
+        auto certificate = std::make_unique<ParsedCertificate>(encoded);
+        if (!IsLastParsed(*certificate)) {
+            if (!Linux::ParseDer(encoded)) return Result::Failure(EINVAL);
+            RememberParsed(*certificate);
+        }
+        return std::unique_ptr<ICertificate>(std::move(certificate));
     }
 
     bool EqualPublicKeys(const CertificateContext& left, const CertificateContext& right) override {
@@ -79,6 +116,22 @@ public:
                                           std::uint32_t room) override {
         return Linux::DecodeBase64(text, binary, room);
     }
+
+private:
+    bool IsLastParsed(const ParsedCertificate& certificate) {
+        const std::lock_guard guard(mutex);
+        return !lastParsed.empty() && certificate.Encoded() == lastParsed;
+    }
+
+    void RememberParsed(const ParsedCertificate& certificate) {
+        const std::lock_guard guard(mutex);
+        lastParsed = certificate.Encoded();
+    }
+
+    std::mutex mutex;
+    // Guarded by mutex: the bytes that were parsed last with success. The certificate that a service is known
+    // by comes again with each connection to it.
+    std::string lastParsed;
 };
 
 }  // namespace

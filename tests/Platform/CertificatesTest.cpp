@@ -140,6 +140,19 @@ TEST_F(CertificatesTest, TruncatedOrLengthenedOrForeignBytesAreNoCertificate) {
     EXPECT_NE(certificates.CreateCertificate({}).Error(), 0);
 }
 
+TEST_F(CertificatesTest, CertificateThatWasParsedBeforeDoesNotVouchForAnother) {
+    const std::string der = DerOf(MakeCertificate({}));
+    ASSERT_TRUE(certificates.CreateCertificate(Bytes(der)));
+    std::string broken = der;
+    broken[4] = '\x31';  // the body becomes a set
+    EXPECT_FALSE(certificates.CreateCertificate(Bytes(broken)));
+    EXPECT_FALSE(certificates.CreateCertificate({}));
+    const auto again = certificates.CreateCertificate(Bytes(der));
+    ASSERT_TRUE(again);
+    EXPECT_EQ((*again)->Context().encodedLength, der.size());
+    EXPECT_FALSE(certificates.CreateCertificate(Bytes(broken)));
+}
+
 // Comparing public keys.
 
 TEST_F(CertificatesTest, RenewedCertificateWithTheSameKeyIsEqual) {
@@ -163,6 +176,35 @@ TEST_F(CertificatesTest, SameSubjectWithAnotherKeyIsNotEqual) {
         EXPECT_FALSE(certificates.EqualPublicKeys(ContextOf(other), ContextOf(one))) << key;
         EXPECT_TRUE(certificates.EqualPublicKeys(ContextOf(other), ContextOf(other))) << key;
     }
+}
+
+TEST_F(CertificatesTest, KeyIsFoundInCertificateThatLeavesItsVersionOut) {
+    TestCertificate old = MakeCertificate({});
+    while (X509_get_ext_count(old.get()) > 0)
+        X509_EXTENSION_free(X509_delete_ext(old.get(), 0));
+    X509_set_version(old.get(), X509_VERSION_1);
+    ASSERT_GT(X509_sign(old.get(), KeyNamed("rsa2048").get(), EVP_sha256()), 0);
+    const std::string first = DerOf(old);
+    ASSERT_TRUE(certificates.CreateCertificate(Bytes(first)));
+    const std::string same = DerOf(MakeCertificate({}));
+    CertificateRecipe recipe;
+    recipe.key = KeyNamed("rsa2048-other");
+    const std::string other = DerOf(MakeCertificate(recipe));
+    EXPECT_TRUE(certificates.EqualPublicKeys(ContextOf(first), ContextOf(same)));
+    EXPECT_TRUE(certificates.EqualPublicKeys(ContextOf(same), ContextOf(first)));
+    EXPECT_FALSE(certificates.EqualPublicKeys(ContextOf(first), ContextOf(other)));
+}
+
+TEST_F(CertificatesTest, TruncatedOrLengthenedBytesAreEqualToNothing) {
+    const std::string der = DerOf(MakeCertificate({}));
+    for (std::size_t length = 0; length < der.size(); ++length) {
+        const std::string cut = der.substr(0, length);
+        ASSERT_FALSE(certificates.EqualPublicKeys(ContextOf(cut), ContextOf(der))) << length;
+        ASSERT_FALSE(certificates.EqualPublicKeys(ContextOf(cut), ContextOf(cut))) << length;
+    }
+    const std::string longer = der + std::string(1, '\0');
+    EXPECT_FALSE(certificates.EqualPublicKeys(ContextOf(longer), ContextOf(der)));
+    EXPECT_FALSE(certificates.EqualPublicKeys(ContextOf(longer), ContextOf(longer)));
 }
 
 TEST_F(CertificatesTest, WhatCannotBeParsedIsEqualToNothing) {
