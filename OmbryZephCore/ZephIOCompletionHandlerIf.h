@@ -24,6 +24,9 @@ public:
 
     /// Answer to `ZephIOObjectIf::RequestDrainNotification`.
     virtual void OnDrained() = 0;
+
+    /// Asked just before a write goes out: whether the completion of this write starts another one at once.
+    virtual bool HasMoreToWrite() { return false; }
 };
 
 }  // namespace OmbryZephCore

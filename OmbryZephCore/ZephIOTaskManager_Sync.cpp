@@ -247,8 +247,8 @@ void ZephIOTaskManager_Sync::ProcessWrite(ZephHandleState& state, bool bAbort) {
     if (IsInExceptSet(state.h, pFunction)) return CompleteWrite(state, false, 0);
     if (!m_WriteSet.Contains(state.h)) return;
 
-    const TransferResult result =
-        Ombry::Platform::Sockets().Send(state.h, state.pWriteBuffer, state.nWriteBytes);
+    const TransferResult result = Ombry::Platform::Sockets().Send(
+        state.h, state.pWriteBuffer, state.nWriteBytes, state.pHandler->HasMoreToWrite());
     if (IsNothingYet(result)) return;
     if (result.count == -1) {
         LogCall(m_Logger, __FILE__, __LINE__, pFunction, 3, "send failed. socket = ", state.h,

@@ -262,6 +262,13 @@ void ZephSSLIO::OnDrained() {
     SchedulePendingNotifications();
 }
 
+/// The completion of the running write fetches what the engine still holds: the body of a small request,
+/// whose head is the one that is about to leave.
+bool ZephSSLIO::HasMoreToWrite() {
+    std::lock_guard lock(m_Mutex);
+    return m_State == eState_On && m_WriteInProgress && m_Connection && m_Connection->IsOutputBlocked();
+}
+
 void ZephSSLIO::CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes) {
     switch (TakeCompletion(nTaskType, bSuccess, nBytes)) {
         case Completion::PassThrough:

@@ -74,6 +74,7 @@ public:
     void CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes) override;
     void AbortTask(std::uint32_t nTaskType) override;
     void OnDrained() override;
+    bool HasMoreToWrite() override;
 
     // ZephTaskIf, called by the scheduler
 

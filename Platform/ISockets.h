@@ -127,7 +127,10 @@ public:
     virtual ValueOr<int> GetSocketError(SocketHandle socket) = 0;
 
     virtual TransferResult Receive(SocketHandle socket, void* buffer, std::uint32_t length) = 0;
-    virtual TransferResult Send(SocketHandle socket, const void* buffer, std::uint32_t length) = 0;
+    /// `moreFollows` promises another send at once: the system may hold these bytes back for it, so that both
+    /// travel in one packet and wake the peer once.
+    virtual TransferResult Send(SocketHandle socket, const void* buffer, std::uint32_t length,
+                                bool moreFollows = false) = 0;
 };
 
 inline ISockets& Sockets() {

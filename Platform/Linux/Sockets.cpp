@@ -258,10 +258,11 @@ public:
             length, [&](std::size_t count) { return recv(Descriptor(socket), buffer, count, MSG_DONTWAIT); });
     }
 
-    TransferResult Send(SocketHandle socket, const void* buffer, std::uint32_t length) override {
-        return Transfer(length, [&](std::size_t count) {
-            return send(Descriptor(socket), buffer, count, MSG_DONTWAIT | MSG_NOSIGNAL);
-        });
+    TransferResult Send(SocketHandle socket, const void* buffer, std::uint32_t length,
+                        bool moreFollows) override {
+        const int flags = MSG_DONTWAIT | MSG_NOSIGNAL | (moreFollows ? MSG_MORE : 0);
+        return Transfer(length,
+                        [&](std::size_t count) { return send(Descriptor(socket), buffer, count, flags); });
     }
 
 private:

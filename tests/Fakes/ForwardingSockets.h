@@ -124,9 +124,10 @@ public:
         if (const int error = Count("Receive")) return {-1, error};
         return real.Receive(socket, buffer, std::min(length, mostPerReceive.load()));
     }
-    Platform::TransferResult Send(Handle socket, const void* buffer, std::uint32_t length) override {
+    Platform::TransferResult Send(Handle socket, const void* buffer, std::uint32_t length,
+                                  bool moreFollows) override {
         if (const int error = Count("Send")) return {-1, error};
-        return real.Send(socket, buffer, std::min(length, mostPerSend.load()));
+        return real.Send(socket, buffer, std::min(length, mostPerSend.load()), moreFollows);
     }
 
 private:

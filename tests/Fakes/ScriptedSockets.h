@@ -360,12 +360,15 @@ public:
         return {-1, Platform::ErrorWouldBlock};
     }
 
-    Platform::TransferResult Send(Handle handle, const void* buffer, std::uint32_t length) override {
+    Platform::TransferResult Send(Handle handle, const void* buffer, std::uint32_t length,
+                                  bool moreFollows) override {
         std::function<void(Handle, const std::string&)> hook;
         std::string bytes;
         {
             const std::lock_guard guard(mutex);
-            if (const auto error = Record("Send", handle, length)) return {-1, *error};
+            const auto error = moreFollows ? Record("Send", handle, length, std::string("more"))
+                                           : Record("Send", handle, length);
+            if (error) return {-1, *error};
             Socket* const socket = Find(handle);
             if (!socket) return {-1, BadHandle("Send", handle).Error()};
             if (socket->brokenBy != 0) return {-1, socket->brokenBy};

@@ -36,7 +36,9 @@ public:
     }
     void AbortTask(std::uint32_t) override { events.push_back(name + " abort"); }
     void OnDrained() override { events.push_back(name + " drained"); }
+    bool HasMoreToWrite() override { return hasMore; }
 
+    bool hasMore = false;
     std::function<void(std::uint32_t nTaskType)> onComplete;
     int completions = 0;
     std::uint32_t lastBytes = 0;

@@ -82,6 +82,20 @@ TEST_F(ZephIOTaskManager_SyncTest, AWriteTakesOneWaitAndOneSend) {
     EXPECT_THAT(logger->Messages(), IsEmpty());
 }
 
+TEST_F(ZephIOTaskManager_SyncTest, AWriteThatAnotherFollowsAtOnceIsSentWithThatPromise) {
+    const SocketHandle h = Connect(a);
+    a.hasMore = true;
+    a.onComplete = [&](std::uint32_t) {
+        if (a.hasMore) Write(h, 4);
+        a.hasMore = false;
+    };
+    Write(h, 5);
+    EXPECT_EQ(manager.DoPendingIO(5, Token()), 0u);
+    EXPECT_THAT(sockets.Calls(), ElementsAre("Select({}, {100}, {100}, 1000)", "Send(100, 5, more)",
+                                             "Select({}, {100}, {100}, 1000)", "Send(100, 4)"));
+    EXPECT_THAT(events, ElementsAre("a write 1 ok 5", "a write 1 ok 4"));
+}
+
 TEST_F(ZephIOTaskManager_SyncTest, AnyTaskTypeButZeroIsAWrite) {
     for (std::uint32_t nType : {1u, 2u, 7u, 0xFFFFFFFFu}) {
         events.clear();

@@ -619,5 +619,34 @@ TEST_F(ZephSSLIOLateReadTest, RestartInjectsItsBytesIntoTheNewEngine) {
     EXPECT_EQ(second.injected, "hello");
 }
 
+// What follows a write
+
+TEST_F(ZephSSLIOPumpTest, MoreFollowsAWriteWhileTheEngineHoldsOutputForIt) {
+    TurnOn();
+    engine.output = "head";
+    OpenWrite("abc");
+    ASSERT_EQ(lower.nWrite, 4u);
+    EXPECT_FALSE(ssl.HasMoreToWrite());
+    engine.output = "body";
+    EXPECT_TRUE(ssl.HasMoreToWrite());
+    lower.CompleteWrite(4);
+    ASSERT_EQ(lower.nWrite, 4u);
+    EXPECT_FALSE(ssl.HasMoreToWrite());
+    lower.CompleteWrite(4);
+}
+
+TEST_F(ZephSSLIOPumpTest, NothingIsPromisedBehindAWriteOfAnotherState) {
+    EXPECT_FALSE(ssl.HasMoreToWrite());
+    TurnOn();
+    engine.blocked = true;
+    EXPECT_FALSE(ssl.HasMoreToWrite());  // no write is under way
+    engine.blocked = false;
+    engine.output = "head";
+    OpenWrite("abc");
+    ASSERT_EQ(ssl.StopSSL(false), 0u);
+    engine.output = "alert";
+    EXPECT_FALSE(ssl.HasMoreToWrite());
+}
+
 }  // namespace
 }  // namespace Ombry::Tests

@@ -84,6 +84,8 @@ public:
         if (during) during();
     }
     void OnDrained() override { events.push_back("drained"); }
+    bool HasMoreToWrite() override { return hasMore; }
+    bool hasMore = false;
     std::function<void()> during;
 
 private:
@@ -118,6 +120,15 @@ TEST_F(ZephSocketIOTest, AnUnboundObjectAnswersNotInitialized) {
     socket.UnRegisterIOCompletionHandler();
     EXPECT_THAT(events, IsEmpty());
     EXPECT_EQ(socket.GetLastActivity(), 0);
+}
+
+TEST_F(ZephSocketIOTest, WhetherMoreFollowsIsTheHandlersAnswer) {
+    stage.hasMore = true;
+    EXPECT_FALSE(socket.HasMoreToWrite());
+    Bind();
+    EXPECT_TRUE(socket.HasMoreToWrite());
+    stage.hasMore = false;
+    EXPECT_FALSE(socket.HasMoreToWrite());
 }
 
 TEST_F(ZephSocketIOTest, InitializeRegistersItselfForTheSocket) {

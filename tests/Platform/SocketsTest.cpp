@@ -515,6 +515,19 @@ TEST_F(SocketsTest, TransferMovesExactlyWhatFits) {
     EXPECT_EQ(buffer, "def.");
 }
 
+TEST_F(SocketsTest, OnlyBytesThatMoreFollowMayBeHeldBack) {
+    const Pair pair = Connected();
+    SystemCalls calls;
+    EXPECT_EQ(sockets.Send(pair.client, "head", 4, true).count, 4);
+    EXPECT_EQ(sockets.Send(pair.client, "body", 4).count, 4);
+    ASSERT_EQ(calls.Count("send"), 2u);
+    EXPECT_EQ(calls.Calls()[0].argument, MSG_DONTWAIT | MSG_NOSIGNAL | MSG_MORE);
+    EXPECT_EQ(calls.Calls()[1].argument, MSG_DONTWAIT | MSG_NOSIGNAL);
+    std::string buffer(8, '.');
+    EXPECT_EQ(recv(static_cast<int>(SocketHandle(pair.server)), buffer.data(), 8, MSG_WAITALL), 8);
+    EXPECT_EQ(buffer, "headbody");
+}
+
 TEST_F(SocketsTest, SendToClosedPeerFailsWithoutSignal) {
     Pair pair = Connected();
     pair.server.Close();
