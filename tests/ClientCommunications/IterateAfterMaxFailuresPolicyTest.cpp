@@ -200,6 +200,17 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, AnAlternateBelowItsLimitIsUsedWithoutA
     EXPECT_EQ(finder->Calls(), 3u);
 }
 
+TEST_F(IterateAfterMaxFailuresPolicyTest, AnAlternateThatAnsweredIsForgottenAsSuch) {
+    UsePolicy(2);
+    SucceedRemotely(50);
+    EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+    EXPECT_EQ(Run(), (Lines{"l local"}));  // home
+    EXPECT_EQ(Run(2), (Lines{"l local", "l local", "r remote"}));
+    SucceedRemotely(49);
+    finder->Set({"other"}, {});
+    EXPECT_EQ(Run(), (Lines{"other local"}));
+}
+
 TEST_F(IterateAfterMaxFailuresPolicyTest, EvenALocalServerThatHasToBeWaitedForIsTried) {
     UsePolicy(1);
     SucceedRemotely(50);
@@ -432,6 +443,28 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, ACallThatRunsOutOfRetriesRecordsAFailu
                                    }),
                  CommunicationsError);
     EXPECT_EQ(failed->Changes(), (Lines{"failed l local"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, BothPoliciesLogTheirWaitsAndTheirEnd) {
+    finder->Set({"l"}, {});
+    for (const bool sticky : {false, true}) {
+        SCOPED_TRACE(sticky);
+        const auto logger = std::make_shared<RecordingLogger>();
+        ServiceIteratePolicyFactory policies(failed, logger);
+        const auto policy =
+            sticky ? policies.CreateIndefinitelySticky() : policies.CreateIterateAfterMaxFailures(1);
+        failed->Set("l", {true, true, clock.Now() + Duration(1s), 1});
+        EXPECT_THROW(policy->CreateExecutor(finder)->Execute(
+                         CreateServiceRequest("GET", "/", "1"), Token(),
+                         [](auto, bool, Token) -> std::shared_ptr<IServiceResponse> {
+                             throw CommunicationsError("refused");
+                         }),
+                     CommunicationsError);
+        EXPECT_EQ(logger->Messages(1),
+                  (Lines{"Waiting 1000 milliseconds before trying to call https://l.example:8181 again.",
+                         "Caught exception: refused", "Failure from all servers.",
+                         "Throwing exception since no server responded."}));
+    }
 }
 
 TEST_F(IterateAfterMaxFailuresPolicyTest, ThreadsShareOneExecutor) {
