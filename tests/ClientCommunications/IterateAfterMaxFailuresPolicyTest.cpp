@@ -311,6 +311,16 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, ACallThatHasSeenMoreFailuresRaisesTheS
     EXPECT_EQ((Lines{Next(last), Next(last)}), (Lines{"l local", "r remote"}));
 }
 
+TEST_F(IterateAfterMaxFailuresPolicyTest, ACallTakesOverTheFailuresOfItsServerAndKeepsThem) {
+    UsePolicy(3);
+    finder->Set({"l"}, {"r"});
+    { EXPECT_EQ(Next(NewCall()), "l local"); }  // one failure
+    const CallPtr call = NewCall();
+    EXPECT_EQ(Next(call), "l local");
+    EXPECT_EQ(Run(), (Lines{"l local"}));  // clears the shared count
+    EXPECT_EQ((Lines{Next(call), Next(call)}), (Lines{"l local", "r remote"}));
+}
+
 TEST_F(IterateAfterMaxFailuresPolicyTest, ASuccessOnAnotherServerMakesThatTheOneInUse) {
     UsePolicy(1);
     finder->Set({"l"}, {"r"});
