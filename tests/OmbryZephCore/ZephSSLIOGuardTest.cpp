@@ -88,6 +88,8 @@ TEST_F(ZephSSLIOGuardTest, BytesBehindTheCloseAreDropped) {
     scheduler.RunTasks();
     EXPECT_THAT(listener.events, ElementsAre("read ok 0"));
     EXPECT_EQ(ReadText(1), ".");
+    EXPECT_EQ(ssl.StartSSL(), 0u);
+    EXPECT_EQ(second.injected, "") << "nor do they reach the next session";
 }
 
 TEST_F(ZephSSLIOGuardTest, WriteDuringWhichTheCloseIsSeenIsRefusedAndNotToldAgain) {

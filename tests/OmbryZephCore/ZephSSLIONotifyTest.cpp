@@ -404,6 +404,56 @@ TEST_F(ZephSSLIONotifyTest, UnregisterWaitsForTheRunningTask) {
     EXPECT_FALSE(bTooEarly);
 }
 
+TEST_F(ZephSSLIONotifyTest, UnregisterWithoutACancellerWaitsForThePendingTask) {
+    ASSERT_EQ(ssl.Initialize(&manager, &lower, &scheduler, 7, &listener, nullptr, nullptr), 0u);
+    TurnOn();
+    engine.plaintext = "abc";
+    Read(3);
+    std::atomic<bool> bUnregistered = false;
+    lower.onUnregister = [&] { bUnregistered = true; };
+    ssl.SetVerbose(true);
+    std::thread closer([&] { ssl.UnRegisterIOCompletionHandler(); });
+    while (!logger->Has(0, "Waiting for any outstanding tasks to complete.  sessionid = 7"))
+        std::this_thread::yield();
+    for (int n = 0; n < 1000 && !bUnregistered; ++n)
+        std::this_thread::yield();  // room for a wait that is none
+    EXPECT_FALSE(bUnregistered);
+    scheduler.RunTasks();
+    closer.join();
+    EXPECT_TRUE(bUnregistered);
+    EXPECT_THAT(listener.events, ElementsAre("read ok 3"));
+}
+
+TEST_F(ZephSSLIONotifyTest, UnregisterWaitsForATaskThatStartedBeforeItCouldBeCancelled) {
+    class LateCanceller : public ZephUserTaskCancelIf {
+    public:
+        std::function<void()> onCancel;
+        void CancelTask(ZephTaskIf*) override { onCancel(); }
+    } canceller;
+    ASSERT_EQ(ssl.Initialize(&manager, &lower, &scheduler, 7, &listener, &canceller, nullptr), 0u);
+    TurnOn();
+    engine.plaintext = "abc";
+    Read(3);
+    Turnstile turnstile;
+    listener.onComplete = [&] { turnstile.Stop(); };
+    std::thread ioThread;
+    canceller.onCancel = [&] {
+        ioThread = std::thread([&] { scheduler.RunTasks(); });
+        turnstile.AwaitStopped();
+    };
+    std::atomic<bool> bUnregistered = false;
+    lower.onUnregister = [&] { bUnregistered = true; };
+    std::thread closer([&] { ssl.UnRegisterIOCompletionHandler(); });
+    turnstile.AwaitStopped();
+    for (int n = 0; n < 1000 && !bUnregistered; ++n)
+        std::this_thread::yield();  // room for a wait that is none
+    EXPECT_FALSE(bUnregistered);
+    turnstile.Open();
+    closer.join();
+    ioThread.join();
+    EXPECT_TRUE(bUnregistered);
+}
+
 TEST_F(ZephSSLIONotifyTest, SecondTaskWaitsForTheFirstOnAnotherThread) {
     TurnOn();
     engine.plaintext = "abc";
@@ -420,6 +470,9 @@ TEST_F(ZephSSLIONotifyTest, SecondTaskWaitsForTheFirstOnAnotherThread) {
     });
     while (!bStarted)
         std::this_thread::yield();
+    for (int n = 0; n < 1000; ++n)
+        std::this_thread::yield();  // room for a wait that is none
+    EXPECT_EQ(listener.events.size(), 1u);
     turnstile.Open();
     first.join();
     other.join();

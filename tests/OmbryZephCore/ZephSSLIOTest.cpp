@@ -477,9 +477,10 @@ TEST_F(ZephSSLIOTest, ShortWriteCompletionSendsTheRest) {
     EXPECT_EQ(lower.CompleteWrite(4), "0123");
     EXPECT_THAT(Trace(), ElementsAre("write completion -- 4 bytes transferred.  sessionid = 7",
                                      "starting write with 6 bytes.  sessionid = 7"));
-    EXPECT_EQ(lower.CompleteWrite(5), "45678");
+    EXPECT_EQ(lower.CompleteWrite(1), "4");
+    EXPECT_EQ(lower.CompleteWrite(4), "5678");
     EXPECT_EQ(lower.CompleteWrite(), "9");
-    EXPECT_THAT(lower.events, ElementsAre("write 10", "write 6", "write 1"));
+    EXPECT_THAT(lower.events, ElementsAre("write 10", "write 6", "write 5", "write 1"));
     EXPECT_EQ(lower.pWrite, nullptr);
 }
 
@@ -597,8 +598,22 @@ TEST_F(ZephSSLIOTest, TransfersPassedThroughBeforeTheStartEndAsTheyBegan) {
     ssl.StartSSL();
     lower.CompleteRead("12345");
     lower.CompleteWrite();
-    EXPECT_THAT(listener.events, ElementsAre("read ok 5", "write ok 3"));
+    EXPECT_THAT(Take(listener.events), ElementsAre("read ok 5", "write ok 3"));
     EXPECT_EQ(engine.injected, "");
+    ssl.CompleteTask(TaskTypeRead, true, 1);
+    EXPECT_THAT(Take(listener.events), ElementsAre("read ok 1"));
+    ssl.CompleteTask(TaskTypeRead, true, 0);
+    EXPECT_THAT(listener.events, ElementsAre("fatal")) << "a close under TLS, whoever asked for the read";
+}
+
+TEST_F(ZephSSLIOTest, AfterAnAbortedReadBelowTheNextOneIsStarted) {
+    TurnOn();
+    engine.wants = true;
+    Read(10);
+    lower.pRead = nullptr;
+    ssl.AbortTask(TaskTypeRead);
+    Read(10);
+    EXPECT_THAT(lower.events, ElementsAre("read 8096", "read 8096"));
 }
 
 TEST_F(ZephSSLIOTest, CompletionOfMoreThanWasAskedForIsCut) {
