@@ -384,13 +384,23 @@ TEST(ZephOpenSSLServerNameTest, DecorationsGoAndAddressesAreKnown) {
                  {"[", "[", false},
                  {"[::1", "[::1", false},
                  {"", "", false},
-                 {".", "", false}};
+                 {".", "", false},
+                 {"[]", "", false}};
     for (const auto& each : cases) {
         SCOPED_TRACE(each.target);
         const OmbryZephCore::ZephOpenSSLServerName name(each.target);
         EXPECT_EQ(name.m_Text, each.text);
         EXPECT_EQ(name.m_IsAddress, each.isAddress);
     }
+}
+
+TEST(ZephOpenSSLServerNameTest, NamesThatTheLibraryWouldTakeForNoCheckCannotBeChecked) {
+    using OmbryZephCore::ZephOpenSSLServerName;
+    for (const char* good : {"server.test", "s", "127.0.0.1", "::1"})
+        EXPECT_TRUE(ZephOpenSSLServerName(good).CanBeChecked()) << good;
+    for (const std::string& bad : {std::string(), std::string("."), std::string("[]"),
+                                   std::string(".server.test"), std::string("server\0.test", 12)})
+        EXPECT_FALSE(ZephOpenSSLServerName(bad).CanBeChecked()) << bad;
 }
 
 }  // namespace
