@@ -408,6 +408,16 @@ TEST(MapArray, ReadingAPairOfThreeElementsThrowsARangeError) {
     EXPECT_TRUE(map.empty());
 }
 
+TEST(MapArray, ReadingANullInTheListOfAPairFails) {
+    RoleSets map;
+    EXPECT_EQ(FailureOf([&] {
+                  ReadInto<MapArray<std::string, std::list<std::string>>>(map, R"([["a",["1",null]]])");
+              }),
+              R"(ERROR: Expected type 'string' when processing '[0][1][1]' )"
+              R"(serialization_='[["a",["1",null]]]')");
+    EXPECT_TRUE(map.empty());
+}
+
 TEST(MapArray, ReadingAnObjectFails) {
     RoleSets map;
     EXPECT_EQ(

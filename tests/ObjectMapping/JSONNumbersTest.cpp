@@ -1,4 +1,5 @@
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <optional>
 #include <string>
@@ -213,6 +214,14 @@ TEST(JSONNumbers, ADoubleRefusesANumberThatLooksLikeAnInteger) {
                                    {"1.7976931348623157e308", Direct, std::numeric_limits<double>::max()},
                                    {"18446744073709551616", Direct, 18446744073709551616.0},
                                    {"-9223372036854775809", Direct, -9223372036854775808.0}});
+}
+
+TEST(JSONNumbers, ADoubleIsReadInNormalAndNotInFullPrecisionOnPurpose) {
+    const char* const text = "2.2250738585072011e-308";
+    double value = 0;
+    ReadText(text, [&](MapperIf& mapper) { mapper.Field(nullptr, value, nullptr); });
+    EXPECT_EQ(value, std::numeric_limits<double>::min());
+    EXPECT_NE(value, std::strtod(text, nullptr));
 }
 
 TEST(JSONNumbers, ADoubleKeepsTheSignOfZero) {

@@ -1,0 +1,120 @@
+#include <malloc.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "tests/ObjectMapping/MappingSupport.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace ObjectMapping;
+
+TEST(JSONDeserializerLifeCycle, WithoutARootAFieldFailsOrIsAbsentButDoesNoHarm) {
+    int value = 7;
+    bool present = true;
+    const auto unused = CreateJSONDeserializer(true);
+    EXPECT_EQ(FailureOf([&] { unused->Field(nullptr, value, nullptr); }),
+              "ERROR: Expected type 'int' when processing '.' serialization_=''");
+    EXPECT_EQ(FailureOf([&] { unused->Field("x", value, nullptr); }),
+              "ERROR: Missing required field '.x' serialization_=''");
+    unused->Field("x", value, &present);
+    EXPECT_FALSE(present);
+
+    const auto used = CreateJSONDeserializer(true);
+    used->Begin("1");
+    used->Field(nullptr, value, nullptr);
+    EXPECT_EQ(value, 1);
+    present = true;
+    used->Field(nullptr, value, &present);
+    EXPECT_FALSE(present);
+    EXPECT_EQ(value, 0);
+    used->End();
+    used->End();
+}
+
+TEST(JSONDeserializerLifeCycle, BeginStartsOver) {
+    const auto deserializer = CreateJSONDeserializer(true);
+    int value = 0;
+    deserializer->Begin("1");
+    deserializer->Begin("2");
+    deserializer->Field(nullptr, value, nullptr);
+    EXPECT_EQ(value, 2);
+    deserializer->End();
+}
+
+/// A deserializer that was left in the middle of the member "left".
+std::shared_ptr<Deserializer> LeftHalfWay() {
+    const auto deserializer = CreateJSONDeserializer(true);
+    ObjectOf broken([](MapperIf&) { throw std::logic_error("half way"); });
+    deserializer->Begin(R"({"left":{}})");
+    EXPECT_THROW(deserializer->Field("left", broken, nullptr), std::logic_error);
+    return deserializer;
+}
+
+TEST(JSONDeserializerLifeCycle, BeginForgetsTheContextsThatAThrowLeftBehind) {
+    const auto deserializer = LeftHalfWay();
+    int value = 0;
+    deserializer->Begin("{}");
+    EXPECT_EQ(FailureOf([&] { deserializer->Field("x", value, nullptr); }),
+              "ERROR: Missing required field '.x' serialization_='{}'");
+}
+
+TEST(JSONDeserializerLifeCycle, EndPopsEveryContext) {
+    const auto deserializer = LeftHalfWay();
+    int value = 0;
+    deserializer->End();
+    EXPECT_EQ(FailureOf([&] { deserializer->Field(nullptr, value, nullptr); }),
+              R"(ERROR: Expected type 'int' when processing '.' serialization_='{"left":{}}')");
+}
+
+TEST(JSONDeserializerLifeCycle, EndDropsTheRootButKeepsTheTextForMessages) {
+    const auto deserializer = CreateJSONDeserializer(true);
+    int value = 0;
+    deserializer->Begin(R"({"x":1})");
+    deserializer->End();
+    EXPECT_EQ(FailureOf([&] { deserializer->Field("x", value, nullptr); }),
+              R"(ERROR: Missing required field '.x' serialization_='{"x":1}')");
+}
+
+TEST(JSONDeserializerLifeCycle, BuildingThePathConsumesTheStack) {
+    const auto deserializer = CreateJSONDeserializer(true);
+    int value = 0;
+    deserializer->Begin(R"({"x":1})");
+    EXPECT_THROW(deserializer->Field("y", value, nullptr), std::runtime_error);
+    EXPECT_EQ(FailureOf([&] { deserializer->Field("x", value, nullptr); }),
+              R"(ERROR: Missing required field '.x' serialization_='{"x":1}')");
+}
+
+TEST(JSONDeserializerLifeCycle, CopiesTheTextItIsHanded) {
+    const auto deserializer = CreateJSONDeserializer(true);
+    std::string text = R"({"x":"value"})", value;
+    deserializer->Begin(text);
+    text.assign(text.size(), '#');
+    deserializer->Field("x", value, nullptr);
+    EXPECT_EQ(value, "value");
+    EXPECT_EQ(FailureOf([&] { deserializer->Field("y", value, nullptr); }),
+              R"(ERROR: Missing required field '.y' serialization_='{"x":"value"}')");
+}
+
+TEST(JSONDeserializerLifeCycle, EndGivesTheMemoryOfTheDocumentBack) {
+    std::string text = "[";
+    for (int i = 0; i < 400'000; ++i)
+        text += "[],";
+    text += "0]";
+    // The allocator of a sanitizer build reports nothing here, and the difference is 0.
+    const auto inUse = [] {
+        const struct mallinfo2 info = mallinfo2();
+        return info.uordblks + info.hblkhd;
+    };
+    const auto deserializer = CreateJSONDeserializer(true);
+    const std::size_t before = inUse();
+    deserializer->Begin(text);
+    deserializer->End();
+    const std::size_t after = inUse();
+    EXPECT_LT(after, before + text.size() + 1'000'000);
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
