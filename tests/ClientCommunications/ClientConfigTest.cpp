@@ -194,9 +194,16 @@ TEST(DatacenterTest, WritesItsTwoFieldsAndResets) {
     datacenter.hasId = true;
     EXPECT_EQ(ObjectMapping::SerializeObject(datacenter, nullptr),
               "{\n    \"id\": \"i\",\n    \"name\": null\n}");
+    datacenter.name = "n";
+    datacenter.hasId = false;
+    datacenter.hasName = true;
+    EXPECT_EQ(ObjectMapping::SerializeObject(datacenter, nullptr),
+              "{\n    \"id\": null,\n    \"name\": \"n\"\n}");
+    datacenter.hasId = true;
     datacenter.Reset();
-    EXPECT_EQ(datacenter.id, "");
+    EXPECT_EQ(datacenter.id + datacenter.name, "");
     EXPECT_FALSE(datacenter.hasId);
+    EXPECT_FALSE(datacenter.hasName);
 }
 
 // --- who asks ---

@@ -113,6 +113,12 @@ TEST(LocationAwareClientTest, NullAndMissingKeysReadAsUnset) {
     EXPECT_FALSE(client.rolesPerService.IsSet());
 }
 
+TEST(LocationAwareClientTest, NullsAmongTheGroupsAreDroppedWithoutAHole) {
+    LocationAwareClient client;
+    DeserializeObject(client, R"({"groups": [null, "a", null, "b"]})", nullptr, true);
+    EXPECT_EQ(client.groups.Get(), (std::list<std::string>{"a", "b"}));
+}
+
 TEST(LocationAwareClientTest, ResetUnsetsEveryField) {
     LocationAwareClient client;
     const std::string empty = SerializeObject(client, nullptr);
@@ -178,6 +184,23 @@ TEST(ServiceEnrollmentTest, EveryFieldIsWrittenInItsPlaceAndReadBack) {
     DeserializeObject(read, text, nullptr, true);
     EXPECT_EQ(SerializeObject(read, nullptr), text);
     EXPECT_EQ(read.ttlSeconds.Get(), -12);
+}
+
+TEST(ServiceEnrollmentTest, NullsAmongThePropertiesAreDroppedWithoutAHole) {
+    ServiceEnrollment service;
+    DeserializeObject(service, R"({"serviceProps": [null, {"key": "k", "value": null}, null]})", nullptr,
+                      true);
+    ASSERT_EQ(service.serviceProps.Get().size(), 1u);
+    EXPECT_EQ(service.serviceProps.Get().front().key.Get(), "k");
+    EXPECT_FALSE(service.serviceProps.Get().front().value.IsSet());
+}
+
+TEST(ServiceEnrollmentTest, ALifetimeWrittenAsADoubleIsReadButNotSetOnPurpose) {
+    ServiceEnrollment service;
+    DeserializeObject(service, R"({"ttlSeconds": 5.0})", nullptr, true);
+    EXPECT_FALSE(service.ttlSeconds.IsSet());
+    DeserializeObject(service, R"({"ttlSeconds": 5})", nullptr, true);
+    EXPECT_EQ(service.ttlSeconds.Get(), 5);
 }
 
 TEST(ServiceEnrollmentTest, ResetUnsetsEveryField) {

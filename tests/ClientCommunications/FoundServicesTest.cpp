@@ -163,6 +163,11 @@ TEST_F(FoundServicesDtoTest, OnlyTheExpiryIsRequired) {
     EXPECT_THROW(Read(R"({"expiryTime":null})"), std::runtime_error);
 }
 
+TEST_F(FoundServicesDtoTest, ANullAmongTheServicesIsAFailure) {
+    EXPECT_THROW(Read(R"({"local":[null]})"), std::runtime_error);
+    EXPECT_THROW(Read(R"({"remote":[null]})"), std::runtime_error);
+}
+
 TEST_F(FoundServicesDtoTest, TimesAreRead) {
     const FoundServicesDto dto = Read(R"({"expiryTime":9223372036854775807,"maxStaleTime":0})");
     EXPECT_EQ(dto.expiryTime, 9223372036854775807);

@@ -92,6 +92,29 @@ TEST(ServiceDtoTest, TravelsWithItsKeysInTheirOrderAndComesBackWhole) {
     EXPECT_TRUE(read.properties.empty());
 }
 
+TEST(ServiceDtoTest, ANullAmongThePropertiesIsAFailure) {
+    ServiceDto dto = Record();
+    dto.properties = {Property("k", "v")};
+    std::string text = ObjectMapping::SerializeObject(dto, nullptr);
+    const std::size_t last = text.rfind(']');
+    text.insert(last, ", null");
+    try {
+        ObjectMapping::DeserializeObject(dto, text, nullptr, false);
+        FAIL() << "a null was taken for a property";
+    } catch (const std::runtime_error& failure) {
+        EXPECT_EQ(failure.what(),
+                  "ERROR: Expected type 'object' when processing '.properties.properties[1]' "
+                  "serialization_='" +
+                      text + "'");
+    }
+}
+
+TEST(ServiceDtoTest, APropertyIsReset) {
+    ServiceDto::Property property = Property("k", "v");
+    property.Reset();
+    EXPECT_EQ(property.key + property.value, "");
+}
+
 TEST(ServiceDtoTest, EveryKeyIsRequired) {
     ServiceDto dto = Record();
     dto.properties = {Property("k1", "v1")};
