@@ -5,7 +5,7 @@
 
 namespace Ombry::SecClientConfig {
 
-bool ReadOptions(int argc, char** argv, std::initializer_list<Option> options,
+bool ReadOptions(int argc, char** argv, const std::vector<Option>& options,
                  const std::function<void(bool& error)>& checks) {
     // Options come in pairs behind the program and the command: an odd count means that a name or a value is
     // missing somewhere, and no message could say where.
@@ -23,6 +23,16 @@ bool ReadOptions(int argc, char** argv, std::initializer_list<Option> options,
     checks(error);
     if (error) std::cerr << "\n";
     return !error;
+}
+
+std::vector<Option> WithIdentity(Identity& identity, const std::vector<Option>& own) {
+    std::vector<Option> options = {{"-u", identity.userName},
+                                   {"-p", identity.password},
+                                   {"-n", identity.clientName},
+                                   {"-t", identity.token}};
+    for (const Option& option : own)
+        options.push_back(option);
+    return options;
 }
 
 bool TakeOption(const std::string& name, std::string& target, bool& error, const std::string& arg,
@@ -56,6 +66,10 @@ void CheckIdentity(const std::string& userName, const std::string& password, con
     if (identities != 1) {
         ReportError("Only one of username/password, client name or token is allowed.", error);
     }
+}
+
+void CheckIdentity(const Identity& identity, bool& error) {
+    CheckIdentity(identity.userName, identity.password, identity.clientName, identity.token, error);
 }
 
 void ReportError(const std::string& text, bool& error) {

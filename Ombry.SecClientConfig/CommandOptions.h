@@ -1,8 +1,8 @@
 #pragma once
 
 #include <functional>
-#include <initializer_list>
 #include <string>
+#include <vector>
 
 namespace Ombry::SecClientConfig {
 
@@ -24,8 +24,11 @@ struct Identity {
 /// Reads the pairs of name and value from `argv[2]` on, then runs the command's `checks`, which set the flag
 /// that they are given. All faults of one call are reported together on the standard error stream, with a
 /// blank line behind them. Returns whether the command may do its work; if not, its usage is to follow.
-bool ReadOptions(int argc, char** argv, std::initializer_list<Option> options,
+bool ReadOptions(int argc, char** argv, const std::vector<Option>& options,
                  const std::function<void(bool& error)>& checks);
+
+/// The options of a command that takes every kind of identity: -u, -p, -n and -t, then its `own`.
+std::vector<Option> WithIdentity(Identity& identity, const std::vector<Option>& own);
 
 /// Whether `arg` is `name`. If it is, `value` goes to `target`, unless that holds one already: the first
 /// stays, and the second is an error.
@@ -39,6 +42,8 @@ void RequireOption(const std::string& name, const std::string& value, bool& erro
 /// token.
 void CheckIdentity(const std::string& userName, const std::string& password, const std::string& clientName,
                    const std::string& token, bool& error);
+
+void CheckIdentity(const Identity& identity, bool& error);
 
 /// Writes "ERROR: ", `text` and a new line to the standard error stream and sets `error`.
 void ReportError(const std::string& text, bool& error);

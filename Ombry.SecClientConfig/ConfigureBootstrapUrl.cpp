@@ -44,7 +44,7 @@ int ConfigureBootstrapUrl::Execute(int argc, char** argv) {
     Options given;
     Identity& who = given.identity;
     const auto checks = [&](bool& error) {
-        CheckIdentity(who.userName, who.password, who.clientName, who.token, error);
+        CheckIdentity(who, error);
         if (given.datacenterId.empty() && given.datacenterName.empty()) {
             ReportError("Neither a datacenterId nor a datacenterName was provided.", error);
         }

@@ -51,16 +51,12 @@ int EnrollClient::Execute(int argc, char** argv) {
     Identity& who = given.identity;
     const auto checks = [&](bool& error) {
         RequireOption("-nn", given.newClientName, error);
-        CheckIdentity(who.userName, who.password, who.clientName, who.token, error);
+        CheckIdentity(who, error);
     };
     if (!ReadOptions(argc, argv,
-                     {{"-u", who.userName},
-                      {"-p", who.password},
-                      {"-n", who.clientName},
-                      {"-t", who.token},
-                      {"-nn", given.newClientName},
-                      {"-desc", given.description},
-                      {"-rps", given.rolesPerService}},
+                     WithIdentity(who, {{"-nn", given.newClientName},
+                                        {"-desc", given.description},
+                                        {"-rps", given.rolesPerService}}),
                      checks)) {
         return Usage(true);
     }

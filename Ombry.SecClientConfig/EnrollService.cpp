@@ -33,7 +33,7 @@ int EnrollService::Execute(int argc, char** argv) {
     Options given;
     Identity& who = given.identity;
     const auto checks = [&](bool& error) {
-        CheckIdentity(who.userName, who.password, who.clientName, who.token, error);
+        CheckIdentity(who, error);
         RequireOption("-owner", given.owner, error);
         RequireOption("-name", given.name, error);
         RequireOption("-url", given.url, error);
@@ -41,15 +41,11 @@ int EnrollService::Execute(int argc, char** argv) {
         RequireOption("-hostname", given.hostName, error);
     };
     if (!ReadOptions(argc, argv,
-                     {{"-u", who.userName},
-                      {"-p", who.password},
-                      {"-n", who.clientName},
-                      {"-t", who.token},
-                      {"-owner", given.owner},
-                      {"-name", given.name},
-                      {"-url", given.url},
-                      {"-namespace", given.namespaceName},
-                      {"-hostname", given.hostName}},
+                     WithIdentity(who, {{"-owner", given.owner},
+                                        {"-name", given.name},
+                                        {"-url", given.url},
+                                        {"-namespace", given.namespaceName},
+                                        {"-hostname", given.hostName}}),
                      checks)) {
         return Usage(true);
     }

@@ -28,16 +28,10 @@ int GetDatacenters::Execute(int argc, char** argv) {
     Options given;
     Identity& who = given.identity;
     const auto checks = [&](bool& error) {
-        CheckIdentity(who.userName, who.password, who.clientName, who.token, error);
+        CheckIdentity(who, error);
         RequireOption("-r", given.sfsUrl, error);
     };
-    if (!ReadOptions(argc, argv,
-                     {{"-u", who.userName},
-                      {"-p", who.password},
-                      {"-n", who.clientName},
-                      {"-t", who.token},
-                      {"-r", given.sfsUrl}},
-                     checks)) {
+    if (!ReadOptions(argc, argv, WithIdentity(who, {{"-r", given.sfsUrl}}), checks)) {
         return Usage(true);
     }
     return Work(given);

@@ -27,15 +27,9 @@ int UnenrollClient::Execute(int argc, char** argv) {
     Identity& who = given.identity;
     const auto checks = [&](bool& error) {
         RequireOption("-un", given.unenrollClientName, error);
-        CheckIdentity(who.userName, who.password, who.clientName, who.token, error);
+        CheckIdentity(who, error);
     };
-    if (!ReadOptions(argc, argv,
-                     {{"-u", who.userName},
-                      {"-p", who.password},
-                      {"-n", who.clientName},
-                      {"-t", who.token},
-                      {"-un", given.unenrollClientName}},
-                     checks)) {
+    if (!ReadOptions(argc, argv, WithIdentity(who, {{"-un", given.unenrollClientName}}), checks)) {
         return Usage(true);
     }
     return Work(given);

@@ -29,15 +29,10 @@ int UnenrollService::Execute(int argc, char** argv) {
     const auto checks = [&](bool& error) {
         RequireOption("-on", given.ownerClientName, error);
         RequireOption("-s", given.serviceName, error);
-        CheckIdentity(who.userName, who.password, who.clientName, who.token, error);
+        CheckIdentity(who, error);
     };
     if (!ReadOptions(argc, argv,
-                     {{"-u", who.userName},
-                      {"-p", who.password},
-                      {"-n", who.clientName},
-                      {"-t", who.token},
-                      {"-on", given.ownerClientName},
-                      {"-s", given.serviceName}},
+                     WithIdentity(who, {{"-on", given.ownerClientName}, {"-s", given.serviceName}}),
                      checks)) {
         return Usage(true);
     }
