@@ -45,8 +45,18 @@ Service::Service(const Options& options, const Identity& identity, State& state)
         faults.Add(fault);
     server->set_tcp_nodelay(true);
     server->set_payload_max_length(1 << 20);
-    server->set_pre_routing_handler(
-        [this](const Request& request, Response& response) { return InjectFault(request, response); });
+    // The library asks for its threads when it begins to serve.
+    server->new_task_queue = [this] {
+        std::lock_guard guard(mutex);
+        serving = true;
+        condition.notify_all();
+        return new httplib::ThreadPool(CPPHTTPLIB_THREAD_POOL_COUNT);  // the library deletes it
+    };
+    // Without the library's default, which lets a second service listen on a port that is taken.
+    server->set_socket_options([](socket_t socket) {
+        const int on = 1;
+        setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    });
     server->set_logger(
         [](const Request& request, const Response& response) { LogRequest(request, response); });
     server->set_exception_handler([](const Request&, Response& response, std::exception_ptr) {
@@ -89,13 +99,18 @@ void Service::Stop() {
         stopping = true;
         condition.notify_all();
     }
+    {
+        // The library forgets a stop that comes before it serves.
+        std::unique_lock lock(mutex);
+        condition.wait(lock, [this] { return serving; });
+    }
     server->stop();
 }
 
 void Service::AddRoutes() {
     const auto bind = [this](void (Service::*handler)(const Request&, Response&)) {
         return [this, handler](const Request& request, Response& response) {
-            (this->*handler)(request, response);
+            if (!InjectFault(request, response)) (this->*handler)(request, response);
         };
     };
     const std::string base = EscapeForRegex(options.basePath);
@@ -111,7 +126,7 @@ void Service::AddRoutes() {
     for (const bool forUsers : {true, false}) {
         server->Post(base + "/v1/auth/" + (forUsers ? "users" : "clients") + "/servicetokens",
                      [this, forUsers](const Request& request, Response& response) {
-                         IssueToken(request, response, forUsers);
+                         if (!InjectFault(request, response)) IssueToken(request, response, forUsers);
                      });
     }
 }
@@ -365,20 +380,21 @@ bool Service::AwaitStop(std::chrono::milliseconds atMost) {
     return Platform::WaitFor(condition, lock, atMost, [this] { return stopping; });
 }
 
-httplib::Server::HandlerResponse Service::InjectFault(const Request& request, Response& response) {
-    using Handled = httplib::Server::HandlerResponse;
+/// Runs before the work of each call, but behind the reading of its body: bytes that are left unread would be
+/// taken for the next request. Whether the fault was all that there is to the call.
+bool Service::InjectFault(const Request& request, Response& response) {
     const std::string path = request.path.starts_with(options.basePath)
                                  ? request.path.substr(options.basePath.size())
                                  : request.path;
     const auto fault = faults.Take(path);
-    if (!fault) return Handled::Unhandled;
+    if (!fault) return false;
     switch (fault->kind) {
         case Fault::Kind::Delay:
             AwaitStop(std::chrono::milliseconds(fault->argument));
-            return Handled::Unhandled;
+            return false;
         case Fault::Kind::Status:
             SendError(response, fault->argument, "server_error", "A fault that was asked for.");
-            return Handled::Handled;
+            return true;
         case Fault::Kind::Silence:
             AwaitStop(std::chrono::hours(1));
             break;
@@ -388,12 +404,12 @@ httplib::Server::HandlerResponse Service::InjectFault(const Request& request, Re
                                               sink.write("[", 1);
                                               return false;  // breaks the connection off in the body
                                           });
-            return Handled::Handled;
+            return true;
         case Fault::Kind::Reset:
             break;
     }
     ResetConnection(request);
-    return Handled::Handled;
+    return true;
 }
 
 }  // namespace Ombry::Sandbox

@@ -24,6 +24,7 @@ public:
     int Bind();
     /// Serves until `Stop`.
     void Serve();
+    /// From another thread than `Serve`; waits until that has begun.
     void Stop();
 
     const std::string& BaseUrl() const { return baseUrl; }
@@ -59,7 +60,7 @@ private:
     bool IsDatacenter(const std::string& id) const;
     void SendFound(const Request& request, Response& response, const std::vector<ServiceRecord>& services);
     std::vector<ServiceRecord> OwnServices(const std::string& name);
-    httplib::Server::HandlerResponse InjectFault(const Request& request, Response& response);
+    bool InjectFault(const Request& request, Response& response);
     bool AwaitStop(std::chrono::milliseconds atMost);
 
     const Options& options;
@@ -71,7 +72,9 @@ private:
     Faults faults;
     std::mutex mutex;
     std::condition_variable condition;
-    bool stopping = false;  // guarded by mutex
+    // Guarded by mutex:
+    bool serving = false;
+    bool stopping = false;
 };
 
 }  // namespace Ombry::Sandbox
