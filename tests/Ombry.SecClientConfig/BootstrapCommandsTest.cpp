@@ -137,6 +137,12 @@ TEST_F(BootstrapCommandsTest, ConfigureTakesTheHostInLowerCaseWithTheUsualPort) 
     EXPECT_THAT(LookedUp(), ElementsAre("server1:8181", "server1:8181"));
 }
 
+TEST_F(BootstrapCommandsTest, ConfigureLowersEveryLetterOfAHost) {
+    ExpectSilentSuccess(
+        {"configure-bootstrap-url", "-t", "token", "-d", "i1", "-h", "ABCDEFGHIJKLMNOPQRSTUVWXYZ-09_.z"});
+    EXPECT_EQ(SsdsUri(), "https://abcdefghijklmnopqrstuvwxyz-09_.z:8181/securityframeworkservice");
+}
+
 TEST_F(BootstrapCommandsTest, ConfigureLeavesAHostThatHoldsAColonItsPort) {
     ExpectSilentSuccess({"configure-bootstrap-url", "-t", "token", "-d", "i1", "-h", "SERVER1.Example:9000"});
     EXPECT_EQ(SsdsUri(), "https://server1.example:9000/securityframeworkservice");
