@@ -1,8 +1,7 @@
 #include "Ombry.SecClientConfig/ConfigureBootstrapUrl.h"
 
-#include <algorithm>
-
 #include "ClientCommunications/IClientConfig.h"
+#include "ClientCommunications/Impl/LowerCase.h"
 #include "Ombry.SecClientConfig/CommandOptions.h"
 
 namespace Ombry::SecClientConfig {
@@ -10,11 +9,10 @@ namespace {
 
 /// The usual URL of a service on a host. A host that holds a ":" is taken to name its own port, IPv6 brackets
 /// included, and the port is not checked.
-std::string MakeUrlOfHost(std::string host) {
-    std::transform(host.begin(), host.end(), host.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+std::string MakeUrlOfHost(const std::string& host) {
     const bool hasPort = host.find(':') != std::string::npos;
-    return "https://" + host + (hasPort ? "" : ":8181") + "/securityframeworkservice";
+    return "https://" + ClientCommunications::LowerCase(host) + (hasPort ? "" : ":8181") +
+           "/securityframeworkservice";
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "ClientCommunications/Impl/FileStorage.h"
 #include "ClientCommunications/Impl/FixedTokenAuthenticator.h"
 #include "ClientCommunications/Impl/HttpClientServiceGateway.h"
+#include "ClientCommunications/Impl/LowerCase.h"
 #include "ClientCommunications/Impl/RuntimeTexts.h"
 #include "ClientCommunications/Impl/Service.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
@@ -28,10 +29,7 @@ ClientConfig::ClientConfig(ClientConfigParameters given)
 
 std::shared_ptr<OmbryZephCore::ZephSorrelConnectionParameters> MakeConnectionParameters(
     const std::string& url) {
-    std::string lower = url;
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    const OmbryZephCore::ZephUrlParts parts = OmbryZephCore::ParseUrl(lower);
+    const OmbryZephCore::ZephUrlParts parts = OmbryZephCore::ParseUrl(LowerCase(url));
     const bool isHttps = parts.scheme == "https";
     std::uint16_t port = isHttps ? 443 : 80;
     if (!parts.port.empty()) port = static_cast<std::uint16_t>(ParseUnsigned32(parts.port) & 0xffff);

@@ -2,20 +2,16 @@
 
 #include <algorithm>
 
+#include "ClientCommunications/Impl/LowerCase.h"
 #include "ClientCommunications/Impl/RuntimeTexts.h"
 
 namespace Ombry::ClientCommunications {
-namespace {
-
-unsigned char Lower(char c) {
-    return static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-}
-
-}  // namespace
 
 bool HeaderNameLess::operator()(const std::string& left, const std::string& right) const {
-    return std::lexicographical_compare(left.begin(), left.end(), right.begin(), right.end(),
-                                        [](char l, char r) { return Lower(l) < Lower(r); });
+    return std::lexicographical_compare(
+        left.begin(), left.end(), right.begin(), right.end(), [](char l, char r) {
+            return static_cast<unsigned char>(LowerCase(l)) < static_cast<unsigned char>(LowerCase(r));
+        });
 }
 
 ServiceResponse::ServiceResponse(const OmbryZephCore::ZephSorrelSyncHttpClient& client,
