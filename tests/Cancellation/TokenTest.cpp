@@ -14,6 +14,7 @@
 
 #include "Cancellation/Impl/LinkedTokenState.h"
 #include "Cancellation/Impl/TokenStateTimeout.h"
+#include "tests/Fakes/AllocationCount.h"
 #include "tests/Fakes/FakeClock.h"
 
 namespace Ombry::Tests {
@@ -314,6 +315,17 @@ TEST_F(TokenTest, LinksOfLinksReachTheInnermostSource) {
     clock.Advance(milliseconds(100));
 
     EXPECT_EQ(Thrown(token), TimedOut);
+}
+
+TEST_F(TokenTest, ALookAtATokenThatRunsAllocatesNothing) {
+    const Token token = Link(CreateTimeout(milliseconds(100)), Link(CreateCancellable(), Token()));
+    const std::size_t before = AllocationsOfThisThread();
+
+    const bool stopped = token.IsCancelled();
+    token.ThrowIfCancelled();
+
+    EXPECT_EQ(AllocationsOfThisThread(), before);
+    EXPECT_FALSE(stopped);
 }
 
 TEST_F(TokenTest, CancelIsSeenByEveryOtherThread) {
