@@ -49,6 +49,7 @@ public:
     Responder respond = [](const std::string&) { return Answer{200, ""}; };
     std::function<void()> onFind;  ///< called by each search before it answers; may throw
     std::list<ClientCommunications::ServiceDto> found;
+    std::list<ClientCommunications::ServiceDto> foundRemotely;
     std::function<void(const std::string& step)> onStep = [this](const std::string& step) {
         steps.push_back(step);
     };
@@ -70,6 +71,7 @@ private:
             if (owner.onFind) owner.onFind();
             ClientCommunications::FoundServicesDto dto;
             dto.local = owner.found;
+            dto.remote = owner.foundRemotely;
             return std::make_shared<ClientCommunications::FoundServices>(dto);
         }
 

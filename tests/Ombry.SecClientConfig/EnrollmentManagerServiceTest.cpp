@@ -148,6 +148,25 @@ TEST_F(EnrollmentManagerServiceTest, EarlierRegistrationsAreDeletedFirstInTheOrd
                            Save(RecordPath("Owner", "Svc"))}));
 }
 
+TEST_F(EnrollmentManagerServiceTest, EarlierRegistrationsInOtherDatacentersAreDeletedBehindThoseOfThisOne) {
+    AddFound("near");
+    communications->foundRemotely.resize(1);
+    communications->foundRemotely.front().id = "far";
+    Answer({{"POST " + Enroll, {201, ""}},
+            {"DELETE " + Enroll + "/near", {200, ""}},
+            {"DELETE " + Enroll + "/far", {200, ""}}});
+
+    Manager().EnrollService(Request());
+
+    EXPECT_EQ(steps, Join({{ReadOwner()},
+                           Search(),
+                           DeleteCall("near"),
+                           DeleteCall("far"),
+                           ReadDatacenter(),
+                           EnrollCall(),
+                           Save(RecordPath("Owner", "Svc"))}));
+}
+
 TEST_F(EnrollmentManagerServiceTest, DeletionThatFailsEndsTheCommandBeforeAnythingNew) {
     AddFound("s1");
     for (const int status : {204, 403, 500}) {
@@ -268,6 +287,15 @@ TEST_F(EnrollmentManagerServiceTest, UnenrolmentDeletesByTheRecordAndThenTheReco
                                {"Remove " + RecordPath("Owner", "Svc")}}));
         EXPECT_FALSE(files.Exists(RecordPath("Owner", "Svc")));
     }
+}
+
+TEST_F(EnrollmentManagerServiceTest, UnenrolmentNeedsNoVersionInTheRecord) {
+    files.Put(RecordPath("Owner", "Svc"), R"({"Guid":"id-1"})");
+    Answer({{"DELETE " + Enroll + "/id-1", {200, ""}}});
+
+    Manager().UnenrollService("Owner", "Svc");
+
+    EXPECT_FALSE(files.Exists(RecordPath("Owner", "Svc")));
 }
 
 TEST_F(EnrollmentManagerServiceTest, UnenrolmentWithoutARecordDoesNothingAndSucceeds) {

@@ -29,7 +29,7 @@ protected:
         files.Put(Security + "/CS/datacenterid.config", "dc-1");
         files.Put(Security + "/ombrysecurity.config", "{\"ssdsUri\": \"" + web.server.Url() + "\"}");
         // A discovery cache that is not due, so that nothing is refreshed beside a command.
-        for (const std::string& directory : Texts{"", "c1"}) {
+        for (const std::string& directory : Texts{"", "c1", "u"}) {
             files.Put(Security + "/CS-cpp/cache/" + directory + "/v1-service.cache-p",
                       "{\"expiryTime\": 1700000000, \"local\": [{\"serviceName\": \"v1-service\", "
                       "\"endpointUrl\": \"" +
@@ -192,6 +192,39 @@ TEST_F(EnrolmentCommandsTest, UnenrollClientWorksFromTheStoredCredentials) {
     EXPECT_FALSE(files.Exists(Security + "/Components/c1/ombrycomponent.config"));
     ExpectSuccess({"unenroll-client", "-u", "a", "-p", "b", "-un", "nosuch"}, {});
 }
+
+class IdentityTest : public EnrolmentCommandsTest, public testing::WithParamInterface<Texts> {
+protected:
+    /// The command must ask for its tokens by this call, and succeed.
+    void ExpectAsks(const Texts& identity, const std::string& askToken) {
+        files.Put(Security + "/Components/c1/Services/Svc.config",
+                  "{\"Version\": \"1.0\", \"Guid\": \"g-1\"}");
+        Texts words = GetParam();
+        words.insert(words.end(), identity.begin(), identity.end());
+        EXPECT_EQ(Tool(words).error, "");
+        Texts asked;
+        for (const std::string& request : web.Summaries()) {
+            if (request.find("servicetokens") != std::string::npos)
+                asked.push_back(request.substr(0, request.find(" grant_type")));
+        }
+        EXPECT_EQ(asked, (Texts{askToken, askToken}));
+    }
+};
+
+TEST_P(IdentityTest, UserAsksWithNameAndPassword) {
+    ExpectAsks({"-u", "u", "-p", "p"}, "POST /v1/auth/users/servicetokens Basic dTpw");
+}
+
+TEST_P(IdentityTest, ClientAsksWithItsStoredCredentials) {
+    ExpectAsks({"-n", "c1"}, "POST /v1/auth/clients/servicetokens Basic YzEtaWQ6YzEtc2VjcmV0");
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, IdentityTest,
+                         testing::Values(Texts{"enroll-client", "-nn", "New"},
+                                         Texts{"unenroll-client", "-un", "c1"},
+                                         Texts{"enroll-service", "-owner", "c1", "-name", "Svc", "-url", "u",
+                                               "-namespace", "S", "-hostname", "h"},
+                                         Texts{"unenroll-service", "-on", "c1", "-s", "Svc"}));
 
 TEST_F(EnrolmentCommandsTest, UnenrollClientSelfActsWithItsOwnCredentialsAndCanDoItOnce) {
     const std::string askToken =
