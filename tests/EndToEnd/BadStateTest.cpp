@@ -139,7 +139,7 @@ TEST_F(BadStateTest, DiskThatIsFullFailsBeforeTheEarlierTrustIsTouched) {
     Sandbox earlier({"--datacenter", "old=Old"});
     machine.Run({"configure-bootstrap-url", "-t", "t", "-dn", "Old", "-r", earlier.Url()});
     const Tree before = machine.Files();
-    for (const int limit : {0, 1, 500, 16383}) {
+    for (const int limit : {500, 4096, 16383}) {
         const ProcessOutcome outcome =
             machine.RunBelow({"prlimit", "--fsize=" + std::to_string(limit)}, Configure());
         ExpectException(outcome, SaveCertificate + "CertOpenStore failed with last error = 27");
