@@ -1,5 +1,6 @@
 #include <list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ObjectMapping/ListArray.h"
@@ -525,6 +526,21 @@ TEST(JSONDeserializer_Impl, AnArrayThatPassesItsElementsOverDoesNotDisturbThePat
     EXPECT_EQ(
         FailureOf([&] { DeserializeObject(root, R"({"a":[1,2,3],"last":""})", nullptr, true); }),
         R"(ERROR: Expected type 'int' when processing '.last' serialization_='{"a":[1,2,3],"last":""}')");
+}
+
+TEST(JSONDeserializer_Impl, AnElementThatAnArrayPassesOverIsInNoPathOfALaterOne) {
+    class AllButTheFirst : public OddArray {
+    public:
+        AllButTheFirst() : OddArray(1) {}
+        void Append(MapperIf& mapper) override {
+            if (!std::exchange(first, false)) OddArray::Append(mapper);
+        }
+
+    private:
+        bool first = true;
+    } array;
+    EXPECT_EQ(ReadFailure(R"([1,"x"])", [&](MapperIf& mapper) { mapper.Field(nullptr, array, nullptr); }),
+              R"(ERROR: Expected type 'int' when processing '[1]' serialization_='[1,"x"]')");
 }
 
 // Strings
