@@ -289,6 +289,9 @@ TEST(MapDateTime, TextThatIsNoDateTimeFailsNamingTheTag) {
               "Unrecognized datetime format '2022-07-01T12:34:56+01:00' (tag: 'lastRefreshed')");
     EXPECT_EQ(FailureOf([&] { DeserializeObject(object, R"({"lastRefreshed":""})", nullptr, true); }),
               "Unrecognized datetime format '' (tag: 'lastRefreshed')");
+    ObjectOf keyless([&](MapperIf& mapper) { MapDateTime(mapper, "", value, nullptr); });
+    EXPECT_EQ(FailureOf([&] { DeserializeObject(keyless, R"({"":"soon"})", nullptr, true); }),
+              "Unrecognized datetime format 'soon' (tag: '')");
     bool present = false;
     EXPECT_EQ(
         ReadFailure("\"soon\"", [&](MapperIf& mapper) { MapDateTime(mapper, nullptr, value, &present); }),

@@ -147,6 +147,17 @@ TEST(JSONSerializer_Impl, EscapesKeysAndEndsThemAtTheirNul) {
     EXPECT_EQ(SerializeObject(object, nullptr), "{\n    \"a\\\"\\tb\": 1\n}");
 }
 
+TEST(JSONSerializer_Impl, AnEmptyKeyIsAKey) {
+    int value = 1;
+    ObjectOf object([&](MapperIf& mapper) { mapper.Field("", value, nullptr); });
+    EXPECT_EQ(SerializeObject(object, nullptr), "{\n    \"\": 1\n}");
+}
+
+TEST(JSONSerializer_Impl, WritesStringsOfBothKindsBeyondTheirNul) {
+    EXPECT_EQ(WrittenRoot(std::string("a\0b", 3)), "\"a\\u0000b\"");
+    EXPECT_EQ(WrittenRoot(std::wstring(L"a\0b", 3)), "\"a\\u0000b\"");
+}
+
 TEST(JSONSerializer_Impl, IndentsByFourBlanksALevelAndEndsWithoutALineBreak) {
     std::string text = "x";
     std::list<std::string> full{"1", "2"}, empty;
