@@ -1,6 +1,5 @@
 #include "ObjectMapping/Impl/JSONDeserializer_Impl.h"
 
-#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <stdexcept>
@@ -244,11 +243,10 @@ void JSONDeserializer_Impl::ThrowParseFailed() const {
     if (code == rapidjson::kParseErrorDocumentEmpty && serialization_[offset] != '\0')
         code = rapidjson::kParseErrorValueInvalid;
     const std::size_t begin = offset > SliceBefore ? offset - SliceBefore : 0;
-    const std::size_t end = std::min(offset + SliceAfter, serialization_.size());
     throw std::runtime_error("ERROR: Parse failed at offset " + std::to_string(offset) + " due to error '" +
                              rapidjson::GetParseError_En(code) + "' (near '" +
-                             serialization_.substr(begin, end - begin) + "') serialization_='" +
-                             serialization_ + "'");
+                             serialization_.substr(begin, offset + SliceAfter - begin) +
+                             "') serialization_='" + serialization_ + "'");
 }
 
 void JSONDeserializer_Impl::ThrowMissing(const char* name) {
