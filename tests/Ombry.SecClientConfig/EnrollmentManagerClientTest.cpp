@@ -130,6 +130,18 @@ TEST_F(EnrollmentManagerClientTest, NetworkThatFailsDuringTheDeletionIsSwallowed
     EXPECT_EQ(StoredClient("a"), NewClient());
 }
 
+TEST_F(EnrollmentManagerClientTest, EveryStandardExceptionDuringTheDeletionIsSwallowed) {
+    PutClient("a", "old-id");
+    communications->respond = [](const std::string& call) -> FakeCommunications::Answer {
+        if (call.starts_with("DELETE")) throw std::logic_error("no sense");
+        return {201, ""};
+    };
+
+    Manager().EnrollClient(Request("a"));
+
+    EXPECT_EQ(StoredClient("a"), NewClient());
+}
+
 TEST_F(EnrollmentManagerClientTest, EarlierCredentialsThatCannotBeReadAreSwallowedAndOverwritten) {
     Answer({{"POST " + Enroll, {201, ""}}});
     for (const std::string& content : {std::string("of another machine"), std::string()}) {
@@ -253,6 +265,16 @@ TEST_F(EnrollmentManagerClientTest, UnenrolmentOfANameThatThisMachineDoesNotKnow
         EXPECT_EQ(steps, Texts{"Read " + CredentialsPath(name)});
     }
     EXPECT_TRUE(files.Exists(CredentialsPath("foreign")));
+}
+
+TEST_F(EnrollmentManagerClientTest,
+       EveryStandardExceptionWhileTheCredentialsAreReadEndsAnUnenrolmentInSilence) {
+    PutClient("a", "old-id");
+    memory.observe = [](std::span<std::uint8_t>) { throw std::logic_error("no sense"); };
+
+    Manager().UnenrollClient("a");
+
+    EXPECT_EQ(steps, Texts{"Read " + CredentialsPath("a")});
 }
 
 TEST_F(EnrollmentManagerClientTest, UnenrolmentThatTheServiceRefusesKeepsTheCredentials) {

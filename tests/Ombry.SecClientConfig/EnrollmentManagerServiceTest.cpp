@@ -305,6 +305,16 @@ TEST_F(EnrollmentManagerServiceTest, UnenrolmentWithoutARecordDoesNothingAndSucc
     EXPECT_EQ(steps, (Texts{"Read " + RecordPath("Owner", "nosuch"), "Read " + RecordPath("nobody", "Svc")}));
 }
 
+TEST_F(EnrollmentManagerServiceTest, EveryStandardExceptionWhileTheRecordIsReadEndsAnUnenrolmentInSilence) {
+    files.Put(RecordPath("Owner", "Svc"), RecordText("id-1"));
+    files.Decide([](const FileOperation&) -> std::optional<int> { throw std::logic_error("no sense"); });
+
+    Manager().UnenrollService("Owner", "Svc");
+
+    EXPECT_EQ(steps, Texts{});
+    EXPECT_EQ(files.Content(RecordPath("Owner", "Svc")), RecordText("id-1"));
+}
+
 TEST_F(EnrollmentManagerServiceTest, SecondUnenrolmentDoesNothing) {
     files.Put(RecordPath("Owner", "Svc"), RecordText("id-1"));
     Answer({{"DELETE " + Enroll + "/id-1", {200, ""}}});
