@@ -65,7 +65,7 @@ std::string GetProgramDataQuennetPath() {
 }
 
 std::string GetDatacenterId(const CommunicationsParameters& parameters) {
-    const std::string id = FindDatacenterIdElement(FileStorage(parameters.commonConfigPath, false).Load());
+    std::string id = FindDatacenterIdElement(FileStorage(parameters.commonConfigPath, false).Load());
     if (!id.empty()) return id;
     return FileStorage(parameters.securityDirectory + "/CS/datacenterid.config", true).Load();
 }

@@ -44,7 +44,7 @@ ServiceCandidate IndefinitelyStickyPolicyCandidateFinder::GetNextCandidate(Cance
     ReleaseSearch();
     AwaitTurn(token);
     LoadCandidates(token);
-    const ServiceCandidate result = selector.Next(token);
+    ServiceCandidate result = selector.Next(token);
     if (!isSearcher) return result;
     if (!result.service) {
         ReleaseSearch();

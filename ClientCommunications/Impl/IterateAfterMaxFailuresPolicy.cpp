@@ -86,7 +86,7 @@ ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::ContinueProven(
     const SharedState& copy, bool wasTryingAlternate, const Cancellation::Token& token) {
     if (!wasTryingAlternate && !copy.currentIsLocal && copy.currentSuccesses >= SuccessesBeforeComingHome) {
         const bool usable = copy.alternateService && copy.alternateFailures < factory->maxFailures;
-        const ServiceCandidate alternate = usable ? UseAlternate(copy, token) : FindAlternate(token);
+        ServiceCandidate alternate = usable ? UseAlternate(copy, token) : FindAlternate(token);
         if (alternate.service) return alternate;
     }
     return UseCurrent(copy, token);

@@ -51,11 +51,10 @@ std::shared_ptr<IServiceResponse> ServiceIteratePolicyExecutor::Execute(
 
 /// One round. False: the loop is over.
 bool ServiceIteratePolicyExecutor::TryOnce(Call& call) {
-    bool chosen = false;
+    ServiceCandidate candidate;
     try {
-        const ServiceCandidate candidate = call.candidates->GetNextCandidate(call.token);
+        candidate = call.candidates->GetNextCandidate(call.token);
         if (!candidate.service) return false;
-        chosen = true;
         call.lastResponse = call.attempt(candidate.service, candidate.isLocal, call.token);
         if (ShouldTryNextServer(*call.lastResponse)) return true;
         call.candidates->MarkSuccess();
@@ -68,7 +67,7 @@ bool ServiceIteratePolicyExecutor::TryOnce(Call& call) {
     } catch (const CommunicationsError& failure) {
         Log("Caught exception: ", failure.what());
     }
-    return chosen || PauseBeforeNextRound(call);
+    return candidate.service || PauseBeforeNextRound(call);
 }
 
 /// False: the call was cancelled meanwhile.
