@@ -313,7 +313,7 @@ TEST_F(IndefinitelyStickyIteratePolicyTest, AServerEstablishedByACallWithinACall
     EXPECT_EQ(finder->Calls(), 1u);
 }
 
-TEST_F(IndefinitelyStickyIteratePolicyTest, ThreadsInOneExecutorSearchOnceAndThenStay) {
+TEST_F(IndefinitelyStickyIteratePolicyTest, ThreadsInOneExecutorSearchOneAfterTheOtherAndThenStay) {
     ServiceIteratePolicyFactory policies(failed, nullptr);
     finder->Set({"l"}, {"r"});
     const auto executor = policies.CreateIndefinitelySticky()->CreateExecutor(finder);
@@ -335,7 +335,8 @@ TEST_F(IndefinitelyStickyIteratePolicyTest, ThreadsInOneExecutorSearchOnceAndThe
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(remote, 200);
-    EXPECT_EQ(finder->Calls(), 1u);
+    // The first search fails on "l"; its own thread or one of the others goes on from there.
+    EXPECT_LE(finder->Calls(), 2u);
     EXPECT_EQ(failed->Changes().front(), "failed l local");
 }
 
