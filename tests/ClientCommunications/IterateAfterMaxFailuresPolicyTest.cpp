@@ -258,7 +258,99 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, ATryAtHomeThatIsGivenUpCountsAgainstTh
     EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));  // still proven: the next call tries home again
 }
 
+TEST_F(IterateAfterMaxFailuresPolicyTest, WithoutALocalServerAFailureIsTheRemoteServers) {
+    UsePolicy(1);
+    finder->Set({}, {"r"});
+    for (int i = 0; i < 50; ++i)
+        Run();
+    const CallPtr call = NewCall();
+    EXPECT_EQ((Lines{Next(call), Next(call)}), (Lines{"r remote", "none"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AServerThatWonAtHomeFailsAsTheOneInUse) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    const CallPtr call = NewCall();
+    EXPECT_EQ(Next(call), "l local");
+    call->MarkSuccess();
+    EXPECT_EQ((Lines{Next(call), Next(call)}), (Lines{"l local", "r remote"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AnAlternateThatThisCallHasTriedAlreadyIsForgottenAsSuch) {
+    UsePolicy(2);
+    SucceedRemotely(50);
+    const CallPtr call = NewCall();
+    EXPECT_EQ((Lines{Next(call), Next(call)}), (Lines{"l local", "r remote"}));
+    // Meanwhile the others move to a server of their own and stay there.
+    finder->Set({"l"}, {"s"});
+    EXPECT_EQ(Run(3), (Lines{"l local", "r remote", "r remote", "s remote"}));
+    failed->Set("l", {true, true, clock.Now(), 1});
+    for (int i = 0; i < 49; ++i)
+        ASSERT_EQ(Run(), (Lines{"s remote"}));
+    const std::size_t searches = finder->Calls();
+    EXPECT_EQ(Next(call), "s remote");
+    EXPECT_EQ(finder->Calls(), searches);
+    EXPECT_EQ(Next(NewCall()), "l local");
+    EXPECT_EQ(finder->Calls(), searches + 1);  // looked for anew
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AWayHomeFoundInACallThatHasFailedBeforeStartsWithoutFailures) {
+    UsePolicy(2);
+    finder->Set({}, {"r"});
+    Run();
+    const CallPtr call = NewCall();
+    EXPECT_EQ(Next(call), "r remote");
+    finder->Set({}, {"s"});
+    EXPECT_EQ(Run(2), (Lines{"r remote", "r remote", "s remote"}));
+    for (int i = 0; i < 49; ++i)
+        ASSERT_EQ(Run(), (Lines{"s remote"}));
+    finder->Set({"l"}, {"s"});
+    EXPECT_EQ((Lines{Next(call), Next(call)}), (Lines{"l local", "s remote"}));
+    const std::size_t searches = finder->Calls();
+    EXPECT_EQ(Next(NewCall()), "l local");
+    EXPECT_EQ(finder->Calls(), searches);  // it has failed once, which is below the limit
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AnAlternateOfAnotherCallStaysWhenThisOneSucceedsAtHome) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    const CallPtr call = NewCall();
+    EXPECT_EQ(Next(call), "l local");
+    EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+    finder->Set({"m"}, {});
+    const CallPtr beside = NewCall();
+    EXPECT_EQ(Next(beside), "m local");
+    call->MarkSuccess();  // home, at "l"
+    finder->Set({}, {"r"});
+    EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+    SucceedRemotely(49);
+    EXPECT_EQ(Run(), (Lines{"m local"}));
+}
+
 // What calls share.
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, EachServerSelectedHasItsOwnFailures) {
+    UsePolicy(2);
+    finder->Set({"l"}, {"r"});
+    const CallPtr call = NewCall();
+    EXPECT_EQ((Lines{Next(call), Next(call), Next(call), Next(call), Next(call)}),
+              (Lines{"l local", "l local", "r remote", "r remote", "none"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ASelectionStartsTheCountOfSuccessesAnewAlsoIfAnotherCallWasFaster) {
+    UsePolicy(1);
+    finder->Set({}, {"r"});
+    bool first = true;
+    finder->OnFind([&] {
+        if (!std::exchange(first, false)) return;
+        EXPECT_EQ(Run(), (Lines{"r remote"}));
+    });
+    for (int i = 0; i < 50; ++i)
+        EXPECT_EQ(Run(), (Lines{"r remote"}));
+    EXPECT_EQ(finder->Calls(), 2u);
+    Run();
+    EXPECT_EQ(finder->Calls(), 3u);  // the first search for a way home
+}
 
 TEST_F(IterateAfterMaxFailuresPolicyTest, FailuresOfACallCountInTheNext) {
     UsePolicy(2);

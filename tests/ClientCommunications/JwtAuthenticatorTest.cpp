@@ -91,6 +91,39 @@ TEST_F(JwtAuthenticatorTest, TokenIsStoredBeforeTheRequestHasIt) {
     client->AnswerWith({});
 }
 
+/// Keeps with each line the "Authorization" header that a request had by then.
+class WatchingLogger : public RecordingLogger {
+public:
+    explicit WatchingLogger(std::shared_ptr<ClientCommunications::IServiceRequest> request)
+        : request(std::move(request)) {}
+
+    void Log(const char* file, int line, const char* function, int level,
+             const std::string& message) override {
+        const std::string header = level == 0 ? request->GetHeader("Authorization") : "";
+        RecordingLogger::Log(file, line, function, level, message + " [" + header + "]");
+    }
+
+private:
+    const std::shared_ptr<ClientCommunications::IServiceRequest> request;
+};
+
+TEST_F(JwtAuthenticatorTest, FreshTokenIsToldOfBeforeAndACachedOneAfterTheRequestHasIt) {
+    const Request request = MakeRequest();
+    logger = std::make_shared<WatchingLogger>(request);
+    const auto authenticator = MakeWaiting();
+    const auto service = MakeService("a");
+
+    authenticator->AddAuthentication(request, service, {});
+    request->RemoveHeader("Authorization");
+    authenticator->AddAuthentication(request, service, {});
+    request->RemoveHeader("Authorization");
+    authenticator->AddFreshAuthentication(request, service, {});
+
+    EXPECT_EQ(logger->Messages(), (Texts{"Thread starting []", "Using fresh token for a []",
+                                         "Using cached token for a [Bearer token-1]",
+                                         "Using recently cached token for a [Bearer token-1]"}));
+}
+
 TEST_F(JwtAuthenticatorTest, SecondUseTakesTheTokenFromTheCache) {
     const auto authenticator = MakeWaiting();
     Use(*authenticator, "v1-auth");

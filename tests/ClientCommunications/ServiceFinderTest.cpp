@@ -324,6 +324,52 @@ TEST_F(ServiceFinderTest, ACopyThatCannotBeReadFailsEveryFindUntilItIsDeleted) {
     EXPECT_EQ(Ids(Make().Find(Token())->GetAll()), (Lines{"new"}));
 }
 
+/// A storage whose folder is gone.
+class BrokenStorage : public MapKeyValueStorage {
+public:
+    explicit BrokenStorage(std::string brokenOperation) : brokenOperation(std::move(brokenOperation)) {}
+
+    std::string GetByKey(const std::string& key) override {
+        if (brokenOperation == "get") throw std::runtime_error("no get");
+        return MapKeyValueStorage::GetByKey(key);
+    }
+    void RemoveByKey(const std::string& key) override {
+        if (brokenOperation == "remove") throw std::runtime_error("no remove");
+        MapKeyValueStorage::RemoveByKey(key);
+    }
+
+private:
+    const std::string brokenOperation;
+};
+
+TEST_F(ServiceFinderTest, AStorageThatFailsBeforeTheCallIsTheCallersWithoutALineOrACall) {
+    for (const std::string operation : {"get", "remove"}) {
+        const auto broken = std::make_shared<BrokenStorage>(operation);
+        broken->Put(Path, Document({"a"}, {}, Now - 101, 100));
+        EXPECT_EQ(WhatOf<std::runtime_error>([&] { Make(broken).Find(Token()); }), "no " + operation);
+    }
+    EXPECT_TRUE(gateway->calls.empty());
+    EXPECT_EQ(Log(), (Lines{"0 Removing cached result older than maximum age."}));
+}
+
+TEST_F(ServiceFinderTest, ARequestThatCannotBeMadeFallsBackOnTheCopyToo) {
+    class NoRequests : public IServiceRequestFactory {
+    public:
+        std::shared_ptr<IServiceRequest> Create(const std::string&, const std::string&, const std::string&,
+                                                std::shared_ptr<IRootRequestMetaData>) override {
+            throw std::runtime_error("no request");
+        }
+        std::shared_ptr<IServiceRequest> Create(const std::string&, const std::string&,
+                                                const std::string&) override {
+            throw std::logic_error("the root of the call is missing");
+        }
+    };
+    cache->Put(Path, Document({"a"}, {}, Now - 1, 100));
+    ServiceFinder finder(gateway, std::make_shared<NoRequests>(), cache, logger, Path);
+    EXPECT_EQ(Ids(finder.Find(Token())->GetAll()), (Lines{"a"}));
+    EXPECT_EQ(Log(), (Lines{"4 Caught exception: no request", "0 Returning cached result."}));
+}
+
 TEST_F(ServiceFinderTest, AStoredAnswerServesTheNextFinderUntilItExpires) {
     gateway->Answer(200, Answer, {{"Cache-Control", "max-age=60, stale-while-revalidate=120"}});
     gateway->Answer(200, "{}");
