@@ -177,6 +177,8 @@ void EnrollmentManager::UnenrollService(const std::string& owner, const std::str
     } catch (const std::exception&) {
         return;  // not enrolled from this machine
     }
+    // Not strict: a record that lacks its id asks the service for the deletion of none, and the service
+    // judges that.
     Communications::LocalServiceStorageDto record;
     ObjectMapping::DeserializeObject(record, text, nullptr, false);
     Sfs::DeleteServiceById(communications, record.guid);

@@ -298,6 +298,18 @@ TEST_F(EnrollmentManagerServiceTest, UnenrolmentNeedsNoVersionInTheRecord) {
     EXPECT_FALSE(files.Exists(RecordPath("Owner", "Svc")));
 }
 
+TEST_F(EnrollmentManagerServiceTest, UnenrolmentByARecordWithoutAnIdAsksForTheDeletionOfNoIdOnPurpose) {
+    const std::string text = R"({"Version":"1.0"})";
+    files.Put(RecordPath("Owner", "Svc"), text);
+    Answer({{"DELETE " + Enroll + "/", {405, "which?"}}});
+
+    EXPECT_EQ(Failure([&] { Manager().UnenrollService("Owner", "Svc"); }),
+              "DeleteServiceById: unexpected http status 405 body = 'which?'");
+
+    EXPECT_EQ(steps, Join({{"Read " + RecordPath("Owner", "Svc")}, DeleteCall("")}));
+    EXPECT_EQ(files.Content(RecordPath("Owner", "Svc")), text);
+}
+
 TEST_F(EnrollmentManagerServiceTest, UnenrolmentWithoutARecordDoesNothingAndSucceeds) {
     Manager().UnenrollService("Owner", "nosuch");
     Manager().UnenrollService("nobody", "Svc");
