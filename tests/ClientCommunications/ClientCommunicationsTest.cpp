@@ -331,8 +331,12 @@ TEST_F(ClientCommunicationsTest, IdentityOfACommandLineChoosesTheCacheDirectory)
         std::string userName, password, clientName, token;
         std::string directory;
     };
-    for (const Case& one : std::vector<Case>{
-             {"u1", "pw", "", "", Cache}, {"", "", "c1", "", Cache + "c1"}, {"", "", "", "t", Cache}}) {
+    for (const Case& one :
+         std::vector<Case>{{"u1", "pw", "", "", Cache},
+                           // The user name, set first, keeps the client name from moving the directory.
+                           {"u1", "pw", "c1", "", Cache},
+                           {"", "", "c1", "", Cache + "c1"},
+                           {"", "", "", "t", Cache}}) {
         for (const auto& [path, content] : files.Contents()) {
             if (path.starts_with(Cache)) static_cast<void>(files.Remove(path));
         }

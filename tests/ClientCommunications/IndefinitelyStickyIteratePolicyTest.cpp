@@ -279,6 +279,8 @@ TEST_F(IndefinitelyStickyIteratePolicyTest, ASearcherThatLostItsTurnUsesWhatTheO
     EXPECT_EQ(result, "l local");
     EXPECT_EQ(Next(call), "l local");  // its failure is forgotten: another chance in this call
     EXPECT_EQ(Next(call), "none");
+    failed->Forget("l");
+    EXPECT_EQ(Next(call), "none");  // one chance and no more
     EXPECT_EQ(finder->Calls(), 2u);
 }
 

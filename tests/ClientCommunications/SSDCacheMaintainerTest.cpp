@@ -238,6 +238,12 @@ TEST_F(SSDCacheMaintainerTest, SaveThatFailsIsAFailedRefresh) {
 
     EXPECT_EQ(logger->Messages(4), Texts{"Failed to get fresh SSDS list due to exception: disk is full"});
     EXPECT_LE(clock.Waits()[0], std::chrono::seconds(14400));
+    // The time of the refresh that would have followed was told before the save.
+    const Texts messages = logger->Messages();
+    ASSERT_EQ(messages.size(), 5u);
+    EXPECT_TRUE(messages[2].starts_with("Next refresh time: "));
+    EXPECT_EQ(messages[3], "Failed to get fresh SSDS list due to exception: disk is full");
+    EXPECT_TRUE(messages[4].starts_with("Next attempt time: "));
 }
 
 TEST_F(SSDCacheMaintainerTest, WaitsUntilTheListIsDueToTheTick) {

@@ -275,6 +275,15 @@ TEST_F(ServiceIteratePolicyExecutorTest, TheRequestsOwnLimitEndsTheCallToo) {
               (Lines{"Caught exception: Operation timed out.", "Operation was cancelled."}));
 }
 
+TEST_F(ServiceIteratePolicyExecutorTest, WhereTheRequestsLimitAndTheTokenFireTogetherTheLimitIsReported) {
+    request->SetOverallTimeout(Duration(0));
+    const Token token = Cancellation::CreateCancellable();
+    token.Cancel();
+    EXPECT_EQ(
+        WhatOf<Cancellation::OperationCancelledException>([](auto, bool, Token) { return nullptr; }, token),
+        "Operation timed out.");
+}
+
 TEST_F(ServiceIteratePolicyExecutorTest, ACancelledCallThatHasAResponseReturnsIt) {
     candidates->Give("a");
     const Token token = Cancellation::CreateCancellable();
