@@ -263,6 +263,23 @@ TEST_F(HttpClientServiceGatewayTest, TheFactoryScansItsPoolEvery300Seconds) {
     EXPECT_THAT(clock.Waits(), ElementsAre(Duration(std::chrono::seconds(300))));
 }
 
+TEST_F(HttpClientServiceGatewayTest, TheFactoryKeepsAnIdleConnectionFor300SecondsAndNoLonger) {
+    clock.AwaitWaits(1);
+    clock.Advance(std::chrono::seconds(299));
+    Gateway("http://old")->CallForString(request, {});
+    clock.Advance(std::chrono::seconds(1));
+    clock.AwaitWaits(2);
+    Gateway("http://young")->CallForString(request, {});
+    EXPECT_EQ(sockets.OpenSockets(), 2u);
+
+    clock.Advance(std::chrono::seconds(300));  // to the next scan, which finds ages of 301 and 300 seconds
+    clock.AwaitWaits(3);
+
+    EXPECT_EQ(sockets.OpenSockets(), 1u);
+    Gateway("http://young")->CallForString(request, {});
+    EXPECT_EQ(sockets.CallsOf("Connect"), 2u);
+}
+
 TEST_F(HttpClientServiceGatewayTest, VerbosityOfTheFactoryReachesTheConnections) {
     HttpClientServiceGatewayFactory verbose(nullptr, true);
     EXPECT_THROW(verbose.Create(At("https://server"))->CallForString(request, {}), CommunicationsError);
