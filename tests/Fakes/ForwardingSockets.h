@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <functional>
 #include <limits>
 #include <map>
@@ -40,6 +41,22 @@ public:
         std::lock_guard guard(mutex);
         failures[{operation, counts[operation] + n}] = error;
     }
+
+    /// From now on the next `transfers` sends and receives go through and the one behind them is reset; with
+    /// `forGood` every later one and every connect as well.
+    void CutAfter(std::size_t transfers, bool forGood) {
+        std::lock_guard guard(mutex);
+        transfersLeft = transfers;
+        staysCut = forGood;
+        isDown = false;
+    }
+    /// Whether the cut has come.
+    bool WasCut() const {
+        std::lock_guard guard(mutex);
+        return isDown;
+    }
+    /// The network is whole again.
+    void Mend() { CutAfter(Endless, false); }
 
     std::size_t CallsOf(const std::string& operation) const {
         std::lock_guard guard(mutex);
@@ -131,6 +148,8 @@ public:
     }
 
 private:
+    static constexpr std::size_t Endless = std::numeric_limits<std::size_t>::max();
+
     struct Sets {
         Platform::SocketSet read, write, except;
     };
@@ -151,7 +170,18 @@ private:
     int Count(const std::string& operation) {
         std::lock_guard guard(mutex);
         const auto found = failures.find({operation, ++counts[operation]});
+        if (IsCut(operation)) return ECONNRESET;
         return found == failures.end() ? 0 : found->second;
+    }
+    // Called with the mutex held.
+    bool IsCut(const std::string& operation) {
+        if (operation != "Send" && operation != "Receive") {
+            return operation == "Connect" && isDown && staysCut;
+        }
+        if (isDown) return staysCut;
+        isDown = transfersLeft == 0;
+        if (transfersLeft != Endless && !isDown) --transfersLeft;
+        return isDown;
     }
     std::function<void()> Idle() const {
         std::lock_guard guard(mutex);
@@ -167,6 +197,9 @@ private:
     std::map<std::string, std::size_t> counts;
     std::map<std::pair<std::string, std::size_t>, int> failures;
     std::function<void()> idle;
+    std::size_t transfersLeft = Endless;
+    bool staysCut = false;
+    bool isDown = false;
 };
 
 }  // namespace Ombry::Tests

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,7 +20,8 @@ inline std::string HeaderOf(const std::string& request, const std::string& name)
 
 /// A whole Security Framework service behind one address, for tests of what goes out and in which order: it
 /// discovers itself for every name, as service "s" with the id "i", hands out "token-1", "token-2" and so on,
-/// and grants every enrolment and every deletion. "/refused" is answered with 401, "/busy" with 503.
+/// and grants every enrolment and every deletion. "/refused" is answered with 401, "/busy" with 503. A test
+/// may have the first word through `first`.
 class LoopbackSecurityFramework {
 public:
     LoopbackSecurityFramework()
@@ -42,6 +45,9 @@ private:
     }
 
     std::string Answer(const std::string& request) {
+        if (first) {
+            if (const auto answer = first(request)) return *answer;
+        }
         if (request.starts_with("GET /services/")) return LoopbackServer::Response(Found());
         if (request.find("/servicetokens HTTP") != std::string::npos) {
             return LoopbackServer::Response("{\"token_type\": \"bearer\", \"access_token\": \"token-" +
@@ -69,6 +75,9 @@ private:
     std::atomic<int> tokens{0};
 
 public:
+    /// What a request is answered with, unless it is nothing; called on the threads of the server. Set before
+    /// the first request.
+    std::function<std::optional<std::string>(const std::string& request)> first;
     std::string partner;    // address of a second instance, with the id "j"; set before the first request
     LoopbackServer server;  // last: its threads end before what they use
 };

@@ -2,47 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include "ClientCommunications/Impl/ClientCredentials.h"
-#include "ClientCommunications/Impl/ClientCredentialsStore.h"
-#include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
-#include "tests/Fakes/DrawnSeeds.h"
-#include "tests/Fakes/FakeClock.h"
-#include "tests/Fakes/FakeKnownFolders.h"
-#include "tests/Fakes/FakeMachineId.h"
-#include "tests/Fakes/FakeRandom.h"
-#include "tests/Fakes/LoopbackSecurityFramework.h"
-#include "tests/Fakes/MemoryFiles.h"
-#include "tests/Fakes/OneCertificateStore.h"
+#include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
 
 namespace Ombry::Tests {
 namespace {
 
-using namespace ClientCommunications;
 using Texts = std::vector<std::string>;
 
-const std::string Security = "/m/Quennet/OmbrySecurity";
-
-class EnrolmentCommandsTest : public testing::Test {
+class EnrolmentCommandsTest : public testing::Test, protected ConfiguredMachine {
 protected:
-    EnrolmentCommandsTest() {
-        files.Put(Security + "/CS/datacenterid.config", "dc-1");
-        files.Put(Security + "/ombrysecurity.config", "{\"ssdsUri\": \"" + web.server.Url() + "\"}");
-        // A discovery cache that is not due, so that nothing is refreshed beside a command.
-        for (const std::string& directory : Texts{"", "c1", "u"}) {
-            files.Put(Security + "/CS-cpp/cache/" + directory + "/v1-service.cache-p",
-                      "{\"expiryTime\": 1700000000, \"local\": [{\"serviceName\": \"v1-service\", "
-                      "\"endpointUrl\": \"" +
-                          web.server.Url() + "\", \"endpointCert\": \"" + certificates.Base64() + "\"}]}");
-        }
-        Store()->Save(std::make_shared<ClientCredentials>(std::make_shared<WindowsInMemoryDataProtection>(),
-                                                          "c1", "c1-id", "c1-secret"));
-    }
-
-    static std::shared_ptr<IClientCredentialsStore> Store() {
-        return CreateClientCredentialsStore(Security, true, nullptr);
-    }
-
     /// The command must succeed, print nothing and send exactly these.
     void ExpectSuccess(const Texts& words, const Texts& requests) {
         const std::size_t before = web.Summaries().size();
@@ -71,20 +40,6 @@ protected:
                "    \"rolesPerService\": {}\n"
                "}";
     }
-
-    FakeClock clock;
-    FakeRandom random{SeedThatDraws(0, 720, 500)};  // the token thread's first wait is long
-    FakeKnownFolders folders{"/m"};
-    FakeMachineId machineId{"machine"};
-    MemoryFiles files;
-    OneCertificateStore certificates{"DiscoveryServiceBootstrap", "certificate"};
-    const Platform::Testing::Replace<Platform::IClock> replacedClock{clock};
-    const Platform::Testing::Replace<Platform::IRandom> replacedRandom{random};
-    const Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};
-    const Platform::Testing::Replace<Platform::IMachineId> replacedMachineId{machineId};
-    const Platform::Testing::Replace<Platform::IFiles> replacedFiles{files};
-    const Platform::Testing::Replace<Platform::ICertificates> replacedCertificates{certificates};
-    LoopbackSecurityFramework web;
 };
 
 const std::string FindAuth = "GET /services/services/secure/name/v1-auth Bearer ";

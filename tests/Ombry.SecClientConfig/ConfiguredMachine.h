@@ -1,0 +1,65 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ClientCommunications/Impl/ClientCredentials.h"
+#include "ClientCommunications/Impl/ClientCredentialsStore.h"
+#include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
+#include "tests/Fakes/DrawnSeeds.h"
+#include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/FakeKnownFolders.h"
+#include "tests/Fakes/FakeMachineId.h"
+#include "tests/Fakes/FakeRandom.h"
+#include "tests/Fakes/LoopbackSecurityFramework.h"
+#include "tests/Fakes/MemoryFiles.h"
+#include "tests/Fakes/OneCertificateStore.h"
+
+namespace Ombry::Tests {
+
+inline const std::string Security = "/m/Quennet/OmbrySecurity";
+
+/// A machine in memory that is tied to a service on loopback and where the client "c1" is enrolled. Nothing
+/// is refreshed beside a command, so all that goes out is the command's own.
+class ConfiguredMachine {
+public:
+    ConfiguredMachine() {
+        files.Put(Security + "/CS/datacenterid.config", "dc-1");
+        files.Put(Security + "/ombrysecurity.config", "{\"ssdsUri\": \"" + web.server.Url() + "\"}");
+        PutDiscovery(web.server.Url(), certificates.Base64());
+        Store()->Save(std::make_shared<ClientCommunications::ClientCredentials>(
+            std::make_shared<ClientCommunications::WindowsInMemoryDataProtection>(), "c1", "c1-id",
+            "c1-secret"));
+    }
+
+    /// Puts the list of the discovery service itself there, for each identity, as one that is not due.
+    void PutDiscovery(const std::string& url, const std::string& certificate) {
+        for (const char* const directory : {"", "c1", "u"}) {
+            files.Put(Security + "/CS-cpp/cache/" + directory + "/v1-service.cache-p",
+                      "{\"expiryTime\": 1700000000, \"local\": [{\"serviceName\": \"v1-service\", "
+                      "\"endpointUrl\": \"" +
+                          url + "\", \"endpointCert\": \"" + certificate + "\"}]}");
+        }
+    }
+
+    static std::shared_ptr<ClientCommunications::IClientCredentialsStore> Store() {
+        return ClientCommunications::CreateClientCredentialsStore(Security, true, nullptr);
+    }
+
+    FakeClock clock;
+    FakeRandom random{SeedThatDraws(0, 720, 500)};  // the token thread's first wait is long
+    FakeKnownFolders folders{"/m"};
+    FakeMachineId machineId{"machine"};
+    MemoryFiles files;
+    OneCertificateStore certificates{"DiscoveryServiceBootstrap", "certificate"};
+    const Platform::Testing::Replace<Platform::IClock> replacedClock{clock};
+    const Platform::Testing::Replace<Platform::IRandom> replacedRandom{random};
+    const Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};
+    const Platform::Testing::Replace<Platform::IMachineId> replacedMachineId{machineId};
+    const Platform::Testing::Replace<Platform::IFiles> replacedFiles{files};
+    const Platform::Testing::Replace<Platform::ICertificates> replacedCertificates{certificates};
+    LoopbackSecurityFramework web;
+};
+
+}  // namespace Ombry::Tests

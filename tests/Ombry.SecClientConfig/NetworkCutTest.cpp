@@ -1,0 +1,263 @@
+// The five commands of a configured machine with the network cut at each transfer: once, so that the next
+// connection works, and for good.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <set>
+
+#include "tests/Fakes/ForwardingSockets.h"
+#include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
+#include "tests/Ombry.SecClientConfig/ToolRun.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+/// What the service knows of clients and services, changed and judged by the requests as a real one does. The
+/// token "t" is an administrator's; all others are those of the client "c1".
+class ServiceMemory {
+public:
+    std::optional<std::string> Answer(const std::string& request) {
+        std::lock_guard guard(mutex);
+        const bool lacksBody = request.starts_with("POST ") && request.ends_with("\r\n\r\n");
+        if (lacksBody) return Empty("400 Bad Request");  // cut short; nobody reads this
+        const bool isByClient = HeaderOf(request, "Authorization") != "Bearer t";
+        const bool isOpen = request.find("/nonsecure/") != std::string::npos;
+        if (isByClient && !isOpen && !clients.contains("c1-id")) return Empty("401 Unauthorized");
+        if (request.starts_with("GET /services/services/secure/name/Svc/")) return Registrations(request);
+        if (request.starts_with("POST /v1/auth/locationawareclients "))
+            return Add(clients, Between(request, "\"id\": \""));
+        if (request.starts_with("POST /v1/services/services "))
+            return Add(services, Between(request, "\"serviceId\": \""));
+        if (request.starts_with("DELETE /v1/auth/clients "))
+            return Remove(clients, "c1-id", "204 No Content");
+        if (request.starts_with("DELETE /v1/auth/clients/"))
+            return Remove(clients, Between(request, "/clients/", ' '), "204 No Content");
+        if (request.starts_with("DELETE /v1/services/services/"))
+            return Remove(services, Between(request, "/services/services/", ' '), "200 OK");
+        return std::nullopt;
+    }
+
+    std::set<std::string> Clients() const {
+        std::lock_guard guard(mutex);
+        return clients;
+    }
+    std::set<std::string> Services() const {
+        std::lock_guard guard(mutex);
+        return services;
+    }
+    void PutService(const std::string& id) {
+        std::lock_guard guard(mutex);
+        services.insert(id);
+    }
+
+    static std::string Between(const std::string& text, const std::string& start, char end = '"') {
+        const std::size_t begin = text.find(start) + start.size();
+        return text.substr(begin, text.find(end, begin) - begin);
+    }
+
+private:
+    static std::string Empty(const std::string& status) {
+        return status.starts_with("204") ? "HTTP/1.1 204 No Content\r\n\r\n"
+                                         : LoopbackServer::Response("", status);
+    }
+    static std::string Add(std::set<std::string>& known, const std::string& id) {
+        return Empty(known.insert(id).second ? "201 Created" : "409 Conflict");
+    }
+    static std::string Remove(std::set<std::string>& known, const std::string& id, const char* done) {
+        return Empty(known.erase(id) > 0 ? done : "404 Not Found");
+    }
+    std::string Registrations(const std::string& request) const {
+        std::string list;
+        for (const std::string& id : services) {
+            list += list.empty() ? "" : ", ";
+            list += "{\"id\": \"" + id + "\", \"serviceName\": \"Svc\", \"endpointUrl\": \"http://" +
+                    HeaderOf(request, "Host") + "\"}";
+        }
+        return LoopbackServer::Response("{\"local\": [" + list + "], \"remote\": []}", "200 OK",
+                                        "Cache-Control: max-age=0, stale-while-revalidate=0\r\n");
+    }
+
+    mutable std::mutex mutex;
+    // Guarded by mutex:
+    std::set<std::string> clients{"c1-id"};
+    std::set<std::string> services;
+};
+
+/// A machine, its service and the network between them.
+class World {
+public:
+    World() {
+        machine.web.first = [this](const std::string& request) { return memory.Answer(request); };
+    }
+
+    std::string Record() const {
+        return ServiceMemory::Between(machine.files.Content(RecordFile).value_or("\"Guid\": \"-\""),
+                                      "\"Guid\": \"");
+    }
+    bool Has(const std::string& file) const { return machine.files.Exists(file); }
+    static std::string IdOf(const std::string& client) {
+        return ConfiguredMachine::Store()->Load(client)->GetClientId();
+    }
+    void PutRecord(const std::string& id) {
+        memory.PutService(id);
+        machine.files.Put(RecordFile, "{\"Version\": \"1.0\", \"Guid\": \"" + id + "\"}");
+    }
+
+    inline static const std::string RecordFile = Security + "/Components/c1/Services/Svc.config";
+    inline static const std::string NewCredentials = Security + "/Components/New/ombrycomponent.config";
+    inline static const std::string Credentials = Security + "/Components/c1/ombrycomponent.config";
+
+    ServiceMemory memory;
+    ForwardingSockets sockets;
+    const Platform::Testing::Replace<Platform::ISockets> replacedSockets{sockets};
+    ConfiguredMachine machine;
+};
+
+/// One command, and the state that it begins with.
+struct Subject {
+    Texts words;
+    std::function<void(World&)> prepare;
+};
+
+// While discovery is out of reach a call goes on until its limit; a server out of reach ends it at once.
+const std::set<std::string> OutOfReach{"Caught exception: No IServiceResponse from any servers.\n",
+                                       "Caught exception: Operation timed out.\n"};
+
+class NetworkCutTest : public testing::TestWithParam<bool> {
+protected:
+    /// Cuts the network at each transfer of the command, each time in a world of its own, once or for good,
+    /// and calls `check` with what came of it and with the network whole again.
+    void CutEverywhere(const Subject& subject, const std::function<void(World&, const ToolRun& cut)>& check) {
+        std::size_t transfers = 0;
+        for (bool wasCut = true; wasCut; ++transfers) {
+            World world;
+            subject.prepare(world);
+            world.sockets.CutAfter(transfers, GetParam());
+            const ToolRun run = Tool(subject.words);
+            wasCut = world.sockets.WasCut();
+            world.sockets.Mend();
+            SCOPED_TRACE("cut after " + std::to_string(transfers) + " transfers");
+            EXPECT_EQ(run.out, "");
+            EXPECT_EQ(run.exitCode, run.error.empty() ? 0 : -1);
+            if (!run.error.empty()) failures.insert(run.error);
+            check(world, run);
+        }
+        EXPECT_GE(transfers, 5u);  // two calls of a send and a receive each, and the whole run
+    }
+
+    /// A run of the tool that must succeed.
+    static void ExpectSuccess(const Texts& words) {
+        const ToolRun run = Tool(words);
+        EXPECT_EQ(run.error, "");
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.exitCode, 0);
+    }
+
+    /// A cut that is made good at once is not noticed; one that stays ends the command.
+    void ExpectOnlyOutOfReach() const {
+        EXPECT_EQ(failures, (GetParam() ? OutOfReach : std::set<std::string>()));
+    }
+
+    std::set<std::string> failures;  // texts of the runs that were cut
+};
+
+const Texts EnrollNew{"enroll-client", "-n", "c1", "-nn", "New"};
+const Texts EnrollSvc{"enroll-service", "-n",         "c1", "-owner",    "c1", "-name", "Svc", "-url",
+                      "https://h:1/x",  "-namespace", "ns", "-hostname", "h"};
+const std::string ClientExists = "Caught exception: EnrollClient: unexpected http status 409 body = ''\n";
+const std::string Refused = "Caught exception: DeleteClient: unexpected http status 401 body = ''\n";
+const std::string ServiceExists = "Caught exception: EnrollService: unexpected http status 409 body = ''\n";
+
+TEST_P(NetworkCutTest, ClientIsEnrolledByTheNextRunAndOneWhoseAnswerWasLostStaysAtTheService) {
+    std::set<std::size_t> known;
+    CutEverywhere({EnrollNew, [](World&) {}}, [&](World& world, const ToolRun& cut) {
+        const bool enrolled = cut.error.empty();
+        EXPECT_EQ(world.Has(World::NewCredentials), enrolled);
+        const std::size_t clients = world.memory.Clients().size();
+        if (!enrolled) known.insert(clients);
+
+        ExpectSuccess(EnrollNew);
+
+        EXPECT_TRUE(world.memory.Clients().contains(World::IdOf("New")));
+        EXPECT_EQ(world.memory.Clients().size(), enrolled ? clients : clients + 1);
+    });
+    EXPECT_EQ(failures, (GetParam() ? OutOfReach : std::set{ClientExists}));
+    EXPECT_EQ(known, (GetParam() ? std::set<std::size_t>{1, 2} : std::set<std::size_t>{2}));
+}
+
+TEST_P(NetworkCutTest, ServiceIsEnrolledByTheNextRunInPlaceOfOneWhoseAnswerWasLost) {
+    for (const bool again : {false, true}) {
+        const auto prepare = [&](World& world) {
+            if (again) world.PutRecord("g-1");
+        };
+        CutEverywhere({EnrollSvc, prepare}, [](World& world, const ToolRun& cut) {
+            const bool enrolled = cut.error.empty();
+            EXPECT_EQ(enrolled && world.memory.Services() == std::set{world.Record()}, enrolled);
+
+            ExpectSuccess(EnrollSvc);
+
+            EXPECT_EQ(world.memory.Services(), (std::set{world.Record()}));
+        });
+    }
+    EXPECT_EQ(failures, (GetParam() ? OutOfReach : std::set{ServiceExists}));
+}
+
+TEST_P(NetworkCutTest, ServiceIsRemovedByTheNextRun) {
+    const Texts words{"unenroll-service", "-n", "c1", "-on", "c1", "-s", "Svc"};
+    const auto prepare = [](World& world) { world.PutRecord("g-1"); };
+    CutEverywhere({words, prepare}, [&](World& world, const ToolRun& cut) {
+        EXPECT_EQ(world.Has(World::RecordFile), !cut.error.empty());
+
+        ExpectSuccess(words);
+
+        EXPECT_FALSE(world.Has(World::RecordFile));
+        EXPECT_EQ(world.memory.Services(), std::set<std::string>());
+    });
+    ExpectOnlyOutOfReach();
+}
+
+TEST_P(NetworkCutTest, ClientIsRemovedByTheNextRun) {
+    const Texts words{"unenroll-client", "-t", "t", "-un", "c1"};
+    CutEverywhere({words, [](World&) {}}, [&](World& world, const ToolRun& cut) {
+        EXPECT_EQ(world.Has(World::Credentials), !cut.error.empty());
+
+        ExpectSuccess(words);
+
+        EXPECT_FALSE(world.Has(World::Credentials));
+        EXPECT_EQ(world.memory.Clients(), std::set<std::string>());
+    });
+    ExpectOnlyOutOfReach();
+}
+
+TEST_P(NetworkCutTest, ClientThatRemovesItselfNeedsAnAdministratorOnceTheAnswerWasLost) {
+    const Texts words{"unenroll-client-self", "-n", "c1"};
+    std::set<std::string> later;
+    CutEverywhere({words, [](World&) {}}, [&](World& world, const ToolRun& cut) {
+        EXPECT_EQ(world.Has(World::Credentials), !cut.error.empty());
+        if (cut.error.empty()) return;
+        const bool isKnown = world.memory.Clients().contains("c1-id");
+
+        const ToolRun next = Tool(words);
+
+        EXPECT_EQ(next.exitCode, isKnown ? 0 : -1);
+        if (!isKnown) {
+            later.insert(next.error);
+            ExpectSuccess({"unenroll-client", "-t", "t", "-un", "c1"});
+        }
+        EXPECT_FALSE(world.Has(World::Credentials));
+        EXPECT_EQ(world.memory.Clients(), std::set<std::string>());
+    });
+    EXPECT_EQ(failures, (GetParam() ? OutOfReach : std::set{Refused}));
+    EXPECT_EQ(later, std::set{Refused});
+}
+
+INSTANTIATE_TEST_SUITE_P(, NetworkCutTest, testing::Bool(),
+                         [](const auto& info) { return info.param ? "ForGood" : "Once"; });
+
+}  // namespace
+}  // namespace Ombry::Tests
