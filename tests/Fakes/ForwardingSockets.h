@@ -29,6 +29,13 @@ public:
         silent = true;
     }
 
+    /// Waits take their time again.
+    void EndSilence() {
+        std::lock_guard guard(mutex);
+        idle = nullptr;
+        silent = false;
+    }
+
     /// No transfer moves more bytes than this.
     void SetMostPerTransfer(std::uint32_t send, std::uint32_t receive) {
         mostPerSend = send;

@@ -37,11 +37,12 @@ public:
         return std::unique_ptr<Platform::ICertificateStore>(std::make_unique<Store>(*this));
     }
     Platform::ValueOr<std::unique_ptr<Platform::ICertificate>> CreateCertificate(
-        std::span<const std::uint8_t>) override {
-        return Unsupported();
+        std::span<const std::uint8_t> encoded) override {
+        return Platform::Production<Platform::ICertificates>().CreateCertificate(encoded);
     }
-    bool EqualPublicKeys(const Platform::CertificateContext&, const Platform::CertificateContext&) override {
-        return false;
+    bool EqualPublicKeys(const Platform::CertificateContext& left,
+                         const Platform::CertificateContext& right) override {
+        return Platform::Production<Platform::ICertificates>().EqualPublicKeys(left, right);
     }
     Platform::ValueOr<std::uint32_t> BinaryToBase64(std::span<const std::uint8_t> binary, char* text,
                                                     std::uint32_t room) override {

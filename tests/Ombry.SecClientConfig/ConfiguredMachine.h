@@ -24,22 +24,23 @@ inline const std::string Security = "/m/Quennet/OmbrySecurity";
 /// is refreshed beside a command, so all that goes out is the command's own.
 class ConfiguredMachine {
 public:
-    ConfiguredMachine() {
+    explicit ConfiguredMachine(const std::string& certificate = "certificate")
+        : certificates("DiscoveryServiceBootstrap", certificate) {
         files.Put(Security + "/CS/datacenterid.config", "dc-1");
-        files.Put(Security + "/ombrysecurity.config", "{\"ssdsUri\": \"" + web.server.Url() + "\"}");
-        PutDiscovery(web.server.Url(), certificates.Base64());
+        TieTo(web.server.Url());
         Store()->Save(std::make_shared<ClientCommunications::ClientCredentials>(
             std::make_shared<ClientCommunications::WindowsInMemoryDataProtection>(), "c1", "c1-id",
             "c1-secret"));
     }
 
-    /// Puts the list of the discovery service itself there, for each identity, as one that is not due.
-    void PutDiscovery(const std::string& url, const std::string& certificate) {
+    /// The machine finds its service at this address, and has a list of it that is not due.
+    void TieTo(const std::string& url) {
+        files.Put(Security + "/ombrysecurity.config", "{\"ssdsUri\": \"" + url + "\"}");
         for (const char* const directory : {"", "c1", "u"}) {
             files.Put(Security + "/CS-cpp/cache/" + directory + "/v1-service.cache-p",
                       "{\"expiryTime\": 1700000000, \"local\": [{\"serviceName\": \"v1-service\", "
                       "\"endpointUrl\": \"" +
-                          url + "\", \"endpointCert\": \"" + certificate + "\"}]}");
+                          url + "\", \"endpointCert\": \"" + certificates.Base64() + "\"}]}");
         }
     }
 
@@ -52,7 +53,7 @@ public:
     FakeKnownFolders folders{"/m"};
     FakeMachineId machineId{"machine"};
     MemoryFiles files;
-    OneCertificateStore certificates{"DiscoveryServiceBootstrap", "certificate"};
+    OneCertificateStore certificates;
     const Platform::Testing::Replace<Platform::IClock> replacedClock{clock};
     const Platform::Testing::Replace<Platform::IRandom> replacedRandom{random};
     const Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};

@@ -1,0 +1,219 @@
+// Whole commands on a service of two servers of which the first is out of order, and on one that shows a key
+// that is not the pinned one.
+
+#include <gtest/gtest.h>
+
+#include <mutex>
+
+#include "tests/Fakes/ForwardingSockets.h"
+#include "tests/Fakes/LoopbackPeer.h"
+#include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
+#include "tests/Ombry.SecClientConfig/ToolRun.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace std::chrono_literals;
+using Texts = std::vector<std::string>;
+using Durations = std::vector<Duration>;
+
+const Texts EnrollNew{"enroll-client", "-t", "t", "-nn", "New"};
+const Texts EnrollAgain{"enroll-client", "-t", "t", "-nn", "c1"};
+const Texts UnenrollC1{"unenroll-client", "-t", "t", "-un", "c1"};
+const std::string Find = "GET /services/services/secure/name/v1-auth Bearer t";
+const std::string Delete = "DELETE /v1/auth/clients/c1-id Bearer t";
+const std::string Enroll = "POST /v1/auth/locationawareclients Bearer t";
+
+class CommandFailOverTest : public testing::Test, protected ConfiguredMachine {
+protected:
+    CommandFailOverTest() {
+        web.first = [this](const std::string& request) -> std::optional<std::string> {
+            if (request.starts_with("GET /services/services/secure/name/v1-auth "))
+                return LoopbackServer::Response("{\"local\": [" + Instance("first", firstUrl) + ", " +
+                                                Instance("second", web.server.Url()) + "]}");
+            std::lock_guard guard(mutex);
+            if (busy == 0 || request.starts_with("GET ")) return std::nullopt;
+            --busy;
+            return LoopbackServer::Response("later", "503 Unavailable");
+        };
+    }
+
+    static std::string Instance(const std::string& id, const std::string& url) {
+        return "{\"id\": \"" + id + "\", \"serviceName\": \"v1-auth\", \"endpointUrl\": \"" + url + "\"}";
+    }
+
+    /// Runs the tool; what it wrote on its error stream.
+    std::string Run(const Texts& words) {
+        const ToolRun run = Tool(words);
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.exitCode, run.error.empty() ? 0 : -1);
+        return run.error;
+    }
+
+    /// The requests that the service of the list and of the second server got, without bodies.
+    Texts Asked() const {
+        Texts asked;
+        for (const std::string& request : web.Summaries())
+            asked.push_back(request.substr(0, request.find(" {")));
+        return asked;
+    }
+
+    ForwardingSockets sockets;
+    const Platform::Testing::Replace<Platform::ISockets> replacedSockets{sockets};
+    std::string firstUrl;
+    std::mutex mutex;
+    int busy = 0;  // answers with 503 that the second server still gives; guarded by mutex
+};
+
+/// The address of a server that refuses connections.
+std::string RefusingUrl() {
+    LoopbackListener listener;
+    return "http://127.0.0.1:" + std::to_string(listener.Port());
+}
+
+TEST_F(CommandFailOverTest, SecondServerAnswersAtOnceForOneThatRefusesConnections) {
+    firstUrl = RefusingUrl();
+
+    EXPECT_EQ(Run(EnrollNew), "");
+
+    EXPECT_EQ(Asked(), (Texts{Find, Enroll}));
+    EXPECT_EQ(clock.Sleeps(), Durations());
+    // Twice to the first server; the second is the one of the list, on its connection.
+    EXPECT_EQ(sockets.CallsOf("Connect"), 3u);
+}
+
+TEST_F(CommandFailOverTest, ServerThatAnswersStaysInUseForTheRestOfTheCommand) {
+    firstUrl = RefusingUrl();
+
+    EXPECT_EQ(Run(EnrollAgain), "");
+
+    EXPECT_EQ(Asked(), (Texts{Find, Delete, Enroll}));
+    EXPECT_EQ(sockets.CallsOf("Connect"), 3u);
+    EXPECT_EQ(clock.Sleeps(), Durations());
+}
+
+TEST_F(CommandFailOverTest, ServersThatFailedOnceAreTriedAgainOneSecondLater) {
+    firstUrl = RefusingUrl();
+    busy = 1;
+
+    EXPECT_EQ(Run(EnrollAgain), "");
+
+    EXPECT_EQ(Asked(), (Texts{Find, Delete, Enroll}));
+    EXPECT_EQ(clock.Sleeps(), (Durations{250ms, 250ms, 250ms, 250ms}));
+}
+
+TEST_F(CommandFailOverTest, WhenAllServersFailTheLastAnswerIsTheText) {
+    firstUrl = RefusingUrl();
+    busy = 2;
+
+    EXPECT_EQ(Run(EnrollAgain),
+              "Caught exception: EnrollClient: unexpected http status 503 body = 'later'\n");
+
+    EXPECT_EQ(Asked(), (Texts{Find, Delete, Enroll}));
+    EXPECT_EQ(clock.Sleeps(), (Durations{250ms, 250ms, 250ms, 250ms}));
+}
+
+TEST_F(CommandFailOverTest, SecondServerAnswersForOneThatIsSilentForAHundredSeconds) {
+    int silentSeconds = 0;
+    LoopbackServer first([&](LoopbackServer::Connection& connection) {
+        if (connection.ReadRequest().empty()) return;
+        sockets.BeSilent([&] {
+            clock.Advance(1s);
+            if (++silentSeconds == 100) sockets.EndSilence();
+        });
+        connection.AwaitClose();
+    });
+    firstUrl = first.Url();
+    const TimePoint start = clock.Now();
+
+    EXPECT_EQ(Run(EnrollNew), "");
+
+    EXPECT_EQ(first.Connections(), 1u);  // silence is not tried again on the same server
+    EXPECT_EQ(clock.Now() - start, Duration(100s));
+    EXPECT_EQ(Asked(), (Texts{Find, Enroll}));
+    EXPECT_EQ(clock.Sleeps(), Durations());
+}
+
+TEST_F(CommandFailOverTest, SecondServerAnswersForABareWebServer) {
+    LoopbackServer first(LoopbackServer::Answering(
+        LoopbackServer::Response("", "404 Not Found", "Server: Microsoft-IIS/10.0\r\n")));
+    firstUrl = first.Url();
+
+    EXPECT_EQ(Run(UnenrollC1), "");
+
+    EXPECT_EQ(first.Requests().size(), 1u);
+    EXPECT_EQ(Asked(), (Texts{Find, Delete}));
+    EXPECT_EQ(clock.Sleeps(), Durations());
+}
+
+TEST_F(CommandFailOverTest, NotFoundInTheServicesOwnWordsIsTheAnswer) {
+    LoopbackServer first(LoopbackServer::Answering(
+        LoopbackServer::Response("", "404 Not Found", "Server: Other Microsoft-IIS/10.0\r\n")));
+    firstUrl = first.Url();
+
+    EXPECT_EQ(Run(EnrollNew), "Caught exception: EnrollClient: unexpected http status 404 body = ''\n");
+
+    EXPECT_EQ(first.Requests().size(), 1u);
+    EXPECT_EQ(Asked(), (Texts{Find}));
+}
+
+TlsServerRecipe ServerWithKey(const std::string& name) {
+    TlsServerRecipe server;
+    CertificateRecipe recipe;
+    recipe.key = server.key = KeyNamed(name);
+    recipe.serial = 2;
+    server.certificate = MakeCertificate(recipe);
+    return server;
+}
+
+class PinnedKeyTest : public testing::Test, protected ConfiguredMachine {
+protected:
+    PinnedKeyTest() : ConfiguredMachine(DerOf(MakeCertificate({}))) {}
+};
+
+TEST_F(PinnedKeyTest, AnotherKeyEndsTheCommandAtItsLimitAndChangesNothing) {
+    const TimePoint start = clock.Now();
+    std::mutex mutex;
+    Durations passed;
+    LoopbackServer changed(
+        [&](LoopbackServer::Connection& connection) {
+            {
+                std::lock_guard guard(mutex);
+                passed.push_back(clock.Now() - start);
+            }
+            connection.ReadRequest();
+        },
+        ServerWithKey("ec256"));
+    TieTo(changed.Url());
+    const auto before = files.Contents();
+
+    const ToolRun run = Tool(EnrollNew);
+
+    EXPECT_EQ(run.exitCode, -1);
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.error, "Caught exception: Operation timed out.\n");
+    EXPECT_EQ(clock.Now() - start, Duration(300s));
+    // Each attempt is two connections; the waits between attempts double up to 30 seconds.
+    Durations expected;
+    for (const int second : {0, 1, 3, 7, 15, 31, 61, 91, 121, 151, 181, 211, 241, 271})
+        expected.insert(expected.end(), 2, std::chrono::seconds(second));
+    changed.AwaitEnds(expected.size());
+    EXPECT_EQ(passed, expected);
+    EXPECT_EQ(changed.Requests(), Texts());
+    EXPECT_EQ(files.Contents(), before);
+    EXPECT_EQ(web.Summaries(), Texts());
+}
+
+TEST_F(PinnedKeyTest, RenewedCertificateOfThePinnedKeyIsTrusted) {
+    LoopbackServer renewed(
+        LoopbackServer::Answering(LoopbackServer::Response("{\"local\": [], \"remote\": []}")),
+        ServerWithKey("rsa2048"));
+    TieTo(renewed.Url());
+
+    EXPECT_EQ(Tool(EnrollNew).error, "Caught exception: No IServiceResponse from any servers.\n");
+
+    EXPECT_EQ(renewed.Requests().size(), 1u);
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
