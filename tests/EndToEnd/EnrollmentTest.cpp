@@ -1,7 +1,9 @@
 // The life of a machine behind `configure-bootstrap-url`: clients and services come and go.
 
 #include <ctime>
+#include <functional>
 #include <regex>
+#include <thread>
 
 #include "tests/EndToEnd/Sandbox.h"
 
@@ -317,6 +319,30 @@ TEST_F(EnrollmentTest, TwoRunsAtOnceOnOneStateBothSucceed) {
     }
     ExpectSuccess(machine.Run({"unenroll-client-self", "-n", "one"}));
     ExpectSuccess(machine.Run({"unenroll-client-self", "-n", "other"}));
+}
+
+TEST_F(EnrollmentTest, TwoRunsAtOnceOnTheSameNamesLeaveWholeFilesThatWork) {
+    Begin();
+    const auto twice = [](const std::function<ProcessOutcome()>& run) {
+        std::thread other([&] { ExpectSuccess(run()); });
+        ExpectSuccess(run());
+        other.join();
+    };
+    // A name of its own each round: tokens of an earlier client would be refused, and too young to be
+    // renewed.
+    for (const std::string client : {"one", "two", "three"}) {
+        twice([&] { return EnrollClient(client); });
+        twice([&] { return EnrollService(client, "svc"); });
+
+        for (const auto& [path, content] : machine.Files()) {
+            EXPECT_FALSE(path.ends_with("-s") || path.ends_with(".tmp")) << path;
+            EXPECT_NE(content, "600 ") << path;
+        }
+        EXPECT_EQ(Masked(machine.Folder().Read(ServiceFile(client, "svc"))),
+                  "{\n    \"Version\": \"1.0\",\n    \"Guid\": \"GUID\"\n}");
+        ExpectSuccess(machine.Run({"unenroll-service", "-n", client, "-on", client, "-s", "svc"}));
+        ExpectSuccess(machine.Run({"unenroll-client-self", "-n", client}));
+    }
 }
 
 TEST_F(EnrollmentTest, RenewedCertificateOfTheSameKeyIsTrusted) {
