@@ -98,4 +98,10 @@ private:
     std::uint16_t port = 0;
 };
 
+/// The address of a server that refuses connections.
+inline std::string RefusingUrl() {
+    const LoopbackListener listener;
+    return "http://127.0.0.1:" + std::to_string(listener.Port());
+}
+
 }  // namespace Ombry::Tests

@@ -65,12 +65,6 @@ protected:
     int busy = 0;  // answers with 503 that the second server still gives; guarded by mutex
 };
 
-/// The address of a server that refuses connections.
-std::string RefusingUrl() {
-    LoopbackListener listener;
-    return "http://127.0.0.1:" + std::to_string(listener.Port());
-}
-
 TEST_F(CommandFailOverTest, SecondServerAnswersAtOnceForOneThatRefusesConnections) {
     firstUrl = RefusingUrl();
 
@@ -78,7 +72,7 @@ TEST_F(CommandFailOverTest, SecondServerAnswersAtOnceForOneThatRefusesConnection
 
     EXPECT_EQ(Asked(), (Texts{Find, Enroll}));
     EXPECT_EQ(clock.Sleeps(), Durations());
-    // Twice to the first server; the second is the one of the list, on its connection.
+    // Discovery and each server; a connect that is refused is not tried twice.
     EXPECT_EQ(sockets.CallsOf("Connect"), 3u);
 }
 
