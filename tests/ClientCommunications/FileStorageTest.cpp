@@ -181,6 +181,8 @@ TEST_F(FileStorageTest, TheHookIsCalledOnceWithThePathOfTheFinishedFile) {
     EXPECT_THAT(hook->saved, ElementsAre(Pair("a/file", std::optional<std::string>("new"))));
     storage.Load();
     EXPECT_EQ(hook->saved.size(), 1u);
+    storage.Save("");
+    EXPECT_EQ(hook->saved.size(), 2u);  // an empty file is a file
 }
 
 TEST_F(FileStorageTest, WhicheverOperationFailsTheFileIsWhole) {
