@@ -68,11 +68,9 @@ LocalServer::LocalServer() : port(FreePort()) {
     RunShell("cd '" + base +
              "' && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2"
              " -subj /CN=localhost -keyout key.pem -out certificate.pem"
-             " && openssl x509 -in certificate.pem -outform DER | openssl base64 -A > certificate.txt"
-             " && openssl x509 -in certificate.pem -noout -pubkey | openssl pkey -pubin -outform DER"
-             " | openssl dgst -sha256 -binary | openssl base64 -A > pin.txt");
+             " && openssl x509 -in certificate.pem -outform DER | openssl base64 -A > certificate.txt");
     certificate = Read(folder.Path("certificate.txt"));
-    pin = "sha256//" + Read(folder.Path("pin.txt"));
+    pin = PublicKeyPinOf(folder.Path("certificate.pem"));
 
     // A server that is started by the system's administrator gives up his rights, which must not cost it the
     // files.
@@ -86,6 +84,15 @@ LocalServer::LocalServer() : port(FreePort()) {
         std::vector<std::string>{std::filesystem::exists("/usr/sbin/nginx") ? "/usr/sbin/nginx" : "nginx",
                                  "-p", base, "-c", folder.Path("nginx.conf"), "-e", "/dev/null"});
     WaitForPort(port);
+}
+
+std::string PublicKeyPinOf(const std::string& certificateFile) {
+    const TemporaryFolder folder;
+    RunShell("openssl x509 -in '" + certificateFile +
+             "' -noout -pubkey | openssl pkey -pubin -outform DER"
+             " | openssl dgst -sha256 -binary | openssl base64 -A > '" +
+             folder.Path("pin") + "'");
+    return "sha256//" + Read(folder.Path("pin"));
 }
 
 std::uint16_t FreePort() {

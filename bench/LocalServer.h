@@ -34,6 +34,9 @@ private:
     std::unique_ptr<Background> process;
 };
 
+/// SHA-256 of the public key of a certificate in a PEM file, in the form that libcurl takes.
+std::string PublicKeyPinOf(const std::string& certificateFile);
+
 /// A port of the loopback address that nobody listened on a moment ago.
 std::uint16_t FreePort();
 

@@ -1,0 +1,72 @@
+// A discovery answer of 1, 100 and 10,000 instances: read from the wire, found again in the cache on the
+// disk, and a server chosen from it.
+
+#include <benchmark/benchmark.h>
+
+#include <string>
+
+#include "ClientCommunications/FoundServicesDto.h"
+#include "ClientCommunications/Impl/DirectoryKeyValueStorage.h"
+#include "ClientCommunications/Impl/FoundServices.h"
+#include "ClientCommunications/Impl/ServiceFinder.h"
+#include "ObjectMapping/Serialization.h"
+#include "bench/Measurement.h"
+
+namespace Ombry::Bench {
+namespace {
+
+using namespace ClientCommunications;
+
+FoundServicesDto MakeAnswer(std::int64_t count) {
+    FoundServicesDto answer;
+    answer.expiryTime += 86400;
+    for (std::int64_t i = 0; i < count; ++i) {
+        ServiceDto& service = (i % 2 == 0 ? answer.local : answer.remote).emplace_back();
+        service.serviceHostname = "host-" + std::to_string(i) + ".example.org";
+        service.serviceNamespace = "default";
+        service.id = "5ad7b0c2-0001-4c00-8000-" + std::to_string(100000000000 + i);
+        service.serviceName = "orders";
+        service.endpointUrl = "https://" + service.serviceHostname + ":8443/orders";
+        service.endpointCert = std::string(600, 'M');
+    }
+    return answer;
+}
+
+std::string MakeText(std::int64_t count) {
+    FoundServicesDto answer = MakeAnswer(count);
+    return ObjectMapping::SerializeObject(answer, nullptr);
+}
+
+void DiscoveryRead(benchmark::State& state) {
+    const std::string text = MakeText(state.range(0));
+    for (auto _ : state) {
+        FoundServicesDto answer;
+        ObjectMapping::DeserializeObject(answer, text, nullptr, false);
+        benchmark::DoNotOptimize(std::make_shared<FoundServices>(answer));
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+}
+BENCHMARK(DiscoveryRead)->Arg(1)->Arg(100)->Arg(10000);
+
+void DiscoveryFromCache(benchmark::State& state) {
+    const TemporaryFolder folder;
+    const std::string path = "/services/services/secure/name/orders";
+    const auto cache = std::make_shared<DirectoryKeyValueStorage>(folder.Path("entries"));
+    cache->SetByKey(path, MakeText(state.range(0)));
+    ServiceFinder finder(nullptr, nullptr, cache, nullptr, path);  // a fresh answer needs no gateway
+    for (auto _ : state)
+        benchmark::DoNotOptimize(finder.Find(Cancellation::Token()));
+}
+BENCHMARK(DiscoveryFromCache)->Arg(1)->Arg(100)->Arg(10000);
+
+void DiscoveryChoice(benchmark::State& state) {
+    const FoundServices found(MakeAnswer(state.range(0)));
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(found.GetLocal());
+        benchmark::DoNotOptimize(found.GetRemote());
+    }
+}
+BENCHMARK(DiscoveryChoice)->Arg(1)->Arg(100)->Arg(10000);
+
+}  // namespace
+}  // namespace Ombry::Bench

@@ -1,0 +1,216 @@
+// What the whole client costs above the bare HTTP client: the same GET, with the same headers, to the same
+// server, through `ServiceGateway` as a program gets it from the library, and through
+// `ZephSorrelSyncHttpClient` over a connection pool, with several threads each. The gateway's calls bring a
+// token from the cache on the disk.
+//
+//   bench_gateway [rounds]      51 unless told otherwise
+
+#include <unistd.h>
+
+#include <barrier>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <functional>
+#include <list>
+#include <stdexcept>
+#include <thread>
+
+#include "ClientCommunications/CommunicationsParameters.h"
+#include "ClientCommunications/IClientCommunications.h"
+#include "ClientCommunications/Impl/ClientCommunications.h"
+#include "ClientCommunications/SfsGateway.h"
+#include "Ombry.SecClientConfig/Here/FoldersHere.h"
+#include "OmbryZephCore/ZephSorrelSyncConnectionPool.h"
+#include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
+#include "bench/LocalServer.h"
+#include "bench/SandboxService.h"
+#include "bench/ToolRuns.h"
+
+namespace Ombry::Bench {
+namespace {
+
+using namespace ClientCommunications;
+using OmbryZephCore::ZephSorrelSyncHttpClient;
+
+constexpr int DefaultRounds = 51;
+constexpr int CallsOfARound = 1600;  // all threads together
+constexpr const char* Path = "/small";
+constexpr const char* ServiceName = "orders";
+
+/// A call in a loop by one thread; made in that thread.
+using Caller = std::function<void(int calls)>;
+
+/// An enrolled client, and a service with a registered certificate behind which is the local server.
+class EnrolledClient {
+public:
+    explicit EnrolledClient(const LocalServer& server) {
+        const std::string& folder = machine.Path();
+        TimeRun({OMBRY_TOOL_HERE_PATH, "configure-bootstrap-url", "-t", SandboxService::InstallToken, "-d",
+                 SandboxService::DatacenterId, "-r", sandbox.BaseUrl()},
+                0, folder);
+        TimeRun({OMBRY_TOOL_HERE_PATH, "enroll-client", "-t", SandboxService::InstallToken, "-nn", "client"},
+                0, folder);
+        if (chdir(folder.c_str()) != 0) throw std::runtime_error("Cannot enter " + folder);
+        const CommunicationsParameters parameters("client");
+        communications = MakeClientCommunications(parameters);
+        Register(server, CreateCredentials(parameters)->GetClientId());
+        gateway = communications->GetServiceGatewayFactory()->Create(
+            communications->GetServiceFinderFactory()->CreateByName(ServiceName));
+    }
+
+    void Call(int calls) {
+        const auto requests = communications->GetServiceRequestFactory();
+        for (int i = 0; i < calls; ++i) {
+            const auto response =
+                gateway->CallForString(requests->Create("GET", Path, "1"), Cancellation::Token());
+            if (response->GetStatusCode() != 200) throw std::runtime_error("The gateway got no answer.");
+        }
+    }
+
+private:
+    void Register(const LocalServer& server, const std::string& clientId) {
+        const std::string url = "https://127.0.0.1:" + std::to_string(server.Port());
+        SfsGateway::ServiceEnrollment service;
+        service.serviceId.Set("5ad7b0c2-0003-4c00-8000-000000000001");
+        service.serviceName.Set(ServiceName);
+        service.clientId.Set(clientId);
+        service.directUrl.Set(url);
+        service.endpointUrl.Set(url);
+        service.endpointCert.Set(server.Certificate());
+        service.serviceHostname.Set("127.0.0.1");
+        service.serviceNamespace.Set("default");
+        service.datacenterId.Set(SandboxService::DatacenterId);
+        SfsGateway::EnrollService(communications, service);
+    }
+
+    const SandboxService sandbox;
+    const TemporaryFolder machine;
+    SecClientConfig::FoldersHere folders;
+    const Platform::Testing::Replace<Platform::IKnownFolders> replaced{folders};
+    std::shared_ptr<IClientCommunications> communications;
+    std::shared_ptr<IServiceGateway> gateway;
+};
+
+/// The bare client in each thread, over one pool.
+class BareClient {
+public:
+    explicit BareClient(const LocalServer& server) : parameters("127.0.0.1", server.Port()), pool(nullptr) {
+        parameters.SetUseSSL(true).SetCertificateValidation(
+            {OmbryZephCore::ValidateByPublicKey, server.Certificate()});
+        pool.Start(300, 300);
+    }
+
+    void Call(int calls) {
+        ZephSorrelSyncHttpClient client(nullptr, false, parameters, &pool);
+        for (int i = 0; i < calls; ++i) {
+            for (const auto& [name, value] : headers)
+                client.SetHeader(name, value);
+            StringWriter writer;
+            client.SetDataWriter(&writer);
+            client.SetTimeout(100);
+            if (client.DoRequest("GET", Path) != 0)
+                throw std::runtime_error("The bare client got no answer.");
+        }
+    }
+
+private:
+    class StringWriter : public OmbryZephCore::ZephSyncDataWriterIf {
+    public:
+        void Begin() override { body.clear(); }
+        void Write(const std::uint8_t* pData, std::uint32_t nBytes) override {
+            body.append(reinterpret_cast<const char*>(pData), nBytes);
+        }
+        void End() override {}
+
+    private:
+        std::string body;
+    };
+
+    OmbryZephCore::ZephSorrelConnectionParameters parameters;
+    OmbryZephCore::ZephSorrelSyncConnectionPool pool;
+    /// Those that the gateway sends, in number and length.
+    const std::list<std::pair<std::string, std::string>> headers{
+        {"Authorization", "Bearer " + std::string(350, 't')},
+        {"Contract-Version", "1"},
+        {"Datacenter-Id", SandboxService::DatacenterId},
+        {"SF-Destination-Service-Id", "5ad7b0c2-0003-4c00-8000-000000000001"},
+        {"SF-Destination-Service-Is-Local-DC", "true"},
+        {"SF-Destination-Service-Name", ServiceName},
+        {"SF-Destination-Service-Namespace", "default"},
+        {"SF-Request-Id", "5ad7b0c2-0004-4c00-8000-000000000001"},
+        {"SF-Root-Attempt", "1"},
+        {"SF-Root-Correlation-Id", "ClientToService"},
+        {"SF-Source-Client-Id", "5ad7b0c2-0005-4c00-8000-000000000001"},
+        {"SF-Source-Client-Name", "client"},
+        {"SF-Source-Datacenter-Id", SandboxService::DatacenterId}};
+};
+
+/// Seconds in which so many threads make the calls of a round.
+double TimeThreads(int count, const Caller& caller) {
+    std::barrier start(count + 1);
+    std::exception_ptr failure;
+    std::list<std::thread> threads;
+    for (int i = 0; i < count; ++i) {
+        threads.emplace_back([&] {
+            start.arrive_and_wait();
+            try {
+                caller(CallsOfARound / count);
+            } catch (...) {
+                failure = std::current_exception();
+            }
+        });
+    }
+    start.arrive_and_wait();
+    const double begin = Now();
+    for (std::thread& thread : threads)
+        thread.join();
+    const double end = Now();
+    if (failure) std::rethrow_exception(failure);
+    return end - begin;
+}
+
+void Compare(Report& report, int threads, int rounds, const Caller& gateway, const Caller& bare) {
+    std::vector<double> gatewayTimes, bareTimes, ratios;
+    for (int round = 0; round <= rounds; ++round) {
+        const bool gatewayFirst = round % 2 == 0;
+        double whole = 0;
+        if (gatewayFirst) whole = TimeThreads(threads, gateway);
+        const double other = TimeThreads(threads, bare);
+        if (!gatewayFirst) whole = TimeThreads(threads, gateway);
+        if (round == 0) continue;  // connections, discovery, the token
+        gatewayTimes.push_back(whole);
+        bareTimes.push_back(other);
+        ratios.push_back(whole / other);
+    }
+    char remark[96];
+    std::snprintf(remark, sizeof remark, "%.0f calls a second against %.0f",
+                  CallsOfARound / Median(gatewayTimes), CallsOfARound / Median(bareTimes));
+    report.AtMost("cost of a call, threads: " + std::to_string(threads), Median(ratios), 1.25, remark);
+}
+
+void RunAll(int rounds) {
+    const LocalServer server;
+    EnrolledClient enrolled(server);
+    BareClient bare(server);
+    Report report("ServiceGateway, times the bare HTTP client's");
+    for (const int threads : {1, 4, 16}) {
+        Compare(
+            report, threads, rounds, [&](int calls) { enrolled.Call(calls); },
+            [&](int calls) { bare.Call(calls); });
+    }
+}
+
+}  // namespace
+}  // namespace Ombry::Bench
+
+int main(int argc, char** argv) {
+    try {
+        const int rounds = argc > 1 ? std::atoi(argv[1]) : Ombry::Bench::DefaultRounds;
+        Ombry::Bench::RunAll(rounds > 0 ? rounds : Ombry::Bench::DefaultRounds);
+        return 0;
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "bench_gateway: %s\n", failure.what());
+        return 1;
+    }
+}
