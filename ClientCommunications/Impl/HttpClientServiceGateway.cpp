@@ -116,16 +116,18 @@ void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const
     const std::string method = request.GetMethod();
     const std::string path = request.GetPath();
     const std::string url = service->GetEndpointUrl();
-    LogCall(logger, __FILE__, __LINE__, DoRequestName, 1, "Calling ", method, " ", url, path,
-            makeCorrelationString(request));
+    const auto correlation = [&](int level) {
+        return logger && logger->IsEnabled(level) ? makeCorrelationString(request) : std::string();
+    };
+    LogCall(logger, __FILE__, __LINE__, DoRequestName, 1, "Calling ", method, " ", url, path, correlation(1));
     const std::uint32_t code = client.DoRequest(method, path);
     if (code == OmbryZephCore::eRC_Success || code == OmbryZephCore::eRC_HTTP_StatusFailure) {
         LogCall(logger, __FILE__, __LINE__, DoRequestName, 1, "Got HTTP status ", client.GetHttpStatus(),
-                makeCorrelationString(request));
+                correlation(1));
         return;
     }
     LogCall(logger, __FILE__, __LINE__, DoRequestName, 4, "Error ", code, ".", client.GetIOResult(), " from ",
-            method, " ", url, path, makeCorrelationString(request));
+            method, " ", url, path, correlation(4));
     ThrowFailure(code, client.GetIOResult(), token);
 }
 
