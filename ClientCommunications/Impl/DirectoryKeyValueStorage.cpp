@@ -6,15 +6,12 @@
 #include "ClientCommunications/Impl/SafeFileStorage.h"
 
 namespace Ombry::ClientCommunications {
-namespace {
 
-std::string EntryNameOf(const std::string& key) {
+std::string DirectoryKeyValueStorage::EntryNameOf(const std::string& key) {
     std::string name = getSHA256HashBase64Encoded(key);
     std::replace(name.begin(), name.end(), '/', '!');  // makes it a legal file name
     return name;
 }
-
-}  // namespace
 
 std::string DirectoryKeyValueStorage::GetByKey(const std::string& key) {
     return GetEntry(EntryNameOf(key));

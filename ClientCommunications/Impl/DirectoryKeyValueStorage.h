@@ -11,6 +11,9 @@ class DirectoryKeyValueStorage : public IKeyValueStorage {
 public:
     explicit DirectoryKeyValueStorage(std::string directory) : directory(std::move(directory)) {}
 
+    /// The name under which the entry of a key lies, for those who ask for it often.
+    static std::string EntryNameOf(const std::string& key);
+
     std::string GetByKey(const std::string& key) override;
     std::string GetEntry(const std::string& entryName) override;
     void SetByKey(const std::string& key, const std::string& value) override;

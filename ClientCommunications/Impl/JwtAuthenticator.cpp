@@ -68,27 +68,27 @@ JwtAuthenticator::~JwtAuthenticator() {
 void JwtAuthenticator::AddAuthentication(std::shared_ptr<IServiceRequest> request,
                                          std::shared_ptr<IService> service, Cancellation::Token token) {
     const std::string serviceName = service->GetName();
-    const JwtCachedToken cached = getCachedToken(serviceName);
-    if (cached.token.accessToken.empty()) {
+    const auto cached = getCachedToken(serviceName);
+    if (!cached || cached->token.accessToken.empty()) {
         internalAddFreshAuthentication(request, serviceName, token);
         return;
     }
     MarkUsed(serviceName);
-    AddHeader(*request, cached);
+    AddHeader(*request, *cached);
     LogCall(logger, __FILE__, __LINE__, AddName, 0, "Using cached token for ", serviceName);
 }
 
 bool JwtAuthenticator::AddFreshAuthentication(std::shared_ptr<IServiceRequest> request,
                                               std::shared_ptr<IService> service, Cancellation::Token token) {
     const std::string serviceName = service->GetName();
-    const JwtCachedToken cached = getCachedToken(serviceName);
+    const auto cached = getCachedToken(serviceName);
     // Somebody else has just refreshed this token: asking again would gain nothing. A clock that was set back
     // makes the age negative, which counts as fresh too.
-    const bool isFresh = !cached.token.accessToken.empty() &&
-                         Platform::Clock().Now() < SaturatingAdd(cached.lastRefreshed, freshnessLimit);
+    const bool isFresh = cached && !cached->token.accessToken.empty() &&
+                         Platform::Clock().Now() < SaturatingAdd(cached->lastRefreshed, freshnessLimit);
     if (isFresh) {
         MarkUsed(serviceName);
-        AddHeader(*request, cached);
+        AddHeader(*request, *cached);
         LogCall(logger, __FILE__, __LINE__, AddFreshName, 0, "Using recently cached token for ", serviceName);
     } else {
         internalAddFreshAuthentication(request, serviceName, token);
@@ -96,14 +96,44 @@ bool JwtAuthenticator::AddFreshAuthentication(std::shared_ptr<IServiceRequest> r
     return true;
 }
 
-JwtCachedToken JwtAuthenticator::getCachedToken(const std::string& serviceName) {
-    const std::string text = cache.GetByKey(serviceName);
-    if (text.empty()) return JwtCachedToken();
-    JwtCachedToken cached;
-    ObjectMapping::DeserializeObject(cached, text, nullptr, false);
-    if (!cached.IsExpired(Platform::Clock().Now())) return cached;
-    cache.RemoveByKey(serviceName);
-    return JwtCachedToken();
+/// The usable token of a service; null if there is none. The entry is looked at on the disk each time, since
+/// other processes replace it; but its name stays, and its text is rarely another than last time.
+std::shared_ptr<const JwtCachedToken> JwtAuthenticator::getCachedToken(const std::string& serviceName) {
+    const std::string entryName = EntryNameOf(serviceName);
+    std::string text = cache.GetEntry(entryName);
+    if (text.empty()) return nullptr;
+    auto cached = ParseEntry(serviceName, std::move(text));
+    if (!cached->IsExpired(Platform::Clock().Now())) return cached;
+    cache.RemoveEntry(entryName);
+    return nullptr;
+}
+
+std::string JwtAuthenticator::EntryNameOf(const std::string& serviceName) {
+    {
+        std::lock_guard guard(mutex);
+        const auto known = entries.find(serviceName);
+        if (known != entries.end()) return known->second.name;
+    }
+    const std::string name = DirectoryKeyValueStorage::EntryNameOf(serviceName);
+    std::lock_guard guard(mutex);
+    entries[serviceName].name = name;
+    return name;
+}
+
+std::shared_ptr<const JwtCachedToken> JwtAuthenticator::ParseEntry(const std::string& serviceName,
+                                                                   std::string text) {
+    {
+        std::lock_guard guard(mutex);
+        const Entry& known = entries[serviceName];
+        if (known.token && known.text == text) return known.token;
+    }
+    auto cached = std::make_shared<JwtCachedToken>();
+    ObjectMapping::DeserializeObject(*cached, text, nullptr, false);
+    std::lock_guard guard(mutex);
+    Entry& entry = entries[serviceName];
+    entry.text = std::move(text);
+    entry.token = cached;
+    return cached;
 }
 
 void JwtAuthenticator::internalAddFreshAuthentication(const std::shared_ptr<IServiceRequest>& request,

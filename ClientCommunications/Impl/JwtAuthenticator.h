@@ -1,6 +1,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <random>
 #include <set>
@@ -47,7 +48,9 @@ public:
                                 Cancellation::Token token) override;
 
 private:
-    JwtCachedToken getCachedToken(const std::string& serviceName);
+    std::shared_ptr<const JwtCachedToken> getCachedToken(const std::string& serviceName);
+    std::string EntryNameOf(const std::string& serviceName);
+    std::shared_ptr<const JwtCachedToken> ParseEntry(const std::string& serviceName, std::string text);
     void internalAddFreshAuthentication(const std::shared_ptr<IServiceRequest>& request,
                                         const std::string& serviceName, const Cancellation::Token& token);
     JwtCachedToken FetchToken(const std::string& serviceName, std::shared_ptr<IRootRequestMetaData> metaData,
@@ -57,6 +60,13 @@ private:
     void updateTokens();
     void removeExpiredTokens();
 
+    /// The entry of a service: where it lies, what it held when it was last read, and what that means.
+    struct Entry {
+        std::string name;
+        std::string text;
+        std::shared_ptr<const JwtCachedToken> token;
+    };
+
     const std::shared_ptr<IOAuth2Client> client;
     const Duration freshnessLimit;
     const std::shared_ptr<LibraryLogger::ILogger> logger;
@@ -64,7 +74,10 @@ private:
     DirectoryKeyValueStorage cache;  // guards itself
     std::mutex mutex;                // also pairs with condition; never held over I/O
     std::condition_variable condition;
-    std::set<std::string> usedServices;  // guarded by mutex
+    // Guarded by mutex:
+    std::set<std::string> usedServices;
+    std::map<std::string, Entry> entries;  // by service
+    // End of what mutex guards.
     const Cancellation::Token stopToken;
     std::thread thread;
 };

@@ -145,6 +145,44 @@ TEST_F(JwtAuthenticatorTest, TokenOutlivesTheProcess) {
     EXPECT_EQ(UseFresh(*Make(), "v1-auth"), "Bearer token-1");
 }
 
+TEST_F(JwtAuthenticatorTest, EntryThatAnotherProcessReplacedOrRemovedCountsAtOnce) {
+    const auto authenticator = MakeWaiting();
+    Use(*authenticator, "v1-auth");
+
+    PutEntry("v1-auth", "theirs", clock.Now(), 3600);
+    EXPECT_EQ(Use(*authenticator, "v1-auth"), "Bearer theirs");
+    PutEntry("v1-auth", "token-1", clock.Now(), 3600);
+    EXPECT_EQ(Use(*authenticator, "v1-auth"), "Bearer token-1");
+    EXPECT_EQ(client->Calls().size(), 1u);
+
+    EXPECT_TRUE(files.Remove(PathOf("v1-auth") + "-p"));
+    EXPECT_EQ(Use(*authenticator, "v1-auth"), "Bearer token-2");
+    EXPECT_EQ(client->Calls().size(), 2u);
+}
+
+TEST_F(JwtAuthenticatorTest, EntryThatWasReadBeforeExpiresAllTheSame) {
+    const auto authenticator = MakeWaiting();
+    PutEntry("v1-auth", "old", clock.Now(), 60);
+    EXPECT_EQ(Use(*authenticator, "v1-auth"), "Bearer old");
+    EXPECT_EQ(Use(*authenticator, "v1-auth"), "Bearer old");
+
+    clock.Advance(std::chrono::seconds(60));
+    EXPECT_EQ(Use(*authenticator, "v1-auth"), "Bearer old");
+    clock.Advance(Tick);
+    EXPECT_EQ(Use(*authenticator, "v1-auth"), "Bearer token-1");
+}
+
+TEST_F(JwtAuthenticatorTest, EntryThatIsNoJsonFailsAfterAGoodOneWasRead) {
+    const auto authenticator = MakeWaiting();
+    Use(*authenticator, "v1-auth");
+    files.Put(PathOf("v1-auth") + "-p", "{");
+
+    EXPECT_NE(Failure([&] { Use(*authenticator, "v1-auth"); }), "");
+    EXPECT_NE(Failure([&] { Use(*authenticator, "v1-auth"); }), "");
+    PutEntry("v1-auth", "token-1", clock.Now(), 3600);
+    EXPECT_EQ(Use(*authenticator, "v1-auth"), "Bearer token-1");
+}
+
 TEST_F(JwtAuthenticatorTest, EachServiceHasATokenOfItsOwn) {
     const auto authenticator = MakeWaiting();
     Use(*authenticator, "a");
