@@ -13,7 +13,7 @@ constexpr int SuccessesBeforeComingHome = 50;
 
 /// Every search makes new objects, so servers are the same if their ids are.
 bool IsSame(const std::shared_ptr<IService>& left, const std::shared_ptr<IService>& right) {
-    return left && right && left->GetId() == right->GetId();
+    return left && right && (left == right || left->GetId() == right->GetId());
 }
 
 /// One more failure of a server, seen by this call and by the calls beside it: both counts become the higher

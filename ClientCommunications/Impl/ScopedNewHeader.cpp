@@ -2,12 +2,12 @@
 
 namespace Ombry::ClientCommunications {
 
-ScopedNewHeader::ScopedNewHeader(std::shared_ptr<IServiceRequest> onRequest, const std::string& newName,
+ScopedNewHeader::ScopedNewHeader(std::shared_ptr<IServiceRequest> onRequest, std::string newName,
                                  const std::string& value) {
     if (!onRequest || !onRequest->GetHeader(newName).empty()) return;
     onRequest->SetHeader(newName, value);
     request = std::move(onRequest);
-    name = newName;
+    name = std::move(newName);
 }
 
 ScopedNewHeader::~ScopedNewHeader() {

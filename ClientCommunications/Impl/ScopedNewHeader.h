@@ -12,8 +12,7 @@ namespace Ombry::ClientCommunications {
 class ScopedNewHeader : public Interface {
 public:
     /// `request` may be null: the guard then does nothing.
-    ScopedNewHeader(std::shared_ptr<IServiceRequest> request, const std::string& name,
-                    const std::string& value);
+    ScopedNewHeader(std::shared_ptr<IServiceRequest> request, std::string name, const std::string& value);
     ~ScopedNewHeader() override;
     ScopedNewHeader(const ScopedNewHeader&) = delete;
     ScopedNewHeader& operator=(const ScopedNewHeader&) = delete;
