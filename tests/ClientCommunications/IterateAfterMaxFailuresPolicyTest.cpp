@@ -277,13 +277,13 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, AServerThatWonAtHomeFailsAsTheOneInUse
 }
 
 TEST_F(IterateAfterMaxFailuresPolicyTest, AnAlternateThatThisCallHasTriedAlreadyIsForgottenAsSuch) {
-    UsePolicy(2);
+    UsePolicy(3);
     SucceedRemotely(50);
     const CallPtr call = NewCall();
     EXPECT_EQ((Lines{Next(call), Next(call)}), (Lines{"l local", "r remote"}));
     // Meanwhile the others move to a server of their own and stay there.
     finder->Set({"l"}, {"s"});
-    EXPECT_EQ(Run(3), (Lines{"l local", "r remote", "r remote", "s remote"}));
+    EXPECT_EQ(Run(4), (Lines{"l local", "r remote", "r remote", "r remote", "s remote"}));
     failed->Set("l", {true, true, clock.Now(), 1});
     for (int i = 0; i < 49; ++i)
         ASSERT_EQ(Run(), (Lines{"s remote"}));
