@@ -116,18 +116,16 @@ void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const
     const std::string method = request.GetMethod();
     const std::string path = request.GetPath();
     const std::string url = service->GetEndpointUrl();
-    const auto correlation = [&](int level) {
-        return logger && logger->IsEnabled(level) ? makeCorrelationString(request) : std::string();
-    };
-    LogCall(logger, __FILE__, __LINE__, DoRequestName, 1, "Calling ", method, " ", url, path, correlation(1));
+    LogCall(logger, __FILE__, __LINE__, DoRequestName, 1, "Calling ", method, " ", url, path,
+            makeCorrelationString(request));
     const std::uint32_t code = client.DoRequest(method, path);
     if (code == OmbryZephCore::eRC_Success || code == OmbryZephCore::eRC_HTTP_StatusFailure) {
         LogCall(logger, __FILE__, __LINE__, DoRequestName, 1, "Got HTTP status ", client.GetHttpStatus(),
-                correlation(1));
+                makeCorrelationString(request));
         return;
     }
     LogCall(logger, __FILE__, __LINE__, DoRequestName, 4, "Error ", code, ".", client.GetIOResult(), " from ",
-            method, " ", url, path, correlation(4));
+            method, " ", url, path, makeCorrelationString(request));
     ThrowFailure(code, client.GetIOResult(), token);
 }
 

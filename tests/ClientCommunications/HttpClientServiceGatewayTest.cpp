@@ -122,35 +122,6 @@ protected:
     std::shared_ptr<IServiceRequest> request = CreateServiceRequest("GET", "/path", "7");
 };
 
-/// Counts how often its headers are gone through.
-class CountingRequest : public ServiceRequest {
-public:
-    CountingRequest() : ServiceRequest("GET", "/x", "1") {}
-    void ForEachHeader(
-        std::function<void(const std::string& name, const std::string& value)> callback) const override {
-        ++walks;
-        ServiceRequest::ForEachHeader(std::move(callback));
-    }
-
-    mutable int walks = 0;
-};
-
-TEST_F(HttpClientServiceGatewayTest, HeadersAreGatheredForTheLogOnlyIfItWantsThem) {
-    const std::pair<int, int> walksByLowestLevel[]{{0, 3}, {1, 3}, {2, 1}};
-    for (const auto& [lowest, walks] : walksByLowestLevel) {
-        const auto counting = std::make_shared<CountingRequest>();
-        HttpClientServiceGatewayFactory(std::make_shared<RecordingLogger>(lowest), false)
-            .Create(At("http://server:8080"))
-            ->CallForString(counting, {});
-        EXPECT_EQ(counting->walks, walks) << lowest;
-    }
-    const auto counting = std::make_shared<CountingRequest>();
-    HttpClientServiceGatewayFactory(nullptr, false)
-        .Create(At("http://server:8080"))
-        ->CallForString(counting, {});
-    EXPECT_EQ(counting->walks, 1);
-}
-
 TEST_F(HttpClientServiceGatewayTest, ACallReturnsStatusHeadersBodyAndService) {
     AnswerWith("201 Created", "body", "Content-Type: text/plain\r\n");
     const auto service = At("http://server:8080/base", "AAAA");
