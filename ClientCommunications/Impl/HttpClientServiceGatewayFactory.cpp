@@ -14,11 +14,12 @@ HttpClientServiceGatewayFactory::HttpClientServiceGatewayFactory(
     constexpr std::uint32_t idleSeconds = 300;
     constexpr std::uint32_t scanSeconds = 300;
     connectionPool->SetVerbose(verbose);
-    const std::uint32_t code = connectionPool->Start(idleSeconds, scanSeconds);
-    if (code != OmbryZephCore::eRC_Success) {
-        throw std::runtime_error("Connection pool initialization failed due to error " +
-                                 std::to_string(code));
-    }
+    RequireStarted(connectionPool->Start(idleSeconds, scanSeconds));
+}
+
+void HttpClientServiceGatewayFactory::RequireStarted(std::uint32_t code) {
+    if (code == OmbryZephCore::eRC_Success) return;
+    throw std::runtime_error("Connection pool initialization failed due to error " + std::to_string(code));
 }
 
 std::shared_ptr<IServiceGateway> HttpClientServiceGatewayFactory::Create(std::shared_ptr<IService> service) {

@@ -16,6 +16,9 @@ public:
 
     std::shared_ptr<IServiceGateway> Create(std::shared_ptr<IService> service) override;
 
+    /// Judges the result of starting the pool: `std::runtime_error` unless it is 0.
+    static void RequireStarted(std::uint32_t code);
+
 private:
     const std::shared_ptr<OmbryZephCore::ZephSorrelSyncConnectionPool> connectionPool;
     const std::shared_ptr<LibraryLogger::ILogger> logger;

@@ -1,0 +1,29 @@
+#include "ClientCommunications/Impl/HttpClientServiceGatewayFactory.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace Ombry::Tests {
+namespace {
+
+using ClientCommunications::HttpClientServiceGatewayFactory;
+
+TEST(HttpClientServiceGatewayFactoryTest, APoolThatStartedIsNoFailure) {
+    EXPECT_NO_THROW(HttpClientServiceGatewayFactory::RequireStarted(0));
+}
+
+TEST(HttpClientServiceGatewayFactoryTest, APoolThatDidNotStartIsReportedWithItsCode) {
+    for (const std::uint32_t code : {1u, 7u, 4294967295u}) {
+        try {
+            HttpClientServiceGatewayFactory::RequireStarted(code);
+            ADD_FAILURE() << "No exception for " << code;
+        } catch (const std::runtime_error& failure) {
+            EXPECT_EQ(failure.what(),
+                      "Connection pool initialization failed due to error " + std::to_string(code));
+        }
+    }
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
