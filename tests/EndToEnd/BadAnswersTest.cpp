@@ -33,11 +33,11 @@ TEST(BadUrlTest, UrlIsJudgedByTheTextOfItsPort) {
         };
         ExpectException(run("https://localhost:port/x"), "invalid stoul argument");
         ExpectException(run("https://localhost:4294967296/x"), "stoul argument out of range");
-        ExpectException(run("example:8181"), "Error 11.0");
+        ExpectException(run(NoHost + ":8181"), "Error 11.0");
         ExpectException(run("ftp://127.0.0.1:0/"), "Error 11.0");
         ExpectException(run("://"), "Error 11.0");
         ExpectException(run("/"), "Error 11.0");
-        ExpectException(run("https://nowhere.invalid/x"), "Error 11.0");
+        ExpectException(run("https://" + NoHost + "/x"), "Error 11.0");
         ExpectException(run("https://" + std::string(300, 'h') + "/"), "Error 11.0");
         ExpectException(run("https://\x01\xff\n/"), "Error 11.0");
         EXPECT_EQ(machine.Files(), Tree());

@@ -188,7 +188,7 @@ TEST(ConfigureBootstrapUrlTest, FailureOfEveryKindKeepsEarlierTrustAndFiles) {
     fails({"-t", "t", "-d", "x", "-r", sandbox.Url()}, "Unknown datacenter id 'x' or name ''");
     fails({"-t", "t", "-d", "x", "-r", sandbox.Url() + "/no"},
           "GET /v1/ddb/datacenters failed with http status 404.");
-    fails({"-t", "t", "-d", "x", "-r", "https://nowhere.invalid"}, "Error 11.0");
+    fails({"-t", "t", "-d", "x", "-r", "https://" + NoHost}, "Error 11.0");
     {
         const ListsThen resets([](LoopbackServer::Connection& connection) {
             connection.ReadBytes(1);

@@ -46,6 +46,10 @@ inline Tree TreeOf(const std::filesystem::path& folder) {
 inline const std::string StoreFolder = "Quennet/CertificateStores/OmbrySecurity";
 inline const std::string SecurityFolder = "Quennet/OmbrySecurity";
 
+/// No host has this name, and no server of names is asked: a label is longer than any may be (RFC 1035,
+/// section 2.3.4).
+inline const std::string NoHost(64, 'h');
+
 /// All that `configure-bootstrap-url` leaves on a machine that was empty.
 inline Tree ConfiguredTree(const std::string& url, const std::string& datacenterId,
                            const TestCertificate& certificate) {

@@ -294,6 +294,16 @@ TEST(SandboxTest, LogHasOneLineARequestAndNoSecret) {
         EXPECT_EQ(log.find(secret), std::string::npos) << log;
 }
 
+TEST(SandboxTest, LineOfARequestIsWrittenBeforeItsAnswer) {
+    for (int round = 0; round < 5; ++round) {
+        Sandbox sandbox;
+        EXPECT_EQ(Ask(sandbox, "/v1/ddb/datacenters").status, "200");
+        sandbox.Process().Signal(SIGKILL);
+        EXPECT_TRUE(sandbox.Process().Wait().error.ends_with(
+            " GET /securityframeworkservice/v1/ddb/datacenters 200\n"));
+    }
+}
+
 TEST(SandboxTest, StateIsPrivateAndHoldsNoSecretInPlainText) {
     Sandbox sandbox;
     EnrollClient(sandbox, TokenFor(sandbox, "v1-auth"), ClientBody("c"));
