@@ -69,7 +69,7 @@ void FoundServicesCache::Save(std::shared_ptr<IFoundServices> services, TimePoin
                            "Ombry::ClientCommunications::FoundServicesCache::Save", 1, "Found: ", text);
     storage->Save(text);
     std::lock_guard guard(mutex);
-    foundServices = std::move(services);
+    foundServices.swap(services);  // the old set goes with the argument, behind the lock
     nextRefreshTime = newRefreshTime;
 }
 

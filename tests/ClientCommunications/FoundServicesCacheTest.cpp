@@ -239,6 +239,25 @@ TEST_F(FoundServicesCacheTest, ReadersGoOnWhileTheFileIsWritten) {
     EXPECT_EQ(storage->saves, 1);
 }
 
+TEST_F(FoundServicesCacheTest, ReadersGoOnWhileAnOldSetIsTakenApart) {
+    class Asking : public FoundServices {
+    public:
+        explicit Asking(std::function<void()> ask) : ask(std::move(ask)) {}
+        ~Asking() override { ask(); }
+
+    private:
+        const std::function<void()> ask;
+    };
+    FoundServicesCache cache(storage, logger);
+    const auto following = MakeServices({MakeDto("u")});
+    std::shared_ptr<IFoundServices> seen;
+    cache.Save(std::make_shared<Asking>([&] { seen = cache.GetFoundServices(); }), TimePoint());
+
+    cache.Save(following, TimePoint());
+
+    EXPECT_EQ(seen, following);
+}
+
 TEST_F(FoundServicesCacheTest, ReadersKeepTheSetThatTheyHave) {
     FoundServicesCache cache(storage, logger);
     std::vector<std::thread> readers;
