@@ -104,6 +104,18 @@ TEST_F(ServiceFinderTest, AFreshCopyOfNothingIsAnAnswerToo) {
                             "3 Loaded zero services from cache for " + Path}));
 }
 
+TEST_F(ServiceFinderTest, ACopyThatLacksKeysIsReadWithTheDefaults) {
+    cache->Put(Path, R"({"local":[{"id":"a"}]})");
+    EXPECT_EQ(Ids(Make().Find(Token())->GetAll()), (Lines{"a"}));  // fresh for 300 seconds from now
+    EXPECT_TRUE(gateway->calls.empty());
+    cache->Put(Path, R"({"expiryTime":1599395500,"local":[{"id":"b"}]})");
+    gateway->Throw(CommunicationsError("down"));
+    EXPECT_EQ(Ids(Make().Find(Token())->GetAll()), (Lines{"b"}));  // stale for 604,500 seconds
+    cache->Put(Path, R"({"expiryTime":1599395499,"local":[{"id":"c"}]})");
+    gateway->Throw(CommunicationsError("down"));
+    EXPECT_THROW(Make().Find(Token()), CommunicationsError);
+}
+
 TEST_F(ServiceFinderTest, ACopyThatExpiresThisSecondIsStale) {
     cache->Put(Path, Document({"a"}, {}, Now, 100));
     gateway->Answer(200, Answer);
