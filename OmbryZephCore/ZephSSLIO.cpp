@@ -263,10 +263,10 @@ void ZephSSLIO::OnDrained() {
 }
 
 /// The completion of the running write fetches what the engine still holds: the body of a small request,
-/// whose head is the one that is about to leave.
+/// whose head is the one that is about to leave. An engine never goes before its last write has ended.
 bool ZephSSLIO::HasMoreToWrite() {
     std::lock_guard lock(m_Mutex);
-    return m_State == eState_On && m_WriteInProgress && m_Connection && m_Connection->IsOutputBlocked();
+    return m_State == eState_On && m_WriteInProgress && m_Connection->IsOutputBlocked();
 }
 
 void ZephSSLIO::CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes) {
