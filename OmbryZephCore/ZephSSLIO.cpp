@@ -370,12 +370,16 @@ void ZephSSLIO::DoTask() {
     Trace(Name, "entering.  sessionid = ");
     while (!BeginTask())
         std::this_thread::yield();
+    // Another thread that waits for the end of the task may end this object as soon as it sees it: what comes
+    // behind it touches nothing of this object.
+    const auto logger = m_Verbose ? m_Logger : nullptr;
+    const std::uint32_t nSessionId = m_SessionId;
     {
         // A handler that throws ends the task too, or whoever unregisters would wait for it for ever.
         const RunningTask running(*this);
         DoPendingNotifications();
     }
-    Trace(Name, "exiting.  sessionid = ");
+    Ombry::LibraryLogger::LogCall(logger, __FILE__, __LINE__, Name, 0, "exiting.  sessionid = ", nSessionId);
 }
 
 /// False while the task runs on another thread.
@@ -388,11 +392,12 @@ bool ZephSSLIO::BeginTask() {
 }
 
 void ZephSSLIO::EndTask() {
+    ZephTaskGateIf* const pGate = m_TaskGate;
     {
         std::lock_guard lock(m_NotifyMutex);
         m_TaskRunning = false;
     }
-    if (m_TaskGate) m_TaskGate->Release();
+    if (pGate) pGate->Release();
 }
 
 /// At most one read and one write completion, in this order, and then the answer to a drain request.

@@ -35,12 +35,16 @@ public:
     bool open = true;
     int acquired = 0;
     int released = 0;
+    std::function<void()> onRelease;
 
     bool TryAcquire() override {
         if (open) ++acquired;
         return open;
     }
-    void Release() override { ++released; }
+    void Release() override {
+        ++released;
+        if (onRelease) onRelease();
+    }
 };
 
 /// A stage with scripted neighbours on every side, session id 7, silent unless told.

@@ -108,6 +108,7 @@ public:
     std::uint32_t result = 0;
     int scheduled = 0;
     int cancelled = 0;
+    std::function<void()> onCancel;  // before the task leaves the queue
 
     std::uint32_t ScheduleTask(OmbryZephCore::ZephTaskIf* pTask) override {
         ++scheduled;
@@ -117,6 +118,7 @@ public:
 
     void CancelTask(OmbryZephCore::ZephTaskIf* pTask) override {
         ++cancelled;
+        if (onCancel) onCancel();
         std::erase(tasks, pTask);
     }
 

@@ -218,6 +218,32 @@ TEST_F(ZephSSLIOGateTest, GateIsGivenBackWhenTheTaskNeverRuns) {
     EXPECT_EQ(gate.released, 2);
 }
 
+TEST_F(ZephSSLIOGateTest, GateIsGivenBackOnceWhenTheTaskStartsWhileItIsCancelled) {
+    TurnOn();
+    Read(3);
+    scheduler.onCancel = [&] { scheduler.RunTasks(); };
+    ssl.UnRegisterIOCompletionHandler();
+    EXPECT_EQ(gate.acquired, 1);
+    EXPECT_EQ(gate.released, 1);
+}
+
+TEST_F(ZephSSLIOGateTest, StageMayEndAsSoonAsItsTaskHasEnded) {
+    auto stage = std::make_unique<ZephSSLIO>(logger);
+    stage->SetVerbose(true);
+    ASSERT_EQ(stage->Initialize(&manager, &lower, &scheduler, 9, &listener, &scheduler, &gate), 0u);
+    ASSERT_EQ(stage->RequestDrainNotification(), 0u);
+    logger->Clear();
+    // What a thread does that waits for the task.
+    gate.onRelease = [&] {
+        stage->UnRegisterIOCompletionHandler();
+        stage.reset();
+        logger->Clear();
+    };
+    scheduler.RunTasks();
+    EXPECT_EQ(stage, nullptr);
+    EXPECT_THAT(Trace(), ElementsAre("exiting.  sessionid = 9"));
+}
+
 // Drain notifications
 
 TEST_F(ZephSSLIONotifyTest, DrainRequestGoesBelowAndItsAnswerUp) {
@@ -243,6 +269,18 @@ TEST_F(ZephSSLIONotifyTest, DrainIsAskedBelowOnceForSeveralRequests) {
     ssl.OnDrained();
     scheduler.RunTasks();
     EXPECT_THAT(listener.events, ElementsAre("drained"));
+}
+
+TEST_F(ZephSSLIONotifyTest, AnAnsweredDrainRequestIsNotAskedBelowAgain) {
+    TurnOn();
+    ssl.RequestDrainNotification();
+    scheduler.RunTasks();
+    ssl.OnDrained();
+    scheduler.RunTasks();
+    Write("out");
+    scheduler.RunTasks();
+    EXPECT_THAT(lower.events, ElementsAre("drain"));
+    EXPECT_THAT(listener.events, ElementsAre("drained", "write ok 3"));
 }
 
 TEST_F(ZephSSLIONotifyTest, EachAnsweredDrainRequestCanBeFollowedByAnother) {
