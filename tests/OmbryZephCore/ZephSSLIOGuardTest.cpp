@@ -74,6 +74,33 @@ TEST_F(ZephSSLIOGuardTest, OpenReadCompletesWithNothingWhenTheUserStopsTLS) {
     EXPECT_THAT(listener.events, ElementsAre("read ok 0"));
 }
 
+TEST_F(ZephSSLIOGuardTest, OpenWriteFailsWhenTheUserStopsTLS) {
+    TurnOn();
+    engine.writeAtMost = 0;
+    Write("secret");
+    scheduler.RunTasks();
+    engine.shutdownComplete = true;
+    EXPECT_EQ(ssl.StopSSL(false), 0u);
+    EXPECT_THAT(Take(listener.events), ElementsAre("stopped"));
+    scheduler.RunTasks();
+    EXPECT_THAT(listener.events, ElementsAre("write failed 0"));
+}
+
+TEST_F(ZephSSLIOGuardTest, ReadAfterTLSCompletesAlthoughAReadBelowOutlivesIt) {
+    TurnOn();
+    engine.wants = true;
+    Read(10);
+    scheduler.RunTasks();
+    engine.shutdownComplete = true;
+    ssl.StopSSL(false);
+    scheduler.RunTasks();
+    listener.events.clear();
+    ASSERT_NE(lower.pRead, nullptr);
+    EXPECT_EQ(Read(10), 0u);
+    scheduler.RunTasks();
+    EXPECT_THAT(listener.events, ElementsAre("read ok 0"));
+}
+
 TEST_F(ZephSSLIOGuardTest, BytesBehindTheCloseAreDropped) {
     TurnOn();
     engine.wants = true;
@@ -156,6 +183,24 @@ TEST_F(ZephSSLIOGuardTest, ReadBelowThatOutlivesTLSIsDropped) {
     Read(10);
     scheduler.RunTasks();
     EXPECT_THAT(listener.events, ElementsAre("read ok 0"));
+}
+
+TEST_F(ZephSSLIOGuardTest, BytesOfAReadBelowThatOutlivesTLSReachNoReadAndNoLaterSession) {
+    TurnOn();
+    engine.wants = true;
+    Read(10);
+    scheduler.RunTasks();
+    engine.shutdownComplete = true;
+    ssl.StopSSL(false);
+    scheduler.RunTasks();
+    listener.events.clear();
+    Read(10);
+    lower.CompleteRead("injected by a stranger");
+    scheduler.RunTasks();
+    EXPECT_THAT(listener.events, ElementsAre("read ok 0"));
+    EXPECT_EQ(ReadText(1), ".");
+    EXPECT_EQ(ssl.StartSSL(), 0u);
+    EXPECT_EQ(second.injected, "");
 }
 
 TEST_F(ZephSSLIOGuardTest, RestartDuringAStopNeverPassesThroughClearText) {

@@ -6,7 +6,6 @@ namespace Ombry::Tests {
 namespace {
 
 using namespace OmbryZephCore;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -529,98 +528,6 @@ TEST_F(ZephSSLIOPumpTest, NoMemoryForBytesBehindTheCloseIsFatal) {
     EXPECT_EQ(ssl.StopSSL(false), eRC_Fail);
     ZephIOBuffer::ReplaceAllocator(previous);
     EXPECT_THAT(listener.events, ElementsAre("fatal"));
-}
-
-// A read of the layer below that outlives TLS
-
-class ZephSSLIOLateReadTest : public ZephSSLIOPumpTest {
-protected:
-    /// TLS is off, and the read that was started for the engine still runs.
-    void StopWithAReadBelow() {
-        TurnOn();
-        engine.wants = true;
-        ASSERT_EQ(Read(4), 0u);
-        engine.shutdownComplete = true;
-        engine.unprocessed = "half a record";
-        ASSERT_EQ(ssl.StopSSL(false), 0u);
-        scheduler.RunTasks();
-        ASSERT_THAT(Take(listener.events), ElementsAre("stopped"));
-        ASSERT_THAT(Take(lower.events), ElementsAre("read 8096"));
-    }
-};
-
-TEST_F(ZephSSLIOLateReadTest, BytesGoToTheOpenRead) {
-    StopWithAReadBelow();
-    lower.CompleteRead("clear");
-    EXPECT_THAT(Take(listener.events), ElementsAre("read ok 4"));
-    EXPECT_EQ(ReadText(5), "clea.");
-    Read(10);
-    scheduler.RunTasks();
-    EXPECT_THAT(listener.events, ElementsAre("read ok 1"));
-    EXPECT_THAT(lower.events, IsEmpty());
-}
-
-TEST_F(ZephSSLIOLateReadTest, UserReadWaitsForItInsteadOfStartingAnother) {
-    TurnOn();
-    engine.wants = true;
-    engine.output = "x";
-    ssl.StartSSL();
-    Write("w");
-    scheduler.RunTasks();
-    lower.CompleteWrite();
-    engine.shutdownComplete = true;
-    ssl.StopSSL(false);
-    listener.events.clear();
-    lower.events.clear();
-    EXPECT_EQ(Read(10), 0u);
-    scheduler.RunTasks();
-    EXPECT_THAT(lower.events, IsEmpty());
-    lower.CompleteRead("clear");
-    EXPECT_THAT(listener.events, ElementsAre("read ok 5"));
-    EXPECT_EQ(ReadText(6), "clear.");
-}
-
-TEST_F(ZephSSLIOLateReadTest, FailureAndCloseAreTheUsersOwn) {
-    StopWithAReadBelow();
-    lower.FailRead();
-    EXPECT_THAT(Take(listener.events), ElementsAre("read failed 0"));
-    Read(10);
-    EXPECT_THAT(lower.events, ElementsAre("read 10"));
-    lower.CompleteRead("");
-    EXPECT_THAT(Take(listener.events), ElementsAre("read ok 0"));
-    ssl.StartSSL();
-    ssl.AbortTask(TaskTypeRead);
-    EXPECT_THAT(listener.events, ElementsAre("fatal")) << "nothing is open any more";
-}
-
-TEST_F(ZephSSLIOLateReadTest, BytesWithoutAReaderAreKeptForTheNextRead) {
-    TurnOn();
-    engine.wants = true;
-    Write("w");
-    scheduler.RunTasks();
-    engine.shutdownComplete = true;
-    ssl.StopSSL(false);
-    listener.events.clear();
-    lower.CompleteRead("clear");
-    EXPECT_THAT(listener.events, IsEmpty());
-    lower.events.clear();
-    Read(10);
-    scheduler.RunTasks();
-    EXPECT_THAT(listener.events, ElementsAre("read ok 5"));
-    EXPECT_THAT(lower.events, IsEmpty());
-}
-
-TEST_F(ZephSSLIOLateReadTest, TheBufferItFillsIsNeitherGrownNorWritten) {
-    StopWithAReadBelow();
-    // What the engine held was the beginning of a record whose rest is still under way.
-    EXPECT_EQ(engine.Count("extract_unprocessed_ciphertext"), 0u);
-}
-
-TEST_F(ZephSSLIOLateReadTest, RestartInjectsItsBytesIntoTheNewEngine) {
-    StopWithAReadBelow();
-    ssl.StartSSL();
-    lower.CompleteRead("hello");
-    EXPECT_EQ(second.injected, "hello");
 }
 
 // What follows a write

@@ -57,6 +57,33 @@ TEST_F(ZephSSLIORoundsTest, OpenTransfersStayWhileTheCloseAlertIsNotSent) {
     EXPECT_THAT(lower.events, ElementsAre("write 5", "read 10", "write 3"));
 }
 
+TEST_F(ZephSSLIORoundsTest, CloseSeenInARoundBehindAnIdleOneIsStillAnswered) {
+    TurnOn();
+    engine.blocked = true;
+    engine.onReadPlaintext = [this] { engine.shuttingDown = engine.Count("read_plaintext") == 2; };
+    engine.onShutdown = [this] {
+        if (engine.Count("shutdown") == 1) engine.output = "alert";
+    };
+    EXPECT_EQ(Read(10), 0u);
+    EXPECT_THAT(lower.events, ElementsAre("write 5"));
+    EXPECT_EQ(lower.CompleteWrite(), "alert");
+}
+
+TEST_F(ZephSSLIORoundsTest, SessionThatFollowsAStopBehindAnIdleRoundBeginsAtOnce) {
+    Register();
+    engine.output = "last";
+    ssl.StartSSL();
+    ssl.StopSSL(true);
+    ssl.StartSSL();
+    engine.blocked = true;
+    engine.onShutdown = [this] { engine.shutdownComplete = true; };
+    second.output = "hello";
+    lower.events.clear();
+    lower.CompleteWrite();
+    EXPECT_THAT(listener.events, ElementsAre("stopped"));
+    EXPECT_THAT(lower.events, ElementsAre("write 5"));
+}
+
 TEST_F(ZephSSLIORoundsTest, ASingleByteBehindTheCloseIsKept) {
     TurnOn();
     engine.wants = true;
