@@ -57,8 +57,8 @@ Service::Service(const Options& options, const Identity& identity, State& state)
         const int on = 1;
         setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     });
-    // The library's own logger runs behind the answer, when the caller may have sent its next request already:
-    // the lines would not stand in the order of the requests.
+    // The library's own logger runs behind the answer, when the caller may have sent its next request
+    // already: the lines would not stand in the order of the requests.
     server->set_post_routing_handler(
         [](const Request& request, const Response& response) { LogRequest(request, response); });
     server->set_exception_handler([](const Request&, Response& response, std::exception_ptr) {

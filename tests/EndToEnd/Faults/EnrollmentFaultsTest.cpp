@@ -1,4 +1,5 @@
-// The commands of a configured machine, killed at each change of a file that their main thread makes.
+// The commands of a configured machine, killed at each change of a file that they or their background threads
+// make.
 
 #include <functional>
 
@@ -43,9 +44,64 @@ protected:
             mend(call);
         }
     }
+
+    /// Kills `command` at each thing that a background thread does with a file, each time behind `prepare`,
+    /// and runs `mend` afterwards. The command itself then stands ahead of its last change of a file. Below
+    /// `tokens` that thread must do at least so many things; a command with a fixed token has none.
+    void KillInBackgroundAndMend(const std::vector<Words>& prepare, const Words& command,
+                                 const std::function<void()>& mend, const std::string& tokens = "",
+                                 int leastOfTokens = 0) {
+        const std::string threads = tokens.empty() ? "1" : "2";
+        // Of the list of the discovery servers: the staging copy begun and completed, the old one removed,
+        // the new one named.
+        KillInBackground("v1-service.cache", 4, threads, prepare, command, mend);
+        if (tokens.empty()) return;
+        KillInBackground("/aa_token", leastOfTokens, threads, prepare, command, mend);
+        EXPECT_EQ(machine.Files().count(tokens + "/expired-p"), 0u);
+    }
+    void KillInBackgroundAndRunAgain(const std::vector<Words>& prepare, const Words& command,
+                                     const std::string& tokens = "", int leastOfTokens = 0) {
+        KillInBackgroundAndMend(
+            prepare, command, [&] { ExpectSuccess(machine.Run(command)); }, tokens, leastOfTokens);
+    }
+
     void KillAndRunAgain(const std::vector<Words>& prepare, const Words& command) {
         KillAndMend(prepare, command, [&](const TracedCall&) { ExpectSuccess(machine.Run(command)); });
     }
+
+private:
+    void KillInBackground(const std::string& path, int least, const std::string& threads,
+                          const std::vector<Words>& prepare, const Words& command,
+                          const std::function<void()>& mend) {
+        for (int number = 1;; ++number) {
+            SCOPED_TRACE(path + " " + std::to_string(number));
+            std::filesystem::remove_all(machine.Folder() / Cache);
+            for (const Words& words : prepare)
+                ExpectSuccess(machine.Run(words));
+            // What makes each thread work: no list of the discovery servers, a token that has expired.
+            std::filesystem::remove(machine.Folder() / (Cache + "/v1-service.cache-p"));
+            for (const std::string& tokens : {TokensOfAdmin, TokensOfClient})
+                machine.Folder().Write(tokens + "/expired-p", ExpiredToken);
+            Words words{OMBRY_TOOL_BACKGROUND, path, std::to_string(number), threads};
+            words.insert(words.end(), command.begin(), command.end());
+            const ProcessOutcome outcome = RunProcess(words, {.folder = machine.Folder().Path()});
+            if (outcome.exitCode != 137) {
+                ExpectSuccess(outcome);
+                EXPECT_GT(number, least);
+                return;
+            }
+            mend();
+        }
+    }
+
+    static inline const std::string Cache = SecurityFolder + "/CS-cpp/cache";
+    static inline const std::string ExpiredToken =
+        R"({"lastRefreshed":"2020-01-01T00:00:00.0000000Z","token":{"token_type":"Bearer","access_token":"x",)"
+        R"("expires_in":1,"scope":"x"},"servicename":"x"})";
+
+protected:
+    static inline const std::string TokensOfAdmin = Cache + "/aa_token";
+    static inline const std::string TokensOfClient = Cache + "/c1/aa_token";
 
     const Sandbox sandbox{
         Words{"--install-token", "t", "--cache-control", "max-age=0, stale-while-revalidate=604500"}};
@@ -55,6 +111,53 @@ protected:
 const Words EnrollClient{"enroll-client", "-t", "t", "-nn", "c1"};
 const Words EnrollService{"enroll-service", "-t",         "t",  "-owner",    "c1", "-name", "svc", "-url",
                           "https://h:1/x",  "-namespace", "ns", "-hostname", "h"};
+
+const Words Admin{"-u", "admin", "-p", "secret"};
+
+Words AsAdmin(Words words) {
+    words.insert(words.begin() + 1, Admin.begin(), Admin.end());
+    return words;
+}
+
+// What the thread of the tokens does: for each that was used the folder and the four steps of a save; a list,
+// each read, both copies of the expired one removed; when the command ends, a list once more and each read.
+constexpr int StepsOfTwoTokens = 2 * 5 + (1 + 3 + 2) + (1 + 2);
+constexpr int StepsOfOneToken = 5 + (1 + 2 + 2) + (1 + 1);
+constexpr int StepsOfNoToken = 1 + 2 + 2 + 1 + 1;
+
+TEST_F(EnrollmentFaultsTest, ClientIsEnrolledByTheRunAfterADeathInTheBackground) {
+    KillInBackgroundAndRunAgain({}, EnrollClient);
+    KillInBackgroundAndRunAgain({}, AsAdmin({"enroll-client", "-nn", "c1"}), TokensOfAdmin, StepsOfTwoTokens);
+}
+
+TEST_F(EnrollmentFaultsTest, ServiceIsEnrolledByTheRunAfterADeathInTheBackground) {
+    KillInBackgroundAndRunAgain({EnrollClient}, EnrollService);
+    Words asClient = EnrollService;
+    asClient[1] = "-n";
+    asClient[2] = "c1";
+    KillInBackgroundAndRunAgain({EnrollClient}, asClient, TokensOfClient, StepsOfOneToken);
+}
+
+TEST_F(EnrollmentFaultsTest, ServiceIsRemovedByTheRunAfterADeathInTheBackground) {
+    KillInBackgroundAndRunAgain({EnrollClient, EnrollService},
+                                {"unenroll-service", "-n", "c1", "-on", "c1", "-s", "svc"}, TokensOfClient,
+                                StepsOfOneToken);
+}
+
+TEST_F(EnrollmentFaultsTest, ClientIsRemovedByTheRunAfterADeathInTheBackground) {
+    KillInBackgroundAndRunAgain({EnrollClient}, AsAdmin({"unenroll-client", "-un", "c1"}), TokensOfAdmin,
+                                StepsOfTwoTokens);
+}
+
+TEST_F(EnrollmentFaultsTest, ClientThatRemovedItselfIsRemovedByAnAdministratorAfterADeathInTheBackground) {
+    // The service has forgotten the client, whose tokens are not refreshed any more, before its files go.
+    KillInBackgroundAndMend(
+        {EnrollClient}, {"unenroll-client-self", "-n", "c1"},
+        [&] {
+            ExpectSuccess(machine.Run({"unenroll-client", "-t", "t", "-un", "c1"}));
+        },
+        TokensOfClient, StepsOfNoToken);
+}
 
 TEST_F(EnrollmentFaultsTest, ClientIsEnrolledByTheNextRun) {
     KillAndRunAgain({}, EnrollClient);
