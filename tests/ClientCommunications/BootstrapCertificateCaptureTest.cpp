@@ -7,6 +7,7 @@
 
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
 #include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/HeldPort.h"
 #include "tests/Fakes/LoopbackPeer.h"
 #include "tests/Fakes/MemoryServer.h"
 #include "tests/Fakes/RecordingLogger.h"
@@ -273,15 +274,13 @@ TEST(BootstrapCertificateLoopbackTest, CapturesFromRealServersWithExpiredAndSelf
 }
 
 TEST(BootstrapCertificateLoopbackTest, APortThatRefusesIsNamedInTheFailure) {
-    LoopbackListener listener;
-    listener.Close();
+    const HeldPort port;
     ZephIOBuffer buffer;
     try {
-        CaptureFrom(listener.Port(), buffer);
+        CaptureFrom(port.Port(), buffer);
         FAIL() << "nothing thrown";
     } catch (const std::runtime_error& failure) {
-        EXPECT_EQ(failure.what(),
-                  "Unable to connect to 127.0.0.1:" + std::to_string(listener.Port()) + " due to error 1");
+        EXPECT_EQ(failure.what(), "Unable to connect to 127.0.0.1:" + port.Text() + " due to error 1");
     }
 }
 

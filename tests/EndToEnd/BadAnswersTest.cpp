@@ -1,7 +1,7 @@
 // Servers that answer badly, or not at all.
 
 #include "tests/EndToEnd/Machine.h"
-#include "tests/Fakes/LoopbackPeer.h"
+#include "tests/Fakes/HeldPort.h"
 #include "tests/Fakes/LoopbackServer.h"
 
 namespace Ombry::Tests {
@@ -50,11 +50,9 @@ TEST(BadUrlTest, PortOfTheUrlIsTakenInSixteenBits) {
 }
 
 TEST(BadServerTest, ClosedPortIsAFailedConnection) {
-    LoopbackListener listener;
-    const std::string port = std::to_string(listener.Port());
-    listener.Close();
+    const HeldPort port;
     for (const std::string scheme : {"http", "https"})
-        ExpectException(ListFrom(scheme + "://127.0.0.1:" + port), "Error 11.0");
+        ExpectException(ListFrom(scheme + "://127.0.0.1:" + port.Text()), "Error 11.0");
 }
 
 TEST(BadServerTest, ConnectionThatBreaksIsTriedOnceMore) {

@@ -5,6 +5,7 @@
 #include <regex>
 #include <thread>
 
+#include "tests/Fakes/HeldPort.h"
 #include "tests/EndToEnd/Sandbox.h"
 
 namespace Ombry::Tests {
@@ -346,16 +347,17 @@ TEST_F(EnrollmentTest, TwoRunsAtOnceOnTheSameNamesLeaveWholeFilesThatWork) {
 }
 
 TEST_F(EnrollmentTest, RenewedCertificateOfTheSameKeyIsTrusted) {
-    Begin();
+    const HeldPort port;
+    const Words options{"--port", port.Text(), "--cache-control", AlwaysAsk};
+    Begin(options);
     const std::shared_ptr<TemporaryDirectory> state = sandbox->State();
-    const std::string port = std::to_string(sandbox->Port());
     sandbox->Stop();
     const std::string pem = state->Read("identity.pem");
     const std::shared_ptr<BIO> memory(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), BIO_free);
     CertificateRecipe recipe;
     recipe.key = TestKey(PEM_read_bio_PrivateKey(memory.get(), nullptr, nullptr, nullptr), EVP_PKEY_free);
     state->Write("identity.pem", PemOf(recipe.key) + PemOf(MakeCertificate(recipe)));
-    sandbox = std::make_unique<Sandbox>(Words{"--port", port, "--cache-control", AlwaysAsk}, state);
+    sandbox = std::make_unique<Sandbox>(options, state);
 
     ExpectSuccess(EnrollClient("c1"));
 }

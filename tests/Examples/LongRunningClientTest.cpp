@@ -10,6 +10,7 @@
 #include <sstream>
 #include <string>
 
+#include "tests/Fakes/HeldPort.h"
 #include "tests/EndToEnd/Machine.h"
 #include "tests/EndToEnd/Sandbox.h"
 
@@ -34,7 +35,11 @@ std::size_t Count(const std::string& text, const std::string& part) {
 /// A configured machine on which the client "robot" is enrolled, and the example running there.
 class LongRunningClientTest : public ::testing::Test {
 protected:
-    void StartService(const Words& options = {}) { sandbox = std::make_unique<Sandbox>(options, state); }
+    /// Always on the same port.
+    void StartService(Words options = {}) {
+        options.insert(options.end(), {"--port", port.Text()});
+        sandbox = std::make_unique<Sandbox>(options, state);
+    }
 
     void EnrollRobot() {
         ExpectSuccess(machine.Run({"configure-bootstrap-url", "-u", "admin", "-p", "secret", "-dn", "Sandbox",
@@ -84,6 +89,7 @@ protected:
     }
 
     const std::shared_ptr<TemporaryDirectory> state = std::make_shared<TemporaryDirectory>();
+    const HeldPort port;
     std::unique_ptr<Sandbox> sandbox;
     Machine machine;
 };
@@ -125,7 +131,7 @@ TEST_F(LongRunningClientTest, TokenThatTheServiceRefusesIsReplacedWithinTheCall)
     sandbox->Stop();
 
     AgeTokens(std::chrono::minutes(1));
-    StartService({"--port", std::to_string(sandbox->Port()), "--fault", std::string(Path) + ":1:status=401"});
+    StartService({"--fault", std::string(Path) + ":1:status=401"});
     client = StartClient("0");
     EXPECT_THAT(client->AwaitLine("1: "), StartsWith("1: 200, "));
     client->Signal(SIGTERM);
@@ -139,11 +145,10 @@ TEST_F(LongRunningClientTest, ServiceThatWasDownIsCalledAgainOnceItIsBack) {
     const auto client = StartClient("20");
     long round = 1;
     AwaitOutcome(*client, round, "200, ");
-    const std::string port = std::to_string(sandbox->Port());
     sandbox->Stop();
     EXPECT_THAT(AwaitOutcome(*client, round, "no answer: "),
                 HasSubstr("No IServiceResponse from any servers."));
-    StartService({"--port", port});
+    StartService();
     AwaitOutcome(*client, round, "200, ");
     client->Signal(SIGINT);
     EXPECT_EQ(client->Wait().exitCode, 0);

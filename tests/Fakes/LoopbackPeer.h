@@ -79,7 +79,9 @@ public:
         port = ntohs(family == AF_INET ? reinterpret_cast<sockaddr_in&>(address).sin_port
                                        : reinterpret_cast<sockaddr_in6&>(address).sin6_port);
     }
-    ~LoopbackListener() { Close(); }
+    ~LoopbackListener() {
+        if (descriptor >= 0) close(descriptor);
+    }
     LoopbackListener(const LoopbackListener&) = delete;
     LoopbackListener& operator=(const LoopbackListener&) = delete;
 
@@ -88,20 +90,9 @@ public:
 
     LoopbackPeer Accept() { return LoopbackPeer(accept4(descriptor, nullptr, nullptr, SOCK_CLOEXEC)); }
 
-    /// From now on the port refuses connections.
-    void Close() {
-        if (descriptor >= 0) close(std::exchange(descriptor, -1));
-    }
-
 private:
-    int descriptor;
+    const int descriptor;
     std::uint16_t port = 0;
 };
-
-/// The address of a server that refuses connections.
-inline std::string RefusingUrl() {
-    const LoopbackListener listener;
-    return "http://127.0.0.1:" + std::to_string(listener.Port());
-}
 
 }  // namespace Ombry::Tests

@@ -6,7 +6,7 @@
 #include <mutex>
 
 #include "tests/Fakes/ForwardingSockets.h"
-#include "tests/Fakes/LoopbackPeer.h"
+#include "tests/Fakes/HeldPort.h"
 #include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
 

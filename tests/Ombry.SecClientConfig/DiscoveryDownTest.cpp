@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/Fakes/ForwardingSockets.h"
-#include "tests/Fakes/LoopbackPeer.h"
+#include "tests/Fakes/HeldPort.h"
 #include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
 

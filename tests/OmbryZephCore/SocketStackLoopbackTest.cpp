@@ -3,6 +3,7 @@
 #include "OmbryZephCore/ZephIOTaskManager_Sync.h"
 #include "OmbryZephCore/ZephSocketConnector.h"
 #include "OmbryZephCore/ZephSocketIO.h"
+#include "tests/Fakes/HeldPort.h"
 #include "tests/Fakes/LoopbackPeer.h"
 #include "tests/Fakes/RecordingLogger.h"
 
@@ -84,9 +85,9 @@ TEST_F(SocketStackLoopbackTest, GoesOnToTheAddressOfTheNameThatListens) {
 }
 
 TEST_F(SocketStackLoopbackTest, AClosedPortFailsWithTheSystemsReasonInTheLog) {
-    listener.Close();
-    EXPECT_EQ(connector.Connect("127.0.0.1", listener.Port(), 3, nullptr, 0), 1u);
-    const std::string server = "127.0.0.1:" + std::to_string(listener.Port());
+    const HeldPort port;
+    EXPECT_EQ(connector.Connect("127.0.0.1", port.Port(), 3, nullptr, 0), 1u);
+    const std::string server = "127.0.0.1:" + port.Text();
     EXPECT_THAT(logger->Messages(),
                 ElementsAre(::testing::AnyOf("getsockopt() returned SO_ERROR " + std::to_string(ECONNREFUSED),
                                              "Failed to connect to " + server +
