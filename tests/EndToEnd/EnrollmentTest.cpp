@@ -5,8 +5,8 @@
 #include <regex>
 #include <thread>
 
-#include "tests/Fakes/HeldPort.h"
 #include "tests/EndToEnd/Sandbox.h"
+#include "tests/Fakes/HeldPort.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -10,9 +10,9 @@
 #include <sstream>
 #include <string>
 
-#include "tests/Fakes/HeldPort.h"
 #include "tests/EndToEnd/Machine.h"
 #include "tests/EndToEnd/Sandbox.h"
+#include "tests/Fakes/HeldPort.h"
 
 namespace Ombry::Tests {
 namespace {
