@@ -184,6 +184,8 @@ TEST_F(BootstrapCommandsTest, ConfigureUsesTheIdentityThatIsGiven) {
     ExpectSilentSuccess({"configure-bootstrap-url", "-u", "user", "-p", "pass", "-d", "i1", "-r", Url});
     ASSERT_THAT(service.server->requests, SizeIs(2));
     EXPECT_EQ(service.server->requests[0].find("POST /Base/v1/auth/users/servicetokens HTTP/1.1\r\n"), 0u);
+    EXPECT_NE(service.server->requests[0].find("\r\nAuthorization: Basic dXNlcjpwYXNz\r\n"),
+              std::string::npos);
     ExpectSilentSuccess({"configure-bootstrap-url", "-t", "fixed", "-d", "i1", "-r", Url});
     ASSERT_THAT(service.server->requests, SizeIs(3));
     EXPECT_NE(service.server->requests[2].find("\r\nAuthorization: Bearer fixed\r\n"), std::string::npos);

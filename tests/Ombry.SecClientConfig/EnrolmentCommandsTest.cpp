@@ -76,6 +76,7 @@ TEST_F(EnrolmentCommandsTest, RolesThatDoNotFitEndTheCommandBeforeAnyCall) {
         {R"([[["r"],"a"]])", "ERROR: Expected type '"},
         {R"([["a",[1]]])", "ERROR: Expected type '"},
         {R"(["a"])", "ERROR: Expected type '"},
+        {"null", "ERROR: Expected type '"},
         {"x", "ERROR: Parse failed at offset "},
     };
     for (const auto& [roles, failure] : failures) {
@@ -146,6 +147,35 @@ TEST_F(EnrolmentCommandsTest, UnenrollClientWorksFromTheStoredCredentials) {
 
     EXPECT_FALSE(files.Exists(Security + "/Components/c1/ombrycomponent.config"));
     ExpectSuccess({"unenroll-client", "-u", "a", "-p", "b", "-un", "nosuch"}, {});
+}
+
+TEST_F(EnrolmentCommandsTest, ClientThatActsIsNotTheOneThatIsActedFor) {
+    Store()->Save(std::make_shared<ClientCommunications::ClientCredentials>(
+        std::make_shared<ClientCommunications::WindowsInMemoryDataProtection>(), "c2", "c2-id", "c2-secret"));
+    const std::string own = Security + "/Components/c1/Services/Svc.config";
+    const std::string others = Security + "/Components/c2/Services/Svc.config";
+    const std::string ownRecord = "{\"Version\": \"1.0\", \"Guid\": \"g-1\"}";
+    files.Put(own, ownRecord);
+    files.Put(others, "{\"Version\": \"1.0\", \"Guid\": \"g-2\"}");
+    const auto lastRequest = [this](const Texts& words) {
+        EXPECT_EQ(Tool(words).error, "");
+        return web.Summaries().back();
+    };
+
+    EXPECT_EQ(lastRequest({"unenroll-service", "-n", "c1", "-on", "c2", "-s", "Svc"})
+                  .find("DELETE /v1/services/services/g-2 "),
+              0u);
+    EXPECT_FALSE(files.Exists(others));
+    const std::string enrolled = lastRequest({"enroll-service", "-n", "c1", "-owner", "c2", "-name", "Svc",
+                                              "-url", "u", "-namespace", "S", "-hostname", "h"});
+    EXPECT_NE(enrolled.find("\"clientId\": \"c2-id\""), std::string::npos) << enrolled;
+    EXPECT_TRUE(files.Exists(others));
+    EXPECT_EQ(
+        lastRequest({"unenroll-client", "-n", "c1", "-un", "c2"}).find("DELETE /v1/auth/clients/c2-id "), 0u);
+    EXPECT_FALSE(files.Exists(Security + "/Components/c2/ombrycomponent.config"));
+
+    EXPECT_EQ(files.Content(own), ownRecord);
+    EXPECT_TRUE(files.Exists(Security + "/Components/c1/ombrycomponent.config"));
 }
 
 class IdentityTest : public EnrolmentCommandsTest, public testing::WithParamInterface<Texts> {
