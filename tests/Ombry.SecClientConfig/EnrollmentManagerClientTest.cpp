@@ -207,6 +207,21 @@ TEST_F(EnrollmentManagerClientTest, CredentialsThatCannotBeSavedLeaveAClientThat
     EXPECT_EQ(steps.back(), "BeginReplace " + CredentialsPath("a") + " Synced");  // and no deletion after it
 }
 
+TEST_F(EnrollmentManagerClientTest, RecordsLieWhereTheyLayWhenTheManagerWasMade) {
+    Answer({{"POST " + Enroll, {201, ""}}});
+    auto manager = Manager();
+    FakeKnownFolders moved("/moved");
+    const Platform::Testing::Replace<Platform::IKnownFolders> replaced(moved);
+
+    manager.EnrollClient(Request("a"));
+
+    EXPECT_EQ(steps,
+              Join({{"Read " + CredentialsPath("a")},
+                    {"Read /moved/Quennet/common.config", "Read " + Security + "/CS/datacenterid.config"},
+                    EnrollCall(),
+                    Save(CredentialsPath("a"))}));
+}
+
 TEST_F(EnrollmentManagerClientTest, NameIsRequired) {
     EXPECT_EQ(Failure([&] { Manager().EnrollClient({}); }), "property is not set");
     EXPECT_EQ(steps, Texts{});
