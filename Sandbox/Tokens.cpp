@@ -45,6 +45,8 @@ std::optional<std::string> DecodeUrl(std::string_view text) {
             data += static_cast<char>(static_cast<unsigned char>(bits >> count & 0xff));
         }
     }
+    // A token has one spelling: the bits behind the last whole byte are zero, and less than a character.
+    if (count == 6 || (bits & ((1u << count) - 1)) != 0) return std::nullopt;
     return data;
 }
 
