@@ -1,10 +1,14 @@
 #include "Sandbox/Identity.h"
 
+#include <fcntl.h>
 #include <openssl/bio.h>
 #include <openssl/ec.h>
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
+#include <sys/file.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <stdexcept>
 #include <vector>
 
@@ -14,6 +18,26 @@
 
 namespace Ombry::Sandbox {
 namespace {
+
+/// A folder that is locked until the end of the scope.
+class FolderLock {
+public:
+    explicit FolderLock(const std::string& folder)
+        : descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+        if (descriptor < 0) throw std::runtime_error("Cannot open the folder '" + folder + "'.");
+        while (flock(descriptor, LOCK_EX) != 0) {
+            if (errno == EINTR) continue;
+            close(descriptor);
+            throw std::runtime_error("Cannot lock the folder '" + folder + "'.");
+        }
+    }
+    ~FolderLock() { close(descriptor); }
+    FolderLock(const FolderLock&) = delete;
+    FolderLock& operator=(const FolderLock&) = delete;
+
+private:
+    const int descriptor;
+};
 
 using MemoryBio = std::unique_ptr<BIO, decltype(&BIO_free)>;
 
@@ -33,6 +57,8 @@ void AddExtension(X509* certificate, int nid, const char* value) {
 }  // namespace
 
 Identity::Identity(const std::string& stateFolder) {
+    // Of several instances that start at once in a new folder one makes the identity, and the others find it.
+    const FolderLock lock(stateFolder);
     const std::string path = stateFolder + "/identity.pem";
     if (Read(path)) return;
     Make();
@@ -41,11 +67,22 @@ Identity::Identity(const std::string& stateFolder) {
 
 bool Identity::Read(const std::string& path) {
     const auto text = Platform::Files().Read(path);
-    if (!text) return false;
+    if (!text) {
+        // One that is there but cannot be read is never replaced: tokens and clients depend on it.
+        if (text.Error() != ENOENT) throw std::runtime_error("Cannot read '" + path + "'.");
+        return false;
+    }
     const MemoryBio bio(BIO_new_mem_buf(text->data(), static_cast<int>(text->size())), BIO_free);
-    key.reset(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr));
+    const auto noPassphrase = [](char*, int, int, void*) { return 0; };  // the default asks at the terminal
+    key.reset(PEM_read_bio_PrivateKey(bio.get(), nullptr, noPassphrase, nullptr));
     certificate.reset(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
     if (!key || !certificate) throw std::runtime_error("'" + path + "' holds no key and certificate.");
+    char group[64] = "";
+    if (EVP_PKEY_get_group_name(key.get(), group, sizeof group, nullptr) != 1 ||
+        std::string_view(group) != "prime256v1" ||
+        X509_check_private_key(certificate.get(), key.get()) != 1) {
+        throw std::runtime_error("'" + path + "' holds no P-256 key with its certificate.");
+    }
     return true;
 }
 

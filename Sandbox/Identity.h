@@ -16,10 +16,11 @@ struct FreeCertificate {
 };
 
 /// The service's key and self-signed certificate: made at the first start in a state folder and kept there,
-/// readable by their owner alone.
+/// readable by their owner alone. Instances that share the folder share them, even if they start at once.
 class Identity {
 public:
-    /// `std::runtime_error` if they can be neither read nor made.
+    /// `std::runtime_error` if they can be neither read nor made. What is there and is not a P-256 key with
+    /// its certificate is a failure, and is left as it is.
     explicit Identity(const std::string& stateFolder);
 
     EVP_PKEY* Key() const { return key.get(); }
