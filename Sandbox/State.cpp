@@ -8,11 +8,13 @@
 #include <stdexcept>
 
 #include "Platform/IRandom.h"
+#include "Sandbox/Json.h"
 
 namespace Ombry::Sandbox {
 namespace {
 
 constexpr int HashRounds = 10000;
+constexpr int BusyMilliseconds = 5000;  ///< how long another instance may hold the database
 
 std::string HashSecret(const std::string& secret, const std::string& salt) {
     std::string hash(32, '\0');
@@ -31,12 +33,14 @@ std::string NewSalt() {
     return std::string(bytes.begin(), bytes.end());
 }
 
-/// Roles are stored as one text, each between bars, so that one can be searched for.
+/// Roles are stored as one JSON array, in which the database can search for any text.
 std::string JoinRoles(const std::vector<std::string>& roles) {
-    std::string text = "|";
-    for (const std::string& role : roles)
-        text += role + "|";
-    return text;
+    return WriteJson([&](JsonWriter& writer) {
+        writer.StartArray();
+        for (const std::string& role : roles)
+            WriteText(writer, role);
+        writer.EndArray();
+    });
 }
 
 constexpr const char* Schema =
@@ -109,31 +113,23 @@ private:
 
 State::State(const std::string& stateFolder) {
     const std::string path = stateFolder + "/state.sqlite";
-    if (sqlite3_open(path.c_str(), &database) != SQLITE_OK) {
-        const std::string text = sqlite3_errmsg(database);
-        sqlite3_close(database);
-        throw std::runtime_error("Cannot open '" + path + "': " + text);
+    bool opened = sqlite3_open(path.c_str(), &database) == SQLITE_OK;
+    if (opened) {
+        sqlite3_busy_timeout(database, BusyMilliseconds);
+        opened = Execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;") && Execute(Schema);
     }
-    sqlite3_busy_timeout(database, 5000);
-    try {
-        Execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;");
-        Execute(Schema);
-    } catch (...) {
-        sqlite3_close(database);
-        throw;
-    }
+    if (opened) return;
+    const std::string text = sqlite3_errmsg(database);
+    sqlite3_close(database);
+    throw std::runtime_error("Cannot open '" + path + "': " + text);
 }
 
 State::~State() {
     sqlite3_close(database);
 }
 
-void State::Execute(const char* sql) {
-    char* message = nullptr;
-    if (sqlite3_exec(database, sql, nullptr, nullptr, &message) == SQLITE_OK) return;
-    const std::string text = message ? message : "unknown failure";
-    sqlite3_free(message);
-    throw std::runtime_error("Database: " + text);
+bool State::Execute(const char* sql) {
+    return sqlite3_exec(database, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
 }
 
 bool State::AddClient(const ClientRecord& client) {
@@ -166,8 +162,9 @@ bool State::IsClientSecret(const std::string& id, const std::string& secret) {
 
 bool State::RemoveClient(const std::string& id) {
     std::lock_guard guard(mutex);
-    // Its tokens stop working with it.
-    Statement(database, "DELETE FROM tokens WHERE subject=?", {id}).Step();
+    // Its tokens stop working with it. What is no client may be the subject of a user's tokens, which stay.
+    Statement(database, "DELETE FROM tokens WHERE subject IN (SELECT id FROM clients WHERE id=?)", {id})
+        .Step();
     return Statement(database, "DELETE FROM clients WHERE id=?", {id}).Changed();
 }
 
@@ -195,7 +192,8 @@ std::vector<ServiceRecord> State::FindServices(const ServiceQuery& query) {
         database,
         "SELECT id, name, client, url, cert, host, namespace, datacenter FROM services WHERE "
         "(?1='0' OR '1'||id=?1) AND (?2='0' OR '1'||name=?2) AND (?3='0' OR '1'||client=?3) AND "
-        "(?4='0' OR instr(roles, '|'||substr(?4,2)||'|')>0) AND (?5='0' OR '1'||namespace=?5) AND "
+        "(?4='0' OR EXISTS (SELECT 1 FROM json_each(roles) WHERE value=substr(?4,2))) AND (?5='0' OR "
+        "'1'||namespace=?5) AND "
         "(?6='0' OR '1'||host=?6) ORDER BY id",
         {given(query.id), given(query.name), given(query.parentId), given(query.role), given(query.nameSpace),
          given(query.host)});

@@ -38,12 +38,12 @@ struct InstanceRecord {
 
 /// How services are looked up: all given parts must match.
 struct ServiceQuery {
-    std::optional<std::string> id;
-    std::optional<std::string> name;
-    std::optional<std::string> parentId;
-    std::optional<std::string> role;
-    std::optional<std::string> nameSpace;
-    std::optional<std::string> host;
+    std::optional<std::string> id = {};
+    std::optional<std::string> name = {};
+    std::optional<std::string> parentId = {};
+    std::optional<std::string> role = {};
+    std::optional<std::string> nameSpace = {};
+    std::optional<std::string> host = {};
 };
 
 /// What the service knows, in an SQLite file that several instances may share. It survives a restart. Any
@@ -75,7 +75,7 @@ public:
 private:
     class Statement;
 
-    void Execute(const char* sql);
+    bool Execute(const char* sql);
 
     std::mutex mutex;
     sqlite3* database = nullptr;  // guarded by mutex
