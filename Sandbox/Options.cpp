@@ -31,10 +31,21 @@ std::vector<std::string> SplitList(const std::string& text) {
 
 DatacenterOption ParseDatacenter(const std::string& text) {
     const std::size_t equals = text.find('=');
-    if (equals == 0 || equals == std::string::npos) {
+    if (equals == 0 || equals == std::string::npos || equals + 1 == text.size()) {
         throw std::invalid_argument("--datacenter wants ID=NAME, not '" + text + "'");
     }
     return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+std::vector<std::string> ParseRights(const std::string& text) {
+    static constexpr std::string_view Known[] = {"enroll-clients", "unenroll-clients", "enroll-services",
+                                                 "unenroll-services"};
+    std::vector<std::string> rights = SplitList(text);
+    for (const std::string& right : rights) {
+        if (std::find(std::begin(Known), std::end(Known), right) == std::end(Known))
+            throw std::invalid_argument("--client-rights knows no '" + right + "'");
+    }
+    return rights;
 }
 
 std::string ParseBasePath(std::string path) {
@@ -44,6 +55,23 @@ std::string ParseBasePath(std::string path) {
     return path;
 }
 
+/// Fills in what depends on the datacenters, and refuses those that cannot be told apart.
+void CompleteDatacenters(Options& options) {
+    auto& datacenters = options.datacenters;
+    if (datacenters.empty()) datacenters.push_back({"5ad7b0c2-0001-4c00-8000-000000000001", "Sandbox"});
+    if (options.ownDatacenter.empty()) options.ownDatacenter = datacenters.front().id;
+    const auto count = [&](const std::string& id) {
+        return std::count_if(datacenters.begin(), datacenters.end(),
+                             [&](const DatacenterOption& datacenter) { return datacenter.id == id; });
+    };
+    for (const DatacenterOption& datacenter : datacenters) {
+        if (count(datacenter.id) > 1)
+            throw std::invalid_argument("There are two datacenters '" + datacenter.id + "'");
+    }
+    if (count(options.ownDatacenter) == 0)
+        throw std::invalid_argument("--own-datacenter is no datacenter: '" + options.ownDatacenter + "'");
+}
+
 }  // namespace
 
 const char* const UsageText =
@@ -51,7 +79,9 @@ const char* const UsageText =
     "\n"
     "A small Security Framework service to try the tool against. It prints one line of JSON when it is "
     "ready, logs\n"
-    "one line a request on the standard error stream, and stops on SIGTERM or SIGINT.\n"
+    "one line a request on the standard error stream, and stops on SIGTERM or SIGINT. Of an option that is "
+    "given\n"
+    "twice and may not be repeated, the last one counts.\n"
     "\n"
     "    --address ADDRESS        listening address (127.0.0.1)\n"
     "    --port PORT              listening port; 0 lets the system pick (0)\n"
@@ -90,18 +120,29 @@ Options ParseOptions(int argc, char** argv) {
     const auto text = [](std::string& target) -> Take {
         return [&target](const std::string& value) { target = value; };
     };
+    const auto filledText = [](const std::string& name, std::string& target) -> Take {
+        return [&target, name](const std::string& value) {
+            if (value.empty()) throw std::invalid_argument(name + " wants a value");
+            target = value;
+        };
+    };
     const std::map<std::string, Take> valued{
-        {"--address", text(options.address)},
+        {"--address", filledText("--address", options.address)},
         {"--port",
          [&](const std::string& v) { options.port = static_cast<int>(ParseNumber("--port", v, 0, 65535)); }},
-        {"--state", text(options.stateFolder)},
+        {"--state", filledText("--state", options.stateFolder)},
         {"--base-path", [&](const std::string& v) { options.basePath = ParseBasePath(v); }},
-        {"--user", text(options.user)},
+        {"--user",
+         [&](const std::string& v) {
+             if (v.find(':') != std::string::npos)
+                 throw std::invalid_argument("--user must not hold a colon");
+             options.user = v;
+         }},
         {"--password", text(options.password)},
         {"--install-token", text(options.installToken)},
         {"--datacenter", [&](const std::string& v) { options.datacenters.push_back(ParseDatacenter(v)); }},
         {"--own-datacenter", text(options.ownDatacenter)},
-        {"--client-rights", [&](const std::string& v) { options.clientRights = SplitList(v); }},
+        {"--client-rights", [&](const std::string& v) { options.clientRights = ParseRights(v); }},
         {"--cache-control", text(options.cacheControl)},
         {"--token-seconds",
          [&](const std::string& v) {
@@ -120,10 +161,7 @@ Options ParseOptions(int argc, char** argv) {
             throw std::invalid_argument("Unknown option '" + name + "'");
         }
     }
-    if (options.datacenters.empty()) {
-        options.datacenters.push_back({"5ad7b0c2-0001-4c00-8000-000000000001", "Sandbox"});
-    }
-    if (options.ownDatacenter.empty()) options.ownDatacenter = options.datacenters.front().id;
+    CompleteDatacenters(options);
     return options;
 }
 
