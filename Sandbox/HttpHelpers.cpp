@@ -1,9 +1,7 @@
 #include "Sandbox/HttpHelpers.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 
 #include "Platform/ICertificates.h"
@@ -32,23 +30,58 @@ std::vector<std::string> SplitPath(const std::string& path) {
     }
 }
 
-/// Whether the other end of a socket is this address and port.
-bool IsPeer(int socket, const std::string& address, int port) {
-    sockaddr_storage peer{};
-    socklen_t length = sizeof peer;
-    if (getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &length) != 0) return false;
-    char text[INET6_ADDRSTRLEN] = "";
-    std::uint16_t peerPort = 0;
-    if (peer.ss_family == AF_INET) {
-        const auto& ip = reinterpret_cast<const sockaddr_in&>(peer);
-        inet_ntop(AF_INET, &ip.sin_addr, text, sizeof text);
-        peerPort = ntohs(ip.sin_port);
-    } else if (peer.ss_family == AF_INET6) {
-        const auto& ip = reinterpret_cast<const sockaddr_in6&>(peer);
-        inet_ntop(AF_INET6, &ip.sin6_addr, text, sizeof text);
-        peerPort = ntohs(ip.sin6_port);
+bool IsEqualIgnoringCase(std::string_view left, std::string_view right) {
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(), [](char a, char b) {
+        return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+    });
+}
+
+/// What an Authorization header says behind its scheme, whose case does not matter (RFC 9110, section 11.1).
+std::optional<std::string> CredentialsOf(const httplib::Request& request, std::string_view scheme) {
+    const std::string value = request.get_header_value("Authorization");
+    const std::size_t blank = value.find(' ');
+    if (blank == std::string::npos || !IsEqualIgnoringCase(value.substr(0, blank), scheme))
+        return std::nullopt;
+    return value.substr(blank + 1);
+}
+
+bool IsListOfTexts(const rapidjson::Value& value) {
+    return value.IsArray() && std::all_of(value.Begin(), value.End(),
+                                          [](const rapidjson::Value& element) { return element.IsString(); });
+}
+
+/// A member that is not set is sent as null.
+bool Fits(const rapidjson::Value& value, Shape shape) {
+    if (value.IsNull()) return true;
+    switch (shape) {
+        case Shape::Text:
+            return value.IsString();
+        case Shape::Texts:
+            return IsListOfTexts(value);
+        case Shape::Object:
+            return value.IsObject();
+        case Shape::Array:
+            return value.IsArray();
+        case Shape::Number:
+            return value.IsInt();
     }
-    return peerPort == port && address == text;
+    return false;
+}
+
+/// Bytes that could end the line or command a terminal are written as their numbers.
+std::string Printable(const std::string& text) {
+    std::string line;
+    for (const char c : text) {
+        if (c >= ' ' && c <= '~') {
+            line += c;
+        } else {
+            char number[5];
+            std::snprintf(number, sizeof number, "\\x%02X",
+                          static_cast<unsigned>(static_cast<unsigned char>(c)));
+            line += number;
+        }
+    }
+    return line;
 }
 
 }  // namespace
@@ -77,30 +110,60 @@ void SendCreated(httplib::Response& response, const std::string& id) {
 }
 
 std::optional<std::pair<std::string, std::string>> ParseBasic(const httplib::Request& request) {
-    const std::string value = request.get_header_value("Authorization");
-    if (!value.starts_with("Basic ")) return std::nullopt;
-    const std::string plain = DecodeBase64(value.substr(6));
+    const auto credentials = CredentialsOf(request, "Basic");
+    if (!credentials) return std::nullopt;
+    const std::string plain = DecodeBase64(*credentials);
     const std::size_t colon = plain.find(':');
     if (colon == std::string::npos) return std::nullopt;
     return std::pair(plain.substr(0, colon), plain.substr(colon + 1));
 }
 
 std::string ParseBearer(const httplib::Request& request) {
-    const std::string value = request.get_header_value("Authorization");
-    return value.starts_with("Bearer ") ? value.substr(7) : std::string();
+    return CredentialsOf(request, "Bearer").value_or(std::string());
+}
+
+bool HasMediaType(const httplib::Request& request, std::string_view type) {
+    const std::string value = request.get_header_value("Content-Type");
+    return IsEqualIgnoringCase(value.substr(0, value.find_first_of("; \t")), type);
+}
+
+std::optional<Form> ParseForm(const std::string& body) {
+    Form form;
+    for (std::size_t begin = 0; begin < body.size();) {
+        const std::size_t end = std::min(body.find('&', begin), body.size());
+        const std::string pair = body.substr(begin, end - begin);
+        begin = end + 1;
+        const std::size_t equals = std::min(pair.find('='), pair.size());
+        const std::string value = pair.substr(std::min(equals + 1, pair.size()));
+        const bool isNew = form.emplace(httplib::detail::decode_url(pair.substr(0, equals), true),
+                                        httplib::detail::decode_url(value, true))
+                               .second;
+        if (!isNew) return std::nullopt;
+    }
+    return form;
 }
 
 bool ParseObject(const httplib::Request& request, httplib::Response& response, rapidjson::Document& body) {
-    if (!request.get_header_value("Content-Type").starts_with("application/json")) {
+    if (!HasMediaType(request, "application/json")) {
         SendError(response, 415, "invalid_request", "The body must be JSON.");
         return false;
     }
-    body.Parse(request.body.c_str());
-    if (body.HasParseError() || !body.IsObject()) {
+    // The parser ends at a zero byte, whatever comes behind it.
+    constexpr unsigned flags = rapidjson::kParseDefaultFlags | rapidjson::kParseValidateEncodingFlag;
+    body.Parse<flags>(request.body.data(), request.body.size());
+    if (body.HasParseError() || !body.IsObject() || request.body.find('\0') != std::string::npos) {
         SendError(response, 400, "invalid_request", "The body must be a JSON object.");
         return false;
     }
     return true;
+}
+
+const char* FindUnfit(const rapidjson::Value& object, std::span<const Member> members) {
+    for (const auto& [key, shape] : members) {
+        const auto member = object.FindMember(key);
+        if (member != object.MemberEnd() && !Fits(member->value, shape)) return key;
+    }
+    return nullptr;
 }
 
 bool HasObject(const rapidjson::Value& object, const char* key) {
@@ -119,28 +182,21 @@ std::vector<std::string> TextsMember(const rapidjson::Value& object, const char*
 }
 
 std::optional<ServiceQuery> ParseServiceQuery(const std::string& path) {
+    static const std::map<std::string, std::optional<std::string> ServiceQuery::*> fields{
+        {"id", &ServiceQuery::id},     {"name", &ServiceQuery::name},
+        {"role", &ServiceQuery::role}, {"parent-id", &ServiceQuery::parentId},
+        {"host", &ServiceQuery::host}, {"namespace", &ServiceQuery::nameSpace},
+    };
     const std::vector<std::string> parts = SplitPath(path);
     if (parts.size() % 2 != 0) return std::nullopt;
     ServiceQuery query;
     for (std::size_t i = 0; i < parts.size(); i += 2) {
-        const std::string& key = parts[i];
-        const std::string& value = parts[i + 1];
-        if (key == "id") {
-            query.id = value;
-        } else if (key == "name") {
-            query.name = value;
-        } else if (key == "parent-id") {
-            query.parentId = value;
-        } else if (key == "role") {
-            query.role = value;
-        } else if (key == "namespace") {
-            query.nameSpace = value;
-        } else if (key == "host") {
-            query.host = value;
-        } else {
-            return std::nullopt;
-        }
+        const auto field = fields.find(parts[i]);
+        if (field == fields.end() || query.*field->second) return std::nullopt;
+        query.*field->second = parts[i + 1];
     }
+    // One service is asked for by its id alone, several by their name and perhaps more.
+    if (query.id ? parts.size() != 2 : parts[0] != "name") return std::nullopt;
     return query;
 }
 
@@ -168,8 +224,8 @@ void LogRequest(const httplib::Request& request, const httplib::Response& respon
     const std::int64_t now = Platform::WallSeconds();
     const std::int64_t inDay = now % 86400;
     std::fprintf(stderr, "%02d:%02d:%02d %s %s %d\n", static_cast<int>(inDay / 3600),
-                 static_cast<int>(inDay / 60 % 60), static_cast<int>(inDay % 60), request.method.c_str(),
-                 request.path.c_str(), response.status);
+                 static_cast<int>(inDay / 60 % 60), static_cast<int>(inDay % 60),
+                 Printable(request.method).c_str(), Printable(request.path).c_str(), response.status);
 }
 
 std::string EscapeForRegex(const std::string& text) {
@@ -179,16 +235,6 @@ std::string EscapeForRegex(const std::string& text) {
         escaped += c;
     }
     return escaped;
-}
-
-void ResetConnection(const httplib::Request& request) {
-    // The library does not show its sockets, so the one with this peer is looked for.
-    for (int socket = 3; socket < 1024; ++socket) {
-        if (!IsPeer(socket, request.remote_addr, request.remote_port)) continue;
-        const linger none{1, 0};  // closing without lingering is a reset
-        setsockopt(socket, SOL_SOCKET, SO_LINGER, &none, sizeof none);
-        shutdown(socket, SHUT_RDWR);
-    }
 }
 
 }  // namespace Ombry::Sandbox

@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <stdexcept>
 #include <thread>
 
@@ -54,16 +55,22 @@ int Run(int argc, char** argv) {
     State state(options.stateFolder);
     Service service(options, identity, state);
     const int port = service.Bind();
+    PrintReadyLine(service, port, identity);
     std::thread stopper([&] {
         int signal = 0;
         sigwait(&signals, &signal);
         service.Stop();
     });
-    PrintReadyLine(service, port, identity);
-    service.Serve();
+    std::exception_ptr failure;
+    try {
+        service.Serve();
+    } catch (...) {
+        failure = std::current_exception();
+    }
     // If serving ended by itself, the stopper still waits for its signal.
     kill(getpid(), SIGTERM);
     stopper.join();
+    if (failure) std::rethrow_exception(failure);
     return 0;
 }
 

@@ -3,11 +3,15 @@
 #include <openssl/crypto.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <functional>
+#include <span>
 #include <stdexcept>
 
 #include "Platform/IClock.h"
 #include "Platform/IRandom.h"
+#include "Sandbox/Connections.h"
 #include "Sandbox/HttpHelpers.h"
 #include "Sandbox/Tokens.h"
 
@@ -17,6 +21,9 @@ namespace {
 constexpr const char* AuthService = "v1-auth";
 constexpr const char* DiscoveryService = "v1-service";
 constexpr const char* DatacenterService = "v1-ddbmanagement";
+
+constexpr std::size_t LargestBody = 1 << 20;
+constexpr auto HangUpInterval = std::chrono::milliseconds(100);  ///< between two looks at a connection
 
 std::string NewId() {
     const Platform::Guid guid = Platform::Random().NewGuid();
@@ -29,6 +36,90 @@ std::string NewId() {
 
 bool IsEqualSecret(const std::string& left, const std::string& right) {
     return left.size() == right.size() && CRYPTO_memcmp(left.data(), right.data(), left.size()) == 0;
+}
+
+/// Where the authorisation of a request by name and secret failed.
+void RefuseBasic(httplib::Response& response) {
+    response.set_header("WWW-Authenticate", "Basic realm=\"sandbox\"");
+    SendError(response, 401, "invalid_client", "Name or secret is wrong.");
+}
+
+/// Answers that have no body, whatever they say (RFC 9110, section 6.4.1).
+bool IsWithoutContent(int status) {
+    return status == 204 || status == 205 || status == 304;
+}
+
+/// What the library found wrong with a request.
+const char* DescribeStatus(int status) {
+    switch (status) {
+        case 404:
+            return "There is no such call.";
+        case 413:
+            return "The body is too large.";
+        case 414:
+            return "The address is too long.";
+        default:
+            return "The request cannot be understood.";
+    }
+}
+
+/// Reads the body of a request. What is beyond the limit is read and forgotten: it may be much more than was
+/// announced, if anything was (chunks, compression), and left unread it would be taken for the next request.
+/// Answers itself if there is no good body.
+bool ReadBody(const httplib::Request& request, httplib::Response& response,
+              const httplib::ContentReader& reader, std::string& body) {
+    // The library would wait for the end of the connection, but such a request has no body (RFC 9112,
+    // section 6.3).
+    if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding")) return true;
+    bool tooLarge = false;
+    const auto take = [&](const char* data, std::size_t size) {
+        tooLarge = tooLarge || size > LargestBody - body.size();
+        if (!tooLarge) body.append(data, size);
+        return true;
+    };
+    const auto ignorePart = [](const httplib::MultipartFormData&) { return true; };
+    const bool good = request.is_multipart_form_data() ? reader(ignorePart, take) : reader(take);
+    if (good && !tooLarge) return true;
+    // The library has set the status of what it could not read.
+    const int status = tooLarge ? 413 : response.status < 400 ? 400 : response.status;
+    SendError(response, status, "invalid_request", DescribeStatus(status));
+    return false;
+}
+
+constexpr Member ClientMembers[] = {
+    {"id", Shape::Text},
+    {"clientSecretId", Shape::Text},
+    {"publicCertPem", Shape::Text},
+    {"groups", Shape::Texts},
+    {"description", Shape::Text},
+    {"datacenterId", Shape::Text},
+    {"rolesPerService", Shape::Object},
+};
+
+constexpr Member ServiceMembers[] = {
+    {"serviceId", Shape::Text},    {"serviceName", Shape::Text},     {"clientId", Shape::Text},
+    {"directUrl", Shape::Text},    {"directCert", Shape::Text},      {"endpointUrl", Shape::Text},
+    {"endpointCert", Shape::Text}, {"serviceHostname", Shape::Text}, {"serviceNamespace", Shape::Text},
+    {"datacenterID", Shape::Text}, {"links", Shape::Object},         {"roles", Shape::Texts},
+    {"ttlSeconds", Shape::Number}, {"status", Shape::Text},          {"serviceProps", Shape::Array},
+};
+
+/// The body as a JSON object whose members fit; answers itself if it is none.
+bool ParseBody(const httplib::Request& request, httplib::Response& response, rapidjson::Document& body,
+               std::span<const Member> members) {
+    if (!ParseObject(request, response, body)) return false;
+    const char* const unfit = FindUnfit(body, members);
+    if (!unfit) return true;
+    SendError(response, 400, "invalid_request", std::string("'") + unfit + "' is of the wrong type.");
+    return false;
+}
+
+/// The host of a base URL as it was made here: between "://" and the last colon before the path.
+std::string HostOf(const std::string& baseUrl) {
+    const std::size_t begin = baseUrl.find("://") + 3;
+    const std::string authority = baseUrl.substr(begin, baseUrl.find('/', begin) - begin);
+    const std::string host = authority.substr(0, authority.rfind(':'));
+    return host.starts_with('[') ? host.substr(1, host.size() - 2) : host;
 }
 
 }  // namespace
@@ -44,7 +135,7 @@ Service::Service(const Options& options, const Identity& identity, State& state)
     for (const std::string& fault : options.faults)
         faults.Add(fault);
     server->set_tcp_nodelay(true);
-    server->set_payload_max_length(1 << 20);
+    server->set_payload_max_length(LargestBody);
     // The library asks for its threads when it begins to serve.
     server->new_task_queue = [this] {
         std::lock_guard guard(mutex);
@@ -61,18 +152,22 @@ Service::Service(const Options& options, const Identity& identity, State& state)
     // already: the lines would not stand in the order of the requests.
     server->set_post_routing_handler(
         [](const Request& request, const Response& response) { LogRequest(request, response); });
+    server->set_logger([this](const Request& request, const Response&) {
+        std::lock_guard guard(mutex);
+        answering.erase(request.remote_port);
+    });
     server->set_exception_handler([](const Request&, Response& response, std::exception_ptr) {
         SendError(response, 500, "server_error", "The request could not be carried out.");
     });
     server->set_error_handler([](const Request&, Response& response) {
         if (response.body.empty())
-            SendError(response, response.status, "invalid_request", "There is no such call.");
+            SendError(response, response.status, "invalid_request", DescribeStatus(response.status));
     });
     AddRoutes();
 }
 
 int Service::Bind() {
-    int port = options.port;
+    port = options.port;
     if (port == 0) {
         port = server->bind_to_any_port(options.address);
     } else if (!server->bind_to_port(options.address, port)) {
@@ -92,6 +187,11 @@ int Service::Bind() {
 
 void Service::Serve() {
     server->listen_after_bind();
+    {
+        std::lock_guard guard(mutex);
+        served = true;
+        condition.notify_all();
+    }
     state.RemoveInstance(baseUrl);
 }
 
@@ -107,6 +207,16 @@ void Service::Stop() {
         condition.wait(lock, [this] { return serving; });
     }
     server->stop();
+    // What is being answered is waited for, but neither connections that idle nor requests that never end.
+    // One that was accepted at the last moment, or has its answer now, is found in a later round.
+    do {
+        std::set<int> peerPorts;
+        {
+            std::lock_guard guard(mutex);
+            peerPorts = answering;
+        }
+        EndReading(port, peerPorts);
+    } while (!Await(HangUpInterval, served));
 }
 
 void Service::AddRoutes() {
@@ -115,21 +225,30 @@ void Service::AddRoutes() {
             if (!InjectFault(request, response)) (this->*handler)(request, response);
         };
     };
+    const auto bindBody = [this](std::function<void(const Request&, Response&)> handler) {
+        return
+            [this, handler](const Request& head, Response& response, const httplib::ContentReader& reader) {
+                Request request = head;
+                if (!ReadBody(head, response, reader, request.body)) return;
+                if (!InjectFault(request, response)) handler(request, response);
+            };
+    };
     const std::string base = EscapeForRegex(options.basePath);
     server->Get(base + "/v1/ddb/datacenters", bind(&Service::ListDatacenters));
-    server->Post(base + "/v1/auth/locationawareclients", bind(&Service::EnrollClient));
+    server->Post(base + "/v1/auth/locationawareclients",
+                 bindBody(std::bind_front(&Service::EnrollClient, this)));
     server->Delete(base + "/v1/auth/clients", bind(&Service::DeleteSelf));
     server->Delete(base + "/v1/auth/clients/([^/]*)", bind(&Service::DeleteClient));
-    server->Post(base + "/v1/services/services", bind(&Service::EnrollService));
+    server->Post(base + "/v1/services/services", bindBody(std::bind_front(&Service::EnrollService, this)));
     server->Delete(base + "/v1/services/services/([^/]*)", bind(&Service::DeleteService));
     server->Get(base + "/services/services/nonsecure/name/([^/]*)", bind(&Service::FindOpen));
-    server->Get(base + "/services/services?/secure/(.*)", bind(&Service::FindSecure));
-    server->Post(base + "/sandbox/faults", bind(&Service::AddFault));
+    server->Get(base + "/services/(services?)/secure/(.*)", bind(&Service::FindSecure));
+    server->Post(base + "/sandbox/faults", bindBody(std::bind_front(&Service::AddFault, this)));
     for (const bool forUsers : {true, false}) {
         server->Post(base + "/v1/auth/" + (forUsers ? "users" : "clients") + "/servicetokens",
-                     [this, forUsers](const Request& request, Response& response) {
-                         if (!InjectFault(request, response)) IssueToken(request, response, forUsers);
-                     });
+                     bindBody([this, forUsers](const Request& request, Response& response) {
+                         IssueToken(request, response, forUsers);
+                     }));
     }
 }
 
@@ -158,18 +277,16 @@ bool Service::IsDatacenter(const std::string& id) const {
 /// RFC 6749, section 4.4, with the name of the service as a parameter of the system's own.
 void Service::IssueToken(const Request& request, Response& response, bool forUsers) {
     const auto name = CheckBasic(request, forUsers);
-    if (!name) {
-        response.set_header("WWW-Authenticate", "Basic realm=\"sandbox\"");
-        return SendError(response, 401, "invalid_client", "Name or secret is wrong.");
-    }
-    const std::string type = request.get_header_value("Content-Type");
-    if (!type.starts_with("application/x-www-form-urlencoded")) {
+    if (!name) return RefuseBasic(response);
+    if (!HasMediaType(request, "application/x-www-form-urlencoded"))
         return SendError(response, 415, "invalid_request", "The body must be a form.");
-    }
-    if (request.get_param_value("grant_type") != "client_credentials") {
+    auto form = ParseForm(request.body);
+    if (!form) return SendError(response, 400, "invalid_request", "A parameter is given twice.");
+    const std::string grantType = (*form)["grant_type"];
+    if (grantType.empty()) return SendError(response, 400, "invalid_request", "grant_type is missing.");
+    if (grantType != "client_credentials")
         return SendError(response, 400, "unsupported_grant_type", "Only client_credentials is known.");
-    }
-    const std::string serviceName = request.get_param_value("servicename");
+    const std::string serviceName = (*form)["servicename"];
     if (serviceName.empty()) return SendError(response, 400, "invalid_request", "servicename is missing.");
     if (!IsKnownService(serviceName)) {
         return SendError(response, 400, "invalid_target", "There is no service of that name.");
@@ -178,6 +295,8 @@ void Service::IssueToken(const Request& request, Response& response, bool forUse
     const TokenClaims claims{NewId(), forUsers ? "user:" + *name : *name, serviceName,
                              now + options.tokenSeconds};
     state.AddToken(claims.id, claims.subject, claims.expires);
+    response.set_header("Cache-Control", "no-store");
+    response.set_header("Pragma", "no-cache");
     SendJson(response, 200, [&](JsonWriter& writer) {
         writer.StartObject();
         WriteMember(writer, "token_type", "Bearer");
@@ -235,7 +354,7 @@ void Service::EnrollClient(const Request& request, Response& response) {
     const auto caller = Authenticate(request, response, AuthService);
     if (!caller || !HasRight(*caller, "enroll-clients", response)) return;
     rapidjson::Document body;
-    if (!ParseObject(request, response, body)) return;
+    if (!ParseBody(request, response, body, ClientMembers)) return;
     const ClientRecord client{TextMember(body, "id"), TextMember(body, "clientSecretId"),
                               TextMember(body, "description"), TextMember(body, "datacenterId")};
     if (client.id.empty() || client.secret.empty() || !IsDatacenter(client.datacenterId) ||
@@ -243,6 +362,9 @@ void Service::EnrollClient(const Request& request, Response& response) {
         return SendError(response, 400, "invalid_request",
                          "id, clientSecretId, a known datacenterId and rolesPerService are needed.");
     }
+    // It could not log in, for a colon ends the name in its credentials (RFC 7617).
+    if (client.id.find(':') != std::string::npos)
+        return SendError(response, 400, "invalid_request", "id must not hold a colon.");
     if (!state.AddClient(client))
         return SendError(response, 409, "conflict", "There is a client of this id.");
     SendCreated(response, client.id);
@@ -254,7 +376,13 @@ void Service::DeleteSelf(const Request& request, Response& response) {
     if (caller->kind != Caller::Kind::Client) {
         return SendError(response, 403, "insufficient_scope", "Only a client can remove itself.");
     }
-    response.status = state.RemoveClient(caller->clientId) ? 204 : 404;
+    RemoveClient(caller->clientId, response);
+}
+
+void Service::RemoveClient(const std::string& id, Response& response) {
+    if (!state.RemoveClient(id))
+        return SendError(response, 404, "not_found", "There is no client of this id.");
+    response.status = 204;
 }
 
 void Service::DeleteClient(const Request& request, Response& response) {
@@ -263,16 +391,14 @@ void Service::DeleteClient(const Request& request, Response& response) {
     const std::string id = request.matches[1];
     const bool isSelf = caller->kind == Caller::Kind::Client && caller->clientId == id;
     if (!isSelf && !HasRight(*caller, "unenroll-clients", response)) return;
-    if (!state.RemoveClient(id))
-        return SendError(response, 404, "not_found", "There is no client of this id.");
-    response.status = 204;
+    RemoveClient(id, response);
 }
 
 void Service::EnrollService(const Request& request, Response& response) {
     const auto caller = Authenticate(request, response, DiscoveryService);
     if (!caller || !HasRight(*caller, "enroll-services", response)) return;
     rapidjson::Document body;
-    if (!ParseObject(request, response, body)) return;
+    if (!ParseBody(request, response, body, ServiceMembers)) return;
     const ServiceRecord service{TextMember(body, "serviceId"),
                                 TextMember(body, "serviceName"),
                                 TextMember(body, "clientId"),
@@ -314,11 +440,12 @@ void Service::FindOpen(const Request& request, Response& response) {
 
 void Service::FindSecure(const Request& request, Response& response) {
     if (!Authenticate(request, response, DiscoveryService)) return;
-    const auto query = ParseServiceQuery(request.matches[1]);
-    if (!query)
+    const auto query = ParseServiceQuery(request.matches[2]);
+    if (!query || query->id.has_value() != (request.matches[1] == "service"))
         return SendError(response, 400, "invalid_request", "There is no such way to look a service up.");
     std::vector<ServiceRecord> found = state.FindServices(*query);
-    const bool byNameAlone = query->name && !query->parentId && !query->role && !query->nameSpace;
+    const bool byNameAlone =
+        query->name && !query->parentId && !query->role && !query->nameSpace && !query->host;
     if (byNameAlone && (*query->name == AuthService || *query->name == DiscoveryService)) {
         for (ServiceRecord& own : OwnServices(*query->name))
             found.push_back(std::move(own));
@@ -335,7 +462,7 @@ std::vector<ServiceRecord> Service::OwnServices(const std::string& name) {
         service.name = name;
         service.endpointUrl = instance.baseUrl;
         service.endpointCert = instance.certificate;
-        service.hostname = options.address;
+        service.hostname = HostOf(instance.baseUrl);
         service.nameSpace = "Ombry";
         service.datacenterId = instance.datacenterId;
         services.push_back(std::move(service));
@@ -367,8 +494,7 @@ void Service::SendFound(const Request& request, Response& response,
 }
 
 void Service::AddFault(const Request& request, Response& response) {
-    if (!CheckBasic(request, true))
-        return SendError(response, 401, "invalid_client", "Name or secret is wrong.");
+    if (!CheckBasic(request, true)) return RefuseBasic(response);
     try {
         faults.Add(request.body);
         response.status = 204;
@@ -377,28 +503,38 @@ void Service::AddFault(const Request& request, Response& response) {
     }
 }
 
-bool Service::AwaitStop(std::chrono::milliseconds atMost) {
+/// Waits for one of the guarded members to become true; returns what it is.
+bool Service::Await(std::chrono::milliseconds atMost, const bool& member) {
     std::unique_lock lock(mutex);
-    return Platform::WaitFor(condition, lock, atMost, [this] { return stopping; });
+    return Platform::WaitFor(condition, lock, atMost, [&] { return member; });
 }
 
 /// Runs before the work of each call, but behind the reading of its body: bytes that are left unread would be
 /// taken for the next request. Whether the fault was all that there is to the call.
 bool Service::InjectFault(const Request& request, Response& response) {
+    {
+        std::lock_guard guard(mutex);
+        answering.insert(request.remote_port);
+    }
     const std::string path = request.path.starts_with(options.basePath)
                                  ? request.path.substr(options.basePath.size())
                                  : request.path;
     const auto fault = faults.Take(path);
     if (!fault) return false;
+    const int connection = FindConnection(request);
     switch (fault->kind) {
         case Fault::Kind::Delay:
-            AwaitStop(std::chrono::milliseconds(fault->argument));
+            Await(std::chrono::milliseconds(fault->argument), stopping);
             return false;
         case Fault::Kind::Status:
-            SendError(response, fault->argument, "server_error", "A fault that was asked for.");
+            response.status = fault->argument;
+            if (!IsWithoutContent(fault->argument))
+                SendError(response, fault->argument, "server_error", "A fault that was asked for.");
             return true;
         case Fault::Kind::Silence:
-            AwaitStop(std::chrono::hours(1));
+            // A client that gives up gives its thread back.
+            while (!HasHungUp(connection) && !Await(HangUpInterval, stopping)) {
+            }
             break;
         case Fault::Kind::Cut:
             response.set_content_provider(1000, "application/json",
@@ -410,7 +546,7 @@ bool Service::InjectFault(const Request& request, Response& response) {
         case Fault::Kind::Reset:
             break;
     }
-    ResetConnection(request);
+    ResetConnection(connection);
     return true;
 }
 

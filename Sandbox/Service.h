@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "Sandbox/Faults.h"
@@ -24,7 +25,7 @@ public:
     int Bind();
     /// Serves until `Stop`.
     void Serve();
-    /// From another thread than `Serve`; waits until that has begun.
+    /// From another thread than `Serve`; waits until that has begun and then until it has ended.
     void Stop();
 
     const std::string& BaseUrl() const { return baseUrl; }
@@ -45,6 +46,7 @@ private:
     void IssueToken(const Request& request, Response& response, bool forUsers);
     void EnrollClient(const Request& request, Response& response);
     void DeleteSelf(const Request& request, Response& response);
+    void RemoveClient(const std::string& id, Response& response);
     void DeleteClient(const Request& request, Response& response);
     void EnrollService(const Request& request, Response& response);
     void DeleteService(const Request& request, Response& response);
@@ -61,13 +63,14 @@ private:
     void SendFound(const Request& request, Response& response, const std::vector<ServiceRecord>& services);
     std::vector<ServiceRecord> OwnServices(const std::string& name);
     bool InjectFault(const Request& request, Response& response);
-    bool AwaitStop(std::chrono::milliseconds atMost);
+    bool Await(std::chrono::milliseconds atMost, const bool& member);
 
     const Options& options;
     const Identity& identity;
     State& state;
     const std::string ownCertificate;
     std::unique_ptr<httplib::Server> server;
+    int port = 0;
     std::string baseUrl;
     Faults faults;
     std::mutex mutex;
@@ -75,6 +78,8 @@ private:
     // Guarded by mutex:
     bool serving = false;
     bool stopping = false;
+    bool served = false;
+    std::set<int> answering;  ///< ports of the clients whose requests were read and not yet answered
 };
 
 }  // namespace Ombry::Sandbox

@@ -1,0 +1,78 @@
+#include "Sandbox/Connections.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+
+#include <string>
+
+namespace Ombry::Sandbox {
+namespace {
+
+// The library does not show its sockets, so they are looked for among all that can be open: it waits for them
+// with select, which takes no others.
+constexpr int FirstSocket = 3;
+constexpr int EndOfSockets = FD_SETSIZE;
+
+struct End {
+    std::string address;
+    int port = -1;
+};
+
+using AskForEnd = int (*)(int, sockaddr*, socklen_t*);
+
+/// One end of a connection; no port if the number is no socket or has no such end.
+End EndOf(int socket, AskForEnd ask) {
+    sockaddr_storage storage{};
+    socklen_t length = sizeof storage;
+    if (ask(socket, reinterpret_cast<sockaddr*>(&storage), &length) != 0) return {};
+    char text[INET6_ADDRSTRLEN] = "";
+    if (storage.ss_family == AF_INET) {
+        const auto& ip = reinterpret_cast<const sockaddr_in&>(storage);
+        inet_ntop(AF_INET, &ip.sin_addr, text, sizeof text);
+        return {text, ntohs(ip.sin_port)};
+    }
+    if (storage.ss_family == AF_INET6) {
+        const auto& ip = reinterpret_cast<const sockaddr_in6&>(storage);
+        inet_ntop(AF_INET6, &ip.sin6_addr, text, sizeof text);
+        return {text, ntohs(ip.sin6_port)};
+    }
+    return {};
+}
+
+}  // namespace
+
+int FindConnection(const httplib::Request& request) {
+    for (int socket = FirstSocket; socket < EndOfSockets; ++socket) {
+        const End peer = EndOf(socket, getpeername);
+        if (peer.port >= 0 && peer.port == request.remote_port && peer.address == request.remote_addr)
+            return socket;
+    }
+    return -1;
+}
+
+bool HasHungUp(int socket) {
+    if (socket < 0) return true;
+    pollfd wanted{socket, POLLRDHUP, 0};
+    return poll(&wanted, 1, 0) > 0;
+}
+
+void ResetConnection(int socket) {
+    if (socket < 0) return;
+    // Taking a connected socket's peer away resets the connection at once; a plain shutdown would first tell
+    // the other end that all is well.
+    const sockaddr none{AF_UNSPEC, {}};
+    connect(socket, &none, sizeof none);
+}
+
+void EndReading(int port, const std::set<int>& peerPorts) {
+    for (int socket = FirstSocket; socket < EndOfSockets; ++socket) {
+        if (EndOf(socket, getsockname).port != port) continue;
+        const int peerPort = EndOf(socket, getpeername).port;
+        if (peerPort >= 0 && !peerPorts.contains(peerPort)) shutdown(socket, SHUT_RD);
+    }
+}
+
+}  // namespace Ombry::Sandbox

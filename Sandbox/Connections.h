@@ -1,0 +1,22 @@
+#pragma once
+
+#include <httplib.h>
+
+#include <set>
+
+namespace Ombry::Sandbox {
+
+/// The socket that a request came over; -1 if its connection is gone. Valid while the request is handled.
+int FindConnection(const httplib::Request& request);
+
+/// Whether the other end was closed, or the connection broken. True for -1.
+bool HasHungUp(int socket);
+
+/// Breaks a connection off with a reset. Its owner still closes the socket, and can do nothing else with it.
+void ResetConnection(int socket);
+
+/// Ends the reading from every connection to a port of this process, but for those from these ports of their
+/// other ends. The library takes it for the end of the connection.
+void EndReading(int port, const std::set<int>& peerPorts);
+
+}  // namespace Ombry::Sandbox
