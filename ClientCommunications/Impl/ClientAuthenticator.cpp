@@ -4,6 +4,11 @@
 #include "ClientCommunications/Impl/SecretBuffer.h"
 
 namespace Ombry::ClientCommunications {
+namespace {
+
+constexpr std::string_view Scheme = "Basic ";
+
+}  // namespace
 
 void ClientAuthenticator::AddAuthentication(std::shared_ptr<IServiceRequest> request,
                                             std::shared_ptr<IService>, Cancellation::Token) {
@@ -14,8 +19,12 @@ void ClientAuthenticator::AddAuthentication(std::shared_ptr<IServiceRequest> req
     const ScopedWipe wipePlain(plain);
     plain += ":";
     plain += secret;
-    std::string value = "Basic " + Base64Encode(plain);
+    std::string encoded = Base64Encode(plain);
+    const ScopedWipe wipeEncoded(encoded);
+    std::string value;
     const ScopedWipe wipeValue(value);
+    value.reserve(Scheme.size() + encoded.size());  // what outgrows its buffer leaves a copy behind
+    value.append(Scheme).append(encoded);
     request->SetHeader("Authorization", value);
 }
 

@@ -20,6 +20,11 @@ bool IsPaddingCorrect(std::span<const std::uint8_t> bytes) {
     return std::all_of(tail.begin(), tail.end(), [&](std::uint8_t byte) { return byte == padding; });
 }
 
+/// Not by iterators over bytes: the string would first make a string of them, whose memory nobody wipes.
+void Assign(std::string& data, std::span<const std::uint8_t> bytes) {
+    data.assign(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+}
+
 }  // namespace
 
 WindowsInMemoryDataProtection::WindowsInMemoryDataProtection(int scope)
@@ -37,7 +42,7 @@ void WindowsInMemoryDataProtection::Protect(std::string& data) {
         throw std::runtime_error("CryptProtectMemory failed with error " + std::to_string(result.Error()));
     }
     Platform::SecureWipe(data);
-    data.assign(bytes.begin(), bytes.end());
+    Assign(data, bytes);
     data = Base64Encode(data);
 }
 
@@ -54,7 +59,7 @@ void WindowsInMemoryDataProtection::Unprotect(std::string& data) {
         throw std::runtime_error("Padding is incorrect after CryptUnprotectMemory.");
     }
     const auto plain = bytes.first(bytes.size() - bytes.back());
-    data.assign(plain.begin(), plain.end());
+    Assign(data, plain);
 }
 
 }  // namespace Ombry::ClientCommunications

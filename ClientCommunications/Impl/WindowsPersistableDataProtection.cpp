@@ -19,6 +19,8 @@ void Take(Platform::ValueOr<std::optional<std::string>> outcome, const char* ope
     if (!outcome->has_value()) {
         throw std::runtime_error(std::string(operation) + " succeeded but returned no data");
     }
+    // Callers scrub a secret by protecting it: the buffer that held it must not be freed as it is.
+    Platform::SecureWipe(data);
     data = std::move(**outcome);
 }
 

@@ -1,12 +1,14 @@
 #include <map>
 #include <stdexcept>
 
+#include "ClientCommunications/Impl/Base64.h"
 #include "ClientCommunications/Impl/ClientAuthenticator.h"
 #include "ClientCommunications/Impl/ClientCredentials.h"
 #include "ClientCommunications/Impl/EmptyAuthenticator.h"
 #include "ClientCommunications/Impl/FixedTokenAuthenticator.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
+#include "tests/Fakes/FreedMemory.h"
 
 namespace Ombry::Tests {
 namespace {
@@ -73,6 +75,21 @@ TEST_F(AuthenticatorsTest, ClientAuthenticatorTakesAnyBytesOfRealCredentials) {
         std::make_shared<WindowsInMemoryDataProtection>(), "n", "us:er", std::string("p\0\xff", 3)));
 
     EXPECT_EQ(After(authenticator)["Authorization"], "Basic dXM6ZXI6cAD/");
+}
+
+TEST_F(AuthenticatorsTest, ClientAuthenticatorLeavesNoSecretInTheMemoryThatItFrees) {
+    const auto credentials = std::make_shared<WatchedCredentials>();
+    credentials->id = "an id too long for a string object";
+    credentials->secret = "a secret too long for a string object";
+    ClientAuthenticator authenticator(credentials);
+    const std::string encoded = Base64Encode(credentials->id + ":" + credentials->secret);
+    // The request keeps the header.
+    for (const std::string& trace : {credentials->secret, encoded.substr(encoded.size() - 20)}) {
+        const FreedMemory freed(trace);
+        authenticator.AddAuthentication(request, nullptr, Cancellation::Token());
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << trace;
+    }
+    EXPECT_EQ(HeadersOf(*request)["Authorization"], "Basic " + encoded);
 }
 
 TEST_F(AuthenticatorsTest, EachCallReplacesTheHeaderOfTheOneBefore) {

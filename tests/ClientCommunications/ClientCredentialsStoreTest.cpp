@@ -12,6 +12,7 @@
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FakeMachineId.h"
 #include "tests/Fakes/FakeProtections.h"
+#include "tests/Fakes/FreedMemory.h"
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 
@@ -190,6 +191,49 @@ TEST_F(ClientCredentialsStoreTest, LoadExistingGivesCredentialsOrAFailureThatNam
     }
     storage->blob = StoredText;
     EXPECT_EQ(LoadExisting(store, "a name")->GetName(), "a name");
+}
+
+/// Enciphers nothing and lays the same secret bare each time; the n-th call fails.
+class Revealing : public IDataProtection {
+public:
+    Revealing(std::string secret, int n) : secret(std::move(secret)), left(n) {}
+    void Protect(std::string&) override { Count(); }
+    void Unprotect(std::string& data) override {
+        Count();
+        data = secret;
+    }
+
+private:
+    void Count() {
+        if (--left == 0) throw std::runtime_error("no protection");
+    }
+    const std::string secret;
+    int left;
+};
+
+class NoFactory : public IClientCredentialsFactory {
+public:
+    std::shared_ptr<IClientCredentials> Create(const std::string&, const std::string&,
+                                               const std::string&) override {
+        return nullptr;
+    }
+};
+
+TEST_F(ClientCredentialsStoreTest, NoPlainValueIsLeftInFreedMemoryWhereAStepFails) {
+    const std::string secret = "a secret too long for a string object";
+    storage->blob = StoredText;
+    const auto credentials = std::make_shared<PlainCredentials>(events, "name", secret, secret);
+    const auto blocksLeftBy = [&](int n, const std::function<void(ClientCredentialsStore&)>& act) {
+        ClientCredentialsStore failing(std::make_shared<Revealing>(secret, n), std::make_shared<NoFactory>(),
+                                       storage);
+        const FreedMemory freed(secret);
+        EXPECT_THROW(act(failing), std::runtime_error) << n;
+        return freed.BlocksWithTheSecret();
+    };
+    EXPECT_EQ(blocksLeftBy(1, [&](auto& failing) { failing.Save(credentials); }), 0u);
+    // Both values are laid bare, and then protected again one after the other.
+    for (const int n : {1, 2, 3, 4})
+        EXPECT_EQ(blocksLeftBy(n, [&](auto& failing) { failing.Load("name"); }), 0u) << n;
 }
 
 // --- the whole graph over fakes of the platform ---
@@ -382,6 +426,25 @@ TEST_F(ClientCredentialsStoreOnSystemTest, NothingPlainStandsInTheFileAndOnlyThe
     ASSERT_EQ(stat((directory / "s/Components/my client").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0700u);
     EXPECT_TRUE(CanLoad(directory / "s"));
+}
+
+TEST_F(ClientCredentialsStoreOnSystemTest, SavingAndLoadingLeaveNoPlainValueInFreedMemory) {
+    static std::vector<std::string> ignored;
+    const std::string id = "an id too long for a string object";
+    const std::string secret = "a secret too long for a string object";
+    const auto store = CreateClientCredentialsStore(directory / "s", true, nullptr);
+    for (const std::string& plain : {id, secret}) {
+        const auto credentials = std::make_shared<PlainCredentials>(ignored, "n", id, secret);
+        std::shared_ptr<IClientCredentials> loaded;
+        {
+            const FreedMemory freed(plain);
+            store->Save(credentials);
+            loaded = store->Load("n");
+            EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << plain;
+        }
+        EXPECT_EQ(loaded->GetClientId(), id);
+        EXPECT_EQ(loaded->GetClientSecret(), secret);
+    }
 }
 
 TEST_F(ClientCredentialsStoreOnSystemTest, AFileCopiedToAnotherMachineCannotBeLoadedThere) {

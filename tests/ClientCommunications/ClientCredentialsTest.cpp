@@ -5,6 +5,7 @@
 #include "ClientCommunications/Impl/Base64.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
 #include "tests/Fakes/FakeProtections.h"
+#include "tests/Fakes/FreedMemory.h"
 
 namespace Ombry::Tests {
 namespace {
@@ -88,6 +89,17 @@ TEST(ClientCredentialsTest, AnObjectHoldsNoPlainIdAndNoPlainSecret) {
     const std::string bytes(reinterpret_cast<const char*>(&credentials), sizeof credentials);
     EXPECT_EQ(bytes.find("secret"), std::string::npos);
     EXPECT_EQ(bytes.find("client"), std::string::npos);
+}
+
+TEST(ClientCredentialsTest, MakingCredentialsLeavesNoPlainValueInFreedMemory) {
+    const std::string id = "an id too long for a string object";
+    const std::string secret = "a secret too long for a string object";
+    ClientCredentialsFactory factory(std::make_shared<WindowsInMemoryDataProtection>());
+    for (const std::string& plain : {id, secret}) {
+        const FreedMemory freed(plain);
+        const auto credentials = factory.Create("n", id, secret);
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << plain;
+    }
 }
 
 TEST(ClientCredentialsFactoryTest, MakesCredentialsUnderItsOneProtection) {

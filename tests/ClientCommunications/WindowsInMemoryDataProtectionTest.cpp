@@ -4,6 +4,7 @@
 
 #include "ClientCommunications/Impl/Base64.h"
 #include "tests/Fakes/FakeProtections.h"
+#include "tests/Fakes/FreedMemory.h"
 
 namespace Ombry::Tests {
 namespace {
@@ -121,6 +122,50 @@ TEST_F(WindowsInMemoryDataProtectionTest, PlainTextIsWipedInPlaceBeforeTheString
     EXPECT_EQ(insideOf(data).find("abc"), std::string::npos);
 }
 
+TEST(WindowsInMemoryDataProtectionOnSystemTest, NoPlainTextIsLeftInFreedMemory) {
+    WindowsInMemoryDataProtection protection;
+    const std::string plain = "a secret too long for a string object";
+    std::string data = plain;
+    const FreedMemory freed(plain);
+    protection.Protect(data);
+    protection.Unprotect(data);
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    EXPECT_EQ(data, plain);
+}
+
+/// Leaves every text as it is, or fails.
+class Trusting : public Platform::IMemoryProtection {
+public:
+    explicit Trusting(int failure) : failure(failure) {}
+    Platform::Result Protect(std::span<std::uint8_t>, std::uint32_t) override { return Outcome(); }
+    Platform::Result Unprotect(std::span<std::uint8_t>, std::uint32_t) override { return Outcome(); }
+
+private:
+    Platform::Result Outcome() const {
+        return failure == 0 ? Platform::Result::Success() : Platform::Result::Failure(failure);
+    }
+    const int failure;
+};
+
+TEST(WindowsInMemoryDataProtectionFailureTest, TheBufferIsWipedOnEveryWayOut) {
+    // Nothing is enciphered here, so that whatever is left in the buffer is the plain text.
+    const std::string plain = "a secret, and behind it no padding at all......";
+    for (const int failure : {0, 8}) {
+        Trusting memory(failure);
+        const Platform::Testing::Replace<Platform::IMemoryProtection> replaced(memory);
+        WindowsInMemoryDataProtection protection;
+        std::string data = plain, encoded = Base64Encode(plain + "x");
+        data.reserve(1000);  // the texts themselves stay where they are
+        encoded.reserve(1000);
+        const FreedMemory freed(plain);
+        if (failure != 0) {
+            EXPECT_EQ(FailureOf([&] { protection.Protect(data); }), "CryptProtectMemory failed with error 8");
+        }
+        EXPECT_NE(FailureOf([&] { protection.Unprotect(encoded); }), "no failure");
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    }
+}
+
 TEST_F(WindowsInMemoryDataProtectionTest, EveryLengthComesBackWithNulsAndAllBytes) {
     std::string plain;
     for (int length = 1; length <= 64; ++length) {
@@ -183,7 +228,12 @@ TEST(WindowsInMemoryDataProtectionOnSystemTest, SecretsComeBackAndNeverStandInTh
         std::string data = plain;
         protection.Protect(data);
         EXPECT_EQ(data.size(), (length / 16 + 1) * 16 / 3 * 4 + ((length / 16 + 1) * 16 % 3 == 0 ? 0 : 4));
-        EXPECT_NE(Base64Decode(data).substr(0, length), plain);
+        // A few bytes of what was enciphered may be those of the text by chance.
+        const std::string decoded = Base64Decode(data);
+        EXPECT_NE(decoded, Padded(plain));
+        if (length >= 8) {
+            EXPECT_EQ(decoded.find(plain), std::string::npos);
+        }
         protection.Unprotect(data);
         EXPECT_EQ(data, plain) << length;
     }

@@ -7,6 +7,7 @@
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FakeMachineId.h"
 #include "tests/Fakes/FakeProtections.h"
+#include "tests/Fakes/FreedMemory.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 
 namespace Ombry::Tests {
@@ -105,6 +106,20 @@ TEST_F(WindowsPersistableDataProtectionTest, Base64LayerPassesEmptyTextAndFailur
     EXPECT_EQ(data, "data");
     machine.failing = "Unprotect";
     EXPECT_EQ(FailureOf([&] { protection.Unprotect(data); }), "CryptUnprotectData failed with error 5");
+}
+
+TEST_F(WindowsPersistableDataProtectionTest, ProtectingLeavesNoPlainTextInTheMemoryThatItFrees) {
+    WindowsPersistableDataProtection protection("entropy", false);
+    const std::string plain = "a secret too long for a string object";
+    std::string data = plain;
+    {
+        const FreedMemory freed(plain);
+        protection.Protect(data);
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    }
+    EXPECT_NE(data, plain);
+    protection.Unprotect(data);
+    EXPECT_EQ(data, plain);
 }
 
 class WindowsPersistableDataProtectionOnSystemTest : public testing::Test {
