@@ -177,6 +177,53 @@ TEST(KeyLockTableTest, EveryWaiterOfAnEntryThatWentAwayIsServed) {
     EXPECT_EQ(table.Size(), 0u);
 }
 
+/// Whether the thread ends by itself. The number of looks only bounds how long a thread that was forgotten
+/// holds the test up.
+bool EndsUnaided(const std::atomic<bool>& ended) {
+    for (int looks = 0; !ended && looks < 20'000'000; ++looks)
+        std::this_thread::yield();
+    return ended;
+}
+
+TEST(KeyLockTableTest, AnUnlockReachesTheWaiterOfItsKeyPastOneOfAnotherThatCameFirst) {
+    for (const bool reading : {false, true}) {
+        KeyLockTable table;
+        std::atomic<bool> ended{false};
+        table.LockWrite("held");
+        reading ? table.LockRead("a") : table.LockWrite("a");
+        ObservedThread other([&] { const KeyReadLock lock(&table, "held"); });
+        ASSERT_TRUE(other.IsBlocked());
+        ObservedThread writer([&] {
+            { const KeyWriteLock lock(&table, "a"); }
+            ended = true;
+        });
+        ASSERT_TRUE(writer.IsBlocked());
+
+        reading ? table.UnlockRead("a") : table.UnlockWrite("a");
+
+        EXPECT_TRUE(EndsUnaided(ended)) << reading;
+        table.UnlockWrite("held");
+    }
+}
+
+TEST(KeyLockTableTest, AnUnlockOfTheWriterLetsAllReadersInAtOnce) {
+    KeyLockTable table;
+    std::atomic<int> inside{0};
+    std::atomic<bool> allInside{false};
+    table.LockWrite("a");
+    std::vector<std::unique_ptr<ObservedThread>> readers;
+    for (int i = 0; i < 3; ++i) {
+        readers.push_back(std::make_unique<ObservedThread>([&] {
+            const KeyReadLock lock(&table, "a");
+            if (++inside == 3) allInside = true;
+            EndsUnaided(allInside);
+        }));
+        ASSERT_TRUE(readers.back()->IsBlocked());
+    }
+    table.UnlockWrite("a");
+    EXPECT_TRUE(EndsUnaided(allInside));
+}
+
 TEST(KeyLockTableTest, ManyThreadsNeverSeeAWriterBesideAnybodyElse) {
     KeyLockTable table;
     constexpr int Keys = 3;
