@@ -280,6 +280,16 @@ TEST_F(CreatedStoreTest, TheFileIsTheTextUnderTheFileEntropyWithEachValueUnderTh
     EXPECT_THAT(machine.calls, ElementsAre("Protect", "Protect", "Protect"));
 }
 
+TEST_F(CreatedStoreTest, TheEntropiesStayAsTheyAreSinceEveryStoredFileDependsOnThem) {
+    CreateClientCredentialsStore("dir", true, nullptr)->Save(Credentials("name", "id", "secret"));
+
+    const std::string blob = *files.Content("dir/Components/name/ombrycomponent.config");
+    EXPECT_EQ(blob.substr(0, 11), std::string("\xb7\x9b\xce\x3f\xd8\x00\x8c\x0b\x94\xa8\x7d", 11));
+    const std::string json(blob.rbegin(), blob.rend() - 14);
+    EXPECT_NE(json.find("\"" + Base64Encode("\xad\x90\x6d\x25\x0c\xb9\x2d\xbf\xaa\xb2\x24\x06|5|di")),
+              std::string::npos);
+}
+
 TEST_F(CreatedStoreTest, SaveThenLoadGivesTheSameForAnyNameIdAndSecret) {
     const auto store = CreateClientCredentialsStore("dir", true, nullptr);
     const std::string odd("\0\xff\n\"", 4);

@@ -12,6 +12,7 @@
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FakeMachineId.h"
 #include "tests/Fakes/FakeRandom.h"
+#include "tests/Fakes/FreedMemory.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 #include "tests/Platform/Resources.h"
 #include "tests/Platform/SystemCalls.h"
@@ -65,6 +66,42 @@ TEST_F(MachineProtectionTest, BlobIsVersionNonceTextAndTag) {
     EXPECT_EQ(blob.size(), 1u + 12 + 6 + 16);
     EXPECT_EQ(blob[0], 1);
     EXPECT_EQ(blob.find("secret"), std::string::npos);
+}
+
+TEST_F(MachineProtectionTest, BlobOfTodayIsTheOneThatLaterVersionsMustRead) {
+    // Key, nonce, machine and entropy being known, so is the blob. Another derivation or another form would
+    // make every file on every machine unreadable.
+    FakeRandom random;  // the key is 00 to 1f, the nonce 20 to 2b
+    const Platform::Testing::Replace<Platform::IRandom> replaced(random);
+    std::string text;
+    for (const char byte : Protect("secret", "entropy")) {
+        text += "0123456789abcdef"[static_cast<std::uint8_t>(byte) >> 4];
+        text += "0123456789abcdef"[byte & 15];
+    }
+    EXPECT_EQ(text, "01202122232425262728292a2b15a61d6422d56393e16635c8befc2755134a4b470ff6");
+}
+
+TEST_F(MachineProtectionTest, NeitherKeyNorTextIsLeftInFreedMemory) {
+    std::string key;
+    for (char byte = 0; byte < 32; ++byte)
+        key += byte;
+    const std::string plain = "a secret too long for a string object";
+    for (const std::string& secret : {key, plain}) {
+        std::filesystem::remove_all(directory / "Quennet");
+        FakeRandom random;
+        const Platform::Testing::Replace<Platform::IRandom> replaced(random);
+        const FreedMemory freed(secret);
+        auto blob = protection.Protect(plain, "entropy", Machine);  // makes the key
+        ASSERT_TRUE(blob);
+        const auto back = protection.Unprotect(**blob, "entropy", Machine);
+        ASSERT_TRUE(back);
+        EXPECT_EQ(*back, plain);
+        EXPECT_FALSE(protection.Unprotect(**blob, "another", Machine));
+        // Where the tag alone is wrong the text was deciphered before that shows.
+        (*blob)->back() = static_cast<char>((*blob)->back() ^ 1);
+        EXPECT_FALSE(protection.Unprotect(**blob, "entropy", Machine));
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << secret.size();
+    }
 }
 
 TEST_F(MachineProtectionTest, EqualTextsGiveDifferentBlobs) {
