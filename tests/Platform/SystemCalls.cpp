@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <ctime>
 #include <utility>
 
 namespace Ombry::Tests {
@@ -160,7 +161,16 @@ ssize_t send(int descriptor, const void* data, size_t length, int flags) {
     WATCHED(send, nullptr, flags, -1, descriptor, data, length, flags);
 }
 ssize_t getrandom(void* data, size_t length, unsigned flags) {
-    WATCHED(getrandom, nullptr, static_cast<long long>(length), -1, data, length, flags);
+    WATCHED(getrandom, nullptr, static_cast<long long>(length), -1, data, Ombry::Tests::Limited(length),
+            flags);
+}
+int clock_nanosleep(clockid_t clock, int flags, const timespec* until, timespec* left) {
+    if (const int error =
+            Ombry::Tests::Watch("clock_nanosleep", std::to_string(until->tv_sec).c_str(), until->tv_nsec)) {
+        return error;
+    }
+    static const auto real = Ombry::Tests::Real<decltype(clock_nanosleep)>("clock_nanosleep");
+    return real(clock, flags, until, left);
 }
 int mlock(const void* address, size_t length) noexcept {
     WATCHED(mlock, nullptr, static_cast<long long>(length), -1, address, length);
