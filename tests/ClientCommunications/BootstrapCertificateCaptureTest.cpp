@@ -7,6 +7,7 @@
 
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
 #include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/FaultyCertificates.h"
 #include "tests/Fakes/HeldPort.h"
 #include "tests/Fakes/LoopbackPeer.h"
 #include "tests/Fakes/MemoryServer.h"
@@ -130,6 +131,66 @@ TEST_F(BootstrapCertificateCaptureTest, AConnectionThatCannotBeMadeNamesHostPort
     EXPECT_EQ(FailureOfCapture(), "Unable to connect to server.test:8181 due to error 1");
     EXPECT_EQ(buffer.GetLength(), 0u);
     EXPECT_EQ(sockets.OpenSockets(), 0u);
+}
+
+TEST_F(BootstrapCertificateCaptureTest, TheConnectionsOwnTimeLimitHoldsForConnecting) {
+    ScriptedSockets::ConnectScript silent;
+    silent.writable = false;
+    sockets.OnConnect("server.test:8181", silent);
+    for (const std::uint32_t seconds : {3u, 7u}) {
+        std::int64_t waited = 0;
+        sockets.OnIdle([&](std::int64_t milliseconds) {
+            waited += milliseconds;
+            clock.Advance(std::chrono::milliseconds(milliseconds));
+        });
+        connection.SetConnectTimeout(seconds);
+        EXPECT_EQ(FailureOfCapture(), "Unable to connect to server.test:8181 due to error 1");
+        EXPECT_EQ(waited, seconds * 1000);
+    }
+}
+
+TEST_F(BootstrapCertificateCaptureTest, ACertificateThatCannotBeKeptCountsAsNotSeen) {
+    const TlsServerRecipe recipe = Showing({});
+    Serve(recipe);
+    FaultyCertificates certificates;
+    const Platform::Testing::Replace<Platform::ICertificates> scope(certificates);
+    for (const int n : {1, 2}) {
+        certificates.calls.clear();
+        certificates.Fail("BinaryToBase64", 99, n);
+        EXPECT_EQ(FailureOfCapture(), "Unable to connect to server.test:8181 due to error 11") << n;
+    }
+    // The buffer for the certificate is the only one of its size.
+    ZephIOBuffer empty(7777, 0x1000000);
+    const auto previous = ZephIOBuffer::ReplaceAllocator([](std::uint64_t bytes) -> std::uint8_t* {
+        return bytes == 7777 ? nullptr : new std::uint8_t[bytes];
+    });
+    std::string failure = "no failure";
+    try {
+        getCertificateByConnecting(empty, logger, connection, false);
+    } catch (const std::runtime_error& thrown) {
+        failure = thrown.what();
+    }
+    ZephIOBuffer::ReplaceAllocator(previous);
+    EXPECT_EQ(failure, "Unable to connect to server.test:8181 due to error 11");
+    EXPECT_EQ(sockets.OpenSockets(), 0u);
+}
+
+TEST_F(BootstrapCertificateCaptureTest, VerboseTracesTheTransfersAndTheRecords) {
+    const auto linesBy = [&](bool verbose, const std::string& className) {
+        Serve(Showing({}));
+        logger->Clear();
+        getCertificateByConnecting(buffer, logger, connection, verbose);
+        std::size_t lines = 0;
+        for (const RecordingLogger::Entry& entry : logger->Entries()) {
+            if (entry.level == 0 && entry.function.find("::" + className + "::") != std::string::npos) {
+                ++lines;
+            }
+        }
+        return lines;
+    };
+    for (const std::string className : {"ZephIOTaskManager_Sync", "ZephOpenSSLConnection"}) {
+        EXPECT_GT(linesBy(true, className), linesBy(false, className)) << className;
+    }
 }
 
 TEST_F(BootstrapCertificateCaptureTest, ASilentServerIsGivenUpAfterFifteenSecondsWithCode13) {

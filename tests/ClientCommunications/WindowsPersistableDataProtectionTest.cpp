@@ -63,6 +63,12 @@ TEST_F(WindowsPersistableDataProtectionTest, EmptyTextPassesThroughWithoutASyste
     EXPECT_TRUE(machine.calls.empty());
 }
 
+TEST_F(WindowsPersistableDataProtectionTest, DataOfNoLengthIsNotTheSameAsNoData) {
+    std::string data = "e|5|";
+    EXPECT_EQ(FailureOf([&] { WindowsPersistableDataProtection("e", false).Unprotect(data); }), "no failure");
+    EXPECT_EQ(data, "");
+}
+
 TEST_F(WindowsPersistableDataProtectionTest, FailuresHaveTheirTextsAndLeaveTheData) {
     WindowsPersistableDataProtection protection("entropy", false);
     std::string data = "data";
