@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <system_error>
+
 #include "ClientCommunications/Impl/ClientCredentials.h"
 #include "ClientCommunications/Impl/ClientCredentialsStore.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
 #include "tests/Fakes/DrawnSeeds.h"
+#include "tests/Fakes/FailingThreads.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FakeMachineId.h"
@@ -87,6 +90,21 @@ protected:
     const Platform::Testing::Replace<Platform::ICertificates> replacedCertificates{certificates};
     LoopbackSecurityFramework web;
 };
+
+TEST_F(ClientCommunicationsTest, WhicheverThreadCannotStartTheOthersEndAndTheFailureComesOut) {
+    constexpr std::size_t Threads = 4;
+    HoldMaintainer(Cache + "c1");
+    for (std::size_t n = 1; n <= Threads + 1; ++n) {
+        const FailingThreads threads(n);
+        if (n <= Threads) {
+            EXPECT_THROW(MakeClientCommunications(Parameters("c1", "", "")), std::system_error) << n;
+            EXPECT_EQ(threads.Count(), n);
+        } else {
+            EXPECT_NO_THROW(MakeClientCommunications(Parameters("c1", "", "")));
+            EXPECT_EQ(threads.Count(), Threads);
+        }
+    }
+}
 
 struct Identity {
     const char* name;

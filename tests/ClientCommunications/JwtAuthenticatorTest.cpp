@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <system_error>
 #include <thread>
 
 #include "ObjectMapping/Serialization.h"
 #include "tests/ClientCommunications/JwtAuthenticatorFixture.h"
+#include "tests/Fakes/FailingThreads.h"
 
 namespace Ombry::Tests {
 namespace {
@@ -34,6 +36,13 @@ protected:
         return entries;
     }
 };
+
+TEST_F(JwtAuthenticatorTest, ThreadThatCannotStartFailsTheConstruction) {
+    const FailingThreads threads(1);
+    EXPECT_THROW(Make(), std::system_error);
+    EXPECT_EQ(threads.Count(), 1u);
+    EXPECT_EQ(logger->Entries().size(), 0u);
+}
 
 TEST_F(JwtAuthenticatorTest, FirstUseAsksForATokenAndStoresIt) {
     const auto authenticator = MakeWaiting();

@@ -54,7 +54,7 @@ void FreedMemory::Look(std::string_view block) {
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
 // Stands before the C library's own, which `operator delete` calls as well.
-extern "C" void free(void* memory) noexcept {
+extern "C" __attribute__((visibility("default"))) void free(void* memory) noexcept {
     if (memory) Ombry::Tests::Take(memory, malloc_usable_size(memory));
     __libc_free(memory);
 }

@@ -1,0 +1,34 @@
+#include "tests/Fakes/FailingThreads.h"
+
+#include <dlfcn.h>
+#include <pthread.h>
+
+#include <cerrno>
+
+namespace Ombry::Tests {
+namespace {
+
+thread_local FailingThreads* watching = nullptr;
+
+}  // namespace
+
+FailingThreads::FailingThreads(std::size_t n) : failAt(n) {
+    watching = this;
+}
+
+FailingThreads::~FailingThreads() {
+    watching = nullptr;
+}
+
+}  // namespace Ombry::Tests
+
+// Stands before the C library's function of the same name, for the standard library too.
+extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* thread,
+                                                                     const pthread_attr_t* attributes,
+                                                                     void* (*work)(void*),
+                                                                     void* argument) noexcept {
+    using Ombry::Tests::watching;
+    if (watching && watching->FailsNext()) return EAGAIN;
+    static const auto real = reinterpret_cast<decltype(pthread_create)*>(dlsym(RTLD_NEXT, "pthread_create"));
+    return real(thread, attributes, work, argument);
+}
