@@ -156,7 +156,9 @@ TEST_F(FilesTest, SignalsAndShortTransfersPlayNoPart) {
 TEST_F(FilesTest, ReplacementIsCompletedOnce) {
     auto replacement = files.BeginReplace(directory / "file", 1, Durability::Unsynced);
     ASSERT_TRUE((*replacement)->Complete("a"));
-    EXPECT_FALSE((*replacement)->Complete("b"));
+    SystemCalls calls;
+    EXPECT_EQ((*replacement)->Complete("b").Error(), EINVAL);
+    EXPECT_THAT(calls.Names(), IsEmpty());
     EXPECT_EQ(directory.Read("file"), "a");
 }
 
@@ -249,6 +251,14 @@ TEST_F(FilesTest, FolderPutInPlaceMeanwhileFailsTheReplacement) {
 TEST_F(FilesTest, ReadDoesNotWaitForTheWriterOfPipe) {
     ASSERT_EQ(mkfifo((directory / "pipe").c_str(), 0600), 0);
     EXPECT_EQ(files.Read(directory / "pipe").Error(), EINVAL);
+}
+
+TEST_F(FilesTest, ReadNeverFollowsWaitsOrTakesATerminal) {
+    const std::string path = directory.Write("file", "x");
+    SystemCalls calls;
+    ASSERT_TRUE(files.Read(path));
+    EXPECT_EQ(calls.Calls()[0].name, "open");
+    EXPECT_EQ(calls.Calls()[0].argument, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
 }
 
 TEST_F(FilesTest, DeviceCannotBeRead) {
@@ -361,6 +371,36 @@ TEST_F(FilesTest, ParentsOnReadOnlyFileSystemAreNotInTheWay) {
         above += character == '/';
     calls.Fail("mkdir", EROFS, static_cast<int>(above) + 1);
     EXPECT_TRUE(files.CreateDirectories(directory / "here/new"));
+}
+
+TEST_F(FilesTest, FolderThatStandsCostsNoCallThatCouldChangeAnything) {
+    std::filesystem::create_directories(directory / "a/b");
+    SystemCalls calls;
+    EXPECT_TRUE(files.CreateDirectories(directory / "a/b"));
+    EXPECT_THAT(calls.Names(), IsEmpty());
+}
+
+TEST_F(FilesTest, ListThatBreaksOffIsAFailureAndSignalsPlayNoPart) {
+    directory.Write("a", "");
+    directory.Write("b", "");
+    const std::size_t descriptors = OpenDescriptors();
+    {
+        SystemCalls calls;
+        calls.Fail("readdir", EIO);
+        EXPECT_EQ(files.List(directory.Path()).Error(), EIO);
+    }
+    {
+        SystemCalls calls;
+        calls.FailNth(3, ENOENT);  // the second entry
+        EXPECT_EQ(files.List(directory.Path()).Error(), ENOENT);
+    }
+    {
+        SystemCalls calls;
+        calls.Fail("opendir", EINTR, 2);
+        EXPECT_EQ(files.List(directory.Path())->size(), 2u);
+        EXPECT_EQ(calls.Count("opendir"), 3u);
+    }
+    EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
 TEST_F(FilesTest, ListGivesHiddenNamesAndManyOfThem) {

@@ -1,5 +1,6 @@
 #include "tests/Platform/SystemCalls.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -171,6 +172,12 @@ int clock_nanosleep(clockid_t clock, int flags, const timespec* until, timespec*
     }
     static const auto real = Ombry::Tests::Real<decltype(clock_nanosleep)>("clock_nanosleep");
     return real(clock, flags, until, left);
+}
+DIR* opendir(const char* path) {
+    WATCHED(opendir, path, -1, nullptr, path);
+}
+dirent* readdir(DIR* folder) {
+    WATCHED(readdir, nullptr, -1, nullptr, folder);
 }
 int mlock(const void* address, size_t length) noexcept {
     WATCHED(mlock, nullptr, static_cast<long long>(length), -1, address, length);
