@@ -1,6 +1,7 @@
 #include "ClientCommunications/Impl/SafeFileStorage.h"
 
 #include <cerrno>
+#include <new>
 #include <stdexcept>
 
 #include "tests/Fakes/MemoryFiles.h"
@@ -133,6 +134,24 @@ TEST_F(SafeFileStorageTest, ACommittedFileThatCannotBeReadStaysIfThereIsNoStaged
 
     EXPECT_EQ(SafeFileStorage("blob", false).Load(), "");
     EXPECT_EQ(files.Content("blob-p"), "unreadable");
+}
+
+TEST_F(SafeFileStorageTest, EveryExceptionOfTheStandardLibraryLeadsToRecoveryOrIsItsFailure) {
+    files.Put("blob-p", "committed");
+    files.Put("blob-s", "staged");
+    files.Decide([](const FileOperation& operation) -> std::optional<int> {
+        if (operation.path == "blob-p" && operation.name == "Read") throw std::bad_alloc();
+        return std::nullopt;
+    });
+    EXPECT_EQ(SafeFileStorage("blob", true).Load(), "staged");
+
+    files.Decide([](const FileOperation& operation) -> std::optional<int> {
+        if (operation.name == "Read") throw std::bad_alloc();
+        return std::nullopt;
+    });
+    EXPECT_EQ(SafeFileStorage("blob", false).Load(), "");
+    EXPECT_THROW(SafeFileStorage("blob", true).Load(), std::bad_alloc);
+    EXPECT_THAT(files.Contents(), ElementsAre(Pair("blob-p", "staged")));
 }
 
 TEST_F(SafeFileStorageTest, ResultsOfRemovingAndRenamingAreIgnored) {

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "Platform/IFiles.h"
+#include "Platform/Linux/Descriptor.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 #include "tests/Platform/Resources.h"
 #include "tests/Platform/SystemCalls.h"
@@ -153,6 +154,24 @@ TEST_F(FilesTest, SignalsAndShortTransfersPlayNoPart) {
     EXPECT_EQ(calls.Count("close"), 1u);
 }
 
+TEST_F(FilesTest, WriteThatMovesNothingIsAFailureAndNotTriedForEver) {
+    auto replacement = files.BeginReplace(directory / "file", 4, Durability::Unsynced);
+    ASSERT_TRUE(replacement);
+    SystemCalls calls;
+    calls.LimitTransfers(0);
+    EXPECT_EQ((*replacement)->Complete("data").Error(), EIO);
+    EXPECT_EQ(calls.Count("write"), 1u);
+}
+
+TEST_F(FilesTest, FolderOfAPathIsWhatStandsBeforeItsLastSeparator) {
+    EXPECT_EQ(Platform::Linux::ParentOf("a/b/c"), "a/b");
+    EXPECT_EQ(Platform::Linux::ParentOf("a/b/"), "a/b");
+    EXPECT_EQ(Platform::Linux::ParentOf("/a/b"), "/a");
+    EXPECT_EQ(Platform::Linux::ParentOf("/a"), "/");
+    EXPECT_EQ(Platform::Linux::ParentOf("a"), ".");
+    EXPECT_EQ(Platform::Linux::ParentOf(""), ".");
+}
+
 TEST_F(FilesTest, ReplacementIsCompletedOnce) {
     auto replacement = files.BeginReplace(directory / "file", 1, Durability::Unsynced);
     ASSERT_TRUE((*replacement)->Complete("a"));
@@ -206,7 +225,7 @@ TEST_F(FilesTest, LongestFileNameCanBeReplaced) {
     const std::string path = directory / std::string(255, 'n');
     EXPECT_TRUE(Save(path, "x", Durability::Synced));
     EXPECT_EQ(*files.Read(path), "x");
-    EXPECT_EQ(Save(path + "n", "x", Durability::Synced).Error(), ENAMETOOLONG);
+    EXPECT_EQ(files.BeginReplace(path + "n", 1, Durability::Unsynced).Error(), ENAMETOOLONG);
 }
 
 TEST_F(FilesTest, BareNameIsReplacedInTheWorkingDirectory) {
