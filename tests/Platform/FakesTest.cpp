@@ -1,5 +1,7 @@
+#include "Platform/IProtection.h"
 #include "tests/Fakes/FaultyCertificates.h"
 #include "tests/Fakes/FaultyFiles.h"
+#include "tests/Fakes/FreedMemory.h"
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 
@@ -87,6 +89,24 @@ TEST(FaultyCertificatesTest, FailsTheChosenCallOfTheChosenOperationOnly) {
     EXPECT_TRUE(certificates.BinaryToBase64(bytes, text, 4));
     EXPECT_EQ(std::string(text, 4), "AQID");
     EXPECT_THAT(certificates.calls, ElementsAre("BinaryToBase64", "BinaryToBase64", "BinaryToBase64"));
+}
+
+TEST(FreedMemoryTest, CountsTheBlocksThatHoldTheTextAndNotThoseOfEarlierOwners) {
+    const std::string secret = "a secret too long for a string object";
+    const auto copyAndFree = [&](bool wipe) {
+        std::string copy = secret;
+        if (wipe) Platform::SecureWipe(copy);
+    };
+    copyAndFree(false);
+    const FreedMemory freed(secret);
+    copyAndFree(true);
+    { const std::vector<char> sameSize(secret.size() + 1); }
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    copyAndFree(false);
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 1u);
+    std::string moved = secret;
+    moved = std::string(100, 'x');  // the old block is emptied and freed
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 2u);
 }
 
 TEST(TemporaryDirectoryTest, IsGoneAfterwardsWithAllItHeld) {
