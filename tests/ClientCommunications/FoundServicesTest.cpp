@@ -70,6 +70,42 @@ TEST_F(FoundServicesTest, TheStoredOrderNeverChanges) {
     EXPECT_EQ(Ids(found.GetRemote()), remote);
 }
 
+TEST_F(FoundServicesTest, WhatIsAddedStandsBehindWhatWasThere) {
+    // One seed over one stored order gives one result.
+    const auto read = [this](const FoundServices& found) {
+        random.draws = 0;
+        Order order = Ids(found.GetLocal());
+        const Order remote = Ids(found.GetRemote());
+        order.insert(order.end(), remote.begin(), remote.end());
+        return order;
+    };
+    FoundServices atOnce;
+    atOnce.AddLocal(MakeServices(Ten));
+    atOnce.AddRemote(MakeServices(Ten));
+    FoundServices byAndBy;
+    const auto add = [&](auto one) {
+        byAndBy.AddLocal(one);
+        byAndBy.AddRemote(one);
+    };
+    add(MakeServices({"0", "1"}));
+    add(MakeService("2"));
+    add(MakeServices({"3", "4", "5", "6", "7", "8"}));
+    add(MakeService("9"));
+    EXPECT_EQ(read(byAndBy), read(atOnce));
+}
+
+TEST_F(FoundServicesTest, BothPartsOfAllComeInANewOrderEachTime) {
+    FoundServices found;
+    found.AddLocal(MakeServices(Ten));
+    found.AddRemote(MakeServices(Ten));
+    const Order first = Ids(found.GetAll());
+    const Order second = Ids(found.GetAll());
+    EXPECT_FALSE(std::equal(first.begin(), first.begin() + 10, second.begin()));
+    EXPECT_FALSE(std::equal(first.begin() + 10, first.end(), second.begin() + 10));
+    EXPECT_FALSE(std::equal(first.begin(), first.begin() + 10, first.begin() + 10));
+    EXPECT_EQ(random.draws, 4u);
+}
+
 TEST_F(FoundServicesTest, EveryServiceComesFirstInSomeReading) {
     FoundServices found;
     found.AddLocal(MakeServices({"a", "b", "c"}));

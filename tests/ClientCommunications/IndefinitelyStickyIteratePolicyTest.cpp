@@ -97,6 +97,17 @@ TEST_F(IndefinitelyStickyIteratePolicyTest, ASearchThatRunsOutOfServersIsOver) {
     EXPECT_TRUE(clock.Waits().empty());
 }
 
+TEST_F(IndefinitelyStickyIteratePolicyTest, ACallThatRanOutOfServersLeavesTheNextSearchAloneWhenItGoes) {
+    finder->Set({"l"}, {});
+    CallPtr first = NewCall();
+    EXPECT_EQ((Lines{Next(first), Next(first)}), (Lines{"l local", "none"}));
+    const CallPtr second = NewCall();
+    EXPECT_EQ(Next(second), "l local");
+    first.reset();
+    EXPECT_EQ(Next(NewCall()), "l local");  // borrowed: the search is still that of the second
+    EXPECT_EQ(finder->Calls(), 2u);
+}
+
 TEST_F(IndefinitelyStickyIteratePolicyTest, WithoutAnyServerTheSearchIsFreeAtOnce) {
     const CallPtr call = NewCall();
     EXPECT_EQ(Next(call), "none");
@@ -152,6 +163,16 @@ TEST_F(IndefinitelyStickyIteratePolicyTest, AnExceptionOfAnyTypeReleasesTheSearc
     EXPECT_EQ(Run(), "l local");
     EXPECT_TRUE(clock.Waits().empty());
     EXPECT_TRUE(failed->Changes() == Lines{"removed l"});
+}
+
+TEST_F(IndefinitelyStickyIteratePolicyTest, AServerThatWasGivenUpDoesNotKeepAFailedSearchFromEnding) {
+    finder->Set({"l"}, {});
+    { EXPECT_EQ(Next(NewCall()), "l local"); }
+    finder->OnFind([] { throw CommunicationsError("down"); });
+    EXPECT_THROW(Next(NewCall()), CommunicationsError);
+    finder->OnFind(nullptr);
+    EXPECT_EQ(Run(), "l local");
+    EXPECT_TRUE(clock.Waits().empty());
 }
 
 TEST_F(IndefinitelyStickyIteratePolicyTest, ACancelledWaitForAFailedServerReleasesTheSearch) {

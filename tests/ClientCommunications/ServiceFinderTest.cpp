@@ -251,6 +251,16 @@ TEST_F(ServiceFinderTest, WithoutCacheControlTheDefaultsOrTheDocumentsOwnTimesAr
     EXPECT_EQ(Stored().maxStaleTime, 2);
 }
 
+TEST_F(ServiceFinderTest, NothingOfTheStaleCopyIsLeftInTheAnswerThatReplacesIt) {
+    cache->Put(Path, Document({"a"}, {"b"}, Now - 1, 100));
+    gateway->Answer(200, "{}");
+    EXPECT_TRUE(Make().Find(Token())->GetAll().empty());
+    EXPECT_EQ(Stored().expiryTime, Now + 300);
+    EXPECT_EQ(Stored().maxStaleTime, 604'500);
+    EXPECT_TRUE(Stored().local.empty());
+    EXPECT_TRUE(Stored().remote.empty());
+}
+
 TEST_F(ServiceFinderTest, AnAnswerOfNothingIsReturnedAndStored) {
     gateway->Answer(200, R"({"local":[],"remote":[]})");
     EXPECT_TRUE(Make().Find(Token())->GetAll().empty());
