@@ -75,6 +75,7 @@ private:
                           const std::function<void()>& mend) {
         for (int number = 1;; ++number) {
             SCOPED_TRACE(path + " " + std::to_string(number));
+            ASSERT_LT(number, 100) << "hangs in each run, which is killed as well";
             std::filesystem::remove_all(machine.Folder() / Cache);
             for (const Words& words : prepare)
                 ExpectSuccess(machine.Run(words));

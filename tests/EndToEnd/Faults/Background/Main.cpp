@@ -1,6 +1,6 @@
 // The tool with its state here, held back ahead of its last change of a file until each of its background
-// threads has done a whole round of its work. The n-th thing that such a thread does with a file below a
-// folder or of a name kills the process before it has any effect:
+// threads has done a whole round of its work. The n-th operation of such a thread on a file whose path holds
+// a given text kills the process before it has any effect:
 //
 //     tool KILL-AT-PATH KILL-AT-NUMBER NUMBER-OF-THREADS ARGUMENTS...
 
