@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
 
@@ -227,6 +229,18 @@ TEST_F(EnrolmentCommandsTest, UnenrollClientSelfActsWithItsOwnCredentialsAndCanD
               "Caught exception: Ombry::ClientCommunications::FileStorage::Load: Failed to open file '" +
                   Security + "/Components/c1/ombrycomponent.config' for read.\n");
     EXPECT_EQ(web.Summaries().size(), requests);
+}
+
+TEST_F(EnrolmentCommandsTest, ClientThatRemovesItselfHasCachesOfItsOwn) {
+    EXPECT_EQ(Tool({"unenroll-client-self", "-n", "c1"}).error, "");
+
+    const std::string cache = Security + "/CS-cpp/cache/";
+    std::set<std::string> folders;
+    for (const auto& [path, content] : files.Contents()) {
+        const bool isSeeded = path.ends_with("/v1-service.cache-p");
+        if (path.starts_with(cache) && !isSeeded) folders.insert(path.substr(0, path.rfind('/')));
+    }
+    EXPECT_EQ(folders, (std::set<std::string>{cache + "c1/aa_token", cache + "c1/finder_cache"}));
 }
 
 }  // namespace
