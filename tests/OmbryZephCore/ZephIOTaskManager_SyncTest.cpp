@@ -314,6 +314,19 @@ TEST_F(ZephIOTaskManager_SyncTest, AWriteStartedOnAnExceptionalHandleWaitsForThe
     EXPECT_EQ(sockets.CallsOf("Select"), 2u);
 }
 
+TEST_F(ZephIOTaskManager_SyncTest, AReadStartedOnAnExceptionalHandleWaitsForTheNextRound) {
+    const SocketHandle h1 = Connect(a);
+    const SocketHandle h2 = Connect(b);
+    sockets.Deliver(h1, "x");
+    sockets.Deliver(h2, "yz");
+    Read(h1);
+    Write(h2);
+    sockets.NextReady({h1}, {}, {h2});
+    a.onComplete = [&](std::uint32_t) { Read(h2); };
+    EXPECT_EQ(manager.DoPendingIO(5, Token()), 0u);
+    EXPECT_THAT(events, ElementsAre("a read 0 ok 1", "b write 1 failed", "b read 0 ok 2"));
+}
+
 // --- Handlers that change the table ---
 
 TEST_F(ZephIOTaskManager_SyncTest, AHandlerMayUnregisterItselfAndItsWriteIsNeverDelivered) {

@@ -69,6 +69,17 @@ TEST_F(ZephSSLIORoundsTest, CloseSeenInARoundBehindAnIdleOneIsStillAnswered) {
     EXPECT_EQ(lower.CompleteWrite(), "alert");
 }
 
+TEST_F(ZephSSLIORoundsTest, OutputThatWaitsForARunningWriteTakesNoFurtherRound) {
+    TurnOn();
+    engine.output = "head";
+    engine.wants = true;
+    Read(10);
+    engine.output = "body";
+    engine.calls.clear();
+    Read(10);
+    EXPECT_THAT(engine.calls, ElementsAre("read_plaintext 10"));
+}
+
 TEST_F(ZephSSLIORoundsTest, SessionThatFollowsAStopBehindAnIdleRoundBeginsAtOnce) {
     Register();
     engine.output = "last";
