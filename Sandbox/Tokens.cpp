@@ -36,7 +36,7 @@ std::optional<std::string> DecodeUrl(std::string_view text) {
     std::uint32_t bits = 0;
     int count = 0;
     for (const char c : text) {
-        const char* const found = c ? std::char_traits<char>::find(Alphabet, 64, c) : nullptr;
+        const char* const found = std::char_traits<char>::find(Alphabet, 64, c);
         if (!found) return std::nullopt;
         bits = bits << 6 | static_cast<std::uint32_t>(found - Alphabet);
         count += 6;
@@ -45,8 +45,8 @@ std::optional<std::string> DecodeUrl(std::string_view text) {
             data += static_cast<char>(static_cast<unsigned char>(bits >> count & 0xff));
         }
     }
-    // A token has one spelling: the bits behind the last whole byte are zero, and less than a character.
-    if (count == 6 || (bits & ((1u << count) - 1)) != 0) return std::nullopt;
+    // A token has one spelling: the bits behind the last whole byte are zero.
+    if ((bits & ((1u << count) - 1)) != 0) return std::nullopt;
     return data;
 }
 

@@ -126,6 +126,10 @@ TEST_F(SandboxStateTest, HashIsTheStatedOne) {
     EXPECT_EQ(
         Hand(folder).Ask("SELECT hex(salt), hex(hash) FROM clients"),
         "000102030405060708090A0B0C0D0E0F;38898EC86290BC0F1630837C5B0B9C9546450F2929098FD1C5638B05339EF1F8;");
+    // These have hashes that begin, and end, with the same byte.
+    EXPECT_TRUE(state.IsClientSecret("a", "secret"));
+    EXPECT_FALSE(state.IsClientSecret("a", "wrong-16"));
+    EXPECT_FALSE(state.IsClientSecret("a", "wrong-672"));
 }
 
 TEST_F(SandboxStateTest, NothingIsStoredWithoutASalt) {

@@ -83,6 +83,11 @@ TEST_F(SandboxTokensTest, NoCharacterCanBeChangedTakenOrAdded) {
         EXPECT_FALSE(IsGood(token.substr(0, i))) << i;
         EXPECT_FALSE(IsGood(token.substr(0, i) + token.substr(i + 1))) << i;
     }
+    // Of the last character four bits stand behind the last byte.
+    for (int c = 0; c < 256; ++c) {
+        const std::string other = token.substr(0, token.size() - 1) + static_cast<char>(c);
+        EXPECT_EQ(IsGood(other), other == token) << c;
+    }
     for (const char* tail : {"A", "=", "==", ".", " ", "\n", ".AAAA"})
         EXPECT_FALSE(IsGood(token + tail)) << tail;
     EXPECT_FALSE(IsGood(" " + token));
