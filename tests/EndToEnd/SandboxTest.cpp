@@ -313,6 +313,43 @@ TEST(SandboxTest, StateIsPrivateAndHoldsNoSecretInPlainText) {
     }
 }
 
+TEST(SandboxTest, MissingStateFolderIsMadeForItsOwnerAlone) {
+    const TemporaryDirectory folder;
+    Sandbox sandbox({"--state", folder / "a/b"});
+    Tree tree = TreeOf(folder.Path());
+    EXPECT_EQ(tree["a"], "700/");
+    EXPECT_EQ(tree["a/b"], "700/");
+    EXPECT_TRUE(tree["a/b/identity.pem"].starts_with("600 "));
+    EXPECT_TRUE(tree["a/b/state.sqlite"].starts_with("600 "));
+}
+
+TEST(SandboxTest, StateThatCannotBeUsedIsNamed) {
+    const TemporaryDirectory folder;
+    const auto start = [&](const std::string& state) {
+        const ProcessOutcome outcome = RunProcess({OMBRY_SANDBOX_SERVICE, "--state", state});
+        EXPECT_EQ(outcome.exitCode, 1);
+        EXPECT_EQ(outcome.out, "");
+        return outcome.error;
+    };
+    const std::string file = folder.Write("file", "");
+    EXPECT_EQ(start(file), "ombry-sandbox: Cannot make the folder '" + file + "'.\n");
+    folder.Write("key/identity.pem", "no key");
+    EXPECT_EQ(start(folder / "key"),
+              "ombry-sandbox: '" + folder / "key/identity.pem" + "' holds no key and certificate.\n");
+    folder.Write("data/state.sqlite", std::string(4096, 'x'));
+    EXPECT_EQ(start(folder / "data"),
+              "ombry-sandbox: Cannot open '" + folder / "data/state.sqlite" + "': file is not a database\n");
+}
+
+TEST(SandboxTest, FailureAtTheStopIsNamed) {
+    Sandbox sandbox;
+    for (const char* file : {"state.sqlite", "state.sqlite-wal", "state.sqlite-shm"})
+        sandbox.State()->Write(file, std::string(40000, 'x'));
+    const ProcessOutcome& outcome = sandbox.Stop();
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_TRUE(outcome.error.starts_with("ombry-sandbox: Database: ")) << outcome.error;
+}
+
 TEST(SandboxTest, StopsOnEitherSignal) {
     for (const int signal : {SIGTERM, SIGINT}) {
         Sandbox sandbox({"--fault", "/v1/ddb:1:silence"});
