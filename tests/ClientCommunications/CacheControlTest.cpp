@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <locale>
 #include <stdexcept>
 
 #include "tests/Fakes/FakeClock.h"
@@ -101,6 +102,19 @@ TEST_F(CacheControlTest, AValueTooShortForAMissingDirectiveFails) {
         EXPECT_EQ(dto.expiryTime, DefaultExpiry);
         EXPECT_EQ(dto.maxStaleTime, DefaultStale);
     }
+}
+
+TEST_F(CacheControlTest, NumbersAreReadTheSameWhateverTheLocaleOfTheProcess) {
+    class Grouping : public std::numpunct<char> {
+        char do_thousands_sep() const override { return '.'; }
+        std::string do_grouping() const override { return "\3"; }
+    };
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Grouping));
+    FoundServicesDto dto;
+    ApplyCacheControl("max-age=1.234,stale-while-revalidate=5.678", dto);
+    std::locale::global(before);
+    EXPECT_EQ(dto.expiryTime, Now + 1);
+    EXPECT_EQ(dto.maxStaleTime, 5);
 }
 
 TEST_F(CacheControlTest, OnlyBlanksAreRemovedNotTabs) {

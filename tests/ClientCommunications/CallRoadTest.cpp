@@ -10,6 +10,7 @@
 #include "ClientCommunications/Impl/ServiceGateway.h"
 #include "ClientCommunications/Impl/ServiceIteratePolicyFactory.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
+#include "ClientCommunications/Impl/SyncStringWriter.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Fakes/RecordingLogger.h"
@@ -96,6 +97,15 @@ TEST_F(CallRoadTest, ServerThatAnswersIsTheOnlyOneAsked) {
     EXPECT_EQ(Make()->CallForString(request, Token())->GetService()->GetId(), "l");
     EXPECT_EQ(asked, Lines{"l"});
     EXPECT_EQ(Caught(), Lines{});
+}
+
+TEST_F(CallRoadTest, StreamGoesToTheWriterOfTheCallerFromTheServerThatAnswers) {
+    sockets.OnConnect("l:80", {111, true, false, 0});
+    std::string text = "before";
+    const auto response = Make()->CallForStream(request, std::make_shared<SyncStringWriter>(text), Token());
+    EXPECT_EQ(response->GetService()->GetId(), "r");
+    EXPECT_EQ(text, "hi");
+    EXPECT_EQ(response->GetBody(), "");
 }
 
 TEST_F(CallRoadTest, ServerThatRefusesIsLeftForTheNextAndRemembered) {

@@ -285,6 +285,7 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, AnAlternateThatThisCallHasTriedAlready
     const std::size_t searches = finder->Calls();
     EXPECT_EQ(Next(call), "s remote");
     EXPECT_EQ(finder->Calls(), searches);
+    EXPECT_EQ(Next(call), "s remote");  // a failure on what was to be a way home: "s" stays proven
     EXPECT_EQ(Next(NewCall()), "l local");
     EXPECT_EQ(finder->Calls(), searches + 1);  // looked for anew
 }
@@ -304,6 +305,39 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, AWayHomeFoundInACallThatHasFailedBefor
     const std::size_t searches = finder->Calls();
     EXPECT_EQ(Next(NewCall()), "l local");
     EXPECT_EQ(finder->Calls(), searches);  // it has failed once, which is below the limit
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AnAlternateThatAnswersAsTheOneSelectedStaysTheWayHome) {
+    UsePolicy(3);
+    SucceedRemotely(50);
+    EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+    {
+        const CallPtr call = NewCall();  // the second failure of "l" as the way home
+        EXPECT_EQ((Lines{Next(call), Next(call), Next(call), Next(call), Next(call)}),
+                  (Lines{"l local", "r remote", "r remote", "r remote", "none"}));
+    }
+    failed->Forget("l");
+    EXPECT_EQ(Run(), (Lines{"l local"}));  // selected among all
+    EXPECT_EQ(Run(3), (Lines{"l local", "l local", "l local", "r remote"}));
+    SucceedRemotely(49);
+    const std::size_t searches = finder->Calls();
+    EXPECT_EQ(Next(NewCall()), "l local");
+    EXPECT_EQ(finder->Calls(), searches);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AFailureOfAnEarlierWayHomeDoesNotCountAgainstTheOneFoundSince) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    const CallPtr call = NewCall();
+    EXPECT_EQ(Next(call), "l local");
+    EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+    finder->Set({"m"}, {"r"});
+    const CallPtr beside = NewCall();
+    EXPECT_EQ(Next(beside), "m local");
+    EXPECT_EQ(Next(call), "r remote");  // "l" has failed
+    const std::size_t searches = finder->Calls();
+    EXPECT_EQ(Next(NewCall()), "m local");
+    EXPECT_EQ(finder->Calls(), searches);
 }
 
 TEST_F(IterateAfterMaxFailuresPolicyTest, AnAlternateOfAnotherCallStaysWhenThisOneSucceedsAtHome) {
@@ -432,6 +466,30 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, AFailureOfAServerNoLongerInUseDoesNotT
     first.reset();  // a failure of "l"
     EXPECT_EQ(Run(), (Lines{"r remote"}));
     EXPECT_EQ(finder->Calls(), 2u);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ACallCountsTheFailuresOfItsOwnServerWhileTheOthersMoveOn) {
+    UsePolicy(1);
+    finder->Set({"l"}, {"r"});
+    const CallPtr first = NewCall();
+    const CallPtr second = NewCall();
+    EXPECT_EQ(Next(first), "l local");
+    EXPECT_EQ((Lines{Next(second), Next(second)}), (Lines{"l local", "r remote"}));
+    EXPECT_EQ(Next(first), "r remote");  // "l" has had its failure, though "r" has none
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ServersAreTheSameByTheirIdsThoughEverySearchMakesNewOnes) {
+    UsePolicy(2);
+    finder->Set({"l"}, {"r"});
+    const CallPtr first = NewCall();
+    const CallPtr second = NewCall();
+    finder->OnFind([&] {
+        finder->OnFind(nullptr);
+        EXPECT_EQ(Next(second), "l local");
+    });
+    EXPECT_EQ(Next(first), "l local");   // selected anew, beside the second
+    EXPECT_EQ(Next(second), "l local");  // one failure, also for the first
+    EXPECT_EQ(Next(first), "r remote");  // two
 }
 
 TEST_F(IterateAfterMaxFailuresPolicyTest, MaxFailuresOfZeroSelectsAtEveryFailure) {

@@ -287,13 +287,19 @@ TEST_F(ServiceGatewayTest, AStreamCallTakesTheSameRoad) {
     http->gateway->Answer(503, "");
     http->gateway->Answer(404, "page");
     std::string sink;
-    const auto response = Make()->CallForStream(request, std::make_shared<SyncStringWriter>(sink), Token());
+    const auto writer = std::make_shared<SyncStringWriter>(sink);
+    const Token token = Cancellation::CreateCancellable();
+    const auto response = Make()->CallForStream(request, writer, token);
     ASSERT_TRUE(response);
     EXPECT_EQ(response->GetStatusCode(), 404);
     EXPECT_EQ(response->GetBody(), "page");
     ASSERT_EQ(Calls().size(), 2u);
-    EXPECT_TRUE(Calls()[0].streamed);
-    EXPECT_TRUE(Calls()[1].streamed);
+    token.Cancel();
+    for (const auto& call : Calls()) {
+        EXPECT_TRUE(call.streamed);
+        EXPECT_EQ(call.writer, writer);
+        EXPECT_TRUE(call.token.IsCancelled());
+    }
     EXPECT_EQ(RequestHeaders(), (Headers{{"Authorization", "usual 2"}, {"Contract-Version", "1"}}));
 }
 

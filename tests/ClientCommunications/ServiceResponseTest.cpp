@@ -71,6 +71,16 @@ TEST_F(ServiceResponseTest, VisitsHeadersInTheOrderThatIgnoresCaseWithAPrefixFir
     EXPECT_THAT(names, ElementsAre("A", "a-b", "ab", "b", "C"));
 }
 
+TEST_F(ServiceResponseTest, NamesAreOrderedByTheirBytesAndOnlyLettersOfAsciiHaveACase) {
+    const HeaderNameLess less;
+    EXPECT_TRUE(less("z", "\xc3\xa4"));
+    EXPECT_FALSE(less("\xc3\xa4", "z"));
+    EXPECT_TRUE(less("\xc3\x84", "\xc3\xa4"));
+    EXPECT_FALSE(less("A", "a") || less("a", "A"));
+    EXPECT_TRUE(less("_", "a") && less("_", "A"));
+    EXPECT_TRUE(less("", "a") && less("a", "ab") && !less("ab", "A"));
+}
+
 TEST_F(ServiceResponseTest, AnEmptyCallbackFailsAtTheFirstHeaderOnly) {
     Answer(200);
     Response().ForEachHeader(nullptr);

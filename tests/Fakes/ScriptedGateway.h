@@ -53,6 +53,7 @@ public:
         Cancellation::Token requestToken;  ///< the request's own, made at the time of the call
         Duration attemptTimeout{};
         int maxRetries = 0;
+        std::shared_ptr<ClientCommunications::ISyncWriter> writer;  ///< of a stream call
     };
 
     void Answer(int status, std::string body, std::map<std::string, std::string> headers = {}) {
@@ -70,8 +71,8 @@ public:
     }
     std::shared_ptr<ClientCommunications::IStreamServiceResponse> CallForStream(
         std::shared_ptr<ClientCommunications::IServiceRequest> request,
-        std::shared_ptr<ClientCommunications::ISyncWriter>, Cancellation::Token token) override {
-        return Next(*request, std::move(token), true);
+        std::shared_ptr<ClientCommunications::ISyncWriter> writer, Cancellation::Token token) override {
+        return Next(*request, std::move(token), true, std::move(writer));
     }
 
     std::vector<Call> calls;
@@ -79,7 +80,8 @@ public:
 
 private:
     std::shared_ptr<PlainResponse> Next(const ClientCommunications::IServiceRequest& request,
-                                        Cancellation::Token token, bool streamed) {
+                                        Cancellation::Token token, bool streamed,
+                                        std::shared_ptr<ClientCommunications::ISyncWriter> writer = nullptr) {
         Call call{request.GetMethod(),
                   request.GetPath(),
                   {},
@@ -88,7 +90,8 @@ private:
                   streamed,
                   request.GetCancellationToken(),
                   request.GetAttemptTimeout(),
-                  request.GetMaxRetries()};
+                  request.GetMaxRetries(),
+                  std::move(writer)};
         request.ForEachHeader(
             [&](const std::string& name, const std::string& value) { call.headers[name] = value; });
         if (const auto reader = request.GetBodyReader()) call.body = ReadAll(*reader);
