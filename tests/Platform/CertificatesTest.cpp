@@ -102,6 +102,9 @@ TEST_F(CertificatesTest, EverythingElseInBase64IsFailure) {
           std::string("Zm9\xC3"),  std::string("Zm.v"),  std::string("-----BEGIN CERTIFICATE-----")}) {
         EXPECT_EQ(Decode(text), "failure") << testing::PrintToString(text);
     }
+    // Three signs fill up a group of a single digit, which holds no whole byte.
+    for (const std::string text : {"A===", "AAAAA==="})
+        EXPECT_EQ(Decode(text), "failure") << text;
 }
 
 TEST_F(CertificatesTest, BitsThatBelongToNoByteMustBeZero) {
