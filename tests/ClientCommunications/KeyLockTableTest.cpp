@@ -180,7 +180,7 @@ TEST(KeyLockTableTest, EveryWaiterOfAnEntryThatWentAwayIsServed) {
 /// Whether the thread ends by itself. The number of looks only bounds how long a thread that was forgotten
 /// holds the test up.
 bool EndsUnaided(const std::atomic<bool>& ended) {
-    for (int looks = 0; !ended && looks < 20'000'000; ++looks)
+    for (int looks = 0; !ended && looks < 5'000'000; ++looks)
         std::this_thread::yield();
     return ended;
 }
