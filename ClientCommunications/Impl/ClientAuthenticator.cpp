@@ -23,7 +23,6 @@ void ClientAuthenticator::AddAuthentication(std::shared_ptr<IServiceRequest> req
     const ScopedWipe wipeEncoded(encoded);
     std::string value;
     const ScopedWipe wipeValue(value);
-    value.reserve(Scheme.size() + encoded.size());  // what outgrows its buffer leaves a copy behind
     value.append(Scheme).append(encoded);
     request->SetHeader("Authorization", value);
 }

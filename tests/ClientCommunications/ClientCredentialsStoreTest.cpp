@@ -222,7 +222,8 @@ public:
 TEST_F(ClientCredentialsStoreTest, NoPlainValueIsLeftInFreedMemoryWhereAStepFails) {
     const std::string secret = "a secret too long for a string object";
     storage->blob = StoredText;
-    const auto credentials = std::make_shared<PlainCredentials>(events, "name", secret, secret);
+    const auto idAsSecret = std::make_shared<PlainCredentials>(events, "name", secret, "");
+    const auto credentials = std::make_shared<PlainCredentials>(events, "name", "id", secret);
     const auto blocksLeftBy = [&](int n, const std::function<void(ClientCredentialsStore&)>& act) {
         ClientCredentialsStore failing(std::make_shared<Revealing>(secret, n), std::make_shared<NoFactory>(),
                                        storage);
@@ -230,7 +231,8 @@ TEST_F(ClientCredentialsStoreTest, NoPlainValueIsLeftInFreedMemoryWhereAStepFail
         EXPECT_THROW(act(failing), std::runtime_error) << n;
         return freed.BlocksWithTheSecret();
     };
-    EXPECT_EQ(blocksLeftBy(1, [&](auto& failing) { failing.Save(credentials); }), 0u);
+    EXPECT_EQ(blocksLeftBy(1, [&](auto& failing) { failing.Save(idAsSecret); }), 0u);
+    EXPECT_EQ(blocksLeftBy(2, [&](auto& failing) { failing.Save(credentials); }), 0u);
     // Both values are laid bare, and then protected again one after the other.
     for (const int n : {1, 2, 3, 4})
         EXPECT_EQ(blocksLeftBy(n, [&](auto& failing) { failing.Load("name"); }), 0u) << n;

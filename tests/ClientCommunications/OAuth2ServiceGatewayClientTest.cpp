@@ -5,6 +5,7 @@
 
 #include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/OAuth2Exception.h"
+#include "ClientCommunications/Impl/RootRequestMetaData.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "ObjectMapping/Serialization.h"
 #include "tests/Fakes/RecordingLogger.h"
@@ -25,6 +26,7 @@ public:
                                             const std::string& contractVersion,
                                             std::shared_ptr<IRootRequestMetaData> metaData) override {
         asked.push_back(method + " " + path + " " + contractVersion + (metaData ? " with" : " without"));
+        this->metaData = metaData;
         return CreateServiceRequest(method, path, contractVersion);
     }
     std::shared_ptr<IServiceRequest> Create(const std::string&, const std::string&,
@@ -32,6 +34,7 @@ public:
         throw std::logic_error("the variant without metadata was asked");
     }
     std::vector<std::string> asked;
+    std::shared_ptr<IRootRequestMetaData> metaData;  ///< of the last call
 };
 
 class OAuth2ServiceGatewayClientTest : public testing::Test {
@@ -70,6 +73,14 @@ TEST_F(OAuth2ServiceGatewayClientTest, TheRequestIsAFormForAClientCredentialsGra
                                           Pair("Contract-Version", "1")));
     EXPECT_EQ(call.body, "grant_type=client_credentials&servicename=v1-ddbmanagement");
     EXPECT_FALSE(call.streamed);
+}
+
+TEST_F(OAuth2ServiceGatewayClientTest, TheRootOfTheCallGoesWithTheRequest) {
+    gateway->Answer(200, "{}");
+    const auto metaData = RootRequestMetaData::createInfrastructure("UpdateJwtToken");
+    client.GetToken("service", metaData, Cancellation::Token());
+
+    EXPECT_EQ(factory->metaData, metaData);
 }
 
 TEST_F(OAuth2ServiceGatewayClientTest, TheServiceNameGoesOutRawOnPurpose) {
