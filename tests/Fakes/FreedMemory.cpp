@@ -3,12 +3,12 @@
 #include <cstring>
 #include <string_view>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-// Of the sanitizers' runtime; not every compiler installs its headers.
+#if defined(__SANITIZE_ADDRESS__)
+// Of the sanitizer's runtime; not every compiler installs its headers.
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*malloced)(const volatile void*, std::size_t),
                                                          void (*freed)(const volatile void*));
 extern "C" std::size_t __sanitizer_get_allocated_size(const volatile void* memory);
-#else
+#elif !defined(__SANITIZE_THREAD__)
 #include <malloc.h>
 
 extern "C" void __libc_free(void* memory);
@@ -21,12 +21,12 @@ thread_local FreedMemory* watching = nullptr;
 
 /// Looks at a block that is about to be freed and wipes it, so that whoever gets it next does not seem to
 /// leave in it what others left.
-void Take(void* memory, std::size_t size) {
+[[maybe_unused]] void Take(void* memory, std::size_t size) {
     if (watching) watching->Look({static_cast<const char*>(memory), size});
     std::memset(memory, 0, size);
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__SANITIZE_ADDRESS__)
 [[maybe_unused]] const int installed = __sanitizer_install_malloc_and_free_hooks(
     [](const volatile void*, std::size_t) {},
     [](const volatile void* memory) {

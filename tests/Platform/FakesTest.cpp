@@ -103,10 +103,10 @@ TEST(FreedMemoryTest, CountsTheBlocksThatHoldTheTextAndNotThoseOfEarlierOwners) 
     { const std::vector<char> sameSize(secret.size() + 1); }
     EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
     copyAndFree(false);
-    EXPECT_EQ(freed.BlocksWithTheSecret(), 1u);
+    EXPECT_EQ(freed.BlocksWithTheSecret(), FreedMemory::Watches ? 1u : 0u);
     std::string moved = secret;
     moved = std::string(100, 'x');  // the old block is emptied and freed
-    EXPECT_EQ(freed.BlocksWithTheSecret(), 2u);
+    EXPECT_EQ(freed.BlocksWithTheSecret(), FreedMemory::Watches ? 2u : 0u);
 }
 
 TEST(TemporaryDirectoryTest, IsGoneAfterwardsWithAllItHeld) {
