@@ -28,6 +28,39 @@ ServicePropsInner MakeProps(const std::string& key, const std::string& value) {
     return props;
 }
 
+/// Every field set.
+LocationAwareClient MakeFullClient() {
+    LocationAwareClient client;
+    client.id.Set("1");
+    client.clientSecretId.Set("2");
+    client.publicCertPem.Set("3");
+    client.groups.Set({"4", "5"});
+    client.description.Set("6");
+    client.datacenterId.Set("7");
+    client.rolesPerService.Set(EmptyDictionary());
+    return client;
+}
+
+ServiceEnrollment MakeFullService() {
+    ServiceEnrollment service;
+    service.serviceId.Set("1");
+    service.serviceName.Set("2");
+    service.clientId.Set("3");
+    service.directUrl.Set("4");
+    service.directCert.Set("5");
+    service.endpointUrl.Set("6");
+    service.endpointCert.Set("7");
+    service.serviceHostname.Set("8");
+    service.serviceNamespace.Set("9");
+    service.datacenterId.Set("10");
+    service.links.Set(EmptyDictionary());
+    service.roles.Set({"11"});
+    service.ttlSeconds.Set(-12);
+    service.status.Set("13");
+    service.serviceProps.Set({MakeProps("14", "15"), ServicePropsInner()});
+    return service;
+}
+
 TEST(PropertyTest, StartsUnsetAndSaysSo) {
     EXPECT_EQ(GetFailure(Property<std::string>("id")), "id is not set.");
     EXPECT_EQ(GetFailure(Property<int>("ttlSeconds")), "ttlSeconds is not set.");
@@ -69,14 +102,7 @@ TEST(LocationAwareClientTest, BodyOfTheToolHasNoMissingKeyAndNoRole) {
 }
 
 TEST(LocationAwareClientTest, EveryFieldIsWrittenInItsPlaceAndReadBack) {
-    LocationAwareClient client;
-    client.id.Set("1");
-    client.clientSecretId.Set("2");
-    client.publicCertPem.Set("3");
-    client.groups.Set({"4", "5"});
-    client.description.Set("6");
-    client.datacenterId.Set("7");
-    client.rolesPerService.Set(EmptyDictionary());
+    LocationAwareClient client = MakeFullClient();
     const std::string text = SerializeObject(client, nullptr);
 
     EXPECT_EQ(text,
@@ -120,35 +146,16 @@ TEST(LocationAwareClientTest, NullsAmongTheGroupsAreDroppedWithoutAHole) {
 }
 
 TEST(LocationAwareClientTest, ResetUnsetsEveryField) {
-    LocationAwareClient client;
-    const std::string empty = SerializeObject(client, nullptr);
-    client.id.Set("1");
-    client.groups.Set({});
-    client.rolesPerService.Set(EmptyDictionary());
-    EXPECT_NE(SerializeObject(client, nullptr), empty);
+    LocationAwareClient unset;
+    LocationAwareClient client = MakeFullClient();
 
     client.Reset();
 
-    EXPECT_EQ(SerializeObject(client, nullptr), empty);
+    EXPECT_EQ(SerializeObject(client, nullptr), SerializeObject(unset, nullptr));
 }
 
 TEST(ServiceEnrollmentTest, EveryFieldIsWrittenInItsPlaceAndReadBack) {
-    ServiceEnrollment service;
-    service.serviceId.Set("1");
-    service.serviceName.Set("2");
-    service.clientId.Set("3");
-    service.directUrl.Set("4");
-    service.directCert.Set("5");
-    service.endpointUrl.Set("6");
-    service.endpointCert.Set("7");
-    service.serviceHostname.Set("8");
-    service.serviceNamespace.Set("9");
-    service.datacenterId.Set("10");
-    service.links.Set(EmptyDictionary());
-    service.roles.Set({"11"});
-    service.ttlSeconds.Set(-12);
-    service.status.Set("13");
-    service.serviceProps.Set({MakeProps("14", "15"), ServicePropsInner()});
+    ServiceEnrollment service = MakeFullService();
     const std::string text = SerializeObject(service, nullptr);
 
     EXPECT_EQ(text,
@@ -204,14 +211,12 @@ TEST(ServiceEnrollmentTest, ALifetimeWrittenAsADoubleIsReadButNotSetOnPurpose) {
 }
 
 TEST(ServiceEnrollmentTest, ResetUnsetsEveryField) {
-    ServiceEnrollment service;
-    const std::string empty = SerializeObject(service, nullptr);
-    service.ttlSeconds.Set(1);
-    service.serviceProps.Set({MakeProps("a", "b")});
+    ServiceEnrollment unset;
+    ServiceEnrollment service = MakeFullService();
 
     service.Reset();
 
-    EXPECT_EQ(SerializeObject(service, nullptr), empty);
+    EXPECT_EQ(SerializeObject(service, nullptr), SerializeObject(unset, nullptr));
     ServicePropsInner props = MakeProps("a", "b");
     props.Reset();
     EXPECT_FALSE(props.key.IsSet());
