@@ -159,6 +159,12 @@ TEST_F(BootstrapCertificateStoreTest, AllEarlierBootstrapCertificatesGoAndAllOth
     EXPECT_EQ(getBootstrapSsdsCertificate(parameters), Base64Of(fourth));
 }
 
+TEST_F(BootstrapCertificateStoreTest, NamesAreReadIntoSixtyFourBytes) {
+    Put(first, BootstrapName);
+    getBootstrapSsdsCertificate(parameters);
+    EXPECT_EQ(certificates.nameRoom, 64u);
+}
+
 TEST_F(BootstrapCertificateStoreTest, OnlyTheExactNameCounts) {
     for (const std::string name :
          {"DiscoveryServiceBootstra", "discoveryservicebootstrap", " DiscoveryServiceBootstrap",

@@ -104,6 +104,17 @@ TEST_F(CommunicationsParametersTest, AUserNameThatIsTheDefaultsOwnMovesWithTheSe
     EXPECT_EQ(parameters.cacheDirectory, "/secure/CS-cpp/cache/user");
 }
 
+TEST_F(CommunicationsParametersTest, OfAUserAndAClientTheUserNamesTheDefaultCacheDirectory) {
+    CommunicationsParameters parameters("client");
+    parameters.SetUserName("user");
+    parameters.SetSecurityDirectory("/secure");
+    EXPECT_EQ(parameters.cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
+
+    parameters.cacheDirectory = "/secure/CS-cpp/cache/user";
+    parameters.SetSecurityDirectory("/other");
+    EXPECT_EQ(parameters.cacheDirectory, "/other/CS-cpp/cache/user");
+}
+
 TEST_F(CommunicationsParametersTest, ACopyIsItsOwn) {
     CommunicationsParameters parameters("client");
     CommunicationsParameters copy = parameters;
@@ -208,6 +219,12 @@ TEST_F(GetDatacenterIdTest, AMissingCommonFileIsNoFailure) {
 TEST_F(GetDatacenterIdTest, TheTextUpToTheNextBracketIsTakenAsItStands) {
     PutCommon("<a>1</a>\r\n<DatacenterId> x \n&amp; y</c><DatacenterId>second</DatacenterId>");
     EXPECT_EQ(Id(), " x \n&amp; y");
+}
+
+TEST_F(GetDatacenterIdTest, SpacesAloneAreAnId) {
+    PutCommon("<DatacenterId> </DatacenterId>");
+    PutOwn("own");
+    EXPECT_EQ(Id(), " ");
 }
 
 TEST_F(GetDatacenterIdTest, ItIsAPlainSearchAndNoParser) {

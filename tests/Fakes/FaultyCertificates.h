@@ -24,7 +24,8 @@ public:
     void Fail(const std::string& operation, int error, int n = 0) { faults[operation] = {error, n}; }
 
     std::vector<std::string> calls;
-    int openStores = 0;  ///< stores that were opened and not closed
+    int openStores = 0;        ///< stores that were opened and not closed
+    std::size_t nameRoom = 0;  ///< bytes that the last caller had for a friendly name
 
     Platform::ValueOr<std::unique_ptr<Platform::ICertificateStore>> OpenStore(
         Platform::StoreLocation location, Platform::StoreAccess access, std::wstring_view name) override {
@@ -77,6 +78,7 @@ private:
         }
         Platform::ValueOr<std::uint32_t> GetFriendlyName(Context certificate,
                                                          std::span<std::uint8_t> buffer) override {
+            owner.nameRoom = buffer.size();
             if (const auto result = owner.Record("GetFriendlyName"); !result) return result;
             return inner->GetFriendlyName(certificate, buffer);
         }
