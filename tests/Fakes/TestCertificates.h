@@ -81,6 +81,7 @@ struct CertificateRecipe {
     long validFromSeconds = -86400;  ///< from now
     long validToSeconds = 86400;
     bool authority = false;
+    std::string extendedKeyUsage{};  ///< OpenSSL's notation; empty for none
     const EVP_MD* digest = nullptr;  ///< null: SHA-256
     long serial = 1;
 };
@@ -106,6 +107,7 @@ inline TestCertificate MakeCertificate(const CertificateRecipe& recipe) {
     X509_set_issuer_name(x, recipe.issuer ? X509_get_subject_name(recipe.issuer.get()) : subject);
     AddExtension(x, NID_basic_constraints, recipe.authority ? "critical,CA:TRUE" : "CA:FALSE");
     if (!recipe.alternativeNames.empty()) AddExtension(x, NID_subject_alt_name, recipe.alternativeNames);
+    if (!recipe.extendedKeyUsage.empty()) AddExtension(x, NID_ext_key_usage, recipe.extendedKeyUsage);
     const TestKey& signer = recipe.issuerKey ? recipe.issuerKey : recipe.key;
     if (X509_sign(x, signer.get(), recipe.digest ? recipe.digest : EVP_sha256()) == 0) {
         throw std::runtime_error("cannot sign a certificate");

@@ -7,6 +7,8 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tests/Fakes/TestCertificates.h"
 
@@ -18,6 +20,7 @@ struct TlsServerRecipe {
     int version = 0;                        ///< the only protocol version; 0 for any
     TestCertificate certificate = nullptr;  ///< null: none
     TestKey key = KeyNamed("rsa2048");
+    std::vector<TestCertificate> intermediates{};  ///< sent behind the certificate
     std::string ciphers = "ALL:eNULL:aNULL:@SECLEVEL=0";
     std::uint64_t options = 0;
     bool asksForClientCertificate = false;
@@ -37,6 +40,9 @@ inline std::shared_ptr<SSL_CTX> MakeTlsServerContext(const TlsServerRecipe& reci
                                SSL_CTX_use_PrivateKey(c, recipe.key.get()) != 1)) {
         throw std::runtime_error("server certificate");
     }
+    for (const TestCertificate& intermediate : recipe.intermediates) {
+        if (SSL_CTX_add1_chain_cert(c, intermediate.get()) != 1) throw std::runtime_error("chain");
+    }
     if (recipe.asksForClientCertificate) SSL_CTX_set_verify(c, SSL_VERIFY_PEER, nullptr);
     return context;
 }
@@ -44,8 +50,10 @@ inline std::shared_ptr<SSL_CTX> MakeTlsServerContext(const TlsServerRecipe& reci
 /// The server end of a TLS session between two memory buffers, over the TLS library itself.
 class TlsServerEnd {
 public:
-    explicit TlsServerEnd(const TlsServerRecipe& recipe) {
-        context = MakeTlsServerContext(recipe);
+    explicit TlsServerEnd(const TlsServerRecipe& recipe) : TlsServerEnd(MakeTlsServerContext(recipe)) {}
+
+    /// Server ends of one context could resume each other's sessions.
+    explicit TlsServerEnd(std::shared_ptr<SSL_CTX> sharedContext) : context(std::move(sharedContext)) {
         session.reset(SSL_new(context.get()), SSL_free);
         input = BIO_new(BIO_s_mem());
         output = BIO_new(BIO_s_mem());
