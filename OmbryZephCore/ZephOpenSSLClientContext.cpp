@@ -16,7 +16,7 @@ namespace {
 
 constexpr int SecurityLevel = 2;   // of certificate chains: RSA and DH from 2048 bits, no SHA-1 signatures
 constexpr int LevelTwoBits = 112;  // what the level asks of everything that has no rule of its own below
-constexpr int Sha1Bits = 64;       // lets MD5-SHA1 (67) and SHA-1 (80) sign the TLS 1.0 and 1.1 handshakes
+constexpr int Sha1Bits = 64;       // lets SHA-1 (64) and MD5-SHA1 (67) sign the TLS 1.0 and 1.1 handshakes
 constexpr int MinimumCipherBits = 128;
 
 constexpr const char* CipherList =

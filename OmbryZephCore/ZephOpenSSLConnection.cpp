@@ -190,7 +190,7 @@ std::int32_t ZephOpenSSLConnection::read_plaintext(std::uint8_t* pBuffer, std::i
     if (ready <= 0) return ready;
     if (m_PeerClosed || nBytes <= 0) return 0;
     const std::int32_t nCount = Read(pBuffer, nBytes);
-    if (m_Verbose && nCount >= 0) TracePlaintext(pBuffer, nCount);
+    if (m_Verbose && nCount > 0) TracePlaintext(pBuffer, nCount);
     return nCount;
 }
 

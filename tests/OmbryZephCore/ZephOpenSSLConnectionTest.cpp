@@ -4,6 +4,8 @@
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 
+#include <functional>
+
 #include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
 
 namespace Ombry::Tests {
@@ -522,6 +524,27 @@ TEST_P(ZephOpenSSLConnectionTest, VerboseTraceShowsPlaintextAndCounts) {
               (std::vector<std::string>{"returning 1 bytes of plaintext: 'h'",
                                         "0 unprocessed bytes remain in the plaintext buffer.",
                                         "0 unprocessed bytes remain in the ciphertext buffer."}));
+
+    pair->logger->Clear();
+    EXPECT_EQ(Read(pair->client, result), "");
+    EXPECT_TRUE(pair->logger->Messages().empty()) << "a read that found nothing";
+}
+
+TEST_P(ZephOpenSSLConnectionTest, VerboseTraceCountsWhatIsDecryptedAndWhatIsNot) {
+    Read(pair->client, result);  // takes tickets out of the way
+    pair->server.Write("x");
+    Inject(pair->client, pair->server.Take());
+    while (Read(pair->client, result) != "") {
+    }
+    pair->server.Write("hello");
+    Inject(pair->client, pair->server.Take() + "\x17\x03\x03");  // and the start of another record
+    pair->client.SetVerbose(true);
+    pair->logger->Clear();
+    ASSERT_EQ(Read(pair->client, result, 2), "he");
+    EXPECT_EQ(pair->logger->Messages(0),
+              (std::vector<std::string>{"returning 2 bytes of plaintext: 'he'",
+                                        "3 unprocessed bytes remain in the plaintext buffer.",
+                                        "3 unprocessed bytes remain in the ciphertext buffer."}));
 }
 
 TEST(ZephOpenSSLTraceTest, CiphertextIsUpperCaseHexadecimalWithALineEndAfterEach64) {
@@ -544,20 +567,49 @@ TEST(ZephOpenSSLTraceTest, CiphertextIsUpperCaseHexadecimalWithALineEndAfterEach
 
 // --- without a session ---
 
-TEST(ZephOpenSSLConnectionLifeTest, OperationsWithoutASessionFail) {
-    OmbryZephCore::ZephOpenSSLConnection connection(nullptr);
+void ExpectNoSession(OmbryZephCore::ZephOpenSSLConnection& connection) {
     std::uint8_t byte = 0;
-    EXPECT_EQ(connection.inject_ciphertext(&byte, 1), -1);
-    EXPECT_EQ(connection.extract_ciphertext(&byte, 1), -1);
-    EXPECT_EQ(connection.read_plaintext(&byte, 1), -1);
-    EXPECT_EQ(connection.write_plaintext(&byte, 1), -1);
-    EXPECT_EQ(connection.request_renegotiate(), -1);
-    EXPECT_EQ(connection.shutdown(true), -1);
     EXPECT_EQ(connection.extract_unprocessed_ciphertext(&byte, 1), 0);
     EXPECT_FALSE(connection.WantsCiphertext());
     EXPECT_FALSE(connection.IsOutputBlocked());
     EXPECT_FALSE(connection.IsShutdownComplete());
     EXPECT_FALSE(connection.IsShuttingDown());
+}
+
+TEST(ZephOpenSSLConnectionLifeTest, EachOperationWithoutASessionFails) {
+    using OmbryZephCore::ZephOpenSSLConnection;
+    std::uint8_t byte = 0;
+    const std::vector<std::function<std::int32_t(ZephOpenSSLConnection&)>> operations = {
+        [&](ZephOpenSSLConnection& c) { return c.inject_ciphertext(&byte, 1); },
+        [&](ZephOpenSSLConnection& c) { return c.extract_ciphertext(&byte, 1); },
+        [&](ZephOpenSSLConnection& c) { return c.read_plaintext(&byte, 1); },
+        [&](ZephOpenSSLConnection& c) { return c.write_plaintext(&byte, 1); },
+        [&](ZephOpenSSLConnection& c) { return c.request_renegotiate(); },
+        [&](ZephOpenSSLConnection& c) { return c.shutdown(true); }};
+    for (std::size_t i = 0; i < operations.size(); ++i) {
+        SCOPED_TRACE(i);
+        const auto logger = std::make_shared<RecordingLogger>();
+        ZephOpenSSLConnection connection(logger);
+        ExpectNoSession(connection);
+        EXPECT_EQ(operations[i](connection), -1);
+        ExpectNoSession(connection);
+        EXPECT_TRUE(logger->Messages().empty());
+    }
+}
+
+TEST(ZephOpenSSLConnectionLifeTest, FailedSecondStartLeavesNothingOfTheFirstSession) {
+    ZephOpenSSLTestPair pair(ServerOf(TLS1_2_VERSION));
+    ASSERT_TRUE(pair.Handshake());
+    std::int32_t result = 0;
+    Read(pair.client, result);
+    pair.server.Close();
+    Inject(pair.client, pair.server.Take() + "CLEAR");
+    Write(pair.client, "waits to be sent");
+    pair.client.shutdown(true);
+    const OmbryZephCore::ZephOpenSSLClientContext none(nullptr);
+    EXPECT_EQ(pair.client.InitializeAsClient(none, "server.test"), -1);
+    ExpectNoSession(pair.client);
+    EXPECT_EQ(Write(pair.client, "x"), -1);
 }
 
 TEST(ZephOpenSSLConnectionLifeTest, UninitialisedContextMakesNoSession) {
@@ -573,9 +625,15 @@ TEST(ZephOpenSSLConnectionLifeTest, InitializeAgainStartsAfresh) {
     ASSERT_EQ(Inject(pair.client, "HTTP/1.1 400 Bad Request\r\n"), -1);
     ASSERT_EQ(pair.client.InitializeAsClient(pair.context, "server.test"), 0);
     EXPECT_TRUE(pair.Handshake());
+    std::int32_t result = -1;
+    pair.server.Close();
+    Inject(pair.client, pair.server.Take());
+    Read(pair.client, result);
     pair.client.shutdown(true);
+    ASSERT_TRUE(pair.client.IsShutdownComplete());
     ASSERT_EQ(pair.client.InitializeAsClient(pair.context, "server.test"), 0);
     EXPECT_FALSE(pair.client.IsShuttingDown());
+    EXPECT_FALSE(pair.client.IsShutdownComplete());
     EXPECT_TRUE(pair.client.WantsCiphertext());
 }
 

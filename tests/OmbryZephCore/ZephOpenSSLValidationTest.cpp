@@ -55,6 +55,9 @@ TEST_P(ZephOpenSSLPlatformValidationTest, NameThatWouldSwitchTheCheckOffIsRefuse
                                     std::string("server.test\0.evil", 17)}) {
         ZephOpenSSLTestPair pair(server, name, false);
         EXPECT_EQ(pair.started, -1) << name;
+        EXPECT_EQ(pair.logger->Messages(4).at(0),
+                  "The server's certificate cannot be checked against the name '" +
+                      OmbryZephCore::ZephOpenSSLServerName(name).m_Text + "'.");
         EXPECT_EQ(Extract(pair.client), "");
         EXPECT_EQ(Write(pair.client, "x"), -1);
     }
