@@ -158,6 +158,10 @@ TEST_F(ZephOpenSSLPlatformAuthoritiesTest, EitherOfThePlatformsTwoPlacesIsEnough
 TEST_F(ZephOpenSSLPlatformAuthoritiesTest, WithNeitherPlaceEveryServerIsRefusedAndNoErrorIsLeft) {
     EXPECT_FALSE(AcceptsWith(nowhere, nowhere));
     EXPECT_FALSE(AcceptsWith("", ""));
+    const DefaultAuthorities replaced(nowhere, nowhere);
+    ZephOpenSSLClientContext::ReplaceAuthorities("");
+    ASSERT_EQ(ZephOpenSSLClientContext(nullptr).Initialize(false), 0u);
+    EXPECT_EQ(ERR_peek_error(), 0u);
 }
 
 TEST_F(ZephOpenSSLPlatformAuthoritiesTest, NamesInTheEnvironmentPlayNoPart) {

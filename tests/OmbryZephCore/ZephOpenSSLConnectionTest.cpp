@@ -468,6 +468,20 @@ TEST_P(ZephOpenSSLConnectionTest, ShutdownThatWaitsDropsDataUntilThePeerCloses) 
     EXPECT_EQ(Extract(pair->client), "");
 }
 
+TEST_P(ZephOpenSSLConnectionTest, RequestToRenegotiateThatCrossesOurCloseIsPassedOver) {
+    if (GetParam().number == TLS1_3_VERSION) return;
+    pair->server.Renegotiate();
+    EXPECT_EQ(pair->client.shutdown(true), 0);
+    EXPECT_FALSE(Extract(pair->client).empty());
+    Inject(pair->client, pair->server.Take());
+    EXPECT_EQ(pair->client.shutdown(true), 0);
+    EXPECT_EQ(Extract(pair->client), "") << "nothing may follow the close";
+    EXPECT_TRUE(pair->client.WantsCiphertext());
+    pair->server.Close();
+    Inject(pair->client, pair->server.Take());
+    EXPECT_EQ(pair->client.shutdown(true), 1);
+}
+
 TEST_P(ZephOpenSSLConnectionTest, LastArgumentOfShutdownDecidesWhetherItIsComplete) {
     EXPECT_EQ(pair->client.shutdown(true), 0);
     EXPECT_FALSE(pair->client.IsShutdownComplete());

@@ -114,6 +114,14 @@ TEST_P(ZephOpenSSLHandshakeTest, CloseAlertBetweenTheServersFlightAndItsAnswerTo
     EXPECT_FALSE(pair.client.IsShuttingDown());
 }
 
+TEST_P(ZephOpenSSLHandshakeTest, WarningThatIsNoCloseIsPassedOver) {
+    ZephOpenSSLTestPair pair(ServerOf(GetParam().number));
+    EXPECT_EQ(Inject(pair.client, std::string("\x15\x03\x03\x00\x02\x01\x5a", 7)), 7);  // user_canceled
+    EXPECT_TRUE(pair.client.WantsCiphertext());
+    EXPECT_FALSE(pair.client.IsShuttingDown());
+    EXPECT_TRUE(pair.Handshake());
+}
+
 TEST_P(ZephOpenSSLHandshakeTest, FatalAlertIsAFailureAndNoClose) {
     ZephOpenSSLTestPair pair(ServerOf(GetParam().number));
     EXPECT_EQ(Inject(pair.client, std::string("\x15\x03\x03\x00\x02\x02\x28", 7)), -1);
