@@ -131,6 +131,16 @@ int SSL_set1_host(SSL* session, const char* name) {
     return Fails("SSL_set1_host") ? 0 : real(session, name);
 }
 
+int SSL_do_handshake(SSL* session) {
+    static const auto real = TheLibrarys<decltype(SSL_do_handshake)>("SSL_do_handshake");
+    return Fails("SSL_do_handshake") ? -1 : real(session);
+}
+
+int SSL_read_ex(SSL* session, void* data, std::size_t room, std::size_t* count) {
+    static const auto real = TheLibrarys<decltype(SSL_read_ex)>("SSL_read_ex");
+    return Fails("SSL_read_ex") ? 0 : real(session, data, room, count);
+}
+
 int SSL_write_ex(SSL* session, const void* data, std::size_t length, std::size_t* written) {
     static const auto real = TheLibrarys<decltype(SSL_write_ex)>("SSL_write_ex");
     return Fails("SSL_write_ex") ? 0 : real(session, data, length, written);

@@ -160,7 +160,10 @@ TEST_P(ZephOpenSSLStartFaultTest, ManagerGivesNoConnection) {
 
 class ZephOpenSSLSessionFaultTest : public testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(pair.Handshake()); }
+    void SetUp() override {
+        ASSERT_TRUE(pair.Handshake());
+        ERR_raise(ERR_LIB_USER, 77);  // somebody else's, and no part of any text
+    }
 
     void ExpectFailedWith(const std::string& operation) {
         EXPECT_THAT(pair.logger->Messages(), ElementsAre(operation + " failed: " + TextOf(1)));
@@ -182,6 +185,42 @@ TEST_F(ZephOpenSSLSessionFaultTest, PlaintextThatCannotBeEncryptedIsAFailure) {
     const OpenSSLFault fault("SSL_write_ex");
     EXPECT_EQ(Write(pair.client, "x"), -1);
     ExpectFailedWith("SSL_write_ex");
+}
+
+TEST_F(ZephOpenSSLSessionFaultTest, CiphertextThatCannotBeDecryptedIsAFailureAndNoClose) {
+    const OpenSSLFault fault("SSL_read_ex");
+    std::int32_t result = 0;
+    EXPECT_EQ(Read(pair.client, result), "");
+    EXPECT_EQ(result, -1);
+    ExpectFailedWith("SSL_read_ex");
+}
+
+TEST_F(ZephOpenSSLSessionFaultTest, EndThatThePeerDidNotAnnounceIsAFailureAndNoClose) {
+    const OpenSSLFault fault("SSL_read_ex", 0, 0);
+    std::int32_t result = 0;
+    EXPECT_EQ(Read(pair.client, result), "");
+    EXPECT_EQ(result, -1);
+    EXPECT_FALSE(pair.client.IsShuttingDown());
+    EXPECT_THAT(pair.logger->Messages(), ElementsAre("SSL_read_ex failed: no error recorded"));
+}
+
+TEST_F(ZephOpenSSLSessionFaultTest, WaitForThePeersCloseEndsWithAnyFailure) {
+    for (const int errors : {0, 1}) {
+        ZephOpenSSLTestPair fresh(ServerOf(TLS1_2_VERSION));
+        ASSERT_TRUE(fresh.Handshake());
+        const OpenSSLFault fault("SSL_read_ex", 0, errors);
+        EXPECT_EQ(fresh.client.shutdown(true), -1) << errors;
+        EXPECT_FALSE(fresh.client.IsShutdownComplete());
+    }
+}
+
+TEST(ZephOpenSSLHandshakeFaultTest, HandshakeThatBreaksOffIsAFailureAndNoClose) {
+    ZephOpenSSLTestPair pair(ServerOf(TLS1_2_VERSION));
+    const OpenSSLFault fault("SSL_do_handshake");
+    EXPECT_EQ(Inject(pair.client, ""), -1);
+    EXPECT_THAT(pair.logger->Messages(4), ElementsAre("SSL_do_handshake failed: " + TextOf(1)));
+    EXPECT_FALSE(pair.client.IsShuttingDown());
+    EXPECT_EQ(Write(pair.client, "secret"), -1);
 }
 
 TEST_F(ZephOpenSSLSessionFaultTest, RenegotiationThatCannotBeginIsAFailure) {
