@@ -73,8 +73,10 @@ bool ReadBody(const httplib::Request& request, httplib::Response& response,
     if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding")) return true;
     bool tooLarge = false;
     const auto take = [&](const char* data, std::size_t size) {
-        tooLarge = tooLarge || size > LargestBody - body.size();
-        if (!tooLarge) body.append(data, size);
+        if (size > LargestBody - body.size())
+            tooLarge = true;
+        else
+            body.append(data, size);
         return true;
     };
     const auto ignorePart = [](const httplib::MultipartFormData&) { return true; };
@@ -313,7 +315,7 @@ std::optional<Service::Caller> Service::Authenticate(const Request& request, Res
                                                      const std::string& serviceName) {
     const std::string token = ParseBearer(request);
     if (!token.empty()) {
-        if (!options.installToken.empty() && IsEqualSecret(token, options.installToken)) {
+        if (IsEqualSecret(token, options.installToken)) {
             return Caller{Caller::Kind::InstallToken, {}};
         }
         const auto claims = VerifyToken(token, Platform::WallSeconds(), identity);

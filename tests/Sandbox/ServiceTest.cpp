@@ -307,6 +307,15 @@ TEST_F(SandboxServiceTest, TokenThatIsSignedButWasNotIssuedIsRefused) {
     EXPECT_EQ(Get(Datacenters, Bearer(token)).status, 200);
 }
 
+TEST_F(SandboxServiceTest, TokenOfAClientThatIsNoneIsRefused) {
+    // As one that was issued while another instance removed the client.
+    Start({"--datacenters-need-token"});
+    const std::string token =
+        Sandbox::SignToken({"t", "gone", "v1-ddbmanagement", 1'600'000'060}, 1'600'000'000, identity);
+    state.AddToken("t", "gone", 1'600'000'060);
+    EXPECT_EQ(Get(Datacenters, Bearer(token)).status, 401);
+}
+
 TEST_F(SandboxServiceTest, EachCallWantsATokenForItsOwnService) {
     Start({"--datacenters-need-token"});
     Enrol("c");
@@ -675,6 +684,8 @@ TEST_F(SandboxServiceTest, BodyInChunksIsTakenUpToItsLimitAndNoFurther) {
     EXPECT_THAT(Raw(head + "close\r\n\r\n" + chunk(form) + chunk(rest) + "0\r\n\r\n"),
                 HasSubstr("HTTP/1.1 200 "));
     // What is too much is read all the same, so that the next request on the connection is understood.
+    EXPECT_THAT(Raw(head + "close\r\n\r\n" + chunk(form) + chunk(rest + rest) + chunk("y") + "0\r\n\r\n"),
+                HasSubstr("HTTP/1.1 413 "));
     LoopbackPeer peer = Connect();
     peer.Send(head + "keep-alive\r\n\r\n" + chunk(form) + chunk(rest) + chunk("y") + "0\r\n\r\n");
     EXPECT_EQ(peer.Receive(12), "HTTP/1.1 413");
@@ -726,7 +737,7 @@ TEST_F(SandboxServiceTest, DelayFaultAnswersWhenItsTimeIsUp) {
     Start({"--fault", "/v1/ddb:1:delay=30000"});
     auto answer = std::async(std::launch::async, [&] { return Get(Datacenters).status; });
     clock.AwaitWaiters(1);
-    EXPECT_EQ(clock.Waits(), std::vector<Duration>{std::chrono::seconds(30)});
+    EXPECT_EQ(clock.Waits().front(), Duration(std::chrono::seconds(30)));
     clock.Advance(std::chrono::seconds(30));
     EXPECT_EQ(answer.get(), 200);
 }
