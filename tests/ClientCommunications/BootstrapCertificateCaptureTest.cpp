@@ -193,6 +193,17 @@ TEST_F(BootstrapCertificateCaptureTest, VerboseTracesTheTransfersAndTheRecords) 
     }
 }
 
+TEST_F(BootstrapCertificateCaptureTest, AConnectThatNobodyAnswersIsGivenUpAfterThreeSeconds) {
+    ScriptedSockets::ConnectScript unanswered;
+    unanswered.writable = false;
+    sockets.OnConnect("server.test:8181", unanswered);
+    std::int64_t waited = 0;
+    sockets.OnIdle([&](std::int64_t milliseconds) { waited += milliseconds; });
+
+    EXPECT_EQ(FailureOfCapture(), "Unable to connect to server.test:8181 due to error 1");
+    EXPECT_EQ(waited, 3000);
+}
+
 TEST_F(BootstrapCertificateCaptureTest, ASilentServerIsGivenUpAfterFifteenSecondsWithCode13) {
     std::int64_t waited = 0;
     sockets.OnIdle([&](std::int64_t milliseconds) {
@@ -246,6 +257,17 @@ TEST_F(BootstrapCertificateCaptureTest, AServerWithoutASharedCipherShowsNoCertif
     recipe.ciphers = "eNULL:@SECLEVEL=0";
     Serve(recipe);
     EXPECT_EQ(FailureOfCapture(), "Unable to connect to server.test:8181 due to error 11");
+}
+
+TEST_F(BootstrapCertificateCaptureTest, ACertificateThatCannotBeWrittenAsTextCountsAsNotSeen) {
+    for (const int n : {1, 2}) {
+        FaultyCertificates certificates;
+        certificates.Fail("BinaryToBase64", 99, n);
+        const Platform::Testing::Replace<Platform::ICertificates> scope(certificates);
+        Serve(Showing({}));
+        EXPECT_EQ(FailureOfCapture(), "Unable to connect to server.test:8181 due to error 11") << n;
+        EXPECT_EQ(std::count(certificates.calls.begin(), certificates.calls.end(), "BinaryToBase64"), n);
+    }
 }
 
 TEST_F(BootstrapCertificateCaptureTest, WhicheverSocketCallFailsThereIsTheCertificateOrAFailureThatSaysSo) {

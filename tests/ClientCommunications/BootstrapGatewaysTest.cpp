@@ -66,7 +66,11 @@ TEST_F(AuthenticatingServiceGatewayTest, EachKindOfCallIsAuthenticatedAndPassedO
     inner->Answer(201, "second");
     EXPECT_EQ(gateway.CallForString(factory.Create("GET", "/a", "1"), token)->GetBody(), "first");
     EXPECT_TRUE(authenticator->cancelled);
-    EXPECT_EQ(gateway.CallForStream(factory.Create("GET", "/b", "1"), nullptr, token)->GetStatusCode(), 201);
+    authenticator->cancelled = false;
+    std::string text;
+    const auto writer = std::make_shared<SyncStringWriter>(text);
+    EXPECT_EQ(gateway.CallForStream(factory.Create("GET", "/b", "1"), writer, token)->GetStatusCode(), 201);
+    EXPECT_TRUE(authenticator->cancelled);
 
     ASSERT_EQ(inner->calls.size(), 2u);
     for (const ScriptedGateway::Call& call : inner->calls) {
@@ -76,6 +80,7 @@ TEST_F(AuthenticatingServiceGatewayTest, EachKindOfCallIsAuthenticatedAndPassedO
     }
     EXPECT_FALSE(inner->calls[0].streamed);
     EXPECT_TRUE(inner->calls[1].streamed);
+    EXPECT_EQ(inner->calls[1].writer, writer);
     EXPECT_EQ(authenticator->added, 2);
 }
 

@@ -326,6 +326,12 @@ TEST_F(ClientConfigTest, TheFirstEntryOfANameWins) {
     EXPECT_EQ(StoredId(), "x");
 }
 
+TEST_F(ClientConfigTest, ANameWhoseEntryHasNoIdLeavesAnEmptyIdOnPurpose) {
+    service.list = R"([{"name":"n"}])";
+    Configure("wrong", "n");
+    EXPECT_EQ(Files().at("Quennet/OmbrySecurity/CS/datacenterid.config"), "");
+}
+
 TEST_F(ClientConfigTest, AnUnknownDatacenterIsNamedAndNothingIsWritten) {
     struct Case {
         std::string id, name;
