@@ -8,6 +8,7 @@
 
 #include "Platform/Current.h"
 #include "Platform/Result.h"
+#include "Platform/Time.h"
 
 namespace Ombry::Platform {
 
@@ -27,6 +28,18 @@ public:
     virtual Result Complete(std::string_view data) = 0;
 };
 
+/// What tells one state of a file from another without reading it. A file that was replaced or written to has
+/// another state, with one exception: the clock behind `changed` moves in steps, and of two changes within
+/// one step the second may leave no trace.
+struct FileState {
+    std::uint64_t device = 0;
+    std::uint64_t file = 0;  ///< its number on the device; given to another once the file is gone
+    std::uint64_t size = 0;
+    TimePoint changed{};  ///< when its content, its name or who may use it last changed, by the system clock
+
+    bool operator==(const FileState&) const = default;
+};
+
 /// Whole-file operations on paths in UTF-8. A path that is no regular file (a folder, a symbolic link, a
 /// device) counts as one that cannot be opened. All operations may be called from any thread.
 class IFiles {
@@ -35,6 +48,10 @@ public:
 
     /// The whole content of a regular file.
     virtual ValueOr<std::string> Read(const std::string& path) = 0;
+
+    /// The state of a regular file, as opening it now would find it. It says nothing of whether the file may
+    /// be read.
+    virtual ValueOr<FileState> State(const std::string& path) = 0;
 
     /// Opens a temporary file beside `path` (mode 0600) and reserves `size` bytes for it, so that a full disk
     /// shows here. Fails if `path` exists and is no regular file.

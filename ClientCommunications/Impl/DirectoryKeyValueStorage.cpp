@@ -4,8 +4,21 @@
 
 #include "ClientCommunications/Impl/KeyHash.h"
 #include "ClientCommunications/Impl/SafeFileStorage.h"
+#include "Platform/IClock.h"
 
 namespace Ombry::ClientCommunications {
+namespace {
+
+/// A file that changed longer ago than this differs in its state from all that come after it. The clocks of
+/// file systems move in steps, of two seconds where they are coarsest.
+constexpr Duration LongestClockStep = std::chrono::seconds(3);
+
+/// Whether no change from `now` on can leave a file in that state.
+bool IsSettled(const Platform::FileState& state, TimePoint now) {
+    return SaturatingAdd(state.changed, LongestClockStep) < now;
+}
+
+}  // namespace
 
 std::string DirectoryKeyValueStorage::EntryNameOf(const std::string& key) {
     std::string name = getSHA256HashBase64Encoded(key);
@@ -26,6 +39,26 @@ std::string DirectoryKeyValueStorage::GetEntry(const std::string& entryName) {
     // The committed copy is missing: recovery may rename files, which is a writer's work.
     const KeyWriteLock lock(&locks, entryName);
     return storage.Load();
+}
+
+/// Time and state are taken before the text, so that a change in between shows at the next look. After the
+/// clock was set back a change may get the time that an earlier one had: what was read later than now is not
+/// relied on.
+std::shared_ptr<const ReadEntry> DirectoryKeyValueStorage::Reread(const std::string& entryName,
+                                                                  std::shared_ptr<const ReadEntry> known) {
+    const TimePoint now = Platform::Clock().Now();
+    const Platform::ValueOr<Platform::FileState> state = StateOf(entryName);
+    if (state && known && known->state == *state && known->readAt <= now) return known;
+    auto entry = std::make_shared<ReadEntry>();
+    entry->text = GetEntry(entryName);
+    if (state && IsSettled(*state, now)) entry->state = *state;
+    entry->readAt = now;
+    return entry;
+}
+
+Platform::ValueOr<Platform::FileState> DirectoryKeyValueStorage::StateOf(const std::string& entryName) {
+    const KeyReadLock lock(&locks, entryName);
+    return Platform::Files().State(PathOf(entryName) + "-p");
 }
 
 void DirectoryKeyValueStorage::SetByKey(const std::string& key, const std::string& value) {

@@ -1,9 +1,20 @@
 #pragma once
 
+#include <optional>
+
 #include "ClientCommunications/IStorage.h"
 #include "ClientCommunications/Impl/KeyLockTable.h"
+#include "Platform/IFiles.h"
 
 namespace Ombry::ClientCommunications {
+
+/// An entry as it was read. Immutable.
+struct ReadEntry {
+    std::string text;  ///< empty for one that was not there
+    /// Of the file that `text` was read from; none if the same state might be that of another text later on.
+    std::optional<Platform::FileState> state;
+    TimePoint readAt{};
+};
 
 /// A folder of crash-safe blobs. A key is any text; its SHA-256 names the entry on the disk. Many readers or
 /// one writer at a time for each entry, in this process: whoever uses one folder must share one object.
@@ -16,6 +27,11 @@ public:
 
     std::string GetByKey(const std::string& key) override;
     std::string GetEntry(const std::string& entryName) override;
+    /// `GetEntry` for those who ask for one entry again and again: `known` is what they got the last time, or
+    /// null. It is returned once more, at the cost of a look at the file, if it is sure to be what reading
+    /// would give.
+    std::shared_ptr<const ReadEntry> Reread(const std::string& entryName,
+                                            std::shared_ptr<const ReadEntry> known);
     void SetByKey(const std::string& key, const std::string& value) override;
     void RemoveByKey(const std::string& key) override;
     void RemoveEntry(const std::string& entryName) override;
@@ -23,6 +39,7 @@ public:
     std::set<std::string> getEntriesNames() override;
 
 private:
+    Platform::ValueOr<Platform::FileState> StateOf(const std::string& entryName);
     std::string PathOf(const std::string& entryName) const { return directory + "/" + entryName; }
 
     const std::string directory;

@@ -97,43 +97,44 @@ bool JwtAuthenticator::AddFreshAuthentication(std::shared_ptr<IServiceRequest> r
 }
 
 /// The usable token of a service; null if there is none. The entry is looked at on the disk each time, since
-/// other processes replace it; but its name stays, and its text is rarely another than last time.
+/// other processes replace it; but it is read only if it may be another one than last time, and parsed only
+/// if it is.
 std::shared_ptr<const JwtCachedToken> JwtAuthenticator::getCachedToken(const std::string& serviceName) {
-    const std::string entryName = EntryNameOf(serviceName);
-    std::string text = cache.GetEntry(entryName);
-    if (text.empty()) return nullptr;
-    auto cached = ParseEntry(serviceName, std::move(text));
-    if (!cached->IsExpired(Platform::Clock().Now())) return cached;
-    cache.RemoveEntry(entryName);
+    std::shared_ptr<const KnownEntry> entry = EntryOf(serviceName);
+    std::shared_ptr<const ReadEntry> read = cache.Reread(entry->name, entry->read);
+    if (read->text.empty()) return nullptr;
+    if (read != entry->read) entry = Learn(serviceName, *entry, std::move(read));
+    if (!entry->token->IsExpired(Platform::Clock().Now())) return entry->token;
+    cache.RemoveEntry(entry->name);
     return nullptr;
 }
 
-std::string JwtAuthenticator::EntryNameOf(const std::string& serviceName) {
+std::shared_ptr<const JwtAuthenticator::KnownEntry> JwtAuthenticator::EntryOf(
+    const std::string& serviceName) {
     {
         std::lock_guard guard(mutex);
         const auto known = entries.find(serviceName);
-        if (known != entries.end()) return known->second.name;
+        if (known != entries.end()) return known->second;
     }
-    const std::string name = DirectoryKeyValueStorage::EntryNameOf(serviceName);
+    const auto entry = std::make_shared<const KnownEntry>(
+        KnownEntry{DirectoryKeyValueStorage::EntryNameOf(serviceName), nullptr, nullptr});
     std::lock_guard guard(mutex);
-    entries[serviceName].name = name;
-    return name;
+    return entries.try_emplace(serviceName, entry).first->second;
 }
 
-std::shared_ptr<const JwtCachedToken> JwtAuthenticator::ParseEntry(const std::string& serviceName,
-                                                                   std::string text) {
-    {
-        std::lock_guard guard(mutex);
-        const Entry& known = entries[serviceName];
-        if (known.token && known.text == text) return known.token;
+/// Keeps what was read of an entry, and what it means.
+std::shared_ptr<const JwtAuthenticator::KnownEntry> JwtAuthenticator::Learn(
+    const std::string& serviceName, const KnownEntry& known, std::shared_ptr<const ReadEntry> read) {
+    std::shared_ptr<const JwtCachedToken> token = known.token;
+    if (!token || known.read->text != read->text) {
+        auto parsed = std::make_shared<JwtCachedToken>();
+        ObjectMapping::DeserializeObject(*parsed, read->text, nullptr, false);
+        token = std::move(parsed);
     }
-    auto cached = std::make_shared<JwtCachedToken>();
-    ObjectMapping::DeserializeObject(*cached, text, nullptr, false);
+    const auto entry =
+        std::make_shared<const KnownEntry>(KnownEntry{known.name, std::move(read), std::move(token)});
     std::lock_guard guard(mutex);
-    Entry& entry = entries[serviceName];
-    entry.text = std::move(text);
-    entry.token = cached;
-    return cached;
+    return entries[serviceName] = entry;
 }
 
 void JwtAuthenticator::internalAddFreshAuthentication(const std::shared_ptr<IServiceRequest>& request,

@@ -48,9 +48,11 @@ public:
                                 Cancellation::Token token) override;
 
 private:
+    struct KnownEntry;
     std::shared_ptr<const JwtCachedToken> getCachedToken(const std::string& serviceName);
-    std::string EntryNameOf(const std::string& serviceName);
-    std::shared_ptr<const JwtCachedToken> ParseEntry(const std::string& serviceName, std::string text);
+    std::shared_ptr<const KnownEntry> EntryOf(const std::string& serviceName);
+    std::shared_ptr<const KnownEntry> Learn(const std::string& serviceName, const KnownEntry& known,
+                                            std::shared_ptr<const ReadEntry> read);
     void internalAddFreshAuthentication(const std::shared_ptr<IServiceRequest>& request,
                                         const std::string& serviceName, const Cancellation::Token& token);
     JwtCachedToken FetchToken(const std::string& serviceName, std::shared_ptr<IRootRequestMetaData> metaData,
@@ -61,9 +63,9 @@ private:
     void removeExpiredTokens();
 
     /// The entry of a service: where it lies, what it held when it was last read, and what that means.
-    struct Entry {
+    struct KnownEntry {
         std::string name;
-        std::string text;
+        std::shared_ptr<const ReadEntry> read;
         std::shared_ptr<const JwtCachedToken> token;
     };
 
@@ -76,7 +78,7 @@ private:
     std::condition_variable condition;
     // Guarded by mutex:
     std::set<std::string> usedServices;
-    std::map<std::string, Entry> entries;  // by service
+    std::map<std::string, std::shared_ptr<const KnownEntry>> entries;  // by service
     // End of what mutex guards.
     const Cancellation::Token stopToken;
     std::thread thread;

@@ -95,6 +95,21 @@ public:
         return ReadToEnd(file.Number(), static_cast<std::size_t>(status.st_size));
     }
 
+    ValueOr<FileState> State(const std::string& path) override {
+        struct statx status {};
+        // Of a file on another machine, what is true there now, as opening it would ask for.
+        const int flags = AT_SYMLINK_NOFOLLOW | AT_STATX_FORCE_SYNC;
+        if (Retry([&] { return statx(AT_FDCWD, path.c_str(), flags, STATX_BASIC_STATS, &status); }) != 0) {
+            return Result::Failure(errno);
+        }
+        if (!S_ISREG(status.stx_mode)) return Result::Failure(ErrorForKind(status.stx_mode));
+        return FileState{.device = std::uint64_t{status.stx_dev_major} << 32 | status.stx_dev_minor,
+                         .file = status.stx_ino,
+                         .size = status.stx_size,
+                         .changed = TimePoint(Duration(status.stx_ctime.tv_sec * TicksPerSecond +
+                                                       status.stx_ctime.tv_nsec / 100))};
+    }
+
     ValueOr<std::unique_ptr<IFileReplacement>> BeginReplace(const std::string& path, std::uint64_t size,
                                                             Durability durability) override {
         if (const Result result = CheckReplaceable(path); !result) return result;

@@ -6,6 +6,8 @@
 #include <filesystem>
 
 #include "ClientCommunications/Impl/KeyHash.h"
+#include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/FaultyFiles.h"
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/ObservedThread.h"
 #include "tests/Fakes/TemporaryDirectory.h"
@@ -14,6 +16,7 @@ namespace Ombry::Tests {
 namespace {
 
 using ClientCommunications::DirectoryKeyValueStorage;
+using ClientCommunications::ReadEntry;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -207,6 +210,180 @@ TEST_F(DirectoryKeyValueStorageTest, ManyReadersOfAnEntryThatMustRecoverAllGetIt
         }
         EXPECT_THAT(seen, testing::Each("staged"));
     }
+}
+
+/// Rereading, over files whose states tell as little as they may.
+class DirectoryKeyValueStorageRereadTest : public DirectoryKeyValueStorageTest {
+protected:
+    using Known = std::shared_ptr<const ReadEntry>;
+
+    static constexpr Duration ClockStep = std::chrono::seconds(3);
+    static constexpr Duration Tick = Duration(1);
+
+    /// What is known of the entry once its file, of that text, has long been as it is.
+    Known ReadSettled(const std::string& text) {
+        files.Put(AbcFile + "-p", text);
+        clock.Advance(std::chrono::minutes(1));
+        Known known = storage.Reread(AbcEntry, nullptr);
+        EXPECT_EQ(known->text, text);
+        files.ClearOperations();
+        return known;
+    }
+
+    FakeClock clock;
+    Platform::Testing::Replace<Platform::IClock> replacedClock{clock};
+};
+
+TEST_F(DirectoryKeyValueStorageRereadTest, AFileThatIsAsItWasIsLookedAtAndNotRead) {
+    const Known known = ReadSettled("value");
+
+    EXPECT_EQ(storage.Reread(AbcEntry, known), known);
+    clock.Advance(std::chrono::hours(1));
+    EXPECT_EQ(storage.Reread(AbcEntry, known), known);
+
+    EXPECT_THAT(files.Texts(), ElementsAre("State " + AbcFile + "-p", "State " + AbcFile + "-p"));
+}
+
+TEST_F(DirectoryKeyValueStorageRereadTest, AFileThatChangedWithinAStepOfTheClockBeforeItWasReadIsReadAgain) {
+    for (const Duration age : {Duration(0), Tick, ClockStep - Tick, ClockStep, -ClockStep}) {
+        files.Put(AbcFile + "-p", "old");
+        clock.SetNow(clock.Now() + age);
+        const Known known = storage.Reread(AbcEntry, nullptr);
+        clock.SetNow(clock.Now() - age);
+        files.Put(AbcFile + "-p", "new");  // of the same state
+        clock.SetNow(clock.Now() + std::chrono::minutes(1));
+
+        EXPECT_EQ(storage.Reread(AbcEntry, known)->text, "new") << age.count();
+    }
+    files.Put(AbcFile + "-p", "old");
+    clock.Advance(ClockStep + Tick);
+    const Known known = storage.Reread(AbcEntry, nullptr);
+    EXPECT_EQ(storage.Reread(AbcEntry, known), known);
+}
+
+TEST_F(DirectoryKeyValueStorageRereadTest, AFileThatWasReplacedIsReadAgain) {
+    Known known = ReadSettled("value");
+    for (const std::string text : {"VALUE", "longer value", "", "value"}) {
+        files.Put(AbcFile + "-p", text);
+        known = storage.Reread(AbcEntry, known);
+        EXPECT_EQ(known->text, text);
+        clock.Advance(std::chrono::minutes(1));
+        known = storage.Reread(AbcEntry, known);
+        EXPECT_EQ(known->text, text);
+    }
+}
+
+TEST_F(DirectoryKeyValueStorageRereadTest, AFileThatIsReplacedWhileItIsReadIsReadAgain) {
+    for (int n = 1; n <= 3; ++n) {
+        files.Put(AbcFile + "-p", "old");
+        clock.Advance(std::chrono::minutes(1));
+        int operations = 0;
+        files.Decide([&](const FileOperation&) -> std::optional<int> {
+            if (++operations != n) return std::nullopt;
+            files.Put(AbcFile + "-p", "new");
+            clock.Advance(std::chrono::minutes(1));  // a thread may have to wait for its processor
+            return std::nullopt;
+        });
+        Known known = storage.Reread(AbcEntry, nullptr);
+        known = storage.Reread(AbcEntry, known);
+        files.Decide(nullptr);
+
+        EXPECT_EQ(storage.Reread(AbcEntry, known)->text, "new") << n;
+    }
+}
+
+TEST_F(DirectoryKeyValueStorageRereadTest, WhatWasReadLaterThanNowIsReadAgain) {
+    const TimePoint start = clock.Now();
+    const Known known = ReadSettled("old");
+    clock.SetNow(start);
+    files.Put(AbcFile + "-p", "new");  // of the same state, since the clock was set back
+
+    EXPECT_EQ(storage.Reread(AbcEntry, known)->text, "new");
+    clock.SetNow(known->readAt - Tick);
+    EXPECT_EQ(storage.Reread(AbcEntry, known)->text, "new");
+}
+
+TEST_F(DirectoryKeyValueStorageRereadTest, AFileThatIsNoLongerToBeHadIsNotRemembered) {
+    const Known known = ReadSettled("value");
+
+    files.PutLink(AbcFile + "-p");
+    EXPECT_EQ(storage.Reread(AbcEntry, known)->text, "");
+    EXPECT_TRUE(files.Remove(AbcFile + "-p"));
+    EXPECT_EQ(storage.Reread(AbcEntry, known)->text, "");
+    files.Put(AbcFile + "-s", "staged");
+    EXPECT_EQ(storage.Reread(AbcEntry, known)->text, "staged");
+    EXPECT_THAT(files.Contents(), ElementsAre(Pair(AbcFile + "-p", "staged")));
+
+    // Taking a right away is a change as well.
+    const Known readable = ReadSettled("value");
+    files.Put(AbcFile + "-p", "value");
+    files.FailEvery("Read", EACCES);
+    EXPECT_EQ(storage.Reread(AbcEntry, readable)->text, "");
+}
+
+TEST_F(DirectoryKeyValueStorageRereadTest, AnEntryThatIsNotThereIsLookedForEachTime) {
+    const Known known = storage.Reread(AbcEntry, nullptr);
+    EXPECT_EQ(known->text, "");
+    EXPECT_EQ(storage.Reread(AbcEntry, known)->text, "");
+    EXPECT_NE(storage.Reread(AbcEntry, known), known);
+
+    files.Put(AbcFile + "-p", "value");
+    EXPECT_EQ(storage.Reread(AbcEntry, known)->text, "value");
+}
+
+TEST_F(DirectoryKeyValueStorageRereadTest, AStateThatCannotBeHadMakesItARead) {
+    const Known known = ReadSettled("value");
+    files.FailEvery("State", EACCES);
+
+    const Known again = storage.Reread(AbcEntry, known);
+    EXPECT_EQ(again->text, "value");
+    EXPECT_NE(storage.Reread(AbcEntry, again), again);
+    EXPECT_NE(storage.Reread(AbcEntry, again), known);
+
+    files.Decide(nullptr);
+    EXPECT_NE(storage.Reread(AbcEntry, again), again);  // nothing was known of its file
+}
+
+TEST_F(DirectoryKeyValueStorageRereadTest, ALookAtAKeyWaitsForItsWriter) {
+    const Known known = ReadSettled("old");
+    std::unique_ptr<ObservedThread> reader;
+    std::string seen;
+    bool waited = false;
+    files.Decide([&](const FileOperation& operation) -> std::optional<int> {
+        if (operation.name != "BeginReplace") return std::nullopt;
+        reader = std::make_unique<ObservedThread>([&] { seen = storage.Reread(AbcEntry, known)->text; });
+        waited = reader->IsBlocked();
+        return std::nullopt;
+    });
+
+    storage.SetByKey("abc", "new");
+    reader->Join();
+
+    EXPECT_TRUE(waited);
+    EXPECT_EQ(seen, "new");
+}
+
+TEST(DirectoryKeyValueStorageOnDiskTest, WhatAnotherProcessStoredCountsAtOnce) {
+    const TemporaryDirectory directory;
+    FaultyFiles files;
+    const Platform::Testing::Replace<Platform::IFiles> replacedFiles(files);
+    // Some time after the files were made, which the real disk dates.
+    FakeClock clock(Platform::Production<Platform::IClock>().Now() + std::chrono::hours(1));
+    const Platform::Testing::Replace<Platform::IClock> replacedClock(clock);
+    DirectoryKeyValueStorage ours(directory.Path()), theirs(directory.Path());
+    theirs.SetByKey("abc", "0");
+    auto known = ours.Reread(AbcEntry, nullptr);
+    for (char text = '1'; text <= '9'; ++text) {
+        files.ClearOperations();
+        EXPECT_EQ(ours.Reread(AbcEntry, known), known);
+        EXPECT_THAT(files.Texts(), ElementsAre("State " + directory / (AbcEntry + "-p")));
+
+        theirs.SetByKey("abc", std::string(1, text));
+        known = ours.Reread(AbcEntry, known);
+        EXPECT_EQ(known->text, std::string(1, text));
+    }
+    theirs.RemoveByKey("abc");
+    EXPECT_EQ(ours.Reread(AbcEntry, known)->text, "");
 }
 
 TEST(DirectoryKeyValueStorageOnDiskTest, ReadersAlwaysSeeAWholeValueWhileWritersReplaceIt) {

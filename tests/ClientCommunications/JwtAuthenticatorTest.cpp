@@ -28,6 +28,14 @@ std::string Failure(Action action) {
 
 class JwtAuthenticatorTest : public JwtAuthenticatorFixture {
 protected:
+    /// Puts a token of service "a" on the disk and uses it when the file has long been as it is.
+    void UseSettled(JwtAuthenticator& authenticator, const std::string& accessToken) {
+        PutEntry("a", accessToken, clock.Now(), 3600);
+        clock.Advance(std::chrono::seconds(5));
+        EXPECT_EQ(Use(authenticator, "a"), "Bearer " + accessToken);
+        files.ClearOperations();
+    }
+
     /// The log since the thread began to wait.
     std::vector<RecordingLogger::Entry> Log() const {
         auto entries = logger->Entries();
@@ -169,6 +177,55 @@ TEST_F(JwtAuthenticatorTest, EntryThatAnotherProcessReplacedOrRemovedCountsAtOnc
     EXPECT_EQ(client->Calls().size(), 2u);
 }
 
+TEST_F(JwtAuthenticatorTest, EntryThatIsAsItWasIsNotReadAgain) {
+    const auto authenticator = MakeWaiting();
+    UseSettled(*authenticator, "first");
+
+    EXPECT_EQ(Use(*authenticator, "a"), "Bearer first");
+    EXPECT_EQ(UseFresh(*authenticator, "a"), "Bearer first");
+
+    EXPECT_EQ(files.Texts(), (Texts{"State " + PathOf("a") + "-p", "State " + PathOf("a") + "-p"}));
+}
+
+TEST_F(JwtAuthenticatorTest, EntryThatWasReplacedOrRemovedLongAfterItWasReadCountsAtOnce) {
+    const auto authenticator = MakeWaiting();
+    UseSettled(*authenticator, "first");
+
+    PutEntry("a", "other", clock.Now(), 3600);  // as long as the first
+    EXPECT_EQ(Use(*authenticator, "a"), "Bearer other");
+    PutEntry("a", "third", clock.Now(), 3600);  // at the very time of the second
+    EXPECT_EQ(Use(*authenticator, "a"), "Bearer third");
+    UseSettled(*authenticator, "fourth");
+    files.Put(PathOf("a") + "-p", "{");
+    EXPECT_NE(Failure([&] { Use(*authenticator, "a"); }), "");
+    UseSettled(*authenticator, "fifth");
+    files.PutLink(PathOf("a") + "-p");
+    EXPECT_EQ(client->Calls().size(), 0u);
+    client->AnswerWith([](const auto&, auto) -> OAuth2Token { throw std::runtime_error("no token"); });
+    EXPECT_EQ(Failure([&] { Use(*authenticator, "a"); }), "no token");
+    EXPECT_TRUE(files.Remove(PathOf("a") + "-p"));
+    EXPECT_EQ(Failure([&] { Use(*authenticator, "a"); }), "no token");
+}
+
+TEST_F(JwtAuthenticatorTest, EntryThatMayNoLongerBeReadIsNoToken) {
+    const auto authenticator = MakeWaiting();
+    UseSettled(*authenticator, "first");
+    PutEntry("a", "first", clock.Now(), 3600);
+    files.FailEvery("Read", 13);
+
+    EXPECT_EQ(Use(*authenticator, "a"), "Bearer token-1");
+}
+
+TEST_F(JwtAuthenticatorTest, EntryOfTheSameTimeCountsAfterTheClockWasSetBack) {
+    const auto authenticator = MakeWaiting();
+    const TimePoint start = clock.Now();
+    UseSettled(*authenticator, "first");
+    clock.SetNow(start);
+    PutEntry("a", "other", start, 3600);
+
+    EXPECT_EQ(Use(*authenticator, "a"), "Bearer other");
+}
+
 TEST_F(JwtAuthenticatorTest, EntryThatWasReadBeforeExpiresAllTheSame) {
     const auto authenticator = MakeWaiting();
     PutEntry("v1-auth", "old", clock.Now(), 60);
@@ -176,6 +233,7 @@ TEST_F(JwtAuthenticatorTest, EntryThatWasReadBeforeExpiresAllTheSame) {
     EXPECT_EQ(Use(*authenticator, "v1-auth"), "Bearer old");
 
     clock.Advance(std::chrono::seconds(60));
+    EXPECT_EQ(Use(*authenticator, "v1-auth"), "Bearer old");
     EXPECT_EQ(Use(*authenticator, "v1-auth"), "Bearer old");
     clock.Advance(Tick);
     EXPECT_EQ(Use(*authenticator, "v1-auth"), "Bearer token-1");

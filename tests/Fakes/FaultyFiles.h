@@ -17,6 +17,11 @@ public:
         return inner.Read(path);
     }
 
+    Platform::ValueOr<Platform::FileState> State(const std::string& path) override {
+        if (const auto result = Record({"State", path, {}, {}}); !result) return result;
+        return inner.State(path);
+    }
+
     Platform::ValueOr<std::unique_ptr<Platform::IFileReplacement>> BeginReplace(
         const std::string& path, std::uint64_t size, Platform::Durability durability) override {
         if (const auto result = Record({"BeginReplace", path, {}, durability}); !result) return result;

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <utility>
 
+#include "Platform/IClock.h"
 #include "tests/Fakes/FileOperations.h"
 
 namespace Ombry::Tests {
@@ -12,7 +13,9 @@ namespace Ombry::Tests {
 /// A disk in memory that behaves as the real one: a file needs its folder, what is no regular file cannot be
 /// opened, a replacement shows only when it is complete. Error numbers are those of the system. "//" counts
 /// as
-/// "/", and the root and the working directory are always there. Any thread may call it.
+/// "/", and the root and the working directory are always there. States of files tell as little as they may:
+/// each file has the number that the last one had, and changes get the time of `Platform::Clock`, which need
+/// not move. Any thread may call it.
 class MemoryFiles : public Platform::IFiles, public FileOperations {
 public:
     Platform::ValueOr<std::string> Read(const std::string& path) override {
@@ -22,6 +25,16 @@ public:
         if (!node) return Failure(ENOENT);
         if (node->kind != Kind::File) return Failure(ErrorOf(node->kind));
         return node->content;
+    }
+
+    Platform::ValueOr<Platform::FileState> State(const std::string& path) override {
+        if (const auto result = Record({"State", path, {}, {}}); !result) return result;
+        std::lock_guard guard(mutex);
+        const Node* node = Find(path);
+        if (!node) return Failure(ENOENT);
+        if (node->kind != Kind::File) return Failure(ErrorOf(node->kind));
+        return Platform::FileState{
+            .device = 1, .file = 1, .size = node->content.size(), .changed = node->changed};
     }
 
     Platform::ValueOr<std::unique_ptr<Platform::IFileReplacement>> BeginReplace(
@@ -52,7 +65,7 @@ public:
         if (node->kind == Kind::Folder) return Failure(EISDIR);
         if (const Node* target = Find(to); target && target->kind == Kind::Folder) return Failure(EISDIR);
         if (!IsFolder(Parent(Normal(to)))) return Failure(ENOENT);
-        Node moved = *node;
+        Node moved{node->kind, node->content};
         nodes.erase(Normal(from));
         nodes[Normal(to)] = std::move(moved);
         return Platform::Result::Success();
@@ -120,6 +133,7 @@ private:
     struct Node {
         Kind kind = Kind::File;
         std::string content;
+        TimePoint changed = Platform::Clock().Now();
     };
 
     class Replacement : public Platform::IFileReplacement {

@@ -1,4 +1,5 @@
 #include "Platform/IProtection.h"
+#include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FaultyCertificates.h"
 #include "tests/Fakes/FaultyFiles.h"
 #include "tests/Fakes/FreedMemory.h"
@@ -17,14 +18,16 @@ TEST(MemoryFilesTest, EveryOperationIsRecordedInOrderWithItsDurability) {
     files.Put("a/b", "x");
     static_cast<void>(files.CreateDirectories("c"));
     static_cast<void>(files.Read("a/b"));
+    static_cast<void>(files.State("a/b"));
     static_cast<void>((*files.BeginReplace("c/d", 1, Durability::Synced))->Complete("y"));
     static_cast<void>(files.BeginReplace("c/e", 1, Durability::Unsynced));
     static_cast<void>(files.Rename("c/d", "c/f"));
     static_cast<void>(files.List("c"));
     static_cast<void>(files.Remove("a/b"));
-    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories c", "Read a/b", "BeginReplace c/d Synced",
-                                           "Complete c/d Synced", "BeginReplace c/e Unsynced",
-                                           "Rename c/d c/f", "List c", "Remove a/b"));
+    EXPECT_THAT(files.Texts(),
+                ElementsAre("CreateDirectories c", "Read a/b", "State a/b", "BeginReplace c/d Synced",
+                            "Complete c/d Synced", "BeginReplace c/e Unsynced", "Rename c/d c/f", "List c",
+                            "Remove a/b"));
     EXPECT_THAT(files.Contents(), ElementsAre(Pair("c/f", "y")));
     EXPECT_EQ(files.OpenReplacements(), 0);
 }
@@ -53,10 +56,35 @@ TEST(MemoryFilesTest, NamedOperationFailsOnOnePathOrOnAll) {
     EXPECT_TRUE(files.Remove("a"));
 }
 
+TEST(MemoryFilesTest, StateTellsNoMoreThanSizeAndTimeOfTheLastChange) {
+    FakeClock clock;
+    const Platform::Testing::Replace<Platform::IClock> replaced(clock);
+    MemoryFiles files;
+    files.Put("a", "old");
+    const auto old = files.State("a");
+    EXPECT_EQ(old->changed, clock.Now());
+    files.Put("a", "new");
+    EXPECT_EQ(*files.State("a"), *old);
+
+    const auto changes = {std::function([&] { files.Put("a", "old"); }), std::function([&] {
+                              ASSERT_TRUE((*files.BeginReplace("a", 3, Durability::Synced))->Complete("old"));
+                          }),
+                          std::function([&] { ASSERT_TRUE(files.Rename("b", "a")); })};
+    files.Put("b", "old");
+    for (const auto& change : changes) {
+        clock.Advance(Duration(1));
+        change();
+        EXPECT_EQ(files.State("a")->changed, clock.Now());
+    }
+    files.Put("a", "long");
+    EXPECT_EQ(files.State("a")->size, 4u);
+}
+
 TEST(MemoryFilesTest, DeviceIsNoFile) {
     MemoryFiles files;
     files.PutDevice("dev");
     EXPECT_FALSE(files.Read("dev"));
+    EXPECT_FALSE(files.State("dev"));
     EXPECT_FALSE(files.BeginReplace("dev", 1, Durability::Unsynced));
     EXPECT_TRUE(files.Exists("dev"));
 }
@@ -74,9 +102,13 @@ TEST(FaultyFilesTest, ForwardsRecordsAndFailsTheChosenOperation) {
     EXPECT_EQ(files.Read(path).Error(), 2);
     ASSERT_TRUE((*files.BeginReplace(path, 1, Durability::Unsynced))->Complete("y"));
     EXPECT_EQ(directory.Read("file"), "y");
-    EXPECT_THAT(files.Texts(), ElementsAre("BeginReplace " + path + " Synced", "Complete " + path + " Synced",
-                                           "Read " + path, "BeginReplace " + path + " Unsynced",
-                                           "Complete " + path + " Unsynced"));
+    EXPECT_EQ(files.State(path)->size, 1u);
+    files.FailEvery("State", 5);
+    EXPECT_EQ(files.State(path).Error(), 5);
+    EXPECT_THAT(files.Texts(),
+                ElementsAre("BeginReplace " + path + " Synced", "Complete " + path + " Synced",
+                            "Read " + path, "BeginReplace " + path + " Unsynced",
+                            "Complete " + path + " Unsynced", "State " + path, "State " + path));
 }
 
 TEST(FaultyCertificatesTest, FailsTheChosenCallOfTheChosenOperationOnly) {

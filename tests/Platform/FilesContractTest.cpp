@@ -107,6 +107,28 @@ TYPED_TEST(FilesContractTest, ReadThroughSymbolicLinkFails) {
     EXPECT_EQ(read.Error(), ELOOP);
 }
 
+TYPED_TEST(FilesContractTest, StateIsTheSameUntilTheFileIsAnother) {
+    this->Save(this->At("file"), "data");
+    const auto first = this->files.State(this->At("file"));
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first->size, 4u);
+    ASSERT_TRUE(this->files.Read(this->At("file")));
+    this->Save(this->At("other"), "x");
+    EXPECT_EQ(*this->files.State(this->At("file")), *first);
+
+    this->Save(this->At("file"), "longer");
+    EXPECT_NE(*this->files.State(this->At("file")), *first);
+}
+
+TYPED_TEST(FilesContractTest, OnlyRegularFileHasState) {
+    ASSERT_TRUE(this->files.CreateDirectories(this->At("folder")));
+    this->disk.PutLink(this->At("link"));
+    EXPECT_EQ(this->files.State(this->At("missing")).Error(), ENOENT);
+    EXPECT_EQ(this->files.State(this->At("folder")).Error(), EISDIR);
+    EXPECT_EQ(this->files.State(this->At("link")).Error(), ELOOP);
+    EXPECT_FALSE(this->files.State(this->At("link")));
+}
+
 TYPED_TEST(FilesContractTest, OldFileStandsUntilReplacementIsComplete) {
     this->Save(this->At("file"), "old");
     auto replacement = this->files.BeginReplace(this->At("file"), 3, Durability::Synced);

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -313,6 +314,63 @@ TEST_F(FilesTest, OpenedFilesAreCloseOnExec) {
     for (const auto& call : calls.Calls()) {
         EXPECT_TRUE(call.name != "open" || (call.argument & O_CLOEXEC) != 0) << call.text;
     }
+}
+
+// The state of a file.
+
+TEST_F(FilesTest, StateIsWhatTheSystemKeepsOfTheFile) {
+    const std::string path = directory.Write("file", "data");
+    // Apart from the time of the last change, the times of a file are anybody's to set.
+    const timespec times[] = {{1'000'000'000, 0}, {1'100'000'000, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    struct stat status {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+
+    const auto state = files.State(path);
+
+    ASSERT_TRUE(state);
+    EXPECT_EQ(state->device, std::uint64_t{major(status.st_dev)} << 32 | minor(status.st_dev));
+    EXPECT_EQ(state->file, status.st_ino);
+    EXPECT_EQ(state->size, 4u);
+    EXPECT_EQ(state->changed.time_since_epoch().count(),
+              status.st_ctim.tv_sec * TicksPerSecond + status.st_ctim.tv_nsec / 100);
+}
+
+TEST_F(FilesTest, StatesOfFilesThatDifferInOneThingDiffer) {
+    const Platform::FileState state{1, 2, 3, TimePoint(Duration(4))};
+    EXPECT_EQ(state, (Platform::FileState{1, 2, 3, TimePoint(Duration(4))}));
+    EXPECT_NE(state, (Platform::FileState{0, 2, 3, TimePoint(Duration(4))}));
+    EXPECT_NE(state, (Platform::FileState{1, 0, 3, TimePoint(Duration(4))}));
+    EXPECT_NE(state, (Platform::FileState{1, 2, 0, TimePoint(Duration(4))}));
+    EXPECT_NE(state, (Platform::FileState{1, 2, 3, TimePoint(Duration(5))}));
+}
+
+TEST_F(FilesTest, ReplacementIsAnotherFileThanTheOneItReplaces) {
+    ASSERT_TRUE(Save(directory / "file", "old", Durability::Unsynced));
+    for (int i = 0; i < 20; ++i) {
+        const auto before = files.State(directory / "file");
+        ASSERT_TRUE(Save(directory / "file", "new", Durability::Unsynced));
+        EXPECT_NE(files.State(directory / "file")->file, before->file);
+    }
+}
+
+TEST_F(FilesTest, StateIsAskedForWhereTheFileIsAndNoLinkIsFollowed) {
+    const std::string path = directory.Write("file", "x");
+    SystemCalls calls;
+    ASSERT_TRUE(files.State(path));
+    ASSERT_THAT(calls.Names(), ElementsAre("statx"));
+    EXPECT_EQ(calls.Calls()[0].text, path);
+    EXPECT_EQ(calls.Calls()[0].argument, AT_SYMLINK_NOFOLLOW | AT_STATX_FORCE_SYNC);
+}
+
+TEST_F(FilesTest, StateThatCannotBeHadGivesTheSystemsNumberAndSignalsPlayNoPart) {
+    const std::string path = directory.Write("file", "x");
+    SystemCalls calls;
+    calls.Fail("statx", EINTR, 2);
+    EXPECT_TRUE(files.State(path));
+    calls.Fail("statx", EACCES);
+    EXPECT_EQ(files.State(path).Error(), EACCES);
+    EXPECT_EQ(files.State("/dev/null").Error(), EINVAL);
 }
 
 // Folders.

@@ -137,6 +137,9 @@ int rename(const char* from, const char* to) noexcept {
 int link(const char* from, const char* to) noexcept {
     WATCHED(link, to, -1, -1, from, to);
 }
+int statx(int folder, const char* path, int flags, unsigned mask, struct statx* status) noexcept {
+    WATCHED(statx, path, flags, -1, folder, path, flags, mask, status);
+}
 int unlink(const char* path) noexcept {
     WATCHED(unlink, path, -1, -1, path);
 }
