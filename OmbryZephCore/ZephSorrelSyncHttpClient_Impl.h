@@ -21,7 +21,10 @@ public:
                                   const ZephSorrelConnectionParameters& params,
                                   ZephSorrelSyncConnectionPoolIf* pPool);
 
-    void SetHeader(const std::string& name, const std::string& value) { m_RequestHeaders[name] = value; }
+    void SetHeader(const std::string& name, const std::string& value) {
+        // Callers mostly set them in the order of their names, so that each belongs at the end.
+        m_RequestHeaders.insert_or_assign(m_RequestHeaders.end(), name, value);
+    }
     void SetBasePath(const std::string& path);
     void SetToken(Ombry::Cancellation::Token token) { m_Token = std::move(token); }
     void SetTimeout(std::uint32_t nSeconds) { m_TimeoutSeconds = nSeconds; }

@@ -24,6 +24,9 @@ constexpr const char* GetHttpClientName =
     "Ombry::ClientCommunications::HttpClientServiceGateway::GetHttpClient";
 constexpr const char* DoRequestName = "Ombry::ClientCommunications::HttpClientServiceGateway::DoRequest";
 
+/// Holds the correlation string of an ordinary request, so that it is not copied while it grows.
+constexpr std::size_t OrdinaryCorrelationLength = 640;
+
 /// The port by the rules of a 32-bit strtol, of which the low 16 bits count; text that is no number gives 0.
 std::uint16_t ParsePort(const std::string& text) {
     constexpr long long lowest = std::numeric_limits<std::int32_t>::min();
@@ -73,15 +76,15 @@ std::unique_ptr<ZephSorrelSyncHttpClient> HttpClientServiceGateway::GetHttpClien
     const OmbryZephCore::ZephUrlParts parts = OmbryZephCore::ParseUrl(url);
     OmbryZephCore::ZephSorrelConnectionParameters parameters(parts.host, ParsePort(parts.port));
     parameters.SetUseSSL(parts.scheme == "https");
-    const std::string certificate = service->GetEndpointCertificate();
-    if (!certificate.empty()) {
-        parameters.SetCertificateValidation({2, certificate});
-    } else {
-        parameters.SetCertificateValidation({0, std::string()});
+    OmbryZephCore::ZephCertificateValidation rule{OmbryZephCore::ValidateByPublicKey,
+                                                  service->GetEndpointCertificate()};
+    if (rule.m_Certificate.empty()) {
+        rule.m_Mode = OmbryZephCore::ValidateNothing;
         LogCall(logger, __FILE__, __LINE__, GetHttpClientName, 3,
                 "No certificate is registered so TLS certificate validation will not be done for endpoint ",
                 url);
     }
+    parameters.SetCertificateValidation(rule);
     auto client =
         std::make_unique<ZephSorrelSyncHttpClient>(logger, verbose, parameters, connectionPool.get());
     client->SetBasePath(parts.path);
@@ -90,6 +93,7 @@ std::unique_ptr<ZephSorrelSyncHttpClient> HttpClientServiceGateway::GetHttpClien
 
 std::string HttpClientServiceGateway::makeCorrelationString(const IServiceRequest& request) {
     std::string text;
+    text.reserve(OrdinaryCorrelationLength);
     request.ForEachHeader([&](const std::string& name, const std::string& value) {
         if (!name.starts_with("SF-")) return;
         text += text.empty() ? " [" : ", ";

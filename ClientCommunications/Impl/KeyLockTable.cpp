@@ -4,8 +4,12 @@ namespace Ombry::ClientCommunications {
 
 void KeyLockTable::LockRead(const std::string& name) {
     std::unique_lock lock(mutex);
-    condition.wait(lock, [&] { return states[name].writerState == WriterState::None; });
-    ++states[name].readerCount;
+    KeyLockState* state = &states[name];
+    while (state->writerState != WriterState::None) {
+        condition.wait(lock);
+        state = &states[name];
+    }
+    ++state->readerCount;
 }
 
 void KeyLockTable::UnlockRead(const std::string& name) {

@@ -10,6 +10,10 @@ namespace Ombry::ClientCommunications {
 ServiceRequest::ServiceRequest(std::string method, std::string path, const std::string& contractVersion)
     : method(std::move(method)), path(std::move(path)), headers{{"Contract-Version", contractVersion}} {}
 
+void ServiceRequest::RemoveHeader(const std::string& name) {
+    if (const auto found = headers.find(name); found != headers.end()) headers.erase(found);
+}
+
 void ServiceRequest::SetBody(const std::string& text) {
     body = std::make_shared<SyncStringReader>(text);
 }

@@ -12,7 +12,7 @@ public:
     ServiceRequest(std::string method, std::string path, const std::string& contractVersion);
 
     void SetHeader(const std::string& name, const std::string& value) override { headers[name] = value; }
-    void RemoveHeader(const std::string& name) override { headers.erase(name); }
+    void RemoveHeader(const std::string& name) override;
     void SetBody(const std::string& text) override;
     void SetBodyReader(std::shared_ptr<ISyncReader> reader) override { body = std::move(reader); }
     void SetBodySource() override;

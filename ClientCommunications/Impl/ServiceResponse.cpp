@@ -17,8 +17,10 @@ bool HeaderNameLess::operator()(const std::string& left, const std::string& righ
 ServiceResponse::ServiceResponse(const OmbryZephCore::ZephSorrelSyncHttpClient& client,
                                  std::shared_ptr<IService> service)
     : statusCode(static_cast<int>(client.GetHttpStatus())), service(std::move(service)) {
-    client.ForEachResponseHeader(
-        [this](const std::string& name, const std::string& value) { headers.emplace(name, value); });
+    // They come in the order of their names, so that each mostly belongs at the end.
+    client.ForEachResponseHeader([this](const std::string& name, const std::string& value) {
+        headers.emplace_hint(headers.end(), name, value);
+    });
 }
 
 std::string ServiceResponse::GetHeader(const std::string& name) const {
