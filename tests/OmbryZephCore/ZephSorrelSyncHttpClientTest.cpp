@@ -1,5 +1,7 @@
 #include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
 
+#include "OmbryZephCore/ZephIOBuffer.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -13,8 +15,10 @@ namespace Ombry::Tests {
 namespace {
 
 using namespace OmbryZephCore;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using ::testing::Pair;
 using Calls = std::vector<std::string>;
 
@@ -288,6 +292,41 @@ TEST_F(ZephSorrelSyncHttpClientTest, AFailedWriteOfTheBodyIsTheResultAndIsNotAsk
     EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "Disconnect"), 1);
 }
 
+TEST_F(ZephSorrelSyncHttpClientTest, AFailedWriteOfTheBodyIsTheResultWithoutAnAnswerToo) {
+    Reader reader("hello");
+    client.SetDataReader(&reader);
+    world.writeResults = {203};
+    world.exchanges = {[](FakeSyncConnection& http) {
+        http.body->OnReadyForBody();
+        return 0u;
+    }};
+    EXPECT_EQ(client.DoRequest("POST", "/"), 203u);
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AnAnswerThatFailedCountsMoreThanAFailedWriteOfTheBody) {
+    Reader reader("hello");
+    client.SetDataReader(&reader);
+    world.writeResults = {203};
+    world.exchanges = {[](FakeSyncConnection& http) {
+                           http.body->OnReadyForBody();
+                           http.response->OnResponseFailed();
+                           return 0u;
+                       },
+                       FakeSyncConnection::Answer(200)};
+    EXPECT_EQ(client.DoRequest("POST", "/"), 0u) << "the connection broke, and the request is repeated";
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, ABodyForWhosePiecesThereIsNoMemoryIsNotSent) {
+    Reader reader("hello");
+    client.SetDataReader(&reader);
+    const auto previous =
+        ZephIOBuffer::ReplaceAllocator([](std::uint64_t) -> std::uint8_t* { return nullptr; });
+    EXPECT_EQ(client.DoRequest("POST", "/"), 3u);
+    ZephIOBuffer::ReplaceAllocator(previous);
+    EXPECT_THAT(world.calls,
+                ElementsAre("GetConnection", "EnsureConnected", "Disconnect", "ReleaseConnection"));
+}
+
 TEST_F(ZephSorrelSyncHttpClientTest, AFailedEndOfTheBodyIsTheResult) {
     world.endBodyResult = 7;
     world.exchanges = {AskForBody(1)};
@@ -344,6 +383,19 @@ TEST_F(ZephSorrelSyncHttpClientTest, TheLengthOfTheFirstPassStaysWhenTheReaderHa
     EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "SendRequest POST / 5"), 2);
 }
 
+TEST_F(ZephSorrelSyncHttpClientTest, ALengthThatIsKnownOnlyInTheSecondPassEndsTheChunkedCoding) {
+    Reader reader("hello", false);
+    client.SetDataReader(&reader);
+    world.exchanges = {[&](FakeSyncConnection& http) {
+                           reader.lengthKnown = true;
+                           return FakeSyncConnection::Break()(http);
+                       },
+                       FakeSyncConnection::Answer(200)};
+    EXPECT_EQ(client.DoRequest("POST", "/"), 0u);
+    EXPECT_THAT(world.calls, Contains("SendRequest POST / chunked 0"));
+    EXPECT_THAT(world.calls, Contains("SendRequest POST / 5"));
+}
+
 TEST_F(ZephSorrelSyncHttpClientTest, ATimeOutIsNeverRepeated) {
     world.exchanges = {FakeSyncConnection::Return(13), FakeSyncConnection::Answer(200)};
     EXPECT_EQ(client.DoRequest("GET", "/"), 11u);
@@ -363,6 +415,18 @@ TEST_F(ZephSorrelSyncHttpClientTest, ATimeOutCountsEvenIfTheHandlersHeardOfAFail
     EXPECT_EQ(client.DoRequest("GET", "/"), 11u);
     EXPECT_EQ(client.GetIOResult(), 13u);
     EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "Reconnect"), 0);
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, ATimeOutOfTheLastRequestDoesNotCountInTheNext) {
+    world.exchanges = {FakeSyncConnection::Return(13), FakeSyncConnection::Answer(200)};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 11u);
+    world.sendResults = {11};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 0u);
+    world.exchanges = {FakeSyncConnection::Return(13)};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 11u);
+    world.sendResults = {3};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 3u);
+    EXPECT_EQ(client.GetIOResult(), 0u);
 }
 
 TEST_F(ZephSorrelSyncHttpClientTest, AnotherIOErrorIsRepeated) {
@@ -471,6 +535,19 @@ TEST_F(ZephSorrelSyncHttpClientTest, AResponseToARequestThatIsNotFullySentCounts
                                          "DoPendingIO", "Disconnect", "ReleaseConnection"));
 }
 
+TEST_F(ZephSorrelSyncHttpClientTest, ARequestThatOnlyTheFirstPassSentInFullCutsTheConnectionOff) {
+    world.exchanges = {[](FakeSyncConnection& http) {
+                           http.request->OnRequestSent();
+                           return FakeSyncConnection::Break()(http);
+                       },
+                       [](FakeSyncConnection& http) {
+                           http.response->OnCompleteResponse(413, nullptr, 0);
+                           return 0u;
+                       }};
+    EXPECT_EQ(client.DoRequest("POST", "/"), 108u);
+    EXPECT_THAT(world.calls, Contains("Disconnect"));
+}
+
 // --- What holds for one request ---
 
 TEST_F(ZephSorrelSyncHttpClientTest, TimeoutIsFifteenSecondsUnlessSetForOneRequest) {
@@ -536,6 +613,15 @@ TEST_F(ZephSorrelSyncHttpClientTest, SettingsAreResetWhenThePoolItselfThrows) {
     world.exchanges = {FakeSyncConnection::Answer(200)};
     client.DoRequest("GET", "/");
     EXPECT_EQ(world.calls[2], "SendRequest GET / 0");
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AConnectionGoesBackOnlyOnceWhenThePoolThrowsAtTheNextRequest) {
+    world.exchanges = {FakeSyncConnection::Answer(200)};
+    client.DoRequest("GET", "/");
+    world.onGetConnection = [] { throw std::runtime_error("no more connections"); };
+    EXPECT_THROW(client.DoRequest("GET", "/"), std::runtime_error);
+    EXPECT_THAT(world.calls, Not(Contains("Disconnect")));
+    EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "ReleaseConnection"), 1);
 }
 
 // --- Exceptions of the caller's own reader and writer ---
