@@ -11,6 +11,7 @@
 #include <chrono>
 #include <functional>
 #include <future>
+#include <latch>
 #include <thread>
 
 #include "Sandbox/Tokens.h"
@@ -790,6 +791,8 @@ TEST_F(SandboxServiceTest, StopWaitsForNeitherIdleNorSilentNorUnfinishedConnecti
     idle.Send("GET /b/nosuch HTTP/1.1\r\n\r\n");
     EXPECT_EQ(idle.Receive(12), "HTTP/1.1 404");
     LoopbackPeer unfinished = Connect();
+    unfinished.Send("GET /b/services/services/nonsecure/name/aa HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(unfinished.Receive(12), "HTTP/1.1 200");
     unfinished.Send("GET /b HTTP/1.1\r\n");
     LoopbackPeer half = Connect();
     half.Send("POST /b" + UserTokens + " HTTP/1.1\r\nContent-Length: 5\r\n\r\n1");
@@ -800,13 +803,43 @@ TEST_F(SandboxServiceTest, StopWaitsForNeitherIdleNorSilentNorUnfinishedConnecti
     Stop([&] { unfinished.Send("X: y\r\n"); });
 }
 
-TEST_F(SandboxServiceTest, AnswerUnderWayIsFinishedWhenTheServiceStops) {
+TEST_F(SandboxServiceTest, DelayEndsWithItsAnswerWhenTheServiceStops) {
     Start({"--fault", "/v1/ddb:1:delay=600000"});
     LoopbackPeer peer = Connect();
     peer.Send(RequestFor(Datacenters));
     clock.AwaitWaiters(1);
     Stop();
     EXPECT_THAT(peer.Receive(1 << 20), HasSubstr(R"([{"id":"d","name":"Here"},)"));
+}
+
+/// Holds who draws an id until the test lets it go.
+class GatedRandom : public FakeRandom {
+public:
+    Platform::Guid NewGuid() override {
+        entered.count_down();
+        opened.wait();
+        return FakeRandom::NewGuid();
+    }
+    std::latch entered{1};
+    std::latch opened{1};
+};
+
+TEST_F(SandboxServiceTest, AnswerUnderWayIsFinishedHoweverOftenTheOthersWereEnded) {
+    GatedRandom gated;
+    const Platform::Testing::Replace<Platform::IRandom> replaced(gated);
+    Start();
+    auto answer = std::async(std::launch::async, [&] {
+        return Post(UserTokens, Basic("admin:secret"), FormOf("v1-auth"), FormType).status;
+    });
+    gated.entered.wait();
+    bool isOpen = false;
+    Stop([&] {
+        // Each round of the stop ends with a wait.
+        if (isOpen || clock.Waits().size() < 3) return;
+        isOpen = true;
+        gated.opened.count_down();
+    });
+    EXPECT_EQ(answer.get(), 200);
 }
 
 TEST_F(SandboxServiceTest, PortThatIsTakenIsNamedAndNotListed) {
