@@ -230,6 +230,10 @@ TEST_F(ClientCommunicationsTest, NewMachineIsSeededAndItsListRefreshedAtOnceAsNo
               Texts{"Either the cache doesn't exist or the existing cache doesn't contain seed nodes.  "
                     "Seeding cache."});
     EXPECT_FALSE(files.Exists(Cache + "c1/finder_cache"));  // the maintainer's finder keeps none
+    const auto entries = logger->Entries();
+    EXPECT_TRUE(std::any_of(entries.begin(), entries.end(), [](const RecordingLogger::Entry& entry) {
+        return entry.function == "Ombry::ClientCommunications::ServiceFinder::TraceFoundServices";
+    }));
 }
 
 TEST_F(ClientCommunicationsTest, MaintainerStartsWithTheMakingAndNotWithTheConstruction) {
@@ -392,6 +396,14 @@ TEST_F(ClientCommunicationsTest, SeedIsTheBootstrapServiceAloneInTheLocalList) {
     EXPECT_EQ(seed->GetId(), "");
 }
 
+TEST_F(ClientCommunicationsTest, AddressFileWithoutAnAddressGivesASeedWithoutOneOnPurpose) {
+    files.Put(Security + "/ombrysecurity.config", "{}");
+
+    const auto seeds = LoadBootstrapFoundServices(Parameters("", "", ""));
+
+    EXPECT_EQ(seeds->GetLocal().front()->GetEndpointUrl(), "");
+}
+
 TEST_F(ClientCommunicationsTest, RefusedTokenOfTenSecondsIsAskedForAnew) {
     HoldMaintainer(Cache + "c1");
     const auto communications = MakeClientCommunications(Parameters("c1", "", ""));
@@ -494,7 +506,8 @@ TEST_F(ClientCommunicationsTest, LoggerOfTheParametersHearsOfTheThreads) {
     EXPECT_TRUE(logger->Has(1, "Thread exiting."));
     EXPECT_TRUE(logger->Has(0, "Getting token for v1-service"));
     EXPECT_TRUE(logger->Has(0, "Using fresh token for s"));
-    EXPECT_TRUE(logger->Has(0, "Storing result in cache."));
+    const Texts traces = logger->Messages(0);
+    EXPECT_EQ(std::count(traces.begin(), traces.end(), "Storing result in cache."), 2);  // "aa" and "v1-auth"
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <set>
 #include <stdexcept>
 
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
@@ -291,6 +292,33 @@ TEST_F(ClientConfigTest, SecretsReachNoLogLine) {
     }
 }
 
+TEST_F(ClientConfigTest, EveryStageLogsToTheLoggerOfTheParameters) {
+    const auto logger = std::make_shared<RecordingLogger>();
+    parameters.logger = logger;
+    parameters.SetUserName("user").SetPassword("pass");
+    List();
+
+    std::set<std::string> functions;
+    for (const RecordingLogger::Entry& entry : logger->Entries())
+        functions.insert(entry.function);
+    EXPECT_THAT(functions,
+                testing::IsSupersetOf({"OmbryZephCore::ResolveAddresses",
+                                       "Ombry::ClientCommunications::HttpClientServiceGateway::DoRequest",
+                                       "Ombry::ClientCommunications::OAuth2ServiceGatewayClient::GetToken"}));
+}
+
+TEST_F(ClientConfigTest, VerboseParametersTraceTheCaptureOfTheCertificate) {
+    const auto logger = std::make_shared<RecordingLogger>();
+    parameters.logger = logger;
+    const auto lines = [&](bool verbose) {
+        parameters.verbose = verbose;
+        logger->Clear();
+        Configure("i1", "");
+        return logger->Entries().size();
+    };
+    EXPECT_GT(lines(true), lines(false));
+}
+
 // --- configuring ---
 
 TEST_F(ClientConfigTest, ConfigureLeavesTheCertificateTheUrlAsGivenAndTheBareId) {
@@ -318,6 +346,9 @@ TEST_F(ClientConfigTest, TheDatacenterIsFoundByIdAndFailingThatByName) {
         Configure(each.id, each.name);
         EXPECT_EQ(StoredId(), each.stored) << each.id << "/" << each.name;
     }
+    service.list = R"([{"id":"nameless"}])";
+    Configure("nameless", "");
+    EXPECT_EQ(StoredId(), "nameless");
 }
 
 TEST_F(ClientConfigTest, TheFirstEntryOfANameWins) {
