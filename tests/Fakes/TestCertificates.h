@@ -71,6 +71,54 @@ inline TestKey ForgedKey(const TestKey& publicHalf, const TestKey& privateHalf) 
     return TestKey(key, EVP_PKEY_free);
 }
 
+/// A public key from the parameters that are in `builder`, which is used up.
+inline TestKey PublicKeyOf(const char* type, OSSL_PARAM_BLD* builder) {
+    OSSL_PARAM* parameters = OSSL_PARAM_BLD_to_param(builder);
+    EVP_PKEY_CTX* context = EVP_PKEY_CTX_new_from_name(nullptr, type, nullptr);
+    EVP_PKEY* key = nullptr;
+    EVP_PKEY_fromdata_init(context);
+    EVP_PKEY_fromdata(context, &key, EVP_PKEY_PUBLIC_KEY, parameters);
+    EVP_PKEY_CTX_free(context);
+    OSSL_PARAM_free(parameters);
+    OSSL_PARAM_BLD_free(builder);
+    if (key == nullptr) throw std::runtime_error("cannot make a public key");
+    return TestKey(key, EVP_PKEY_free);
+}
+
+/// The public half of an RSA key with another exponent.
+inline TestKey WithExponent(const TestKey& key, unsigned long exponent) {
+    BIGNUM *n = nullptr, *e = BN_new();
+    EVP_PKEY_get_bn_param(key.get(), OSSL_PKEY_PARAM_RSA_N, &n);
+    BN_set_word(e, exponent);
+    OSSL_PARAM_BLD* builder = OSSL_PARAM_BLD_new();
+    OSSL_PARAM_BLD_push_BN(builder, OSSL_PKEY_PARAM_RSA_N, n);
+    OSSL_PARAM_BLD_push_BN(builder, OSSL_PKEY_PARAM_RSA_E, e);
+    TestKey other = PublicKeyOf("RSA", builder);
+    BN_free(n);
+    BN_free(e);
+    return other;
+}
+
+/// The public half of a "ec256" key with the same first coordinate and the other second one.
+inline TestKey Mirrored(const TestKey& key) {
+    BIGNUM *x = nullptr, *y = nullptr;
+    EVP_PKEY_get_bn_param(key.get(), OSSL_PKEY_PARAM_EC_PUB_X, &x);
+    EVP_PKEY_get_bn_param(key.get(), OSSL_PKEY_PARAM_EC_PUB_Y, &y);
+    const std::unique_ptr<EC_GROUP, decltype(&EC_GROUP_free)> group(
+        EC_GROUP_new_by_curve_name(NID_X9_62_prime256v1), EC_GROUP_free);
+    BN_sub(y, EC_GROUP_get0_field(group.get()), y);
+    unsigned char point[65] = {POINT_CONVERSION_UNCOMPRESSED};
+    BN_bn2binpad(x, point + 1, 32);
+    BN_bn2binpad(y, point + 33, 32);
+    OSSL_PARAM_BLD* builder = OSSL_PARAM_BLD_new();
+    OSSL_PARAM_BLD_push_utf8_string(builder, OSSL_PKEY_PARAM_GROUP_NAME, "prime256v1", 0);
+    OSSL_PARAM_BLD_push_octet_string(builder, OSSL_PKEY_PARAM_PUB_KEY, point, sizeof point);
+    TestKey other = PublicKeyOf("EC", builder);
+    BN_free(x);
+    BN_free(y);
+    return other;
+}
+
 /// What a certificate is made of; the defaults give a self-signed one of a server.
 struct CertificateRecipe {
     std::string commonName = "server.test";

@@ -83,5 +83,15 @@ TEST(ZephOpenSSLConnectionLifeTest, InitializeAgainStartsAfresh) {
     EXPECT_TRUE(pair.client.WantsCiphertext());
 }
 
+TEST(ZephOpenSSLConnectionLifeTest, NeedsNoLogger) {
+    ZephOpenSSLTestPair pair(ServerOf(TLS1_2_VERSION));
+    OmbryZephCore::ZephOpenSSLConnection client(nullptr);
+    client.SetVerbose(true);
+    ASSERT_EQ(client.InitializeAsClient(pair.context, "server.test"), 0);
+    pair.server.Put(Extract(client));
+    EXPECT_GT(Inject(client, pair.server.Take()), 0);
+    EXPECT_EQ(Inject(client, "no record"), -1);
+}
+
 }  // namespace
 }  // namespace Ombry::Tests

@@ -585,6 +585,11 @@ TEST(ZephOpenSSLTraceTest, CiphertextIsUpperCaseHexadecimalWithALineEndAfterEach
     pair.logger->Clear();
     const std::string hello = Extract(pair.client, 3);
     EXPECT_EQ(pair.logger->Messages(0), std::vector<std::string>{"16 03 01"});
+    Extract(pair.client);
+    pair.logger->Clear();
+    Extract(pair.client);
+    Inject(pair.client, "");
+    EXPECT_EQ(pair.logger->Messages(), std::vector<std::string>{}) << "nothing moved, nothing to show";
 }
 
 }  // namespace

@@ -365,6 +365,18 @@ TEST(ZephOpenSSLManagerProviderTest, IsThePlatformsOwn) {
     EXPECT_NE(dynamic_cast<OmbryZephCore::ZephOpenSSLClientConnectionManager*>(manager.get()), nullptr);
 }
 
+TEST(ZephOpenSSLManagerProviderTest, ManagersTraceOnlyIfTheyAreAskedTo) {
+    for (const bool verbose : {false, true}) {
+        const auto logger = std::make_shared<RecordingLogger>();
+        const auto manager = OmbryZephCore::ZephSSLManagerProvider().MakeManager(logger, verbose);
+        ASSERT_EQ(manager->Initialize("server.test", true, {}), 0u);
+        auto* const client = manager->GetConnection();
+        Extract(*client);
+        EXPECT_EQ(logger->Messages(0).size(), verbose ? 1u : 0u);
+        manager->ReleaseConnection(client);
+    }
+}
+
 // --- names ---
 
 TEST(ZephOpenSSLServerNameTest, DecorationsGoAndAddressesAreKnown) {

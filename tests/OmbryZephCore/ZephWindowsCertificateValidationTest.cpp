@@ -64,6 +64,26 @@ TEST(CheckPublicKeyCallbackTest, KeyOfAnotherKindIsRejected) {
     EXPECT_TRUE(Accepts(Pin(ec), Server(ec)));
 }
 
+TEST(CheckPublicKeyCallbackTest, KeyThatDiffersInItsLastBytesOnlyIsRejected) {
+    // The exponent stands behind the modulus, and the second coordinate behind the first.
+    CertificateRecipe rsa;
+    rsa.issuerKey = rsa.key;
+    CertificateRecipe otherExponent = rsa;
+    otherExponent.key = WithExponent(rsa.key, 3);
+    EXPECT_FALSE(Accepts(Pin(rsa), Server(otherExponent)));
+    EXPECT_FALSE(Accepts(Pin(otherExponent), Server(rsa)));
+    EXPECT_TRUE(Accepts(Pin(otherExponent), Server(otherExponent)));
+
+    CertificateRecipe ec;
+    ec.key = KeyNamed("ec256");
+    ec.issuerKey = ec.key;
+    CertificateRecipe otherHalf = ec;
+    otherHalf.key = Mirrored(ec.key);
+    EXPECT_FALSE(Accepts(Pin(ec), Server(otherHalf)));
+    EXPECT_FALSE(Accepts(Pin(otherHalf), Server(ec)));
+    EXPECT_TRUE(Accepts(Pin(otherHalf), Server(otherHalf)));
+}
+
 TEST(CheckPublicKeyCallbackTest, WhatCannotBeDecodedOrParsedRejectsEveryServer) {
     const std::string good = Pin({});
     const std::string der = DerOf(MakeCertificate({}));
