@@ -70,6 +70,7 @@ public:
         int extra = -1;       ///< bytes left over of the input; -1 for no such buffer
         std::uint32_t attributes = 0x77;
         std::size_t extraSlot = 1;  ///< which input buffer tells of them
+        std::uint32_t surplus = 0;  ///< bytes of the token that are claimed and were not made
     };
     /// How one step was asked for.
     struct StepCall {
@@ -351,7 +352,7 @@ private:
         if (step.status < 0) return step.status;
         if (!phContext) *phNewContext = {books.Open("context"), 9};
         std::memcpy(output.pvBuffer, step.token.data(), step.token.size());
-        output.cbBuffer = static_cast<std::uint32_t>(step.token.size());
+        output.cbBuffer = static_cast<std::uint32_t>(step.token.size()) + step.surplus;
         if (pInput && step.extra >= 0) {
             pInput->pBuffers[step.extraSlot] = {static_cast<std::uint32_t>(step.extra),
                                                 Platform::SECBUFFER_EXTRA, nullptr};

@@ -152,6 +152,12 @@ TEST_F(SChannelData, PlaintextOutsideTheInputIsAFailure) {
     EXPECT_EQ(Read().first, -1);
 }
 
+TEST_F(SChannelData, PlaintextBehindTheInputIsAFailure) {
+    provider.decryptions = {{SEC_E_OK, {{SECBUFFER_DATA, 5, 1}}}};
+    Inject("HHda");
+    EXPECT_EQ(Read().first, -1);
+}
+
 TEST_F(SChannelData, ACloseOfThePeerReturnsZeroAndKeepsWhatFollows) {
     provider.decryptions = {{SEC_I_CONTEXT_EXPIRED, {{SECBUFFER_EXTRA, 3, 4}}}};
     Inject("ALTmore");

@@ -1,0 +1,107 @@
+#include "tests/OmbryZephCore/SChannelFixture.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace Platform;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class SChannelLife : public SChannelFixture {};
+
+TEST_F(SChannelLife, ASecondSessionTakesNeitherNameNorRoomNorSizesFromTheFirst) {
+    Connect();
+    provider.maxToken = 100;
+    provider.steps = {{SEC_E_OK}};
+    EXPECT_EQ(connection->InitializeAsClient(&credentials, nullptr), 0);
+    EXPECT_EQ(provider.stepCalls.back().room, 100u);
+    EXPECT_EQ(provider.stepCalls.back().targetName, "(null)");
+    EXPECT_EQ(Write("x"), 0) << "without stream sizes nothing can be written";
+    EXPECT_TRUE(connection->IsOutputBlocked());
+}
+
+TEST_F(SChannelLife, ASecondInitializeEndsTheFirstSessionCompletely) {
+    Connect();
+    Write("x");
+    provider.decryptions = {{SEC_I_CONTEXT_EXPIRED, {{SECBUFFER_EXTRA, 0, 2}}}};
+    Inject("ab");
+    Read();
+    ASSERT_TRUE(connection->IsShuttingDown());
+    Forget();
+    StartClient("again");
+    EXPECT_THAT(provider.calls,
+                ElementsAre("DeleteSecurityContext", "FreeModule", "LoadModule SCHANNEL.DLL",
+                            "FindEntryPoint InitSecurityInterfaceA", "CallEntryPoint",
+                            "QuerySecurityPackageInfoA Microsoft Unified Security Protocol Provider",
+                            "FreeContextBuffer", "InitializeSecurityContextA"));
+    EXPECT_FALSE(provider.stepCalls[0].hasContext);
+    EXPECT_EQ(provider.stepCalls[0].room, 256u);
+    EXPECT_FALSE(connection->IsShuttingDown());
+    EXPECT_EQ(ExtractUnprocessed().first, 0);
+    EXPECT_EQ(Extract().second, "again");
+}
+
+TEST_F(SChannelLife, ASecondInitializeForgetsPlaintextThatWasNotRead) {
+    Connect();
+    provider.decryptions = {{SEC_E_OK, {{SECBUFFER_DATA, 0, 4}}}};
+    Inject("data");
+    ASSERT_EQ(Read(1).second, "d");
+    StartClient();
+    Inject("ab");
+    EXPECT_EQ(provider.stepCalls.back().offered, "ab");
+}
+
+TEST_F(SChannelLife, ASecondInitializeForgetsARenegotiationACloseAndBlockedOutput) {
+    Connect();
+    provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}, {SEC_E_OK, "close"}, {SEC_E_BUFFER_TOO_SMALL}};
+    ASSERT_EQ(connection->request_renegotiate(), 1);
+    ASSERT_EQ(connection->shutdown(false), 1);
+    ASSERT_EQ(connection->request_renegotiate(), 0);
+    ASSERT_TRUE(connection->IsOutputBlocked());
+    StartClient();
+    EXPECT_FALSE(connection->IsOutputBlocked());
+    EXPECT_FALSE(connection->IsShuttingDown());
+    EXPECT_FALSE(connection->IsShutdownComplete());
+    provider.steps = {{SEC_E_OK}};
+    EXPECT_EQ(Inject("server"), 6);
+    EXPECT_EQ(Write("x"), 1);
+}
+
+TEST_F(SChannelLife, ASecondInitializeAcceptsAgainAfterARefusal) {
+    connection->SetValidator([](CertificateContextPointer*) { return false; });
+    StartClient();
+    provider.steps = {{SEC_E_OK}};
+    EXPECT_EQ(Inject("server"), -1);
+    connection->SetValidator([](CertificateContextPointer*) { return true; });
+    Connect();
+    EXPECT_EQ(Write("x"), 1);
+}
+
+TEST_F(SChannelLife, DestructionDeletesTheContextBeforeItReleasesTheLibrary) {
+    StartClient();
+    Forget();
+    connection.reset();
+    EXPECT_THAT(provider.calls, ElementsAre("DeleteSecurityContext", "FreeModule"));
+}
+
+TEST_F(SChannelLife, AConnectionThatWasNeverStartedIsHarmless) {
+    EXPECT_EQ(connection->request_renegotiate(), -1);
+    EXPECT_EQ(connection->shutdown(true), -1);
+    EXPECT_EQ(Inject("x"), 0);
+    EXPECT_EQ(Extract().first, 0);
+    EXPECT_EQ(Read().first, 0);
+    EXPECT_EQ(Write("x"), 0);
+    connection.reset();
+    EXPECT_THAT(provider.calls, IsEmpty());
+}
+
+TEST_F(SChannelLife, NeedsNoLogger) {
+    connection = std::make_unique<OmbryZephCore::ZephSChannelConnection>(nullptr);
+    connection->SetVerbose(true);
+    StartClient();
+    provider.steps = {{SEC_E_INVALID_TOKEN}};
+    EXPECT_EQ(Inject("x"), -1);
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
