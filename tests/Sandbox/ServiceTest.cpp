@@ -274,8 +274,10 @@ TEST_F(SandboxServiceTest, TokenFormIsChecked) {
     ExpectAnswer(ask("servicename=v1-auth"), 400, ErrorDocument("invalid_request", "grant_type is missing."));
     ExpectAnswer(ask("grant_type=&servicename=v1-auth"), 400,
                  ErrorDocument("invalid_request", "grant_type is missing."));
-    ExpectAnswer(ask("grant_type=password&servicename=v1-auth"), 400,
-                 ErrorDocument("unsupported_grant_type", "Only client_credentials is known."));
+    for (const std::string grant : {"password", "xclient_credentials", "client_credentialsx"}) {
+        ExpectAnswer(ask("grant_type=" + grant + "&servicename=v1-auth"), 400,
+                     ErrorDocument("unsupported_grant_type", "Only client_credentials is known."));
+    }
     ExpectAnswer(ask("grant_type=client_credentials"), 400,
                  ErrorDocument("invalid_request", "servicename is missing."));
     ExpectAnswer(ask(form + "&grant_type=client_credentials"), 400,
@@ -725,11 +727,14 @@ TEST_F(SandboxServiceTest, FailureOfTheDatabaseIsAnAnswerToo) {
 
 TEST_F(SandboxServiceTest, StatusFaultHasTheDocumentUnlessTheStatusForbidsABody) {
     Start({"--fault", "/v1/ddb:1:status=503", "--fault", "/v1/ddb:1:status=204", "--fault",
-           "/v1/ddb:1:status=304", "--fault", "/v1/ddb:1:status=599"});
+           "/v1/ddb:1:status=205", "--fault", "/v1/ddb:1:status=304", "--fault", "/v1/ddb:1:status=599"});
     const std::string document = ErrorDocument("server_error", "A fault that was asked for.");
     ExpectAnswer(Get(Datacenters), 503, document);
-    ExpectAnswer(Get(Datacenters), 204, "");
-    ExpectAnswer(Get(Datacenters), 304, "");
+    for (const char* status : {"204", "205", "304"}) {
+        const std::string answer = Raw(RequestFor(Datacenters));
+        EXPECT_EQ(answer.substr(0, 12), std::string("HTTP/1.1 ") + status);
+        EXPECT_EQ(answer.find("\r\n\r\n"), answer.size() - 4) << answer;
+    }
     ExpectAnswer(Get(Datacenters), 599, document);
     EXPECT_EQ(Get(Datacenters).status, 200);
 }
