@@ -145,6 +145,10 @@ TEST_F(CertificateStoreTest, StoreNameIsOneFolderInUtf8) {
                                          std::wstring{wchar_t(0xFC), wchar_t(0xD83D), wchar_t(0xDE00)}));
     EXPECT_TRUE(
         std::filesystem::is_directory(directory / "Quennet/CertificateStores/\xC3\xBC\xF0\x9F\x98\x80"));
+    // One wide character may stand for the whole pair.
+    ASSERT_TRUE(Certificates().OpenStore(StoreLocation::LocalMachine, StoreAccess::ReadWrite,
+                                         std::wstring{wchar_t(0x1F600)}));
+    EXPECT_TRUE(std::filesystem::is_directory(directory / "Quennet/CertificateStores/\xF0\x9F\x98\x80"));
 }
 
 TEST_F(CertificateStoreTest, StoreNameThatLeadsElsewhereIsRefused) {

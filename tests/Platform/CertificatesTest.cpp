@@ -158,6 +158,35 @@ TEST_F(CertificatesTest, CertificateThatWasParsedBeforeDoesNotVouchForAnother) {
 
 // Comparing public keys.
 
+/// A DER element of that tag; short lengths only.
+std::string Element(char tag, const std::string& content) {
+    return std::string{tag, static_cast<char>(content.size())} + content;
+}
+
+TEST_F(CertificatesTest, KeyIsTakenFromItsPlaceAndFromNoOtherKindOfElement) {
+    const char Sequence = 0x30, OctetString = 0x04, Integer = 0x02, Boolean = 0x01, Null = 0x05;
+    const std::string before = Element(Integer, "\x01") + Element(Sequence, "") + Element(Sequence, "") +
+                               Element(Sequence, "") + Element(Sequence, "");
+    const std::string key = Element(Integer, "\x07");
+    const auto isKnownByItself = [&](const std::string& der) {
+        return certificates.EqualPublicKeys(ContextOf(der), ContextOf(der));
+    };
+    const auto with = [&](const std::string& element) {
+        return Element(Sequence, Element(Sequence, before + element));
+    };
+    EXPECT_TRUE(isKnownByItself(with(Element(Sequence, key))));
+    EXPECT_TRUE(isKnownByItself(with(Element(Sequence, key) + Element(Null, ""))));
+    EXPECT_FALSE(isKnownByItself(with("")));
+    EXPECT_FALSE(isKnownByItself(with(Element(OctetString, key))));
+    EXPECT_FALSE(isKnownByItself(with(Element(Null, ""))));
+    EXPECT_FALSE(isKnownByItself(with(Element(Boolean, "\xff"))));
+    // The body must be a sequence too, whatever its bytes would say.
+    const std::string body = Element(Sequence, before + Element(Sequence, key));
+    EXPECT_FALSE(isKnownByItself(Element(Sequence, Element(OctetString, body))));
+    EXPECT_FALSE(isKnownByItself(Element(OctetString, body)));
+    EXPECT_FALSE(isKnownByItself(Element(Sequence, body) + "x"));
+}
+
 TEST_F(CertificatesTest, RenewedCertificateWithTheSameKeyIsEqual) {
     const std::string old = DerOf(MakeCertificate({}));
     CertificateRecipe recipe;

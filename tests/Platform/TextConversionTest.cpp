@@ -103,6 +103,8 @@ TEST(TextConversionTest, LoneSurrogatesBecomeReplacementCharacters) {
               "a");
     EXPECT_EQ(ToUtf8(Units({0xDC00})), "\xEF\xBF\xBD");
     EXPECT_EQ(ToUtf8(Units({0xDFFF, 0xD800})), "\xEF\xBF\xBD\xEF\xBF\xBD");
+    EXPECT_EQ(ToUtf8(Units({0xDC00, 0xDC00})), "\xEF\xBF\xBD\xEF\xBF\xBD");
+    EXPECT_EQ(ToUtf8(Units({0xDBFF, 0xDFFF, 0xDFFF})), "\xF4\x8F\xBF\xBF\xEF\xBF\xBD");
     EXPECT_EQ(ToUtf8(Units({0xD800, 0xD800, 0xDC00})), "\xEF\xBF\xBD\xF0\x90\x80\x80");
     EXPECT_EQ(ToUtf8(Units({0xD800, 0xE000})), "\xEF\xBF\xBD\xEE\x80\x80");
 }
