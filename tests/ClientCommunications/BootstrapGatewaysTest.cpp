@@ -138,6 +138,14 @@ TEST_F(NoncachingOAuth2AuthenticatorTest, ACancelledTokenAsksForNothing) {
     EXPECT_THAT(tokenGateway->calls, IsEmpty());
 }
 
+TEST_F(NoncachingOAuth2AuthenticatorTest, TheCallersTokenGoesWithTheTokenCall) {
+    Cancellation::Token token = Cancellation::CreateCancellable();
+    tokenGateway->onCall = [&] { token.Cancel(); };
+    tokenGateway->Answer(200, R"({"access_token":"t"})");
+    authenticator.AddAuthentication(request, nullptr, token);
+    EXPECT_TRUE(tokenGateway->calls[0].token.IsCancelled());
+}
+
 TEST_F(NoncachingOAuth2AuthenticatorTest, HasNoFresherToken) {
     EXPECT_FALSE(authenticator.AddFreshAuthentication(request, nullptr, Cancellation::Token()));
     EXPECT_THAT(tokenGateway->calls, IsEmpty());
