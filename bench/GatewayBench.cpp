@@ -208,6 +208,9 @@ void Compare(Report& report, const std::string& name, int threads, int rounds, c
 void RunAll(int rounds) {
     const LocalServer server;
     EnrolledClient enrolled(server);
+    // A token's file is read by each call for the first three seconds of the hour that it is good for.
+    enrolled.Call(1);
+    sleep(4);
     BareClient bare(server);
     Report report("ServiceGateway, times the bare HTTP client's");
     const Caller bareCalls = [&](int calls) { bare.Call(calls); };
