@@ -223,6 +223,28 @@ TEST(ZephOpenSSLHandshakeFaultTest, HandshakeThatBreaksOffIsAFailureAndNoClose) 
     EXPECT_EQ(Write(pair.client, "secret"), -1);
 }
 
+TEST(ZephOpenSSLHandshakeFaultTest, ExtractionCarriesTheHandshakeOnToo) {
+    ZephOpenSSLTestPair pair(ServerOf(TLS1_2_VERSION));
+    const OpenSSLFault fault("SSL_do_handshake");
+    std::uint8_t byte = 0;
+    EXPECT_EQ(pair.client.extract_ciphertext(&byte, 1), -1);
+    EXPECT_THAT(pair.logger->Messages(4), ElementsAre("SSL_do_handshake failed: " + TextOf(1)));
+}
+
+TEST_F(ZephOpenSSLSessionFaultTest, LibraryIsAskedAgainOnlyAfterNewInput) {
+    std::int32_t result = -1;
+    Read(pair.client, result);
+    ASSERT_EQ(result, 0);
+    const OpenSSLFault fault("SSL_read_ex");
+    Read(pair.client, result);
+    EXPECT_EQ(result, 0);
+    EXPECT_FALSE(fault.Happened());
+    EXPECT_TRUE(pair.client.WantsCiphertext());
+    Inject(pair.client, "x");
+    Read(pair.client, result);
+    EXPECT_TRUE(fault.Happened());
+}
+
 TEST_F(ZephOpenSSLSessionFaultTest, RenegotiationThatCannotBeginIsAFailure) {
     const OpenSSLFault fault("SSL_renegotiate");
     EXPECT_EQ(pair.client.request_renegotiate(), -1);

@@ -210,6 +210,18 @@ TEST_P(ZephOpenSSLHandshakeTest, LaterSessionsWithTheSameServerAreNotResumed) {
     }
 }
 
+TEST(ZephOpenSSLTicketTest, AnswerBehindSessionTicketsIsReadByTheFirstCall) {
+    ZephOpenSSLTestPair pair(ServerOf(TLS1_3_VERSION));
+    pair.server.Put(Extract(pair.client));
+    Inject(pair.client, pair.server.Take());
+    pair.server.Put(Extract(pair.client));
+    pair.server.Write("answer");
+    Inject(pair.client, pair.server.Take());  // two tickets and the answer
+    EXPECT_FALSE(pair.client.WantsCiphertext());
+    std::int32_t result = 0;
+    EXPECT_EQ(Read(pair.client, result), "answer");
+}
+
 // --- what is offered and what is refused ---
 
 struct Hello {
