@@ -325,14 +325,17 @@ TEST_F(ZephHttpClientSocketSyncConnectionTest, ADisconnectCancelsTheTaskThatWoul
 
 TEST_F(ZephHttpClientSocketSyncConnectionTest, TwoFatalErrorsScheduleOneTask) {
     connection.emplace(logger, true);
-    EXPECT_EQ(connection->Connect(Secure()), 0u);
+    EXPECT_EQ(connection->Connect(Params()), 0u);
     RecordingExchange second(log, connection->GetHttpConnection());
     connection->GetHttpConnection().SendRequest("GET", "/", false, &second, &second, nullptr, false, 0);
+    // The wait fails both the read and the write.
+    sockets.FailNthCall("Select", 1, 22);
     EXPECT_EQ(connection->GetSyncIOController().DoPendingIO(15, Cancellation::Token()), 0u);
     const auto messages = logger->Messages(0);
     EXPECT_EQ(std::count_if(messages.begin(), messages.end(),
-                            [](const std::string& m) { return m.starts_with("Dispatching user task"); }),
+                            [](const std::string& m) { return m.starts_with("Scheduling user task"); }),
               1);
+    EXPECT_FALSE(connection->IsConnected());
 }
 
 TEST_F(ZephHttpClientSocketSyncConnectionTest, AfterTlsEndedNothingTravelsInClearText) {
