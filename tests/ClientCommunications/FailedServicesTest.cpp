@@ -247,5 +247,23 @@ TEST_F(FailedServicesTest, ThreadsShareOneMemory) {
     ExpectHealthy(services->Get("0"));
 }
 
+// With the clock of the system, which has no lock that would order what the memory leaves unordered.
+TEST(FailedServicesThreadsTest, WhoOnlyReadsWaitsForWhoWrites) {
+    FailedServices services(std::make_shared<ExponentialDelayRetryIteratorFactory>(1s, 30s), Retention);
+    std::thread reader([&] {
+        for (int n = 0; n < 200; ++n)
+            services.Get("a");
+    });
+    std::thread writer([&] {
+        for (int n = 0; n < 200; ++n) {
+            services.RecordFailure("a", true);
+            services.RecordFailure(std::to_string(n), true);
+        }
+    });
+    reader.join();
+    writer.join();
+    EXPECT_EQ(services.Get("a").failureCount, 200);
+}
+
 }  // namespace
 }  // namespace Ombry::Tests
