@@ -184,6 +184,8 @@ TEST_F(ClientConfigTest, ABodyThatIsNoListFailsInTheWordsOfTheReader) {
     EXPECT_EQ(FailureOf([&] { List(); }).find("ERROR: Parse failed at offset "), 0u);
     service.list = R"({"id":"i1"})";
     EXPECT_EQ(FailureOf([&] { List(); }).find("ERROR: Expected type '"), 0u) << FailureOf([&] { List(); });
+    service.list = "null";
+    EXPECT_EQ(FailureOf([&] { List(); }).find("ERROR: Expected type 'array' when processing '"), 0u);
     service.list = R"([{"id":7}])";
     EXPECT_EQ(FailureOf([&] { List(); }).find("ERROR: Expected type 'string' when processing '"), 0u)
         << FailureOf([&] { List(); });
