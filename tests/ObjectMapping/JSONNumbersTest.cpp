@@ -224,6 +224,17 @@ TEST(JSONNumbers, ADoubleIsReadInNormalAndNotInFullPrecisionOnPurpose) {
     EXPECT_NE(value, std::strtod(text, nullptr));
 }
 
+TEST(JSONNumbers, AnInfinityThatTheLibraryMakesOfTooGreatANumberIsTakenAsItIs) {
+    // Its check of the exponent lets a mantissa of many digits pass.
+    const double infinity = std::numeric_limits<double>::infinity();
+    ExpectReads<double>("double", {{"900000000000.0122845111e308", Direct, infinity},
+                                   {"-900000000000.0122845111e308", Direct, -infinity}});
+    ExpectReads<long long>("long long",
+                           {{"900000000000.0122845111e308", None}, {"-900000000000.0122845111e308", None}});
+    ExpectReads<unsigned long long>("unsigned long long", {{"900000000000.0122845111e308", None},
+                                                           {"-900000000000.0122845111e308", None}});
+}
+
 TEST(JSONNumbers, ADoubleKeepsTheSignOfZero) {
     double value = 1;
     ReadText("-0.0", [&](MapperIf& mapper) { mapper.Field(nullptr, value, nullptr); });
