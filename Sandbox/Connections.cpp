@@ -1,10 +1,12 @@
 #include "Sandbox/Connections.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -61,10 +63,18 @@ bool HasHungUp(int socket) {
 
 void ResetConnection(int socket) {
     if (socket < 0) return;
-    // Taking a connected socket's peer away resets the connection at once; a plain shutdown would first tell
-    // the other end that all is well.
-    const sockaddr none{AF_UNSPEC, {}};
-    connect(socket, &none, sizeof none);
+    // The last close of a socket that does not linger resets its connection. The library goes on with the
+    // number, so another socket takes it, whose other end is gone: reading it ends at once.
+    const linger none{1, 0};
+    setsockopt(socket, SOL_SOCKET, SO_LINGER, &none, sizeof none);
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+        shutdown(socket, SHUT_RDWR);
+        return;
+    }
+    dup3(ends[0], socket, O_CLOEXEC);
+    close(ends[0]);
+    close(ends[1]);
 }
 
 void EndReading(int port, const std::set<int>& peerPorts) {

@@ -86,10 +86,13 @@ TEST(SandboxConnectionsTest, NoConnectionCountsAsHungUpAndCannotBeReset) {
 TEST(SandboxConnectionsTest, ResetReachesTheClientAsOne) {
     LoopbackListener listener;
     Connection connection(listener);
-    Sandbox::ResetConnection(Sandbox::FindConnection(connection.request));
+    const int socket = Sandbox::FindConnection(connection.request);
+    Sandbox::ResetConnection(socket);
     char byte;
     EXPECT_EQ(recv(connection.descriptor, &byte, 1, 0), -1);
     EXPECT_EQ(errno, ECONNRESET);
+    // Its owner, too, sees an end: a broken connection is one that the TLS library tries for a second.
+    EXPECT_EQ(recv(socket, &byte, 1, 0), 0);
     EXPECT_FALSE(connection.server->Send("x"));
 }
 
