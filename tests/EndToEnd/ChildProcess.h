@@ -89,6 +89,8 @@ public:
         }
     }
 
+    bool HasBeenWaitedFor() const { return outcome.has_value(); }
+
     /// Waits for the end of the program and returns all that it wrote.
     const ProcessOutcome& Wait() {
         if (outcome) return *outcome;

@@ -17,6 +17,12 @@ public:
                      std::shared_ptr<TemporaryDirectory> state = std::make_shared<TemporaryDirectory>())
         : state(std::move(state)), process(WordsOf(options, *this->state)), ready(process.AwaitLine()) {}
 
+    ~Sandbox() {
+        if (!process.HasBeenWaitedFor()) Stop();
+    }
+    Sandbox(const Sandbox&) = delete;
+    Sandbox& operator=(const Sandbox&) = delete;
+
     std::string Url() const { return TextMember("baseUrl"); }
     /// Of the certificate, as upper-case pairs between colons.
     std::string Fingerprint() const { return TextMember("fingerprint"); }
@@ -28,10 +34,14 @@ public:
     TestCertificate Certificate() const { return CertificateFromPem(state->Read("identity.pem")); }
     const std::shared_ptr<TemporaryDirectory>& State() const { return state; }
 
-    /// Ends the service as an administrator would. What it logged is the outcome's error text.
+    /// Ends the service as an administrator would. What it logged is the outcome's error text. A service that
+    /// has ended before, or ends badly, fails the test: its clients see only a port that refuses, and try it
+    /// again for minutes.
     const ProcessOutcome& Stop() {
         process.Signal(SIGTERM);
-        return process.Wait();
+        const ProcessOutcome& outcome = process.Wait();
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.error;
+        return outcome;
     }
     ChildProcess& Process() { return process; }
 

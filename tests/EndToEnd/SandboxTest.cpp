@@ -345,7 +345,8 @@ TEST(SandboxTest, FailureAtTheStopIsNamed) {
     Sandbox sandbox;
     for (const char* file : {"state.sqlite", "state.sqlite-wal", "state.sqlite-shm"})
         sandbox.State()->Write(file, std::string(40000, 'x'));
-    const ProcessOutcome& outcome = sandbox.Stop();
+    sandbox.Process().Signal(SIGTERM);
+    const ProcessOutcome& outcome = sandbox.Process().Wait();
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_TRUE(outcome.error.starts_with("ombry-sandbox: Database: ")) << outcome.error;
 }
