@@ -211,27 +211,6 @@ TEST(ConfigureBootstrapUrlTest, FailureOfEveryKindKeepsEarlierTrustAndFiles) {
     fails({"-t", "t", "-dn", "Sandbox", "-r", sandbox.Url()}, "Error 11.0");
 }
 
-TEST(ConfigureBootstrapUrlTest, ServerThatFallsSilentInTheHandshakeIsGivenUpAfterFifteenSeconds) {
-    // The one test that really waits; the two run side by side.
-    const ListsThen silent([](LoopbackServer::Connection& connection) { connection.AwaitClose(); });
-    const ListsThen slow([](LoopbackServer::Connection& connection) {
-        connection.ReadBytes(1);
-        connection.Send("\x16\x03\x03");  // the head of a record, not whole
-        connection.AwaitClose();
-    });
-    const Machine machines[2];
-    std::vector<std::thread> runs;
-    for (const auto& [machine, server] : {std::pair(&machines[0], &silent), std::pair(&machines[1], &slow)}) {
-        runs.emplace_back([machine = machine, server = server] {
-            ExpectException(machine->Run(Configure({"-t", "t", "-d", "i", "-r", server->Url()})),
-                            server->CaptureFailed(13));
-            EXPECT_EQ(machine->Files(), Tree());
-        });
-    }
-    for (std::thread& run : runs)
-        run.join();
-}
-
 TEST(ConfigureBootstrapUrlWireTest, ListIsAskedForAndThenTheCertificateOnAConnectionOfItsOwn) {
     const TestCertificate certificate = MakeCertificate({});
     LoopbackServer server(LoopbackServer::Answering(LoopbackServer::Response(R"([{"id":"i","name":"n"}])")),

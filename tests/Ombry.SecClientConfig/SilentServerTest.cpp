@@ -32,14 +32,27 @@ protected:
         };
     }
 
-    void ExpectGivenUp(const LoopbackServer& server, const Words& words) {
+    /// A server that lists one datacenter and then, where its certificate is looked for, sends some bytes at
+    /// most.
+    std::vector<LoopbackServer::Script> SilentInTheHandshakeBehind(const std::string& bytes) {
+        return {LoopbackServer::Answering(LoopbackServer::Response(R"([{"id":"i","name":"n"}])")),
+                [this, bytes](LoopbackServer::Connection& connection) {
+                    connection.ReadBytes(1);
+                    connection.Send(bytes);
+                    sockets.BeSilent([this] { clock.Advance(1s); });
+                    connection.AwaitClose();
+                }};
+    }
+
+    void ExpectGivenUp(const LoopbackServer& server, const Words& words, Duration limit = 100s,
+                       const std::string& text = "Error 11.13", std::size_t connections = 1) {
         const TimePoint start = clock.Now();
         const ToolRun run = Tool(words);
         EXPECT_EQ(run.exitCode, -1);
         EXPECT_EQ(run.out, "");
-        EXPECT_EQ(run.error, "Caught exception: Error 11.13\n");
-        EXPECT_EQ(clock.Now() - start, Duration(100s));
-        EXPECT_EQ(server.Connections(), 1u) << "silence is not tried again";
+        EXPECT_EQ(run.error, "Caught exception: " + text + "\n");
+        EXPECT_EQ(clock.Now() - start, limit);
+        EXPECT_EQ(server.Connections(), connections) << "silence is not tried again";
         EXPECT_TRUE(files.Contents().empty());
         sockets.EndSilence();
     }
@@ -72,6 +85,15 @@ TEST_F(SilentServerTest, ListThatNeverComesBehindATokenIsGivenUp) {
 TEST_F(SilentServerTest, MachineIsNotTiedToAServiceThatFallsSilent) {
     const LoopbackServer server(SilentBehind(0));
     ExpectGivenUp(server, {"configure-bootstrap-url", "-t", "t", "-d", "i", "-r", server.Url()});
+}
+
+TEST_F(SilentServerTest, ServerThatFallsSilentInTheHandshakeIsGivenUpAfterFifteenSeconds) {
+    for (const std::string bytes : {"", "\x16\x03\x03"}) {  // the latter the head of a record, not whole
+        const LoopbackServer server(SilentInTheHandshakeBehind(bytes));
+        ExpectGivenUp(
+            server, {"configure-bootstrap-url", "-t", "t", "-d", "i", "-r", server.Url()}, 15s,
+            "Unable to connect to 127.0.0.1:" + std::to_string(server.Port()) + " due to error 13", 2);
+    }
 }
 
 }  // namespace
