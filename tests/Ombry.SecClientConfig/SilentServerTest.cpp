@@ -90,9 +90,9 @@ TEST_F(SilentServerTest, MachineIsNotTiedToAServiceThatFallsSilent) {
 TEST_F(SilentServerTest, ServerThatFallsSilentInTheHandshakeIsGivenUpAfterFifteenSeconds) {
     for (const std::string bytes : {"", "\x16\x03\x03"}) {  // the latter the head of a record, not whole
         const LoopbackServer server(SilentInTheHandshakeBehind(bytes));
-        ExpectGivenUp(
-            server, {"configure-bootstrap-url", "-t", "t", "-d", "i", "-r", server.Url()}, 15s,
-            "Unable to connect to 127.0.0.1:" + std::to_string(server.Port()) + " due to error 13", 2);
+        ExpectGivenUp(server, {"configure-bootstrap-url", "-t", "t", "-d", "i", "-r", server.Url()}, 15s,
+                      "Unable to connect to 127.0.0.1:" + std::to_string(server.Port()) + " due to error 13",
+                      2);
     }
 }
 
