@@ -7,7 +7,6 @@
 #include "ClientCommunications/Impl/OAuth2Exception.h"
 #include "ClientCommunications/Impl/RootRequestMetaData.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
-#include "ObjectMapping/Serialization.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedGateway.h"
 
@@ -213,44 +212,6 @@ TEST_F(OAuth2ServiceGatewayClientTest, TheCallersTokenGoesWithTheCall) {
     gateway->Answer(200, "{}");
     client.GetToken("service", nullptr, token);
     EXPECT_TRUE(gateway->calls[0].token.IsCancelled());
-}
-
-TEST(OAuth2TokenTest, MapsItsFieldsInOrderAndResets) {
-    OAuth2Token token;
-    token.tokenType = "a";
-    token.accessToken = "b";
-    token.expiresIn = 5;
-    token.scope = "c";
-    EXPECT_EQ(ObjectMapping::SerializeObject(token, nullptr),
-              "{\n    \"token_type\": \"a\",\n    \"access_token\": \"b\",\n    \"expires_in\": 5,\n"
-              "    \"scope\": \"c\"\n}");
-    token.Reset();
-    EXPECT_EQ(token.tokenType + token.accessToken + token.scope, "");
-    EXPECT_EQ(token.expiresIn, 0u);
-}
-
-TEST(OAuth2TokenTest, AllFieldsAreRequiredByAStrictReader) {
-    OAuth2Token token;
-    const std::string whole = ObjectMapping::SerializeObject(token, nullptr);
-    for (const std::string key : {"token_type", "access_token", "expires_in", "scope"}) {
-        std::string without = whole;
-        without.replace(without.find(key), key.size(), "another");
-        EXPECT_THROW(ObjectMapping::DeserializeObject(token, without, nullptr, true), std::runtime_error)
-            << key;
-    }
-}
-
-TEST(OAuth2ExceptionTest, MapsTheErrorDocumentInOrderAndResets) {
-    OAuth2Exception failure;
-    failure.error = "e";
-    failure.errorDescription = "d";
-    failure.errorUri = "u";
-    EXPECT_STREQ(failure.what(), "OAuth2 exception");
-    EXPECT_EQ(ObjectMapping::SerializeObject(failure, nullptr),
-              "{\n    \"error\": \"e\",\n    \"error_description\": \"d\",\n    \"error_uri\": \"u\"\n}");
-    failure.Reset();
-    EXPECT_EQ(failure.error + failure.errorDescription + failure.errorUri, "");
-    EXPECT_STREQ(failure.what(), "OAuth2 exception");
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "ClientCommunications/Impl/CachedSSDServiceFinder.h"
 #include "ClientCommunications/Impl/ServiceFinderByUrl.h"
 #include "ClientCommunications/Impl/ServiceRequestFactory.h"
 #include "tests/Fakes/FakeService.h"
@@ -68,38 +67,9 @@ TEST_F(ServiceFinderFactoryTest, AFixedAddressIsFoundWithoutDiscovery) {
     EXPECT_TRUE(service->GetProperties().empty());
     EXPECT_EQ(finder->Find(nullptr, Token()), found);  // one fixed set, whatever the form
     EXPECT_TRUE(gateway->calls.empty());
-}
-
-class FixedCache : public IFoundServicesCache {
-public:
-    TimePoint GetNextRefreshTime() override { return TimePoint(); }
-    std::shared_ptr<IFoundServices> GetFoundServices() override {
-        ++reads;
-        return services;
-    }
-    void Save(std::shared_ptr<IFoundServices>, TimePoint) override { ADD_FAILURE() << "not to be saved"; }
-
-    std::shared_ptr<IFoundServices> services;
-    int reads = 0;
-};
-
-TEST(CachedSSDServiceFinderTest, ItReturnsTheCurrentSetOfItsCache) {
-    const auto cache = std::make_shared<FixedCache>();
-    CachedSSDServiceFinder finder(cache);
-    cache->services = std::make_shared<FoundServices>();
-    EXPECT_EQ(finder.Find(Token()), cache->services);
-    cache->services = std::make_shared<FoundServices>();
-    EXPECT_EQ(finder.Find(nullptr, Token()), cache->services);
-    EXPECT_EQ(cache->reads, 2);
-}
-
-TEST(CachedSSDServiceFinderTest, ACancelledTokenIsNotAsked) {
-    const auto cache = std::make_shared<FixedCache>();
-    CachedSSDServiceFinder finder(cache);
     const Token token = Cancellation::CreateCancellable();
     token.Cancel();
-    EXPECT_NO_THROW(finder.Find(token));
-    EXPECT_NO_THROW(ServiceFinderByUrl("u").Find(nullptr, token));
+    EXPECT_EQ(finder->Find(nullptr, token), found);  // and whatever the token says
 }
 
 }  // namespace

@@ -1,8 +1,7 @@
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
 
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/Base64.h"
+#include "tests/Fakes/FailureOf.h"
 #include "tests/Fakes/FakeProtections.h"
 #include "tests/Fakes/FreedMemory.h"
 
@@ -23,16 +22,6 @@ std::string Flipped(std::string bytes) {
 std::string Padded(const std::string& plain) {
     const std::size_t padding = 16 - plain.size() % 16;
     return plain + std::string(padding, static_cast<char>(padding));
-}
-
-template <class Act>
-std::string FailureOf(const Act& act) {
-    try {
-        act();
-        return "no failure";
-    } catch (const std::runtime_error& failure) {
-        return failure.what();
-    }
 }
 
 class WindowsInMemoryDataProtectionTest : public testing::Test {

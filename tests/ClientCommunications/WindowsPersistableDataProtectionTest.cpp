@@ -1,9 +1,6 @@
 #include "ClientCommunications/Impl/WindowsPersistableDataProtection.h"
 
-#include <stdexcept>
-
-#include "ClientCommunications/Impl/Base64.h"
-#include "ClientCommunications/Impl/DataProtectionBase64.h"
+#include "tests/Fakes/FailureOf.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FakeMachineId.h"
 #include "tests/Fakes/FakeProtections.h"
@@ -13,19 +10,7 @@
 namespace Ombry::Tests {
 namespace {
 
-using ClientCommunications::Base64Encode;
-using ClientCommunications::DataProtectionBase64;
 using ClientCommunications::WindowsPersistableDataProtection;
-
-template <class Act>
-std::string FailureOf(const Act& act) {
-    try {
-        act();
-        return "no failure";
-    } catch (const std::runtime_error& failure) {
-        return failure.what();
-    }
-}
 
 class WindowsPersistableDataProtectionTest : public testing::Test {
 protected:
@@ -85,33 +70,6 @@ TEST_F(WindowsPersistableDataProtectionTest, FailuresHaveTheirTextsAndLeaveTheDa
     EXPECT_EQ(FailureOf([&] { protection.Unprotect(data); }),
               "CryptUnprotectData succeeded but returned no data");
     EXPECT_EQ(data, "data");
-}
-
-TEST_F(WindowsPersistableDataProtectionTest, Base64LayerMakesWhatItsInnerLayerProducesFitForText) {
-    DataProtectionBase64 protection(std::make_shared<WindowsPersistableDataProtection>("e", false));
-    std::string data = "text";
-    protection.Protect(data);
-    EXPECT_EQ(data, Base64Encode("e|5|txet"));
-    protection.Unprotect(data);
-    EXPECT_EQ(data, "text");
-}
-
-TEST_F(WindowsPersistableDataProtectionTest, Base64LayerPassesEmptyTextAndFailuresThrough) {
-    DataProtectionBase64 protection(std::make_shared<WindowsPersistableDataProtection>("e", false));
-    std::string data;
-    protection.Protect(data);
-    EXPECT_EQ(data, "");
-    protection.Unprotect(data);
-    EXPECT_EQ(data, "");
-    EXPECT_TRUE(machine.calls.empty());
-
-    machine.failing = "Protect";
-    machine.error = 5;
-    data = "data";
-    EXPECT_EQ(FailureOf([&] { protection.Protect(data); }), "CryptProtectData failed with error 5");
-    EXPECT_EQ(data, "data");
-    machine.failing = "Unprotect";
-    EXPECT_EQ(FailureOf([&] { protection.Unprotect(data); }), "CryptUnprotectData failed with error 5");
 }
 
 TEST_F(WindowsPersistableDataProtectionTest, ProtectingLeavesNoPlainTextInTheMemoryThatItFrees) {
