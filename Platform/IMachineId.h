@@ -3,6 +3,7 @@
 #include <string>
 
 #include "Platform/Current.h"
+#include "Platform/Result.h"
 
 namespace Ombry::Platform {
 
@@ -12,8 +13,8 @@ public:
     virtual ~IMachineId() = default;
 
     /// The identity that the system was given when it was installed, without line ends; empty if it has none,
-    /// as in many containers.
-    virtual std::string MachineId() = 0;
+    /// as in many containers. A failure if it has one that cannot be read now.
+    virtual ValueOr<std::string> MachineId() = 0;
 };
 
 inline IMachineId& MachineIdentity() {

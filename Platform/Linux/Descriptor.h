@@ -55,6 +55,13 @@ inline Result Outcome(int returned) {
     return returned == 0 ? Result::Success() : Result::Failure(errno);
 }
 
+/// Whether a file could not be read because there is none, or something else in its place: another try ends
+/// the same way. Any other failure may be one of the moment, and says nothing of the file.
+inline bool MeansNoFile(int error) {
+    return error == ENOENT || error == ENOTDIR || error == EISDIR || error == ELOOP || error == EINVAL ||
+           error == ENXIO;
+}
+
 Result WriteAll(int descriptor, std::string_view data);
 
 /// Puts the content of a file or a folder on the disk. A file system that knows no such thing is a success.

@@ -1,14 +1,18 @@
 #include "Platform/IFiles.h"
 #include "Platform/IMachineId.h"
+#include "Platform/Linux/Descriptor.h"
 
 namespace Ombry::Platform {
 namespace {
 
 class LinuxMachineId : public IMachineId {
 public:
-    std::string MachineId() override {
+    ValueOr<std::string> MachineId() override {
         const auto content = Production<IFiles>().Read("/etc/machine-id");
-        return content ? content->substr(0, content->find_first_of("\r\n")) : std::string();
+        if (content) return content->substr(0, content->find_first_of("\r\n"));
+        // What is enciphered without the identity of a machine that has one could never be read again.
+        if (!Linux::MeansNoFile(content.Error())) return Result::Failure(content.Error());
+        return std::string();
     }
 };
 

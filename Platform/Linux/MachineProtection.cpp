@@ -49,14 +49,13 @@ struct DerivedKey {
     DerivedKey& operator=(const DerivedKey&) = delete;
     ~DerivedKey() { SecureWipe(bytes.data(), bytes.size()); }
 
-    bool Derive(std::string_view keyFile, std::string_view entropy) {
+    bool Derive(std::string_view keyFile, std::string_view machineId, std::string_view entropy) {
         std::array<std::uint8_t, EntropyHashSize> hash;
         if (EVP_Digest(entropy.data(), entropy.size(), hash.data(), nullptr, EVP_sha256(), nullptr) != 1) {
             return false;
         }
         std::string info(Label);
         info.append(reinterpret_cast<const char*>(hash.data()), hash.size());
-        std::string salt = MachineIdentity().MachineId();
         const Kdf kdf(EVP_KDF_fetch(nullptr, "HKDF", nullptr));
         const KdfContext context(kdf ? EVP_KDF_CTX_new(kdf.get()) : nullptr);
         if (!context) return false;
@@ -65,7 +64,8 @@ struct DerivedKey {
             OSSL_PARAM_construct_utf8_string(OSSL_KDF_PARAM_DIGEST, digest, 0),
             OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_KEY, const_cast<char*>(keyFile.data()),
                                               keyFile.size()),
-            OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_SALT, salt.data(), salt.size()),
+            OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_SALT, const_cast<char*>(machineId.data()),
+                                              machineId.size()),
             OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_INFO, info.data(), info.size()),
             OSSL_PARAM_construct_end()};
         return EVP_KDF_derive(context.get(), bytes.data(), bytes.size(), parameters.data()) == 1;
@@ -113,10 +113,12 @@ public:
                                                 std::uint32_t flags) override {
         if (plain.size() > Largest) return Result::Failure(EFBIG);
         InitializeOpenSSL();
+        const auto machineId = MachineIdentity().MachineId();
+        if (!machineId) return Result::Failure(machineId.Error());
         auto keyFile = Linux::LoadOrMakeKey(ScopeOf(flags));
         if (!keyFile) return Result::Failure(keyFile.Error());
         DerivedKey key;
-        const bool derived = key.Derive(*keyFile, entropy);
+        const bool derived = key.Derive(*keyFile, *machineId, entropy);
         SecureWipe(*keyFile);
         if (!derived) return Linux::OpenSSLFailure();
 
@@ -132,10 +134,12 @@ public:
         if (blob.size() < HeaderSize + TagSize || blob[0] != Version) return Result::Failure(EBADMSG);
         if (blob.size() - HeaderSize - TagSize > Largest) return Result::Failure(EFBIG);
         InitializeOpenSSL();
+        const auto machineId = MachineIdentity().MachineId();
+        if (!machineId) return Result::Failure(machineId.Error());
         auto keyFile = Linux::LoadKey(ScopeOf(flags));
         if (!keyFile) return Result::Failure(keyFile.Error());
         DerivedKey key;
-        const bool derived = key.Derive(*keyFile, entropy);
+        const bool derived = key.Derive(*keyFile, *machineId, entropy);
         SecureWipe(*keyFile);
         if (!derived) return Linux::OpenSSLFailure();
 

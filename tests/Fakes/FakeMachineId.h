@@ -10,9 +10,13 @@ namespace Ombry::Tests {
 class FakeMachineId : public Platform::IMachineId {
 public:
     explicit FakeMachineId(std::string id) : id(std::move(id)) {}
-    std::string MachineId() override { return id; }
+    Platform::ValueOr<std::string> MachineId() override {
+        if (error != 0) return Platform::Result::Failure(error);
+        return id;
+    }
 
     std::string id;
+    int error = 0;  ///< fails with it unless it is 0
 };
 
 }  // namespace Ombry::Tests

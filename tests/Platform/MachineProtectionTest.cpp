@@ -329,13 +329,44 @@ TEST_F(MachineProtectionTest, NothingStaysInTheErrorQueue) {
     EXPECT_EQ(ERR_peek_error(), 0u);
 }
 
+TEST_F(MachineProtectionTest, IdentityThatCannotBeReadFailsTheCallAndMakesNoKey) {
+    const std::string blob = Protect("secret");
+    machine.error = EMFILE;
+    EXPECT_EQ(protection.Protect("x", "e", Machine).Error(), EMFILE);
+    EXPECT_EQ(Unprotect(blob), "error " + std::to_string(EMFILE));
+    std::filesystem::remove_all(directory / "Quennet");
+    EXPECT_EQ(protection.Protect("x", "e", Machine).Error(), EMFILE);
+    EXPECT_FALSE(std::filesystem::exists(directory / "Quennet"));
+    machine.error = 0;
+    EXPECT_EQ(Unprotect(Protect("again")), "again");
+}
+
 TEST(MachineIdTest, IsTheFirstLineOfTheSystemsFileOrEmpty) {
-    const std::string id = Platform::Production<Platform::IMachineId>().MachineId();
+    const auto id = Platform::Production<Platform::IMachineId>().MachineId();
+    ASSERT_TRUE(id);
     const auto file = Platform::Files().Read("/etc/machine-id");
     if (file) {
-        EXPECT_EQ(id + "\n", file->substr(0, id.size() + 1));
+        EXPECT_EQ(*id + "\n", file->substr(0, id->size() + 1));
     } else {
-        EXPECT_EQ(id, "");
+        EXPECT_EQ(*id, "");
+    }
+}
+
+TEST(MachineIdTest, FileThatIsNotThereIsNoIdentityAndOneThatCannotBeReadIsAFailure) {
+    Platform::IMachineId& identity = Platform::Production<Platform::IMachineId>();
+    for (const int error : {ENOENT, ENOTDIR, ELOOP, EISDIR, EINVAL, ENXIO}) {
+        SystemCalls calls;
+        calls.Fail("open", error);
+        const auto id = identity.MachineId();
+        ASSERT_TRUE(id) << error;
+        EXPECT_EQ(*id, "") << error;
+    }
+    for (const int error : {EMFILE, ENFILE, ENOMEM, EIO, EACCES}) {
+        SystemCalls calls;
+        calls.Fail("open", error);
+        const auto id = identity.MachineId();
+        EXPECT_FALSE(id) << error;
+        EXPECT_EQ(id.Error(), error);
     }
 }
 
