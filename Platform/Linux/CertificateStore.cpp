@@ -77,8 +77,9 @@ public:
         return Result::Success();
     }
 
-    /// Reads all entries, in the order of their file names. What cannot be read or is no certificate is left
-    /// out; hidden files are replacements under way.
+    /// Reads all entries, in the order of their file names. What is no file or no certificate is left out;
+    /// hidden files are replacements under way. A file that cannot be read now may be the one that is looked
+    /// for, or that has to go before another comes.
     Result Load() {
         auto names = Files().List(folder);
         if (!names) return Result::Failure(names.Error());
@@ -86,6 +87,7 @@ public:
         for (std::string& name : *names) {
             if (name.starts_with('.')) continue;
             const auto text = Files().Read(PathOf(name));
+            if (!text && !MeansNoFile(text.Error())) return Result::Failure(text.Error());
             X509Pointer certificate = text ? ParsePem(*text) : nullptr;
             if (certificate) entries.push_back(MakeEntry(std::move(name), std::move(certificate)));
         }

@@ -515,12 +515,27 @@ TEST_F(CertificateStoreTest, FailureToOpenIsReportedAndReleasesTheLock) {
     EXPECT_THAT(All(*Open()), ElementsAre(Der(1)));
 }
 
-TEST_F(CertificateStoreTest, EntryThatCannotBeReadIsPassedOver) {
+TEST_F(CertificateStoreTest, EntryThatCannotBeReadFailsTheOpenRatherThanOutliveItsSuccessorUnseen) {
+    Add(1);
+    Add(2);
+    for (const int error : {EIO, EMFILE, EACCES}) {
+        FaultyFiles files;
+        const Testing::Replace<IFiles> replacedFiles(files);
+        files.FailEvery("Read", error, directory / (folder + "/" + FileNames()[1]));
+        for (const StoreAccess access : {StoreAccess::ReadOnlyExisting, StoreAccess::ReadWrite}) {
+            EXPECT_EQ(Certificates().OpenStore(StoreLocation::LocalMachine, access, L"OmbrySecurity").Error(),
+                      error);
+        }
+    }
+    EXPECT_EQ(All(*Open(StoreAccess::ReadWrite)).size(), 2u);
+}
+
+TEST_F(CertificateStoreTest, EntryThatIsGoneByTheTimeItIsReadIsPassedOver) {
     Add(1);
     Add(2);
     FaultyFiles files;
     const Testing::Replace<IFiles> replacedFiles(files);
-    files.FailEvery("Read", EIO, directory / (folder + "/" + FileNames()[0]));
+    files.FailEvery("Read", ENOENT, directory / (folder + "/" + FileNames()[0]));
     EXPECT_EQ(All(*Open(StoreAccess::ReadOnlyExisting)).size(), 1u);
 }
 
