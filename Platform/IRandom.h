@@ -22,13 +22,13 @@ class IRandom {
 public:
     virtual ~IRandom() = default;
 
-    /// One unpredictable word, to seed a generator with.
+    /// One unpredictable word, to seed a generator with. Throws `std::runtime_error` if the system has none.
     virtual std::uint32_t SeedWord() = 0;
 
     /// Fills `bytes` from the cryptographic source of the system.
     virtual Result Bytes(std::span<std::uint8_t> bytes) = 0;
 
-    /// A new random (version 4) UUID.
+    /// A new random (version 4) UUID. Throws `std::runtime_error` if the system has no random bytes.
     virtual Guid NewGuid() = 0;
 };
 

@@ -26,7 +26,7 @@ public:
     void Start();
 
 private:
-    void MaintainCache();
+    void MaintainCache(std::uint32_t seed);
     TimePoint Refresh(std::mt19937& generator);
     template <class... Parts>
     void Log(int level, const Parts&... parts) const;

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
+#include <stdexcept>
+#include <string>
 
 #include "Platform/IRandom.h"
 
@@ -13,7 +14,7 @@ class LinuxRandom : public IRandom {
 public:
     std::uint32_t SeedWord() override {
         std::array<std::uint8_t, 4> bytes;
-        FillOrAbort(bytes);
+        FillOrThrow(bytes);
         return Word(bytes.data());
     }
 
@@ -32,7 +33,7 @@ public:
 
     Guid NewGuid() override {
         std::array<std::uint8_t, 16> bytes;
-        FillOrAbort(bytes);
+        FillOrThrow(bytes);
         Guid guid;
         guid.data1 = Word(bytes.data());
         guid.data2 = static_cast<std::uint16_t>(bytes[4] << 8 | bytes[5]);
@@ -48,10 +49,12 @@ private:
                static_cast<std::uint32_t>(bytes[2]) << 8 | bytes[3];
     }
 
-    /// These callers have no way to report a failure, and an identity that is not random must never be handed
-    /// out.
-    void FillOrAbort(std::span<std::uint8_t> bytes) {
-        if (!Bytes(bytes)) std::abort();
+    /// What these callers hand out has no room for a failure, and must never be anything but random.
+    void FillOrThrow(std::span<std::uint8_t> bytes) {
+        if (const Result result = Bytes(bytes); !result) {
+            throw std::runtime_error("The system gave no random bytes, error " +
+                                     std::to_string(result.Error()));
+        }
     }
 };
 
