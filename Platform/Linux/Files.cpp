@@ -66,9 +66,11 @@ private:
     bool completed = false;
 };
 
-bool IsFolder(const std::string& path) {
+/// Success if there is such a folder, also behind a link.
+Result CheckFolder(const std::string& path) {
     struct stat status {};
-    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    if (stat(path.c_str(), &status) != 0) return Result::Failure(errno);
+    return S_ISDIR(status.st_mode) ? Result::Success() : Result::Failure(ENOTDIR);
 }
 
 /// Makes one folder. One that exists already, or that another process made in between, is a success.
@@ -78,8 +80,10 @@ Result MakeFolder(const std::string& path) {
         return Outcome(chmod(path.c_str(), 0700));
     }
     const int error = errno;
-    if (IsFolder(path)) return Result::Success();
-    return Result::Failure(error == EEXIST ? ENOTDIR : error);
+    const Result found = CheckFolder(path);
+    if (found || error != EEXIST) return found ? found : Result::Failure(error);
+    // What stands there is no folder, or cannot be looked at; a link that leads nowhere is the former.
+    return Result::Failure(found.Error() == ENOENT ? ENOTDIR : found.Error());
 }
 
 class LinuxFiles : public IFiles {
@@ -151,7 +155,7 @@ public:
     }
 
     Result CreateDirectories(const std::string& directory) override {
-        if (IsFolder(directory)) return Result::Success();
+        if (CheckFolder(directory)) return Result::Success();
         for (std::size_t end = directory.find('/', 1); end < directory.size();
              end = directory.find('/', end + 1)) {
             if (const Result result = MakeFolder(directory.substr(0, end)); !result) return result;

@@ -406,6 +406,13 @@ TEST_F(FilesTest, LinkToFolderCountsAsFolderAndDanglingLinkDoesNot) {
     EXPECT_EQ(files.CreateDirectories(directory / "dangling/below").Error(), ENOTDIR);
 }
 
+TEST_F(FilesTest, FolderThatCannotBeLookedAtIsNotCalledAFile) {
+    std::filesystem::create_symlink(directory / "there", directory / "back");
+    std::filesystem::create_symlink(directory / "back", directory / "there");
+    EXPECT_EQ(files.CreateDirectories(directory / "back").Error(), ELOOP);
+    EXPECT_EQ(files.CreateDirectories(directory / "back/below").Error(), ELOOP);
+}
+
 TEST_F(FilesTest, FolderThatAnotherProcessMakesMeanwhileIsNoFailure) {
     SystemCalls calls;
     calls.Before([](const SystemCalls::Call& call) {
