@@ -26,6 +26,11 @@ public:
 
     /// Writes `data`, which must have the announced size, and renames the new file over the old. Called once.
     virtual Result Complete(std::string_view data) = 0;
+
+    /// Whether `Complete` wrote everything and then could not give the new file its name: the old one may not
+    /// be replaced, as one that is immutable or mounted. Opening the old one for writing would mostly have
+    /// failed, too.
+    virtual bool IsRefused() const { return false; }
 };
 
 /// What tells one state of a file from another without reading it. A file that was replaced or written to has

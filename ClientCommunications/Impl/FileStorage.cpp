@@ -35,13 +35,13 @@ std::string FileStorage::Load() {
 void FileStorage::Save(const std::string& data) {
     CreateParentDirectories(path);
     auto replacement = Platform::Files().BeginReplace(path, data.size(), durability);
-    if (!replacement) {
+    // What fails once the file is open, and its space reserved, goes unreported: callers rely on `Save`
+    // returning then. A file that may not be replaced would not have opened.
+    const bool written = replacement && ((*replacement)->Complete(data) || !(*replacement)->IsRefused());
+    if (!written) {
         throw std::runtime_error("Ombry::ClientCommunications::FileStorage::Save: Failed to open file '" +
                                  path + "' for write.");
     }
-    // What fails once the file is open, and its space reserved, goes unreported: callers rely on `Save`
-    // returning then.
-    static_cast<void>((*replacement)->Complete(data));
     if (postSaveHook) postSaveHook->OnSaved(path);
 }
 

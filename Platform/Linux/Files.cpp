@@ -54,9 +54,14 @@ public:
             if (const Result result = Linux::Sync(temporary.Number()); !result) return result;
         }
         if (const Result result = temporary.Close(); !result) return result;
-        if (const Result result = temporary.RenameTo(path); !result) return result;
+        if (const Result result = temporary.RenameTo(path); !result) {
+            refused = true;
+            return result;
+        }
         return folder ? Linux::Sync(folder.Number()) : Result::Success();
     }
+
+    bool IsRefused() const override { return refused; }
 
 private:
     const std::string path;
@@ -64,6 +69,7 @@ private:
     Linux::TemporaryFile temporary;
     Descriptor folder;  // the one to sync; none if the file need not survive a power cut
     bool completed = false;
+    bool refused = false;
 };
 
 /// Success if there is such a folder, also behind a link.

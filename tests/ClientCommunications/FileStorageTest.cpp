@@ -307,5 +307,24 @@ TEST(FileStorageOnDiskTest, AFullOrReadOnlyDiskLeavesTheOldFileAndNothingBesideI
     }
 }
 
+TEST(FileStorageOnDiskTest, AFileThatMayNotBeReplacedIsNotOpenedCallsNoHookAndIsNoSuccess) {
+    const TemporaryDirectory directory;
+    const std::string path = directory / "file";
+    FaultyFiles files;
+    // As a file that is immutable or mounted does, a folder that comes in between refuses the new file.
+    files.Decide([&](const FileOperation& operation) -> std::optional<int> {
+        if (operation.name == "Complete") std::filesystem::create_directory(path);
+        return std::nullopt;
+    });
+    const Platform::Testing::Replace<Platform::IFiles> replaced(files);
+    const MemoryFiles none;
+    const auto hook = std::make_shared<RecordingHook>(none);
+
+    EXPECT_EQ(TextOfRuntimeError([&] { FileStorage(path, true, hook).Save("new"); }), WriteFailure(path));
+
+    EXPECT_THAT(hook->saved, IsEmpty());
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.Path()), {}), 1);
+}
+
 }  // namespace
 }  // namespace Ombry::Tests

@@ -62,6 +62,7 @@ private:
             const auto result = files.Record({"Complete", path, {}, durability});
             return result ? inner->Complete(data) : result;
         }
+        bool IsRefused() const override { return inner->IsRefused(); }
 
     private:
         FaultyFiles& files;

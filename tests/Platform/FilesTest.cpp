@@ -262,8 +262,28 @@ TEST_F(FilesTest, FolderPutInPlaceMeanwhileFailsTheReplacement) {
         auto replacement = files.BeginReplace(directory / "file", 1, Durability::Unsynced);
         std::filesystem::create_directory(directory / "file");
         EXPECT_EQ((*replacement)->Complete("x").Error(), EISDIR);
+        EXPECT_TRUE((*replacement)->IsRefused());
     }
     EXPECT_THAT(Names(), ElementsAre("file"));
+}
+
+TEST_F(FilesTest, OnlyNameThatCannotBeGivenIsRefusal) {
+    for (const std::string name : {"write", "fsync", "close", "rename", "none"}) {
+        SystemCalls calls;
+        auto replacement = files.BeginReplace(directory / "file", 1, Durability::Synced);
+        ASSERT_TRUE(replacement);
+        calls.Fail(name, EPERM);
+        EXPECT_EQ(static_cast<bool>((*replacement)->Complete("x")), name == "none") << name;
+        EXPECT_EQ((*replacement)->IsRefused(), name == "rename") << name;
+    }
+    SystemCalls calls;
+    auto replacement = files.BeginReplace(directory / "file", 1, Durability::Synced);
+    calls.Before([&](const SystemCalls::Call& call) {
+        if (call.name == "rename") calls.Fail("fsync", EIO);
+    });
+    EXPECT_EQ((*replacement)->Complete("y").Error(), EIO);
+    EXPECT_FALSE(
+        (*replacement)->IsRefused());  // the file has its name; only the folder may not be on the disk
 }
 
 // Reading.
