@@ -485,6 +485,32 @@ TEST_F(SocketsTest, TimeOutIsSixtyFourBitsWideAndNeverNegative) {
     }
 }
 
+TEST_F(SocketsTest, WaitOfMoreThanTwentyFourDaysGoesOnBehindTheTimeThatOneCallCanWait) {
+    const Pair pair = Connected();
+    SocketSet read = SetOf({pair.client});
+    SystemCalls calls;
+    calls.ExpireWaits();
+    calls.Before([&](const SystemCalls::Call& call) {
+        if (call.name == "poll" && calls.Count("poll") == 3) {
+            ASSERT_EQ(::write(static_cast<int>(SocketHandle(pair.server)), "x", 1), 1);
+        }
+    });
+    EXPECT_EQ(sockets.Select(&read, nullptr, nullptr, 4'000'000'000'000).count, 1);
+    EXPECT_TRUE(read.Contains(pair.client));
+    EXPECT_THAT(calls.Names(), ElementsAre("poll", "poll", "poll"));
+    EXPECT_EQ(calls.Calls().back().argument, std::numeric_limits<int>::max());
+}
+
+TEST_F(SocketsTest, WaitThatOneCallCanWaitEndsWithThatCall) {
+    const Pair pair = Connected();
+    SocketSet read = SetOf({pair.client});
+    SystemCalls calls;
+    calls.ExpireWaits();
+    EXPECT_EQ(sockets.Select(&read, nullptr, nullptr, std::numeric_limits<int>::max()).count, 0);
+    EXPECT_EQ(calls.Count("poll"), 1u);
+    EXPECT_EQ(read.Count(), 0u);
+}
+
 // Transfers.
 
 TEST_F(SocketsTest, TransfersNeverBlockOnBlockingSocket) {

@@ -41,6 +41,10 @@ std::size_t Limited(std::size_t length) {
     return watching ? std::min(length, watching->TransferLimit()) : length;
 }
 
+int Shortened(int milliseconds) {
+    return watching && watching->WaitsExpire() ? 0 : milliseconds;
+}
+
 }  // namespace
 
 SystemCalls::SystemCalls() {
@@ -147,7 +151,7 @@ int flock(int descriptor, int operation) noexcept {
     WATCHED(flock, nullptr, operation, -1, descriptor, operation);
 }
 int poll(pollfd* entries, nfds_t count, int milliseconds) {
-    WATCHED(poll, nullptr, milliseconds, -1, entries, count, milliseconds);
+    WATCHED(poll, nullptr, milliseconds, -1, entries, count, Ombry::Tests::Shortened(milliseconds));
 }
 int socket(int family, int type, int protocol) noexcept {
     WATCHED(socket, nullptr, type, -1, family, type, protocol);

@@ -38,6 +38,10 @@ public:
     void LimitTransfers(std::size_t bytes) { transferLimit = bytes; }
     std::size_t TransferLimit() const { return transferLimit; }
 
+    /// Lets a wait end as if its time had passed, whatever time that was.
+    void ExpireWaits() { waitsExpire = true; }
+    bool WaitsExpire() const { return waitsExpire; }
+
     const std::vector<Call>& Calls() const { return calls; }
     std::vector<std::string> Names() const;
     std::size_t Count(const std::string& name) const;
@@ -54,6 +58,7 @@ private:
     int failTimes = 0;
     std::function<void(const Call&)> before;
     std::size_t transferLimit = std::numeric_limits<std::size_t>::max();
+    bool waitsExpire = false;
 };
 
 }  // namespace Ombry::Tests
