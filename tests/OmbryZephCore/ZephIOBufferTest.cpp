@@ -108,6 +108,16 @@ TEST_F(ZephIOBufferTest, ShrinkingHalvesAsOftenAsNeededAndStopsAtTheMinimum) {
     EXPECT_NE(buffer.GetData(), nullptr);
 }
 
+TEST_F(ZephIOBufferTest, LengthZeroShrinksAsLengthOneDoes) {
+    ZephIOBuffer buffer(1, Block);
+    ASSERT_EQ(buffer.SetLength(2), eRC_Success);
+    ASSERT_EQ(buffer.SetLength(0), eRC_Success);
+    EXPECT_EQ(buffer.GetCapacity(), 2u);
+    ASSERT_EQ(buffer.SetLength(3), eRC_Success);
+    ASSERT_EQ(buffer.SetLength(0), eRC_Success);
+    EXPECT_EQ(buffer.GetCapacity(), 2u);
+}
+
 TEST_F(ZephIOBufferTest, RepeatedAndSlightlyChangedLengthsNeverReallocate) {
     ZephIOBuffer buffer;
     ASSERT_EQ(buffer.SetLength(6000), eRC_Success);
