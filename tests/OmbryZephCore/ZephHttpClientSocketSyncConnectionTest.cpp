@@ -79,6 +79,24 @@ protected:
         });
     }
 
+    /// The peer of a plain connection takes TLS up, puts it down again inside, and answers in clear text.
+    void TakeTlsUpAndPutItDown(ScriptedSockets::Handle handle) {
+        engine.wants = true;
+        engine.output = "hello";
+        engine.onShutdown = [this, handle] {
+            engine.shutdownComplete = true;
+            sockets.Deliver(handle, "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
+        };
+        sockets.OnSend([this, handle](ScriptedSockets::Handle, const std::string& sent) {
+            if (sent == "hello") {
+                sockets.Deliver(handle, "ciphertext");
+                engine.plaintext = "HTTP/1.1 101 Switching\r\nUpgrade: other\r\n\r\n";
+            } else {
+                sockets.Deliver(handle, "HTTP/1.1 101 Switching\r\nUpgrade: TLS/1.0\r\n\r\n");
+            }
+        });
+    }
+
     /// The value of the Host header of the first request, to this host.
     std::string HostHeaderFor(const std::string& host, std::uint16_t nPort) {
         EXPECT_EQ(connection->Connect(Params(host, nPort)), 0u);
@@ -120,6 +138,12 @@ TEST_F(ZephHttpClientSocketSyncConnectionTest, ConnectsAndCarriesAnExchange) {
     EXPECT_TRUE(connection->IsConnected());
     EXPECT_FALSE(connection->GetSyncIOController().HasPendingIO()) << "idle means that nothing is pending";
     EXPECT_THAT(provider.journal, IsEmpty()) << "a plain connection never asks for an engine";
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, WithItsHttpStageClosedItCountsAsDown) {
+    EXPECT_EQ(connection->Connect(Params()), 0u);
+    connection->GetHttpConnection().Close();
+    EXPECT_FALSE(connection->IsConnected());
 }
 
 TEST_F(ZephHttpClientSocketSyncConnectionTest, AnEmptyHostIsAnInvalidArgumentThatTakesTheStackDown) {
@@ -356,6 +380,24 @@ TEST_F(ZephHttpClientSocketSyncConnectionTest, AnUpgradeToTlsStartsTheEngineOnTh
     sockets.OnIdle([this](std::int64_t) { sockets.CloseByPeer(100); });
     EXPECT_EQ(Get(), 0u);
     EXPECT_THAT(provider.journal, Contains("GetConnection"));
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, APlainConnectionThatTookTlsUpAndPutItDownGoesOnInClearText) {
+    provider.engine = &engine;
+    EXPECT_EQ(connection->Connect(Params()), 0u);
+    TakeTlsUpAndPutItDown(100);
+    EXPECT_EQ(Get(), 0u);
+    EXPECT_THAT(log, ElementsAre("RequestSent", "Complete 200 ok"));
+    EXPECT_THAT(provider.journal, Contains("ReleaseConnection"));
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, APlainConnectionDoesNotInheritTheSecrecyOfTheOneBefore) {
+    provider.engine = &engine;
+    EXPECT_EQ(connection->Connect(Secure()), 0u);
+    EXPECT_EQ(connection->Connect(Params()), 0u);
+    TakeTlsUpAndPutItDown(101);
+    EXPECT_EQ(Get(), 0u);
+    EXPECT_THAT(log, ElementsAre("RequestSent", "Complete 200 ok"));
 }
 
 TEST_F(ZephHttpClientSocketSyncConnectionTest, AChangeToAnotherProtocolStopsTlsAndWaitsForThePeer) {
