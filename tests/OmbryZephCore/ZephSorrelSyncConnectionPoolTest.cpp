@@ -9,6 +9,7 @@
 #include "OmbryZephCore/ZephResultCodes.h"
 #include "OmbryZephCore/ZephSorrelSyncConnection.h"
 #include "OmbryZephCore/ZephSorrelTrivialSyncConnectionPool.h"
+#include "tests/Fakes/AllocationCount.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedSockets.h"
@@ -133,6 +134,17 @@ TEST_F(ZephSorrelSyncConnectionPoolTest, AConnectionThatIsDownIsDeletedAtItsRele
     pool->ReleaseConnection(pNext);
 }
 
+TEST_F(ZephSorrelSyncConnectionPoolTest, AConnectionThatIsDownNeverStandsInFrontOfOneThatIsUp) {
+    ZephSorrelSyncConnectionIf* const pUp = Connected();
+    ZephSorrelSyncConnectionIf* const pDown = Connected();
+    pDown->Disconnect();
+    pool->ReleaseConnection(pUp);
+    pool->ReleaseConnection(pDown);
+    ZephSorrelSyncConnectionIf* const pNext = pool->GetConnection(Params());
+    EXPECT_TRUE(pNext->IsConnected());
+    pool->ReleaseConnection(pNext);
+}
+
 TEST_F(ZephSorrelSyncConnectionPoolTest, AConnectionThatWasAskedToCloseIsDeletedAtItsRelease) {
     ZephSorrelSyncConnectionIf* const pConnection = Connected();
     pConnection->GetHttpConnection().SendRequest("GET", "/", true, nullptr, nullptr, nullptr, false, 0);
@@ -200,6 +212,30 @@ TEST_F(ZephSorrelSyncConnectionPoolTest, TheOldestGoAndTheYoungerStay) {
     EXPECT_EQ(sockets.OpenSockets(), 1u);
     EXPECT_EQ(pool->GetConnection(Params()), pYoung);
     pool->ReleaseConnection(pYoung);
+}
+
+TEST_F(ZephSorrelSyncConnectionPoolTest, OneScanDeletesAllThatAreTooOld) {
+    std::vector<ZephSorrelSyncConnectionIf*> all{Connected(), Connected(), Connected(Params("elsewhere")),
+                                                 Connected(Params("elsewhere"))};
+    Start(300, 301);
+    for (auto* pConnection : all)
+        pool->ReleaseConnection(pConnection);
+    Scan(seconds(301));
+    EXPECT_EQ(sockets.OpenSockets(), 0u);
+}
+
+TEST_F(ZephSorrelSyncConnectionPoolTest, NothingIsKeptForParametersWithoutAnIdleConnection) {
+    Start(300, 301);
+    const auto allocationsOfARelease = [this] {
+        ZephSorrelSyncConnectionIf* const pConnection = Connected();
+        const std::size_t before = AllocationsOfThisThread();
+        pool->ReleaseConnection(pConnection);
+        return AllocationsOfThisThread() - before;
+    };
+    const std::size_t first = allocationsOfARelease();
+    EXPECT_GT(first, 0u) << "a place for these parameters";
+    Scan(seconds(301));
+    EXPECT_EQ(allocationsOfARelease(), first) << "the place went with its last connection";
 }
 
 TEST_F(ZephSorrelSyncConnectionPoolTest, AReleaseBeginsTheIdleTimeAnew) {
@@ -344,6 +380,14 @@ TEST_F(ZephSorrelTrivialSyncConnectionPoolTest, KeepsItsConnectionUpAtARelease) 
     EXPECT_EQ(one.ReleaseConnection(pConnection), 0u);
     EXPECT_TRUE(pConnection->IsConnected());
     EXPECT_EQ(one.GetConnection(Params()), pConnection);
+}
+
+TEST_F(ZephSorrelTrivialSyncConnectionPoolTest, VerbosityReachesItsConnection) {
+    EXPECT_EQ(one.GetConnection(Params())->EnsureConnected(), 0u);
+    EXPECT_FALSE(logger->Has(0, "Initialization succeeded.  sessionid = 0"));
+    ZephSorrelTrivialSyncConnectionPool loud{logger, true, Params()};
+    EXPECT_EQ(loud.GetConnection(Params())->EnsureConnected(), 0u);
+    EXPECT_TRUE(logger->Has(0, "Initialization succeeded.  sessionid = 0"));
 }
 
 TEST_F(ZephSorrelTrivialSyncConnectionPoolTest, RefusesAnotherObject) {
