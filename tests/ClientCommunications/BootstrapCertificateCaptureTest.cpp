@@ -131,6 +131,10 @@ TEST_F(BootstrapCertificateCaptureTest, AConnectionThatCannotBeMadeNamesHostPort
     EXPECT_EQ(FailureOfCapture(), "Unable to connect to server.test:8181 due to error 1");
     EXPECT_EQ(buffer.GetLength(), 0u);
     EXPECT_EQ(sockets.OpenSockets(), 0u);
+    // The failure has a mere number: why each address failed stands in the log alone.
+    const std::vector<std::string> messages = logger->Messages();
+    ASSERT_FALSE(messages.empty());
+    EXPECT_EQ(messages.back(), "Failed to connect to server 'server.test:8181'");
 }
 
 TEST_F(BootstrapCertificateCaptureTest, TheConnectionsOwnTimeLimitHoldsForConnecting) {
@@ -188,7 +192,7 @@ TEST_F(BootstrapCertificateCaptureTest, VerboseTracesTheTransfersAndTheRecords) 
         }
         return lines;
     };
-    for (const std::string className : {"ZephIOTaskManager_Sync", "ZephOpenSSLConnection"}) {
+    for (const std::string className : {"ZephIOTaskManager_Sync", "ZephSSLIO", "ZephOpenSSLConnection"}) {
         EXPECT_GT(linesBy(true, className), linesBy(false, className)) << className;
     }
 }

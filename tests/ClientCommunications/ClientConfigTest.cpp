@@ -64,6 +64,8 @@ TEST(MakeConnectionParametersTest, SchemeHostAndPortOfTheLowerCasedUrlDecide) {
              {"https://server/path", "server", 443, true},
              {"https://server:8181/path", "server", 8181, true},
              {"http://server:8181", "server", 8181, false},
+             {"http://server:443", "server", 443, false},
+             {"https://server:80", "server", 80, true},
              {"HTTPS://SERVER.Example:8181/Path", "server.example", 8181, true},
              {"ftp://server", "server", 80, false},
              {"https://server:0", "server", 0, true},
@@ -252,6 +254,16 @@ TEST_F(ClientConfigTest, AClientUsesItsStoredCredentials) {
     EXPECT_EQ(HeaderOf(1, "Authorization"), "Bearer the-token");
 }
 
+TEST_F(ClientConfigTest, AClientsCredentialsLieInTheSecurityDirectoryOfTheParameters) {
+    parameters.SetSecurityDirectory(service.Path("Elsewhere"));
+    parameters.SetClientName("client");
+    CreateClientCredentialsStore(service.Path("Elsewhere"), true, nullptr)
+        ->Save(std::make_shared<ClientCredentials>(std::make_shared<WindowsInMemoryDataProtection>(),
+                                                   "client", "a", "b"));
+    List();
+    EXPECT_EQ(HeaderOf(0, "Authorization"), "Basic YTpi");
+}
+
 TEST_F(ClientConfigTest, AClientThatIsNotEnrolledOrHasAnEmptyFileFailsAtConstruction) {
     parameters.SetClientName("client");
     const std::string path = service.Path("OmbrySecurity/Components/client/ombrycomponent.config");
@@ -307,6 +319,9 @@ TEST_F(ClientConfigTest, EveryStageLogsToTheLoggerOfTheParameters) {
                 testing::IsSupersetOf({"OmbryZephCore::ResolveAddresses",
                                        "Ombry::ClientCommunications::HttpClientServiceGateway::DoRequest",
                                        "Ombry::ClientCommunications::OAuth2ServiceGatewayClient::GetToken"}));
+    EXPECT_THAT(logger->Messages(),
+                testing::IsSupersetOf({"Calling POST https://Server1:9000/Base/v1/auth/users/servicetokens",
+                                       "Calling GET https://Server1:9000/Base/v1/ddb/datacenters"}));
 }
 
 TEST_F(ClientConfigTest, VerboseParametersTraceTheCaptureOfTheCertificate) {
@@ -333,6 +348,16 @@ TEST_F(ClientConfigTest, ConfigureLeavesTheCertificateTheUrlAsGivenAndTheBareId)
     EXPECT_THAT(Files(), SizeIs(3));
     EXPECT_THAT(service.server->serverNames, ElementsAre("Server1", "server1"));
     EXPECT_EQ(service.sockets.OpenSockets(), 0u);
+}
+
+TEST_F(ClientConfigTest, EverySolidusAtTheEndOfTheUrlStays) {
+    parameters.SetSfsUrl(std::string(Url) + "//");
+    Configure("i2", "");
+    EXPECT_EQ(service.directory.Read("Quennet/OmbrySecurity/ombrysecurity.config"),
+              "{\n    \"ssdsUri\": \"https://Server1:9000/Base//\"\n}");
+    // The base path gives up one, for the one that the path of a call begins with.
+    ASSERT_THAT(service.server->requests, SizeIs(1));
+    EXPECT_TRUE(service.server->requests[0].starts_with("GET /Base//v1/ddb/datacenters HTTP/1.1\r\n"));
 }
 
 TEST_F(ClientConfigTest, TheDatacenterIsFoundByIdAndFailingThatByName) {
@@ -370,8 +395,16 @@ TEST_F(ClientConfigTest, AnUnknownDatacenterIsNamedAndNothingIsWritten) {
         std::string id, name;
     };
     service.list = R"([{"id":"i1","name":"one"},{"id":"i3"},{"name":"four"}])";
-    for (const Case& each : std::vector<Case>{
-             {"", ""}, {"I1", ""}, {"", "One"}, {"i1 ", ""}, {"one", "i1"}, {"x", "y"}, {"four", "i3"}}) {
+    for (const Case& each : std::vector<Case>{{"", ""},
+                                              {"I1", ""},
+                                              {"", "One"},
+                                              {"i1 ", ""},
+                                              {"i", ""},
+                                              {"", "on"},
+                                              {"1", "e"},
+                                              {"one", "i1"},
+                                              {"x", "y"},
+                                              {"four", "i3"}}) {
         service.server->requests.clear();
         EXPECT_EQ(FailureOf([&] { Configure(each.id, each.name); }),
                   "Unknown datacenter id '" + each.id + "' or name '" + each.name + "'");

@@ -75,13 +75,15 @@ TEST_F(CommunicationsParametersTest, AUserNameSetLastLeavesTheClientsCacheDirect
 
 TEST_F(CommunicationsParametersTest, ACacheDirectorySetByHandStaysWhereItIs) {
     CommunicationsParameters parameters("client");
-    parameters.cacheDirectory = "/by/hand";
-    parameters.SetClientName("other");
-    EXPECT_EQ(parameters.cacheDirectory, "/by/hand");
-    EXPECT_EQ(parameters.clientName, "other");
-    parameters.SetSecurityDirectory("/secure");
-    EXPECT_EQ(parameters.cacheDirectory, "/by/hand");
-    EXPECT_EQ(parameters.securityDirectory, "/secure");
+    for (const std::string byHand : {"/by/hand", ""}) {
+        parameters.cacheDirectory = byHand;
+        parameters.SetClientName("other");
+        EXPECT_EQ(parameters.cacheDirectory, byHand);
+        EXPECT_EQ(parameters.clientName, "other");
+        parameters.SetSecurityDirectory("/secure");
+        EXPECT_EQ(parameters.cacheDirectory, byHand);
+        EXPECT_EQ(parameters.securityDirectory, "/secure");
+    }
 }
 
 TEST_F(CommunicationsParametersTest, SetSecurityDirectoryMovesTheDefaultCacheDirectoryAlone) {

@@ -84,6 +84,10 @@ TEST_F(BootstrapCommandsTest, GetDatacentersTakesTheUrlAsItIs) {
               "GET /Base/v1/ddb/datacenters HTTP/1.1\r\nHost: Server1:9000\r\nContent-Length: 0\r\n"
               "Authorization: Bearer token\r\nContract-Version: 1\r\n\r\n");
     EXPECT_TRUE(NothingWritten());
+
+    Tool({"get-datacenters", "-t", "token", "-r", std::string(Url) + "//"});
+    ASSERT_THAT(service.server->requests, SizeIs(2));
+    EXPECT_TRUE(service.server->requests[1].starts_with("GET /Base//v1/ddb/datacenters HTTP/1.1\r\n"));
 }
 
 TEST_F(BootstrapCommandsTest, GetDatacentersGoesFromUserAndPasswordToAServiceToken) {
