@@ -112,6 +112,9 @@ TEST_F(AuthenticatorsTest, FixedTokenAuthenticatorPutsItsTokenAsBearer) {
 
     EXPECT_THAT(After(authenticator),
                 ElementsAre(Pair("Authorization", "Bearer to ken"), Pair("Contract-Version", "1")));
+
+    FixedTokenAuthenticator other("other");
+    EXPECT_EQ(After(other)["Authorization"], "Bearer other");
 }
 
 TEST_F(AuthenticatorsTest, NoneHasFresherCredentialsAndTheRequestStaysAsItWas) {

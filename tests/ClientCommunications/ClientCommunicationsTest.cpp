@@ -193,6 +193,56 @@ TEST_F(ClientCommunicationsTest, CallsGoOutAsTheIdentityAndTheOpenPathsAsNobody)
     }
 }
 
+TEST_F(ClientCommunicationsTest, APasswordAloneIsNobody) {
+    HoldMaintainer(Cache);
+    auto parameters = Parameters("", "", "");
+    parameters.SetPassword("pw");
+    const auto communications = MakeClientCommunications(parameters);
+
+    Call(*communications, "v1-auth", "/test");
+
+    EXPECT_EQ(web.Summaries(), (Texts{FindCall + "-", "GET /test -"}));
+    EXPECT_EQ(HeaderOf(web.server.Requests()[0], "SF-Source-Client-Name"), "NoCreds");
+}
+
+TEST_F(ClientCommunicationsTest, WholeStateIsThatOfTheDirectoriesOfTheParameters) {
+    const std::string other = "/other";
+    files.Put(other + "/CS/datacenterid.config", "dc-2");
+    files.Put(other + "/ombrysecurity.config", "{\"ssdsUri\": \"" + web.server.Url() + "\"}");
+    files.Put(other + "/Components/c2/Services/part.config", "{\"Version\": \"1.0\", \"Guid\": \"g-2\"}");
+    CreateClientCredentialsStore(other, true, nullptr)
+        ->Save(std::make_shared<ClientCredentials>(std::make_shared<WindowsInMemoryDataProtection>(), "c2",
+                                                   "c2-id", "c2-secret"));
+    static_cast<void>(files.Remove(Security + "/CS/datacenterid.config"));
+    static_cast<void>(files.Remove(Security + "/ombrysecurity.config"));
+    const auto before = files.Contents();
+    HoldMaintainer("/cache");
+    auto parameters = Parameters("c2", "", "");
+    parameters.SetSecurityDirectory(other);
+    parameters.cacheDirectory = "/cache";
+    {
+        const auto communications = MakeClientCommunications(parameters);
+        communications->GetLocalServiceFinderFactory()->Create("part", "svc")->Find({});
+    }
+
+    EXPECT_EQ(web.Summaries().back(), "GET /services/services/secure/name/svc/parent-id/g-2 Bearer token-1");
+    const std::string request = web.server.Requests().back();
+    EXPECT_EQ(HeaderOf(request, "SF-Source-Client-Id"), "c2-id");
+    EXPECT_EQ(HeaderOf(request, "Datacenter-Id"), "dc-2");
+    Texts written;
+    for (const auto& [path, content] : files.Contents()) {
+        if (!before.contains(path)) written.push_back(path.substr(0, path.rfind('/')));
+    }
+    EXPECT_EQ(written, (Texts{"/cache/aa_token", "/cache/finder_cache", "/cache/finder_cache", "/cache"}));
+
+    parameters.commonConfigPath = "/common";
+    files.Put("/common", "<DatacenterId>dc-3<");
+    HoldMaintainer("/cache");
+    const auto communications = MakeClientCommunications(parameters);
+    Call(*communications, "svc", "/test");
+    EXPECT_EQ(HeaderOf(web.server.Requests().back(), "Datacenter-Id"), "dc-3");
+}
+
 TEST_F(ClientCommunicationsTest, SecondCallFindsListsAndTokensInItsCaches) {
     HoldMaintainer(Cache + "c1");
     const auto communications = MakeClientCommunications(Parameters("c1", "", ""));

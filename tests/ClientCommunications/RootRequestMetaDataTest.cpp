@@ -99,6 +99,13 @@ TEST_F(RootRequestMetaDataTest, NormalizeAddsOnlyWhatIsMissing) {
     EXPECT_EQ(MakeGuidText(), FakeRandom::GuidText(2)) << "drawn only for the second";
 }
 
+TEST_F(RootRequestMetaDataTest, AnEmptyValueIsThereAndIsNotFilledIn) {
+    const auto given = With({{"SF-Root-Correlation-Id", ""}, {"SF-Root-Attempt", ""}});
+    EXPECT_TRUE(given->HasValue("SF-Root-Attempt"));
+    EXPECT_EQ(given->GetValue("SF-Root-Attempt"), "");
+    EXPECT_EQ(RootRequestMetaData::normalize(given), given);
+}
+
 TEST_F(RootRequestMetaDataTest, AddToRequestSetsEachPairAndReplaces) {
     request->SetHeader("SF-Root-Request-Type", "old");
     RootRequestMetaData::addToRequest(request, RootRequestMetaData::createInfrastructure("new"));
