@@ -48,6 +48,8 @@ const std::vector<ResponseCase>& GoodResponses() {
         {"status line only", "HTTP/1.1 204 No\r\n", 204, {}},
         {"several blanks", "HTTP/1.1  \t 301\tMoved\r\n\r\n", 301, {}},
         {"TAB does not end the version", "HTTP/1.1\tx 200 OK\r\n\r\n", 200, {}},
+        {"LF ends the version", "HTTP/1.1\n200 204 OK\r\n\r\n", 0, {}},
+        {"CR ends the version", "HTTP/1.1\r200 204 OK\r\n\r\n", 0, {}},
         {"no status", "HTTP/1.1\r\n\r\n", 0, {}},
         {"status is no number", "HTTP/1.1 abc\r\n\r\n", 0, {}},
         {"status with a sign", "HTTP/1.1 -200\r\n\r\n", 0, {}},
@@ -268,6 +270,7 @@ TEST(ZephHttpHeaderParserTest, CopyThatCannotBeAllocatedGivesOutOfMemoryAndForge
     }
     EXPECT_EQ(nullptr, parser.GetHeader("A"));
     EXPECT_EQ(0U, parser.GetStatusCode());
+    EXPECT_EQ(eRC_HTTP_BadResponseHeader, Parse(parser, "H")) << "no failure outlives the next";
     EXPECT_EQ(0U, Parse(parser, "HTTP/1.1 200 OK\r\n\r\n"));
 }
 
@@ -312,6 +315,8 @@ TEST(ZephHttpHeaderParserTest, RequestsParseAsTheTableSays) {
         {"line ends in front", "\r\n\t GET / HTTP/1.1\r\nH: v\r\n\r\n", "GET", "/", "HTTP/1.1"},
         {"several blanks in front of the URL", "GET  \t/ HTTP/1.1\r\nH: v\r\n\r\n", "GET", "/", "HTTP/1.1"},
         {"TAB does not end the URL", "GET /\tx HTTP/1.1\r\nH: v\r\n\r\n", "GET", "/\tx", "HTTP/1.1"},
+        {"LF ends the method and the URL", "GET\n/\nHTTP/1.1\r\nH: v\r\n\r\n", "GET", "/", "HTTP/1.1"},
+        {"CR ends the method and the URL", "GET\r/\rHTTP/1.1\r\nH: v\r\n\r\n", "GET", "/", "HTTP/1.1"},
         {"blanks behind the version stay", "GET / HTTP/1.1 \r\nH: v\r\n\r\n", "GET", "/", "HTTP/1.1 "},
         {"absolute", "GET http://host/a/b HTTP/1.1\r\nH: v\r\n\r\n", "GET", "/a/b", "HTTP/1.1"},
         {"absolute, TLS", "GET https://host/a HTTP/1.1\r\nH: v\r\n\r\n", "GET", "/a", "HTTP/1.1"},
@@ -323,6 +328,8 @@ TEST(ZephHttpHeaderParserTest, RequestsParseAsTheTableSays) {
         {"third slash is skipped", "GET http:///a/b HTTP/1.1\r\nH: v\r\n\r\n", "GET", "/b", "HTTP/1.1"},
         {"scheme in another case is no scheme", "GET HTTP://host/a HTTP/1.1\r\nH: v\r\n\r\n", "GET",
          "HTTP://host/a", "HTTP/1.1"},
+        {"scheme with one slash is no scheme", "GET https:/host/a HTTP/1.1\r\nH: v\r\n\r\n", "GET",
+         "https:/host/a", "HTTP/1.1"},
         {"other scheme", "GET ftp://host/a HTTP/1.1\r\nH: v\r\n\r\n", "GET", "ftp://host/a", "HTTP/1.1"},
     };
     for (const RequestCase& example : cases) {
@@ -353,7 +360,8 @@ TEST(ZephHttpHeaderParserTest, EveryTruncatedRequestFailsWithTheRequestCode) {
 TEST(ZephHttpHeaderParserTest, MalformedRequestsFailWithTheRequestCode) {
     for (const std::string text :
          {"GET /  HTTP/1.1\r\n\r\n", "GET / HTTP/1.1 x\r\n\r\n", "GET\r\n\r\n", "GET /\r\n\r\n",
-          "GET / HTTP/1.1\n\n", "GET / HTTP/1.1\r\nno colon\r\n\r\n"}) {
+          "GET / HTTP/1.1\n\n", "GET / HTTP/1.1\r\nno colon\r\n\r\n", "GET / HTTP/1.1\nA: b\r\n\r\n",
+          "GET / HTTP/1.1 xxA: b\r\n\r\n"}) {
         SCOPED_TRACE(text);
         ZephHttpHeaderParser parser(ZephHttpHeaderParser::ModeRequest);
         EXPECT_EQ(eRC_HTTP_BadRequestHeader, Parse(parser, text));
