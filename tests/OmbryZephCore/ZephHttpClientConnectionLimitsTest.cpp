@@ -55,6 +55,17 @@ TEST_F(ZephHttpClientConnectionLimitsTest, HandlerThatDoesNotContinueStopsABodyU
     EXPECT_EQ((Log{"Start 200 0", "Data ab", "StartRead 16384", "End"}), log);
 }
 
+TEST_F(ZephHttpClientConnectionLimitsTest, AFurtherRequestDoesNotSetAHeldFlowGoing) {
+    RecordingExchange second(log, connection, "2 ");
+    exchange.continues = false;
+    SendGet();
+    io.Feed("HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nab");
+    connection.SendRequest("GET", "/", false, &second, &second, nullptr, false, 0);
+    EXPECT_EQ((Log{"Start 200 3", "StartWrite 53"}), log);
+    connection.ContinueReceive();
+    EXPECT_EQ((Log{"Start 200 3", "StartWrite 53", "Data ab"}), log);
+}
+
 TEST_F(ZephHttpClientConnectionLimitsTest, ContinueReceiveWhileAReadIsUnderWayMovesNothing) {
     SendGet();
     io.Feed("HTTP/1.1 200 OK\r\nConte");

@@ -117,6 +117,23 @@ TEST_F(ZephHttpClientConnectionTest, EveryFailureOfATransferFailsTheConnection) 
     }
 }
 
+TEST_F(ZephHttpClientConnectionTest, AnAbortedTransferIsNotUnderWayAnyMore) {
+    for (const std::uint32_t nTaskType : {TaskTypeRead, TaskTypeWrite}) {
+        connection.Close();
+        connection.Initialize(&io, &terminator, "host:443", nullptr, nullptr);
+        SendGet();
+        EXPECT_EQ(0U, connection.SendRequest("GET", "/", false, &exchange, &exchange, nullptr, false, 0));
+        if (nTaskType == TaskTypeRead) io.CompleteWrite();
+        io.UnRegisterIOCompletionHandler();
+        connection.AbortTask(nTaskType);
+        log.clear();
+        EXPECT_EQ(0U, connection.SendRequest("GET", "/", false, &exchange, &exchange, nullptr, false, 0));
+        const Log whole{"StartRead 16384", "StartWrite 53"};
+        const Log writeAlone{"StartWrite 53"};
+        EXPECT_EQ(nTaskType == TaskTypeRead ? whole : writeAlone, log);
+    }
+}
+
 TEST_F(ZephHttpClientConnectionTest, CompletionOfMoreThanTheRestOfATransferFailsTheConnection) {
     constexpr std::uint32_t head = 53;
     connection.SendRequest("GET", "/", false, &exchange, &exchange, nullptr, false, 0);
@@ -231,6 +248,15 @@ TEST_F(ZephHttpClientConnectionTest, ReopenedConnectionSearchesItsFirstHeadFromT
     SendGet();
     io.Feed("HTTP/1.1 204 No\r\n\r\n");
     EXPECT_EQ((Log{"Complete 204 "}), log);
+}
+
+TEST_F(ZephHttpClientConnectionTest, ReopenedConnectionForgetsTheChunkedBodyOfTheLastRequest) {
+    connection.SendRequest("PUT", "/", false, &exchange, &exchange, &exchange, true, 0);
+    connection.Close();
+    connection.Initialize(&io, &terminator, "h", nullptr, nullptr);
+    const std::uint8_t byte = 'x';
+    EXPECT_EQ(0U, connection.WriteBody(1, &byte));
+    EXPECT_EQ("x", io.Writing());
 }
 
 TEST_F(ZephHttpClientConnectionTest, ReopenedConnectionStartsClean) {
