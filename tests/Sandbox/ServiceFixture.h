@@ -88,6 +88,7 @@ protected:
         for (std::string& word : words)
             arguments.push_back(word.data());
         options = Sandbox::ParseOptions(static_cast<int>(arguments.size()), arguments.data());
+        askedBasePath = options.basePath;
         service = std::make_unique<Sandbox::Service>(options, identity, state);
         port = service->Bind();
         thread = std::thread([this] { service->Serve(); });
@@ -110,7 +111,7 @@ protected:
         client.set_read_timeout(120);
         httplib::Request request;
         request.method = question.method;
-        request.path = options.basePath + question.path;
+        request.path = askedBasePath + question.path;
         request.headers = question.headers;
         request.body = question.body;
         if (!question.type.empty()) request.headers.emplace("Content-Type", question.type);
@@ -186,6 +187,8 @@ protected:
     const Sandbox::Identity identity{folder.Path()};
     Sandbox::State state{folder.Path()};
     Sandbox::Options options;
+    /// What `Ask` puts before each path. The service reads its options as long as it runs.
+    std::string askedBasePath;
     std::unique_ptr<Sandbox::Service> service;
     int port = 0;
     std::thread thread;

@@ -26,7 +26,7 @@ TEST_F(SandboxServiceTest, IPv6AddressStandsInBracketsInTheBaseUrl) {
 TEST_F(SandboxServiceTest, BasePathIsNoPattern) {
     Start({"--base-path", "/a.b"});
     EXPECT_EQ(Get(Datacenters).status, 200);
-    options.basePath = "/aXb";
+    askedBasePath = "/aXb";
     EXPECT_EQ(Get(Datacenters).status, 404);
 }
 

@@ -18,7 +18,7 @@ TEST_F(SandboxServiceTest, WhatIsNoCallGetsTheErrorDocument) {
           "/v1/auth/clients/a/b", "/v1/ddb/datacenters%00", "/v1/ddb/datacenters%0a", "/%zz", "/%u0041%"})
         ExpectAnswer(Get(path), 404, none);
     ExpectAnswer(Delete(Datacenters, "x"), 404, none);
-    options.basePath = "";
+    askedBasePath = "";
     ExpectAnswer(Get("/v1/ddb/datacenters"), 404, none);
     ExpectAnswer(Get("/x/b/v1/ddb/datacenters"), 404, none);
 }
