@@ -188,13 +188,14 @@ int Service::Bind() {
 }
 
 void Service::Serve() {
-    server->listen_after_bind();
+    const bool stopped = server->listen_after_bind();
     {
         std::lock_guard guard(mutex);
         served = true;
         condition.notify_all();
     }
     state.RemoveInstance(baseUrl);
+    if (!stopped) throw std::runtime_error("Connections can no longer be accepted.");
 }
 
 void Service::Stop() {

@@ -23,7 +23,7 @@ public:
 
     /// Binds the listening socket; `std::runtime_error` if that fails. Returns the port.
     int Bind();
-    /// Serves until `Stop`.
+    /// Serves until `Stop`; `std::runtime_error` if it ends by itself.
     void Serve();
     /// From another thread than `Serve`; waits until that has begun and then until it has ended.
     void Stop();
