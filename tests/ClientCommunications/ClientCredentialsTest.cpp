@@ -102,6 +102,19 @@ TEST(ClientCredentialsTest, MakingCredentialsLeavesNoPlainValueInFreedMemory) {
     }
 }
 
+TEST(ClientCredentialsTest, TheCallersCopyIsTheOnlyOneThatAGetterLeaves) {
+    const std::string id = "an id too long for a string object";
+    const std::string secret = "a secret too long for a string object";
+    ClientCredentials credentials(std::make_shared<WindowsInMemoryDataProtection>(), "n", id, secret);
+    for (const std::string& plain : {id, secret}) {
+        const FreedMemory freed(plain);
+        std::string copy = plain == id ? credentials.GetClientId() : credentials.GetClientSecret();
+        EXPECT_EQ(copy, plain);
+        Platform::SecureWipe(copy);
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << plain;
+    }
+}
+
 TEST(ClientCredentialsFactoryTest, MakesCredentialsUnderItsOneProtection) {
     const auto protection = std::make_shared<Reversing>();
     ClientCredentialsFactory factory(protection);
