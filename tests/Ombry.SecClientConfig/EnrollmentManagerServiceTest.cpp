@@ -127,6 +127,24 @@ TEST_F(EnrollmentManagerServiceTest, EveryOptionalFieldThatIsSetGoesIntoTheBody)
                                             "}"});
 }
 
+TEST_F(EnrollmentManagerServiceTest, OptionalFieldsThatAreSetToNothingGoIntoTheBodyAllTheSame) {
+    Answer({{"POST " + Enroll, {201, ""}}});
+    ServiceEnrollmentRequest request = Request();
+    request.directUrl = "";
+    request.directCert = "";
+    request.endpointCert = "";
+    request.roles.emplace();
+    request.ttlSeconds = 0;
+    request.serviceProps.emplace();
+
+    Manager().EnrollService(request);
+
+    ASSERT_EQ(communications->bodies.size(), 1u);
+    for (const std::string line : {R"("directUrl": "")", R"("directCert": "")", R"("endpointCert": "")",
+                                   R"("roles": [])", R"("ttlSeconds": 0)", R"("serviceProps": [])"})
+        EXPECT_THAT(communications->bodies[0], testing::HasSubstr("\n    " + line)) << line;
+}
+
 TEST_F(EnrollmentManagerServiceTest, EarlierRegistrationsAreDeletedFirstInTheOrderFound) {
     for (const char* id : {"s1", "s2", "s3"})
         AddFound(id);
