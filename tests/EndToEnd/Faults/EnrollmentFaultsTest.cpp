@@ -199,5 +199,33 @@ TEST_F(EnrollmentFaultsTest,
     EXPECT_GT(forgotten, 0);
 }
 
+TEST_F(EnrollmentFaultsTest, EnrolmentThatEndsWellWhateverFailedLeavesCredentialsThatCanBeUsed) {
+    const auto forget = [&] {
+        for (const std::string& folder :
+             {std::string("Quennet/Keys"), SecurityFolder + "/Components", SecurityFolder + "/CS-cpp"}) {
+            std::filesystem::remove_all(machine.Folder() / folder);
+        }
+    };
+    int failures = 0;
+    forget();
+    for (const TracedCall& call : TraceOf(machine, EnrollClient)) {
+        // All that goes into the credentials; what fails once a file is open goes unreported.
+        static const std::regex ingredients("/etc/machine-id|/Keys|/Components");
+        static const std::regex unreported("write|fsync|close");
+        if (!std::regex_search(call.line, ingredients) || std::regex_match(call.name, unreported)) continue;
+        forget();
+        const ProcessOutcome outcome = RunWithFate(machine, call, "error=EIO", EnrollClient);
+        if (outcome.exitCode == 0) {
+            EXPECT_EQ(outcome.error, "") << call.line;
+            const ProcessOutcome use = machine.Run({"unenroll-client-self", "-n", "c1"});
+            EXPECT_EQ(use.exitCode, 0) << call.line << use.error;
+        } else {
+            ++failures;
+            EXPECT_EQ(outcome.error.find("Caught exception: "), 0u) << call.line << outcome.error;
+        }
+    }
+    EXPECT_GT(failures, 10);
+}
+
 }  // namespace
 }  // namespace Ombry::Tests
