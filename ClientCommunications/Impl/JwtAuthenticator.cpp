@@ -54,8 +54,7 @@ JwtAuthenticator::JwtAuthenticator(std::shared_ptr<IOAuth2Client> client, const 
       maintenanceMetaData(RootRequestMetaData::createInfrastructure("UpdateJwtToken")),
       cache(cacheDirectory),
       stopToken(Cancellation::CreateCancellable()),
-      // The seed is drawn here: a failure is the caller's, and would end the process on the thread.
-      thread(&JwtAuthenticator::maintenanceThread, this, Platform::Random().SeedWord()) {}
+      thread(&JwtAuthenticator::maintenanceThread, this) {}
 
 JwtAuthenticator::~JwtAuthenticator() {
     {
@@ -165,9 +164,9 @@ void JwtAuthenticator::MarkUsed(const std::string& serviceName) {
     usedServices.insert(serviceName);
 }
 
-void JwtAuthenticator::maintenanceThread(std::uint32_t seed) {
+void JwtAuthenticator::maintenanceThread() {
     LogCall(logger, __FILE__, __LINE__, ThreadName, 0, "Thread starting");
-    std::mt19937 generator(seed);
+    std::mt19937 generator(Platform::Random().SeedWord());
     // Up to twelve hours, so that many clients do not all refresh at one time.
     std::uniform_int_distribution<int> minutes(0, 720);
     while (!stopToken.IsCancelled()) {

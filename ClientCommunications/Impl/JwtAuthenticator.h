@@ -35,7 +35,7 @@ class JwtAuthenticator : public IAuthenticator {
 public:
     /// `cacheDirectory`: where the entries lie; whoever uses it must share this object. `freshnessLimit`: a
     /// token younger than this is taken for fresh when a service refuses it. `logger` may be null. Throws
-    /// `std::system_error` if the thread cannot start, `std::runtime_error` if there is no seed for it.
+    /// `std::system_error` if the thread cannot start.
     JwtAuthenticator(std::shared_ptr<IOAuth2Client> client, const std::string& cacheDirectory,
                      Duration freshnessLimit, std::shared_ptr<LibraryLogger::ILogger> logger);
     ~JwtAuthenticator() override;
@@ -58,7 +58,7 @@ private:
     JwtCachedToken FetchToken(const std::string& serviceName, std::shared_ptr<IRootRequestMetaData> metaData,
                               const Cancellation::Token& token);
     void MarkUsed(const std::string& serviceName);
-    void maintenanceThread(std::uint32_t seed);
+    void maintenanceThread();
     void updateTokens();
     void removeExpiredTokens();
 

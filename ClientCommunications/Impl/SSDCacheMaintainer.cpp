@@ -40,8 +40,7 @@ SSDCacheMaintainer::~SSDCacheMaintainer() {
 }
 
 void SSDCacheMaintainer::Start() {
-    // Drawn here: a failure is the caller's, and would end the process on the thread.
-    thread = std::thread(&SSDCacheMaintainer::MaintainCache, this, Platform::Random().SeedWord());
+    thread = std::thread(&SSDCacheMaintainer::MaintainCache, this);
 }
 
 template <class... Parts>
@@ -50,8 +49,8 @@ void SSDCacheMaintainer::Log(int level, const Parts&... parts) const {
                            "Ombry::ClientCommunications::SSDCacheMaintainer::MaintainCache", level, parts...);
 }
 
-void SSDCacheMaintainer::MaintainCache(std::uint32_t seed) {
-    std::mt19937 generator(seed);
+void SSDCacheMaintainer::MaintainCache() {
+    std::mt19937 generator(Platform::Random().SeedWord());
     TimePoint next = cache->GetNextRefreshTime();
     Log(1, "Thread started, next refresh time: ", ObjectMapping::FormatDateTime(next));
     while (true) {

@@ -26,7 +26,7 @@ public:
     void Start();
 
 private:
-    void MaintainCache(std::uint32_t seed);
+    void MaintainCache();
     TimePoint Refresh(std::mt19937& generator);
     template <class... Parts>
     void Log(int level, const Parts&... parts) const;

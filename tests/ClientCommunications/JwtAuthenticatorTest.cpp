@@ -52,12 +52,6 @@ TEST_F(JwtAuthenticatorTest, ThreadThatCannotStartFailsTheConstruction) {
     EXPECT_EQ(logger->Entries().size(), 0u);
 }
 
-TEST_F(JwtAuthenticatorTest, MachineWithoutChanceFailsTheConstructionAndNotTheThread) {
-    random.FailSeedWords();
-    EXPECT_THROW(Make(), std::runtime_error);
-    EXPECT_EQ(logger->Entries().size(), 0u);
-}
-
 TEST_F(JwtAuthenticatorTest, FirstUseAsksForATokenAndStoresIt) {
     const auto authenticator = MakeWaiting();
 

@@ -151,13 +151,6 @@ TEST_F(SSDCacheMaintainerTest, DoesNothingUntilItIsStarted) {
     EXPECT_EQ(logger->Messages(), Texts{});
 }
 
-TEST_F(SSDCacheMaintainerTest, MachineWithoutChanceFailsTheStartAndNotTheThread) {
-    random.FailSeedWords();
-    const auto maintainer = Make();
-    EXPECT_THROW(maintainer->Start(), std::runtime_error);
-    EXPECT_EQ(logger->Messages(), Texts{});
-}
-
 TEST_F(SSDCacheMaintainerTest, RefreshesAtOnceWhatWasSeeded) {
     const auto maintainer = Started();
     clock.AwaitWaits(1);

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <mutex>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -16,10 +15,7 @@ class FakeRandom : public Platform::IRandom {
 public:
     explicit FakeRandom(std::uint32_t seed = 5489) : seed(seed) {}
 
-    std::uint32_t SeedWord() override {
-        if (!seeds) throw std::runtime_error("no seed");
-        return seed;
-    }
+    std::uint32_t SeedWord() override { return seed; }
 
     Platform::Result Bytes(std::span<std::uint8_t> bytes) override {
         std::lock_guard guard(mutex);
@@ -46,9 +42,6 @@ public:
         return text;
     }
 
-    /// From now on there are no seed words. Called before any thread uses this object.
-    void FailSeedWords() { seeds = false; }
-
     void FailBytes(int error) {
         std::lock_guard guard(mutex);
         bytesError = error;
@@ -60,7 +53,6 @@ private:
     std::uint8_t next = 0;
     std::uint32_t guids = 0;
     int bytesError = 0;
-    bool seeds = true;
 };
 
 }  // namespace Ombry::Tests
