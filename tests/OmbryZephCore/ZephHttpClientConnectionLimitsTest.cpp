@@ -234,6 +234,14 @@ TEST_F(ZephHttpClientConnectionLimitsTest, ChunkMakesRoomForItselfAndNeverShrink
     EXPECT_EQ(100001U, exchange.body.size());
 }
 
+TEST_F(ZephHttpClientConnectionLimitsTest, ChunkThatFillsTheBufferMakesRoomForAllOfItselfAtOnce) {
+    SendGet();
+    io.Feed("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n186A0");
+    EXPECT_EQ("StartRead 16379", log.back());
+    io.Feed("\r\n" + std::string(16377, 'x'));
+    EXPECT_EQ("StartRead 83625", log.back());
+}
+
 TEST_F(ZephHttpClientConnectionLimitsTest, GreatestLengthIsABodyLikeAnyOther) {
     SendGet();
     io.Feed("HTTP/1.1 200 OK\r\nContent-Length: 4294967295\r\n\r\nab");

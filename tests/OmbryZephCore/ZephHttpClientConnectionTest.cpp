@@ -24,6 +24,16 @@ TEST(ZephHttpClientConnectionSetUpTest, InitializeWantsAStageBelowAndATerminator
     EXPECT_EQ((std::vector<std::string>{"Register"}), log);
 }
 
+TEST(ZephHttpClientConnectionSetUpTest, ANullHostIsAnEmptyOne) {
+    std::vector<std::string> log;
+    FakeIOObject io(&log);
+    RecordingTerminator terminator(log);
+    ZephHttpClientConnection connection;
+    EXPECT_EQ(0U, connection.Initialize(&io, &terminator, nullptr, nullptr, nullptr));
+    EXPECT_EQ(0U, connection.SendRequest("GET", "/", false, nullptr, nullptr, nullptr, false, 0));
+    EXPECT_EQ("GET / HTTP/1.1\r\nHost: \r\nContent-Length: 0\r\n\r\n", io.Writing());
+}
+
 TEST(ZephHttpClientConnectionSetUpTest, RefusedRegistrationIsReturnedAndNothingIsKept) {
     std::vector<std::string> log;
     FakeIOObject io(&log);
