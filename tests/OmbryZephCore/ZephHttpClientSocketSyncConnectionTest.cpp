@@ -22,8 +22,8 @@ using ::testing::IsEmpty;
 /// Engines of a fake, with a journal of what the assembly asks of their managers.
 class EngineProvider : public ZephSSLManagerProviderIf {
 public:
-    std::unique_ptr<ZephSSLInitializableManagerIf> MakeManager(const std::shared_ptr<LibraryLogger::ILogger>&,
-                                                               bool bVerbose) override {
+    std::unique_ptr<ZephSSLInitializableManagerIf> MakeManager(
+        const std::shared_ptr<LibraryLogger::ILogger>& logger, bool bVerbose) override {
         class Manager : public ZephSSLInitializableManagerIf {
         public:
             explicit Manager(EngineProvider& provider) : provider(provider) {}
@@ -47,11 +47,13 @@ public:
             EngineProvider& provider;
         };
         journal.push_back(bVerbose ? "make verbose" : "make");
+        loggerOfLast = logger;
         return std::make_unique<Manager>(*this);
     }
 
     std::vector<std::string> journal;
     ZephSSLConnectionIf* engine = nullptr;
+    std::shared_ptr<LibraryLogger::ILogger> loggerOfLast;
 };
 
 class ZephHttpClientSocketSyncConnectionTest : public ::testing::Test {
@@ -158,6 +160,7 @@ TEST_F(ZephHttpClientSocketSyncConnectionTest, ResultsOfTheConnectorAreItsResult
     EXPECT_EQ(connection->Connect(Params()), 14u);
     sockets.FailNthCall("Connect", 1, 111);
     EXPECT_EQ(connection->Connect(Params()), 1u);
+    EXPECT_THAT(logger->Messages(3), Contains("Failed to connect to host:80.  Last error = 111"));
     EXPECT_FALSE(connection->IsConnected());
     EXPECT_EQ(sockets.OpenSockets(), 0u);
 }
@@ -269,6 +272,7 @@ TEST_F(ZephHttpClientSocketSyncConnectionTest, ASecureConnectionStartsTlsInsideC
     engine.output = "client hello";
     EXPECT_EQ(connection->Connect(Secure()), 0u);
     EXPECT_THAT(provider.journal, ElementsAre("make", "Initialize host platform", "GetConnection"));
+    EXPECT_EQ(provider.loggerOfLast, logger);
     EXPECT_TRUE(connection->IsConnected());
     EXPECT_EQ(sockets.Sent(100), "") << "nothing moves before the wait";
     sockets.OnSend([this](ScriptedSockets::Handle handle, const std::string&) {

@@ -95,6 +95,7 @@ TEST_P(ZephOpenSSLContextFaultTest, ManagerReturnsTheNumberAndGivesNoConnection)
     ZephOpenSSLClientConnectionManager manager(logger, false);
     const OpenSSLFault fault(GetParam());
     EXPECT_EQ(manager.Initialize("server.test", false, {}), UserError(1));
+    EXPECT_EQ(logger->Messages(4).size(), 1u) << "the cause stands in the log";
     EXPECT_EQ(manager.GetConnection(), nullptr);
 }
 

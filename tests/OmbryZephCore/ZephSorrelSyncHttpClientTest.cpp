@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 
+#include "tests/Fakes/ScriptedSockets.h"
 #include "tests/OmbryZephCore/SyncHttpClientFixture.h"
 
 namespace Ombry::Tests::SyncHttpClient {
@@ -412,6 +413,20 @@ TEST(ZephSorrelSyncHttpClientOwnPoolTest, WithoutAPoolItMakesATrivialOne) {
     ZephSorrelSyncHttpClient client(nullptr, false, ZephSorrelConnectionParameters("", 1), nullptr);
     EXPECT_EQ(client.DoRequest("GET", "/"), 11u) << "an empty host cannot be connected";
     EXPECT_EQ(client.GetIOResult(), 0u);
+}
+
+TEST(ZephSorrelSyncHttpClientOwnPoolTest, ItsConnectionLogsWhereAndAsMuchAsTheClient) {
+    ScriptedSockets sockets;
+    const Platform::Testing::Replace<Platform::ISockets> replaced(sockets);
+    sockets.OnSend([&](ScriptedSockets::Handle handle, const std::string&) {
+        sockets.Deliver(handle, "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+    });
+    for (const bool bVerbose : {false, true}) {
+        const auto logger = std::make_shared<RecordingLogger>();
+        ZephSorrelSyncHttpClient client(logger, bVerbose, ZephSorrelConnectionParameters("host", 1), nullptr);
+        EXPECT_EQ(client.DoRequest("GET", "/"), 0u);
+        EXPECT_EQ(logger->Has(0, "Initialization succeeded.  sessionid = 0"), bVerbose);
+    }
 }
 
 }  // namespace
