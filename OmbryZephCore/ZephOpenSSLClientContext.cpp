@@ -9,6 +9,7 @@
 
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephOpenSSLErrors.h"
+#include "Platform/MadeOnce.h"
 #include "Platform/OpenSSLInit.h"
 
 namespace OmbryZephCore {
@@ -105,21 +106,15 @@ struct SharedContexts {
     std::string replacedAuthorities;
 };
 
-// Never destroyed: a session may outlive the static objects of its process.
-SharedContexts& Shared() {
-    static SharedContexts* shared = new SharedContexts;
-    return *shared;
-}
-
 std::shared_ptr<SSL_CTX> UnverifiedContext() {
-    SharedContexts& shared = Shared();
+    SharedContexts& shared = Ombry::Platform::MadeOnce<SharedContexts>();
     std::lock_guard guard(shared.mutex);
     if (!shared.unverified) shared.unverified = MakeContext();
     return shared.unverified;
 }
 
 std::shared_ptr<SSL_CTX> VerifiedContext() {
-    SharedContexts& shared = Shared();
+    SharedContexts& shared = Ombry::Platform::MadeOnce<SharedContexts>();
     std::lock_guard guard(shared.mutex);
     if (!shared.verified) {
         std::shared_ptr<SSL_CTX> context = MakeContext();
@@ -148,7 +143,7 @@ std::uint32_t ZephOpenSSLClientContext::Initialize(bool bManualValidation) {
 }
 
 void ZephOpenSSLClientContext::ReplaceAuthorities(const std::string& pemFile) {
-    SharedContexts& shared = Shared();
+    SharedContexts& shared = Ombry::Platform::MadeOnce<SharedContexts>();
     std::lock_guard guard(shared.mutex);
     shared.replacedAuthorities = pemFile;
     shared.verified.reset();

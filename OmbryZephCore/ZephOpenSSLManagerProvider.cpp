@@ -1,5 +1,6 @@
 #include "OmbryZephCore/ZephOpenSSLClientConnectionManager.h"
 #include "OmbryZephCore/ZephSSLManagerProvider.h"
+#include "Platform/MadeOnce.h"
 
 namespace OmbryZephCore {
 namespace {
@@ -19,8 +20,7 @@ namespace Ombry::Platform {
 
 template <>
 OmbryZephCore::ZephSSLManagerProviderIf& Production<OmbryZephCore::ZephSSLManagerProviderIf>() {
-    static OmbryZephCore::OpenSSLManagerProvider provider;
-    return provider;
+    return MadeOnce<OmbryZephCore::OpenSSLManagerProvider>();
 }
 
 }  // namespace Ombry::Platform

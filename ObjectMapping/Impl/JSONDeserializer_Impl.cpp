@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "ObjectMapping/Impl/ConvertUTF8.h"
+#include "Platform/MadeOnce.h"
 #include "rapidjson/error/en.h"
 
 namespace Ombry::ObjectMapping {
@@ -73,7 +74,7 @@ void JSONDeserializer_Impl::Read(const char* name, T& value, bool* present, cons
 }
 
 JSONDeserializer_Impl::Lookup JSONDeserializer_Impl::Enter(const char* name, bool* present) {
-    static const Value null;
+    static const Value& null = Platform::MadeOnce<const Value>();
     if (name) {
         const Value* member = FindMember(name);
         if (!member) {

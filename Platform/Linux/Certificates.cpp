@@ -10,6 +10,7 @@
 #include "Platform/Linux/CertificateStore.h"
 #include "Platform/Linux/ProgramData.h"
 #include "Platform/Linux/X509.h"
+#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
 namespace {
@@ -138,8 +139,7 @@ private:
 
 template <>
 ICertificates& Production<ICertificates>() {
-    static LinuxCertificates certificates;
-    return certificates;
+    return MadeOnce<LinuxCertificates>();
 }
 
 }  // namespace Ombry::Platform

@@ -2,6 +2,7 @@
 #include <ctime>
 
 #include "Platform/IClock.h"
+#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
 namespace {
@@ -47,8 +48,7 @@ public:
 
 template <>
 IClock& Production<IClock>() {
-    static LinuxClock clock;
-    return clock;
+    return MadeOnce<LinuxClock>();
 }
 
 }  // namespace Ombry::Platform

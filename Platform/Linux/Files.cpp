@@ -6,6 +6,7 @@
 
 #include "Platform/IFiles.h"
 #include "Platform/Linux/Descriptor.h"
+#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
 namespace {
@@ -191,8 +192,7 @@ private:
 
 template <>
 IFiles& Production<IFiles>() {
-    static LinuxFiles files;
-    return files;
+    return MadeOnce<LinuxFiles>();
 }
 
 }  // namespace Ombry::Platform

@@ -1,5 +1,6 @@
 #include "Platform/IHash.h"
 #include "Platform/Linux/OpenSSL.h"
+#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
 namespace {
@@ -62,8 +63,7 @@ public:
 
 template <>
 IHash& Production<IHash>() {
-    static LinuxHash hash;
-    return hash;
+    return MadeOnce<LinuxHash>();
 }
 
 }  // namespace Ombry::Platform

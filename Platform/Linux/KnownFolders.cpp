@@ -6,6 +6,7 @@
 
 #include "Platform/IKnownFolders.h"
 #include "Platform/ITextConversion.h"
+#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
 namespace {
@@ -45,8 +46,7 @@ public:
 
 template <>
 IKnownFolders& Production<IKnownFolders>() {
-    static LinuxKnownFolders folders;
-    return folders;
+    return MadeOnce<LinuxKnownFolders>();
 }
 
 }  // namespace Ombry::Platform

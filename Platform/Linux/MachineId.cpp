@@ -1,6 +1,7 @@
 #include "Platform/IFiles.h"
 #include "Platform/IMachineId.h"
 #include "Platform/Linux/Descriptor.h"
+#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
 namespace {
@@ -20,8 +21,7 @@ public:
 
 template <>
 IMachineId& Production<IMachineId>() {
-    static LinuxMachineId id;
-    return id;
+    return MadeOnce<LinuxMachineId>();
 }
 
 }  // namespace Ombry::Platform

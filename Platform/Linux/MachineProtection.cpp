@@ -10,6 +10,7 @@
 #include "Platform/IRandom.h"
 #include "Platform/Linux/MachineKey.h"
 #include "Platform/Linux/OpenSSL.h"
+#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
 namespace {
@@ -159,8 +160,7 @@ private:
 
 template <>
 IMachineProtection& Production<IMachineProtection>() {
-    static LinuxMachineProtection protection;
-    return protection;
+    return MadeOnce<LinuxMachineProtection>();
 }
 
 }  // namespace Ombry::Platform

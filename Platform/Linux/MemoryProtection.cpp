@@ -8,6 +8,7 @@
 #include "Platform/IProtection.h"
 #include "Platform/IRandom.h"
 #include "Platform/Linux/OpenSSL.h"
+#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
 namespace {
@@ -42,7 +43,6 @@ public:
 };
 
 using Context = Linux::Owned<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
-using Algorithm = Linux::Owned<EVP_CIPHER, EVP_CIPHER_free>;
 
 class LinuxMemoryProtection : public IMemoryProtection {
 public:
@@ -84,11 +84,12 @@ private:
     }
 
     static const EVP_CIPHER* Cipher() {
-        static const Algorithm cipher = [] {
+        // Never freed, so that memory can be protected until the process ends.
+        static const EVP_CIPHER* const cipher = [] {
             InitializeOpenSSL();
-            return Algorithm(EVP_CIPHER_fetch(nullptr, "AES-256-XTS", nullptr));
+            return EVP_CIPHER_fetch(nullptr, "AES-256-XTS", nullptr);
         }();
-        return cipher.get();
+        return cipher;
     }
 };
 
@@ -96,8 +97,7 @@ private:
 
 template <>
 IMemoryProtection& Production<IMemoryProtection>() {
-    static LinuxMemoryProtection protection;
-    return protection;
+    return MadeOnce<LinuxMemoryProtection>();
 }
 
 void SecureWipe(void* memory, std::size_t length) noexcept {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Platform/IRandom.h"
+#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
 namespace {
@@ -62,8 +63,7 @@ private:
 
 template <>
 IRandom& Production<IRandom>() {
-    static LinuxRandom random;
-    return random;
+    return MadeOnce<LinuxRandom>();
 }
 
 }  // namespace Ombry::Platform

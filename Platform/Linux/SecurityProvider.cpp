@@ -2,6 +2,8 @@
 
 #include <cerrno>
 
+#include "Platform/MadeOnce.h"
+
 namespace Ombry::Platform {
 namespace {
 
@@ -26,8 +28,7 @@ public:
 
 template <>
 ISecurityProvider& Production<ISecurityProvider>() {
-    static LinuxSecurityProvider provider;
-    return provider;
+    return MadeOnce<LinuxSecurityProvider>();
 }
 
 }  // namespace Ombry::Platform

@@ -13,6 +13,7 @@
 
 #include "Platform/IClock.h"
 #include "Platform/ISockets.h"
+#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
 
@@ -282,8 +283,7 @@ private:
 
 template <>
 ISockets& Production<ISockets>() {
-    static LinuxSockets sockets;
-    return sockets;
+    return MadeOnce<LinuxSockets>();
 }
 
 }  // namespace Ombry::Platform

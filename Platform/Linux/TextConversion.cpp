@@ -2,6 +2,7 @@
 #include <limits>
 
 #include "Platform/ITextConversion.h"
+#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
 namespace {
@@ -134,8 +135,7 @@ public:
 
 template <>
 ITextConversion& Production<ITextConversion>() {
-    static LinuxTextConversion conversion;
-    return conversion;
+    return MadeOnce<LinuxTextConversion>();
 }
 
 }  // namespace Ombry::Platform

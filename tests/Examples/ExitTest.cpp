@@ -1,0 +1,37 @@
+// Programs that end while a facade and its threads are alive.
+
+#include <algorithm>
+
+#include "tests/EndToEnd/Sandbox.h"
+
+namespace Ombry::Tests {
+namespace {
+
+class ExitTest : public testing::TestWithParam<std::string> {};
+
+INSTANTIATE_TEST_SUITE_P(Ways, ExitTest,
+                         testing::Values("global", "global-gateway", "static-local", "other-thread"),
+                         [](const auto& info) {
+                             std::string name = info.param;
+                             std::replace(name.begin(), name.end(), '-', '_');
+                             return name;
+                         });
+
+TEST_P(ExitTest, ProcessEndsWithItsExitCodeWhateverIsAlive) {
+    const Sandbox sandbox;
+    const Machine machine;
+    ExpectSuccess(machine.Run(
+        {"configure-bootstrap-url", "-u", "admin", "-p", "secret", "-dn", "Sandbox", "-r", sandbox.Url()}));
+    ExpectSuccess(machine.Run({"enroll-client", "-u", "admin", "-p", "secret", "-nn", "robot"}));
+
+    const ProcessOutcome outcome = RunProcess({OMBRY_EXIT_WITH_FACADE_HERE, GetParam(), "robot", "v1-service",
+                                               "/services/services/secure/name/robots"},
+                                              {.folder = machine.Folder().Path()});
+
+    EXPECT_EQ(outcome.error, "");
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.exitCode, 7);
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
