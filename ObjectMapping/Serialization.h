@@ -7,7 +7,8 @@
 
 namespace Ombry::ObjectMapping {
 
-/// The writing direction: one text for each root value.
+/// The writing direction: one text for each root value. A string of more than 715,827,882 bytes throws
+/// `std::length_error`.
 class Serializer : public MapperIf {
 public:
     /// Forgets anything produced so far.
@@ -20,7 +21,8 @@ public:
 /// got, and the deserializer is not used further. The messages hold the whole input, secrets included.
 class Deserializer : public MapperIf {
 public:
-    /// Parses the text and positions the mapper on the root value.
+    /// Parses the text and positions the mapper on the root value. A text of 2^32 - 2 bytes or more is
+    /// refused unread, and is the only one that the message does not hold.
     virtual void Begin(const std::string& text) = 0;
     virtual void End() = 0;
 };

@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::size_t SliceBefore = 40;
 constexpr std::size_t SliceAfter = 10;
+/// The library counts the bytes of a string, and a NUL behind them, in this type.
+constexpr std::size_t LongestText = std::numeric_limits<rapidjson::SizeType>::max() - 2;
 
 template <class T>
 void Empty(T& value) {
@@ -49,6 +51,9 @@ JSONDeserializer_Impl::JSONDeserializer_Impl(bool strict) : strict(strict) {}
 
 void JSONDeserializer_Impl::Begin(const std::string& text) {
     End();
+    if (text.size() > LongestText)
+        throw std::runtime_error("ERROR: A text of " + std::to_string(text.size()) +
+                                 " bytes is too long to be parsed.");
     serialization_ = text;
     // As a C string: the text ends at its first NUL, whatever stands behind it.
     document.Parse(serialization_.c_str());

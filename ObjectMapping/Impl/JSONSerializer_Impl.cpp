@@ -1,6 +1,8 @@
 #include "ObjectMapping/Impl/JSONSerializer_Impl.h"
 
 #include <cstring>
+#include <limits>
+#include <stdexcept>
 #include <string_view>
 
 #include "ObjectMapping/Impl/ConvertUTF8.h"
@@ -22,6 +24,9 @@ namespace {
 
 constexpr std::size_t InitialBufferBytes = 256;
 constexpr std::size_t InitialLevels = 16;  // of 16 bytes each
+/// The library reserves six bytes for each byte of a string and two for the quotes, and counts them in this
+/// type.
+constexpr std::size_t LongestString = (std::numeric_limits<rapidjson::SizeType>::max() - 2) / 6;
 
 }  // namespace
 
@@ -47,6 +52,9 @@ bool JSONSerializer_Impl::BeginField(const char* name, const bool* present) {
 }
 
 void JSONSerializer_Impl::WriteString(std::string_view text) {
+    if (text.size() > LongestString)
+        throw std::length_error("A string of " + std::to_string(text.size()) +
+                                " bytes is too long for JSON.");
     writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
 }
 

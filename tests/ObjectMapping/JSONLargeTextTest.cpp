@@ -1,0 +1,81 @@
+// Lengths at which the 32-bit counts of the JSON library would wrap.
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <fstream>
+#include <new>
+#include <stdexcept>
+#include <string>
+
+#include "tests/Fakes/LeftOut.h"
+#include "tests/ObjectMapping/MappingSupport.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace ObjectMapping;
+
+/// The writer reserves six bytes for each of a string's and two for its quotes, counted in 32 bits.
+constexpr std::uint64_t LongestString = 715'827'882;
+/// The reader counts in 32 bits the bytes of a string and the NUL that it puts behind it.
+constexpr std::uint64_t ShortestRefusedText = 4'294'967'294;
+
+/// Keeps this process from growing by more than `bytes` while it lives.
+class LimitedAddressSpace {
+public:
+    explicit LimitedAddressSpace(rlim_t bytes) {
+        rlim_t pages = 0;
+        std::ifstream("/proc/self/statm") >> pages;
+        getrlimit(RLIMIT_AS, &before);
+        const rlimit limited{pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + bytes, before.rlim_max};
+        setrlimit(RLIMIT_AS, &limited);
+    }
+    ~LimitedAddressSpace() { setrlimit(RLIMIT_AS, &before); }
+
+private:
+    rlimit before{};
+};
+
+std::string LengthError(std::string& value) {
+    const auto serializer = CreateJSONSerializer();
+    serializer->Begin();
+    try {
+        serializer->Field(nullptr, value, nullptr);
+    } catch (const std::length_error& error) {
+        return error.what();
+    }
+    return "nothing was thrown";
+}
+
+TEST(JSONLargeText, AStringThatTheWriterCannotReserveForIsALengthError) {
+    if (!HasMemoryFor(LongestString)) return;
+    std::string value(LongestString + 1, 'x');
+    EXPECT_EQ(LengthError(value), "A string of 715827883 bytes is too long for JSON.");
+}
+
+TEST(JSONLargeText, ForTheLongestStringTheWriterReservesInFull) {
+    if (!HasMemoryFor(LongestString)) return;
+    std::string value(LongestString, 'x');
+    const auto serializer = CreateJSONSerializer();
+    serializer->Begin();
+    // To write it takes an unoptimised build most of a minute. That the four gigabytes are asked for is seen
+    // as well from their refusal.
+    const LimitedAddressSpace noFourGigabytes(2'000'000'000);
+    EXPECT_THROW(serializer->Field(nullptr, value, nullptr), std::bad_alloc);
+}
+
+TEST(JSONLargeText, WhatIsLongerThanA32BitCountIsNeitherWrittenNorRead) {
+    if (!HasMemoryFor(ShortestRefusedText + 7)) return;
+    std::string text(ShortestRefusedText + 7, 'x');  // 5 for one who counts in 32 bits
+    EXPECT_EQ(LengthError(text), "A string of 4294967301 bytes is too long for JSON.");
+    EXPECT_EQ(FailureOf([&] { CreateJSONDeserializer(false)->Begin(text); }),
+              "ERROR: A text of 4294967301 bytes is too long to be parsed.");
+    text.resize(ShortestRefusedText);
+    EXPECT_EQ(FailureOf([&] { CreateJSONDeserializer(false)->Begin(text); }),
+              "ERROR: A text of 4294967294 bytes is too long to be parsed.");
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
