@@ -8,7 +8,7 @@
 namespace Ombry::ClientCommunications {
 namespace {
 
-/// Calls on a remote server after which a local one gets a try.
+/// Calls on a remote server after which a local one gets a try, and after a vain try the next.
 constexpr int SuccessesBeforeComingHome = 50;
 
 /// Every search makes new objects, so servers are the same if their ids are.
@@ -80,16 +80,28 @@ ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::ContinueUnproven(
     return candidate;
 }
 
-/// The server in use answers. From a remote one there is now and then one try at home, even if the local
-/// server has to be waited for.
+/// The server in use answers. From a remote one there is now and then one try at home.
 ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::ContinueProven(
     const SharedState& copy, bool wasTryingAlternate, const Cancellation::Token& token) {
     if (!wasTryingAlternate && !copy.currentIsLocal && copy.currentSuccesses >= SuccessesBeforeComingHome) {
-        const bool usable = copy.alternateService && copy.alternateFailures < factory->maxFailures;
-        ServiceCandidate alternate = usable ? UseAlternate(copy, token) : FindAlternate(token);
+        ServiceCandidate alternate = TryHome(copy, token);
         if (alternate.service) return alternate;
     }
     return UseCurrent(copy, token);
+}
+
+/// A local server, even if it has to be waited for. A try that is in vain starts the count of successes anew,
+/// whatever ends it: otherwise each further call would wait and search as this one did.
+ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::TryHome(const SharedState& copy,
+                                                                       const Cancellation::Token& token) {
+    const bool usable = copy.alternateService && copy.alternateFailures < factory->maxFailures;
+    try {
+        return usable ? UseAlternate(copy, token) : FindAlternate(token);
+    } catch (...) {
+        std::lock_guard guard(factory->mutex);
+        factory->state.CountSuccessesAnew();
+        throw;
+    }
 }
 
 ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::UseCurrent(const SharedState& copy,
@@ -156,6 +168,7 @@ void IterateAfterMaxFailuresPolicyCandidateFinder::SetAlternate(const ServiceCan
     factory->state.alternateService = alternate.service;
     factory->state.alternateIsLocal = alternate.isLocal;
     factory->state.alternateFailures = alternateFailures;
+    if (!alternate.service) factory->state.CountSuccessesAnew();
 }
 
 void IterateAfterMaxFailuresPolicyCandidateFinder::RecordFailure() {
@@ -166,6 +179,7 @@ void IterateAfterMaxFailuresPolicyCandidateFinder::RecordFailure() {
         tryingAlternate = false;
         if (IsSame(candidate.service, state.alternateService))
             LevelFailures(state.alternateFailures, failures);
+        state.CountSuccessesAnew();
         return;
     }
     if (!IsSame(candidate.service, state.currentService)) return;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <list>
 #include <mutex>
 
@@ -43,11 +44,15 @@ private:
     struct SharedState {
         std::shared_ptr<IService> currentService;  // the server in use
         bool currentIsLocal = false;
-        int currentFailures = 0;                     // of it, in a row
-        int currentSuccesses = 0;                    // on it, since it became the server in use
+        int currentFailures = 0;   // of it, in a row
+        int currentSuccesses = 0;  // on it, since it came into use or home was tried in vain
         std::shared_ptr<IService> alternateService;  // a local server to try from a remote one
         bool alternateIsLocal = false;
         int alternateFailures = 0;
+
+        /// The server in use stays proven. One that is not, since it has failed or was chosen meanwhile, does
+        /// not become so.
+        void CountSuccessesAnew() { currentSuccesses = std::min(currentSuccesses, 1); }
     };
 
     const int maxFailures;
@@ -75,6 +80,7 @@ private:
     ServiceCandidate ContinueUnproven(const SharedState& copy, const Cancellation::Token& token);
     ServiceCandidate ContinueProven(const SharedState& copy, bool wasTryingAlternate,
                                     const Cancellation::Token& token);
+    ServiceCandidate TryHome(const SharedState& copy, const Cancellation::Token& token);
     ServiceCandidate UseCurrent(const SharedState& copy, const Cancellation::Token& token);
     ServiceCandidate UseAlternate(const SharedState& copy, const Cancellation::Token& token);
     ServiceCandidate FindAlternate(const Cancellation::Token& token);

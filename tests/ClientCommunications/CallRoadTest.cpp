@@ -120,6 +120,19 @@ TEST_F(CallRoadTest, ServerThatRefusesIsLeftForTheNextAndRemembered) {
     EXPECT_FALSE(memory->Get("r").failed);
 }
 
+TEST_F(CallRoadTest, AwayFromAHomeThatRefusesOneCallInFiftyWaitsForItAndIsAnsweredElsewhere) {
+    sockets.OnConnect("l:80", {111, true, false, 0});
+    const auto gateway = Make();
+    std::vector<std::pair<int, Duration>> waits;
+    for (int call = 1; call <= 150; ++call) {
+        const TimePoint start = clock.Now();
+        const auto answer = gateway->CallForString(CreateServiceRequest("GET", "/path", "1"), Token());
+        EXPECT_EQ(answer->GetService()->GetId(), "r");
+        if (clock.Now() != start) waits.emplace_back(call, clock.Now() - start);
+    }
+    EXPECT_EQ(waits, (std::vector<std::pair<int, Duration>>{{51, 1s}, {100, 2s}, {149, 4s}}));
+}
+
 TEST_F(CallRoadTest, SilentServerIsLeftForTheNextAfterTheTimeOfOneAttempt) {
     const TimePoint start = clock.Now();
     const auto response = Make()->CallForString(request, Token());

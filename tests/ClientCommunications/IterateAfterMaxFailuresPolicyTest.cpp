@@ -50,14 +50,22 @@ protected:
     void SucceedRemotely(int calls) {
         finder->Set({"l"}, {"r"});
         failed->Set("l", {true, true, clock.Now(), 1});
+        Repeat(calls, "r remote");
+    }
+
+    /// Calls of which the one remote server in use answers each at once.
+    void Repeat(int calls, const std::string& server) {
         for (int i = 0; i < calls; ++i)
-            ASSERT_EQ(Run(), (Lines{"r remote"})) << "call " << i;
+            ASSERT_EQ(Run(), (Lines{server})) << "call " << i;
     }
 
     std::shared_ptr<FailedServices> RealMemory() {
         return std::make_shared<FailedServices>(
             std::make_shared<ExponentialDelayRetryIteratorFactory>(1s, 30s), 30min);
     }
+
+    /// Calls between two tries at home: the first leaves a count of one, and its own call adds another.
+    static constexpr int CallsBetweenTries = 48;
 
     FakeClock clock;
     Platform::Testing::Replace<Platform::IClock> replaced{clock};
@@ -173,14 +181,26 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, AFailedTryAtHomeGoesBackToTheRemoteSer
     EXPECT_EQ(failed->Changes(), (Lines{"failed l local", "removed r"}));
 }
 
-TEST_F(IterateAfterMaxFailuresPolicyTest, EveryCallFromFiftySuccessesOnTriesHomeOnce) {
+TEST_F(IterateAfterMaxFailuresPolicyTest,
+       AfterAFailedTryAtHomeTheNextComesWhenFiftySuccessesAreReachedAgain) {
     UsePolicy(1);
     SucceedRemotely(50);
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+        Repeat(CallsBetweenTries, "r remote");
+    }
     EXPECT_EQ(finder->Calls(), 4u);  // an alternate at its limit is looked for anew
     EXPECT_EQ(Run(), (Lines{"l local"}));
     EXPECT_EQ(Run(), (Lines{"l local"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ATryAtHomeThatFailsLeavesTheRemoteServerProven) {
+    UsePolicy(3);
+    SucceedRemotely(50);
+    const CallPtr call = NewCall();
+    EXPECT_EQ(Next(call), "l local");
+    // An unproven server would be no reason to leave "l" after one failure of three.
+    EXPECT_EQ(Next(call), "r remote");
 }
 
 TEST_F(IterateAfterMaxFailuresPolicyTest, AnAlternateBelowItsLimitIsUsedWithoutASearch) {
@@ -189,8 +209,10 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, AnAlternateBelowItsLimitIsUsedWithoutA
     EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
     EXPECT_EQ(finder->Calls(), 2u);
     finder->Set({"other"}, {});
+    Repeat(CallsBetweenTries, "r remote");
     EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
     EXPECT_EQ(finder->Calls(), 2u);
+    Repeat(CallsBetweenTries, "r remote");
     EXPECT_EQ(Run(), (Lines{"other local"}));  // two failures: at the limit
     EXPECT_EQ(finder->Calls(), 3u);
 }
@@ -199,6 +221,7 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, AnAlternateThatAnsweredIsForgottenAsSu
     UsePolicy(2);
     SucceedRemotely(50);
     EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+    Repeat(CallsBetweenTries, "r remote");
     EXPECT_EQ(Run(), (Lines{"l local"}));  // home
     EXPECT_EQ(Run(2), (Lines{"l local", "l local", "r remote"}));
     SucceedRemotely(49);
@@ -214,15 +237,30 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, EvenALocalServerThatHasToBeWaitedForIs
     EXPECT_EQ(clock.Sleeps(), (std::vector<Duration>{250ms, 250ms, 250ms, 250ms}));
 }
 
-TEST_F(IterateAfterMaxFailuresPolicyTest, WithoutALocalServerTheRemoteOneStays) {
+TEST_F(IterateAfterMaxFailuresPolicyTest, ALocalServerThatIsNeverDueInTimeIsWaitedForOnceInFiftyCalls) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    for (int i = 0; i < 2; ++i) {
+        failed->Set("l", {true, true, clock.Now() + Duration(30s), 1});
+        const std::size_t sleeps = clock.Sleeps().size();
+        EXPECT_THROW(Next(NewCall(), Cancellation::CreateTimeout(1s)), Cancellation::TimeoutException);
+        EXPECT_EQ(clock.Sleeps().size(), sleeps + 4);
+        Repeat(CallsBetweenTries + 1, "r remote");  // the call that waited had no success
+        EXPECT_EQ(clock.Sleeps().size(), sleeps + 4);
+    }
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, WithoutALocalServerTheRemoteOneStaysAndOneCallInFiftyLooksForOne) {
     UsePolicy(1);
     finder->Set({}, {"r"});
     for (int i = 0; i < 50; ++i)
         Run();
-    EXPECT_EQ(Run(), (Lines{"r remote"}));
-    EXPECT_EQ(finder->Calls(), 2u);
-    EXPECT_EQ(Run(), (Lines{"r remote"}));
-    EXPECT_EQ(finder->Calls(), 3u);
+    for (std::size_t searches = 2; searches <= 4; ++searches) {
+        EXPECT_EQ(Run(), (Lines{"r remote"}));
+        EXPECT_EQ(finder->Calls(), searches);
+        Repeat(CallsBetweenTries, "r remote");
+        EXPECT_EQ(finder->Calls(), searches);
+    }
 }
 
 TEST_F(IterateAfterMaxFailuresPolicyTest, ARemoteServerIsNoWayHome) {
@@ -250,7 +288,58 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, ATryAtHomeThatIsGivenUpCountsAgainstTh
     failed->ClearChanges();
     { EXPECT_EQ(Next(NewCall()), "l local"); }
     EXPECT_EQ(failed->Changes(), (Lines{"failed l local"}));
-    EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));  // still proven: the next call tries home again
+    Repeat(CallsBetweenTries + 1, "r remote");  // the call that was given up had no success
+    EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, CallsThatReachFiftyTogetherEachTryHomeAndStartOneCountAnew) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    const CallPtr first = NewCall();
+    const CallPtr second = NewCall();
+    EXPECT_EQ((Lines{Next(first), Next(second)}), (Lines{"l local", "l local"}));
+    EXPECT_EQ(Next(first), "r remote");
+    first->MarkSuccess();
+    Repeat(10, "r remote");
+    EXPECT_EQ(Next(second), "r remote");  // home has failed again: the ten do not count
+    second->MarkSuccess();
+    Repeat(CallsBetweenTries, "r remote");
+    EXPECT_EQ(Run(), (Lines{"l local"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ATryAtHomeThatFailsDoesNotProveAServerThatHasFailedMeanwhile) {
+    UsePolicy(3);
+    SucceedRemotely(50);
+    const CallPtr atHome = NewCall();
+    EXPECT_EQ(Next(atHome), "l local");
+    {
+        const CallPtr beside = NewCall();
+        EXPECT_EQ((Lines{Next(beside), Next(beside)}), (Lines{"l local", "r remote"}));
+    }  // "r" has failed once: unproven
+    // So this call stays with its server until that has failed three times; twice it has.
+    EXPECT_EQ((Lines{Next(atHome), Next(atHome)}), (Lines{"l local", "r remote"}));
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, AHomeThatAnotherCallHasReachedStaysWhenThisCallsTryFails) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    CallPtr failing = NewCall();
+    EXPECT_EQ(Next(failing), "l local");
+    EXPECT_EQ(Run(), (Lines{"l local"}));
+    failing.reset();
+    failed->Forget("l");
+    Repeat(60, "l local");
+    EXPECT_EQ(finder->Calls(), 2u);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, ASuccessAtHomeMovesThereThoughAnotherCallsTryHasFailedMeanwhile) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    const CallPtr call = NewCall();
+    EXPECT_EQ(Next(call), "l local");
+    EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+    call->MarkSuccess();
+    EXPECT_EQ(Run(), (Lines{"l local"}));
 }
 
 TEST_F(IterateAfterMaxFailuresPolicyTest, WithoutALocalServerAFailureIsTheRemoteServers) {
@@ -278,14 +367,15 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, AnAlternateThatThisCallHasTriedAlready
     EXPECT_EQ((Lines{Next(call), Next(call)}), (Lines{"l local", "r remote"}));
     // Meanwhile the others move to a server of their own and stay there.
     finder->Set({"l"}, {"s"});
-    EXPECT_EQ(Run(4), (Lines{"l local", "r remote", "r remote", "r remote", "s remote"}));
+    EXPECT_EQ(Run(3), (Lines{"r remote", "r remote", "r remote", "s remote"}));
     failed->Set("l", {true, true, clock.Now(), 1});
-    for (int i = 0; i < 49; ++i)
-        ASSERT_EQ(Run(), (Lines{"s remote"}));
+    Repeat(49, "s remote");
     const std::size_t searches = finder->Calls();
     EXPECT_EQ(Next(call), "s remote");
     EXPECT_EQ(finder->Calls(), searches);
     EXPECT_EQ(Next(call), "s remote");  // a failure on what was to be a way home: "s" stays proven
+    Repeat(CallsBetweenTries + 1, "s remote");
+    EXPECT_EQ(finder->Calls(), searches);
     EXPECT_EQ(Next(NewCall()), "l local");
     EXPECT_EQ(finder->Calls(), searches + 1);  // looked for anew
 }
@@ -298,11 +388,11 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, AWayHomeFoundInACallThatHasFailedBefor
     EXPECT_EQ(Next(call), "r remote");
     finder->Set({}, {"s"});
     EXPECT_EQ(Run(2), (Lines{"r remote", "r remote", "s remote"}));
-    for (int i = 0; i < 49; ++i)
-        ASSERT_EQ(Run(), (Lines{"s remote"}));
+    Repeat(49, "s remote");
     finder->Set({"l"}, {"s"});
     EXPECT_EQ((Lines{Next(call), Next(call)}), (Lines{"l local", "s remote"}));
     const std::size_t searches = finder->Calls();
+    Repeat(CallsBetweenTries + 1, "s remote");
     EXPECT_EQ(Next(NewCall()), "l local");
     EXPECT_EQ(finder->Calls(), searches);  // it has failed once, which is below the limit
 }
@@ -311,6 +401,7 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, AnAlternateThatAnswersAsTheOneSelected
     UsePolicy(3);
     SucceedRemotely(50);
     EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+    Repeat(CallsBetweenTries, "r remote");
     {
         const CallPtr call = NewCall();  // the second failure of "l" as the way home
         EXPECT_EQ((Lines{Next(call), Next(call), Next(call), Next(call), Next(call)}),
@@ -332,10 +423,12 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, AFailureOfAnEarlierWayHomeDoesNotCount
     EXPECT_EQ(Next(call), "l local");
     EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
     finder->Set({"m"}, {"r"});
+    Repeat(CallsBetweenTries, "r remote");
     const CallPtr beside = NewCall();
     EXPECT_EQ(Next(beside), "m local");
     EXPECT_EQ(Next(call), "r remote");  // "l" has failed
     const std::size_t searches = finder->Calls();
+    Repeat(CallsBetweenTries + 1, "r remote");
     EXPECT_EQ(Next(NewCall()), "m local");
     EXPECT_EQ(finder->Calls(), searches);
 }
@@ -347,6 +440,7 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, AnAlternateOfAnotherCallStaysWhenThisO
     EXPECT_EQ(Next(call), "l local");
     EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
     finder->Set({"m"}, {});
+    Repeat(CallsBetweenTries, "r remote");
     const CallPtr beside = NewCall();
     EXPECT_EQ(Next(beside), "m local");
     call->MarkSuccess();  // home, at "l"
@@ -549,17 +643,18 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, ASearchThatFailsLeavesTheCallAbleToSea
 }
 
 TEST_F(IterateAfterMaxFailuresPolicyTest,
-       ASearchForAWayHomeThatFailsFailsTheRoundAlthoughTheServerInUseAnswers) {
+       ASearchForAWayHomeThatFailsFailsTheRoundAndTheNextIsThatOfTheServerInUse) {
     UsePolicy(1);
     SucceedRemotely(50);
     failed->ClearChanges();
     finder->OnFind([] { throw CommunicationsError("down"); });
     const CallPtr call = NewCall();
     EXPECT_THROW(Next(call), CommunicationsError);
-    EXPECT_THROW(Next(call), CommunicationsError);
-    finder->OnFind(nullptr);
-    EXPECT_EQ((Lines{Next(call), Next(call)}), (Lines{"l local", "r remote"}));
-    EXPECT_EQ(failed->Changes(), (Lines{"failed l local"}));
+    EXPECT_EQ(Next(call), "r remote");
+    call->MarkSuccess();
+    EXPECT_EQ(failed->Changes(), (Lines{"removed r"}));
+    Repeat(CallsBetweenTries, "r remote");
+    EXPECT_THROW(Next(NewCall()), CommunicationsError);
 }
 
 TEST_F(IterateAfterMaxFailuresPolicyTest, AMemoryThatThrowsDoesNotReplaceTheEndOfTheCall) {
