@@ -34,7 +34,7 @@ void ThrowInvalidStringPosition() {
 }
 
 void ThrowCreateDirectoriesFailed(const std::string& path, int error) {
-    throw FilesystemError("create_directories", path, std::error_code(error, std::generic_category()));
+    throw FilesystemError("create_directories", path, std::error_code(error, std::system_category()));
 }
 
 std::uint32_t ParseUnsigned32(const std::string& text) {
