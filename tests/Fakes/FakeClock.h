@@ -1,9 +1,14 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "Platform/IClock.h"
@@ -75,16 +80,18 @@ public:
         now = to;
     }
 
-    /// Blocks until at least `count` threads are in `Wait`.
-    void AwaitWaiters(std::size_t count) {
-        std::unique_lock guard(mutex);
-        changed.wait(guard, [&] { return waiters.size() >= count; });
+    /// What only a test that would hang for ever waits for.
+    static constexpr std::chrono::milliseconds Limit = std::chrono::minutes(2);
+
+    /// Blocks until at least `count` threads are in `Wait`. Throws at the limit, so that the test has a name.
+    void AwaitWaiters(std::size_t count, std::chrono::milliseconds limit = Limit) {
+        Await(waiters, count, limit, "threads that wait");
     }
 
     /// Blocks until `Wait` was called at least `count` times in all. The last of these waits may be over.
-    void AwaitWaits(std::size_t count) {
-        std::unique_lock guard(mutex);
-        changed.wait(guard, [&] { return waits.size() >= count; });
+    /// Throws at the limit, so that the test has a name.
+    void AwaitWaits(std::size_t count, std::chrono::milliseconds limit = Limit) {
+        Await(waits, count, limit, "waits");
     }
 
     /// Called after each `Sleep`, on the thread that slept.
@@ -111,6 +118,16 @@ private:
         Duration end;
         std::uint64_t id;
     };
+
+    template <class List>
+    void Await(const List& list, std::size_t count, std::chrono::milliseconds limit, const char* what) {
+        std::unique_lock guard(mutex);
+        if (changed.wait_for(guard, limit, [&] { return list.size() >= count; })) return;
+        const auto* const test = testing::UnitTest::GetInstance()->current_test_info();
+        throw std::runtime_error((test ? std::string(test->test_suite_name()) + "." + test->name() : "") +
+                                 ": " + std::to_string(list.size()) + " of " + std::to_string(count) + " " +
+                                 what + " came.");
+    }
 
     std::mutex mutex;
     std::condition_variable changed;

@@ -123,6 +123,20 @@ TEST(FaultyCertificatesTest, FailsTheChosenCallOfTheChosenOperationOnly) {
     EXPECT_THAT(certificates.calls, ElementsAre("BinaryToBase64", "BinaryToBase64", "BinaryToBase64"));
 }
 
+TEST(FakeClockTest, ThreadThatNeverWaitsFailsTheTestByItsNameRatherThanHangIt) {
+    FakeClock clock;
+    std::string text;
+    for (const auto await : {&FakeClock::AwaitWaiters, &FakeClock::AwaitWaits}) {
+        try {
+            (clock.*await)(2, std::chrono::milliseconds(1));
+        } catch (const std::runtime_error& failure) {
+            text += failure.what() + std::string("\n");
+        }
+    }
+    const std::string name = "FakeClockTest.ThreadThatNeverWaitsFailsTheTestByItsNameRatherThanHangIt: ";
+    EXPECT_EQ(text, name + "0 of 2 threads that wait came.\n" + name + "0 of 2 waits came.\n");
+}
+
 TEST(FreedMemoryTest, CountsTheBlocksThatHoldTheTextAndNotThoseOfEarlierOwners) {
     const std::string secret = "a secret too long for a string object";
     const auto copyAndFree = [&](bool wipe) {
