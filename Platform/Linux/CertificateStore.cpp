@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "Platform/IClock.h"
 #include "Platform/IFiles.h"
 #include "Platform/ITextConversion.h"
 #include "Platform/Linux/Descriptor.h"
@@ -190,6 +191,22 @@ private:
     std::unique_ptr<IFileReplacement> reserve;  // given back to the first write
 };
 
+/// A store is open for milliseconds. Whoever holds it for longer than this was stopped, or means no good.
+constexpr Duration LockLimit = std::chrono::seconds(15);
+constexpr Duration LockSlice = std::chrono::milliseconds(10);
+
+/// Takes the lock as soon as nobody is in the way. The system knows no waiting with a limit, so the lock is
+/// tried again and again, with sleeps between. A lock that is held until the end fails with EWOULDBLOCK.
+Result AwaitLock(int folder, int kind) {
+    const Duration start = Clock().SteadyNow();
+    for (;;) {
+        if (Retry([&] { return flock(folder, kind | LOCK_NB); }) == 0) return Result::Success();
+        if (errno != EWOULDBLOCK) return Result::Failure(errno);
+        if (Clock().SteadyNow() - start >= LockLimit) return Result::Failure(EWOULDBLOCK);
+        Clock().Sleep(LockSlice);
+    }
+}
+
 }  // namespace
 
 ValueOr<std::unique_ptr<ICertificateStore>> OpenCertificateStore(const std::string& folder,
@@ -201,7 +218,7 @@ ValueOr<std::unique_ptr<ICertificateStore>> OpenCertificateStore(const std::stri
         Retry([&] { return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));
     if (!lock) return Result::Failure(errno);
     const int kind = access == StoreAccess::ReadWrite ? LOCK_EX : LOCK_SH;
-    if (Retry([&] { return flock(lock.Number(), kind); }) != 0) return Result::Failure(errno);
+    if (const Result result = AwaitLock(lock.Number(), kind); !result) return result;
     auto store = std::make_unique<FolderStore>(folder, std::move(lock), access);
     if (access == StoreAccess::ReadWrite) {
         if (const Result result = store->Reserve(); !result) return result;

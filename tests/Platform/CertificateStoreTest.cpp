@@ -2,14 +2,17 @@
 #include <openssl/err.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 
 #include "Platform/ICertificates.h"
+#include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FaultyFiles.h"
 #include "tests/Fakes/TemporaryDirectory.h"
@@ -573,6 +576,57 @@ TEST_F(CertificateStoreLockTest, ReadersShareTheStoreAndKeepWritersOut) {
         EXPECT_FALSE(CanLock(LOCK_EX));
     }
     EXPECT_TRUE(CanLock(LOCK_EX));
+}
+
+TEST_F(CertificateStoreLockTest, LockThatIsHeldIsWaitedForForFifteenSeconds) {
+    Add(1);
+    FakeClock clock;
+    const Testing::Replace<IClock> replaced(clock);
+    const int other = open((directory / folder).c_str(), O_RDONLY | O_DIRECTORY);
+    ASSERT_EQ(flock(other, LOCK_EX), 0);
+    const std::size_t descriptors = OpenDescriptors();
+    for (const StoreAccess access : {StoreAccess::ReadWrite, StoreAccess::ReadOnlyExisting}) {
+        const Duration start = clock.SteadyNow();
+        EXPECT_EQ(Certificates().OpenStore(StoreLocation::LocalMachine, access, L"OmbrySecurity").Error(),
+                  EWOULDBLOCK);
+        EXPECT_EQ(clock.SteadyNow() - start, std::chrono::seconds(15));
+    }
+    EXPECT_EQ(OpenDescriptors(), descriptors);
+    close(other);
+    const std::size_t sleeps = clock.Sleeps().size();
+    EXPECT_THAT(All(*Open(StoreAccess::ReadWrite)), ElementsAre(Der(1)));
+    EXPECT_EQ(clock.Sleeps().size(), sleeps);  // a lock that is free costs no time
+}
+
+TEST_F(CertificateStoreLockTest, LockThatIsGivenBackIsTakenSoonAfter) {
+    Add(1);
+    FakeClock clock;
+    const Testing::Replace<IClock> replaced(clock);
+    const int other = open((directory / folder).c_str(), O_RDONLY | O_DIRECTORY);
+    ASSERT_EQ(flock(other, LOCK_EX), 0);
+    const Duration start = clock.SteadyNow();
+    clock.OnSleep([&] {
+        if (clock.SteadyNow() - start >= std::chrono::seconds(14)) flock(other, LOCK_UN);
+    });
+    EXPECT_THAT(All(*Open(StoreAccess::ReadWrite)), ElementsAre(Der(1)));
+    EXPECT_LT(clock.SteadyNow() - start, std::chrono::milliseconds(14100));
+    close(other);
+}
+
+TEST_F(CertificateStoreLockTest, SpaceThatAKilledWriterHeldIsGivenBackByTheNextOne) {
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        const auto store = Open(StoreAccess::ReadWrite);
+        raise(SIGKILL);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_EQ(Files().List(directory / folder)->size(), 1u);
+
+    EXPECT_NE(Open(StoreAccess::ReadWrite), nullptr);
+
+    EXPECT_THAT(*Files().List(directory / folder), IsEmpty());
 }
 
 TEST_F(CertificateStoreLockTest, LockIsTakenBeforeAnyEntryIsRead) {
