@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+#include "Platform/Result.h"
+
+namespace Ombry::Platform::Linux {
+
+/// The first line of the file at `path`, also behind links, as `IMachineId::MachineId` gives it.
+ValueOr<std::string> ReadMachineId(const std::string& path);
+
+}  // namespace Ombry::Platform::Linux
