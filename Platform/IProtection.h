@@ -40,6 +40,9 @@ public:
                                                         std::uint32_t flags) = 0;
     virtual ValueOr<std::optional<std::string>> Unprotect(std::string_view blob, std::string_view entropy,
                                                           std::uint32_t flags) = 0;
+
+    /// What an administrator can do about a failure with that number; empty where the number says it all.
+    virtual std::string_view Remedy(int /*error*/) const { return {}; }
 };
 
 inline IMachineProtection& MachineProtection() {

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <stdexcept>
+#include <string_view>
 
 #include "Platform/IProtection.h"
 
@@ -13,8 +14,10 @@ using Platform::IMachineProtection;
 /// Stores the outcome of the platform's `operation` in `data`, which stays as it was if there is none.
 void Take(Platform::ValueOr<std::optional<std::string>> outcome, const char* operation, std::string& data) {
     if (!outcome) {
+        const std::string_view remedy = Platform::MachineProtection().Remedy(outcome.Error());
         throw std::runtime_error(std::string(operation) + " failed with error " +
-                                 std::to_string(outcome.Error()));
+                                 std::to_string(outcome.Error()) +
+                                 (remedy.empty() ? "" : ". " + std::string(remedy)));
     }
     if (!outcome->has_value()) {
         throw std::runtime_error(std::string(operation) + " succeeded but returned no data");

@@ -1,11 +1,5 @@
 #include "Platform/Linux/Descriptor.h"
 
-#include <sys/random.h>
-#include <sys/stat.h>
-
-#include <cstdint>
-#include <cstdio>
-
 namespace Ombry::Platform::Linux {
 
 Result WriteAll(int descriptor, std::string_view data) {
@@ -18,6 +12,22 @@ Result WriteAll(int descriptor, std::string_view data) {
     return Result::Success();
 }
 
+ValueOr<std::string> ReadToEnd(int descriptor, std::size_t expected) {
+    // One byte more than expected, so that the end shows without growing once more.
+    std::string content(expected + 1, '\0');
+    std::size_t length = 0;
+    for (;;) {
+        if (length == content.size()) content.resize(content.size() * 2);
+        const ssize_t count =
+            Retry([&] { return read(descriptor, content.data() + length, content.size() - length); });
+        if (count < 0) return Result::Failure(errno);
+        if (count == 0) break;
+        length += static_cast<std::size_t>(count);
+    }
+    content.resize(length);
+    return content;
+}
+
 Result Sync(int descriptor) {
     if (Retry([&] { return fsync(descriptor); }) == 0 || errno == EINVAL) return Result::Success();
     return Result::Failure(errno);
@@ -27,35 +37,6 @@ std::string ParentOf(const std::string& path) {
     const std::size_t separator = path.rfind('/');
     if (separator == std::string::npos) return ".";
     return separator == 0 ? "/" : path.substr(0, separator);
-}
-
-ValueOr<TemporaryFile> TemporaryFile::CreateBeside(const std::string& target) {
-    // The name does not grow with the target's, which may already be as long as the system allows.
-    for (;;) {
-        std::uint64_t chance = 0;
-        if (Retry([&] { return getrandom(&chance, sizeof chance, 0); }) != sizeof chance) {
-            return Result::Failure(errno);
-        }
-        char name[32];
-        std::snprintf(name, sizeof name, "/.%016llx.tmp", static_cast<unsigned long long>(chance));
-        std::string path = ParentOf(target) + name;
-        Descriptor descriptor(Retry(
-            [&] { return open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600); }));
-        if (!descriptor) {
-            if (errno == EEXIST) continue;
-            return Result::Failure(errno);
-        }
-        TemporaryFile file(std::move(descriptor), std::move(path));
-        // The process's mask may have taken more away than others' access.
-        if (fchmod(file.Number(), 0600) != 0) return Result::Failure(errno);
-        return file;
-    }
-}
-
-Result TemporaryFile::RenameTo(const std::string& target) {
-    if (rename(path.c_str(), target.c_str()) != 0) return Result::Failure(errno);
-    path.clear();
-    return Result::Success();
 }
 
 }  // namespace Ombry::Platform::Linux

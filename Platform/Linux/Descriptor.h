@@ -64,39 +64,13 @@ inline bool MeansNoFile(int error) {
 
 Result WriteAll(int descriptor, std::string_view data);
 
+/// Everything up to the end of a file, in one piece of memory if it is as long as expected.
+ValueOr<std::string> ReadToEnd(int descriptor, std::size_t expected);
+
 /// Puts the content of a file or a folder on the disk. A file system that knows no such thing is a success.
 Result Sync(int descriptor);
 
 /// The folder that holds `path`, "." for a bare name.
 std::string ParentOf(const std::string& path);
-
-/// A new private file that has no other user: made beside its target, under a name that nobody can foresee,
-/// and removed with this object unless it was given its final name.
-class TemporaryFile {
-public:
-    static ValueOr<TemporaryFile> CreateBeside(const std::string& target);
-
-    TemporaryFile(TemporaryFile&& other) noexcept
-        : descriptor(std::move(other.descriptor)), path(std::exchange(other.path, {})) {}
-    TemporaryFile& operator=(TemporaryFile&&) = delete;
-    ~TemporaryFile() {
-        if (!path.empty()) unlink(path.c_str());
-    }
-
-    int Number() const { return descriptor.Number(); }
-    Result Close() { return descriptor.Close(); }
-
-    /// Takes the place of `target`, whatever is there.
-    Result RenameTo(const std::string& target);
-    /// Becomes `target`; fails with EEXIST if there is such a file already.
-    Result LinkTo(const std::string& target) const { return Outcome(link(path.c_str(), target.c_str())); }
-
-private:
-    TemporaryFile(Descriptor descriptor, std::string path)
-        : descriptor(std::move(descriptor)), path(std::move(path)) {}
-
-    Descriptor descriptor;
-    std::string path;  // empty once renamed
-};
 
 }  // namespace Ombry::Platform::Linux

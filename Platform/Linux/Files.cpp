@@ -6,6 +6,7 @@
 
 #include "Platform/IFiles.h"
 #include "Platform/Linux/Descriptor.h"
+#include "Platform/Linux/TemporaryFile.h"
 #include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
@@ -103,7 +104,7 @@ public:
         struct stat status {};
         if (fstat(file.Number(), &status) != 0) return Result::Failure(errno);
         if (!S_ISREG(status.st_mode)) return Result::Failure(ErrorForKind(status.st_mode));
-        return ReadToEnd(file.Number(), static_cast<std::size_t>(status.st_size));
+        return Linux::ReadToEnd(file.Number(), static_cast<std::size_t>(status.st_size));
     }
 
     ValueOr<FileState> State(const std::string& path) override {
@@ -168,23 +169,6 @@ public:
             if (const Result result = MakeFolder(directory.substr(0, end)); !result) return result;
         }
         return MakeFolder(directory);
-    }
-
-private:
-    static ValueOr<std::string> ReadToEnd(int descriptor, std::size_t expected) {
-        // One byte more than expected, so that the end shows without growing once more.
-        std::string content(expected + 1, '\0');
-        std::size_t length = 0;
-        for (;;) {
-            if (length == content.size()) content.resize(content.size() * 2);
-            const ssize_t count =
-                Retry([&] { return read(descriptor, content.data() + length, content.size() - length); });
-            if (count < 0) return Result::Failure(errno);
-            if (count == 0) break;
-            length += static_cast<std::size_t>(count);
-        }
-        content.resize(length);
-        return content;
     }
 };
 

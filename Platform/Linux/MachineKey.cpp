@@ -1,11 +1,14 @@
 #include "Platform/Linux/MachineKey.h"
 
+#include <sys/stat.h>
+
 #include "Platform/IFiles.h"
 #include "Platform/IKnownFolders.h"
 #include "Platform/IProtection.h"
 #include "Platform/IRandom.h"
 #include "Platform/Linux/Descriptor.h"
 #include "Platform/Linux/ProgramData.h"
+#include "Platform/Linux/TemporaryFile.h"
 
 namespace Ombry::Platform::Linux {
 namespace {
@@ -18,8 +21,21 @@ ValueOr<std::string> KeyFolder(KeyScope scope) {
     return folder;
 }
 
+/// Whether nobody but root and the user who runs this can have read or written the file.
+bool IsPrivate(const struct stat& status) {
+    return (status.st_uid == 0 || status.st_uid == geteuid()) && (status.st_mode & 077) == 0;
+}
+
 ValueOr<std::string> ReadKey(const std::string& path) {
-    auto key = Production<IFiles>().Read(path);
+    // Judged by what was opened: a look at the path could be a look at another file.
+    const Descriptor file(
+        Retry([&] { return open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }));
+    if (!file) return Result::Failure(errno);
+    struct stat status {};
+    if (fstat(file.Number(), &status) != 0) return Result::Failure(errno);
+    if (!S_ISREG(status.st_mode)) return Result::Failure(S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
+    if (!IsPrivate(status)) return Result::Failure(KeyIsNotPrivate);
+    auto key = ReadToEnd(file.Number(), static_cast<std::size_t>(status.st_size));
     if (key && key->size() != KeySize) {
         SecureWipe(*key);
         return Result::Failure(EBADMSG);
@@ -57,6 +73,9 @@ ValueOr<std::string> LoadOrMakeKey(KeyScope scope) {
     auto folder = KeyFolder(scope);
     if (!folder) return folder;
     const std::string path = *folder + "/protection.key";
+    // Here and not where a key is made alone: a process that was killed right behind that has left the key a
+    // second name.
+    RemoveLeftoversOnce(*folder);
     auto key = ReadKey(path);
     if (key || key.Error() != ENOENT) return key;
     if (const Result result = MakeKey(*folder, path); !result) return result;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <string>
 
 #include "Platform/Result.h"
@@ -8,13 +9,18 @@ namespace Ombry::Platform::Linux {
 
 enum class KeyScope { Machine, User };
 
+/// The failure of a key file that others may read or write, or that somebody else owns. No system call that a
+/// key is read with gives this number.
+inline constexpr int KeyIsNotPrivate = EKEYREJECTED;
+
 /// The 32 random bytes behind what is protected for the machine or for the current user. They lie in
 /// "Keys/protection.key" of the Quennet folder, apart from the folders that hold what they protect. Whoever
 /// gets the bytes wipes them.
 ValueOr<std::string> LoadKey(KeyScope scope);
 
 /// The same; a key that does not exist yet is made, once, also if several processes ask at the same moment. A
-/// damaged key is a failure (EBADMSG) and never replaced: all that it protects would be lost.
+/// damaged key is a failure (EBADMSG), and so is one that is not private; neither is replaced: all that it
+/// protects would be lost.
 ValueOr<std::string> LoadOrMakeKey(KeyScope scope);
 
 }  // namespace Ombry::Platform::Linux

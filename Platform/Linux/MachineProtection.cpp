@@ -152,6 +152,12 @@ public:
         return std::optional<std::string>(std::move(plain));
     }
 
+    std::string_view Remedy(int error) const override {
+        if (error != Linux::KeyIsNotPrivate) return {};
+        return "Keys/protection.key must belong to root or to the user who runs this, and be closed to all "
+               "others (mode 0600). If others may have read it, enrol the clients anew with a new key.";
+    }
+
 private:
     static constexpr std::size_t Largest = std::numeric_limits<int>::max();
 };

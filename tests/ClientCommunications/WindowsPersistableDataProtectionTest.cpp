@@ -95,6 +95,21 @@ protected:
     Platform::Testing::Replace<Platform::IMachineId> replacedId{machineId};
 };
 
+TEST_F(WindowsPersistableDataProtectionOnSystemTest, KeyThatOthersMayReadIsRefusedAndTheTextSaysWhatToDo) {
+    WindowsPersistableDataProtection protection("entropy", false);
+    std::string data = "data";
+    protection.Protect(data);
+    std::filesystem::permissions(directory / "Quennet/Keys/protection.key",
+                                 std::filesystem::perms::group_read, std::filesystem::perm_options::add);
+    const std::string remedy =
+        " failed with error 129. Keys/protection.key must belong to root or to the user who runs this, and "
+        "be "
+        "closed to all others (mode 0600). If others may have read it, enrol the clients anew with a new "
+        "key.";
+    EXPECT_EQ(FailureOf([&] { protection.Protect(data); }), "CryptProtectData" + remedy);
+    EXPECT_EQ(FailureOf([&] { protection.Unprotect(data); }), "CryptUnprotectData" + remedy);
+}
+
 TEST_F(WindowsPersistableDataProtectionOnSystemTest, EveryLengthComesBackAndTheBlobHidesIt) {
     WindowsPersistableDataProtection protection("entropy", false);
     std::string plain;

@@ -1,19 +1,27 @@
+#include <openssl/core_names.h>
 #include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/kdf.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
+#include <fstream>
 #include <set>
 
 #include "Platform/IFiles.h"
 #include "Platform/IMachineId.h"
 #include "Platform/IProtection.h"
+#include "Platform/Linux/MachineId.h"
+#include "Platform/Linux/TemporaryFile.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FakeMachineId.h"
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Fakes/FreedMemory.h"
 #include "tests/Fakes/TemporaryDirectory.h"
+#include "tests/Platform/OwnStack.h"
 #include "tests/Platform/Resources.h"
 #include "tests/Platform/SystemCalls.h"
 
@@ -102,6 +110,76 @@ TEST_F(MachineProtectionTest, NeitherKeyNorTextIsLeftInFreedMemory) {
         EXPECT_FALSE(protection.Unprotect(**blob, "entropy", Machine));
         EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << secret.size();
     }
+}
+
+TEST_F(MachineProtectionTest, DamagedKeyIsNotLeftInFreedMemory) {
+    Protect("makes the key");
+    const std::string damaged = "not as long as a key has to be, and yet no less secret";
+    directory.Write(keyFile, damaged);
+    const FreedMemory freed(damaged);
+    EXPECT_EQ(protection.Protect("x", "e", Machine).Error(), EBADMSG);
+    EXPECT_EQ(protection.Unprotect(std::string(40, '\1'), "e", Machine).Error(), EBADMSG);
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+}
+
+/// The key that a blob is enciphered with, derived once more.
+std::string DerivedKey(std::string keyFile, std::string machineId, const std::string& entropy) {
+    unsigned char hash[32];
+    EVP_Digest(entropy.data(), entropy.size(), hash, nullptr, EVP_sha256(), nullptr);
+    std::string info = "Quennet machine protection 1" + std::string(reinterpret_cast<char*>(hash), 32);
+    char digest[] = "SHA256";
+    EVP_KDF* const kdf = EVP_KDF_fetch(nullptr, "HKDF", nullptr);
+    EVP_KDF_CTX* const context = EVP_KDF_CTX_new(kdf);
+    const OSSL_PARAM parameters[] = {
+        OSSL_PARAM_construct_utf8_string(OSSL_KDF_PARAM_DIGEST, digest, 0),
+        OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_KEY, keyFile.data(), keyFile.size()),
+        OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_SALT, machineId.data(), machineId.size()),
+        OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_INFO, info.data(), info.size()),
+        OSSL_PARAM_construct_end()};
+    std::string key(32, '\0');
+    EXPECT_EQ(EVP_KDF_derive(context, reinterpret_cast<unsigned char*>(key.data()), key.size(), parameters),
+              1);
+    EVP_KDF_CTX_free(context);
+    EVP_KDF_free(kdf);
+    return key;
+}
+
+/// The plain text of a blob, whose tag is not looked at.
+std::string Decipher(const std::string& key, const std::string& blob) {
+    std::string plain(blob.size() - 13 - 16, '\0');
+    EVP_CIPHER_CTX* const context = EVP_CIPHER_CTX_new();
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(blob.data());
+    int length = 0;
+    EVP_DecryptInit_ex(context, EVP_aes_256_gcm(), nullptr,
+                       reinterpret_cast<const unsigned char*>(key.data()), bytes + 1);
+    EVP_DecryptUpdate(context, reinterpret_cast<unsigned char*>(plain.data()), &length, bytes + 13,
+                      static_cast<int>(plain.size()));
+    EVP_CIPHER_CTX_free(context);
+    return plain;
+}
+
+TEST_F(MachineProtectionTest, DerivedKeyIsNotLeftOnTheStack) {
+    const std::string blob = Protect("secret");
+    const std::string key = DerivedKey(directory.Read(keyFile), machine.id, "entropy");
+    ASSERT_EQ(Decipher(key, blob), "secret");
+
+    OwnStack protecting;
+    protecting.Run([&] { Protect("secret"); });
+    EXPECT_FALSE(protecting.Holds(key));
+
+    OwnStack unprotecting;
+    unprotecting.Run([&] { EXPECT_EQ(Unprotect(blob), "secret"); });
+    EXPECT_FALSE(unprotecting.Holds(key));
+}
+
+TEST(OwnStackTest, HoldsWhatAFunctionLeftThere) {
+    OwnStack stack;
+    stack.Run([] {
+        volatile char left[] = "left behind by a function";
+        static_cast<void>(left[0]);
+    });
+    EXPECT_TRUE(stack.Holds("left behind by a function"));
+    EXPECT_FALSE(stack.Holds("left behind by a functioN"));
 }
 
 TEST_F(MachineProtectionTest, EqualTextsGiveDifferentBlobs) {
@@ -218,6 +296,67 @@ TEST_F(MachineProtectionTest, DamagedKeyFailsAndIsNeverReplaced) {
     }
 }
 
+TEST_F(MachineProtectionTest, KeyThatOthersMayUseIsRefusedWithARemedyAndNeverReplaced) {
+    const std::string blob = Protect("secret");
+    const std::string key = directory.Read(keyFile);
+    for (const mode_t mode : {0640, 0620, 0610, 0604, 0602, 0601, 0666, 0777}) {
+        ASSERT_EQ(chmod((directory / keyFile).c_str(), mode), 0);
+        EXPECT_EQ(protection.Protect("x", "e", Machine).Error(), EKEYREJECTED) << mode;
+        EXPECT_EQ(Unprotect(blob), "error " + std::to_string(EKEYREJECTED)) << mode;
+        EXPECT_EQ(directory.Read(keyFile), key);
+        EXPECT_EQ(ModeOf(directory / keyFile), mode);
+    }
+    EXPECT_THAT(std::string(protection.Remedy(EKEYREJECTED)),
+                testing::AllOf(testing::HasSubstr("Keys/protection.key"), testing::HasSubstr("0600")));
+    EXPECT_EQ(protection.Remedy(EBADMSG), "");
+    for (const mode_t mode : {0400, 0600, 0700}) {
+        ASSERT_EQ(chmod((directory / keyFile).c_str(), mode), 0);
+        EXPECT_EQ(Unprotect(blob), "secret") << mode;
+    }
+}
+
+TEST_F(MachineProtectionTest, KeyOfRootOrOfTheUserIsUsedAndThatOfAnotherIsRefused) {
+    if (geteuid() != 0) return;  // only root can give a file away
+    constexpr uid_t Nobody = 65534;
+    const std::string blob = Protect("secret");
+    ASSERT_EQ(chown((directory / keyFile).c_str(), Nobody, 0), 0);
+    EXPECT_EQ(Unprotect(blob), "error " + std::to_string(EKEYREJECTED));
+    EXPECT_EQ(protection.Protect("x", "e", Machine).Error(), EKEYREJECTED);
+
+    for (const std::string& folder : {std::string(), std::string("Quennet"), std::string("Quennet/Keys")})
+        ASSERT_EQ(chown((directory / folder).c_str(), Nobody, 0), 0);
+    ASSERT_EQ(seteuid(Nobody), 0);
+    const std::string asOwner = Unprotect(blob);
+    ASSERT_EQ(seteuid(0), 0);
+    EXPECT_EQ(asOwner, "secret");
+
+    ASSERT_EQ(chown((directory / keyFile).c_str(), 0, 0), 0);
+    EXPECT_EQ(Unprotect(blob), "secret");
+}
+
+TEST_F(MachineProtectionTest, SecondNameOfTheKeyThatAKilledProcessLeftIsRemoved) {
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        SystemCalls calls;
+        calls.Before([](const SystemCalls::Call& call) {
+            if (call.name == "unlink") raise(SIGKILL);
+        });
+        Protect("secret");
+        std::_Exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    ASSERT_EQ(Platform::Files().List(directory / "Quennet/Keys")->size(), 2u);
+    const std::string key = directory.Read(keyFile);
+
+    EXPECT_EQ(Unprotect(Protect("secret")), "secret");
+
+    EXPECT_THAT(*Platform::Files().List(directory / "Quennet/Keys"), ElementsAre("protection.key"));
+    EXPECT_EQ(directory.Read(keyFile), key);
+}
+
 TEST_F(MachineProtectionTest, KeyBehindSymbolicLinkIsRefused) {
     directory.Write("stolen", std::string(32, 'k'));
     std::filesystem::create_directories(directory / "Quennet/Keys");
@@ -278,6 +417,8 @@ TEST_F(MachineProtectionTest, ProcessesThatStartTogetherMakeOneKey) {
 
 TEST_F(MachineProtectionTest, FailureOfAnyStepLeavesNoHalfKeyAndTheNextCallWorks) {
     std::vector<SystemCalls::Call> steps;
+    // Looking for leftovers comes once a process and may fail.
+    Platform::Linux::RemoveLeftoversOnce(directory / "Quennet/Keys");
     {
         SystemCalls calls;
         Protect("secret");
@@ -344,30 +485,64 @@ TEST_F(MachineProtectionTest, IdentityThatCannotBeReadFailsTheCallAndMakesNoKey)
 TEST(MachineIdTest, IsTheFirstLineOfTheSystemsFileOrEmpty) {
     const auto id = Platform::Production<Platform::IMachineId>().MachineId();
     ASSERT_TRUE(id);
-    const auto file = Platform::Files().Read("/etc/machine-id");
-    if (file) {
-        EXPECT_EQ(*id + "\n", file->substr(0, id->size() + 1));
-    } else {
-        EXPECT_EQ(*id, "");
+    std::ifstream file("/etc/machine-id");
+    std::string line;
+    std::getline(file, line);
+    EXPECT_EQ(*id, line == "uninitialized" ? "" : line);
+}
+
+class MachineIdFileTest : public testing::Test {
+protected:
+    /// The identity, or "error " and the number.
+    std::string Id(const std::string& name = "id") const {
+        const auto id = Platform::Linux::ReadMachineId(directory / name);
+        return id ? *id : "error " + std::to_string(id.Error());
+    }
+
+    TemporaryDirectory directory;
+};
+
+TEST_F(MachineIdFileTest, MachineWithoutTheFileOrWithAnythingElseInItsPlaceHasNone) {
+    EXPECT_EQ(Id(), "");
+    std::filesystem::create_directory(directory / "folder");
+    EXPECT_EQ(Id("folder"), "");
+    ASSERT_EQ(mkfifo((directory / "pipe").c_str(), 0600), 0);
+    EXPECT_EQ(Id("pipe"), "");
+    directory.Write("id", "");
+    EXPECT_EQ(Id(), "");
+}
+
+TEST_F(MachineIdFileTest, ImageThatWasNeverStartedHasNone) {
+    for (const std::string text : {"uninitialized\n", "uninitialized"}) {
+        directory.Write("id", text);
+        EXPECT_EQ(Id(), "") << text;
     }
 }
 
-TEST(MachineIdTest, FileThatIsNotThereIsNoIdentityAndOneThatCannotBeReadIsAFailure) {
-    Platform::IMachineId& identity = Platform::Production<Platform::IMachineId>();
-    for (const int error : {ENOENT, ENOTDIR, ELOOP, EISDIR, EINVAL, ENXIO}) {
-        SystemCalls calls;
-        calls.Fail("open", error);
-        const auto id = identity.MachineId();
-        ASSERT_TRUE(id) << error;
-        EXPECT_EQ(*id, "") << error;
-    }
+TEST_F(MachineIdFileTest, FileBehindLinksIsTheIdentity) {
+    directory.Write("elsewhere/id", "0123\n");
+    std::filesystem::create_symlink("elsewhere/id", directory / "link");
+    std::filesystem::create_symlink(directory / "link", directory / "id");
+    EXPECT_EQ(Id(), "0123");
+}
+
+TEST_F(MachineIdFileTest, LinkThatLeadsNowhereOrInACircleIsAFailure) {
+    std::filesystem::create_symlink(directory / "nowhere", directory / "id");
+    EXPECT_EQ(Id(), "error " + std::to_string(ENOENT));
+    std::filesystem::create_symlink(directory / "circle", directory / "circle");
+    EXPECT_EQ(Id("circle"), "error " + std::to_string(ELOOP));
+}
+
+TEST_F(MachineIdFileTest, FileThatCannotBeReadIsAFailure) {
+    directory.Write("id", "0123\n");
     for (const int error : {EMFILE, ENFILE, ENOMEM, EIO, EACCES}) {
         SystemCalls calls;
         calls.Fail("open", error);
-        const auto id = identity.MachineId();
-        EXPECT_FALSE(id) << error;
-        EXPECT_EQ(id.Error(), error);
+        EXPECT_EQ(Id(), "error " + std::to_string(error));
     }
+    SystemCalls calls;
+    calls.Fail("read", EIO);
+    EXPECT_EQ(Id(), "error " + std::to_string(EIO));
 }
 
 }  // namespace

@@ -1,10 +1,13 @@
 #include <openssl/err.h>
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <functional>
 #include <numeric>
 #include <thread>
+#include <utility>
 
 #include "Platform/IProtection.h"
 #include "Platform/IRandom.h"
@@ -116,6 +119,32 @@ class MemoryProtectionDeathTest : public MemoryProtectionTest {
 protected:
     MemoryProtectionDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 
+    /// Chance that gives its bytes and then does what a test wants, to the point of failing.
+    class LateRandom : public FakeRandom {
+    public:
+        explicit LateRandom(std::function<Platform::Result()> then) : then(std::move(then)) {}
+        Platform::Result Bytes(std::span<std::uint8_t> bytes) override {
+            const Platform::Result given = FakeRandom::Bytes(bytes);
+            return given ? then() : given;
+        }
+
+    private:
+        const std::function<Platform::Result()> then;
+    };
+
+    /// How many keys were given back to the system, and whether each was wiped before.
+    struct GivenBack {
+        int keys = 0;
+        bool wiped = true;
+
+        void Look(const SystemCalls::Call& call) {
+            if (call.name != "munmap") return;
+            ++keys;
+            const auto* const page = reinterpret_cast<const std::uint8_t*>(call.argument);
+            wiped = wiped && std::all_of(page, page + 64, [](std::uint8_t byte) { return byte == 0; });
+        }
+    };
+
     [[noreturn]] static void Leave(bool passed) { std::_Exit(passed ? 0 : 1); }
 };
 
@@ -162,6 +191,43 @@ TEST_F(MemoryProtectionDeathTest, ProcessThatMayNotLockMemoryIsProtectedAllTheSa
             SystemCalls calls;
             calls.Fail("mlock", EPERM);
             Leave(protection.Protect(bytes, 0) && bytes != Counting(16) && calls.Count("madvise") == 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST_F(MemoryProtectionDeathTest, KeyThatIsNotUsedIsWipedWhereMakingItFailed) {
+    EXPECT_EXIT(
+        {
+            Bytes bytes = Counting(16);
+            LateRandom random([] { return Platform::Result::Failure(ENOSYS); });
+            const Platform::Testing::Replace<Platform::IRandom> replaced(random);
+            GivenBack given;
+            SystemCalls calls;
+            calls.Before([&](const SystemCalls::Call& call) { given.Look(call); });
+            const bool failed = protection.Protect(bytes, 0).Error() == ENOSYS;
+            Leave(failed && given.keys == 1 && given.wiped);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST_F(MemoryProtectionDeathTest, KeyThatIsNotUsedIsWipedWhereAnotherThreadWasFaster) {
+    EXPECT_EXIT(
+        {
+            Bytes bytes = Counting(16);
+            Bytes ofOther = Counting(16);
+            bool first = true;
+            LateRandom random([&] {
+                if (std::exchange(first, false)) {
+                    std::thread([&] { static_cast<void>(protection.Protect(ofOther, 0)); }).join();
+                }
+                return Platform::Result::Success();
+            });
+            const Platform::Testing::Replace<Platform::IRandom> replaced(random);
+            GivenBack given;
+            SystemCalls calls;
+            calls.Before([&](const SystemCalls::Call& call) { given.Look(call); });
+            const bool protects = bool(protection.Protect(bytes, 0));
+            Leave(protects && bytes == ofOther && given.keys == 1 && given.wiped);
         },
         testing::ExitedWithCode(0), "");
 }

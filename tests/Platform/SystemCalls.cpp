@@ -189,6 +189,9 @@ dirent* readdir(DIR* folder) {
 int mlock(const void* address, size_t length) noexcept {
     WATCHED(mlock, nullptr, static_cast<long long>(length), -1, address, length);
 }
+int munmap(void* address, size_t length) noexcept {
+    WATCHED(munmap, nullptr, reinterpret_cast<long long>(address), -1, address, length);
+}
 int madvise(void* address, size_t length, int advice) noexcept {
     WATCHED(madvise, nullptr, advice, -1, address, length, advice);
 }

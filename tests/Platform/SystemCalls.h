@@ -15,7 +15,7 @@ public:
     struct Call {
         std::string name;
         std::string text;         ///< a path, if it has one
-        long long argument = -1;  ///< descriptor, time-out or mode: what tests of that call look at
+        long long argument = -1;  ///< descriptor, time-out, mode, address: what its tests look at
     };
 
     SystemCalls();

@@ -47,25 +47,29 @@ protected:
         second.join();
     }
 
-    /// Each file is the earlier one or the new one, whole; what else there is has not got its name yet.
+    /// Each file is the earlier one or the new one, whole. Beside them stands at most one that has not got
+    /// its name yet.
     void ExpectWholeFiles(const Machine& machine, bool configured, const std::string& when) const {
         const Tree before = configured ? ConfiguredTree(older.Url(), "old", older.Certificate()) : Tree();
         const Tree after = ConfiguredTree(newer.Url(), "new", newer.Certificate());
+        int temporaries = 0;
         for (const auto& [path, content] : machine.Files()) {
-            if (path.ends_with(".tmp")) continue;
+            if (IsTemporary(path)) {
+                ++temporaries;
+                continue;
+            }
             const bool isOld = before.count(path) && before.at(path) == content;
             const bool isNew = after.count(path) && after.at(path) == content;
             const bool isUnnamed =
                 path == NewCertificate() && content == "600 " + StoredCertificate(newer.Certificate(), "");
             EXPECT_TRUE(isOld || isNew || isUnnamed) << when << "\n" << path << ": " << content;
         }
+        EXPECT_LE(temporaries, 1) << when;
     }
     std::string NewCertificate() const { return StoreFolder + "/" + FingerprintOf(newer.Certificate()); }
-    /// The machine as a run without faults leaves it, but for files that never got their names.
+    /// The machine exactly as a run without faults leaves it.
     void ExpectConfigured(const Machine& machine, const std::string& when) const {
-        Tree files = machine.Files();
-        std::erase_if(files, [](const auto& entry) { return entry.first.ends_with(".tmp"); });
-        EXPECT_EQ(files, ConfiguredTree(newer.Url(), "new", newer.Certificate())) << when;
+        EXPECT_EQ(machine.Files(), ConfiguredTree(newer.Url(), "new", newer.Certificate())) << when;
     }
 
     Sandbox older{Words{"--datacenter", "old=Old"}};
@@ -108,8 +112,10 @@ TEST_F(ConfigureBootstrapUrlFaultsTest, AnySystemCallThatFailsEndsInATextOrInSuc
         const ProcessOutcome outcome = RunWithFate(machine, call, "error=EIO", Configure());
         if (outcome.exitCode == 0) {
             EXPECT_EQ(outcome.error, "") << call.line;
-            // What fails once a file is open goes unreported; nothing else does.
-            if (call.name != "write" && call.name != "fsync") ExpectConfigured(machine, call.line);
+            // What fails once a file is open goes unreported, and a temporary file that cannot be removed
+            // stays for the next run; nothing else does.
+            static const std::regex unreported("write|fsync|unlink");
+            if (!std::regex_match(call.name, unreported)) ExpectConfigured(machine, call.line);
         } else {
             EXPECT_EQ(outcome.exitCode, 255) << call.line;
             EXPECT_EQ(outcome.error.find("Caught exception: "), 0u) << call.line << outcome.error;

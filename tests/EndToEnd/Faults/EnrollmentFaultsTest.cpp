@@ -1,6 +1,7 @@
 // The commands of a configured machine, killed at each change of a file that they or their background threads
 // make.
 
+#include <algorithm>
 #include <functional>
 
 #include "tests/EndToEnd/Faults/Strace.h"
@@ -41,7 +42,9 @@ protected:
             // well.
             const int exitCode = RunWithFate(machine, call, "signal=KILL", command).exitCode;
             EXPECT_TRUE(exitCode == 137 || exitCode == 0) << exitCode << call.line;
+            EXPECT_LE(Temporaries(), 1) << call.line;
             mend(call);
+            EXPECT_EQ(Temporaries(), 0) << call.line;
         }
     }
 
@@ -70,6 +73,14 @@ protected:
     }
 
 private:
+    /// Files of the machine that have not got their names, all or those below one folder.
+    int Temporaries(const std::string& folder = "") const {
+        const Tree files = machine.Files();
+        return static_cast<int>(std::count_if(files.begin(), files.end(), [&](const auto& entry) {
+            return entry.first.starts_with(folder) && IsTemporary(entry.first);
+        }));
+    }
+
     void KillInBackground(const std::string& path, int least, const std::string& threads,
                           const std::vector<Words>& prepare, const Words& command,
                           const std::function<void()>& mend) {
@@ -91,7 +102,10 @@ private:
                 EXPECT_GT(number, least);
                 return;
             }
+            EXPECT_LE(Temporaries(), 1);
             mend();
+            // In a cache it stays until the next save there.
+            EXPECT_EQ(Temporaries() - Temporaries(Cache), 0);
         }
     }
 

@@ -32,6 +32,11 @@ inline std::vector<TracedCall> TraceOf(const Machine& machine, const Words& word
     return calls;
 }
 
+/// Whether a path is that of a file that has not got its name yet.
+inline bool IsTemporary(const std::string& path) {
+    return std::regex_search(path, std::regex("/\\.ombry-[0-9a-f]{16}\\.tmp$"));
+}
+
 /// Runs the tool so that one system call meets its fate: "signal=KILL", or "error=" with the name of an
 /// error.
 inline ProcessOutcome RunWithFate(const Machine& machine, const TracedCall& call, const std::string& fate,

@@ -89,8 +89,8 @@ int main(int argc, char** argv) {
     };
     if (argc != 5 || ways.count(argv[1]) == 0) return 2;
     // Until the end of the process, like what they stand in for.
-    static const auto& folders = *new Platform::Testing::Replace<Platform::IKnownFolders>(
-        *new SecClientConfig::FoldersHere);
+    static const auto& folders =
+        *new Platform::Testing::Replace<Platform::IKnownFolders>(*new SecClientConfig::FoldersHere);
     static const auto& seeds =
         *new Platform::Testing::Replace<Platform::IRandom>(*new SecClientConfig::SeedsHere);
     static_cast<void>(folders);

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <functional>
+#include <stdexcept>
+#include <string_view>
+#include <vector>
+
+namespace Ombry::Tests {
+
+/// Runs a function on a stack that stays when the function has returned, for a look at what it left there.
+class OwnStack {
+public:
+    /// Waits for the end of `work`. Called once.
+    void Run(std::function<void()> work) {
+        pthread_attr_t attributes;
+        pthread_attr_init(&attributes);
+        pthread_t thread;
+        const bool started = pthread_attr_setstack(&attributes, memory.data(), memory.size()) == 0 &&
+                             pthread_create(&thread, &attributes, Call, &work) == 0;
+        pthread_attr_destroy(&attributes);
+        if (!started) throw std::runtime_error("no thread on a stack of its own");
+        pthread_join(thread, nullptr);
+    }
+
+    bool Holds(std::string_view bytes) const {
+        return std::search(memory.begin(), memory.end(), bytes.begin(), bytes.end()) != memory.end();
+    }
+
+private:
+    static void* Call(void* work) {
+        (*static_cast<std::function<void()>*>(work))();
+        return nullptr;
+    }
+
+    std::vector<char> memory = std::vector<char>(1 << 20);
+};
+
+}  // namespace Ombry::Tests
