@@ -1,6 +1,6 @@
 #include "ClientCommunications/Impl/SSDCacheMaintainer.h"
 
-#include "ClientCommunications/Impl/RootRequestMetaData.h"
+#include "ClientCommunications/RootRequestMetaData.h"
 #include "LibraryLogger/LogCall.h"
 #include "ObjectMapping/DateTime.h"
 #include "Platform/IClock.h"

@@ -4,7 +4,7 @@
 
 #include "ClientCommunications/Impl/CacheControl.h"
 #include "ClientCommunications/Impl/FoundServices.h"
-#include "ClientCommunications/Impl/RootRequestMetaData.h"
+#include "ClientCommunications/RootRequestMetaData.h"
 #include "LibraryLogger/LogCall.h"
 #include "ObjectMapping/Serialization.h"
 #include "Platform/IClock.h"

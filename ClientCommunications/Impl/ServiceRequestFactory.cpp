@@ -1,7 +1,7 @@
 #include "ClientCommunications/Impl/ServiceRequestFactory.h"
 
-#include "ClientCommunications/Impl/RootRequestMetaData.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
+#include "ClientCommunications/RootRequestMetaData.h"
 
 namespace Ombry::ClientCommunications {
 

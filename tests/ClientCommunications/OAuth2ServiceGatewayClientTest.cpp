@@ -5,8 +5,8 @@
 
 #include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/OAuth2Exception.h"
-#include "ClientCommunications/Impl/RootRequestMetaData.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
+#include "ClientCommunications/RootRequestMetaData.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedGateway.h"
 

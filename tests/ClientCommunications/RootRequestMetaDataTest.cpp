@@ -1,4 +1,4 @@
-#include "ClientCommunications/Impl/RootRequestMetaData.h"
+#include "ClientCommunications/RootRequestMetaData.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

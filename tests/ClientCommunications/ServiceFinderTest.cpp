@@ -5,8 +5,8 @@
 #include <stdexcept>
 
 #include "ClientCommunications/CommunicationsError.h"
-#include "ClientCommunications/Impl/RootRequestMetaData.h"
 #include "ClientCommunications/Impl/ServiceRequestFactory.h"
+#include "ClientCommunications/RootRequestMetaData.h"
 #include "ObjectMapping/Serialization.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeService.h"

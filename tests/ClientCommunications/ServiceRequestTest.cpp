@@ -3,12 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "ClientCommunications/Impl/RootRequestMetaData.h"
 #include "ClientCommunications/Impl/ServiceRequestFactory.h"
 #include "ClientCommunications/Impl/SyncReaderAdapter.h"
 #include "ClientCommunications/Impl/SyncStringReader.h"
 #include "ClientCommunications/Impl/SyncStringWriter.h"
 #include "ClientCommunications/Impl/SyncWriterAdapter.h"
+#include "ClientCommunications/RootRequestMetaData.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeRandom.h"
 

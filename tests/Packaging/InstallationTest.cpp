@@ -75,7 +75,7 @@ TEST_F(InstallationTest, ConsumerFindsThePackageBuildsAndRuns) {
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_EQ(run.output,
               "lines 1\n1970-01-01T00:00:00.0000005Z\nclock runs 1\ncancelled 1\n1 Sandbox\n"
-              "invalid stoul argument\n");
+              "SF-Root-Request-Type: PrintLabels\ninvalid stoul argument\n");
 }
 
 TEST_F(InstallationTest, ConsumerThatWantsAnotherMajorVersionIsRefused) {

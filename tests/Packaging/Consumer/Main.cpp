@@ -5,6 +5,7 @@
 
 #include "Cancellation/Token.h"
 #include "ClientCommunications/IClientConfig.h"
+#include "ClientCommunications/RootRequestMetaData.h"
 #include "LibraryLogger/ILogger.h"
 #include "ObjectMapping/DateTime.h"
 #include "ObjectMapping/Serialization.h"
@@ -40,6 +41,10 @@ int main() {
     Ombry::ClientCommunications::Datacenter datacenter;
     Ombry::ObjectMapping::DeserializeObject(datacenter, R"({"id":"1","name":"Sandbox"})", nullptr, true);
     std::cout << datacenter.id << " " << datacenter.name << "\n";
+
+    const auto root = Ombry::ClientCommunications::RootRequestMetaData::create("PrintLabels");
+    root->ForEachValue(
+        [](const std::string& key, const std::string& value) { std::cout << key << ": " << value << "\n"; });
 
     try {
         Ombry::ClientCommunications::ClientConfigParameters("").SetSfsUrl("https://server1:port/").Build();

@@ -6,6 +6,8 @@
 #include "ClientCommunications/IRootRequestMetaData.h"
 #include "ClientCommunications/IServiceRequest.h"
 
+/// Makes the metadata that `IServiceRequestFactory::Create` and `IServiceFinder::Find` take, and carries it
+/// on requests. Any thread may call these.
 namespace Ombry::ClientCommunications::RootRequestMetaData {
 
 /// Metadata with the kind of the root operation.
@@ -15,7 +17,7 @@ std::shared_ptr<IRootRequestMetaData> create(const std::string& requestType);
 std::shared_ptr<IRootRequestMetaData> createInfrastructure(const std::string& requestType);
 
 /// Fills in what a request must carry; returns the argument itself if nothing is missing. `metaData` may be
-/// null.
+/// null. What `IServiceRequestFactory::Create` is given need not be filled in.
 std::shared_ptr<IRootRequestMetaData> normalize(std::shared_ptr<IRootRequestMetaData> metaData);
 
 /// Sets each pair as a header. `metaData` must not be null.
