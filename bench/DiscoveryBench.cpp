@@ -42,7 +42,7 @@ void DiscoveryRead(benchmark::State& state) {
     for (auto _ : state) {
         FoundServicesDto answer;
         ObjectMapping::DeserializeObject(answer, text, nullptr, false);
-        benchmark::DoNotOptimize(std::make_shared<FoundServices>(answer));
+        benchmark::DoNotOptimize(std::make_shared<FoundServices>(std::move(answer)));
     }
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }

@@ -143,7 +143,7 @@ std::shared_ptr<FoundServices> LoadBootstrapFoundServices(const CommunicationsPa
     seed.endpointCert = getBootstrapSsdsCertificate(parameters);
     FoundServicesDto dto;
     dto.local.push_back(std::move(seed));
-    return std::make_shared<FoundServices>(dto);
+    return std::make_shared<FoundServices>(std::move(dto));
 }
 
 std::shared_ptr<IClientCommunications> MakeClientCommunications(const CommunicationsParameters& parameters) {

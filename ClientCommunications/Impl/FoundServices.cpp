@@ -12,10 +12,10 @@ namespace {
 
 using Services = std::list<std::shared_ptr<IService>>;
 
-Services MakeServices(const std::list<ServiceDto>& dtos) {
+Services MakeServices(std::list<ServiceDto>& dtos) {
     Services services;
-    for (const ServiceDto& dto : dtos)
-        services.push_back(std::make_shared<Service>(dto));
+    for (ServiceDto& dto : dtos)
+        services.push_back(std::make_shared<Service>(std::move(dto)));
     return services;
 }
 
@@ -28,7 +28,7 @@ Services Shuffled(const Services& services) {
 
 }  // namespace
 
-FoundServices::FoundServices(const FoundServicesDto& dto)
+FoundServices::FoundServices(FoundServicesDto dto)
     : local(MakeServices(dto.local)), remote(MakeServices(dto.remote)) {}
 
 Services FoundServices::GetAll() const {

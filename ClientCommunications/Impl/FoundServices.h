@@ -10,7 +10,8 @@ namespace Ombry::ClientCommunications {
 class FoundServices : public IFoundServices {
 public:
     FoundServices() = default;
-    explicit FoundServices(const FoundServicesDto& dto);
+    /// Takes the records over; a document that is to live on is copied by the caller.
+    explicit FoundServices(FoundServicesDto dto);
 
     std::list<std::shared_ptr<IService>> GetAll() const override;
     std::list<std::shared_ptr<IService>> GetLocal() const override;

@@ -45,7 +45,7 @@ FoundServicesCache::FoundServicesCache(std::shared_ptr<IStorage> theStorage,
     FoundServicesDto dto;
     if (!text.empty()) ObjectMapping::DeserializeObject(dto, text, nullptr, false);
     nextRefreshTime = TimePoint(Duration(SecondsToTicks(dto.expiryTime)));
-    foundServices = std::make_shared<FoundServices>(dto);
+    foundServices = std::make_shared<FoundServices>(std::move(dto));
 }
 
 TimePoint FoundServicesCache::GetNextRefreshTime() {

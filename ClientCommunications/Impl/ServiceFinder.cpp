@@ -45,7 +45,7 @@ std::shared_ptr<IFoundServices> ServiceFinder::Find(std::shared_ptr<IRootRequest
     if (hasCached && now < dto.expiryTime) {
         LogCall(logger, __FILE__, __LINE__, FindName, 0, "Returning cached result for ", path);
         TraceFoundServices(dto, "cache");
-        return std::make_shared<FoundServices>(dto);
+        return std::make_shared<FoundServices>(std::move(dto));
     }
     if (hasCached && SaturatingAdd(dto.expiryTime, dto.maxStaleTime) < now) {
         LogCall(logger, __FILE__, __LINE__, FindName, 0, "Removing cached result older than maximum age.");
@@ -53,13 +53,13 @@ std::shared_ptr<IFoundServices> ServiceFinder::Find(std::shared_ptr<IRootRequest
         hasCached = false;
     }
     try {
-        return Ask(std::move(callMetaData), std::move(token), hasCached, dto);
+        if (auto found = Ask(std::move(callMetaData), std::move(token), hasCached, dto)) return found;
     } catch (const std::exception& failure) {
         LogCall(logger, __FILE__, __LINE__, FindName, 4, "Caught exception: ", failure.what());
         if (!hasCached) throw;
         LogCall(logger, __FILE__, __LINE__, FindName, 0, "Returning cached result.");
-        return std::make_shared<FoundServices>(dto);
     }
+    return std::make_shared<FoundServices>(std::move(dto));
 }
 
 /// A copy that cannot be read is the caller's to hear of: this stands outside the handler of `Find`.
@@ -91,13 +91,13 @@ std::shared_ptr<IFoundServices> ServiceFinder::Ask(std::shared_ptr<IRootRequestM
         if (!hasCached) throw std::runtime_error(text);
         LogCall(logger, __FILE__, __LINE__, FindName, 0, "Returning cached result.");
         TraceFoundServices(cached, "cache");
-        return std::make_shared<FoundServices>(cached);
+        return nullptr;
     }
     FoundServicesDto dto;
     ObjectMapping::DeserializeObject(dto, response->GetBody(), nullptr, false);
     if (cache) Store(*response, dto);
     TraceFoundServices(dto, "SSDS");
-    return std::make_shared<FoundServices>(dto);
+    return std::make_shared<FoundServices>(std::move(dto));
 }
 
 /// A write that fails makes a good answer fail: whoever runs on a full disk is to hear of it.

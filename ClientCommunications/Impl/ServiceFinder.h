@@ -28,6 +28,7 @@ public:
 
 private:
     bool ReadCache(FoundServicesDto& dto);
+    /// Null if the service refused and the copy is to serve.
     std::shared_ptr<IFoundServices> Ask(std::shared_ptr<IRootRequestMetaData> metaData,
                                         Cancellation::Token token, bool hasCached,
                                         const FoundServicesDto& cached);

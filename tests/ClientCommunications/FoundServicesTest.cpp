@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <atomic>
+#include <optional>
 
 #include "ObjectMapping/Serialization.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Fakes/FakeService.h"
+#include "tests/Fakes/FreedMemory.h"
 
 namespace Ombry::Tests {
 namespace {
@@ -41,6 +43,26 @@ TEST_F(FoundServicesTest, ANewSetIsEmpty) {
     EXPECT_TRUE(found.GetLocal().empty());
     EXPECT_TRUE(found.GetRemote().empty());
     EXPECT_TRUE(found.GetAll().empty());
+}
+
+TEST_F(FoundServicesTest, TakesTheRecordsOfADocumentOverInsteadOfCopyingThem) {
+    const std::string certificate(1000, 'c');
+    FoundServicesDto dto;
+    for (std::list<ServiceDto>* const list : {&dto.local, &dto.remote}) {
+        list->emplace_back().endpointCert = certificate;
+        list->emplace_back().endpointCert = certificate;
+    }
+    std::optional<FoundServices> found;
+    {
+        // A copy shows as an original that is freed.
+        const FreedMemory freed(certificate);
+        found.emplace(std::move(dto));
+        dto = FoundServicesDto();
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    }
+    for (const auto& service : found->GetAll())
+        EXPECT_EQ(service->GetEndpointCertificate(), certificate);
+    EXPECT_EQ(found->GetAll().size(), 4u);
 }
 
 TEST_F(FoundServicesTest, EachReadingIsAPermutationInANewOrder) {
