@@ -14,6 +14,7 @@
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
 #include "ObjectMapping/Serialization.h"
 #include "tests/Fakes/BootstrapService.h"
+#include "tests/Fakes/FailingThreads.h"
 #include "tests/Fakes/FaultyCertificates.h"
 #include "tests/Fakes/FaultyFiles.h"
 #include "tests/Fakes/RecordingLogger.h"
@@ -336,6 +337,13 @@ TEST_F(ClientConfigTest, VerboseParametersTraceTheCaptureOfTheCertificate) {
     EXPECT_GT(lines(true), lines(false));
 }
 
+TEST_F(ClientConfigTest, ItsConnectionPoolHasNoThread) {
+    const FailingThreads threads(1);
+    EXPECT_THAT(List(), SizeIs(2));
+    Configure("i1", "");
+    EXPECT_EQ(threads.Count(), 0u) << "a client of one call has nothing to evict";
+}
+
 // --- configuring ---
 
 TEST_F(ClientConfigTest, ConfigureLeavesTheCertificateTheUrlAsGivenAndTheBareId) {
@@ -532,6 +540,30 @@ TEST_F(ClientConfigTest, ACrashBeforeAnyFileOperationLeavesWholeFiles) {
         }
     }
     EXPECT_EQ(getBootstrapSsdsCertificate(parameters), Base64Of(service.certificate));
+}
+
+TEST(ClientConfigPlainTest, TheBufferOfTheCertificateBeginsWith4096BytesAndDoubles) {
+    static std::vector<std::uint64_t> sizes;
+    CertificateRecipe large;
+    for (int n = 0; n < 400; ++n)
+        large.alternativeNames += ",DNS:" + std::string(20, 'n') + std::to_string(n);
+    const std::pair<CertificateRecipe, std::uint64_t> cases[] = {{{}, 4096}, {large, 16384}};
+    for (const auto& [recipe, expected] : cases) {
+        BootstrapService service(true, recipe);
+        EXPECT_EQ(expected == 16384, service.certificate.size() > 8192) << service.certificate.size();
+        ClientConfigParameters parameters("");
+        parameters.SetSfsUrl("https://server:9000");
+        const auto config = parameters.Build();
+        config->SetDatacenterId("i1");
+        sizes.clear();
+        const auto previous = OmbryZephCore::ZephIOBuffer::ReplaceAllocator([](std::uint64_t bytes) {
+            sizes.push_back(bytes);
+            return new (std::nothrow) std::uint8_t[bytes];
+        });
+        config->Configure();
+        OmbryZephCore::ZephIOBuffer::ReplaceAllocator(previous);
+        EXPECT_EQ(sizes.back(), expected) << "the certificate comes last";
+    }
 }
 
 TEST(ClientConfigPlainTest, APlainServiceGivesItsListButNoCertificateAndNothingIsWritten) {

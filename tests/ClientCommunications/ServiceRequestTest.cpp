@@ -230,6 +230,17 @@ TEST(SyncReaderAdapterTest, HasDataUnlessTheLengthIsKnownToBeZero) {
     EXPECT_FALSE(SyncReaderAdapter(&empty).HasData());
 }
 
+TEST(SyncStringWriterTest, AResetKeepsTheRoomOfTheTextThatItForgets) {
+    std::string text;
+    SyncStringWriter writer(text);
+    const std::string data(1000, 'x');
+    writer.Write(data.data(), data.size());
+    const std::size_t capacity = text.capacity();
+    writer.Reset();
+    EXPECT_EQ(text, "");
+    EXPECT_EQ(text.capacity(), capacity);
+}
+
 TEST(SyncReaderAdapterTest, TheLengthIsAskedForBehindARewind) {
     RecordingReader reader;
     SyncReaderAdapter adapter(&reader);

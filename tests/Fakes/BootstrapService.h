@@ -16,11 +16,11 @@ namespace Ombry::Tests {
 /// thread: the world in which a machine is configured.
 class BootstrapService {
 public:
-    explicit BootstrapService(bool withTls = true) {
+    explicit BootstrapService(bool withTls = true, const CertificateRecipe& recipe = {}) {
         std::optional<TlsServerRecipe> tls;
         if (withTls) {
             tls.emplace();
-            tls->certificate = MakeCertificate({});
+            tls->certificate = MakeCertificate(recipe);
             certificate = DerOf(tls->certificate);
         }
         server = std::make_unique<MemoryServer>(
