@@ -12,7 +12,8 @@
 
 namespace Ombry::Platform {
 
-/// Whether a replaced file is on the disk, with its folder's entry, before the replacement is reported done.
+/// Whether a change of a folder - a file that was replaced or removed, a new folder - is on the disk before
+/// it is reported done.
 enum class Durability {
     Synced,   ///< identity, trust, configuration: must survive a power cut
     Unsynced  ///< caches: losing one costs one call
@@ -65,16 +66,16 @@ public:
                                                                     Durability durability) = 0;
 
     /// Removes a file; never a folder.
-    virtual Result Remove(const std::string& path) = 0;
+    virtual Result Remove(const std::string& path, Durability durability) = 0;
 
-    /// Renames a file; an existing target is replaced.
+    /// Renames a file; an existing target is replaced. Not synced.
     virtual Result Rename(const std::string& from, const std::string& to) = 0;
 
     /// Names in a folder, without "." and "..", in no particular order.
     virtual ValueOr<std::vector<std::string>> List(const std::string& directory) = 0;
 
     /// Makes a folder and its missing parents (mode 0700 each). An existing folder is a success.
-    virtual Result CreateDirectories(const std::string& directory) = 0;
+    virtual Result CreateDirectories(const std::string& directory, Durability durability) = 0;
 };
 
 inline IFiles& Files() {

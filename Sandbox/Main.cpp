@@ -48,7 +48,9 @@ int Run(int argc, char** argv) {
     }
     Platform::HardenProcess();
     const sigset_t signals = BlockStopSignals();
-    if (const auto made = Platform::Files().CreateDirectories(options.stateFolder); !made) {
+    if (const auto made =
+            Platform::Files().CreateDirectories(options.stateFolder, Platform::Durability::Unsynced);
+        !made) {
         throw std::runtime_error("Cannot make the folder '" + options.stateFolder + "'.");
     }
     const Identity identity(options.stateFolder);

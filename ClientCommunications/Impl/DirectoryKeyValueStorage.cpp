@@ -73,8 +73,10 @@ void DirectoryKeyValueStorage::RemoveByKey(const std::string& key) {
 
 void DirectoryKeyValueStorage::RemoveEntry(const std::string& entryName) {
     const KeyWriteLock lock(&locks, entryName);
-    static_cast<void>(Platform::Files().Remove(PathOf(entryName) + "-p"));
-    static_cast<void>(Platform::Files().Remove(PathOf(entryName) + "-s"));
+    for (const char* suffix : {"-p", "-s"}) {
+        static_cast<void>(
+            Platform::Files().Remove(PathOf(entryName) + suffix, Platform::Durability::Unsynced));
+    }
 }
 
 std::set<std::string> DirectoryKeyValueStorage::getEntriesNames() {

@@ -7,11 +7,11 @@
 namespace Ombry::ClientCommunications {
 namespace {
 
-void CreateParentDirectories(const std::string& path) {
+void CreateParentDirectories(const std::string& path, Platform::Durability durability) {
     const std::size_t separator = path.find_last_of("/\\");
     if (separator == std::string::npos || separator == 0) return;
     const std::string parent = path.substr(0, separator);
-    const Platform::Result result = Platform::Files().CreateDirectories(parent);
+    const Platform::Result result = Platform::Files().CreateDirectories(parent, durability);
     if (!result) ThrowCreateDirectoriesFailed(parent, result.Error());
 }
 
@@ -33,7 +33,7 @@ std::string FileStorage::Load() {
 }
 
 void FileStorage::Save(const std::string& data) {
-    CreateParentDirectories(path);
+    CreateParentDirectories(path, durability);
     auto replacement = Platform::Files().BeginReplace(path, data.size(), durability);
     // What fails once the file is open, and its space reserved, goes unreported: callers rely on `Save`
     // returning then. A file that may not be replaced would not have opened.

@@ -18,7 +18,7 @@ std::unique_ptr<IStorage> NamedFileStorage::Get(const std::string& name) {
 }
 
 void NamedFileStorage::Delete(const std::string& name) {
-    static_cast<void>(Platform::Files().Remove(PathOf(name)));
+    static_cast<void>(Platform::Files().Remove(PathOf(name), durability));
 }
 
 void NamedFileStorage::Rename(const std::string& from, const std::string& to) {

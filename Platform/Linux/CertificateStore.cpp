@@ -118,7 +118,10 @@ public:
     Result Delete(CertificateContextPointer certificate) override {
         const auto entry = Find(certificate);
         if (const Result result = CheckWritable(entry); !result) return result;
-        if (const Result result = Files().Remove(PathOf((*entry)->fileName)); !result) return result;
+        // Not synced: its successor is, in the same folder, and a cut between the two should rather bring the
+        // old trust back than leave none.
+        const Result removed = Files().Remove(PathOf((*entry)->fileName), Durability::Unsynced);
+        if (!removed) return removed;
         entries.erase(entry);
         return Result::Success();
     }
@@ -212,7 +215,8 @@ Result AwaitLock(int folder, int kind) {
 ValueOr<std::unique_ptr<ICertificateStore>> OpenCertificateStore(const std::string& folder,
                                                                  StoreAccess access) {
     if (access == StoreAccess::ReadWrite) {
-        if (const Result result = Files().CreateDirectories(folder); !result) return result;
+        const Result made = Files().CreateDirectories(folder, Durability::Synced);
+        if (!made) return made;
     }
     Descriptor lock(
         Retry([&] { return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));

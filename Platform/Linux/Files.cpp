@@ -42,6 +42,19 @@ Result Reserve(int descriptor, std::uint64_t size) {
     return Result::Failure(error);
 }
 
+/// Opens the folder of a path for a change that has to be on the disk. Gives no descriptor if it need not.
+ValueOr<Descriptor> FolderToSync(const std::string& path, Durability durability) {
+    if (durability == Durability::Unsynced) return Descriptor();
+    Descriptor folder(
+        Retry([&] { return open(Linux::ParentOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    if (!folder) return Result::Failure(errno);
+    return folder;
+}
+
+Result SyncIfOpen(const Descriptor& folder) {
+    return folder ? Linux::Sync(folder.Number()) : Result::Success();
+}
+
 class LinuxFileReplacement : public IFileReplacement {
 public:
     LinuxFileReplacement(std::string path, std::uint64_t size, Linux::TemporaryFile temporary,
@@ -60,7 +73,7 @@ public:
             refused = true;
             return result;
         }
-        return folder ? Linux::Sync(folder.Number()) : Result::Success();
+        return SyncIfOpen(folder);
     }
 
     bool IsRefused() const override { return refused; }
@@ -69,7 +82,7 @@ private:
     const std::string path;
     const std::uint64_t size;
     Linux::TemporaryFile temporary;
-    Descriptor folder;  // the one to sync; none if the file need not survive a power cut
+    Descriptor folder;  // the one to sync; none if the change need not survive a power cut
     bool completed = false;
     bool refused = false;
 };
@@ -82,10 +95,12 @@ Result CheckFolder(const std::string& path) {
 }
 
 /// Makes one folder. One that exists already, or that another process made in between, is a success.
-Result MakeFolder(const std::string& path) {
+Result MakeFolder(const std::string& path, Durability durability) {
     if (mkdir(path.c_str(), 0700) == 0) {
         // The process's mask may have taken away what the owner needs.
-        return Outcome(chmod(path.c_str(), 0700));
+        if (chmod(path.c_str(), 0700) != 0) return Result::Failure(errno);
+        const auto parent = FolderToSync(path, durability);
+        return parent ? SyncIfOpen(*parent) : Result::Failure(parent.Error());
     }
     const int error = errno;
     const Result found = CheckFolder(path);
@@ -125,20 +140,21 @@ public:
     ValueOr<std::unique_ptr<IFileReplacement>> BeginReplace(const std::string& path, std::uint64_t size,
                                                             Durability durability) override {
         if (const Result result = CheckReplaceable(path); !result) return result;
-        Descriptor folder;
-        if (durability == Durability::Synced) {
-            folder = Descriptor(Retry(
-                [&] { return open(Linux::ParentOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-            if (!folder) return Result::Failure(errno);
-        }
+        auto folder = FolderToSync(path, durability);
+        if (!folder) return Result::Failure(folder.Error());
         auto temporary = Linux::TemporaryFile::CreateBeside(path);
         if (!temporary) return Result::Failure(temporary.Error());
         if (const Result result = Reserve(temporary->Number(), size); !result) return result;
         return std::unique_ptr<IFileReplacement>(
-            std::make_unique<LinuxFileReplacement>(path, size, std::move(*temporary), std::move(folder)));
+            std::make_unique<LinuxFileReplacement>(path, size, std::move(*temporary), std::move(*folder)));
     }
 
-    Result Remove(const std::string& path) override { return Outcome(unlink(path.c_str())); }
+    Result Remove(const std::string& path, Durability durability) override {
+        const auto folder = FolderToSync(path, durability);
+        if (!folder) return Result::Failure(folder.Error());
+        if (unlink(path.c_str()) != 0) return Result::Failure(errno);
+        return SyncIfOpen(*folder);
+    }
 
     Result Rename(const std::string& from, const std::string& to) override {
         return Outcome(rename(from.c_str(), to.c_str()));
@@ -162,13 +178,14 @@ public:
         return names;
     }
 
-    Result CreateDirectories(const std::string& directory) override {
+    Result CreateDirectories(const std::string& directory, Durability durability) override {
         if (CheckFolder(directory)) return Result::Success();
         for (std::size_t end = directory.find('/', 1); end < directory.size();
              end = directory.find('/', end + 1)) {
-            if (const Result result = MakeFolder(directory.substr(0, end)); !result) return result;
+            if (const Result result = MakeFolder(directory.substr(0, end), durability); !result)
+                return result;
         }
-        return MakeFolder(directory);
+        return MakeFolder(directory, durability);
     }
 };
 

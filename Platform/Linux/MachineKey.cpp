@@ -45,7 +45,8 @@ ValueOr<std::string> ReadKey(const std::string& path) {
 
 /// Makes the key file complete and on the disk, or not at all. Whoever comes second finds it there.
 Result MakeKey(const std::string& folder, const std::string& path) {
-    if (const Result result = Production<IFiles>().CreateDirectories(folder); !result) return result;
+    const Result made = Production<IFiles>().CreateDirectories(folder, Durability::Synced);
+    if (!made) return made;
     auto temporary = TemporaryFile::CreateBeside(path);
     if (!temporary) return Result::Failure(temporary.Error());
     std::string key(KeySize, '\0');

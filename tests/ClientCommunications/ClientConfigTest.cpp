@@ -451,10 +451,10 @@ TEST_F(ClientConfigTest, TheCertificateComesFirstThenTheUrlAndTheIdLast) {
     ASSERT_GT(texts.size(), 6u);
     const std::vector<std::string> last(texts.end() - 6, texts.end());
     const std::string security = service.Path("OmbrySecurity");
-    EXPECT_THAT(last, ElementsAre("CreateDirectories " + security,
+    EXPECT_THAT(last, ElementsAre("CreateDirectories " + security + " Synced",
                                   "BeginReplace " + security + "/ombrysecurity.config Synced",
                                   "Complete " + security + "/ombrysecurity.config Synced",
-                                  "CreateDirectories " + security + "/CS",
+                                  "CreateDirectories " + security + "/CS Synced",
                                   "BeginReplace " + security + "/CS/datacenterid.config Synced",
                                   "Complete " + security + "/CS/datacenterid.config Synced"));
     texts.resize(texts.size() - 6);

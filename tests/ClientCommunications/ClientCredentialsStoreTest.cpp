@@ -259,7 +259,7 @@ protected:
 TEST_F(CreatedStoreTest, TheFileIsTheTextUnderTheFileEntropyWithEachValueUnderTheValueEntropy) {
     CreateClientCredentialsStore("dir", true, nullptr)->Save(Credentials("name", "the id", "the secret"));
 
-    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories dir/Components/name",
+    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories dir/Components/name Synced",
                                            "BeginReplace dir/Components/name/ombrycomponent.config Synced",
                                            "Complete dir/Components/name/ombrycomponent.config Synced"));
     const std::string blob = *files.Content("dir/Components/name/ombrycomponent.config");

@@ -55,9 +55,10 @@ TEST_F(DirectoryKeyValueStorageTest, PlusAndEqualsSignsStayAndEverySolidusGoes) 
 TEST_F(DirectoryKeyValueStorageTest, SetStagesDeletesAndRenames) {
     storage.SetByKey("abc", "value");
 
-    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories dir", "BeginReplace " + AbcFile + "-s Unsynced",
-                                           "Complete " + AbcFile + "-s Unsynced", "Remove " + AbcFile + "-p",
-                                           "Rename " + AbcFile + "-s " + AbcFile + "-p"));
+    EXPECT_THAT(files.Texts(),
+                ElementsAre("CreateDirectories dir Unsynced", "BeginReplace " + AbcFile + "-s Unsynced",
+                            "Complete " + AbcFile + "-s Unsynced", "Remove " + AbcFile + "-p Unsynced",
+                            "Rename " + AbcFile + "-s " + AbcFile + "-p"));
 }
 
 TEST_F(DirectoryKeyValueStorageTest, GetReadsOnceIfTheCommittedFileIsThere) {
@@ -88,8 +89,9 @@ TEST_F(DirectoryKeyValueStorageTest, RemoveTakesBothFilesAndIgnoresTheResults) {
 
     storage.RemoveByKey("abc");
     EXPECT_NO_THROW(storage.RemoveByKey("abc"));
-    EXPECT_THAT(files.Texts(), ElementsAre("Remove " + AbcFile + "-p", "Remove " + AbcFile + "-s",
-                                           "Remove " + AbcFile + "-p", "Remove " + AbcFile + "-s"));
+    EXPECT_THAT(files.Texts(),
+                ElementsAre("Remove " + AbcFile + "-p Unsynced", "Remove " + AbcFile + "-s Unsynced",
+                            "Remove " + AbcFile + "-p Unsynced", "Remove " + AbcFile + "-s Unsynced"));
     EXPECT_THAT(files.Contents(), ElementsAre(Pair("dir/other-p", "3")));
 
     storage.RemoveEntry("other");

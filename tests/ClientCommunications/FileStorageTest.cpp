@@ -93,7 +93,7 @@ TEST_F(FileStorageTest, WhatIsNoRegularFileCountsAsOneThatDidNotOpen) {
 TEST_F(FileStorageTest, SaveMakesTheFoldersThenReplacesTheWholeFile) {
     FileStorage("a/b/file", true).Save("text");
 
-    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories a/b", "BeginReplace a/b/file Synced",
+    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories a/b Synced", "BeginReplace a/b/file Synced",
                                            "Complete a/b/file Synced"));
     EXPECT_THAT(files.Contents(), ElementsAre(Pair("a/b/file", "text")));
     EXPECT_EQ(files.OpenReplacements(), 0);
@@ -111,7 +111,7 @@ TEST_F(FileStorageTest, SaveReplacesLongerContentByShorterAndByNone) {
 TEST_F(FileStorageTest, CachesAreSavedWithoutSyncing) {
     FileStorage("a/file", true, nullptr, Durability::Unsynced).Save("text");
 
-    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories a", "BeginReplace a/file Unsynced",
+    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories a Unsynced", "BeginReplace a/file Unsynced",
                                            "Complete a/file Unsynced"));
 }
 
@@ -130,7 +130,7 @@ TEST_F(FileStorageTest, TheLastSeparatorOfEitherKindEndsTheParent) {
         files.ClearOperations();
         files.PutFolder(parent);
         FileStorage(path, true).Save("x");
-        EXPECT_EQ(files.Texts().front(), "CreateDirectories " + parent);
+        EXPECT_EQ(files.Texts().front(), "CreateDirectories " + parent + " Synced");
         EXPECT_EQ(files.Content(path), "x") << path;
     }
 }
@@ -147,7 +147,7 @@ TEST_F(FileStorageTest, FoldersThatCannotBeMadeAreAFilesystemErrorOfTheirPath) {
         // The number is the system's, and so is its category.
         EXPECT_EQ(failure.code(), std::error_code(EACCES, std::system_category()));
     }
-    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories a/b"));
+    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories a/b Synced"));
 }
 
 TEST_F(FileStorageTest, AFileThatDoesNotOpenForWritingKeepsItsContentAndCallsNoHook) {

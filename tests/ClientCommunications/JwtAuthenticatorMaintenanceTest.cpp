@@ -253,8 +253,9 @@ TEST_F(JwtAuthenticatorMaintenanceTest, BothCopiesOfAnEntryCountOnce) {
 
     RunPass(1);
 
-    EXPECT_EQ(files.Texts(), (Texts{"List " + Directory, "Read " + PathOf("a") + "-p",
-                                    "Remove " + PathOf("a") + "-p", "Remove " + PathOf("a") + "-s"}));
+    EXPECT_EQ(files.Texts(),
+              (Texts{"List " + Directory, "Read " + PathOf("a") + "-p",
+                     "Remove " + PathOf("a") + "-p Unsynced", "Remove " + PathOf("a") + "-s Unsynced"}));
     EXPECT_EQ(logger->Messages(), Texts{"Removing expired token for a"});
 }
 

@@ -72,7 +72,16 @@ TEST_F(NamedFileStorageTest, DeleteRemovesTheFileAndIgnoresTheResult) {
     EXPECT_NO_THROW(storage.Delete("folder"));
     EXPECT_THAT(files.Contents(), ElementsAre(Pair("dir/b.x", "2")));
     EXPECT_TRUE(files.Exists("dir/folder.x"));
-    EXPECT_THAT(files.Texts(), ElementsAre("Remove dir/a.x", "Remove dir/a.x", "Remove dir/folder.x"));
+    EXPECT_THAT(files.Texts(),
+                ElementsAre("Remove dir/a.x Synced", "Remove dir/a.x Synced", "Remove dir/folder.x Synced"));
+}
+
+TEST_F(NamedFileStorageTest, DeletedCachesAreNotSynced) {
+    files.Put("a", "1");
+
+    NamedFileStorage("", "", true, nullptr, Platform::Durability::Unsynced).Delete("a");
+
+    EXPECT_THAT(files.Texts(), ElementsAre("Remove a Unsynced"));
 }
 
 TEST_F(NamedFileStorageTest, RenameMovesTheFileAndIgnoresTheResult) {

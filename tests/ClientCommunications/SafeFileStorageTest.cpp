@@ -51,9 +51,9 @@ TEST_F(SafeFileStorageTest, SaveStagesThenDeletesThenRenames) {
 
     SafeFileStorage("dir/blob", true).Save("new");
 
-    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories dir", "BeginReplace dir/blob-s Unsynced",
-                                           "Complete dir/blob-s Unsynced", "Remove dir/blob-p",
-                                           "Rename dir/blob-s dir/blob-p"));
+    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories dir Unsynced",
+                                           "BeginReplace dir/blob-s Unsynced", "Complete dir/blob-s Unsynced",
+                                           "Remove dir/blob-p Unsynced", "Rename dir/blob-s dir/blob-p"));
     EXPECT_THAT(files.Contents(), ElementsAre(Pair("dir/blob-p", "new")));
 }
 
@@ -101,7 +101,7 @@ TEST_F(SafeFileStorageTest, WithJustAStagedFileLoadFinishesTheSave) {
     EXPECT_EQ(SafeFileStorage("blob", true).Load(), "staged");
 
     EXPECT_THAT(files.Texts(),
-                ElementsAre("Read blob-p", "Read blob-s", "Remove blob-p", "Rename blob-s blob-p"));
+                ElementsAre("Read blob-p", "Read blob-s", "Remove blob-p Unsynced", "Rename blob-s blob-p"));
     EXPECT_THAT(files.Contents(), ElementsAre(Pair("blob-p", "staged")));
 }
 

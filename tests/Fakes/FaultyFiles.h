@@ -31,9 +31,9 @@ public:
             std::make_unique<Replacement>(*this, std::move(*begun), path, durability));
     }
 
-    Platform::Result Remove(const std::string& path) override {
-        const auto result = Record({"Remove", path, {}, {}});
-        return result ? inner.Remove(path) : result;
+    Platform::Result Remove(const std::string& path, Platform::Durability durability) override {
+        const auto result = Record({"Remove", path, {}, durability});
+        return result ? inner.Remove(path, durability) : result;
     }
 
     Platform::Result Rename(const std::string& from, const std::string& to) override {
@@ -46,9 +46,10 @@ public:
         return inner.List(directory);
     }
 
-    Platform::Result CreateDirectories(const std::string& directory) override {
-        const auto result = Record({"CreateDirectories", directory, {}, {}});
-        return result ? inner.CreateDirectories(directory) : result;
+    Platform::Result CreateDirectories(const std::string& directory,
+                                       Platform::Durability durability) override {
+        const auto result = Record({"CreateDirectories", directory, {}, durability});
+        return result ? inner.CreateDirectories(directory, durability) : result;
     }
 
 private:

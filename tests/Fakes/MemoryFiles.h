@@ -47,8 +47,9 @@ public:
             std::make_unique<Replacement>(*this, path, size, durability));
     }
 
-    Platform::Result Remove(const std::string& path) override {
-        if (const auto result = Record({"Remove", path, {}, {}}); !result) return result;
+    Platform::Result Remove(const std::string& path,
+                            Platform::Durability durability = Platform::Durability::Unsynced) override {
+        if (const auto result = Record({"Remove", path, {}, durability}); !result) return result;
         std::lock_guard guard(mutex);
         const Node* node = Find(path);
         if (!node) return Failure(ENOENT);
@@ -83,8 +84,11 @@ public:
         return names;
     }
 
-    Platform::Result CreateDirectories(const std::string& directory) override {
-        if (const auto result = Record({"CreateDirectories", directory, {}, {}}); !result) return result;
+    Platform::Result CreateDirectories(
+        const std::string& directory,
+        Platform::Durability durability = Platform::Durability::Unsynced) override {
+        if (const auto result = Record({"CreateDirectories", directory, {}, durability}); !result)
+            return result;
         std::lock_guard guard(mutex);
         if (directory.empty()) return Failure(ENOENT);
         return MakeFolders(Normal(directory)) ? Platform::Result::Success() : Failure(ENOTDIR);

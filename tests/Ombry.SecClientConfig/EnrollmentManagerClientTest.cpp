@@ -66,7 +66,7 @@ TEST_F(EnrollmentManagerClientTest, SecondEnrolmentDeletesTheFirstByItsStoredId)
 
     EXPECT_EQ(steps, Join({{"Read " + CredentialsPath("a")},
                            DeleteCall(),
-                           {"Remove " + CredentialsPath("a")},
+                           {"Remove " + CredentialsPath("a") + " Synced"},
                            ReadDatacenter(),
                            EnrollCall(),
                            Save(CredentialsPath("a"))}));
@@ -115,7 +115,7 @@ TEST_F(EnrollmentManagerClientTest, DeletionOfWhatTheServiceNoLongerKnowsIsDone)
 
     Manager().EnrollClient(Request("a"));
 
-    EXPECT_EQ(std::count(steps.begin(), steps.end(), "Remove " + CredentialsPath("a")), 1);
+    EXPECT_EQ(std::count(steps.begin(), steps.end(), "Remove " + CredentialsPath("a") + " Synced"), 1);
 }
 
 TEST_F(EnrollmentManagerClientTest, NetworkThatFailsDuringTheDeletionIsSwallowed) {
@@ -192,7 +192,7 @@ TEST_F(EnrollmentManagerClientTest, MachineWithoutDatacenterFailsWhenTheOldClien
 
     EXPECT_EQ(steps, Join({{"Read " + CredentialsPath("a")},
                            DeleteCall(),
-                           {"Remove " + CredentialsPath("a")},
+                           {"Remove " + CredentialsPath("a") + " Synced"},
                            ReadDatacenter()}));
 }
 
@@ -262,8 +262,9 @@ TEST_F(EnrollmentManagerClientTest, UnenrolmentDeletesAtTheServiceAndThenHere) {
 
         Manager().UnenrollClient("a");
 
-        EXPECT_EQ(steps,
-                  Join({{"Read " + CredentialsPath("a")}, DeleteCall(), {"Remove " + CredentialsPath("a")}}))
+        EXPECT_EQ(steps, Join({{"Read " + CredentialsPath("a")},
+                               DeleteCall(),
+                               {"Remove " + CredentialsPath("a") + " Synced"}}))
             << status;
         EXPECT_EQ(StoredClient("a"), "");
     }
@@ -312,7 +313,7 @@ TEST_F(EnrollmentManagerClientTest, ClientRemovesItselfWithoutALookAtItsId) {
         Manager().UnenrollClientSelf("a");
 
         EXPECT_EQ(steps, Join({Call("v1-auth", "1", "DELETE", "/v1/auth/clients"),
-                               {"Remove " + CredentialsPath("a")}}))
+                               {"Remove " + CredentialsPath("a") + " Synced"}}))
             << status;
         EXPECT_EQ(StoredClient("a"), "");
     }

@@ -95,8 +95,8 @@ protected:
             "call name " + service + " " + method + " " + path + content + " Contract-Version=" + contract};
     }
     static Texts Save(const std::string& path) {
-        return {"CreateDirectories " + path.substr(0, path.rfind('/')), "BeginReplace " + path + " Synced",
-                "Complete " + path + " Synced"};
+        return {"CreateDirectories " + path.substr(0, path.rfind('/')) + " Synced",
+                "BeginReplace " + path + " Synced", "Complete " + path + " Synced"};
     }
     static Texts ReadDatacenter() {
         return {"Read /m/Quennet/common.config", "Read " + Security + "/CS/datacenterid.config"};

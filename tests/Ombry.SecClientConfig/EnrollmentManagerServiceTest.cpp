@@ -302,7 +302,7 @@ TEST_F(EnrollmentManagerServiceTest, UnenrolmentDeletesByTheRecordAndThenTheReco
 
         EXPECT_EQ(steps, Join({{"Read " + RecordPath("Owner", "Svc")},
                                DeleteCall("id-1"),
-                               {"Remove " + RecordPath("Owner", "Svc")}}));
+                               {"Remove " + RecordPath("Owner", "Svc") + " Synced"}}));
         EXPECT_FALSE(files.Exists(RecordPath("Owner", "Svc")));
     }
 }

@@ -430,7 +430,7 @@ TEST_F(CertificateStoreTest, EveryChangeIsAtomicAndOnTheDisk) {
     const Testing::Replace<IFiles> replacedFiles(files);
     Add(1, u"name");
     const std::string path = directory / (folder + "/" + FileNames()[0]);
-    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories " + directory / folder,
+    EXPECT_THAT(files.Texts(), ElementsAre("CreateDirectories " + directory / folder + " Synced",
                                            "BeginReplace " + directory / (folder + "/.reserve Unsynced"),
                                            "List " + directory / folder, "BeginReplace " + path + " Synced",
                                            "Complete " + path + " Synced", "BeginReplace " + path + " Synced",

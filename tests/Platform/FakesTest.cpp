@@ -16,18 +16,18 @@ using testing::Pair;
 TEST(MemoryFilesTest, EveryOperationIsRecordedInOrderWithItsDurability) {
     MemoryFiles files;
     files.Put("a/b", "x");
-    static_cast<void>(files.CreateDirectories("c"));
+    static_cast<void>(files.CreateDirectories("c", Durability::Synced));
     static_cast<void>(files.Read("a/b"));
     static_cast<void>(files.State("a/b"));
     static_cast<void>((*files.BeginReplace("c/d", 1, Durability::Synced))->Complete("y"));
     static_cast<void>(files.BeginReplace("c/e", 1, Durability::Unsynced));
     static_cast<void>(files.Rename("c/d", "c/f"));
     static_cast<void>(files.List("c"));
-    static_cast<void>(files.Remove("a/b"));
+    static_cast<void>(files.Remove("a/b", Durability::Synced));
     EXPECT_THAT(files.Texts(),
-                ElementsAre("CreateDirectories c", "Read a/b", "State a/b", "BeginReplace c/d Synced",
+                ElementsAre("CreateDirectories c Synced", "Read a/b", "State a/b", "BeginReplace c/d Synced",
                             "Complete c/d Synced", "BeginReplace c/e Unsynced", "Rename c/d c/f", "List c",
-                            "Remove a/b"));
+                            "Remove a/b Synced"));
     EXPECT_THAT(files.Contents(), ElementsAre(Pair("c/f", "y")));
     EXPECT_EQ(files.OpenReplacements(), 0);
 }

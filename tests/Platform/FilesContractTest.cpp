@@ -94,7 +94,7 @@ TYPED_TEST(FilesContractTest, ReadOfMissingFileFailsWithNoEntry) {
 }
 
 TYPED_TEST(FilesContractTest, ReadOfFolderFails) {
-    ASSERT_TRUE(this->files.CreateDirectories(this->At("folder")));
+    ASSERT_TRUE(this->files.CreateDirectories(this->At("folder"), Durability::Unsynced));
     const auto read = this->files.Read(this->At("folder"));
     ASSERT_FALSE(read);
     EXPECT_EQ(read.Error(), EISDIR);
@@ -121,7 +121,7 @@ TYPED_TEST(FilesContractTest, StateIsTheSameUntilTheFileIsAnother) {
 }
 
 TYPED_TEST(FilesContractTest, OnlyRegularFileHasState) {
-    ASSERT_TRUE(this->files.CreateDirectories(this->At("folder")));
+    ASSERT_TRUE(this->files.CreateDirectories(this->At("folder"), Durability::Unsynced));
     this->disk.PutLink(this->At("link"));
     EXPECT_EQ(this->files.State(this->At("missing")).Error(), ENOENT);
     EXPECT_EQ(this->files.State(this->At("folder")).Error(), EISDIR);
@@ -162,7 +162,7 @@ TYPED_TEST(FilesContractTest, DataOfAnotherSizeThanAnnouncedIsRefused) {
 }
 
 TYPED_TEST(FilesContractTest, ReplacementOfFolderIsRefusedAtTheStart) {
-    ASSERT_TRUE(this->files.CreateDirectories(this->At("folder")));
+    ASSERT_TRUE(this->files.CreateDirectories(this->At("folder"), Durability::Unsynced));
     const auto replacement = this->files.BeginReplace(this->At("folder"), 1, Durability::Unsynced);
     ASSERT_FALSE(replacement);
     EXPECT_EQ(replacement.Error(), EISDIR);
@@ -191,17 +191,17 @@ TYPED_TEST(FilesContractTest, ReplacementBelowFileFailsAtTheStart) {
 
 TYPED_TEST(FilesContractTest, RemoveTakesTheFileAway) {
     this->Save(this->At("file"), "x");
-    EXPECT_TRUE(this->files.Remove(this->At("file")));
+    EXPECT_TRUE(this->files.Remove(this->At("file"), Durability::Unsynced));
     EXPECT_EQ(this->files.Read(this->At("file")).Error(), ENOENT);
 }
 
 TYPED_TEST(FilesContractTest, RemoveOfMissingFileFails) {
-    EXPECT_EQ(this->files.Remove(this->At("missing")).Error(), ENOENT);
+    EXPECT_EQ(this->files.Remove(this->At("missing"), Durability::Unsynced).Error(), ENOENT);
 }
 
 TYPED_TEST(FilesContractTest, RemoveNeverRemovesFolderEvenIfEmpty) {
-    ASSERT_TRUE(this->files.CreateDirectories(this->At("folder")));
-    EXPECT_EQ(this->files.Remove(this->At("folder")).Error(), EISDIR);
+    ASSERT_TRUE(this->files.CreateDirectories(this->At("folder"), Durability::Unsynced));
+    EXPECT_EQ(this->files.Remove(this->At("folder"), Durability::Unsynced).Error(), EISDIR);
     EXPECT_THAT(this->Names(this->disk.Root()), ElementsAre("folder"));
 }
 
@@ -221,13 +221,13 @@ TYPED_TEST(FilesContractTest, RenameOfMissingFileFailsAndKeepsTheTarget) {
 
 TYPED_TEST(FilesContractTest, RenameOverFolderFails) {
     this->Save(this->At("from"), "x");
-    ASSERT_TRUE(this->files.CreateDirectories(this->At("folder")));
+    ASSERT_TRUE(this->files.CreateDirectories(this->At("folder"), Durability::Unsynced));
     EXPECT_EQ(this->files.Rename(this->At("from"), this->At("folder")).Error(), EISDIR);
     EXPECT_EQ(*this->files.Read(this->At("from")), "x");
 }
 
 TYPED_TEST(FilesContractTest, ListGivesFilesAndFoldersOfOneLevel) {
-    ASSERT_TRUE(this->files.CreateDirectories(this->At("folder/below")));
+    ASSERT_TRUE(this->files.CreateDirectories(this->At("folder/below"), Durability::Unsynced));
     this->Save(this->At("a"), "");
     this->Save(this->At("folder/c"), "");
     EXPECT_THAT(this->Names(this->disk.Root()), UnorderedElementsAre("a", "folder"));
@@ -245,27 +245,27 @@ TYPED_TEST(FilesContractTest, ListOfFileFails) {
 }
 
 TYPED_TEST(FilesContractTest, CreateDirectoriesMakesMissingParentsAndAcceptsExistingOnes) {
-    EXPECT_TRUE(this->files.CreateDirectories(this->At("a/b")));
-    EXPECT_TRUE(this->files.CreateDirectories(this->At("a/b/c/d")));
-    EXPECT_TRUE(this->files.CreateDirectories(this->At("a/b/c/d")));
+    EXPECT_TRUE(this->files.CreateDirectories(this->At("a/b"), Durability::Unsynced));
+    EXPECT_TRUE(this->files.CreateDirectories(this->At("a/b/c/d"), Durability::Unsynced));
+    EXPECT_TRUE(this->files.CreateDirectories(this->At("a/b/c/d"), Durability::Unsynced));
     EXPECT_THAT(this->Names(this->At("a/b/c")), ElementsAre("d"));
 }
 
 TYPED_TEST(FilesContractTest, DoubleAndTrailingSeparatorsPlayNoPart) {
-    EXPECT_TRUE(this->files.CreateDirectories(this->At("cache//deep///")));
+    EXPECT_TRUE(this->files.CreateDirectories(this->At("cache//deep///"), Durability::Unsynced));
     this->Save(this->At("cache//deep//file"), "x");
     EXPECT_EQ(*this->files.Read(this->At("cache/deep/file")), "x");
 }
 
 TYPED_TEST(FilesContractTest, CreateDirectoriesFailsWhereFileStands) {
     this->Save(this->At("file"), "x");
-    EXPECT_EQ(this->files.CreateDirectories(this->At("file")).Error(), ENOTDIR);
-    EXPECT_EQ(this->files.CreateDirectories(this->At("file/below")).Error(), ENOTDIR);
+    EXPECT_EQ(this->files.CreateDirectories(this->At("file"), Durability::Unsynced).Error(), ENOTDIR);
+    EXPECT_EQ(this->files.CreateDirectories(this->At("file/below"), Durability::Unsynced).Error(), ENOTDIR);
     EXPECT_EQ(*this->files.Read(this->At("file")), "x");
 }
 
 TYPED_TEST(FilesContractTest, CreateDirectoriesOfEmptyPathFails) {
-    EXPECT_EQ(this->files.CreateDirectories("").Error(), ENOENT);
+    EXPECT_EQ(this->files.CreateDirectories("", Durability::Unsynced).Error(), ENOENT);
 }
 
 }  // namespace

@@ -105,7 +105,7 @@ TEST_F(FilesTest, SizeBeyondWhatTheSystemAllowsFailsAtTheStart) {
 }
 
 TEST_F(FilesTest, FileSystemThatCannotReserveOrSyncIsGoodEnough) {
-    for (const int error : {EOPNOTSUPP, EINVAL, EINTR}) {
+    for (const int error : {0, EOPNOTSUPP, EINVAL, EINTR}) {
         SystemCalls calls;
         calls.Fail("posix_fallocate", error);
         EXPECT_TRUE(Save(directory / "file", "data", Durability::Synced)) << error;
@@ -403,7 +403,7 @@ TEST_F(FilesTest, NewFoldersArePrivateWhateverTheMask) {
     for (const mode_t mask : {0, 022, 077, 0777}) {
         const std::string top = directory / std::to_string(mask);
         const Mask scoped(mask);
-        ASSERT_TRUE(files.CreateDirectories(top + "/a/b"));
+        ASSERT_TRUE(files.CreateDirectories(top + "/a/b", Durability::Unsynced));
         EXPECT_EQ(ModeOf(top), 0700u) << mask;
         EXPECT_EQ(ModeOf(top + "/a"), 0700u) << mask;
         EXPECT_EQ(ModeOf(top + "/a/b"), 0700u) << mask;
@@ -411,10 +411,10 @@ TEST_F(FilesTest, NewFoldersArePrivateWhateverTheMask) {
 }
 
 TEST_F(FilesTest, ExistingFoldersKeepTheirMode) {
-    ASSERT_TRUE(files.CreateDirectories(directory / "a"));
+    ASSERT_TRUE(files.CreateDirectories(directory / "a", Durability::Unsynced));
     ASSERT_EQ(chmod((directory / "a").c_str(), 0755), 0);
-    EXPECT_TRUE(files.CreateDirectories(directory / "a"));
-    EXPECT_TRUE(files.CreateDirectories(directory / "a/b"));
+    EXPECT_TRUE(files.CreateDirectories(directory / "a", Durability::Unsynced));
+    EXPECT_TRUE(files.CreateDirectories(directory / "a/b", Durability::Unsynced));
     EXPECT_EQ(ModeOf(directory / "a"), 0755u);
     EXPECT_EQ(ModeOf(directory / "a/b"), 0700u);
 }
@@ -423,18 +423,18 @@ TEST_F(FilesTest, LinkToFolderCountsAsFolderAndDanglingLinkDoesNot) {
     std::filesystem::create_directory(directory / "real");
     std::filesystem::create_directory_symlink(directory / "real", directory / "link");
     std::filesystem::create_symlink(directory / "nowhere", directory / "dangling");
-    EXPECT_TRUE(files.CreateDirectories(directory / "link"));
-    EXPECT_TRUE(files.CreateDirectories(directory / "link/below"));
+    EXPECT_TRUE(files.CreateDirectories(directory / "link", Durability::Unsynced));
+    EXPECT_TRUE(files.CreateDirectories(directory / "link/below", Durability::Unsynced));
     EXPECT_TRUE(std::filesystem::is_directory(directory / "real/below"));
-    EXPECT_EQ(files.CreateDirectories(directory / "dangling").Error(), ENOTDIR);
-    EXPECT_EQ(files.CreateDirectories(directory / "dangling/below").Error(), ENOTDIR);
+    EXPECT_EQ(files.CreateDirectories(directory / "dangling", Durability::Unsynced).Error(), ENOTDIR);
+    EXPECT_EQ(files.CreateDirectories(directory / "dangling/below", Durability::Unsynced).Error(), ENOTDIR);
 }
 
 TEST_F(FilesTest, FolderThatCannotBeLookedAtIsNotCalledAFile) {
     std::filesystem::create_symlink(directory / "there", directory / "back");
     std::filesystem::create_symlink(directory / "back", directory / "there");
-    EXPECT_EQ(files.CreateDirectories(directory / "back").Error(), ELOOP);
-    EXPECT_EQ(files.CreateDirectories(directory / "back/below").Error(), ELOOP);
+    EXPECT_EQ(files.CreateDirectories(directory / "back", Durability::Unsynced).Error(), ELOOP);
+    EXPECT_EQ(files.CreateDirectories(directory / "back/below", Durability::Unsynced).Error(), ELOOP);
 }
 
 TEST_F(FilesTest, FolderThatAnotherProcessMakesMeanwhileIsNoFailure) {
@@ -442,7 +442,7 @@ TEST_F(FilesTest, FolderThatAnotherProcessMakesMeanwhileIsNoFailure) {
     calls.Before([](const SystemCalls::Call& call) {
         if (call.name == "mkdir") std::filesystem::create_directory(call.text);
     });
-    EXPECT_TRUE(files.CreateDirectories(directory / "a/b"));
+    EXPECT_TRUE(files.CreateDirectories(directory / "a/b", Durability::Synced));
     EXPECT_TRUE(std::filesystem::is_directory(directory / "a/b"));
     EXPECT_EQ(calls.Count("chmod"), 0u);
 }
@@ -453,7 +453,8 @@ TEST_F(FilesTest, ThreadsThatMakeTheSameFoldersAllSucceed) {
         std::atomic<int> succeeded{0};
         std::vector<std::thread> threads;
         for (int i = 0; i < 4; ++i) {
-            threads.emplace_back([&] { succeeded += files.CreateDirectories(path) ? 1 : 0; });
+            threads.emplace_back(
+                [&] { succeeded += files.CreateDirectories(path, Durability::Unsynced) ? 1 : 0; });
         }
         for (std::thread& thread : threads)
             thread.join();
@@ -465,11 +466,11 @@ TEST_F(FilesTest, FolderThatCannotBeMadeGivesTheSystemsNumber) {
     for (const int error : {EROFS, EACCES, ENOSPC}) {
         SystemCalls calls;
         calls.Fail("mkdir", error, 100);
-        EXPECT_EQ(files.CreateDirectories(directory / "new").Error(), error);
+        EXPECT_EQ(files.CreateDirectories(directory / "new", Durability::Unsynced).Error(), error);
     }
     SystemCalls calls;
     calls.Fail("chmod", EPERM);
-    EXPECT_EQ(files.CreateDirectories(directory / "new").Error(), EPERM);
+    EXPECT_EQ(files.CreateDirectories(directory / "new", Durability::Unsynced).Error(), EPERM);
 }
 
 TEST_F(FilesTest, ParentsOnReadOnlyFileSystemAreNotInTheWay) {
@@ -480,13 +481,44 @@ TEST_F(FilesTest, ParentsOnReadOnlyFileSystemAreNotInTheWay) {
     for (const char character : directory.Path())
         above += character == '/';
     calls.Fail("mkdir", EROFS, static_cast<int>(above) + 1);
-    EXPECT_TRUE(files.CreateDirectories(directory / "here/new"));
+    EXPECT_TRUE(files.CreateDirectories(directory / "here/new", Durability::Unsynced));
+}
+
+TEST_F(FilesTest, EachNewFolderIsSyncedIntoItsParentIfItIsToBeDurable) {
+    std::filesystem::create_directory(directory / "here");
+    SystemCalls calls;
+    std::vector<std::string> steps;
+    calls.Before([&](const SystemCalls::Call& call) {
+        if (call.name == "mkdir" && std::filesystem::exists(call.text)) return;  // a parent that stands
+        const bool named = call.text.starts_with(directory / "here");
+        if (named || !steps.empty())
+            steps.push_back(call.name + (named ? call.text.substr(directory.Path().size()) : ""));
+    });
+    ASSERT_TRUE(files.CreateDirectories(directory / "here/a/b", Durability::Synced));
+    EXPECT_THAT(steps, ElementsAre("mkdir/here/a", "chmod/here/a", "open/here", "fsync", "close",
+                                   "mkdir/here/a/b", "chmod/here/a/b", "open/here/a", "fsync", "close"));
+}
+
+TEST_F(FilesTest, NewFolderOfCachesDoesNotWaitForTheDisk) {
+    SystemCalls calls;
+    ASSERT_TRUE(files.CreateDirectories(directory / "a/b", Durability::Unsynced));
+    EXPECT_EQ(calls.Count("fsync"), 0u);
+}
+
+TEST_F(FilesTest, FolderThatDoesNotReachTheDiskIsAFailure) {
+    const std::size_t descriptors = OpenDescriptors();
+    for (const std::string name : {"open", "fsync"}) {
+        SystemCalls calls;
+        calls.Fail(name, EIO);
+        EXPECT_EQ(files.CreateDirectories(directory / name, Durability::Synced).Error(), EIO) << name;
+    }
+    EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
 TEST_F(FilesTest, FolderThatStandsCostsNoCallThatCouldChangeAnything) {
     std::filesystem::create_directories(directory / "a/b");
     SystemCalls calls;
-    EXPECT_TRUE(files.CreateDirectories(directory / "a/b"));
+    EXPECT_TRUE(files.CreateDirectories(directory / "a/b", Durability::Unsynced));
     EXPECT_THAT(calls.Names(), IsEmpty());
 }
 
@@ -528,7 +560,7 @@ TEST_F(FilesTest, ListGivesHiddenNamesAndManyOfThem) {
 TEST_F(FilesTest, RemoveTakesLinkAndNotWhatItLeadsTo) {
     directory.Write("target", "x");
     std::filesystem::create_symlink(directory / "target", directory / "link");
-    EXPECT_TRUE(files.Remove(directory / "link"));
+    EXPECT_TRUE(files.Remove(directory / "link", Durability::Unsynced));
     EXPECT_THAT(Names(), ElementsAre("target"));
 }
 
@@ -538,9 +570,39 @@ TEST_F(FilesTest, RenameAndRemoveGiveTheSystemsNumber) {
     calls.Fail("rename", EXDEV);
     EXPECT_EQ(files.Rename(directory / "file", directory / "other").Error(), EXDEV);
     calls.Fail("unlink", EROFS);
-    EXPECT_EQ(files.Remove(directory / "file").Error(), EROFS);
+    EXPECT_EQ(files.Remove(directory / "file", Durability::Unsynced).Error(), EROFS);
     EXPECT_THAT(Names(), ElementsAre("file"));
 }
 
 }  // namespace
 }  // namespace Ombry::Tests
+TEST_F(FilesTest, RemovalThatIsToBeDurableSyncsTheFolderThatWasOpenedBefore) {
+    directory.Write("file", "x");
+    SystemCalls calls;
+    ASSERT_TRUE(files.Remove(directory / "file", Durability::Synced));
+    EXPECT_THAT(calls.Names(), ElementsAre("open", "unlink", "fsync", "close"));
+    EXPECT_EQ(calls.Calls()[0].text, directory.Path());
+    EXPECT_EQ(calls.Calls()[2].argument, calls.Calls()[3].argument);
+}
+
+TEST_F(FilesTest, RemovalOfACacheDoesNotWaitForTheDisk) {
+    directory.Write("file", "x");
+    SystemCalls calls;
+    ASSERT_TRUE(files.Remove(directory / "file", Durability::Unsynced));
+    EXPECT_THAT(calls.Names(), ElementsAre("unlink"));
+}
+
+TEST_F(FilesTest, RemovalThatDoesNotReachTheDiskIsAFailure) {
+    const std::size_t descriptors = OpenDescriptors();
+    for (const std::string name : {"open", "unlink", "fsync"}) {
+        directory.Write("file", "x");
+        {
+            SystemCalls calls;
+            calls.Fail(name, EIO);
+            EXPECT_EQ(files.Remove(directory / "file", Durability::Synced).Error(), EIO) << name;
+        }
+        EXPECT_EQ(Names().empty(), name == "fsync") << name;
+    }
+    EXPECT_EQ(OpenDescriptors(), descriptors);
+}
+
