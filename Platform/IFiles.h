@@ -13,10 +13,11 @@
 namespace Ombry::Platform {
 
 /// Whether a change of a folder - a file that was replaced or removed, a new folder - is on the disk before
-/// it is reported done.
+/// it is reported done. A power cut undoes one that is not, as a whole: what a file holds is on the disk
+/// before the file has its name.
 enum class Durability {
     Synced,   ///< identity, trust, configuration: must survive a power cut
-    Unsynced  ///< caches: losing one costs one call
+    Unsynced  ///< caches: losing one, or getting an older one back, costs one call
 };
 
 /// A file that is about to take the place of another. Until `Complete` succeeds, the old file stands
@@ -25,7 +26,8 @@ class IFileReplacement {
 public:
     virtual ~IFileReplacement() = default;
 
-    /// Writes `data`, which must have the announced size, and renames the new file over the old. Called once.
+    /// Writes `data`, which must have the announced size, and renames the new file over the old once its
+    /// content is on the disk. Called once.
     virtual Result Complete(std::string_view data) = 0;
 
     /// Whether `Complete` wrote everything and then could not give the new file its name: the old one may not

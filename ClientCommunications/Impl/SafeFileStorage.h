@@ -7,8 +7,9 @@
 namespace Ombry::ClientCommunications {
 
 /// A blob that survives a crash in mid-write: the committed copy is the path with "-p", the staging copy with
-/// "-s". Loading finishes a save that was interrupted. Used for caches, so it is not synced to the disk. Has
-/// no lock.
+/// "-s". Loading finishes a save that was interrupted. Used for caches: a power cut may bring an older blob
+/// back or leave none, but never a part of one. Has no lock: between two processes that use one path the blob
+/// may be lost, whole.
 class SafeFileStorage : public IStorage {
 public:
     SafeFileStorage(const std::string& path, bool failIfMissing);

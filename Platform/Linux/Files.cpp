@@ -1,4 +1,5 @@
 #include <dirent.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <cstdio>
@@ -30,13 +31,29 @@ Result CheckReplaceable(const std::string& path) {
     return S_ISREG(status.st_mode) ? Result::Success() : Result::Failure(ErrorForKind(status.st_mode));
 }
 
-/// Reserves the space of a file. A file system that cannot reserve shows a full disk when it is written to.
+/// Whether the process may make a file of that size. Reserving beyond the end of a file does not ask.
+Result CheckSizeLimit(std::uint64_t size) {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_FSIZE, &limit) != 0) return Result::Failure(errno);
+    const bool fits =
+        size <= static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()) && size <= limit.rlim_cur;
+    return fits ? Result::Success() : Result::Failure(EFBIG);
+}
+
+/// Reserves the space of a new file, whose size stays 0: there is never a file of NULs for a power cut to
+/// leave behind. Where the file system cannot do that, the C library writes the NULs, if it can, so that a
+/// full disk shows there, too; `Complete` writes over them.
 Result Reserve(int descriptor, std::uint64_t size) {
     if (size == 0) return Result::Success();
-    if (size > static_cast<std::uint64_t>(std::numeric_limits<off_t>::max())) return Result::Failure(EFBIG);
+    if (const Result result = CheckSizeLimit(size); !result) return result;
+    const auto length = static_cast<off_t>(size);
+    if (Retry([&] { return fallocate(descriptor, FALLOC_FL_KEEP_SIZE, 0, length); }) == 0) {
+        return Result::Success();
+    }
+    if (errno != EOPNOTSUPP && errno != ENOSYS) return Result::Failure(errno);
     int error;
     do {
-        error = posix_fallocate(descriptor, 0, static_cast<off_t>(size));
+        error = posix_fallocate(descriptor, 0, length);
     } while (error == EINTR);
     if (error == 0 || error == EOPNOTSUPP || error == EINVAL) return Result::Success();
     return Result::Failure(error);
@@ -65,9 +82,9 @@ public:
         if (data.size() != size || completed) return Result::Failure(EINVAL);
         completed = true;
         if (const Result result = Linux::WriteAll(temporary.Number(), data); !result) return result;
-        if (folder) {
-            if (const Result result = Linux::Sync(temporary.Number()); !result) return result;
-        }
+        // Of caches, too: a name that is on the disk ahead of the content stands for an empty file, or for
+        // half of one, which its readers would stumble over.
+        if (const Result result = Linux::Sync(temporary.Number()); !result) return result;
         if (const Result result = temporary.Close(); !result) return result;
         if (const Result result = temporary.RenameTo(path); !result) {
             refused = true;

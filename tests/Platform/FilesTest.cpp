@@ -47,8 +47,8 @@ protected:
 TEST_F(FilesTest, SyncedReplacementIsOnTheDiskBeforeItIsRenamedAndItsFolderAfterwards) {
     SystemCalls calls;
     ASSERT_TRUE(Save(directory / "file", "data", Durability::Synced));
-    EXPECT_THAT(calls.Names(), ElementsAre("open", "getrandom", "open", "flock", "posix_fallocate", "write",
-                                           "fsync", "close", "rename", "fsync", "close", "close"));
+    EXPECT_THAT(calls.Names(), ElementsAre("open", "getrandom", "open", "flock", "fallocate", "write", "fsync",
+                                           "close", "rename", "fsync", "close", "close"));
     EXPECT_EQ(calls.Calls()[0].text, directory.Path());
     EXPECT_EQ(calls.Calls()[6].argument, calls.Calls()[5].argument);  // the file that was written
     EXPECT_EQ(calls.Calls()[8].text, directory / "file");
@@ -56,35 +56,59 @@ TEST_F(FilesTest, SyncedReplacementIsOnTheDiskBeforeItIsRenamedAndItsFolderAfter
     EXPECT_NE(calls.Calls()[9].argument, calls.Calls()[6].argument);
 }
 
-TEST_F(FilesTest, UnsyncedReplacementNeverWaitsForTheDisk) {
+TEST_F(FilesTest, UnsyncedReplacementIsOnTheDiskBeforeItIsRenamedAndItsFolderNeedNotBe) {
     SystemCalls calls;
     ASSERT_TRUE(Save(directory / "file", "data", Durability::Unsynced));
-    EXPECT_THAT(calls.Names(), ElementsAre("getrandom", "open", "flock", "posix_fallocate", "write", "close",
+    EXPECT_THAT(calls.Names(), ElementsAre("getrandom", "open", "flock", "fallocate", "write", "fsync", "close",
                                            "rename", "close"));
+    EXPECT_EQ(calls.Calls()[5].argument, calls.Calls()[4].argument);  // the file that was written
 }
 
 TEST_F(FilesTest, SpaceIsReservedWhenTheReplacementBegins) {
     SystemCalls calls;
     const auto replacement = files.BeginReplace(directory / "file", 12345, Durability::Unsynced);
     ASSERT_TRUE(replacement);
-    ASSERT_EQ(calls.Count("posix_fallocate"), 1u);
+    ASSERT_EQ(calls.Count("fallocate"), 1u);
     EXPECT_EQ(calls.Calls().back().argument, 12345);
+}
+
+TEST_F(FilesTest, ReservedSpaceIsNoPartOfTheFileThatAPowerCutCouldLeaveFullOfNuls) {
+    for (const Durability durability : {Durability::Synced, Durability::Unsynced}) {
+        const auto replacement = files.BeginReplace(directory / "file", 12345, durability);
+        ASSERT_TRUE(replacement);
+        ASSERT_EQ(Names().size(), 1u);
+        EXPECT_EQ(std::filesystem::file_size(directory / Names()[0]), 0u);
+    }
 }
 
 TEST_F(FilesTest, EmptyFileReservesNothing) {
     SystemCalls calls;
     ASSERT_TRUE(Save(directory / "file", "", Durability::Unsynced));
-    EXPECT_EQ(calls.Count("posix_fallocate"), 0u);
+    EXPECT_EQ(calls.Count("fallocate"), 0u);
     EXPECT_EQ(directory.Read("file"), "");
 }
 
 TEST_F(FilesTest, FullDiskShowsWhenTheReplacementBegins) {
     directory.Write("file", "old");
     SystemCalls calls;
-    calls.Fail("posix_fallocate", ENOSPC);
+    calls.Fail("fallocate", ENOSPC);
     EXPECT_EQ(files.BeginReplace(directory / "file", 3, Durability::Synced).Error(), ENOSPC);
     EXPECT_THAT(Names(), ElementsAre("file"));
     EXPECT_EQ(directory.Read("file"), "old");
+}
+
+TEST_F(FilesTest, FullDiskShowsWhenTheReplacementBeginsAlsoWhereTheFileSystemCannotReserve) {
+    directory.Write("file", "old");
+    for (const int without : {EOPNOTSUPP, ENOSYS}) {
+        SystemCalls calls;
+        calls.Fail("fallocate", without);
+        calls.Before([&](const SystemCalls::Call& call) {
+            if (call.name == "posix_fallocate") calls.Fail("posix_fallocate", ENOSPC);
+        });
+        EXPECT_EQ(files.BeginReplace(directory / "file", 3, Durability::Synced).Error(), ENOSPC) << without;
+        EXPECT_THAT(Names(), ElementsAre("file"));
+        EXPECT_EQ(directory.Read("file"), "old");
+    }
 }
 
 TEST_F(FilesTest, SizeBeyondWhatTheSystemAllowsFailsAtTheStart) {
@@ -107,8 +131,14 @@ TEST_F(FilesTest, SizeBeyondWhatTheSystemAllowsFailsAtTheStart) {
 TEST_F(FilesTest, FileSystemThatCannotReserveOrSyncIsGoodEnough) {
     for (const int error : {0, EOPNOTSUPP, EINVAL, EINTR}) {
         SystemCalls calls;
-        calls.Fail("posix_fallocate", error);
+        calls.Fail("fallocate", EOPNOTSUPP);
+        calls.Before([&](const SystemCalls::Call& call) {
+            if (call.name == "posix_fallocate" && calls.Count("posix_fallocate") == 1)
+                calls.Fail("posix_fallocate", error);
+        });
         EXPECT_TRUE(Save(directory / "file", "data", Durability::Synced)) << error;
+        EXPECT_EQ(calls.Count("posix_fallocate"), error == EINTR ? 2u : 1u);
+        EXPECT_EQ(directory.Read("file"), "data");
     }
     SystemCalls calls;
     calls.Fail("fsync", EINVAL, 2);
@@ -144,7 +174,7 @@ TEST_F(FilesTest, FailureOfAnyStepIsReportedAndLeavesTheOldFileAndNothingElse) {
 
 TEST_F(FilesTest, SignalsAndShortTransfersPlayNoPart) {
     const std::string data(10000, 'x');
-    for (const std::string name : {"open", "write", "fsync", "read", "getrandom"}) {
+    for (const std::string name : {"open", "fallocate", "write", "fsync", "read", "getrandom"}) {
         SystemCalls calls;
         calls.Fail(name, EINTR, 2);
         calls.LimitTransfers(999);
@@ -442,7 +472,7 @@ TEST_F(FilesTest, FolderThatAnotherProcessMakesMeanwhileIsNoFailure) {
     calls.Before([](const SystemCalls::Call& call) {
         if (call.name == "mkdir") std::filesystem::create_directory(call.text);
     });
-    EXPECT_TRUE(files.CreateDirectories(directory / "a/b", Durability::Synced));
+    EXPECT_TRUE(files.CreateDirectories(directory / "a/b", Durability::Unsynced));
     EXPECT_TRUE(std::filesystem::is_directory(directory / "a/b"));
     EXPECT_EQ(calls.Count("chmod"), 0u);
 }
@@ -518,7 +548,7 @@ TEST_F(FilesTest, FolderThatDoesNotReachTheDiskIsAFailure) {
 TEST_F(FilesTest, FolderThatStandsCostsNoCallThatCouldChangeAnything) {
     std::filesystem::create_directories(directory / "a/b");
     SystemCalls calls;
-    EXPECT_TRUE(files.CreateDirectories(directory / "a/b", Durability::Unsynced));
+    EXPECT_TRUE(files.CreateDirectories(directory / "a/b", Durability::Synced));
     EXPECT_THAT(calls.Names(), IsEmpty());
 }
 
@@ -564,18 +594,6 @@ TEST_F(FilesTest, RemoveTakesLinkAndNotWhatItLeadsTo) {
     EXPECT_THAT(Names(), ElementsAre("target"));
 }
 
-TEST_F(FilesTest, RenameAndRemoveGiveTheSystemsNumber) {
-    directory.Write("file", "x");
-    SystemCalls calls;
-    calls.Fail("rename", EXDEV);
-    EXPECT_EQ(files.Rename(directory / "file", directory / "other").Error(), EXDEV);
-    calls.Fail("unlink", EROFS);
-    EXPECT_EQ(files.Remove(directory / "file", Durability::Unsynced).Error(), EROFS);
-    EXPECT_THAT(Names(), ElementsAre("file"));
-}
-
-}  // namespace
-}  // namespace Ombry::Tests
 TEST_F(FilesTest, RemovalThatIsToBeDurableSyncsTheFolderThatWasOpenedBefore) {
     directory.Write("file", "x");
     SystemCalls calls;
@@ -606,3 +624,15 @@ TEST_F(FilesTest, RemovalThatDoesNotReachTheDiskIsAFailure) {
     EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
+TEST_F(FilesTest, RenameAndRemoveGiveTheSystemsNumber) {
+    directory.Write("file", "x");
+    SystemCalls calls;
+    calls.Fail("rename", EXDEV);
+    EXPECT_EQ(files.Rename(directory / "file", directory / "other").Error(), EXDEV);
+    calls.Fail("unlink", EROFS);
+    EXPECT_EQ(files.Remove(directory / "file", Durability::Unsynced).Error(), EROFS);
+    EXPECT_THAT(Names(), ElementsAre("file"));
+}
+
+}  // namespace
+}  // namespace Ombry::Tests

@@ -111,6 +111,9 @@ int close(int descriptor) {
     return real(descriptor);
 }
 
+int fallocate(int descriptor, int mode, off_t offset, off_t length) {
+    WATCHED(fallocate, nullptr, length, -1, descriptor, mode, offset, length);
+}
 int posix_fallocate(int descriptor, off_t offset, off_t length) {
     if (const int error = Ombry::Tests::Watch("posix_fallocate", nullptr, length)) return error;
     static const auto real = Ombry::Tests::Real<decltype(posix_fallocate)>("posix_fallocate");
