@@ -8,9 +8,9 @@ started=$SECONDS
 
 # What it takes on a fresh Debian 12: to build the tool and the sandbox service ...
 build_packages=(g++ cmake ninja-build rapidjson-dev libssl-dev libcpp-httplib-dev libsqlite3-dev openssl jq)
-# ... and to run every test: test libraries, real peers, fuzzers, lint, packaging.
+# ... and to run every test: test libraries, real peers, fuzzers, lint, packaging, disks to cut the power of.
 test_packages=(git libgtest-dev libgmock-dev nginx-light curl strace clang-14 clang-format-14 libclang-rt-14-dev
-    util-linux procps dpkg-dev lintian file bash-completion groff-base)
+    util-linux procps dpkg-dev lintian file bash-completion groff-base e2fsprogs xfsprogs btrfs-progs mount)
 bench_packages=(libbenchmark-dev libcurl4-openssl-dev nginx-light curl strace)
 
 # Two jobs unless the machine has more; the tests and builds are planned for two cores.
