@@ -456,6 +456,31 @@ TEST(DirectoryKeyValueStorageOnDiskTest, ReadersAlwaysSeeAWholeValueWhileWriters
     EXPECT_EQ(storage.getEntriesNames().size(), 101u);
 }
 
+TEST(DirectoryKeyValueStorageOnDiskTest, ProcessesThatShareAFolderSeeAWholeValueOrNone) {
+    const TemporaryDirectory directory;
+    const std::string even(5000, 'e'), odd(7000, 'o');
+    std::atomic<bool> broken{false};
+    std::atomic<int> writers{2};
+    {
+        std::vector<std::unique_ptr<ObservedThread>> processes;
+        for (int p = 0; p < 4; ++p) {
+            processes.push_back(std::make_unique<ObservedThread>([&, p] {
+                DirectoryKeyValueStorage storage(directory.Path());  // with locks that the others do not know
+                for (int i = 0; p < 2 && i < 100; ++i)
+                    storage.SetByKey("abc", i % 2 == 0 ? odd : even);
+                if (p < 2) --writers;
+                while (writers > 0) {
+                    const std::string seen = storage.GetByKey("abc");
+                    if (!seen.empty() && seen != even && seen != odd) broken = true;
+                }
+            }));
+        }
+    }
+    EXPECT_FALSE(broken);
+    for (const auto& file : std::filesystem::directory_iterator(directory.Path()))
+        EXPECT_EQ(file.path().filename().string().substr(0, 44), AbcEntry);
+}
+
 TEST(DirectoryKeyValueStorageOnDiskTest, WhatACrashLeftOfASaveIsNoEntry) {
     const TemporaryDirectory directory;
     directory.Write(".0123456789abcdef.tmp", "half");

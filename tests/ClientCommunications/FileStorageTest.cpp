@@ -2,9 +2,11 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cerrno>
 #include <filesystem>
 #include <stdexcept>
+#include <thread>
 
 #include "tests/Fakes/FaultyFiles.h"
 #include "tests/Fakes/MemoryFiles.h"
@@ -224,6 +226,28 @@ TEST(FileStorageOnDiskTest, SavesAndLoadsEveryByteWithModesForTheOwnerAlone) {
     EXPECT_EQ(ModeOf(directory / "a/b"), 0700u);
     EXPECT_EQ(ModeOf(directory / "a/b/file"), 0600u);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory / "a/b"), {}), 1);
+}
+
+TEST(FileStorageOnDiskTest, WhatTwoProcessesSaveAtOnceIsWholeAndNeverMissing) {
+    const TemporaryDirectory directory;
+    const std::string even(5000, 'e'), odd(7000, 'o');
+    FileStorage(directory / "file", true).Save(even);
+    std::atomic<int> writers{2};
+    std::vector<std::thread> threads;
+    for (const std::string& text : {even, odd}) {
+        threads.emplace_back([&directory, &writers, text] {
+            for (int i = 0; i < 50; ++i)
+                FileStorage(directory / "file", true).Save(text);
+            --writers;
+        });
+    }
+    while (writers > 0) {
+        const std::string seen = FileStorage(directory / "file", true).Load();  // throws if it is missing
+        EXPECT_TRUE(seen == even || seen == odd) << seen.size();
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.Path()), {}), 1);
 }
 
 TEST(FileStorageOnDiskTest, AReplacedFileLosesWiderModes) {

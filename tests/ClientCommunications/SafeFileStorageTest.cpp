@@ -237,6 +237,21 @@ TEST_F(SafeFileStorageTest, ACrashInRecoveryLosesNothing) {
     }
 }
 
+TEST_F(SafeFileStorageTest, AReaderBesideAWriterOfAnotherProcessMayLoseTheEntryButSeesItWhole) {
+    // The writer has removed the old copy. It renames the new one when the reader has read that as a staged
+    // one, and is about to finish the save in its turn.
+    files.Put("blob-s", "new");
+    files.Decide([&](const FileOperation& operation) -> std::optional<int> {
+        if (operation.name == "Remove") static_cast<void>(files.Rename("blob-s", "blob-p"));
+        return std::nullopt;
+    });
+
+    EXPECT_EQ(SafeFileStorage("blob", false).Load(), "new");
+
+    EXPECT_THAT(files.Contents(), IsEmpty());
+    EXPECT_EQ(SafeFileStorage("blob", false).Load(), "");
+}
+
 TEST_F(SafeFileStorageTest, LoadCommittedChangesNothing) {
     files.Put("blob-s", "staged");
     EXPECT_EQ(SafeFileStorage("blob", false).LoadCommitted(), std::nullopt);

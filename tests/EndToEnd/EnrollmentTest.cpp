@@ -322,6 +322,30 @@ TEST_F(EnrollmentTest, TwoRunsAtOnceOnOneStateBothSucceed) {
     ExpectSuccess(machine.Run({"unenroll-client-self", "-n", "other"}));
 }
 
+TEST_F(EnrollmentTest, RunsAtOnceOnEmptyCachesDoNoHarmToIdentityTrustConfigurationAndKey) {
+    Begin();
+    const Tree configured = machine.Files();
+    std::string key;
+    for (const std::string round : {"1", "2", "3"}) {
+        std::filesystem::remove_all(machine.Folder() / CacheFolder);
+        std::vector<std::thread> others;
+        for (const std::string client : {"one", "two"})
+            others.emplace_back([this, name = client + round] { ExpectSuccess(EnrollClient(name)); });
+        ExpectSuccess(machine.Run(
+            {"configure-bootstrap-url", "-t", "t", "-d", Sandbox::DatacenterId, "-r", sandbox->Url()}));
+        for (std::thread& other : others)
+            other.join();
+
+        const Tree files = machine.Files();
+        for (const auto& [path, content] : configured)
+            EXPECT_EQ(files.at(path), content) << path;
+        if (key.empty()) key = files.at("Quennet/Keys/protection.key");
+        EXPECT_EQ(files.at("Quennet/Keys/protection.key"), key);
+    }
+    for (const std::string client : {"one1", "two1", "one2", "two2", "one3", "two3"})
+        ExpectSuccess(machine.Run({"unenroll-client-self", "-n", client}));
+}
+
 TEST_F(EnrollmentTest, TwoRunsAtOnceOnTheSameNamesLeaveWholeFilesThatWork) {
     Begin();
     const auto twice = [](const std::function<ProcessOutcome()>& run) {

@@ -9,8 +9,8 @@
 
 namespace Ombry::Tests {
 
-/// Leaves the running test out, because this machine cannot run it: scripts/test names it and counts it apart.
-/// The caller returns from its body; called in `SetUp`, the body is not begun.
+/// Leaves the running test out, because this machine cannot run it: scripts/test names it and counts it
+/// apart. The caller returns from its body; called in `SetUp`, the body is not begun.
 inline void LeaveOut(const std::string& reason) {
     GTEST_SKIP() << reason;
 }
@@ -30,7 +30,7 @@ inline bool HasMemoryFor(std::uint64_t bytes) {
         lines.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
     if (kilobytes * 1024 >= bytes + headroom) return true;
     LeaveOut("needs " + std::to_string(bytes >> 20) + " MiB of memory, and " +
-                  std::to_string(kilobytes >> 10) + " are available");
+             std::to_string(kilobytes >> 10) + " are available");
     return false;
 #endif
 }

@@ -47,8 +47,8 @@ protected:
 TEST_F(FilesTest, SyncedReplacementIsOnTheDiskBeforeItIsRenamedAndItsFolderAfterwards) {
     SystemCalls calls;
     ASSERT_TRUE(Save(directory / "file", "data", Durability::Synced));
-    EXPECT_THAT(calls.Names(), ElementsAre("open", "getrandom", "open", "flock", "fallocate", "write", "fsync",
-                                           "close", "rename", "fsync", "close", "close"));
+    EXPECT_THAT(calls.Names(), ElementsAre("open", "getrandom", "open", "flock", "fallocate", "write",
+                                           "fsync", "close", "rename", "fsync", "close", "close"));
     EXPECT_EQ(calls.Calls()[0].text, directory.Path());
     EXPECT_EQ(calls.Calls()[6].argument, calls.Calls()[5].argument);  // the file that was written
     EXPECT_EQ(calls.Calls()[8].text, directory / "file");
@@ -59,8 +59,8 @@ TEST_F(FilesTest, SyncedReplacementIsOnTheDiskBeforeItIsRenamedAndItsFolderAfter
 TEST_F(FilesTest, UnsyncedReplacementIsOnTheDiskBeforeItIsRenamedAndItsFolderNeedNotBe) {
     SystemCalls calls;
     ASSERT_TRUE(Save(directory / "file", "data", Durability::Unsynced));
-    EXPECT_THAT(calls.Names(), ElementsAre("getrandom", "open", "flock", "fallocate", "write", "fsync", "close",
-                                           "rename", "close"));
+    EXPECT_THAT(calls.Names(), ElementsAre("getrandom", "open", "flock", "fallocate", "write", "fsync",
+                                           "close", "rename", "close"));
     EXPECT_EQ(calls.Calls()[5].argument, calls.Calls()[4].argument);  // the file that was written
 }
 
