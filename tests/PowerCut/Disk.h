@@ -102,9 +102,11 @@ public:
 private:
     /// In a mount namespace of this process the mounts end with it, however it ends.
     static void KeepMountsToOurselves() {
-        static const bool kept =
-            unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-        Require(kept, "mount namespace");
+        static bool kept = false;
+        if (kept) return;
+        Require(unshare(CLONE_NEWNS) == 0, "unshare");
+        Require(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "mount");
+        kept = true;
     }
 
     void Mount(const std::string& image) {
