@@ -22,6 +22,11 @@ constexpr int MinimumCipherBits = 128;
 
 constexpr const char* CipherList =
     "HIGH:!aNULL:!eNULL:!3DES:!MD5:!RC4:!DSS:!PSK:!SRP:!kRSAPSK:!CAMELLIA:!ARIA:!SEED:!AESCCM8";
+// Of handshakes from TLS 1.2 on, which name them; TLS 1.0 and 1.1 have none to choose from.
+constexpr const char* SignatureAlgorithms =
+    "ECDSA+SHA256:ECDSA+SHA384:ECDSA+SHA512:ed25519:ed448:RSA-PSS+SHA256:RSA-PSS+SHA384:RSA-PSS+SHA512:"
+    "rsa_pss_pss_sha256:rsa_pss_pss_sha384:rsa_pss_pss_sha512:"
+    "RSA+SHA256:RSA+SHA384:RSA+SHA512:ECDSA+SHA224:RSA+SHA224";
 constexpr const char* CipherSuites13 =
     "TLS_AES_256_GCM_SHA384:TLS_CHACHA20_POLY1305_SHA256:TLS_AES_128_GCM_SHA256";
 
@@ -32,8 +37,9 @@ bool CipherAllowed(const SSL_CIPHER* cipher, int bits) {
 
 // TLS 1.0 and 1.1 sign their handshake with SHA-1, which security level 1 and above forbids altogether. Level
 // 0 would allow it in certificate chains too. So the level stays, since chain checks go by it alone, and this
-// decides about the handshake.
-int DecideSecurity(const SSL*, const SSL_CTX*, int operation, int bits, int nid, void* other, void*) {
+// decides about the handshake. From TLS 1.2 on the list of signature algorithms offers no SHA-1; a server
+// that signs with it all the same is refused here, since the library itself lets that pass.
+int DecideSecurity(const SSL* session, const SSL_CTX*, int operation, int bits, int nid, void* other, void*) {
     switch (operation) {
         case SSL_SECOP_VERSION:
             return nid >= TLS1_VERSION;
@@ -45,8 +51,9 @@ int DecideSecurity(const SSL*, const SSL_CTX*, int operation, int bits, int nid,
             return 0;
         case SSL_SECOP_SIGALG_SUPPORTED:
         case SSL_SECOP_SIGALG_SHARED:
-        case SSL_SECOP_SIGALG_CHECK:
             return bits >= Sha1Bits;
+        case SSL_SECOP_SIGALG_CHECK:
+            return bits >= (session && SSL_version(session) >= TLS1_2_VERSION ? LevelTwoBits : Sha1Bits);
         default:
             return bits >= LevelTwoBits;
     }
@@ -62,6 +69,7 @@ bool SetProtocolsAndCiphers(SSL_CTX* context) {
     return SSL_CTX_set_min_proto_version(context, TLS1_VERSION) == 1 &&
            SSL_CTX_set_max_proto_version(context, 0) == 1 &&
            SSL_CTX_set_cipher_list(context, CipherList) == 1 &&
+           SSL_CTX_set1_sigalgs_list(context, SignatureAlgorithms) == 1 &&
            SSL_CTX_set_ciphersuites(context, CipherSuites13) == 1;
 }
 

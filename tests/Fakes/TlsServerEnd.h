@@ -22,6 +22,7 @@ struct TlsServerRecipe {
     TestKey key = KeyNamed("rsa2048");
     std::vector<TestCertificate> intermediates{};  ///< sent behind the certificate
     std::string ciphers = "ALL:eNULL:aNULL:@SECLEVEL=0";
+    std::string signatures{};  ///< signature algorithms; empty for all
     std::uint64_t options = 0;
     bool asksForClientCertificate = false;
 };
@@ -36,6 +37,8 @@ inline std::shared_ptr<SSL_CTX> MakeTlsServerContext(const TlsServerRecipe& reci
     SSL_CTX_set_options(c, recipe.options);
     SSL_CTX_set_dh_auto(c, 1);
     if (SSL_CTX_set_cipher_list(c, recipe.ciphers.c_str()) != 1) throw std::runtime_error("ciphers");
+    if (!recipe.signatures.empty() && SSL_CTX_set1_sigalgs_list(c, recipe.signatures.c_str()) != 1)
+        throw std::runtime_error("signatures");
     if (recipe.certificate && (SSL_CTX_use_certificate(c, recipe.certificate.get()) != 1 ||
                                SSL_CTX_use_PrivateKey(c, recipe.key.get()) != 1)) {
         throw std::runtime_error("server certificate");
