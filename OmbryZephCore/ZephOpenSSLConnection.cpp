@@ -83,8 +83,8 @@ std::int32_t ZephOpenSSLConnection::InitializeAsClient(const ZephOpenSSLClientCo
 void ZephOpenSSLConnection::Clear() {
     m_Session.reset();
     m_Input = m_Output = nullptr;
-    m_NeedInput = m_InputUsedUp = m_Failed = m_Handshaking = m_PeerClosed = m_ShutdownSent = m_WaitForPeer =
-        false;
+    m_NeedInput = m_InputUsedUp = m_Failed = m_Handshaking = m_Established = m_PeerClosed = m_ShutdownSent =
+        m_WaitForPeer = false;
 }
 
 bool ZephOpenSSLConnection::MakeSession(const ZephOpenSSLClientContext& context) {
@@ -118,17 +118,19 @@ bool ZephOpenSSLConnection::SetServerName(const std::string& targetName, bool bV
     return SSL_set1_host(m_Session.get(), name.m_Text.c_str()) == 1;
 }
 
-// 1 when data can flow, 0 when the handshake waits for the peer, -1 on a failure. The library starts a
-// renegotiation inside its reading; the state is asked for each time so that no data is read past a handshake
-// whose certificate was not checked.
+// 1 when data can flow both ways, 0 when the handshake waits for the peer or for someone to read, -1 on a
+// failure. The library starts a renegotiation inside its reading; the state is asked for each time so that no
+// data is read past a handshake whose certificate was not checked.
 std::int32_t ZephOpenSSLConnection::ContinueInitIfNecessary() {
     if (m_Failed) return -1;
     if (SSL_in_init(m_Session.get())) m_Handshaking = true;
     if (!m_Handshaking) return 1;
+    if (m_Established) return ContinueRenegotiation();
     ForgetStaleErrors();
     const int result = SSL_do_handshake(m_Session.get());
     if (result == 1) {
         m_Handshaking = m_NeedInput = false;
+        m_Established = true;
         return ValidateServer();
     }
     if (SSL_get_error(m_Session.get(), result) == SSL_ERROR_WANT_READ) {
@@ -138,6 +140,33 @@ std::int32_t ZephOpenSSLConnection::ContinueInitIfNecessary() {
     // A close in the middle of the handshake ends here too. It is not authentic: taken for the end of the
     // session, it would let anyone on the path switch the connection to clear text.
     return Fail("SSL_do_handshake");
+}
+
+// Until the server's hello, data under the old keys may stand between its messages. The library takes it
+// while it reads data, and fails on it in SSL_do_handshake. A look drives the handshake and leaves the data
+// where it is, so that what stands behind the handshake is handed out only once the new keys were accepted.
+std::int32_t ZephOpenSSLConnection::ContinueRenegotiation() {
+    const int error = Look();
+    if (error != SSL_ERROR_NONE && error != SSL_ERROR_WANT_READ && error != SSL_ERROR_ZERO_RETURN) {
+        return Fail("Renegotiation");
+    }
+    if (!SSL_in_init(m_Session.get())) {
+        m_Handshaking = m_NeedInput = false;
+        return ValidateServer();
+    }
+    if (error == SSL_ERROR_ZERO_RETURN) return Fail("Renegotiation");  // as in the first handshake
+    if (error == SSL_ERROR_WANT_READ) m_NeedInput = true;
+    return 0;
+}
+
+// Whether data can be read now: SSL_ERROR_NONE, or why not. Takes nothing.
+int ZephOpenSSLConnection::Look() {
+    std::uint8_t byte = 0;
+    std::size_t nCount = 0;
+    ForgetStaleErrors();
+    const int result = SSL_peek_ex(m_Session.get(), &byte, 1, &nCount);
+    OPENSSL_cleanse(&byte, 1);
+    return SSL_get_error(m_Session.get(), result);
 }
 
 // Runs after the handshake and not at the Certificate message: only now has the server proved that it owns
@@ -187,7 +216,9 @@ std::int32_t ZephOpenSSLConnection::extract_ciphertext(std::uint8_t* pBuffer, st
 
 std::int32_t ZephOpenSSLConnection::read_plaintext(std::uint8_t* pBuffer, std::int32_t nBytes) {
     const std::int32_t ready = ContinueInitIfNecessary();
-    if (ready <= 0) return ready;
+    if (ready < 0) return ready;
+    // Data that a renegotiation was stopped by is under the keys before it, which were accepted.
+    if (ready == 0 && SSL_pending(m_Session.get()) == 0) return 0;
     if (m_PeerClosed || nBytes <= 0) return 0;
     const std::int32_t nCount = Read(pBuffer, nBytes);
     if (m_Verbose && nCount > 0) TracePlaintext(pBuffer, nCount);

@@ -60,6 +60,8 @@ private:
     bool MakeSession(const ZephOpenSSLClientContext& context);
     bool SetServerName(const std::string& targetName, bool bVerify);
     std::int32_t ContinueInitIfNecessary();
+    std::int32_t ContinueRenegotiation();
+    int Look();
     std::int32_t ValidateServer();
     std::int32_t Read(std::uint8_t* pBuffer, std::int32_t nBytes);
     std::int32_t DrainUntilPeerCloses();
@@ -75,6 +77,7 @@ private:
     bool m_InputUsedUp = false;  // a read found nothing more, and nothing was injected since
     bool m_Failed = false;
     bool m_Handshaking = false;
+    bool m_Established = false;  // the first handshake is over
     bool m_PeerClosed = false;
     bool m_ShutdownSent = false;
     bool m_Verbose = false;

@@ -66,12 +66,49 @@ public:
             return TakeFront(std::min(count, buffer.size()));
         }
 
+        /// Blocks until something of the peer's lies in the socket, and leaves it there.
+        bool AwaitReadable() {
+            char byte = 0;
+            return recv(descriptor, &byte, 1, MSG_PEEK) == 1;
+        }
+
         /// Sends the bytes in pieces of at most `piece`, each a segment or a TLS record of its own.
         bool Send(const std::string& bytes, std::size_t piece = Whole) {
             for (std::size_t at = 0; at < bytes.size(); at += std::min(piece, bytes.size() - at)) {
                 if (!SendPiece(bytes.data() + at, std::min(piece, bytes.size() - at))) return false;
             }
             return true;
+        }
+
+        /// The bytes as they would travel: themselves, or the TLS records that hold them.
+        std::string Encode(const std::string& bytes) {
+            if (!session) return bytes;
+            return Capture([&](SSL* end) {
+                std::size_t count = 0;
+                SSL_write_ex(end, bytes.data(), bytes.size(), &count);
+            });
+        }
+
+        /// One record behind the other.
+        std::string EncodeEach(const std::vector<std::string>& parts) {
+            std::string all;
+            for (const std::string& part : parts)
+                all += Encode(part);
+            return all;
+        }
+
+        /// What the TLS end would send when it acts so.
+        std::string Capture(const std::function<void(SSL*)>& act) {
+            BIO* const wire = SSL_get_wbio(session.get());
+            BIO* const memory = BIO_new(BIO_s_mem());
+            BIO_up_ref(wire);
+            SSL_set0_wbio(session.get(), memory);
+            ERR_clear_error();
+            act(session.get());
+            std::string captured(BIO_ctrl_pending(memory), '\0');
+            BIO_read(memory, captured.data(), static_cast<int>(captured.size()));
+            SSL_set0_wbio(session.get(), wire);
+            return captured;
         }
 
         /// Sends bytes under the TLS session, as an attacker on the wire would.

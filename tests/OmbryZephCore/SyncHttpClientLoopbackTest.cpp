@@ -625,6 +625,32 @@ TEST_P(SyncHttpClientTlsLoopbackTest, BytesInClearTextBehindTheCloseAlertNeverRe
     EXPECT_EQ(outcome.body, "safe");
 }
 
+TEST_P(SyncHttpClientTlsLoopbackTest, AServerMayRenegotiateInTheMiddleOfItsAnswer) {
+    TlsServerRecipe recipe = Recipe();
+    recipe.version = TLS1_2_VERSION;
+    server.emplace(
+        [](Connection& connection) {
+            const auto askForAHandshake = [](SSL* end) {
+                SSL_renegotiate(end);
+                SSL_do_handshake(end);
+            };
+            while (!connection.ReadRequest().empty()) {
+                connection.Send("HTTP/1.1 200 OK\r\nContent-Length: 13\r\n\r\none, ");
+                const std::string request = connection.Capture(askForAHandshake);
+                connection.SendRaw(request + connection.Encode("two, "));
+                connection.AwaitReadable();  // the client has begun its handshake
+                connection.Send("six");
+            }
+        },
+        recipe);
+    Body body("question", true);
+    EXPECT_EQ(Get().body, "one, two, six");
+    EXPECT_EQ(Request("POST", "/", &body).body, "one, two, six");
+    EXPECT_EQ(Get().body, "one, two, six");
+    EXPECT_EQ(server->Requests().size(), 3u) << "none was asked twice";
+    EXPECT_EQ(server->Connections(), 1u);
+}
+
 class SyncHttpClientPlainLoopbackTest : public SyncHttpClientLoopbackTest {};
 INSTANTIATE_TEST_SUITE_P(Plain, SyncHttpClientPlainLoopbackTest, ::testing::Values(false));
 

@@ -318,6 +318,70 @@ TEST_P(ZephOpenSSLConnectionTest, RenegotiationAskedByTheServerGoesThroughAndIsV
     EXPECT_EQ(Read(fresh.client, result).substr(0, 1), "a");
 }
 
+TEST_P(ZephOpenSSLConnectionTest, DataBehindTheRequestForARenegotiationIsHandedOut) {
+    if (GetParam().number == TLS1_3_VERSION) return;
+    for (const bool together : {true, false}) {
+        SCOPED_TRACE(together ? "in one segment with the request" : "after the new ClientHello was made");
+        ZephOpenSSLTestPair fresh(ServerOf(GetParam().number));
+        int asked = 0;
+        fresh.client.SetValidator([&](auto*) { return ++asked > 0; });
+        ASSERT_TRUE(fresh.Handshake());
+        fresh.server.Renegotiate();
+        if (!together) {
+            Inject(fresh.client, fresh.server.Take());
+            Read(fresh.client, result);
+            ASSERT_TRUE(fresh.client.IsOutputBlocked());
+        }
+        fresh.server.Write("under the ");
+        fresh.server.Write("old keys");
+
+        const std::string wire = fresh.server.Take();
+        EXPECT_EQ(Inject(fresh.client, wire), static_cast<std::int32_t>(wire.size()));
+        EXPECT_EQ(Read(fresh.client, result, 5), "under");
+        EXPECT_EQ(Read(fresh.client, result), " the ");
+        EXPECT_EQ(Write(fresh.client, "not now"), 0);
+        EXPECT_EQ(Read(fresh.client, result), "old keys");
+        EXPECT_EQ(Read(fresh.client, result), "");
+        EXPECT_EQ(result, 0);
+        EXPECT_TRUE(fresh.client.WantsCiphertext());
+        EXPECT_EQ(asked, 1);
+
+        ASSERT_TRUE(fresh.Exchange());
+        EXPECT_EQ(asked, 2);
+        EXPECT_EQ(Write(fresh.client, "after"), 5);
+        ASSERT_TRUE(fresh.Exchange());
+        EXPECT_EQ(fresh.server.received, "after");
+    }
+}
+
+TEST_P(ZephOpenSSLConnectionTest, DataUnderTheNewKeysWaitsForTheVerdictOnThem) {
+    if (GetParam().number == TLS1_3_VERSION) return;
+    TlsServerRecipe recipe = ServerOf(GetParam().number);
+    recipe.options = SSL_OP_NO_SESSION_RESUMPTION_ON_RENEGOTIATION;  // so that the server ends the handshake
+    for (const bool accepted : {true, false}) {
+        SCOPED_TRACE(accepted ? "accepted" : "refused");
+        ZephOpenSSLTestPair fresh(recipe);
+        int asked = 0;
+        fresh.client.SetValidator([&](auto*) { return ++asked == 1 || accepted; });
+        ASSERT_TRUE(fresh.Handshake());
+        fresh.server.Renegotiate();
+        Inject(fresh.client, fresh.server.Take());
+        Read(fresh.client, result);
+        fresh.server.Put(Extract(fresh.client));
+        Inject(fresh.client, fresh.server.Take());
+        fresh.server.Put(Extract(fresh.client));
+        ASSERT_TRUE(fresh.server.Ready());
+        fresh.server.Write("new");
+
+        const std::string wire = fresh.server.Take();
+        EXPECT_EQ(Inject(fresh.client, wire), accepted ? static_cast<std::int32_t>(wire.size()) : -1);
+        EXPECT_EQ(asked, 2);
+        EXPECT_EQ(Write(fresh.client, "secret"), accepted ? 6 : -1);
+        EXPECT_TRUE(Read(fresh.client, result).starts_with(accepted ? "n" : ""));
+        EXPECT_EQ(result > 0, accepted);
+    }
+}
+
 TEST_P(ZephOpenSSLConnectionTest, RenegotiationThatTheValidatorRefusesHandsOutNoMoreData) {
     if (GetParam().number == TLS1_3_VERSION) return;
     ZephOpenSSLTestPair fresh(ServerOf(GetParam().number));
