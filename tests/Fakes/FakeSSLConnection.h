@@ -29,6 +29,7 @@ public:
     bool blocked = false;  // also says so when there is output
     bool shutdownComplete = false;
     bool shuttingDown = false;
+    bool unread = false;                       // also says so when there is plaintext
     std::deque<std::int32_t> shutdownResults;  // 0 when empty
     std::function<void()> onInject;
     std::function<void()> onReadPlaintext;
@@ -115,6 +116,7 @@ public:
     std::deque<OmbryZephCore::ZephSSLConnectionIf*> next;
     std::vector<OmbryZephCore::ZephSSLConnectionIf*> released;
     int asked = 0;
+    std::function<void()> onRelease;
 
     OmbryZephCore::ZephSSLConnectionIf* GetConnection() override {
         ++asked;
@@ -126,6 +128,7 @@ public:
 
     void ReleaseConnection(OmbryZephCore::ZephSSLConnectionIf* pConnection) override {
         released.push_back(pConnection);
+        if (onRelease) onRelease();
     }
 };
 

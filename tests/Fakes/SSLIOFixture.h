@@ -16,6 +16,7 @@ class SSLIOListener : public OmbryZephCore::ZephIOCompletionHandlerIf,
 public:
     std::vector<std::string> events;
     std::function<void()> onComplete;
+    std::function<void()> onStopped;
 
     void CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes) override {
         events.push_back(std::string(nTaskType == 0 ? "read" : "write") + (bSuccess ? " ok " : " failed ") +
@@ -26,7 +27,10 @@ public:
         events.push_back("abort " + std::to_string(nTaskType));
     }
     void OnDrained() override { events.push_back("drained"); }
-    void OnSSLStopped() override { events.push_back("stopped"); }
+    void OnSSLStopped() override {
+        events.push_back("stopped");
+        if (onStopped) onStopped();
+    }
     void OnSSLFatalError() override { events.push_back("fatal"); }
 };
 

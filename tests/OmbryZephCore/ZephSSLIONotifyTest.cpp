@@ -153,6 +153,20 @@ TEST_F(ZephSSLIONotifyTest, NothingIsScheduledDuringTermination) {
     EXPECT_EQ(scheduler.scheduled, 1);
 }
 
+TEST_F(ZephSSLIONotifyTest, PendingTaskIsSeenBeforeTheTermination) {
+    TurnOn();
+    ASSERT_EQ(ssl.RequestDrainNotification(), 0u);
+    ssl.SetVerbose(true);
+    Events seen;
+    scheduler.onCancel = [&] {
+        Trace();
+        EXPECT_EQ(ssl.RequestDrainNotification(), 0u);
+        seen = Trace();
+    };
+    ssl.UnRegisterIOCompletionHandler();
+    EXPECT_THAT(seen, ElementsAre("task already pending -- not doing anything.  sessionid = 7"));
+}
+
 // The gate
 
 class ZephSSLIOGateTest : public ZephSSLIONotifyTest {
@@ -292,6 +306,7 @@ TEST_F(ZephSSLIONotifyTest, EachAnsweredDrainRequestCanBeFollowedByAnother) {
         scheduler.RunTasks();
     }
     EXPECT_THAT(lower.events, ElementsAre("drain", "drain"));
+    // An answer also ends the request below; otherwise the second one would wait for an answer to the first.
     EXPECT_THAT(listener.events, ElementsAre("drained", "drained"));
 }
 
@@ -379,6 +394,14 @@ TEST_F(ZephSSLIONotifyTest, UnregisterForgetsTheHandler) {
     ssl.UnRegisterIOCompletionHandler();
     ssl.AbortTask(TaskTypeRead);
     EXPECT_THAT(listener.events, IsEmpty());
+}
+
+TEST_F(ZephSSLIONotifyTest, UnregisterForgetsTheHandlerAfterTheLayerBelowWasLeft) {
+    Register();
+    Read(3);
+    lower.onUnregister = [&] { lower.CompleteRead("abc"); };
+    ssl.UnRegisterIOCompletionHandler();
+    EXPECT_THAT(listener.events, ElementsAre("read ok 3"));
 }
 
 TEST_F(ZephSSLIONotifyTest, UnregisterWithoutANextLayerSaysSo) {

@@ -1,11 +1,14 @@
 #include <gmock/gmock.h>
 
+#include <stdexcept>
+
 #include "tests/Fakes/SSLIOFixture.h"
 
 namespace Ombry::Tests {
 namespace {
 
 using namespace OmbryZephCore;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -395,6 +398,27 @@ TEST_F(ZephSSLIOPumpTest, StopWaitsUntilTheCloseAlertIsSent) {
     EXPECT_THAT(manager.released, ElementsAre(&engine));
     EXPECT_THAT(listener.events, ElementsAre("stopped"));
     EXPECT_THAT(lower.events, ElementsAre("write 5", "write 1"));
+}
+
+TEST_F(ZephSSLIOPumpTest, StopIsToldAfterTheEngineWasReleasedAndForgotten) {
+    TurnOn();
+    engine.shutdownComplete = true;
+    manager.onRelease = [this] { listener.events.push_back("released"); };
+    listener.onStopped = [] { throw std::runtime_error("who hears of it may leave by any way"); };
+    EXPECT_THROW(ssl.StopSSL(false), std::runtime_error);
+    EXPECT_THAT(listener.events, ElementsAre("released", "stopped"));
+    ssl.Terminate();
+    EXPECT_THAT(manager.released, ElementsAre(&engine)) << "once";
+}
+
+TEST_F(ZephSSLIOPumpTest, CountsThatAreOfferedToTheEngineFitItsSignedNumbers) {
+    constexpr std::uint32_t Most = 0xFFFFFFFF;
+    TurnOn();
+    engine.writeAtMost = 0;
+    EXPECT_EQ(ssl.StartRead(Most, readBuffer.data()), 0u);
+    EXPECT_EQ(ssl.StartWrite(Most, readBuffer.data()), 0u);
+    EXPECT_THAT(engine.calls, Contains("read_plaintext 2147483647"));
+    EXPECT_THAT(engine.calls, Contains("write_plaintext 2147483647"));
 }
 
 TEST_F(ZephSSLIOPumpTest, RestartDuringAStopWaitsUntilTheCloseAlertIsSent) {
