@@ -223,7 +223,10 @@ std::uint32_t ZephHttpClientConnection::StartRequest(ZephHttpResponseHandlerIf* 
     m_ResponseHandlers.push_back(pResponseHandler);
     // The read comes first: it must be there when the answer is. A read that cannot start has failed the
     // connection, and with it this request.
-    if (m_ResponseHandlers.size() == 1 && Receive() == Progress::Failed) return eRC_IO_ConnectionFailed;
+    if (m_ResponseHandlers.size() == 1) {
+        m_IO->ExpectSilenceUntilSent();
+        if (Receive() == Progress::Failed) return eRC_IO_ConnectionFailed;
+    }
     m_RequestNotifiers.push_back(pRequestNotifier);
     return StartWrite();
 }
@@ -520,7 +523,7 @@ ZephHttpClientConnection::Progress ZephHttpClientConnection::EndResponse(Call ca
     }
     if (!pHandler) return Fail();
     const bool bMore = !m_ResponseHandlers.empty();
-    if (!bMore && Unread() > 0) {
+    if (!bMore && (Unread() > 0 || m_IO->HasUnread())) {
         // Nobody asked for these bytes, and they must not answer a request that is yet to be sent.
         m_CloseAfter = true;
         m_ReadFill = m_Consumed;

@@ -22,6 +22,15 @@ public:
 
     /// Asks for `OnDrained`, from a task, after all pending completions have been delivered.
     virtual std::uint32_t RequestDrainNotification() = 0;
+
+    /// Said before a request is begun: until the first byte of what is written next was handed to the socket,
+    /// bytes of the peer are no answer to it. If any come, the transfers that are open fail, and nothing more
+    /// is sent or received. A stage without bytes of its own need not know.
+    virtual void ExpectSilenceUntilSent() {}
+
+    /// Whether this stage holds bytes of the peer, or the beginning of some, that the stage above has not
+    /// read. Asked while no read is open.
+    virtual bool HasUnread() { return false; }
 };
 
 }  // namespace OmbryZephCore

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -306,6 +307,22 @@ std::int32_t ZephOpenSSLConnection::DrainUntilPeerCloses() {
 std::int32_t ZephOpenSSLConnection::extract_unprocessed_ciphertext(std::uint8_t* pBuffer,
                                                                    std::int32_t nBytes) {
     return TakeFrom(m_Input, pBuffer, nBytes);
+}
+
+bool ZephOpenSSLConnection::HasUnread() {
+    if (m_Failed || IsShuttingDown()) return true;
+    if (!m_Established || !HoldsInput()) return false;
+    // A close or a failure is found again, and acted on, by the next operation.
+    if (Look() != SSL_ERROR_WANT_READ) return true;
+    if (SSL_in_init(m_Session.get())) m_Handshaking = true;
+    return !m_Handshaking && HoldsInput();
+}
+
+// The library takes a record in two steps; between them it holds the header alone, and only its state says
+// so.
+bool ZephOpenSSLConnection::HoldsInput() const {
+    return Pending(m_Input) > 0 || SSL_has_pending(m_Session.get()) == 1 ||
+           std::strcmp(SSL_rstate_string(m_Session.get()), "RB") == 0;
 }
 
 std::int32_t ZephOpenSSLConnection::Fail(const char* operation) {

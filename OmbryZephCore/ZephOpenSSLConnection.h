@@ -50,6 +50,8 @@ public:
     bool IsShutdownComplete() override { return m_ShutdownSent && (m_PeerClosed || !m_WaitForPeer); }
     bool IsShuttingDown() override { return m_ShutdownSent || m_PeerClosed; }
     std::int32_t extract_unprocessed_ciphertext(std::uint8_t* pBuffer, std::int32_t nBytes) override;
+    /// Records that are no data (tickets, key updates, a HelloRequest) are acted on first.
+    bool HasUnread() override;
 
 private:
     struct SessionDeleter {
@@ -65,6 +67,7 @@ private:
     std::int32_t ValidateServer();
     std::int32_t Read(std::uint8_t* pBuffer, std::int32_t nBytes);
     std::int32_t DrainUntilPeerCloses();
+    bool HoldsInput() const;
     std::int32_t Fail(const char* operation);
     void TraceCiphertext(const char* function, const std::uint8_t* pBuffer, std::int32_t nBytes);
     void TracePlaintext(const std::uint8_t* pBuffer, std::int32_t nBytes);

@@ -53,6 +53,7 @@ public:
     bool IsShutdownComplete() override { return m_ShutdownSent && (m_PeerClosed || !m_WaitForPeer); }
     bool IsShuttingDown() override { return m_ShutdownSent || m_PeerClosed; }
     std::int32_t extract_unprocessed_ciphertext(std::uint8_t* pBuffer, std::int32_t nBytes) override;
+    bool HasUnread() override { return IsShuttingDown() || m_Refused || (!m_Handshaking && m_ReadFill != 0); }
 
 private:
     // Values of m_Role. ZephSSLSettings numbers its roles differently.

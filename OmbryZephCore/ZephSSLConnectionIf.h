@@ -29,6 +29,9 @@ public:
     virtual bool IsShuttingDown() = 0;
     /// After a shutdown: bytes that were injected and never consumed. Never below 0.
     virtual std::int32_t extract_unprocessed_ciphertext(std::uint8_t* pBuffer, std::int32_t nBytes) = 0;
+    /// Whether plaintext, or the beginning of a record that may hold some, was injected and not read; also
+    /// once the session is of no further use. False during a handshake.
+    virtual bool HasUnread() = 0;
 };
 
 /// Makes engines and takes them back.

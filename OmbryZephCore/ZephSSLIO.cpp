@@ -75,6 +75,8 @@ void ZephSSLIO::Terminate() {
     m_ReadInProgress = false;
     m_WriteFill = 0;
     m_WriteInProgress = false;
+    m_Silence = Silence::Over;
+    m_CarriedRequest = false;
     std::lock_guard notifyLock(m_NotifyMutex);
     m_DrainRequested = false;
     m_LowerDrainRequested = false;
@@ -209,6 +211,10 @@ std::uint32_t ZephSSLIO::StartRead(std::uint32_t nBytes, std::uint8_t* pBuffer) 
             if (m_ReadInProgress) return eRC_Success;  // begun under TLS; its bytes will come first
             Trace("OmbryZephCore::ZephSSLIO::StartRead",
                   "TLS is off -- satisfying read from local buffer.  sessionid = ");
+            if (m_Silence != Silence::Over) {
+                RefuseUnasked();
+                return eRC_IO_ConnectionFailed;
+            }
             ServeReadFromBuffer();
         }
     }
@@ -235,6 +241,7 @@ std::uint32_t ZephSSLIO::StartWrite(std::uint32_t nBytes, const std::uint8_t* pB
         if (m_State == eState_Off) {
             Trace("OmbryZephCore::ZephSSLIO::StartWrite",
                   "TLS is off -- passing through to next layer.  sessionid = ");
+            NoteWritten();
             return m_NextLayer ? m_NextLayer->StartWrite(nBytes, pBuffer) : eRC_NotInitialized;
         }
         m_UserWrite = {pBuffer, nBytes, 0};
@@ -244,6 +251,34 @@ std::uint32_t ZephSSLIO::StartWrite(std::uint32_t nBytes, const std::uint8_t* pB
     }
     const std::uint32_t nScheduled = SchedulePendingNotifications();
     return bRefused ? eRC_IO_ConnectionFailed : nScheduled;
+}
+
+void ZephSSLIO::ExpectSilenceUntilSent() {
+    std::lock_guard lock(m_Mutex);
+    m_Silence = Silence::UntilWritten;
+}
+
+/// The first bytes of a write were taken. What lies in m_WriteBuffer leaves before them.
+void ZephSSLIO::NoteWritten() {
+    if (m_Silence != Silence::UntilWritten) return;
+    m_Silence = Silence::UntilSent;
+    m_AheadOfRequest = m_WriteFill;
+}
+
+/// The layer below has sent this much.
+void ZephSSLIO::NoteSent(std::uint32_t nBytes) {
+    if (m_Silence != Silence::UntilSent) return;
+    if (nBytes <= m_AheadOfRequest) {
+        m_AheadOfRequest -= nBytes;
+    } else {
+        m_Silence = Silence::Over;
+        m_CarriedRequest = true;
+    }
+}
+
+bool ZephSSLIO::HasUnread() {
+    std::lock_guard lock(m_Mutex);
+    return m_ReadFill != 0 || (m_Connection && m_Connection->HasUnread());
 }
 
 std::uint32_t ZephSSLIO::RequestDrainNotification() {
@@ -277,6 +312,9 @@ void ZephSSLIO::CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32
             if (ZephIOCompletionHandlerIf* const pHandler = GetHandler())
                 pHandler->CompleteTask(nTaskType, bSuccess, nBytes);
             break;
+        case Completion::Refused:
+            DispatchRead(false, 0);
+            break;
         case Completion::Handled:
             DoPendingNotifications();
             break;
@@ -291,14 +329,23 @@ ZephSSLIO::Completion ZephSSLIO::TakeCompletion(std::uint32_t nTaskType, bool bS
     constexpr const char* Name = "OmbryZephCore::ZephSSLIO::CompleteTask";
     std::lock_guard lock(m_Mutex);
     const bool bOurs = EndTransfer(nTaskType);
-    if (m_State == eState_Off) return bOurs ? TakeLateRead(bSuccess, nBytes) : Completion::PassThrough;
+    const bool bRead = nTaskType == TaskTypeRead;
+    if (bSuccess && !bRead) NoteSent(nBytes);
+    if (m_State == eState_Off) {
+        if (bRead && bSuccess && nBytes != 0 && m_Silence != Silence::Over && !IsClosed()) {
+            m_UserRead = {};
+            RefuseUnasked();
+            return Completion::Refused;
+        }
+        return bOurs ? TakeLateRead(bSuccess, nBytes) : Completion::PassThrough;
+    }
     if (!bSuccess) {
         Trace(Name, "I/O operation failed.  sessionid = ");
         return Completion::Fatal;
     }
     // A transfer that was passed through before TLS came on ends as it began.
     if (!bOurs && nBytes != 0) return Completion::PassThrough;
-    if (nTaskType == TaskTypeRead) {
+    if (bRead) {
         Trace(Name, "read completion -- ", nBytes, " bytes transferred.  sessionid = ");
         m_ReadFill += std::min(nBytes, m_ReadBuffer.GetLength() - m_ReadFill);
     } else {

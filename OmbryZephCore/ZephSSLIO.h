@@ -25,6 +25,11 @@ namespace OmbryZephCore {
 /// completion of the layer below, with no lock held, so that a handler may start the next transfer at once.
 /// The stage must not be taken down from inside one of them. A failure is told to whoever has a transfer
 /// open, or else to the notifier; nothing is closed here.
+///
+/// Bytes that reached this machine before the first byte of a request was handed to the socket are never its
+/// answer: what was read and decrypted between `ExpectSilenceUntilSent` and that byte is a failure, whether
+/// TLS is on or off, and the layer below is left at once, so that the request is not sent. What is no
+/// plaintext (tickets, key updates, a HelloRequest, a close) is acted on as ever.
 class ZephSSLIO : public ZephIOObjectIf, public ZephIOCompletionHandlerIf, public ZephTaskIf {
 public:
     explicit ZephSSLIO(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger);
@@ -68,6 +73,8 @@ public:
     /// Completes when the engine took the bytes, or a part of them: before they were sent.
     std::uint32_t StartWrite(std::uint32_t nBytes, const std::uint8_t* pBuffer) override;
     std::uint32_t RequestDrainNotification() override;
+    void ExpectSilenceUntilSent() override;
+    bool HasUnread() override;
 
     // ZephIOCompletionHandlerIf, called by the layer below
 
@@ -88,6 +95,13 @@ private:
         eState_Restarting = 3,  ///< as above, and TLS was asked for again
     };
 
+    /// How long bytes of the peer are nobody's.
+    enum class Silence {
+        Over,          ///< bytes of the peer are the answer
+        UntilWritten,  ///< the engine, or the layer below, has not taken the first byte of the request
+        UntilSent,     ///< it lies in m_WriteBuffer or the engine, behind m_AheadOfRequest bytes
+    };
+
     /// A transfer that the stage above asked for; `pBuffer` is null when there is none.
     template <class Byte>
     struct UserTransfer {
@@ -101,7 +115,7 @@ private:
     };
 
     /// What a completion of the layer below comes to.
-    enum class Completion { PassThrough, Handled, Fatal };
+    enum class Completion { PassThrough, Refused, Handled, Fatal };
 
     /// Where a step of the pump leads: back to the first step, to the question whether to go round, out with
     /// TLS off, or out with a fatal error.
@@ -138,6 +152,8 @@ private:
     Next ContinueStop(Round& round);
     bool TakeBackUnprocessed();
     bool MoreOutputFits();
+    bool IsSilenceBroken();
+    void RefuseUnasked();
     std::uint32_t HandOverOpenTransfers();
     std::uint32_t StartPendingIO();
     std::uint32_t StartPendingWrite();
@@ -150,6 +166,8 @@ private:
     void ServeReadFromBuffer();
     bool EndTransfer(std::uint32_t nTaskType);
     Completion TakeLateRead(bool bSuccess, std::uint32_t nBytes);
+    void NoteWritten();
+    void NoteSent(std::uint32_t nBytes);
     /// Takes `nBytes` out of a buffer that holds `nFill` and moves the rest to the front.
     static void DropFront(ZephIOBuffer& buffer, std::uint32_t& nFill, std::uint32_t nBytes);
     bool IsClosed() const { return m_ClearTextGuard && m_WasOn && m_State == eState_Off; }
@@ -218,6 +236,9 @@ private:
     ZephIOBuffer m_WriteBuffer;
     std::uint32_t m_WriteFill = 0;
     bool m_WriteInProgress = false;
+    Silence m_Silence = Silence::Over;
+    std::uint32_t m_AheadOfRequest = 0;
+    bool m_CarriedRequest = false;  // the first byte of some request was handed to the socket
 
     // Written under m_Mutex, read anywhere.
     std::atomic<bool> m_Verbose = false;

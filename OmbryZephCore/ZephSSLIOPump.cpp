@@ -42,6 +42,10 @@ std::uint32_t ZephSSLIO::ContinueSSL() {
         if (!round.bMoved && bIdle) break;
         bIdle = !round.bMoved;
     }
+    if (IsSilenceBroken()) {
+        RefuseUnasked();
+        return eRC_Fail;
+    }
     return m_Handler ? StartPendingIO() : eRC_Success;
 }
 
@@ -92,6 +96,10 @@ ZephSSLIO::Next ZephSSLIO::ReadPlaintext(Round& round) {
         return Next::Failed;
     }
     if (nRead == 0) return m_Connection->IsShuttingDown() ? BeginStop(round) : Next::Decide;
+    if (m_Silence != Silence::Over) {
+        RefuseUnasked();
+        return Next::Failed;
+    }
     m_UserRead.nDone = static_cast<std::uint32_t>(nRead);
     round.bMoved = true;
     return Next::Again;
@@ -106,9 +114,24 @@ ZephSSLIO::Next ZephSSLIO::WritePlaintext(Round& round) {
         return Next::Failed;
     }
     if (nWritten == 0) return m_Connection->IsShuttingDown() ? BeginStop(round) : Next::Decide;
+    NoteWritten();
     m_UserWrite.nDone += static_cast<std::uint32_t>(nWritten);
     round.bMoved = true;
     return Next::Again;
+}
+
+/// The beginning of a record cannot be told from the beginning of data, so it counts as such. On a connection
+/// that has carried no request yet it is left alone: there is no answer that it could be the surplus of, and
+/// servers send tickets right behind their handshake, which a read may cut.
+bool ZephSSLIO::IsSilenceBroken() {
+    return m_Silence != Silence::Over && m_CarriedRequest && m_State == eState_On && m_Connection &&
+           m_Connection->HasUnread();
+}
+
+/// The layer below is left for good: whoever began the request repeats it elsewhere, so it must not leave.
+void ZephSSLIO::RefuseUnasked() {
+    Trace(PumpName, "bytes came ahead of the request -- reporting a fatal error.  sessionid = ");
+    m_NextLayer->UnRegisterIOCompletionHandler();
 }
 
 /// The engine saw a close.
@@ -186,6 +209,7 @@ std::uint32_t ZephSSLIO::HandOverOpenTransfers() {
         }
     }
     if (!m_UserWrite.IsOpen()) return eRC_Success;
+    NoteWritten();
     const auto write = std::exchange(m_UserWrite, {});
     return m_NextLayer->StartWrite(write.nBytes, write.pBuffer);
 }

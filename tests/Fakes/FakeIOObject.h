@@ -55,14 +55,21 @@ public:
         return 0;
     }
 
+    void ExpectSilenceUntilSent() override { readsBeforeSilence.push_back(reads); }
+    bool HasUnread() override { return hasUnread; }
+
     bool IsReading() const { return read.has_value(); }
     bool IsWriting() const { return write.has_value(); }
 
     /// Completes the pending read with as much of `bytes` as it has room for; the count that went.
-    std::size_t CompleteRead(std::string_view bytes) {
+    std::size_t CompleteRead(std::string_view bytes) { return CompleteRead(bytes, bytes.size()); }
+
+    /// The same with the first `most` bytes; those behind them stay with this stage while the handler runs.
+    std::size_t CompleteRead(std::string_view bytes, std::size_t most) {
         const Read pending = *read;
         read.reset();
-        const std::size_t count = std::min<std::size_t>(pending.size, bytes.size());
+        const std::size_t count = std::min({std::size_t{pending.size}, bytes.size(), most});
+        hasUnread = count < bytes.size();
         std::memcpy(pending.buffer, bytes.data(), count);
         handler->CompleteTask(OmbryZephCore::TaskTypeRead, true, static_cast<std::uint32_t>(count));
         return count;
@@ -73,7 +80,7 @@ public:
     std::size_t Feed(std::string_view bytes, std::size_t piece = std::string_view::npos) {
         std::size_t fed = 0;
         while (fed < bytes.size() && IsReading())
-            fed += CompleteRead(bytes.substr(fed, piece));
+            fed += CompleteRead(bytes.substr(fed), piece);
         return fed;
     }
 
@@ -118,6 +125,9 @@ public:
     int writes = 0;
     /// Transfers of nothing, which no stage may start: a real one would never complete them.
     int emptyTransfers = 0;
+    bool hasUnread = false;
+    /// How many reads had been started at each `ExpectSilenceUntilSent`.
+    std::vector<int> readsBeforeSilence;
     /// All bytes whose write completed.
     std::string written;
 

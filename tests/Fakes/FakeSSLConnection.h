@@ -33,6 +33,7 @@ public:
     std::deque<std::int32_t> shutdownResults;  // 0 when empty
     std::function<void()> onInject;
     std::function<void()> onReadPlaintext;
+    std::function<void()> onWritePlaintext;
     std::function<void()> onShutdown;
     // What was seen.
     std::vector<std::string> calls;
@@ -49,6 +50,7 @@ public:
 
     std::int32_t write_plaintext(const std::uint8_t* pBuffer, std::int32_t nBytes) override {
         if (Note("write_plaintext", nBytes)) return -1;
+        if (onWritePlaintext) onWritePlaintext();
         const std::int32_t n = std::min(nBytes, writeAtMost);
         written.append(reinterpret_cast<const char*>(pBuffer), static_cast<std::size_t>(n));
         return n;
@@ -88,6 +90,8 @@ public:
         Note("extract_unprocessed_ciphertext", nBytes);
         return Take(unprocessed, pBuffer, nBytes);
     }
+
+    bool HasUnread() override { return unread || !plaintext.empty(); }
 
     /// How often an operation was called.
     std::size_t Count(const std::string& name) const {

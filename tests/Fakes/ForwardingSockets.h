@@ -71,6 +71,13 @@ public:
         return found == counts.end() ? 0 : found->second;
     }
 
+    /// Blocks until something lies in the socket that was made last. False after ten seconds.
+    bool AwaitReadable() {
+        Platform::SocketSet readable, none, noneEither;
+        readable.Add(lastCreated);
+        return real.Select(&readable, &none, &noneEither, 10'000).count == 1;
+    }
+
     /// Calls of all operations.
     std::size_t Calls() const {
         std::lock_guard guard(mutex);
@@ -101,7 +108,9 @@ public:
     }
     Platform::ValueOr<Handle> Create(int family, int socketType, int protocol) override {
         if (const int error = Count("Create")) return Platform::Result::Failure(error);
-        return real.Create(family, socketType, protocol);
+        const auto created = real.Create(family, socketType, protocol);
+        if (created) lastCreated = *created;
+        return created;
     }
     Platform::Result Close(Handle socket) override {
         Count("Close");
@@ -197,6 +206,7 @@ private:
 
     Platform::ISockets& real = Platform::Production<Platform::ISockets>();
     std::atomic<bool> silent = false;
+    std::atomic<Handle> lastCreated = Platform::InvalidSocket;
     std::atomic<std::uint32_t> mostPerSend = std::numeric_limits<std::uint32_t>::max();
     std::atomic<std::uint32_t> mostPerReceive = std::numeric_limits<std::uint32_t>::max();
     mutable std::mutex mutex;

@@ -275,12 +275,14 @@ TEST_F(ZephHttpClientSocketSyncConnectionTest, ASecureConnectionStartsTlsInsideC
     EXPECT_EQ(provider.loggerOfLast, logger);
     EXPECT_TRUE(connection->IsConnected());
     EXPECT_EQ(sockets.Sent(100), "") << "nothing moves before the wait";
-    sockets.OnSend([this](ScriptedSockets::Handle handle, const std::string&) {
+    engine.onWritePlaintext = [this] { engine.output = ", request"; };
+    sockets.OnSend([this](ScriptedSockets::Handle handle, const std::string& bytes) {
+        if (bytes != ", request") return;
         sockets.Deliver(handle, "ciphertext");
         engine.plaintext = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
     });
     EXPECT_EQ(Get(), 0u);
-    EXPECT_EQ(sockets.Sent(100), "client hello");
+    EXPECT_EQ(sockets.Sent(100), "client hello, request");
     EXPECT_EQ(engine.written, "GET / HTTP/1.1\r\nHost: host:80\r\nContent-Length: 0\r\n\r\n");
     EXPECT_THAT(log, ElementsAre("RequestSent", "Complete 200 ok"));
 }
@@ -409,7 +411,9 @@ TEST_F(ZephHttpClientSocketSyncConnectionTest, AChangeToAnotherProtocolStopsTlsA
     EXPECT_EQ(connection->Connect(Secure()), 0u);
     engine.output = "hello";
     engine.wants = true;
-    sockets.OnSend([this](ScriptedSockets::Handle handle, const std::string&) {
+    engine.onWritePlaintext = [this] { engine.output = "request"; };
+    sockets.OnSend([this](ScriptedSockets::Handle handle, const std::string& bytes) {
+        if (bytes != "request") return;
         sockets.OnSend(nullptr);
         sockets.Deliver(handle, "ciphertext");
         engine.plaintext = "HTTP/1.1 101 Switching\r\nUpgrade: other\r\n\r\n";

@@ -382,6 +382,65 @@ TEST_P(ZephOpenSSLConnectionTest, DataUnderTheNewKeysWaitsForTheVerdictOnThem) {
     }
 }
 
+// --- bytes that nobody has read ---
+
+TEST_P(ZephOpenSSLConnectionTest, DataIsUnreadFromItsFirstByteUntilItWasRead) {
+    pair->server.Write("answer");
+    const std::string wire = pair->server.Take();
+    const auto records = Records(wire);
+    EXPECT_FALSE(pair->client.HasUnread());
+    for (std::size_t at = 0; at < wire.size(); ++at) {
+        Inject(pair->client, wire.substr(at, 1));
+        if (records.size() > 1 && at + 1 == records[0].size()) continue;  // TLS 1.0: an empty one in front
+        EXPECT_TRUE(pair->client.HasUnread()) << at;
+        if (at + 1 < wire.size()) {
+            Read(pair->client, result);
+            EXPECT_TRUE(pair->client.HasUnread()) << at << ", also when it was asked for";
+        }
+    }
+    std::string got = Read(pair->client, result, 1);
+    EXPECT_TRUE(pair->client.HasUnread());
+    while (got.size() < 6)
+        got += Read(pair->client, result);
+    EXPECT_EQ(got, "answer") << "the question took nothing";
+    Read(pair->client, result);
+    EXPECT_FALSE(pair->client.HasUnread());
+}
+
+TEST_P(ZephOpenSSLConnectionTest, WhatIsNoDataIsNotUnread) {
+    if (GetParam().number == TLS1_3_VERSION) {
+        ASSERT_EQ(SSL_new_session_ticket(pair->server.Get()), 1);
+        ASSERT_EQ(SSL_do_handshake(pair->server.Get()), 1);
+        ASSERT_EQ(SSL_key_update(pair->server.Get(), SSL_KEY_UPDATE_REQUESTED), 1);
+        ASSERT_EQ(SSL_do_handshake(pair->server.Get()), 1);
+    } else {
+        pair->server.Renegotiate();
+    }
+    const std::string wire = pair->server.Take();
+    ASSERT_FALSE(wire.empty());
+    Inject(pair->client, wire);
+    EXPECT_FALSE(pair->client.HasUnread());
+    EXPECT_FALSE(pair->client.WantsCiphertext()) << "the question alone starts no read";
+    ASSERT_TRUE(pair->Exchange());
+    EXPECT_EQ(Write(pair->client, "x"), 1);
+}
+
+TEST_P(ZephOpenSSLConnectionTest, AHandshakeHoldsNothingUnread) {
+    ZephOpenSSLTestPair fresh(ServerOf(GetParam().number));
+    fresh.server.Put(Extract(fresh.client));
+    Inject(fresh.client, fresh.server.Take(100));
+    EXPECT_FALSE(fresh.client.HasUnread());
+}
+
+TEST_P(ZephOpenSSLConnectionTest, ACloseIsUnreadAndSeenAllTheSame) {
+    pair->server.Close();
+    Inject(pair->client, pair->server.Take());
+    EXPECT_TRUE(pair->client.HasUnread());
+    Read(pair->client, result);
+    EXPECT_EQ(result, 0);
+    EXPECT_TRUE(pair->client.IsShuttingDown());
+}
+
 TEST_P(ZephOpenSSLConnectionTest, RenegotiationThatTheValidatorRefusesHandsOutNoMoreData) {
     if (GetParam().number == TLS1_3_VERSION) return;
     ZephOpenSSLTestPair fresh(ServerOf(GetParam().number));

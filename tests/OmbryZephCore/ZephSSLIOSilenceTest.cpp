@@ -1,0 +1,207 @@
+#include <gmock/gmock.h>
+
+#include "tests/Fakes/SSLIOFixture.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace OmbryZephCore;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/// What the peer says before the first byte of a request was handed to the layer below.
+class ZephSSLIOSilenceTest : public SSLIOFixture {
+protected:
+    /// A read is open, a request was taken by the engine, and its ciphertext waits below.
+    void BeginRequest() {
+        TurnOn();
+        engine.wants = true;
+        engine.onWritePlaintext = [this] { engine.output += "request"; };
+        ExpectAndWrite();
+    }
+    void ExpectAndWrite() {
+        ssl.ExpectSilenceUntilSent();
+        ASSERT_EQ(Read(100), 0u);
+        ASSERT_EQ(Write("r"), 0u);
+        scheduler.RunTasks();
+        ASSERT_THAT(Take(listener.events), ElementsAre("write ok 1"));
+        Take(lower.events);
+    }
+    void PeerSays(const std::string& plaintext) {
+        engine.plaintext = plaintext;
+        lower.CompleteRead("ciphertext");
+        scheduler.RunTasks();
+    }
+    /// The read failed, and neither it nor the request will be heard of below again.
+    void ExpectRefused() {
+        EXPECT_THAT(Take(listener.events), ElementsAre("read failed 0"));
+        EXPECT_THAT(Take(lower.events), ElementsAre("unregister"));
+    }
+};
+
+TEST_F(ZephSSLIOSilenceTest, PlaintextBeforeTheRequestWasSentFailsTheReadAndStopsTheRequest) {
+    BeginRequest();
+    PeerSays("answer");
+    ExpectRefused();
+}
+
+TEST_F(ZephSSLIOSilenceTest, PlaintextBehindTheFirstByteIsTheAnswer) {
+    BeginRequest();
+    lower.CompleteWrite(1);
+    PeerSays("answer");
+    EXPECT_THAT(listener.events, ElementsAre("read ok 6"));
+}
+
+TEST_F(ZephSSLIOSilenceTest, BytesOfTheSessionAheadOfTheRequestDoNotCount) {
+    TurnOn();
+    engine.wants = true;
+    engine.output = "finished";
+    engine.onWritePlaintext = [this] { engine.output += "request"; };
+    ExpectAndWrite();
+    lower.CompleteWrite(3);
+    EXPECT_EQ(lower.CompleteWrite(5), "ished");
+    ASSERT_NE(lower.pWrite, nullptr) << "the request";
+    Take(lower.events);
+    PeerSays("answer");
+    ExpectRefused();
+}
+
+TEST_F(ZephSSLIOSilenceTest, OneSendOfBothIsPastTheFirstByte) {
+    TurnOn();
+    engine.wants = true;
+    engine.output = "finished";
+    engine.onWritePlaintext = [this] { engine.output += "request"; };
+    ssl.ExpectSilenceUntilSent();
+    Write("r");  // both are taken in one call, and leave in one write
+    Read(100);
+    scheduler.RunTasks();
+    Take(listener.events);
+    EXPECT_EQ(lower.CompleteWrite(), "finishedrequest");
+    PeerSays("answer");
+    EXPECT_THAT(listener.events, ElementsAre("read ok 6"));
+}
+
+TEST_F(ZephSSLIOSilenceTest, PlaintextWhileTheEngineTakesNothingFailsTheRead) {
+    TurnOn();
+    engine.wants = true;
+    engine.writeAtMost = 0;  // a handshake
+    ssl.ExpectSilenceUntilSent();
+    Read(100);
+    Write("r");
+    scheduler.RunTasks();
+    Take(lower.events);
+    engine.plaintext = "answer";
+    lower.CompleteRead("ciphertext");
+    EXPECT_THAT(listener.events, ElementsAre("read failed 0", "write failed 0"));
+    EXPECT_THAT(lower.events, ElementsAre("unregister"));
+}
+
+TEST_F(ZephSSLIOSilenceTest, PlaintextThatLayInTheEngineFailsTheNextReadAtOnce) {
+    BeginRequest();
+    lower.CompleteWrite();
+    PeerSays("answer");
+    engine.plaintext = "surplus";
+    EXPECT_TRUE(ssl.HasUnread());
+    Take(lower.events);
+    ssl.ExpectSilenceUntilSent();
+    EXPECT_EQ(Read(100), eRC_Fail);
+    EXPECT_THAT(lower.events, ElementsAre("unregister"));
+}
+
+TEST_F(ZephSSLIOSilenceTest, WhatIsNoPlaintextLetsTheRequestGo) {
+    BeginRequest();
+    PeerSays("");
+    EXPECT_THAT(listener.events, IsEmpty());
+    lower.CompleteWrite();
+    PeerSays("answer");
+    EXPECT_THAT(listener.events, ElementsAre("read ok 6"));
+}
+
+TEST_F(ZephSSLIOSilenceTest, PartOfARecordOnAConnectionThatCarriedARequestFailsTheRead) {
+    BeginRequest();
+    lower.CompleteWrite();
+    PeerSays("answer");
+    ASSERT_THAT(Take(listener.events), ElementsAre("read ok 6"));
+    ExpectAndWrite();
+    engine.unread = true;
+    PeerSays("");
+    ExpectRefused();
+}
+
+TEST_F(ZephSSLIOSilenceTest, PartOfARecordBehindAHandshakeIsLeftAlone) {
+    BeginRequest();
+    engine.unread = true;
+    PeerSays("");
+    EXPECT_THAT(listener.events, IsEmpty());
+    lower.CompleteWrite();
+    PeerSays("answer");
+    EXPECT_THAT(listener.events, ElementsAre("read ok 6"));
+}
+
+TEST_F(ZephSSLIOSilenceTest, PartOfARecordBehindTheFirstByteIsThatOfTheAnswer) {
+    BeginRequest();
+    lower.CompleteWrite();
+    PeerSays("answer");
+    Take(listener.events);
+    ExpectAndWrite();
+    lower.CompleteWrite(1);
+    engine.unread = true;
+    PeerSays("");
+    PeerSays("answer");
+    EXPECT_THAT(listener.events, ElementsAre("read ok 6"));
+}
+
+TEST_F(ZephSSLIOSilenceTest, WithTLSOffBytesBeforeTheRequestWasSentFailTheReadAndStopTheRequest) {
+    Register();
+    ssl.ExpectSilenceUntilSent();
+    Read(100);
+    Write("request");
+    Take(lower.events);
+    lower.CompleteRead("answer");
+    ExpectRefused();
+}
+
+TEST_F(ZephSSLIOSilenceTest, WithTLSOffBytesBehindTheFirstByteAreTheAnswer) {
+    Register();
+    ssl.ExpectSilenceUntilSent();
+    Read(100);
+    Write("request");
+    lower.CompleteWrite(1);
+    lower.CompleteRead("answer");
+    EXPECT_THAT(listener.events, ElementsAre("write ok 1", "read ok 6"));
+}
+
+TEST_F(ZephSSLIOSilenceTest, WithTLSOffACloseIsOne) {
+    Register();
+    ssl.ExpectSilenceUntilSent();
+    Read(100);
+    lower.CompleteRead("");
+    EXPECT_THAT(listener.events, ElementsAre("read ok 0"));
+}
+
+TEST_F(ZephSSLIOSilenceTest, BytesBehindACloseOfTLSAreNotTheAnswerToALaterRequest) {
+    TurnOn();
+    engine.shutdownComplete = true;
+    engine.unprocessed = "surplus";
+    ssl.StopSSL(false);
+    EXPECT_TRUE(ssl.HasUnread());
+    ssl.ExpectSilenceUntilSent();
+    EXPECT_EQ(Read(100), eRC_IO_ConnectionFailed);
+    EXPECT_THAT(lower.events, ElementsAre("unregister"));
+}
+
+TEST_F(ZephSSLIOSilenceTest, TerminateEndsTheSilence) {
+    BeginRequest();
+    ssl.Terminate();
+    scheduler.tasks.clear();
+    manager.next.clear();
+    ASSERT_EQ(ssl.Initialize(&manager, &lower, &scheduler, 7, &listener, &scheduler, nullptr), 0u);
+    Register();
+    lower.pRead = nullptr;
+    Read(100);
+    lower.CompleteRead("banner");
+    EXPECT_THAT(listener.events, ElementsAre("read ok 6"));
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
