@@ -14,6 +14,7 @@
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/EndToEnd/ChildProcess.h"
@@ -42,6 +43,22 @@ inline const std::vector<FileSystem> FileSystems{
     {"btrfs", 128 << 20, {"mkfs.btrfs", "-q"}, "commit=300"},
 };
 
+/// A folder for a mount, which ends with this object.
+class MountPoint {
+public:
+    explicit MountPoint(std::string folder) : folder(std::move(folder)) {
+        std::filesystem::create_directory(this->folder);
+    }
+    ~MountPoint() { umount2(folder.c_str(), MNT_DETACH); }
+    MountPoint(const MountPoint&) = delete;
+    MountPoint& operator=(const MountPoint&) = delete;
+
+    const std::string& Folder() const { return folder; }
+
+private:
+    const std::string folder;
+};
+
 /// The disk of a machine: an image in a file, mounted. A copy of the image is what a power cut would leave at
 /// that moment: what the file system has handed to the disk is in it, and what it still holds in memory is
 /// not. Throws `std::runtime_error` if the system does not let it be made or mounted.
@@ -49,8 +66,9 @@ class Disk {
 public:
     explicit Disk(const FileSystem& kind) : kind(kind) {
         KeepMountsToOurselves();
-        std::filesystem::create_directory(Folder());
-        const std::string image = place / "image";
+        // In memory, since the real disk would have to keep up with each sync of the images.
+        Require(mount("none", images.Folder().c_str(), "tmpfs", 0, "size=50%") == 0, "mount of memory");
+        const std::string image = images.Folder() + "/image";
         std::ofstream(image).close();
         std::filesystem::resize_file(image, kind.size);
         std::vector<std::string> words = kind.make;
@@ -58,18 +76,14 @@ public:
         Do(words);
         Mount(image);
     }
-    ~Disk() { umount2(Folder().c_str(), MNT_DETACH); }
-    Disk(const Disk&) = delete;
-    Disk& operator=(const Disk&) = delete;
-
-    std::string Folder() const { return place / "machine"; }
+    const std::string& Folder() const { return machine.Folder(); }
 
     /// Lets the file system put all names and sizes on the disk, as it does every few seconds, but no content
     /// that nobody asked it to put there.
     void Commit() const {
         if (kind.name != "btrfs") {
             // Whatever is to be durable takes with it what came before it in the journal.
-            const std::string file = place / "machine/unrelated";
+            const std::string file = Folder() + "/unrelated";
             const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
             Require(write(descriptor, "x", 1) == 1 && fsync(descriptor) == 0, "sync");
             close(descriptor);
@@ -86,7 +100,7 @@ public:
 
     /// What a power cut would leave now, under a name of its own. The power stays on.
     std::string Cut() {
-        const std::string copy = place / ("cut" + std::to_string(++cuts));
+        const std::string copy = images.Folder() + "/cut" + std::to_string(++cuts);
         Do({"cp", "--sparse=always", mounted, copy});
         return copy;
     }
@@ -125,6 +139,8 @@ private:
 
     const FileSystem kind;
     const TemporaryDirectory place;
+    const MountPoint images{place / "images"};
+    const MountPoint machine{place / "machine"};
     std::string mounted;
     int cuts = 0;
 };
