@@ -6,7 +6,6 @@
 // WAY says what holds them and how the process ends; the exit code is 7, and 1 for a call that failed.
 
 #include <cstdlib>
-#include <functional>
 #include <iostream>
 #include <map>
 #include <thread>
@@ -15,6 +14,7 @@
 #include "ClientCommunications/IServiceResponse.h"
 #include "Ombry.SecClientConfig/Here/FoldersHere.h"
 #include "Ombry.SecClientConfig/Here/SeedsHere.h"
+#include "Platform/MadeOnce.h"
 
 namespace Ombry::Tests {
 namespace {
@@ -22,6 +22,14 @@ namespace {
 using namespace ClientCommunications;
 
 constexpr int ExitCode = 7;
+
+/// The state here, until the end of the process.
+struct Here {
+    SecClientConfig::FoldersHere folders;
+    SecClientConfig::SeedsHere seeds;
+    Platform::Testing::Replace<Platform::IKnownFolders> foldersReplaced{folders};
+    Platform::Testing::Replace<Platform::IRandom> seedsReplaced{seeds};
+};
 
 /// A facade and what a program makes with it, used once, so that each has something to give back.
 struct Client {
@@ -70,10 +78,10 @@ Client global;
 /// This thread goes on calling while another one destroys the static objects.
 [[noreturn]] void EndInOtherThread(char** arguments) {
     global = Client(arguments);
-    const Client* const mine = new Client(global);
+    const Client mine = global;
     std::thread([] { std::exit(ExitCode); }).detach();
     for (;;)
-        mine->Call();
+        mine.Call();
 }
 
 }  // namespace
@@ -88,13 +96,7 @@ int main(int argc, char** argv) {
         {"other-thread", Tests::EndInOtherThread},
     };
     if (argc != 5 || ways.count(argv[1]) == 0) return 2;
-    // Until the end of the process, like what they stand in for.
-    static const auto& folders =
-        *new Platform::Testing::Replace<Platform::IKnownFolders>(*new SecClientConfig::FoldersHere);
-    static const auto& seeds =
-        *new Platform::Testing::Replace<Platform::IRandom>(*new SecClientConfig::SeedsHere);
-    static_cast<void>(folders);
-    static_cast<void>(seeds);
+    Platform::MadeOnce<Tests::Here>();
     try {
         ways.at(argv[1])(argv + 2);
     } catch (const std::exception& failure) {
