@@ -164,11 +164,15 @@ TEST_F(MachineProtectionTest, DerivedKeyIsNotLeftOnTheStack) {
     ASSERT_EQ(Decipher(key, blob), "secret");
 
     OwnStack protecting;
-    protecting.Run([&] { Protect("secret"); });
+    protecting.Run([&] {
+        EXPECT_TRUE(OwnStack::FarDown([&] { return protection.Protect("secret", "entropy", Machine); }));
+    });
     EXPECT_FALSE(protecting.Holds(key));
 
     OwnStack unprotecting;
-    unprotecting.Run([&] { EXPECT_EQ(Unprotect(blob), "secret"); });
+    unprotecting.Run([&] {
+        EXPECT_TRUE(OwnStack::FarDown([&] { return protection.Unprotect(blob, "entropy", Machine); }));
+    });
     EXPECT_FALSE(unprotecting.Holds(key));
 }
 

@@ -25,6 +25,15 @@ public:
         pthread_join(thread, nullptr);
     }
 
+    /// Calls `work` far down the stack, where nothing that comes afterwards writes over what it left.
+    template <class Work>
+    [[gnu::noinline]] static auto FarDown(Work work) {
+        volatile char room[1 << 16];
+        room[0] = 0;
+        static_cast<void>(room[0]);
+        return work();
+    }
+
     bool Holds(std::string_view bytes) const {
         return std::search(memory.begin(), memory.end(), bytes.begin(), bytes.end()) != memory.end();
     }
