@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <thread>
+#include <array>
 
+#include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/IterateAfterMaxFailuresPolicy.h"
-#include "tests/Fakes/FakeService.h"
+#include "tests/Fakes/LockFree.h"
 
 namespace Ombry::Tests {
 namespace {
@@ -12,81 +12,83 @@ namespace {
 using namespace ClientCommunications;
 using Cancellation::Token;
 
-// Nothing here but the policy has a lock, so that a thread sanitizer sees every access of the policy that is
-// without one: locks of fakes would order what the policy leaves unordered.
+/// Two calls side by side over one shared state, for a thread sanitizer: each test stands for one place where
+/// the state is touched, and fails under it if that place has no lock.
+class IterateAfterMaxFailuresPolicyThreadsTest : public testing::Test {
+protected:
+    using CallPtr = std::unique_ptr<ICandidateServiceFinder>;
 
-class NoMemory : public IFailedServices {
-public:
-    FailureInfo Get(const std::string&) override { return {}; }
-    void RecordFailure(const std::string&, bool) override {}
-    void Remove(const std::string&) override {}
+    CallPtr NewCall() { return shared->Create(finder); }
+
+    static void Ask(const CallPtr& call) { EXPECT_TRUE(call->GetNextCandidate(Token()).service); }
+
+    CallPtr AskedCall() {
+        CallPtr call = NewCall();
+        Ask(call);
+        return call;
+    }
+
+    void Succeed(int times) {
+        for (int i = 0; i < times; ++i)
+            AskedCall()->MarkSuccess();
+    }
+
+    /// With no failure allowed each call selects for itself, and thus has objects of its own.
+    const std::shared_ptr<IterateAfterMaxFailuresPolicyCandidateFinderFactory> shared =
+        std::make_shared<IterateAfterMaxFailuresPolicyCandidateFinderFactory>(std::make_shared<NoMemory>(),
+                                                                              nullptr, 0);
+    const std::shared_ptr<LockFreeFinder> finder = [] {
+        auto made = std::make_shared<LockFreeFinder>();
+        made->remote = {"r", "s"};
+        return made;
+    }();
+    std::barrier<> inFind{2};
 };
 
-class FixedFinder : public IServiceFinder {
-public:
-    explicit FixedFinder(std::vector<std::string> ids) : ids(std::move(ids)) {}
-    std::shared_ptr<IFoundServices> Find(std::shared_ptr<IRootRequestMetaData>, Token token) override {
-        return Find(std::move(token));
-    }
-    std::shared_ptr<IFoundServices> Find(Token) override {
-        class Ordered : public IFoundServices {
-        public:
-            using Services = std::list<std::shared_ptr<IService>>;
-            explicit Ordered(const std::vector<std::string>& ids) : remote(MakeServices(ids)) {}
-            Services GetAll() const override { return remote; }
-            Services GetLocal() const override { return {}; }
-            void AddLocal(std::shared_ptr<IService>) override {}
-            void AddLocal(Services) override {}
-            Services GetRemote() const override { return remote; }
-            void AddRemote(std::shared_ptr<IService>) override {}
-            void AddRemote(Services) override {}
-            void CopyFrom(std::shared_ptr<IFoundServices>) override {}
-
-        private:
-            const Services remote;
-        };
-        return std::make_shared<Ordered>(ids);
-    }
-
-private:
-    const std::vector<std::string> ids;
-};
-
-/// Four threads that each make calls over one shared state.
-void MakeCalls(const std::vector<std::string>& ids, int calls,
-               const std::function<void(ICandidateServiceFinder& call, int n)>& work) {
-    const auto shared = std::make_shared<IterateAfterMaxFailuresPolicyCandidateFinderFactory>(
-        std::make_shared<NoMemory>(), nullptr, 2);
-    const auto finder = std::make_shared<FixedFinder>(ids);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
-            for (int n = 0; n < calls; ++n)
-                work(*shared->Create(finder), n);
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+TEST_F(IterateAfterMaxFailuresPolicyThreadsTest, CallsThatSelectTogether) {
+    std::array<CallPtr, 2> calls{NewCall(), NewCall()};
+    RunInStep({[&](int thread) { Ask(calls[thread]); }});
 }
 
-TEST(IterateAfterMaxFailuresPolicyThreadsTest, CallsThatSucceedShareTheirStateUnderItsLock) {
-    MakeCalls({"r", "s"}, 120, [](ICandidateServiceFinder& call, int) {
-        EXPECT_TRUE(call.GetNextCandidate(Token()).service);
-        call.MarkSuccess();
-    });
+TEST_F(IterateAfterMaxFailuresPolicyThreadsTest, CallsThatSucceedTogether) {
+    std::array<CallPtr, 2> calls{AskedCall(), AskedCall()};
+    RunInStep({[&](int thread) { calls[thread]->MarkSuccess(); }});
 }
 
-TEST(IterateAfterMaxFailuresPolicyThreadsTest, CallsThatFailShareTheirStateUnderItsLock) {
-    MakeCalls({"r", "s"}, 50, [](ICandidateServiceFinder& call, int n) {
-        EXPECT_TRUE(call.GetNextCandidate(Token()).service);
-        if (n % 2 == 0) call.GetNextCandidate(Token());
-    });
+TEST_F(IterateAfterMaxFailuresPolicyThreadsTest, CallsThatFailTogether) {
+    std::array<CallPtr, 2> calls{AskedCall(), AskedCall()};
+    RunInStep({[&](int thread) { Ask(calls[thread]); }});
 }
 
-TEST(IterateAfterMaxFailuresPolicyThreadsTest, CallsThatFindNothingShareTheirStateUnderItsLock) {
-    MakeCalls({}, 50, [](ICandidateServiceFinder& call, int) {
-        EXPECT_FALSE(call.GetNextCandidate(Token()).service);
-    });
+TEST_F(IterateAfterMaxFailuresPolicyThreadsTest, CallsThatAreGivenUpTogether) {
+    std::array<CallPtr, 2> calls{AskedCall(), AskedCall()};
+    RunInStep({[&](int thread) { calls[thread].reset(); }});
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyThreadsTest, ACallThatBeginsWhileAnotherSucceeds) {
+    const CallPtr ending = AskedCall();
+    Succeed(1);
+    const CallPtr beginning = NewCall();
+    RunInStep({[&](int thread) { thread == 0 ? ending->MarkSuccess() : Ask(beginning); }});
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyThreadsTest, CallsThatFindAWayHomeTogether) {
+    Succeed(50);
+    finder->local = {"l"};
+    finder->onFind = [&] { inFind.arrive_and_wait(); };
+    std::array<CallPtr, 2> calls{NewCall(), NewCall()};
+    RunInStep({[&](int thread) { Ask(calls[thread]); }});
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyThreadsTest, CallsWhoseSearchForAWayHomeFailsTogether) {
+    Succeed(50);
+    finder->onFind = [&] {
+        inFind.arrive_and_wait();
+        throw CommunicationsError("down");
+    };
+    std::array<CallPtr, 2> calls{NewCall(), NewCall()};
+    RunInStep(
+        {[&](int thread) { EXPECT_THROW(calls[thread]->GetNextCandidate(Token()), CommunicationsError); }});
 }
 
 }  // namespace
