@@ -184,6 +184,20 @@ TEST_F(IndefinitelyStickyIteratePolicyTest, ACancelledWaitForAFailedServerReleas
     EXPECT_EQ(Run(), "l local");
 }
 
+TEST_F(IndefinitelyStickyIteratePolicyTest, TheTokenOfTheCallGoesToTheSearch) {
+    const Token token = Cancellation::CreateCancellable();
+    Next(NewCall(), token);
+    token.Cancel();
+    EXPECT_TRUE(finder->Tokens().at(0).IsCancelled());
+}
+
+TEST_F(IndefinitelyStickyIteratePolicyTest, TheTokenEndsTheWaitForTheEstablishedServer) {
+    finder->Set({"l"}, {});
+    Run();
+    failed->Set("l", {true, true, clock.Now() + Duration(30s), 1});
+    EXPECT_THROW(Next(NewCall(), Cancellation::CreateTimeout(1s)), Cancellation::TimeoutException);
+}
+
 TEST_F(IndefinitelyStickyIteratePolicyTest, AMemoryThatThrowsReleasesTheSearchToo) {
     finder->Set({"l"}, {"r"});
     failed->FailRecording(std::make_exception_ptr(std::bad_alloc()));

@@ -59,6 +59,18 @@ protected:
             ASSERT_EQ(Run(), (Lines{server})) << "call " << i;
     }
 
+    /// A failure after which the server is due in half a minute.
+    void MakeWait(const std::string& server) {
+        failed->Set(server, {true, true, clock.Now() + Duration(30s), 1});
+    }
+
+    /// The call waits no longer than its own limit of a second.
+    void ExpectTimeOut(const CallPtr& call) {
+        const TimePoint start = clock.Now();
+        EXPECT_THROW(Next(call, Cancellation::CreateTimeout(1s)), Cancellation::TimeoutException);
+        EXPECT_EQ(clock.Now() - start, Duration(1s));
+    }
+
     std::shared_ptr<FailedServices> RealMemory() {
         return std::make_shared<FailedServices>(
             std::make_shared<ExponentialDelayRetryIteratorFactory>(1s, 30s), 30min);
@@ -241,12 +253,11 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, ALocalServerThatIsNeverDueInTimeIsWait
     UsePolicy(1);
     SucceedRemotely(50);
     for (int i = 0; i < 2; ++i) {
-        failed->Set("l", {true, true, clock.Now() + Duration(30s), 1});
-        const std::size_t sleeps = clock.Sleeps().size();
-        EXPECT_THROW(Next(NewCall(), Cancellation::CreateTimeout(1s)), Cancellation::TimeoutException);
-        EXPECT_EQ(clock.Sleeps().size(), sleeps + 4);
+        MakeWait("l");
+        ExpectTimeOut(NewCall());
+        const TimePoint waited = clock.Now();
         Repeat(CallsBetweenTries + 1, "r remote");  // the call that waited had no success
-        EXPECT_EQ(clock.Sleeps().size(), sleeps + 4);
+        EXPECT_EQ(clock.Now(), waited);
     }
 }
 
@@ -667,12 +678,77 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, AMemoryThatThrowsDoesNotReplaceTheEndO
     EXPECT_EQ(failed->Changes(), (Lines{"failed l local"}));
 }
 
+// Wherever a call waits or searches, its token ends that.
+
 TEST_F(IterateAfterMaxFailuresPolicyTest, TheTokenOfTheCallGoesToTheSearch) {
     UsePolicy(1);
     const Token token = Cancellation::CreateCancellable();
     Next(NewCall(), token);
     token.Cancel();
     EXPECT_TRUE(finder->Tokens().at(0).IsCancelled());
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, TheTokenOfTheCallGoesToTheSearchForAWayHome) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    const Token token = Cancellation::CreateCancellable();
+    Next(NewCall(), token);
+    token.Cancel();
+    EXPECT_TRUE(finder->Tokens().at(1).IsCancelled());
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, TheTokenEndsTheWaitForTheServerInUse) {
+    UsePolicy(1);
+    finder->Set({"l"}, {});
+    Run();
+    MakeWait("l");
+    ExpectTimeOut(NewCall());
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest,
+       TheTokenEndsTheWaitForAnotherTryOfTheServerThatIsInUseSinceItsFirst) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    const CallPtr call = NewCall();
+    EXPECT_EQ(Next(call), "l local");
+    EXPECT_EQ(Run(), (Lines{"l local"}));  // home by now
+    MakeWait("l");
+    ExpectTimeOut(call);
+    EXPECT_EQ(failed->Changes().back(), "failed l local");
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, TheTokenEndsTheWaitForAnotherTryOfAnUnprovenServer) {
+    UsePolicy(2);
+    finder->Set({"l"}, {});
+    const CallPtr call = NewCall();
+    EXPECT_EQ(Next(call), "l local");
+    MakeWait("l");
+    ExpectTimeOut(call);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, TheTokenEndsTheWaitForAWayHomeThatIsKnown) {
+    UsePolicy(2);
+    SucceedRemotely(50);
+    EXPECT_EQ(Run(1), (Lines{"l local", "r remote"}));
+    Repeat(CallsBetweenTries, "r remote");
+    MakeWait("l");
+    ExpectTimeOut(NewCall());
+    EXPECT_EQ(finder->Calls(), 2u);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, TheTokenEndsTheWaitForAWayHomeThatWasFound) {
+    UsePolicy(1);
+    SucceedRemotely(50);
+    MakeWait("l");
+    ExpectTimeOut(NewCall());
+    EXPECT_EQ(finder->Calls(), 2u);
+}
+
+TEST_F(IterateAfterMaxFailuresPolicyTest, TheTokenEndsTheWaitForAServerThatIsSelected) {
+    UsePolicy(1);
+    finder->Set({"l"}, {});
+    MakeWait("l");
+    ExpectTimeOut(NewCall());
 }
 
 }  // namespace

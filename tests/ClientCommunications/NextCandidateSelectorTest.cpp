@@ -228,6 +228,33 @@ TEST_F(NextCandidateSelectorTest, RetryCurrentRecordsTheFailureThenWaitsForTheSa
     EXPECT_FALSE(memory->Get("a").failed);
 }
 
+TEST_F(NextCandidateSelectorTest, RetryCurrentRecordsInWhichListTheServerStood) {
+    selector.SetCandidates(MakeServices({"l"}), MakeServices({"r"}));
+    for (int i = 0; i < 2; ++i) {
+        selector.Next(Token());
+        selector.RetryCurrent(Token());
+    }
+    EXPECT_EQ(failed->Changes(), (Order{"failed l local", "failed l local", "failed r remote"}));
+}
+
+TEST_F(NextCandidateSelectorTest, TheTokenOfEachAttemptGoesToItsWait) {
+    std::vector<Token> tokens;
+    NextCandidateSelector waiting(failed, nullptr,
+                                  [&](TimePoint, const Token& token) { tokens.push_back(token); });
+    failed->Set("a", Failed(30s));
+    waiting.SetCandidates(MakeServices({"a"}), {});
+    const Token first = Cancellation::CreateCancellable();
+    const Token second = Cancellation::CreateCancellable();
+    waiting.Next(first);
+    waiting.RetryCurrent(second);
+    ASSERT_EQ(tokens.size(), 2u);
+    first.Cancel();
+    EXPECT_TRUE(tokens[0].IsCancelled());
+    EXPECT_FALSE(tokens[1].IsCancelled());
+    second.Cancel();
+    EXPECT_TRUE(tokens[1].IsCancelled());
+}
+
 TEST_F(NextCandidateSelectorTest, MarkFailureKeepsTheServerOutOfThisCall) {
     selector.SetCandidates(MakeServices({"a"}), MakeServices({"b"}));
     selector.Next(Token());
