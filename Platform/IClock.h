@@ -42,8 +42,9 @@ inline std::int64_t WallSeconds() {
 /// A single wait never exceeds this: far time points stay clear of conversions that overflow.
 inline constexpr Duration LongestWait = std::chrono::hours(24 * 10);
 
-/// Waits until `predicate` holds or `length` of steady time has passed; the result is what the predicate said
-/// last. Whoever makes it true does so under the lock's mutex and notifies `condition`.
+/// Waits until `predicate` holds or `length` of steady time has passed, in which sleep of the machine does
+/// not count; the result is what the predicate said last. Whoever makes it true does so under the lock's
+/// mutex and notifies `condition`.
 template <class Predicate>
 bool WaitFor(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, Duration length,
              Predicate predicate) {
@@ -56,8 +57,12 @@ bool WaitFor(std::condition_variable& condition, std::unique_lock<std::mutex>& l
     return true;
 }
 
+/// A wait for a time of day never goes longer without a look at the system clock, which goes on while the
+/// machine sleeps and can be set: the clock of a wait does neither.
+inline constexpr Duration LongestBlindWait = std::chrono::minutes(5);
+
 /// Waits until `predicate` holds or the system clock has reached `deadline`; the result is what the predicate
-/// said last. A jump of the system clock is noticed when a single wait ends.
+/// said last. Sleep of the machine and jumps of the system clock are noticed when a single wait ends.
 template <class Predicate>
 bool WaitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, TimePoint deadline,
                Predicate predicate) {
@@ -69,7 +74,7 @@ bool WaitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>&
         const Duration left(
             SaturatingAdd(deadline.time_since_epoch().count(),
                           -std::max<std::int64_t>(now.time_since_epoch().count(), -LongestWait.count())));
-        Clock().Wait(condition, lock, std::min(left, LongestWait));
+        Clock().Wait(condition, lock, std::min(left, LongestBlindWait));
     }
     return true;
 }

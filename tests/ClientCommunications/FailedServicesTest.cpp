@@ -171,25 +171,35 @@ TEST_F(FailedServicesTest, ADelayThatCannotBeMadeLeavesNoRecord) {
     EXPECT_EQ(services->Get("a").failureCount, 1);
 }
 
-TEST_F(FailedServicesTest, TheCleanerWaitsOneRetentionAtATime) {
-    const auto services = Make();
-    EXPECT_EQ(clock.Waits(), (std::vector<Duration>{Retention}));
-    clock.Advance(Retention);
+TEST_F(FailedServicesTest, TheCleanerLooksAtTheClockEveryFewMinutesAndSweepsOnceARetention) {
+    const auto factory = std::make_shared<CountedDelaysFactory>();
+    const auto services = Make(factory);
+    services->RecordFailure("a", true);
+    clock.Advance(Retention);  // the first sweep: its retention ends a second later
     AwaitWait(2);
-    EXPECT_EQ(clock.Waits(), (std::vector<Duration>{Retention, Retention}));
+    for (std::size_t look = 2; look <= 6; ++look) {
+        clock.Advance(5min);
+        AwaitWait(look + 1);
+        EXPECT_EQ(factory->alive, 1) << look;
+    }
+    EXPECT_EQ(clock.Waits(), std::vector<Duration>(7, 5min));
+    clock.Advance(5min);
+    AwaitWait(8);
+    EXPECT_EQ(factory->alive, 0);
 }
 
 TEST_F(FailedServicesTest, TheCleanerErasesOnlyRecordsPastTheirRetention) {
     const auto factory = std::make_shared<CountedDelaysFactory>();
     const auto services = Make(factory);
     clock.Advance(Retention - Duration(2s));
+    AwaitWait(2);
     services->RecordFailure("young", true);
     EXPECT_EQ(factory->alive, 1);
     clock.Advance(2s);  // the first sweep: the record is young
-    AwaitWait(2);
+    AwaitWait(3);
     EXPECT_EQ(factory->alive, 1);
     clock.Advance(Retention);  // the second: a second past its retention
-    AwaitWait(3);
+    AwaitWait(4);
     EXPECT_EQ(factory->alive, 0);
 }
 
@@ -197,14 +207,15 @@ TEST_F(FailedServicesTest, ARecordWhoseRetentionEndsAtTheSweepStaysForTheNext) {
     const auto factory = std::make_shared<CountedDelaysFactory>();
     const auto services = Make(factory);
     clock.Advance(Retention - Duration(1s));
+    AwaitWait(2);
     services->RecordFailure("a", true);
     clock.Advance(1s);
-    AwaitWait(2);
-    clock.Advance(Retention);  // exactly at the end: not later than it
     AwaitWait(3);
+    clock.Advance(Retention);  // exactly at the end: not later than it
+    AwaitWait(4);
     EXPECT_EQ(factory->alive, 1);
     clock.Advance(Retention);
-    AwaitWait(4);
+    AwaitWait(5);
     EXPECT_EQ(factory->alive, 0);
 }
 
@@ -214,10 +225,12 @@ TEST_F(FailedServicesTest, AClockThatJumpsIsNoticedWhenTheWaitEnds) {
     const TimePoint start = clock.Now();
     services->RecordFailure("a", true);
     clock.Advance(Retention - Duration(1s));
+    AwaitWait(2);
+    EXPECT_EQ(clock.Waits().back(), Duration(1s));
     clock.SetNow(start);  // set back by nearly a retention
     clock.Advance(1s);
-    AwaitWait(2);
-    EXPECT_EQ(clock.Waits().back(), Retention - Duration(1s));
+    AwaitWait(3);
+    EXPECT_EQ(clock.Waits().back(), Duration(5min));
     EXPECT_EQ(factory->alive, 1);
 }
 

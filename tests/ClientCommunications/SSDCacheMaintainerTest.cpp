@@ -90,12 +90,14 @@ public:
     std::shared_ptr<IFoundServices> GetFoundServices() override { return nullptr; }
     void Save(std::shared_ptr<IFoundServices> services, TimePoint nextRefreshTime) override {
         if (failure) throw std::runtime_error("disk is full");
+        if (onSave) onSave(nextRefreshTime);
         std::lock_guard guard(mutex);
         saved.push_back({std::move(services), nextRefreshTime});
     }
 
     TimePoint next;
     bool failure = false;
+    std::function<void(TimePoint nextRefreshTime)> onSave;  // set before the thread starts
 
     std::vector<Saved> AllSaved() const {
         std::lock_guard guard(mutex);
@@ -128,7 +130,22 @@ protected:
         const Platform::Testing::Replace<Platform::IRandom> useRandom(ownRandom);
         const auto maintainer = Started();
         ownClock.AwaitWaits(1);
-        return ownClock.Waits()[0];
+        return NextTold() - ownClock.Now();
+    }
+
+    /// The time of the next refresh or attempt that was told last.
+    TimePoint NextTold() const {
+        TimePoint next;
+        const std::string last = logger->Messages().back();
+        EXPECT_TRUE(ObjectMapping::ParseDateTime(last.substr(last.find(" time: ") + 7), next)) << last;
+        return next;
+    }
+
+    /// Moves the clock to the time told last, at which the thread refreshes, and blocks until it waits again.
+    void ReachNext() {
+        const std::size_t waits = clock.Waits().size();
+        clock.Advance(NextTold() - clock.Now());
+        clock.AwaitWaits(waits + 1);
     }
 
     void FailFinds() {
@@ -158,7 +175,7 @@ TEST_F(SSDCacheMaintainerTest, RefreshesAtOnceWhatWasSeeded) {
     EXPECT_EQ(finder->Calls(), 1);
     ASSERT_EQ(cache->AllSaved().size(), 1u);
     EXPECT_EQ(cache->AllSaved()[0].services, finder->services);
-    EXPECT_EQ(cache->AllSaved()[0].nextRefreshTime, clock.Now() + clock.Waits()[0]);
+    EXPECT_EQ(cache->AllSaved()[0].nextRefreshTime, NextTold());
 }
 
 TEST_F(SSDCacheMaintainerTest, RefreshIsMarkedAsBackgroundWork) {
@@ -172,7 +189,7 @@ TEST_F(SSDCacheMaintainerTest, RefreshIsMarkedAsBackgroundWork) {
 TEST_F(SSDCacheMaintainerTest, TellsEachStepOfASuccess) {
     auto maintainer = Started();
     clock.AwaitWaits(1);
-    const std::string next = ObjectMapping::FormatDateTime(clock.Now() + clock.Waits()[0]);
+    const std::string next = ObjectMapping::FormatDateTime(cache->AllSaved().at(0).nextRefreshTime);
     maintainer.reset();
 
     EXPECT_EQ(logger->Messages(),
@@ -187,7 +204,7 @@ TEST_F(SSDCacheMaintainerTest, TellsEachStepOfAFailureAndLeavesTheCache) {
     FailFinds();
     auto maintainer = Started();
     clock.AwaitWaits(1);
-    const std::string next = ObjectMapping::FormatDateTime(clock.Now() + clock.Waits()[0]);
+    const std::string next = ObjectMapping::FormatDateTime(NextTold());
     maintainer.reset();
 
     EXPECT_EQ(logger->Messages(),
@@ -227,8 +244,10 @@ TEST_F(SSDCacheMaintainerTest, CountsTheNextRefreshFromTheEndOfTheSearch) {
     const auto maintainer = Started();
     clock.AwaitWaits(1);
 
-    EXPECT_EQ(cache->AllSaved().at(0).nextRefreshTime,
-              TimePoint(std::chrono::hours(24 * 20000)) + clock.Waits()[0]);
+    const Duration ahead =
+        cache->AllSaved().at(0).nextRefreshTime - TimePoint(std::chrono::hours(24 * 20000));
+    EXPECT_GE(ahead, std::chrono::minutes(1080));
+    EXPECT_LE(ahead, std::chrono::minutes(1440));
 }
 
 TEST_F(SSDCacheMaintainerTest, SaveThatFailsIsAFailedRefresh) {
@@ -237,7 +256,7 @@ TEST_F(SSDCacheMaintainerTest, SaveThatFailsIsAFailedRefresh) {
     clock.AwaitWaits(1);
 
     EXPECT_EQ(logger->Messages(4), Texts{"Failed to get fresh SSDS list due to exception: disk is full"});
-    EXPECT_LE(clock.Waits()[0], std::chrono::seconds(14400));
+    EXPECT_LE(NextTold() - clock.Now(), std::chrono::seconds(14400));
     // The time of the refresh that would have followed was told before the save.
     const Texts messages = logger->Messages();
     ASSERT_EQ(messages.size(), 5u);
@@ -250,39 +269,36 @@ TEST_F(SSDCacheMaintainerTest, WaitsUntilTheListIsDueToTheTick) {
     cache->next = clock.Now() + std::chrono::hours(5);
     const auto maintainer = Started();
     clock.AwaitWaits(1);
-    EXPECT_EQ(clock.Waits()[0], std::chrono::hours(5));
 
     clock.Advance(std::chrono::hours(5) - Tick);
+    clock.AwaitWaits(2);
+    EXPECT_EQ(clock.Waits()[1], Tick);
     EXPECT_EQ(finder->Calls(), 0);
     clock.Advance(Tick);
-    clock.AwaitWaits(2);
+    clock.AwaitWaits(3);
 
     EXPECT_EQ(finder->Calls(), 1);
 }
 
-TEST_F(SSDCacheMaintainerTest, SingleWaitIsTenDaysAtMost) {
-    cache->next = clock.Now() + std::chrono::hours(24 * 25);
+TEST_F(SSDCacheMaintainerTest, ListThatBecameDueWhileTheMachineSleptIsRefreshedMinutesAfterItWakes) {
+    cache->next = clock.Now() + std::chrono::hours(5);
     const auto maintainer = Started();
-    for (std::size_t wait = 1; wait <= 3; ++wait) {
-        clock.AwaitWaits(wait);
-        EXPECT_EQ(finder->Calls(), 0);
-        clock.Advance(std::chrono::hours(24 * 10));
-    }
-    clock.AwaitWaits(4);
+    clock.AwaitWaits(1);
+
+    clock.SetNow(cache->next);  // the clock of the wait stood still
+    clock.Advance(std::chrono::minutes(5));
+    clock.AwaitWaits(2);
 
     EXPECT_EQ(finder->Calls(), 1);
-    const auto waits = clock.Waits();
-    EXPECT_EQ(
-        (std::vector<Duration>(waits.begin(), waits.begin() + 3)),
-        (std::vector<Duration>{std::chrono::hours(240), std::chrono::hours(240), std::chrono::hours(120)}));
 }
 
 TEST_F(SSDCacheMaintainerTest, TimeThatIsNeverReachedIsWaitedFor) {
     cache->next = TimePoint::max();
     const auto maintainer = Started();
     clock.AwaitWaits(1);
+    clock.Advance(std::chrono::hours(24 * 365));
+    clock.AwaitWaits(2);
 
-    EXPECT_EQ(clock.Waits()[0], std::chrono::hours(240));
     EXPECT_EQ(finder->Calls(), 0);
 }
 
@@ -292,16 +308,63 @@ TEST_F(SSDCacheMaintainerTest, GoesOnAfterSuccessAndFailure) {
         if (++calls == 2) throw std::runtime_error("no answer");
     };
     const auto maintainer = Started();
-    for (std::size_t wait = 1; wait <= 3; ++wait) {
-        clock.AwaitWaits(wait);
-        clock.Advance(clock.Waits()[wait - 1]);
-    }
-    clock.AwaitWaits(4);
+    clock.AwaitWaits(1);
+    for (int refresh = 2; refresh <= 4; ++refresh)
+        ReachNext();
 
     EXPECT_EQ(finder->Calls(), 4);
     EXPECT_EQ(cache->AllSaved().size(), 3u);
-    EXPECT_LE(clock.Waits()[1], std::chrono::seconds(14400));
-    EXPECT_GE(clock.Waits()[2], std::chrono::minutes(1080));
+}
+
+TEST_F(SSDCacheMaintainerTest, GoesOnAfterAnExceptionOfAnyStandardType) {
+    class Unheard : public std::exception {
+    public:
+        const char* what() const noexcept override { return "unheard of"; }
+    };
+    std::atomic<int> calls{0};
+    finder->script = [&](auto) {
+        switch (++calls) {
+            case 1:
+                throw std::logic_error("broken");
+            case 2:
+                throw std::bad_alloc();
+            case 3:
+                throw Unheard();
+        }
+    };
+    const auto maintainer = Started();
+    clock.AwaitWaits(1);
+    for (int refresh = 2; refresh <= 4; ++refresh)
+        ReachNext();
+
+    const std::string failed = "Failed to get fresh SSDS list due to exception: ";
+    EXPECT_EQ(logger->Messages(4),
+              (Texts{failed + "broken", failed + std::bad_alloc().what(), failed + "unheard of"}));
+    EXPECT_EQ(cache->AllSaved().size(), 1u);
+}
+
+TEST_F(SSDCacheMaintainerTest, DrawsAllItsTimesFromOneRandomSource) {
+    std::atomic<int> calls{0};
+    finder->script = [&](auto) {
+        if (++calls == 2) throw std::runtime_error("no answer");
+    };
+    std::vector<Duration> drawn;
+    const auto maintainer = Started();
+    clock.AwaitWaits(1);
+    for (int refresh = 1; refresh <= 3; ++refresh) {
+        if (refresh > 1) ReachNext();
+        drawn.push_back(NextTold() - clock.Now());
+    }
+
+    std::mt19937 generator(random.SeedWord());
+    const auto draw = [&](int least, int most) {
+        return std::uniform_int_distribution(least, most)(generator);
+    };
+    const Duration first = std::chrono::minutes(draw(1080, 1440));
+    const Duration second = std::chrono::seconds(draw(300, 14400));
+    const Duration third = std::chrono::minutes(draw(1080, 1440));
+    EXPECT_EQ(drawn, (std::vector<Duration>{first, second, third}));
+    EXPECT_NE(first, third);
 }
 
 TEST_F(SSDCacheMaintainerTest, StopDuringTheWaitEndsTheThreadWithoutARequest) {
@@ -344,6 +407,24 @@ TEST_F(SSDCacheMaintainerTest, StopDuringASearchCancelsItAndNothingIsAskedAfterw
               Texts{"Failed to get fresh SSDS list due to exception: Operation cancelled."});
     EXPECT_EQ(logger->Messages().back(), "Thread exiting.");
     EXPECT_EQ(clock.Waits().size(), 0u);
+}
+
+TEST_F(SSDCacheMaintainerTest, StopWhenTheNextRefreshIsDueAlreadyEndsTheThreadWithoutARequest) {
+    std::promise<void> asked;
+    finder->script = [&](Cancellation::Token token) {
+        asked.set_value();
+        while (!token.IsCancelled())
+            std::this_thread::yield();
+    };
+    cache->onSave = [this](TimePoint next) { clock.SetNow(next); };
+    auto maintainer = Started();
+    asked.get_future().wait();
+
+    maintainer.reset();
+
+    EXPECT_EQ(finder->Calls(), 1);
+    EXPECT_EQ(cache->AllSaved().size(), 1u);
+    EXPECT_EQ(logger->Messages().back(), "Thread exiting.");
 }
 
 TEST_F(SSDCacheMaintainerTest, WorksWithoutALogger) {

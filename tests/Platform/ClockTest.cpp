@@ -207,7 +207,7 @@ TEST_F(WaitingTest, LengthIsSteadyTimeAndDeadlineIsWallTime) {
     EXPECT_THAT(clock.waits, ElementsAre(Duration(100), Duration(1000)));
 }
 
-TEST_F(WaitingTest, SingleWaitNeverExceedsTenDays) {
+TEST_F(WaitingTest, SingleWaitForALengthNeverExceedsTenDays) {
     const Duration tenDays = std::chrono::hours(240);
     EXPECT_EQ(Platform::LongestWait, tenDays);
     clock.lengths = {tenDays, Duration(5)};
@@ -215,19 +215,41 @@ TEST_F(WaitingTest, SingleWaitNeverExceedsTenDays) {
     EXPECT_THAT(clock.waits, ElementsAre(tenDays, Duration(5)));
     clock.waits.clear();
     clock.onWait = [this] { done = clock.waits.size() == 2; };
+    clock.lengths = {tenDays, tenDays};
+    EXPECT_TRUE(For(Duration::max()));
+    EXPECT_THAT(clock.waits, ElementsAre(tenDays, tenDays));
+}
+
+TEST_F(WaitingTest, SingleWaitForATimeNeverExceedsFiveMinutes) {
+    const Duration bound = std::chrono::minutes(5);
+    EXPECT_EQ(Platform::LongestBlindWait, bound);
+    clock.lengths = {bound, Duration(5)};
+    EXPECT_FALSE(Until(clock.now + bound + Duration(5)));
+    EXPECT_THAT(clock.waits, ElementsAre(bound, Duration(5)));
+    clock.onWait = [this] { done = clock.waits.size() == 2; };
     for (const TimePoint start : {TimePoint(), TimePoint(Duration(-5)), TimePoint::min()}) {
         clock.waits.clear();
         done = false;
         clock.now = start;
-        clock.lengths = {tenDays, tenDays};
+        clock.lengths = {bound, bound};
         EXPECT_TRUE(Until(TimePoint::max()));
-        EXPECT_THAT(clock.waits, ElementsAre(tenDays, tenDays));
-        clock.waits.clear();
-        done = false;
-        clock.lengths = {tenDays, tenDays};
-        EXPECT_TRUE(For(Duration::max()));
-        EXPECT_THAT(clock.waits, ElementsAre(tenDays, tenDays));
+        EXPECT_THAT(clock.waits, ElementsAre(bound, bound));
     }
+}
+
+TEST_F(WaitingTest, TimeThatPassesWhileTheMachineSleepsBringsADeadlineNearerAndNoLength) {
+    const Duration night = std::chrono::hours(8);
+    const Duration bound = Platform::LongestBlindWait;
+    clock.onWait = [&, this] {
+        if (clock.waits.size() == 1) clock.now += night;
+    };
+    clock.lengths = {bound, Tick};
+    EXPECT_FALSE(Until(clock.now + night + bound + Tick));
+    EXPECT_THAT(clock.waits, ElementsAre(bound, Tick));
+    clock.waits.clear();
+    clock.lengths = {Duration(99), Tick};
+    EXPECT_FALSE(For(Duration(100)));
+    EXPECT_THAT(clock.waits, ElementsAre(Duration(100), Tick));
 }
 
 TEST_F(WaitingTest, DeadlineBefore1970IsWaitedForToTheTick) {
