@@ -2,7 +2,8 @@
 // server, through `ServiceGateway` as a program gets it from the library, and through
 // `ZephSorrelSyncHttpClient` over a connection pool, with several threads each. Once with a token that
 // each call looks up on the disk, where other processes may have replaced it, and once with one that was
-// given.
+// given; and once away from home, where only another datacenter has the service and one call in about fifty
+// looks into the lists for a server nearer by.
 //
 //   bench_gateway [rounds]      201 unless told otherwise
 
@@ -20,6 +21,7 @@
 #include "ClientCommunications/CommunicationsParameters.h"
 #include "ClientCommunications/IClientCommunications.h"
 #include "ClientCommunications/Impl/ClientCommunications.h"
+#include "ClientCommunications/Impl/GuidText.h"
 #include "ClientCommunications/SfsGateway.h"
 #include "Ombry.SecClientConfig/Here/FoldersHere.h"
 #include "OmbryZephCore/ZephSorrelSyncConnectionPool.h"
@@ -38,6 +40,7 @@ constexpr int DefaultRounds = 201;
 constexpr int CallsOfARound = 480;  // all threads together
 constexpr const char* Path = "/small";
 constexpr const char* ServiceName = "orders";
+constexpr const char* RemoteServiceName = "orders-elsewhere";
 
 /// A call in a loop by one thread; made in that thread.
 using Caller = std::function<void(int calls)>;
@@ -55,24 +58,30 @@ public:
         if (chdir(folder.c_str()) != 0) throw std::runtime_error("Cannot enter " + folder);
         const CommunicationsParameters parameters("client");
         communications = MakeClientCommunications(parameters);
-        Register(server, CreateCredentials(parameters)->GetClientId());
-        gateway = MakeGateway(*communications);
+        const std::string clientId = CreateCredentials(parameters)->GetClientId();
+        Register(server, clientId, ServiceName, SandboxService::DatacenterId);
+        Register(server, clientId, RemoteServiceName, SandboxService::OtherDatacenterId);
+        gateway = MakeGateway(*communications, ServiceName);
 
         CommunicationsParameters withFixedToken{std::string()};
         withFixedToken.SetFixedToken(SandboxService::InstallToken);
         fixedTokenCommunications = MakeClientCommunications(withFixedToken);
-        fixedTokenGateway = MakeGateway(*fixedTokenCommunications);
+        fixedTokenGateway = MakeGateway(*fixedTokenCommunications, ServiceName);
+        remoteGateway = MakeGateway(*fixedTokenCommunications, RemoteServiceName);
     }
 
     /// With a token of its own, which each call looks up in the cache on the disk.
     void Call(int calls) { Call(*communications, *gateway, calls); }
     /// With a token that was given to it.
     void CallWithFixedToken(int calls) { Call(*fixedTokenCommunications, *fixedTokenGateway, calls); }
+    /// With that token too, to a service of another datacenter alone.
+    void CallRemotely(int calls) { Call(*fixedTokenCommunications, *remoteGateway, calls); }
 
 private:
-    static std::shared_ptr<IServiceGateway> MakeGateway(IClientCommunications& communications) {
+    static std::shared_ptr<IServiceGateway> MakeGateway(IClientCommunications& communications,
+                                                        const std::string& serviceName) {
         return communications.GetServiceGatewayFactory()->Create(
-            communications.GetServiceFinderFactory()->CreateByName(ServiceName));
+            communications.GetServiceFinderFactory()->CreateByName(serviceName));
     }
 
     static void Call(IClientCommunications& communications, IServiceGateway& gateway, int calls) {
@@ -84,18 +93,19 @@ private:
         }
     }
 
-    void Register(const LocalServer& server, const std::string& clientId) {
+    void Register(const LocalServer& server, const std::string& clientId, const std::string& serviceName,
+                  const std::string& datacenterId) {
         const std::string url = "https://127.0.0.1:" + std::to_string(server.Port());
         SfsGateway::ServiceEnrollment service;
-        service.serviceId.Set("5ad7b0c2-0003-4c00-8000-000000000001");
-        service.serviceName.Set(ServiceName);
+        service.serviceId.Set(MakeGuidText());
+        service.serviceName.Set(serviceName);
         service.clientId.Set(clientId);
         service.directUrl.Set(url);
         service.endpointUrl.Set(url);
         service.endpointCert.Set(server.Certificate());
         service.serviceHostname.Set("127.0.0.1");
         service.serviceNamespace.Set("default");
-        service.datacenterId.Set(SandboxService::DatacenterId);
+        service.datacenterId.Set(datacenterId);
         SfsGateway::EnrollService(communications, service);
     }
 
@@ -104,7 +114,7 @@ private:
     SecClientConfig::FoldersHere folders;
     const Platform::Testing::Replace<Platform::IKnownFolders> replaced{folders};
     std::shared_ptr<IClientCommunications> communications, fixedTokenCommunications;
-    std::shared_ptr<IServiceGateway> gateway, fixedTokenGateway;
+    std::shared_ptr<IServiceGateway> gateway, fixedTokenGateway, remoteGateway;
 };
 
 /// The bare client in each thread, over one pool.
@@ -222,6 +232,11 @@ void RunAll(int rounds) {
         Compare(
             report, "with a fixed token", threads, rounds,
             [&](int calls) { enrolled.CallWithFixedToken(calls); }, bareCalls);
+    }
+    for (const int threads : {1, 4, 16}) {
+        Compare(
+            report, "away from home", threads, rounds, [&](int calls) { enrolled.CallRemotely(calls); },
+            bareCalls);
     }
 }
 

@@ -28,6 +28,7 @@ SandboxService::SandboxService()
       descriptor(open(output.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)),
       process({OMBRY_SANDBOX_PATH, "--state", folder.Path("state"), "--install-token", InstallToken, "--user",
                User, "--password", Password, "--datacenter", std::string(DatacenterId) + "=Bench",
+               "--datacenter", std::string(OtherDatacenterId) + "=Elsewhere",
                // A benchmark is over long before its caches are too old.
                "--cache-control", "max-age=86400, stale-while-revalidate=604500", "--token-seconds", "86400"},
               descriptor) {

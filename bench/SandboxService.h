@@ -13,6 +13,7 @@ public:
     static constexpr const char* User = "admin";
     static constexpr const char* Password = "secret";
     static constexpr const char* DatacenterId = "5ad7b0c2-0001-4c00-8000-000000000001";
+    static constexpr const char* OtherDatacenterId = "5ad7b0c2-0001-4c00-8000-000000000002";
 
     SandboxService();
     ~SandboxService();
