@@ -285,6 +285,7 @@ TEST_F(SSDCacheMaintainerTest, ListThatBecameDueWhileTheMachineSleptIsRefreshedM
     const auto maintainer = Started();
     clock.AwaitWaits(1);
 
+    ASSERT_EQ(clock.Waits()[0], std::chrono::minutes(5));
     clock.SetNow(cache->next);  // the clock of the wait stood still
     clock.Advance(std::chrono::minutes(5));
     clock.AwaitWaits(2);
