@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 #include "ClientCommunications/IServiceRequest.h"
@@ -8,9 +9,15 @@
 
 namespace Ombry::ClientCommunications {
 
+/// Bytes of a body that an answer holds in memory at most: the body of `CallForString`, and of
+/// `CallForStream` that of a status of 300 and above. Far above every real answer, and there so that no
+/// service can use up the memory. What `CallForStream` hands to its writer has no limit.
+inline constexpr std::uint64_t MaxBodyInMemory = 256 * 1024 * 1024;
+
 /// Makes calls. Every HTTP status comes back as a response; the lack of an answer is an exception:
 /// `CommunicationsError` or `Cancellation::TimeoutException` where another server may help,
 /// `Cancellation::OperationCancelledException` when the token fired, `std::runtime_error` where nothing will.
+/// So ends a body of more than `MaxBodyInMemory`: it is the answer, and another server would give the same.
 /// May be called from several threads at once.
 class IServiceGateway : public Interface {
 public:

@@ -474,7 +474,10 @@ ZephHttpClientConnection::Progress ZephHttpClientConnection::ReadChunkHeader() {
     m_LastChunk = m_BodyLength == 0;
     m_TrailerSeen = false;
     m_ChunkHeaderSeen = true;
-    return Progress::Again;
+    if (m_LastChunk) return Progress::Again;
+    ZephHttpResponseHandlerIf* const pHandler = m_ResponseHandlers.front();
+    const bool bRefused = pHandler && pHandler->OnChunkAnnounced(m_BodyLength) != eRC_Success;
+    return bRefused ? Fail() : Progress::Again;
 }
 
 /// A chunk goes out whole, in one call. The line end behind it is stepped over, whatever it is.

@@ -5,8 +5,8 @@
 
 namespace OmbryZephCore {
 
-/// Receives one response. The first four return a result code; a non-zero one ends the connection. Data
-/// pointers are valid only during the call. To go on receiving, a handler calls
+/// Receives one response. A result code that is not zero ends the connection. Data pointers are valid only
+/// during the call. To go on receiving, a handler calls
 /// `ZephHttpClientConnectionIf::ContinueReceive` before it returns, or later.
 class ZephHttpResponseHandlerIf {
 public:
@@ -18,6 +18,9 @@ public:
     virtual std::uint32_t OnCompleteResponse(std::uint32_t nStatus, const std::uint8_t* pData,
                                              std::uint32_t nBytes) = 0;
     virtual void OnResponseFailed() = 0;
+    /// A chunk of this length is to come, and no room was made for it yet; every chunk is held whole. Comes
+    /// for answers with a status below 200 too, of which nothing else is told. Receiving goes on by itself.
+    virtual std::uint32_t OnChunkAnnounced(std::uint32_t /*nBytes*/) { return 0; }
 };
 
 class ZephHttpRequestNotifierIf {

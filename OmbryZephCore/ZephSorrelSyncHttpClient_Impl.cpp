@@ -161,13 +161,22 @@ std::uint32_t ZephSorrelSyncHttpClient_Impl::CallOut(Call call) {
     }
 }
 
-std::uint32_t ZephSorrelSyncHttpClient_Impl::OnResponseStart(std::uint32_t nStatus, std::uint32_t) {
+std::uint32_t ZephSorrelSyncHttpClient_Impl::OnResponseStart(std::uint32_t nStatus, std::uint32_t nLength) {
     ExtractResponseHeaders(nStatus);
     if (m_Writer) {
-        if (const std::uint32_t nResult = CallOut([this] { m_Writer->Begin(); })) return nResult;
+        const std::uint32_t nResult = CallOut([&] {
+            m_Writer->Begin();
+            m_Writer->Expect(nLength);
+        });
+        if (nResult != eRC_Success) return nResult;
     }
     m_Connection->GetHttpConnection().ContinueReceive();
     return eRC_Success;
+}
+
+std::uint32_t ZephSorrelSyncHttpClient_Impl::OnChunkAnnounced(std::uint32_t nBytes) {
+    if (!m_Writer) return eRC_Success;
+    return CallOut([&] { m_Writer->Expect(nBytes); });
 }
 
 std::uint32_t ZephSorrelSyncHttpClient_Impl::OnResponseData(std::uint32_t nBytes, const std::uint8_t* pData) {

@@ -46,6 +46,7 @@ private:
     std::uint32_t OnCompleteResponse(std::uint32_t nStatus, const std::uint8_t* pData,
                                      std::uint32_t nBytes) override;
     void OnResponseFailed() override;
+    std::uint32_t OnChunkAnnounced(std::uint32_t nBytes) override;
     void OnRequestSent() override { m_RequestSent = true; }
     void OnRequestFailed() override;
     void OnReadyForBody() override;

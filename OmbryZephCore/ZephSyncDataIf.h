@@ -24,6 +24,9 @@ public:
     virtual void Begin() = 0;
     virtual void Write(const std::uint8_t* pData, std::uint32_t nBytes) = 0;
     virtual void End() = 0;
+    /// So many more bytes are announced: behind `Begin` the whole body, 0 for unknown, and then each chunk.
+    /// Comes before room is made for them; a sink that does not want them throws.
+    virtual void Expect(std::uint32_t /*nBytes*/) {}
 };
 
 }  // namespace OmbryZephCore

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "ClientCommunications/CommunicationsError.h"
+#include "ClientCommunications/Impl/BodyLimit.h"
 #include "ClientCommunications/Impl/ServiceResponse.h"
 #include "ClientCommunications/Impl/StreamResponseWriter.h"
 #include "ClientCommunications/Impl/SyncReaderAdapter.h"
@@ -58,7 +59,8 @@ std::shared_ptr<IStringServiceResponse> HttpClientServiceGateway::CallForString(
     std::string body;
     SyncStringWriter writer(body);
     Private::SyncWriterAdapter adapter(writer);
-    DoRequest(*client, *request, adapter, token);
+    BodyLimit limit(adapter);
+    DoRequest(*client, *request, limit, token);
     return std::make_shared<StringServiceResponse>(*client, service, std::move(body));
 }
 
@@ -122,7 +124,15 @@ void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const
     const std::string url = service->GetEndpointUrl();
     LogCall(logger, __FILE__, __LINE__, DoRequestName, 1, "Calling ", method, " ", url, path,
             makeCorrelationString(request));
-    const std::uint32_t code = client.DoRequest(method, path);
+    std::uint32_t code = OmbryZephCore::eRC_Success;
+    try {
+        code = client.DoRequest(method, path);
+    } catch (const BodyTooLong&) {
+        const std::string message = "The answer to " + method + " " + url + path + " is longer than the " +
+                                    std::to_string(MaxBodyInMemory) + " bytes that are held in memory.";
+        LogCall(logger, __FILE__, __LINE__, DoRequestName, 4, message, makeCorrelationString(request));
+        throw std::runtime_error(message);
+    }
     if (code == OmbryZephCore::eRC_Success || code == OmbryZephCore::eRC_HTTP_StatusFailure) {
         LogCall(logger, __FILE__, __LINE__, DoRequestName, 1, "Got HTTP status ", client.GetHttpStatus(),
                 makeCorrelationString(request));

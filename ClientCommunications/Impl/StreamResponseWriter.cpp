@@ -1,15 +1,22 @@
 #include "ClientCommunications/Impl/StreamResponseWriter.h"
 
+#include "ClientCommunications/Impl/BodyLimit.h"
+
 namespace Ombry::ClientCommunications {
 
 void StreamResponseWriter::Begin() {
     if (IsGood()) writer.Reset();
 }
 
+void StreamResponseWriter::Expect(std::uint32_t nBytes) {
+    if (!IsGood()) RequireRoomForBody(errorBody.size(), nBytes);
+}
+
 void StreamResponseWriter::Write(const std::uint8_t* pData, std::uint32_t nBytes) {
     if (IsGood()) {
         writer.Write(pData, nBytes);
     } else {
+        RequireRoomForBody(errorBody.size(), nBytes);
         errorBody.append(reinterpret_cast<const char*>(pData), nBytes);
     }
 }

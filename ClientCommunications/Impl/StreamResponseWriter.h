@@ -9,14 +9,15 @@
 namespace Ombry::ClientCommunications {
 
 /// The sink of a stream call: the body of a status below 300 goes to the caller's writer, that of any other
-/// is kept here, so that an error page never reaches the writer. Lives on the stack of one call; owns neither
-/// argument.
+/// is kept here, up to `MaxBodyInMemory`, so that an error page never reaches the writer. Lives on the stack
+/// of one call; owns neither argument.
 class StreamResponseWriter : public OmbryZephCore::ZephSyncDataWriterIf {
 public:
     StreamResponseWriter(const OmbryZephCore::ZephSorrelSyncHttpClient& client, ISyncWriter& writer)
         : client(client), writer(writer) {}
 
     void Begin() override;
+    void Expect(std::uint32_t nBytes) override;
     void Write(const std::uint8_t* pData, std::uint32_t nBytes) override;
     void End() override;
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "ClientCommunications/CommunicationsError.h"
+#include "ClientCommunications/Impl/BodyLimit.h"
 #include "ClientCommunications/Impl/HttpClientServiceGatewayFactory.h"
 #include "ClientCommunications/Impl/Service.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
@@ -11,6 +12,8 @@
 #include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephSSLManagerProvider.h"
 #include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/LeftOut.h"
+#include "tests/Fakes/LoopbackServer.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedSockets.h"
 
@@ -203,8 +206,8 @@ INSTANTIATE_TEST_SUITE_P(
                       PortCase{"HTTP://h", "h:0"}, PortCase{"h:81", "h:81"}, PortCase{"h", "h:0"},
                       PortCase{"http://h:port", "h:0"}, PortCase{"http://h:70000", "h:4464"},
                       PortCase{"http://h:65535", "h:65535"}, PortCase{"http://h:65536", "h:0"},
-                      PortCase{"http://h:-1", "h:65535"},
-                      PortCase{"http://h:99999999999999999999", "h:65535"},
+                      PortCase{"http://h:-1", "h:65535"}, PortCase{"http://h:010", "h:10"},
+                      PortCase{"http://h:0x50", "h:0"}, PortCase{"http://h:99999999999999999999", "h:65535"},
                       PortCase{"http://h:4294967739", "h:65535"}, PortCase{"http://h:80x", "h:80"},
                       PortCase{"http://[::1]:81", "::1:81"}));
 
@@ -286,6 +289,16 @@ TEST_F(HttpClientServiceGatewayTest, VerbosityOfTheFactoryReachesTheConnections)
     EXPECT_TRUE(engines.verbose);
     EXPECT_THROW(Gateway("https://server")->CallForString(request, {}), CommunicationsError);
     EXPECT_FALSE(engines.verbose);
+}
+
+TEST_F(HttpClientServiceGatewayTest, TheHttpClientLogsToTheSameLogger) {
+    Call();
+    std::vector<std::string> lines;
+    for (const RecordingLogger::Entry& entry : logger->Entries()) {
+        if (entry.function == "OmbryZephCore::ZephSorrelSyncHttpClient_Impl::DoRequest")
+            lines.push_back(entry.message);
+    }
+    EXPECT_THAT(lines, ElementsAre("sending GET to /base/path", "Got HTTP response code 200"));
 }
 
 TEST_F(HttpClientServiceGatewayTest, LevelsThatAreOffAreNotLogged) {
@@ -425,6 +438,143 @@ INSTANTIATE_TEST_SUITE_P(All, HttpClientServiceGatewayStreamTest,
                                            StreamCase{"404 X", "untouched", "data"},
                                            StreamCase{"500 X", "untouched", "data"}));
 
+// --- Bodies that are too long to be held in memory ---
+
+/// What the message says of a body of more than 256 MiB.
+const char TooLong[] =
+    "The answer to GET http://server:8080/base/path is longer than the 268435456 bytes that are held in "
+    "memory.";
+
+/// Refuses the room that only a body beyond the limit needs.
+class NoRoomForLongBodies {
+public:
+    NoRoomForLongBodies()
+        : previous(OmbryZephCore::ZephIOBuffer::ReplaceAllocator([](std::uint64_t nBytes) {
+              return nBytes > MaxBodyInMemory ? nullptr : new (std::nothrow) std::uint8_t[nBytes];
+          })) {}
+    ~NoRoomForLongBodies() { OmbryZephCore::ZephIOBuffer::ReplaceAllocator(previous); }
+
+private:
+    OmbryZephCore::ZephIOBuffer::Allocator previous;
+};
+
+class HttpClientServiceGatewayLongBodyTest : public HttpClientServiceGatewayTest,
+                                             public ::testing::WithParamInterface<const char*> {
+protected:
+    /// The answer begins like this, and then the peer closes.
+    void BeginAnswer(const std::string& status, const std::string& rest) {
+        sockets.OnSend([=, this](ScriptedSockets::Handle handle, const std::string&) {
+            sockets.Deliver(handle, "HTTP/1.1 " + status + "\r\n" + rest);
+            sockets.CloseByPeer(handle);
+        });
+    }
+
+    void CallForStream() {
+        Gateway()->CallForStream(request, std::make_shared<SyncStringWriter>(streamed), {});
+    }
+
+    const NoRoomForLongBodies noRoom;
+    std::string streamed;
+};
+
+TEST_P(HttpClientServiceGatewayLongBodyTest, EndsTheCallBeforeRoomIsMadeAndIsNotAskedForAgain) {
+    BeginAnswer("200 OK", GetParam());
+    EXPECT_EQ(ThrownBy<std::runtime_error>([&] { Call(); }), TooLong) << "no other server is tried for it";
+    EXPECT_EQ(GatewayLog().back(), (std::pair<int, std::string>(4, TooLong)));
+    EXPECT_EQ(sockets.CallsOf("Connect"), 1u);
+}
+
+TEST_P(HttpClientServiceGatewayLongBodyTest, LeavesNoConnectionBehind) {
+    BeginAnswer("200 OK", GetParam());
+    EXPECT_THROW(Call(), std::runtime_error);
+    AnswerWith("200 OK", "body");
+    EXPECT_EQ(Call()->GetBody(), "body");
+    EXPECT_EQ(sockets.CallsOf("Connect"), 2u);
+}
+
+TEST_P(HttpClientServiceGatewayLongBodyTest, EndsAStreamCallWhereItIsNotTheCallersBody) {
+    BeginAnswer("404 X", GetParam());
+    EXPECT_EQ(ThrownBy<std::runtime_error>([&] { CallForStream(); }), TooLong);
+    EXPECT_EQ(streamed, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, HttpClientServiceGatewayLongBodyTest,
+                         ::testing::Values("Content-Length: 268435457\r\n\r\nx",
+                                           "Content-Length: 4294967295\r\n\r\nx",
+                                           "Transfer-Encoding: chunked\r\n\r\n10000001\r\n",
+                                           "Transfer-Encoding: chunked\r\n\r\nFFFFFFFF\r\n",
+                                           "Transfer-Encoding: chunked\r\n\r\n1\r\nx\r\n10000000\r\n"));
+
+TEST_F(HttpClientServiceGatewayLongBodyTest, InAnAnswerAheadOfTheRealOneCountsToo) {
+    BeginAnswer("102 Wait", "Transfer-Encoding: chunked\r\n\r\n10000001\r\n");
+    EXPECT_EQ(ThrownBy<std::runtime_error>([&] { Call(); }), TooLong);
+}
+
+TEST_F(HttpClientServiceGatewayLongBodyTest, OfExactlyTheLimitIsReceived) {
+    for (const char* rest :
+         {"Content-Length: 268435456\r\n\r\nx", "Transfer-Encoding: chunked\r\n\r\n1\r\nx\r\nFFFFFFF\r\nx"}) {
+        BeginAnswer("200 OK", rest);
+        EXPECT_EQ(ThrownBy<CommunicationsError>([&] { Call(); }), "Error 11.0")
+            << "the peer closed: " << rest;
+    }
+}
+
+TEST_F(HttpClientServiceGatewayLongBodyTest, IsNoConcernOfAStream) {
+    BeginAnswer("200 OK", "Content-Length: 268435457\r\n\r\nx");
+    EXPECT_EQ(ThrownBy<CommunicationsError>([&] { CallForStream(); }), "Error 11.0") << "the peer closed";
+    EXPECT_EQ(streamed, "x");
+    BeginAnswer("200 OK", "Transfer-Encoding: chunked\r\n\r\n1\r\ny\r\n10000000\r\n");
+    EXPECT_EQ(ThrownBy<CommunicationsError>([&] { CallForStream(); }), "Error 11.0") << "the peer closed";
+    EXPECT_EQ(streamed, "y");
+}
+
+TEST(HttpClientServiceGatewayOnLoopbackTest, ABodyThatLastsUntilThePeerClosesEndsAtTheLimit) {
+    if (!HasMemoryFor(3 * MaxBodyInMemory)) return;
+    LoopbackServer server([](LoopbackServer::Connection& connection) {
+        connection.ReadRequest();
+        const std::string piece(1 << 20, 'x');
+        connection.Send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n");
+        for (int n = 0; n < 300 && connection.Send(piece); ++n) {
+        }
+    });
+    ServiceDto dto;
+    dto.endpointUrl = server.Url();
+    HttpClientServiceGatewayFactory factory(nullptr, false);
+    try {
+        factory.Create(std::make_shared<Service>(dto))
+            ->CallForString(CreateServiceRequest("GET", "/path", "7"), {});
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const std::runtime_error& failure) {
+        EXPECT_EQ(failure.what(), "The answer to GET " + server.Url() +
+                                      "/path is longer than the 268435456 bytes that are held in memory.");
+    }
+}
+
+TEST(BodyLimitTest, CountsWhatWasWrittenSinceTheBodyBegan) {
+    class Counting : public OmbryZephCore::ZephSyncDataWriterIf {
+    public:
+        void Begin() override { calls.push_back("Begin"); }
+        void Write(const std::uint8_t*, std::uint32_t nBytes) override {
+            calls.push_back("Write " + std::to_string(nBytes));
+        }
+        void End() override { calls.push_back("End"); }
+        std::vector<std::string> calls;
+    };
+    Counting sink;
+    BodyLimit limit(sink);
+    limit.Begin();
+    limit.Write(nullptr, 1);
+    EXPECT_THROW(limit.Write(nullptr, 0x10000000), BodyTooLong);
+    EXPECT_THROW(limit.Write(nullptr, 0xFFFFFFFF), BodyTooLong);
+    limit.Write(nullptr, 0x0FFFFFFF);
+    EXPECT_THROW(limit.Write(nullptr, 1), BodyTooLong);
+    limit.Begin();
+    limit.Write(nullptr, 0x10000000);
+    limit.End();
+    EXPECT_THAT(sink.calls,
+                ElementsAre("Begin", "Write 1", "Write 268435455", "Begin", "Write 268435456", "End"));
+}
+
 TEST_F(HttpClientServiceGatewayTest, AStreamCallFailsAsAStringCallDoes) {
     sockets.OnSend(
         [this](ScriptedSockets::Handle handle, const std::string&) { sockets.CloseByPeer(handle); });
@@ -432,6 +582,20 @@ TEST_F(HttpClientServiceGatewayTest, AStreamCallFailsAsAStringCallDoes) {
     EXPECT_EQ(ThrownBy<CommunicationsError>(
                   [&] { Gateway()->CallForStream(request, std::make_shared<SyncStringWriter>(text), {}); }),
               "Error 11.0");
+}
+
+TEST_F(HttpClientServiceGatewayTest, TheTokenOfAStreamCallEndsItsWait) {
+    const auto token = Cancellation::CreateCancellable();
+    sockets.OnSend(nullptr);
+    sockets.OnIdle([&](std::int64_t) {
+        token.Cancel();
+        clock.Advance(std::chrono::seconds(1));
+    });
+    std::string text;
+    EXPECT_EQ(ThrownBy<Cancellation::OperationCancelledException>([&] {
+                  Gateway()->CallForStream(request, std::make_shared<SyncStringWriter>(text), token);
+              }),
+              "Operation cancelled.");
 }
 
 }  // namespace

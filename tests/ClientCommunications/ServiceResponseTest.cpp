@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "ClientCommunications/Impl/BodyLimit.h"
 #include "ClientCommunications/Impl/Service.h"
 #include "ClientCommunications/Impl/StreamResponseWriter.h"
 #include "ClientCommunications/Impl/SyncStringWriter.h"
@@ -143,6 +144,31 @@ TEST_P(StreamResponseWriterTest, SplitsAt300AndNotAt200) {
     } else {
         EXPECT_THAT(recording.calls, ::testing::IsEmpty());
         EXPECT_EQ(writer.GetErrorBody(), "abc");
+    }
+}
+
+TEST_P(StreamResponseWriterTest, HoldsAnErrorOf256MiBAndHandsOnWhatIsGoodWithoutALimit) {
+    class Counting : public ISyncWriter {
+    public:
+        void Reset() override {}
+        void Write(const void*, std::size_t size) override { bytes += size; }
+        void Finish() override {}
+        std::uint64_t bytes = 0;
+    };
+    Answer(GetParam().nStatus);
+    Counting counting;
+    StreamResponseWriter writer(client, counting);
+    writer.Begin();
+    writer.Write(reinterpret_cast<const std::uint8_t*>("x"), 1);
+    if (GetParam().good) {
+        EXPECT_NO_THROW(writer.Expect(0xFFFFFFFF));
+        EXPECT_NO_THROW(writer.Write(nullptr, 0xFFFFFFFF));
+        EXPECT_EQ(counting.bytes, 0x100000000U);
+    } else {
+        EXPECT_NO_THROW(writer.Expect(0x0FFFFFFF));
+        EXPECT_THROW(writer.Expect(0x10000000), BodyTooLong);
+        EXPECT_THROW(writer.Write(nullptr, 0x10000000), BodyTooLong);
+        EXPECT_EQ(writer.GetErrorBody(), "x");
     }
 }
 

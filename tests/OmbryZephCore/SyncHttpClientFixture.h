@@ -45,13 +45,19 @@ public:
 
 class Writer : public ZephSyncDataWriterIf {
 public:
-    void Begin() override { Note("Begin"); }
+    void Begin() override {
+        Note("Begin");
+        if (onBegin) onBegin();
+    }
+    void Expect(std::uint32_t nBytes) override { expected.push_back(nBytes); }
     void Write(const std::uint8_t* pData, std::uint32_t nBytes) override {
         Note("Write " + std::string(reinterpret_cast<const char*>(pData), nBytes));
     }
     void End() override { Note("End"); }
 
     Calls calls;
+    std::vector<std::uint32_t> expected;
+    std::function<void()> onBegin;
     std::string throwsAt;
 
 private:

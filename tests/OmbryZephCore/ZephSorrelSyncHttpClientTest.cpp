@@ -120,10 +120,72 @@ TEST_F(ZephSorrelSyncHttpClientTest, AStreamedResponseGoesToTheWriterPieceByPiec
     EXPECT_THAT(ResponseHeaders(), ElementsAre(Pair("A", "1"), Pair("B", "2")));
 }
 
+TEST_F(ZephSorrelSyncHttpClientTest, StatusAndHeadersAreThereWhenTheBodyBegins) {
+    Writer writer;
+    std::uint32_t nStatusAtBegin = 0;
+    std::map<std::string, std::string> headersAtBegin;
+    writer.onBegin = [&] {
+        nStatusAtBegin = client.GetHttpStatus();
+        headersAtBegin = ResponseHeaders();
+    };
+    const auto streamed = [](FakeSyncConnection& http) {
+        http.request->OnRequestSent();
+        EXPECT_EQ(http.response->OnResponseStart(404, 1), 0u);
+        EXPECT_EQ(http.response->OnResponseEnd(), 0u);
+        return 0u;
+    };
+    for (const auto& exchange :
+         {FakeSyncConnection::Exchange(streamed), FakeSyncConnection::Answer(404, "x")}) {
+        nStatusAtBegin = 0;
+        headersAtBegin.clear();
+        world.responseHeaders = {{"A", "1"}};
+        world.exchanges = {exchange};
+        client.SetDataWriter(&writer);
+        EXPECT_EQ(client.DoRequest("GET", "/"), 108u);
+        EXPECT_EQ(nStatusAtBegin, 404u);
+        EXPECT_THAT(headersAtBegin, ElementsAre(Pair("A", "1")));
+    }
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AnnouncedLengthsReachTheWriterBehindItsBegin) {
+    Writer writer;
+    writer.onBegin = [&] { EXPECT_THAT(writer.expected, ::testing::IsEmpty()); };
+    client.SetDataWriter(&writer);
+    world.exchanges = {[](FakeSyncConnection& http) {
+        http.request->OnRequestSent();
+        EXPECT_EQ(http.response->OnResponseStart(200, 7), 0u);
+        EXPECT_EQ(http.response->OnChunkAnnounced(3), 0u);
+        EXPECT_EQ(http.response->OnResponseEnd(), 0u);
+        return 0u;
+    }};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 0u);
+    EXPECT_THAT(writer.expected, ElementsAre(7u, 3u));
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AChunkThatTheWriterDoesNotWantEndsTheExchangeInItsException) {
+    class Refusing : public Writer {
+        void Expect(std::uint32_t nBytes) override {
+            if (nBytes == 3) throw std::runtime_error("too much");
+        }
+    };
+    Refusing writer;
+    client.SetDataWriter(&writer);
+    world.exchanges = {[](FakeSyncConnection& http) {
+        http.request->OnRequestSent();
+        EXPECT_EQ(http.response->OnResponseStart(200, 0), 0u);
+        EXPECT_NE(http.response->OnChunkAnnounced(3), 0u);
+        http.response->OnResponseFailed();
+        return 0u;
+    }};
+    EXPECT_THROW(client.DoRequest("GET", "/"), std::runtime_error);
+    EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "DoPendingIO"), 1) << "and is not repeated";
+}
+
 TEST_F(ZephSorrelSyncHttpClientTest, AResponseWithoutAWriterIsReadAllTheSame) {
     world.exchanges = {[](FakeSyncConnection& http) {
         http.request->OnRequestSent();
         EXPECT_EQ(http.response->OnResponseStart(200, 1), 0u);
+        EXPECT_EQ(http.response->OnChunkAnnounced(1), 0u);
         EXPECT_EQ(http.response->OnResponseData(1, reinterpret_cast<const std::uint8_t*>("a")), 0u);
         EXPECT_EQ(http.response->OnResponseEnd(), 0u);
         return 0u;
