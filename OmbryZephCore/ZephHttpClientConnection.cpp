@@ -532,6 +532,7 @@ ZephHttpClientConnection::Progress ZephHttpClientConnection::EndResponse(Call ca
         m_ReadFill = m_Consumed;
     }
     if (call(*pHandler) != eRC_Success) return Fail();
+    GiveBackLargeBuffer();
     return bMore ? Progress::Again : Progress::Wait;
 }
 
@@ -558,6 +559,13 @@ void ZephHttpClientConnection::Compact() {
     if (Unread() > 0) std::memmove(m_ReadBuffer.GetData(), Front(), Unread());
     m_ReadFill = Unread();
     m_Consumed = 0;
+}
+
+/// A connection may stay idle for minutes, and must not keep the room of its greatest chunk meanwhile.
+void ZephHttpClientConnection::GiveBackLargeBuffer() {
+    if (m_ReadBuffer.GetCapacity() <= LargestKeptBuffer || m_ReadPending || Unread() > 0) return;
+    Compact();
+    m_ReadBuffer.SetLength(ReadStep);  // without memory for the smaller one the larger one stays
 }
 
 /// Offset of `pattern` in the unread bytes, at `nFrom` or behind; npos if it is not there yet. The search

@@ -38,6 +38,9 @@ class ZephHttpClientConnection : public ZephHttpClientConnectionIf,
 public:
     /// Bytes by which the read buffer grows when a head does not fit; also the size of the first read.
     static constexpr std::uint32_t ReadStep = 0x4000;
+    /// The largest read buffer that outlives the answer that it grew for; a larger one is given back down to
+    /// `ReadStep`. Above the chunks of ordinary answers, so that none of those makes the buffer come and go.
+    static constexpr std::uint32_t LargestKeptBuffer = 0x100000;
 
     ZephHttpClientConnection() = default;
     ZephHttpClientConnection(const ZephHttpClientConnection&) = delete;
@@ -125,6 +128,7 @@ private:
     // The read buffer.
     Progress ReadMore(std::uint64_t nTotal = 0);
     void Compact();
+    void GiveBackLargeBuffer();
     void Consume(std::uint32_t nBytes) { m_Consumed += nBytes; }
     std::size_t Find(std::string_view pattern, std::size_t nFrom);
     std::uint8_t* Front() { return m_ReadBuffer.GetData() + m_Consumed; }
@@ -142,7 +146,8 @@ private:
     /// Filled by the peer. It grows by `ReadStep` for as long as a head, a chunk's size line or a trailer has
     /// no end, and to the size of a chunk, which is delivered whole; bodies of known length and bodies that
     /// end with the connection pass through what room there is. There is no limit short of 4 GiB: an
-    /// allocation that fails, or a length beyond that, fails the connection. It never shrinks. The bytes that
+    /// allocation that fails, or a length beyond that, fails the connection. A handler may refuse a chunk
+    /// before the buffer grows for it. It shrinks only behind an answer (`LargestKeptBuffer`). The bytes that
     /// nobody has used yet lie from `m_Consumed` to `m_ReadFill`; they move to the front only ahead of a
     /// read.
     ZephIOBuffer m_ReadBuffer;

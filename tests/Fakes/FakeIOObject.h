@@ -109,6 +109,9 @@ public:
         handler->CompleteTask(OmbryZephCore::TaskTypeWrite, false, 0xFFFFFFFF);
     }
 
+    /// Where the pending read puts its bytes.
+    std::uint8_t* ReadingInto() const { return read ? read->buffer : nullptr; }
+
     /// The bytes of the pending write.
     std::string Writing() const {
         return write ? std::string(reinterpret_cast<const char*>(write->buffer), write->size) : std::string();

@@ -1,3 +1,8 @@
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
 #include "OmbryZephCore/ZephHttpClientConnection.h"
 #include "tests/OmbryZephCore/HttpConnectionFixture.h"
 
@@ -184,13 +189,189 @@ TEST_F(ZephHttpClientConnectionLimitsTest, ReadBufferGrowsByItsStepUntilTheHeadE
     EXPECT_EQ("Complete 200 a", log.back());
 }
 
-TEST_F(ZephHttpClientConnectionLimitsTest, HeadOfAMebibyteInSmallSegmentsIsNotSearchedAgainForEach) {
+TEST_F(ZephHttpClientConnectionLimitsTest, HeadOfAMebibyteComesInSmallSegments) {
     SendGet();
     const std::string head =
         "HTTP/1.1 200 OK\r\nBig: " + std::string(1024 * 1024, 'x') + "\r\nContent-Length: 1\r\n\r\n";
-    // Searched from its beginning at each segment, this would look at 75 billion bytes.
     EXPECT_EQ(head.size() + 1, io.Feed(head + "a", 7));
     EXPECT_EQ("Complete 200 a", log.back());
+}
+
+TEST_F(ZephHttpClientConnectionLimitsTest, BytesThatWereSearchedInVainAreNotLookedAtAgain) {
+    struct Case {
+        std::string before;   // of the search, or of what it finds nothing in
+        std::string pattern;  // what it looks for
+        std::string rest;
+    };
+    const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+    const std::vector<Case> cases = {
+        {"HTTP/1.1 200 OK\r\nBig: ", "\r\n\r\n", "\r\nContent-Length: 0\r\n\r\n"},
+        {chunked + "0;", "\r\n", "\r\n\r\n"},
+        {chunked + "0\r\nT: ", "\r\n\r\n", "\r\n\r\n"},
+    };
+    for (const Case& example : cases) {
+        SCOPED_TRACE(example.before);
+        connection.Close();
+        connection.Initialize(&io, &terminator, "h", nullptr, nullptr);
+        SendGet();
+        io.Feed(example.before);
+        const std::string events = ::testing::PrintToString(Events());
+        const std::size_t passed = 2 * example.pattern.size() - 1;
+        for (int n = 0; n < 100; ++n) {
+            io.Feed(std::string(passed, 'x'), 1);
+            // Whoever looks again at what a search has passed finds an end there.
+            std::uint8_t* const pTrap = io.ReadingInto() - passed;
+            std::memcpy(pTrap, example.pattern.data(), example.pattern.size());
+            io.Feed("y");
+            ASSERT_TRUE(io.IsReading());
+            ASSERT_EQ(::testing::PrintToString(Events()), events);
+            std::memset(io.ReadingInto() - 1 - passed, 'x', example.pattern.size());
+        }
+        io.Feed(example.rest);
+        EXPECT_FALSE(io.IsReading()) << "the answer has ended";
+        log.clear();
+    }
+}
+
+TEST_F(ZephHttpClientConnectionLimitsTest, ChunksAreAnnouncedBeforeRoomIsMadeForThem) {
+    class Asked : public RecordingExchange {
+    public:
+        using RecordingExchange::RecordingExchange;
+        std::uint32_t OnChunkAnnounced(std::uint32_t nBytes) override {
+            announced.push_back(nBytes);
+            return nBytes > 100'000 ? 1U : 0U;
+        }
+        std::vector<std::uint32_t> announced;
+    };
+    for (const std::string status : {"200 OK", "102 Wait"}) {
+        connection.Close();
+        connection.Initialize(&io, &terminator, "h", nullptr, nullptr);
+        Asked asked(log, connection);
+        SendGet(asked);
+        io.Feed("HTTP/1.1 " + status + "\r\nTransfer-Encoding: chunked\r\n\r\n1\r\na\r\n186A0\r\n");
+        EXPECT_EQ("StartRead 100002", log.back());
+        io.Feed(std::string(100'002, 'x'));
+        log.clear();
+        io.Feed("186A1\r\n");
+        EXPECT_EQ((std::vector<std::uint32_t>{1, 100'000, 100'001}), asked.announced);
+        EXPECT_EQ((Log{"Terminate", "ResponseFailed"}), log) << "and no read";
+        connection.Close();
+    }
+}
+
+TEST_F(ZephHttpClientConnectionLimitsTest, TheLastChunkIsNotAnnounced) {
+    class Asked : public RecordingExchange {
+    public:
+        using RecordingExchange::RecordingExchange;
+        std::uint32_t OnChunkAnnounced(std::uint32_t nBytes) override { return nBytes == 0 ? 1U : 0U; }
+    };
+    Asked asked(log, connection);
+    SendGet(asked);
+    io.Feed(Chunked);
+    EXPECT_EQ("End", log.back());
+}
+
+/// What the IO buffers hold at this moment, as far as it was allocated while this lives.
+class CountedBuffers {
+public:
+    static std::uint64_t largest;
+    CountedBuffers()
+        : replaced([](std::uint64_t nBytes) {
+              largest = std::max(largest, nBytes);
+              return new (std::nothrow) std::uint8_t[nBytes];
+          }) {
+        largest = 0;
+    }
+
+private:
+    const ReplacedAllocator replaced;
+};
+std::uint64_t CountedBuffers::largest = 0;
+
+class ZephHttpClientConnectionKeptBufferTest : public ZephHttpClientConnectionLimitsTest {
+protected:
+    /// The answer of one chunk, and what the next answer makes the connection read into.
+    std::size_t RoomBehindAChunkOf(std::size_t bytes) {
+        SendGet();
+        char size[24];
+        std::snprintf(size, sizeof size, "%zX\r\n", bytes);
+        io.Feed("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + std::string(size));
+        io.Feed(std::string(bytes, 'x') + "\r\n0\r\n\r\n");
+        EXPECT_EQ("End", log.back());
+        SendGetAndKeepTheLog();
+        return static_cast<std::size_t>(std::stoul(log.front().substr(std::string("StartRead ").size())));
+    }
+
+    void SendGetAndKeepTheLog() {
+        log.clear();
+        EXPECT_EQ(0U, connection.SendRequest("GET", "/", false, &exchange, &exchange, nullptr, false, 0));
+        io.CompleteWrite();
+    }
+};
+
+TEST_F(ZephHttpClientConnectionKeptBufferTest, ALargeOneIsGivenBackWhenTheAnswerHasEnded) {
+    EXPECT_EQ(16384U, RoomBehindAChunkOf(3'000'000));
+    io.Feed("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
+    EXPECT_EQ("Complete 200 ok", log.back()) << "and the next answer is read as ever";
+}
+
+TEST_F(ZephHttpClientConnectionKeptBufferTest, TheOneOfOrdinaryChunksIsKeptAndCostsNothing) {
+    const CountedBuffers counted;
+    EXPECT_EQ(1'000'009U, RoomBehindAChunkOf(1'000'000));
+    io.Feed("HTTP/1.1 200 OK\r\n\r\n");
+    CountedBuffers::largest = 0;
+    for (int n = 0; n < 3; ++n) {
+        SendGet();
+        io.Feed("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nF4240\r\n" +
+                std::string(1'000'000, 'x') + "\r\n0\r\n\r\n");
+        EXPECT_EQ("End", log.back());
+    }
+    EXPECT_GT(1000U, CountedBuffers::largest) << "nothing but the copies of the heads";
+}
+
+TEST_F(ZephHttpClientConnectionKeptBufferTest, BytesOfTheNextAnswerKeepTheRoomThatTheyLieIn) {
+    RecordingExchange second(log, connection, "2 ");
+    SendGet();
+    SendGet(second);
+    io.Feed("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2DC6C0\r\n" + std::string(3'000'000, 'x') +
+            "\r\n");
+    io.Feed("0\r\n\r\nHTTP/1.1 201 C\r\nContent-Le");
+    EXPECT_EQ("StartRead ", log.back().substr(0, 10));
+    io.Feed("ngth: 2\r\n\r\nok");
+    EXPECT_EQ("2 Complete 201 ok", log.back());
+    SendGetAndKeepTheLog();
+    EXPECT_EQ("StartRead 16384", log.front());
+}
+
+TEST_F(ZephHttpClientConnectionKeptBufferTest,
+       TheAnswerToARequestSentFromTheEndIsReadIntoTheLargeOneAndThenItGoes) {
+    bool sent = false;
+    exchange.onEnded = [&] {
+        if (std::exchange(sent, true)) return;
+        connection.SendRequest("GET", "/", false, &exchange, &exchange, nullptr, false, 0);
+    };
+    SendGet();
+    io.Feed("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2DC6C0\r\n");
+    io.Feed(std::string(3'000'000, 'x') + "\r\n0\r\n\r\n");
+    io.CompleteWrite();
+    io.Feed("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
+    EXPECT_EQ("Complete 200 ok", log.back());
+    SendGetAndKeepTheLog();
+    EXPECT_EQ("StartRead 16384", log.front());
+}
+
+TEST_F(ZephHttpClientConnectionKeptBufferTest, WithoutMemoryForASmallerOneStays) {
+    SendGet();
+    io.Feed("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2DC6C0\r\n");
+    io.Feed(std::string(3'000'000, 'x') + "\r\n");
+    {
+        const ReplacedAllocator refuse(&RefuseEveryAllocation);
+        io.Feed("0\r\n\r\n");
+    }
+    EXPECT_EQ("End", log.back());
+    SendGet();
+    io.Feed("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
+    EXPECT_EQ("Complete 200 ok", log.back());
 }
 
 TEST_F(ZephHttpClientConnectionLimitsTest, HeadThatFindsNoMemoryFailsTheConnection) {
