@@ -29,6 +29,7 @@ public:
     virtual ~ZephSorrelSyncConnectionPoolIf() = default;
     /// The caller's until it is given back.
     virtual ZephSorrelSyncConnectionIf* GetConnection(const ZephSorrelConnectionParameters& params) = 0;
+    /// Does not throw: requests give their connection back on every way out.
     virtual std::uint32_t ReleaseConnection(ZephSorrelSyncConnectionIf* pConnection) = 0;
 };
 

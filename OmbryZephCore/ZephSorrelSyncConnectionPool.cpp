@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <map>
+#include <new>
 #include <thread>
 
 #include "OmbryZephCore/ZephResultCodes.h"
@@ -139,9 +140,13 @@ std::uint32_t ZephSorrelSyncConnectionPool::ReleaseConnection(ZephSorrelSyncConn
     std::unique_ptr<PoolConnection> connection(pOurs);
     if (!connection->IsConnected() || connection->GetHttpConnection().IsCloseRequested()) return eRC_Success;
     const std::int64_t nNow = Ombry::Platform::WallSeconds();
-    std::lock_guard guard(m_State->m_Mutex);
-    SharedState::Queue& queue = m_State->m_Idle[connection->GetParameters()];
-    queue.push_back({nNow, std::move(connection)});
+    try {
+        std::lock_guard guard(m_State->m_Mutex);
+        SharedState::Queue& queue = m_State->m_Idle[connection->GetParameters()];
+        queue.push_back({nNow, std::move(connection)});
+    } catch (const std::bad_alloc&) {
+        // Without room to keep it the connection goes, and the answer that it brought stays.
+    }
     return eRC_Success;
 }
 

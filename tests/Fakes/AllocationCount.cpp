@@ -13,6 +13,7 @@ namespace Ombry::Tests {
 namespace {
 
 thread_local std::size_t allocations = 0;
+thread_local std::size_t failsAt = 0;  // as `allocations` counts; 0 for none
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 // The sanitizers have operators of their own, which check more than ours would: only listen there.
@@ -26,12 +27,24 @@ std::size_t AllocationsOfThisThread() {
     return allocations;
 }
 
+FailingAllocation::FailingAllocation(std::size_t n) {
+    failsAt = allocations + n;
+}
+
+FailingAllocation::~FailingAllocation() {
+    failsAt = 0;
+}
+
+bool FailingAllocation::Failed() const {
+    return Fails && allocations >= failsAt;
+}
+
 }  // namespace Ombry::Tests
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
 void* operator new(std::size_t size) {
-    ++Ombry::Tests::allocations;
+    if (++Ombry::Tests::allocations == Ombry::Tests::failsAt) throw std::bad_alloc();
     if (void* const memory = std::malloc(size != 0 ? size : 1)) return memory;
     throw std::bad_alloc();
 }

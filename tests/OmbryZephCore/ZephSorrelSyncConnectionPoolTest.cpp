@@ -154,6 +154,25 @@ TEST_F(ZephSorrelSyncConnectionPoolTest, AConnectionThatWasAskedToCloseIsDeleted
     EXPECT_EQ(sockets.OpenSockets(), 0u);
 }
 
+TEST_F(ZephSorrelSyncConnectionPoolTest, AConnectionThatThereIsNoMemoryToKeepIsDeletedAtItsRelease) {
+    bool failed = true;
+    for (std::size_t n = 1; failed; ++n) {
+        pool.emplace(logger);
+        ZephSorrelSyncConnectionIf* const pConnection = Connected();
+        {
+            const FailingAllocation failing(n);
+            EXPECT_NO_THROW(EXPECT_EQ(pool->ReleaseConnection(pConnection), 0u)) << "it runs in a destructor";
+            failed = failing.Failed();
+        }
+        EXPECT_EQ(sockets.OpenSockets(), failed ? 0u : 1u) << n;
+        ZephSorrelSyncConnectionIf* const pNext = Connected();
+        EXPECT_EQ(sockets.OpenSockets(), 1u) << n;
+        EXPECT_EQ(pool->ReleaseConnection(pNext), 0u) << "with memory, the pool keeps one again";
+        EXPECT_EQ(sockets.OpenSockets(), 1u) << n;
+        EXPECT_TRUE(!FailingAllocation::Fails || n > 1 || failed) << "to keep one takes memory";
+    }
+}
+
 TEST_F(ZephSorrelSyncConnectionPoolTest, AForeignConnectionIsIgnoredAndNotDeleted) {
     ZephSorrelSyncConnection mine(logger, false);
     mine.Configure(Params());
