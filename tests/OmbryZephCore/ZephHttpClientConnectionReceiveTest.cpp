@@ -346,6 +346,19 @@ TEST_F(ZephHttpClientConnectionReceiveTest, CloseThatEndsABodyFailsTheAnswersBeh
     EXPECT_EQ((Log{"End", "Terminate", "2 ResponseFailed"}), log);
 }
 
+TEST_F(ZephHttpClientConnectionReceiveTest, AVersionThatIsHttp10AndNothingElseClosesUnlessAHeaderDecides) {
+    // Only a NUL behind it keeps the text of the version from running on through the head.
+    const std::string line("HTTP/1.0\0 200 OK\r\nContent-Length: 0\r\n", 37);
+    SendGet();
+    io.Feed(line + "Connection: keep-alive\r\n\r\n");
+    EXPECT_EQ((Log{"Complete 200 "}), log);
+    EXPECT_FALSE(connection.IsCloseRequested());
+    SendGet();
+    io.Feed(line + "\r\n");
+    EXPECT_EQ((Log{"Complete 200 "}), log);
+    EXPECT_TRUE(connection.IsCloseRequested());
+}
+
 TEST_F(ZephHttpClientConnectionReceiveTest, ASingleByteOfSurplusClosesTheConnection) {
     SendGet();
     io.Feed("HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\nab");

@@ -250,6 +250,26 @@ TEST_F(ZephHttpClientConnectionTest, ResponseHeadersAreThereWithTheAnswerAndUnti
     connection.ForEachResponseHeader([](const char*, const char*) { FAIL(); });
 }
 
+TEST_F(ZephHttpClientConnectionTest, ARequestThatDoesNotAskToCloseTakesBackWhatTheOneBeforeAsked) {
+    const std::string data = "x";
+    for (const bool bWithBody : {false, true}) {
+        SendGet(true);
+        io.Feed("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+        EXPECT_TRUE(connection.IsCloseRequested());
+        if (bWithBody) {
+            connection.SendRequestWithBody("GET", "/", false, &exchange, &exchange, 1,
+                                           reinterpret_cast<const std::uint8_t*>(data.data()));
+        } else {
+            connection.SendRequest("GET", "/", false, &exchange, &exchange, nullptr, false, 0);
+        }
+        EXPECT_FALSE(connection.IsCloseRequested());
+        EXPECT_EQ(std::string::npos, io.Writing().find("Connection: close"));
+        io.CompleteWrite();
+        io.Feed("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+        EXPECT_FALSE(connection.IsCloseRequested());
+    }
+}
+
 TEST_F(ZephHttpClientConnectionTest, ReopenedConnectionSearchesItsFirstHeadFromTheBeginning) {
     SendGet();
     io.Feed("HTTP/1.1 200 OK\r\nA: " + std::string(1000, 'x'));

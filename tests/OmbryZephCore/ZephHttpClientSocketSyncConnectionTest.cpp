@@ -37,6 +37,7 @@ public:
             }
             ZephSSLConnectionIf* GetConnection() override {
                 provider.journal.push_back("GetConnection");
+                if (provider.onGetConnection) provider.onGetConnection();
                 return provider.engine;
             }
             void ReleaseConnection(ZephSSLConnectionIf* pEngine) override {
@@ -53,6 +54,7 @@ public:
 
     std::vector<std::string> journal;
     ZephSSLConnectionIf* engine = nullptr;
+    std::function<void()> onGetConnection;
     std::shared_ptr<LibraryLogger::ILogger> loggerOfLast;
 };
 
@@ -446,6 +448,32 @@ TEST_F(ZephHttpClientSocketSyncConnectionTest, AnAllocationThatFailsTakesEveryth
     EXPECT_EQ(sockets.OpenSockets(), 0u);
     sockets.SetNextHandle(100);
     EXPECT_EQ(connection->Connect(Params()), 0u) << "the number of the closed socket is free again";
+    EXPECT_TRUE(connection->IsConnected());
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, ASocketStageThatCannotBeSetUpLeavesNoSocketOpen) {
+    auto& manager = dynamic_cast<ZephIOTaskManagerIf&>(connection->GetSyncIOController());
+    EXPECT_EQ(manager.RegisterForIOCompletion(100, &connection->GetHttpConnection()), 0u);
+    EXPECT_EQ(connection->Connect(Secure()), eRC_IO_HandleAlreadyRegistered);
+    EXPECT_FALSE(connection->IsConnected());
+    EXPECT_EQ(sockets.OpenSockets(), 0u);
+    EXPECT_THAT(provider.journal, IsEmpty()) << "no TLS over a socket that nobody serves";
+    EXPECT_EQ(connection->Connect(Params()), 0u);
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, AnHttpStageThatCannotBeSetUpTakesEverythingBackDown) {
+    provider.engine = &engine;
+    engine.wants = true;
+    // The first read of the handshake, which the HTTP stage sets going, finds its handle gone.
+    auto& manager = dynamic_cast<ZephIOTaskManagerIf&>(connection->GetSyncIOController());
+    provider.onGetConnection = [&] { EXPECT_EQ(manager.UnRegisterForIOCompletion(100), 1u); };
+    EXPECT_EQ(connection->Connect(Secure()), eRC_IO_HandleNotRegistered);
+    EXPECT_FALSE(connection->IsConnected());
+    EXPECT_EQ(sockets.OpenSockets(), 0u);
+    EXPECT_THAT(provider.journal, ElementsAre("make", "Initialize host platform", "GetConnection",
+                                              "ReleaseConnection", "manager deleted"));
+    provider.onGetConnection = nullptr;
+    EXPECT_EQ(connection->Connect(Secure()), 0u);
     EXPECT_TRUE(connection->IsConnected());
 }
 

@@ -198,6 +198,22 @@ TEST(ZephHttpHeaderParserTest, HeaderNamesAreComparedExactly) {
     EXPECT_EQ(nullptr, parser.GetHeader(""));
 }
 
+TEST(ZephHttpHeaderParserTest, TheFirstOfEqualNamesWinsAmongManyHeadersToo) {
+    // More headers than the sort of the standard library leaves in their order by chance.
+    for (const std::size_t names : {1U, 2U, 5U, 30U}) {
+        std::string head = "HTTP/1.1 200 OK\r\n";
+        Headers first;
+        for (std::size_t n = 0; n < 60; ++n) {
+            const std::string name(1, static_cast<char>('A' + static_cast<int>(n % names)));
+            head += name + ": " + std::to_string(n) + "\r\n";
+            if (n < names) first.emplace_back(name, std::to_string(n));
+        }
+        ZephHttpHeaderParser parser(ZephHttpHeaderParser::ModeResponse);
+        ASSERT_EQ(0U, Parse(parser, head + "\r\n"));
+        EXPECT_EQ(first, HeadersOf(parser)) << names << " names";
+    }
+}
+
 TEST(ZephHttpHeaderParserTest, BytesAbove127AreOrdinaryText) {
     ZephHttpHeaderParser parser(ZephHttpHeaderParser::ModeResponse);
     ASSERT_EQ(0U, Parse(parser, "\xFF\xFE 200 \x80\r\n\xA0X\xA0: \x85y\xA0\r\n\r\n"));

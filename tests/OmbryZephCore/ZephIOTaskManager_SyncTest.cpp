@@ -190,6 +190,32 @@ TEST_F(ZephIOTaskManager_SyncTest, WouldBlockLeavesTheTransferPendingAndIsNoComp
     EXPECT_THAT(logger->Messages(), IsEmpty());
 }
 
+TEST_F(ZephIOTaskManager_SyncTest, AReadThatIsReadyBesideAWriteThatIsNotMakesOneReceiveAndNoSend) {
+    const SocketHandle h = Connect(a);
+    sockets.SetSendRoom(h, 0);
+    sockets.Deliver(h, "data");
+    Read(h, 16);
+    Write(h, 5);
+    a.onComplete = [&](std::uint32_t) { sockets.SetSendRoom(h, 100); };
+    EXPECT_EQ(manager.DoPendingIO(5, Token()), 0u);
+    EXPECT_THAT(sockets.Calls(), ElementsAre("Select({100}, {100}, {100}, 1000)", "Receive(100, 16)",
+                                             "Select({}, {100}, {100}, 1000)", "Send(100, 5)"));
+    EXPECT_THAT(events, ElementsAre("a read 0 ok 4", "a write 1 ok 5"));
+}
+
+TEST_F(ZephIOTaskManager_SyncTest, AWriteThatIsReadyBesideAReadThatIsNotMakesOneSendAndNoReceive) {
+    const SocketHandle h = Connect(a);
+    Read(h, 16);
+    Write(h, 5);
+    a.onComplete = [&](std::uint32_t nTaskType) {
+        if (nTaskType == 1) sockets.Deliver(h, "data");
+    };
+    EXPECT_EQ(manager.DoPendingIO(5, Token()), 0u);
+    EXPECT_THAT(sockets.Calls(), ElementsAre("Select({100}, {100}, {100}, 1000)", "Send(100, 5)",
+                                             "Select({100}, {}, {100}, 1000)", "Receive(100, 16)"));
+    EXPECT_THAT(events, ElementsAre("a write 1 ok 5", "a read 0 ok 4"));
+}
+
 TEST_F(ZephIOTaskManager_SyncTest, APositiveCountWithNoHandleInASetCompletesNothingAndWaitsAgain) {
     const SocketHandle h = Connect(a);
     Read(h);

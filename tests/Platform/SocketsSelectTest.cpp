@@ -1,7 +1,9 @@
 // The waiting for many sockets at once, and the sets that it is told of them by.
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <limits>
@@ -82,6 +84,35 @@ TEST_F(SocketsSelectTest, ResetShowsInReadAndWriteSets) {
     const TransferResult received = sockets.Receive(pair.client, &byte, 1);
     EXPECT_EQ(received.count, -1);
     EXPECT_EQ(received.error, ECONNRESET);
+}
+
+TEST_F(SocketsSelectTest, AHangUpOrAnErrorAloneMakesAHandleReadyInEachSetThatItIsIn) {
+    // A pipe reports the two with nothing beside them: its reader a hang-up, its writer, while full, an
+    // error.
+    int pipeEnds[2];
+    ASSERT_EQ(pipe(pipeEnds), 0);
+    const int reader = pipeEnds[0];
+    close(pipeEnds[1]);
+    ASSERT_EQ(pipe(pipeEnds), 0);
+    const int writer = pipeEnds[1];
+    ASSERT_EQ(fcntl(writer, F_SETFL, O_NONBLOCK), 0);
+    const std::string page(4096, 'x');
+    while (write(writer, page.data(), page.size()) > 0) {
+    }
+    close(pipeEnds[0]);
+    const std::pair<int, short> cases[] = {{reader, POLLHUP}, {writer, POLLERR}};
+    for (const auto& [descriptor, event] : cases) {
+        pollfd entry{descriptor, POLLIN | POLLOUT, 0};
+        ASSERT_EQ(poll(&entry, 1, 0), 1);
+        ASSERT_EQ(entry.revents, event);
+        SocketSet read = SetOf({descriptor});
+        EXPECT_EQ(sockets.Select(&read, nullptr, nullptr, 0).count, 1) << event;
+        EXPECT_TRUE(read.Contains(descriptor)) << event;
+        SocketSet write = SetOf({descriptor});
+        EXPECT_EQ(sockets.Select(nullptr, &write, nullptr, 0).count, 1) << event;
+        EXPECT_TRUE(write.Contains(descriptor)) << event;
+        close(descriptor);
+    }
 }
 
 TEST_F(SocketsSelectTest, UrgentDataShowsInExceptionSet) {
