@@ -2,22 +2,41 @@
 
 #include <memory>
 #include <sstream>
+#include <type_traits>
 
 #include "LibraryLogger/ILogger.h"
 
 namespace Ombry::LibraryLogger {
 
+/// Where a log call stands, made from the name of its function alone: file and line are those of the
+/// expression that makes it, so a helper that logs for its callers takes a place and hands it on. The name is
+/// a qualified literal, since __func__ is not qualified. The built-ins stand for std::source_location, which
+/// clang 14 does not offer with this standard library.
+struct Place {
+    Place(const char* function, const char* file = __builtin_FILE(), int line = __builtin_LINE())
+        : function(function), file(file), line(line) {}
+
+    const char* function;
+    const char* file;
+    int line;
+};
+
 /// One log call: streams the parts in order into one message, but only if there is a logger and it wants the
-/// level. The pointer is taken by value, so that the logger lives through the call. `function` is the
-/// qualified name as a literal, since __func__ is not qualified. Arguments that cost something to make belong
-/// inside a check of the caller's own.
+/// level. A part that costs something to make is given as a callable, which is called only then. The pointer
+/// is taken by value, so that the logger lives through the call.
 template <class... Parts>
-void LogCall(std::shared_ptr<ILogger> logger, const char* file, int line, const char* function, int level,
-             const Parts&... parts) {
+void LogCall(std::shared_ptr<ILogger> logger, const Place& place, int level, const Parts&... parts) {
     if (!logger || !logger->IsEnabled(level)) return;
     std::ostringstream message;
-    (message << ... << parts);
-    logger->Log(file, line, function, level, message.str());
+    const auto stream = [&message](const auto& part) {
+        if constexpr (std::is_invocable_v<decltype(part)>) {
+            message << part();
+        } else {
+            message << part;
+        }
+    };
+    (stream(parts), ...);
+    logger->Log(place.file, place.line, place.function, level, message.str());
 }
 
 }  // namespace Ombry::LibraryLogger

@@ -11,6 +11,7 @@
 namespace OmbryZephCore {
 
 using Ombry::LibraryLogger::LogCall;
+using Ombry::LibraryLogger::Place;
 using Ombry::Platform::SelectResult;
 using Ombry::Platform::SocketHandle;
 using Ombry::Platform::TransferResult;
@@ -44,14 +45,12 @@ ZephIOTaskManager_Sync::ZephIOTaskManager_Sync(std::shared_ptr<Ombry::LibraryLog
 std::uint32_t ZephIOTaskManager_Sync::RegisterForIOCompletion(SocketHandle h,
                                                               ZephIOCompletionHandlerIf* pHandler) {
     if (m_Handles.contains(h)) {
-        LogCall(m_Logger, __FILE__, __LINE__,
-                "OmbryZephCore::ZephIOTaskManager_Sync::RegisterForIOCompletion", 4,
+        LogCall(m_Logger, "OmbryZephCore::ZephIOTaskManager_Sync::RegisterForIOCompletion", 4,
                 "returning eRC_IO_HandleAlreadyRegistered.  h = ", h, ", pHandler = ", pHandler);
         return eRC_IO_HandleAlreadyRegistered;
     }
     if (m_Handles.size() >= Ombry::Platform::SocketSet::Capacity) {
-        LogCall(m_Logger, __FILE__, __LINE__,
-                "OmbryZephCore::ZephIOTaskManager_Sync::RegisterForIOCompletion", 4,
+        LogCall(m_Logger, "OmbryZephCore::ZephIOTaskManager_Sync::RegisterForIOCompletion", 4,
                 "There are already FD_SETSIZE handles registered.  Returning eRC_Fail.  h = ", h,
                 ", pHandler = ", pHandler);
         return eRC_Fail;
@@ -73,35 +72,35 @@ bool ZephIOTaskManager_Sync::ReleaseHandle(SocketHandle h) {
 
 std::uint32_t ZephIOTaskManager_Sync::StartIO(std::uint32_t nTaskType, SocketHandle h, std::uint32_t nBytes,
                                               std::uint8_t* pBuffer) {
-    const auto log = [&](int nLine, int nLevel, const char* pWhat) {
-        LogCall(m_Logger, __FILE__, nLine, "OmbryZephCore::ZephIOTaskManager_Sync::StartIO", nLevel, pWhat,
-                "nTaskType = ", nTaskType, ", h = ", h, ", nBytes = ", nBytes,
+    constexpr const char* pFunction = "OmbryZephCore::ZephIOTaskManager_Sync::StartIO";
+    const auto log = [&](const Place& place, int nLevel, const char* pWhat) {
+        LogCall(m_Logger, place, nLevel, pWhat, "nTaskType = ", nTaskType, ", h = ", h, ", nBytes = ", nBytes,
                 ", pBuffer = ", static_cast<const void*>(pBuffer));
     };
     const auto found = m_Handles.find(h);
     if (found == m_Handles.end()) {
-        log(__LINE__, 3, "returning eRC_IO_HandleNotRegistered. ");
+        log(pFunction, 3, "returning eRC_IO_HandleNotRegistered. ");
         return eRC_IO_HandleNotRegistered;
     }
     ZephHandleState& state = found->second;
     if (nTaskType == TaskTypeRead) {
         if (state.bReadPending) {
-            log(__LINE__, 3, "returning eRC_IO_ReadAlreadyInProgress. ");
+            log(pFunction, 3, "returning eRC_IO_ReadAlreadyInProgress. ");
             return eRC_IO_ReadAlreadyInProgress;
         }
         state.bReadPending = true;
         state.nReadBytes = nBytes;
         state.pReadBuffer = pBuffer;
-        if (m_Verbose) log(__LINE__, 0, "Read operation started. ");
+        if (m_Verbose) log(pFunction, 0, "Read operation started. ");
     } else {
         if (state.bWritePending) {
-            log(__LINE__, 3, "returning eRC_IO_WriteAlreadyInProgress. ");
+            log(pFunction, 3, "returning eRC_IO_WriteAlreadyInProgress. ");
             return eRC_IO_WriteAlreadyInProgress;
         }
         state.bWritePending = true;
         state.nWriteBytes = nBytes;
         state.pWriteBuffer = pBuffer;
-        if (m_Verbose) log(__LINE__, 0, "Write operation started. ");
+        if (m_Verbose) log(pFunction, 0, "Write operation started. ");
     }
     return eRC_Success;
 }
@@ -128,13 +127,13 @@ std::uint32_t ZephIOTaskManager_Sync::DoPendingIO(std::uint32_t nTimeoutSeconds,
         bool bAbort = false;
         if (ready.count == 0) {
             // A fired token takes this road too: for the layers above it is a time-out.
-            LogCall(m_Logger, __FILE__, __LINE__, "OmbryZephCore::ZephIOTaskManager_Sync::DoPendingIO", 3,
+            LogCall(m_Logger, "OmbryZephCore::ZephIOTaskManager_Sync::DoPendingIO", 3,
                     "Operation timed out.");
             bAbort = true;
             nResult = eRC_TimedOut;
         } else if (ready.count == -1) {
             // The result stays a success: the failure reaches the layers above by their completions alone.
-            LogCall(m_Logger, __FILE__, __LINE__, "OmbryZephCore::ZephIOTaskManager_Sync::DoPendingIO", 3,
+            LogCall(m_Logger, "OmbryZephCore::ZephIOTaskManager_Sync::DoPendingIO", 3,
                     "select failed. Last error = ", ready.error);
             bAbort = true;
         }
@@ -178,7 +177,7 @@ void ZephIOTaskManager_Sync::BuildSets() {
 
 std::uint32_t ZephIOTaskManager_Sync::ScheduleTask(ZephTaskIf* pTask) {
     if (m_Verbose) {
-        LogCall(m_Logger, __FILE__, __LINE__, "OmbryZephCore::ZephIOTaskManager_Sync::ScheduleTask", 0,
+        LogCall(m_Logger, "OmbryZephCore::ZephIOTaskManager_Sync::ScheduleTask", 0,
                 "Scheduling user task. pTask = ", pTask);
     }
     m_UserTasks.push_back(pTask);
@@ -195,8 +194,8 @@ void ZephIOTaskManager_Sync::ProcessUserTasks() {
         ZephTaskIf* const pTask = m_UserTasks.front();
         m_UserTasks.pop_front();
         if (m_Verbose) {
-            LogCall(m_Logger, __FILE__, __LINE__, "OmbryZephCore::ZephIOTaskManager_Sync::ProcessUserTasks",
-                    0, "Dispatching user task. pTask = ", pTask);
+            LogCall(m_Logger, "OmbryZephCore::ZephIOTaskManager_Sync::ProcessUserTasks", 0,
+                    "Dispatching user task. pTask = ", pTask);
         }
         pTask->DoTask();
     }
@@ -230,11 +229,10 @@ void ZephIOTaskManager_Sync::ProcessRead(ZephHandleState& state, bool bAbort) {
         Ombry::Platform::Sockets().Receive(state.h, state.pReadBuffer, state.nReadBytes);
     if (IsNothingYet(result)) return;
     if (result.count == -1) {
-        LogCall(m_Logger, __FILE__, __LINE__, pFunction, 3, "recv failed. socket = ", state.h,
-                ", Last error = ", result.error);
+        LogCall(m_Logger, pFunction, 3, "recv failed. socket = ", state.h, ", Last error = ", result.error);
     } else if (m_Verbose) {
-        LogCall(m_Logger, __FILE__, __LINE__, pFunction, 0,
-                "Read operation completed. bytes read = ", result.count, ", socket = ", state.h);
+        LogCall(m_Logger, pFunction, 0, "Read operation completed. bytes read = ", result.count,
+                ", socket = ", state.h);
     }
     state.nReadResult = result.count;
     CompleteRead(state, result.count != -1, static_cast<std::uint32_t>(result.count));
@@ -251,19 +249,18 @@ void ZephIOTaskManager_Sync::ProcessWrite(ZephHandleState& state, bool bAbort) {
         state.h, state.pWriteBuffer, state.nWriteBytes, state.pHandler->HasMoreToWrite());
     if (IsNothingYet(result)) return;
     if (result.count == -1) {
-        LogCall(m_Logger, __FILE__, __LINE__, pFunction, 3, "send failed. socket = ", state.h,
-                ", Last error = ", result.error);
+        LogCall(m_Logger, pFunction, 3, "send failed. socket = ", state.h, ", Last error = ", result.error);
     } else if (m_Verbose) {
-        LogCall(m_Logger, __FILE__, __LINE__, pFunction, 0,
-                "Write operation completed. bytes written = ", result.count, ", socket = ", state.h);
+        LogCall(m_Logger, pFunction, 0, "Write operation completed. bytes written = ", result.count,
+                ", socket = ", state.h);
     }
     state.nWriteResult = result.count;
     CompleteWrite(state, result.count != -1, static_cast<std::uint32_t>(result.count));
 }
 
-bool ZephIOTaskManager_Sync::IsInExceptSet(SocketHandle h, const char* pFunction) {
+bool ZephIOTaskManager_Sync::IsInExceptSet(SocketHandle h, const Place& place) {
     if (!m_ExceptSet.Contains(h)) return false;
-    LogCall(m_Logger, __FILE__, __LINE__, pFunction, 3, "ExceptFD is set. socket = ", h);
+    LogCall(m_Logger, place, 3, "ExceptFD is set. socket = ", h);
     return true;
 }
 

@@ -4,7 +4,7 @@
 #include <map>
 #include <memory>
 
-#include "LibraryLogger/ILogger.h"
+#include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephIOTaskManagerIf.h"
 #include "OmbryZephCore/ZephUserTaskIf.h"
 
@@ -73,7 +73,7 @@ private:
     void ProcessWriteCompletions(bool bAbort);
     void ProcessRead(ZephHandleState& state, bool bAbort);
     void ProcessWrite(ZephHandleState& state, bool bAbort);
-    bool IsInExceptSet(Ombry::Platform::SocketHandle h, const char* pFunction);
+    bool IsInExceptSet(Ombry::Platform::SocketHandle h, const Ombry::LibraryLogger::Place& place);
     static void CompleteRead(ZephHandleState& state, bool bSuccess, std::uint32_t nBytes);
     static void CompleteWrite(ZephHandleState& state, bool bSuccess, std::uint32_t nBytes);
 

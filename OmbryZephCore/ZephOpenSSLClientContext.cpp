@@ -144,9 +144,9 @@ std::uint32_t ZephOpenSSLClientContext::Initialize(bool bManualValidation) {
     m_Context = bManualValidation ? UnverifiedContext() : VerifiedContext();
     if (m_Context) return 0;
     const auto error = static_cast<std::uint32_t>(ERR_peek_error());
-    Ombry::LibraryLogger::LogCall(m_Logger, __FILE__, __LINE__,
-                                  "OmbryZephCore::ZephOpenSSLClientContext::Initialize", 4,
-                                  "Cannot make a TLS client context: ", TakeOpenSSLErrors());
+    Ombry::LibraryLogger::LogCall(m_Logger, "OmbryZephCore::ZephOpenSSLClientContext::Initialize", 4,
+                                  "Cannot make a TLS client context: ", TakeOpenSSLErrors);
+    ERR_clear_error();
     return error == 0 ? 1 : error;
 }
 

@@ -111,7 +111,7 @@ bool ZephOpenSSLConnection::SetServerName(const std::string& targetName, bool bV
     if (name.CanBeSent() && SSL_set_tlsext_host_name(m_Session.get(), name.m_Text.c_str()) != 1) return false;
     if (!bVerify) return true;
     if (!name.CanBeChecked()) {
-        LogCall(m_Logger, __FILE__, __LINE__, "OmbryZephCore::ZephOpenSSLConnection::SetServerName", 4,
+        LogCall(m_Logger, "OmbryZephCore::ZephOpenSSLConnection::SetServerName", 4,
                 "The server's certificate cannot be checked against the name '", name.m_Text, "'.");
         return false;
     }
@@ -188,7 +188,7 @@ std::int32_t ZephOpenSSLConnection::ValidateServer() {
         accepted = m_Validator(&pContext);
     }
     if (!accepted) {
-        LogCall(m_Logger, __FILE__, __LINE__, "OmbryZephCore::ZephOpenSSLConnection::ValidateServer", 3,
+        LogCall(m_Logger, "OmbryZephCore::ZephOpenSSLConnection::ValidateServer", 3,
                 "Certificate validation returned failure.  Connection will be closed.");
         return -1;
     }
@@ -327,32 +327,32 @@ bool ZephOpenSSLConnection::HoldsInput() const {
 
 std::int32_t ZephOpenSSLConnection::Fail(const char* operation) {
     m_Failed = true;
-    const std::string errors = TakeOpenSSLErrors();
     const long verification = m_Session ? SSL_get_verify_result(m_Session.get()) : X509_V_OK;
     if (m_Session && SSL_get_verify_mode(m_Session.get()) != SSL_VERIFY_NONE && verification != X509_V_OK) {
-        LogCall(m_Logger, __FILE__, __LINE__, "OmbryZephCore::ZephOpenSSLConnection::Fail", 4, operation,
-                " failed: ", errors, " (certificate: ", X509_verify_cert_error_string(verification), ")");
+        LogCall(m_Logger, "OmbryZephCore::ZephOpenSSLConnection::Fail", 4, operation,
+                " failed: ", TakeOpenSSLErrors,
+                " (certificate: ", X509_verify_cert_error_string(verification), ")");
     } else {
-        LogCall(m_Logger, __FILE__, __LINE__, "OmbryZephCore::ZephOpenSSLConnection::Fail", 4, operation,
-                " failed: ", errors);
+        LogCall(m_Logger, "OmbryZephCore::ZephOpenSSLConnection::Fail", 4, operation,
+                " failed: ", TakeOpenSSLErrors);
     }
+    ERR_clear_error();
     return -1;
 }
 
-void ZephOpenSSLConnection::TraceCiphertext(const char* function, const std::uint8_t* pBuffer,
-                                            std::int32_t nBytes) {
-    if (nBytes <= 0 || !m_Logger || !m_Logger->IsEnabled(0)) return;
-    LogCall(m_Logger, __FILE__, __LINE__, function, 0, Hexadecimal(pBuffer, nBytes));
+void ZephOpenSSLConnection::TraceCiphertext(const Ombry::LibraryLogger::Place& place,
+                                            const std::uint8_t* pBuffer, std::int32_t nBytes) {
+    if (nBytes <= 0) return;
+    LogCall(m_Logger, place, 0, [&] { return Hexadecimal(pBuffer, nBytes); });
 }
 
 void ZephOpenSSLConnection::TracePlaintext(const std::uint8_t* pBuffer, std::int32_t nBytes) {
     constexpr const char* Function = "OmbryZephCore::ZephOpenSSLConnection::read_plaintext";
-    LogCall(m_Logger, __FILE__, __LINE__, Function, 0, "returning ", nBytes, " bytes of plaintext: '",
+    LogCall(m_Logger, Function, 0, "returning ", nBytes, " bytes of plaintext: '",
             std::string_view(reinterpret_cast<const char*>(pBuffer), static_cast<std::size_t>(nBytes)), "'");
-    LogCall(m_Logger, __FILE__, __LINE__, Function, 0, SSL_pending(m_Session.get()),
+    LogCall(m_Logger, Function, 0, SSL_pending(m_Session.get()),
             " unprocessed bytes remain in the plaintext buffer.");
-    LogCall(m_Logger, __FILE__, __LINE__, Function, 0, Pending(m_Input),
-            " unprocessed bytes remain in the ciphertext buffer.");
+    LogCall(m_Logger, Function, 0, Pending(m_Input), " unprocessed bytes remain in the ciphertext buffer.");
 }
 
 }  // namespace OmbryZephCore

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "LibraryLogger/ILogger.h"
+#include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephCertificateValidator.h"
 #include "OmbryZephCore/ZephSSLConnectionIf.h"
 
@@ -69,7 +69,8 @@ private:
     std::int32_t DrainUntilPeerCloses();
     bool HoldsInput() const;
     std::int32_t Fail(const char* operation);
-    void TraceCiphertext(const char* function, const std::uint8_t* pBuffer, std::int32_t nBytes);
+    void TraceCiphertext(const Ombry::LibraryLogger::Place& place, const std::uint8_t* pBuffer,
+                         std::int32_t nBytes);
     void TracePlaintext(const std::uint8_t* pBuffer, std::int32_t nBytes);
 
     std::shared_ptr<Ombry::LibraryLogger::ILogger> m_Logger;

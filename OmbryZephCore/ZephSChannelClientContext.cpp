@@ -38,7 +38,7 @@ std::uint32_t ZephSChannelClientContext::Initialize(bool bManualValidation) {
         m_SSPI.GetFunctions()->AcquireCredentialsHandleA(nullptr, UNISP_NAME_A, SECPKG_CRED_OUTBOUND, nullptr,
                                                          &data, nullptr, nullptr, &m_Credentials, &expiry);
     if (nStatus < 0) {
-        LogCall(m_Logger, __FILE__, __LINE__, "OmbryZephCore::ZephSChannelClientContext::Initialize", 4,
+        LogCall(m_Logger, "OmbryZephCore::ZephSChannelClientContext::Initialize", 4,
                 "AcquireCredentialsHandleA failed with error ", nStatus);
         CleanUp();
         return static_cast<std::uint32_t>(nStatus);

@@ -45,8 +45,7 @@ std::int32_t ZephSChannelConnection::DoCommonInitializationTasks() {
     SecPkgInfoA* pInfo = nullptr;
     const SECURITY_STATUS nStatus = m_SSPI.GetFunctions()->QuerySecurityPackageInfoA(UNISP_NAME_A, &pInfo);
     if (nStatus < 0) {
-        LogCall(m_Logger, __FILE__, __LINE__,
-                "OmbryZephCore::ZephSChannelConnection::DoCommonInitializationTasks", 4,
+        LogCall(m_Logger, "OmbryZephCore::ZephSChannelConnection::DoCommonInitializationTasks", 4,
                 "QuerySecurityPackageInfoA failed with error ", nStatus);
         return -1;
     }

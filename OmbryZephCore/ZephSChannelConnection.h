@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "LibraryLogger/ILogger.h"
+#include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephCertificateValidator.h"
 #include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephSSLConnectionIf.h"
@@ -100,7 +100,7 @@ private:
     std::int32_t StartSession(std::uint32_t nRole, Ombry::Platform::CredHandle* pCredentials,
                               const char* pTargetName);
     std::int32_t FinishFirstStep(TokenExchange& exchange, Ombry::Platform::SECURITY_STATUS nStatus);
-    bool CompleteToken(TokenExchange& exchange, const char* function);
+    bool CompleteToken(TokenExchange& exchange, const Ombry::LibraryLogger::Place& place);
     Outcome ExchangeTokens(TokenExchange& exchange, Ombry::Platform::SECURITY_STATUS& nStatus);
     Outcome JudgeStep(Ombry::Platform::SECURITY_STATUS nStatus);
     bool ConsumeStepInput(const TokenExchange& exchange);
@@ -117,7 +117,8 @@ private:
     void KeepExtra(const Ombry::Platform::SecBuffer* pExtra, const char* reason);
     bool TakePlaintext(const Ombry::Platform::SecBuffer& data);
     std::int32_t DeliverPlaintext(std::uint8_t* pBuffer, std::uint32_t nBytes);
-    void TraceCiphertext(const char* function, const std::uint8_t* pBytes, std::uint32_t nBytes);
+    void TraceCiphertext(const Ombry::LibraryLogger::Place& place, const std::uint8_t* pBytes,
+                         std::uint32_t nBytes);
 
     // Shutdown: ZephSChannelShutdown.cpp
     Outcome SendClose();

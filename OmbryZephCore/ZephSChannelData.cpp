@@ -20,6 +20,21 @@ constexpr const char* Writing = "OmbryZephCore::ZephSChannelConnection::write_pl
 constexpr std::uint8_t AlertRecord = 0x15;  // RFC 5246, section 6.2.1
 constexpr std::uint32_t TraceLine = 64;
 
+std::string Hexadecimal(const std::uint8_t* pBytes, std::uint32_t nBytes) {
+    std::string text;
+    for (std::uint32_t n = 0; n < nBytes; ++n) {
+        char pair[3];
+        std::snprintf(pair, sizeof pair, "%.2X", static_cast<unsigned>(pBytes[n]));
+        text += pair;
+        if ((n + 1) % TraceLine == 0) {
+            text += '\n';
+        } else if (n + 1 < nBytes) {
+            text += ' ';
+        }
+    }
+    return text;
+}
+
 /// The smaller of what a caller named and what there is; a negative count is none.
 std::uint32_t AtMost(std::int32_t nBytes, std::uint32_t nAvailable) {
     return nBytes <= 0 ? 0 : std::min(static_cast<std::uint32_t>(nBytes), nAvailable);
@@ -65,21 +80,10 @@ std::int32_t ZephSChannelConnection::extract_unprocessed_ciphertext(std::uint8_t
     return Count(nCount);
 }
 
-void ZephSChannelConnection::TraceCiphertext(const char* function, const std::uint8_t* pBytes,
-                                             std::uint32_t nBytes) {
-    if (!m_Verbose || nBytes == 0 || !m_Logger || !m_Logger->IsEnabled(0)) return;
-    std::string text;
-    for (std::uint32_t n = 0; n < nBytes; ++n) {
-        char pair[3];
-        std::snprintf(pair, sizeof pair, "%.2X", static_cast<unsigned>(pBytes[n]));
-        text += pair;
-        if ((n + 1) % TraceLine == 0) {
-            text += '\n';
-        } else if (n + 1 < nBytes) {
-            text += ' ';
-        }
-    }
-    LogCall(m_Logger, __FILE__, __LINE__, function, 0, text);
+void ZephSChannelConnection::TraceCiphertext(const Ombry::LibraryLogger::Place& place,
+                                             const std::uint8_t* pBytes, std::uint32_t nBytes) {
+    if (!m_Verbose || nBytes == 0) return;
+    LogCall(m_Logger, place, 0, [&] { return Hexadecimal(pBytes, nBytes); });
 }
 
 std::int32_t ZephSChannelConnection::read_plaintext(std::uint8_t* pBuffer, std::int32_t nBytes) {
@@ -105,7 +109,7 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::DecryptNextRecord() {
         return 0;
     }
     if (nStatus < 0) {
-        LogCall(m_Logger, __FILE__, __LINE__, Reading, 4, "DecryptMessage failed with error ", nStatus);
+        LogCall(m_Logger, Reading, 4, "DecryptMessage failed with error ", nStatus);
         return -1;
     }
     DecryptedRecord record;
@@ -128,8 +132,7 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::ActOnRecord(const Decryp
         return ActOnPeerClose(record.extra, "(0x15 == *((unsigned char*)m_ReadBuffer.data()))");
     }
     if (record.data && !bEmptyData) {
-        LogCall(m_Logger, __FILE__, __LINE__, Reading, 0, "got data buffer with ", record.data->cbBuffer,
-                " bytes.");
+        LogCall(m_Logger, Reading, 0, "got data buffer with ", record.data->cbBuffer, " bytes.");
         if (!TakePlaintext(*record.data)) return -1;
     }
     KeepExtra(record.extra, "(normal case)");
@@ -154,8 +157,7 @@ bool ZephSChannelConnection::TakePlaintext(const SecBuffer& data) {
 /// Moves what the provider left over right behind the plaintext.
 void ZephSChannelConnection::KeepExtra(const SecBuffer* pExtra, const char* reason) {
     if (pExtra) {
-        LogCall(m_Logger, __FILE__, __LINE__, Reading, 0, "got extra buffer with ", pExtra->cbBuffer,
-                " bytes. ", reason);
+        LogCall(m_Logger, Reading, 0, "got extra buffer with ", pExtra->cbBuffer, " bytes. ", reason);
     }
     const std::uint32_t nRoom = m_ReadFill - m_PlaintextLength;
     KeepTail(m_PlaintextLength, pExtra ? std::min(pExtra->cbBuffer, nRoom) : 0);
@@ -188,11 +190,11 @@ std::int32_t ZephSChannelConnection::DeliverPlaintext(std::uint8_t* pBuffer, std
     m_PlaintextLength -= nBytes;
     DropFront(m_ReadBuffer.GetData(), nBytes, m_ReadFill);
     if (m_Verbose) {
-        LogCall(m_Logger, __FILE__, __LINE__, Reading, 0, "returning ", nBytes, " bytes of plaintext: '",
+        LogCall(m_Logger, Reading, 0, "returning ", nBytes, " bytes of plaintext: '",
                 std::string_view(reinterpret_cast<const char*>(pBuffer), nBytes), "'");
-        LogCall(m_Logger, __FILE__, __LINE__, Reading, 0, m_PlaintextLength,
+        LogCall(m_Logger, Reading, 0, m_PlaintextLength,
                 " unprocessed bytes remain in the plaintext buffer.");
-        LogCall(m_Logger, __FILE__, __LINE__, Reading, 0, m_ReadFill - m_PlaintextLength,
+        LogCall(m_Logger, Reading, 0, m_ReadFill - m_PlaintextLength,
                 " unprocessed bytes remain in the ciphertext buffer.");
     }
     return Count(nBytes);
@@ -216,7 +218,7 @@ std::int32_t ZephSChannelConnection::write_plaintext(const std::uint8_t* pBuffer
     if (nCount != 0) std::memcpy(pData, pBuffer, nCount);
     const SECURITY_STATUS nStatus = m_SSPI.GetFunctions()->EncryptMessage(&m_Context, 0, &message, 0);
     if (nStatus < 0) {
-        LogCall(m_Logger, __FILE__, __LINE__, Writing, 4, "EncryptMEssage failed with error ", nStatus);
+        LogCall(m_Logger, Writing, 4, "EncryptMEssage failed with error ", nStatus);
         return -1;
     }
     m_WriteFill += buffers[0].cbBuffer + buffers[1].cbBuffer + buffers[2].cbBuffer;

@@ -53,8 +53,7 @@ std::int32_t ZephSChannelConnection::InitializeAsClient(CredHandle* pCredentials
     OfferOutput(exchange);
     const SECURITY_STATUS nStatus = DriveContext(exchange, false, FirstStepFlagsOfClient);
     if (nStatus < 0) {
-        LogCall(m_Logger, __FILE__, __LINE__, Initializing, 4,
-                "InitializeSecurityContextA failed with error ", nStatus);
+        LogCall(m_Logger, Initializing, 4, "InitializeSecurityContextA failed with error ", nStatus);
         CleanUp();
         return -1;
     }
@@ -89,7 +88,7 @@ std::int32_t ZephSChannelConnection::FinishFirstStep(TokenExchange& exchange, SE
             m_Handshaking = false;
             break;
         default:
-            LogCall(m_Logger, __FILE__, __LINE__, Initializing, 4, "Unexpected success status ", nStatus,
+            LogCall(m_Logger, Initializing, 4, "Unexpected success status ", nStatus,
                     " from InitializeSecurityContextA.");
             break;
     }
@@ -97,11 +96,12 @@ std::int32_t ZephSChannelConnection::FinishFirstStep(TokenExchange& exchange, SE
     return 0;
 }
 
-bool ZephSChannelConnection::CompleteToken(TokenExchange& exchange, const char* function) {
+bool ZephSChannelConnection::CompleteToken(TokenExchange& exchange,
+                                           const Ombry::LibraryLogger::Place& place) {
     const SECURITY_STATUS nStatus =
         m_SSPI.GetFunctions()->CompleteAuthToken(&m_Context, &exchange.outputDesc);
     if (nStatus >= 0) return true;
-    LogCall(m_Logger, __FILE__, __LINE__, function, 4, "CompleteAuthToken failed with error ", nStatus);
+    LogCall(m_Logger, place, 4, "CompleteAuthToken failed with error ", nStatus);
     return false;
 }
 
@@ -150,7 +150,7 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::JudgeStep(SECURITY_STATU
         m_NeedInput = true;
         return 0;
     }
-    LogCall(m_Logger, __FILE__, __LINE__, Continuing, 4, StepName(), " failed with error ", nStatus);
+    LogCall(m_Logger, Continuing, 4, StepName(), " failed with error ", nStatus);
     return -1;
 }
 
@@ -179,8 +179,8 @@ std::int32_t ZephSChannelConnection::ActOnStep(TokenExchange& exchange, SECURITY
             m_Refused = !FinishHandshake();
             return m_Refused ? -1 : 0;
         default:
-            LogCall(m_Logger, __FILE__, __LINE__, Continuing, 3, "Unexpected success status ", nStatus,
-                    " from ", StepName(), ".");
+            LogCall(m_Logger, Continuing, 3, "Unexpected success status ", nStatus, " from ", StepName(),
+                    ".");
             return 0;
     }
 }
@@ -195,14 +195,13 @@ bool ZephSChannelConnection::CheckPeerCertificate() {
     const SECURITY_STATUS nStatus = m_SSPI.GetFunctions()->QueryContextAttributesA(
         &m_Context, SECPKG_ATTR_REMOTE_CERT_CONTEXT, &pCertificate);
     if (nStatus < 0) {
-        LogCall(m_Logger, __FILE__, __LINE__, Continuing, 4,
+        LogCall(m_Logger, Continuing, 4,
                 "QueryContextAttributesA for SECPKG_ATTR_REMOTE_CERT_CONTEXT failed with error ", nStatus);
         return false;
     }
     const CertificateHolder holder(pCertificate);
     if (pCertificate && m_Validator(&pCertificate)) return true;
-    LogCall(m_Logger, __FILE__, __LINE__, Continuing, 3,
-            "Certificate validation returned failure.  Connection will be closed.");
+    LogCall(m_Logger, Continuing, 3, "Certificate validation returned failure.  Connection will be closed.");
     return false;
 }
 
@@ -210,7 +209,7 @@ bool ZephSChannelConnection::PrepareStream() {
     const SECURITY_STATUS nStatus =
         m_SSPI.GetFunctions()->QueryContextAttributesA(&m_Context, SECPKG_ATTR_STREAM_SIZES, &m_StreamSizes);
     if (nStatus < 0) {
-        LogCall(m_Logger, __FILE__, __LINE__, Continuing, 4,
+        LogCall(m_Logger, Continuing, 4,
                 "QueryContextAttributesA for SECPKG_ATTR_STREAM_SIZES failed with error ", nStatus);
         return false;
     }
@@ -229,8 +228,8 @@ std::int32_t ZephSChannelConnection::request_renegotiate() {
         return 0;
     }
     if (nStatus < 0) {
-        LogCall(m_Logger, __FILE__, __LINE__, "OmbryZephCore::ZephSChannelConnection::request_renegotiate", 4,
-                StepName(), " failed with error ", nStatus);
+        LogCall(m_Logger, "OmbryZephCore::ZephSChannelConnection::request_renegotiate", 4, StepName(),
+                " failed with error ", nStatus);
         return -1;
     }
     AddToken(exchange);

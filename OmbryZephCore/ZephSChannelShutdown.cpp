@@ -31,8 +31,7 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::SendClose() {
     SecBufferDesc control{SECBUFFER_VERSION, 1, &buffer};
     SECURITY_STATUS nStatus = m_SSPI.GetFunctions()->ApplyControlToken(&m_Context, &control);
     if (nStatus < 0) {
-        LogCall(m_Logger, __FILE__, __LINE__, ShuttingDown, 3, "ApplyControlToken failed with error ",
-                nStatus);
+        LogCall(m_Logger, ShuttingDown, 3, "ApplyControlToken failed with error ", nStatus);
         return -1;
     }
     TokenExchange exchange;
@@ -43,7 +42,7 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::SendClose() {
         return 0;
     }
     if (nStatus < 0) {
-        LogCall(m_Logger, __FILE__, __LINE__, ShuttingDown, 3, StepName(), " failed with error ", nStatus);
+        LogCall(m_Logger, ShuttingDown, 3, StepName(), " failed with error ", nStatus);
         return -1;
     }
     AddToken(exchange);
@@ -71,7 +70,7 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::OfferForClose(std::uint3
         return 0;
     }
     if (nStatus < 0 && nStatus != SEC_E_INCOMPLETE_MESSAGE) {
-        LogCall(m_Logger, __FILE__, __LINE__, ShuttingDown, 3, StepName(), " failed with error ", nStatus);
+        LogCall(m_Logger, ShuttingDown, 3, StepName(), " failed with error ", nStatus);
         return -1;
     }
     const std::uint32_t nConsumed = nStatus < 0 ? 0 : DropOffered(exchange);
@@ -82,7 +81,7 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::OfferForClose(std::uint3
     }
     if (bAgain || nStatus == SEC_E_INCOMPLETE_MESSAGE) return OfferOneMore(nOffered);
     if (nStatus != SEC_E_OK && nStatus != SEC_I_CONTEXT_EXPIRED) {
-        LogCall(m_Logger, __FILE__, __LINE__, ShuttingDown, 3, "Unexpected success status from ", StepName());
+        LogCall(m_Logger, ShuttingDown, 3, "Unexpected success status from ", StepName());
     }
     AddToken(exchange);
     m_PeerClosed = true;

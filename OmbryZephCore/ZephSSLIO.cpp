@@ -426,7 +426,7 @@ void ZephSSLIO::DoTask() {
         const RunningTask running(*this);
         DoPendingNotifications();
     }
-    Ombry::LibraryLogger::LogCall(logger, __FILE__, __LINE__, Name, 0, "exiting.  sessionid = ", nSessionId);
+    Ombry::LibraryLogger::LogCall(logger, Name, 0, "exiting.  sessionid = ", nSessionId);
 }
 
 /// False while the task runs on another thread.

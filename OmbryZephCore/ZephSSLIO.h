@@ -191,25 +191,14 @@ private:
     void HandleFatalError();
     ZephIOCompletionHandlerIf* GetHandler();
 
-    /// A log call's place in the source, made from the function's name alone. The built-ins stand for
-    /// std::source_location, which clang does not offer with this standard library.
-    struct Place {
-        const char* pFunction;
-        const char* pFile;
-        int nLine;
-        Place(const char* pName, const char* pHere = __builtin_FILE(), int nHere = __builtin_LINE())
-            : pFunction(pName), pFile(pHere), nLine(nHere) {}
-    };
-
     /// The session id ends every line.
     template <class... Parts>
-    void Log(const Place& place, int nLevel, const Parts&... parts) const {
-        Ombry::LibraryLogger::LogCall(m_Logger, place.pFile, place.nLine, place.pFunction, nLevel, parts...,
-                                      m_SessionId);
+    void Log(const Ombry::LibraryLogger::Place& place, int nLevel, const Parts&... parts) const {
+        Ombry::LibraryLogger::LogCall(m_Logger, place, nLevel, parts..., m_SessionId);
     }
 
     template <class... Parts>
-    void Trace(const Place& place, const Parts&... parts) const {
+    void Trace(const Ombry::LibraryLogger::Place& place, const Parts&... parts) const {
         if (m_Verbose) Log(place, 0, parts...);
     }
 

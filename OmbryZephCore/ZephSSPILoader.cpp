@@ -48,8 +48,7 @@ std::uint32_t ZephSSPILoader::LoadModule(bool bUseProviderLibrary) {
             m_Module = *module;
             return eRC_Success;
         }
-        LogCall(m_Logger, __FILE__, __LINE__, function, 4, "Cannot load SCHANNEL.DLL (error ", module.Error(),
-                ").");
+        LogCall(m_Logger, function, 4, "Cannot load SCHANNEL.DLL (error ", module.Error(), ").");
         return FailureCode(module.Error());
     }
     const auto first = SecurityProvider().LoadModule("SECUR32.DLL");
@@ -62,7 +61,7 @@ std::uint32_t ZephSSPILoader::LoadModule(bool bUseProviderLibrary) {
         m_Module = *second;
         return eRC_Success;
     }
-    LogCall(m_Logger, __FILE__, __LINE__, function, 4, "Cannot load SECUR32.DLL (error ", first.Error(),
+    LogCall(m_Logger, function, 4, "Cannot load SECUR32.DLL (error ", first.Error(),
             ") or SECURITY.DLL (error ", second.Error(), ").");
     return FailureCode(second.Error());
 }
@@ -71,15 +70,15 @@ std::uint32_t ZephSSPILoader::TakeFunctions() {
     constexpr const char* function = "OmbryZephCore::ZephSSPILoader::Initialize";
     const auto entryPoint = SecurityProvider().FindEntryPoint(m_Module, "InitSecurityInterfaceA");
     if (!entryPoint) {
-        LogCall(m_Logger, __FILE__, __LINE__, function, 4,
+        LogCall(m_Logger, function, 4,
                 "Failed to get the address of the initialization function for the security DLL (error ",
                 entryPoint.Error(), ").");
         return FailureCode(entryPoint.Error());
     }
     const auto functions = SecurityProvider().CallEntryPoint(*entryPoint);
     if (!functions || !*functions) {
-        LogCall(m_Logger, __FILE__, __LINE__, function, 4,
-                "Security DLL initialization function failed  (error ", functions.Error(), ").");
+        LogCall(m_Logger, function, 4, "Security DLL initialization function failed  (error ",
+                functions.Error(), ").");
         return FailureCode(functions.Error());
     }
     m_Functions = *functions;

@@ -11,6 +11,7 @@ namespace OmbryZephCore {
 
 using Ombry::LibraryLogger::ILogger;
 using Ombry::LibraryLogger::LogCall;
+using Ombry::LibraryLogger::Place;
 using Ombry::Platform::AddressEntry;
 using Ombry::Platform::AddressHints;
 using Ombry::Platform::InvalidSocket;
@@ -28,13 +29,13 @@ constexpr std::size_t ServiceTextRoom = 6;
 std::uint32_t InitializeWinsock(const std::shared_ptr<ILogger>& logger) {
     const auto started = Sockets().Startup(SocketLibraryVersion);
     if (!started) {
-        LogCall(logger, __FILE__, __LINE__, "OmbryZephCore::InitializeWinsock", 3,
-                "WSAStartup failed with error ", started.Error());
+        LogCall(logger, "OmbryZephCore::InitializeWinsock", 3, "WSAStartup failed with error ",
+                started.Error());
         return static_cast<std::uint32_t>(started.Error());
     }
     if (*started != SocketLibraryVersion) {
-        LogCall(logger, __FILE__, __LINE__, "OmbryZephCore::InitializeWinsock", 3,
-                "Incorrect winsock version ", *started, " was returned.  Last error = ", started.Error());
+        LogCall(logger, "OmbryZephCore::InitializeWinsock", 3, "Incorrect winsock version ", *started,
+                " was returned.  Last error = ", started.Error());
         (void)Sockets().Cleanup();
         // It may be 0: the connect then goes on as if the library had started.
         return static_cast<std::uint32_t>(started.Error());
@@ -66,18 +67,16 @@ std::uint32_t ResolveAddresses(const char* pHost, std::uint16_t nPort, std::vect
     hints.protocol = Ombry::Platform::ProtocolTcp;
     auto resolved = Sockets().GetAddressInfo(pHost, std::to_string(nPort).c_str(), hints);
     if (!resolved) {
-        LogCall(logger, __FILE__, __LINE__, pFunction, 3, "getaddrinfo for (", pHost, ", ", nPort,
-                ") failed with error ", resolved.Error());
+        LogCall(logger, pFunction, 3, "getaddrinfo for (", pHost, ", ", nPort, ") failed with error ",
+                resolved.Error());
         return eRC_ResolveFailed;
     }
     if (resolved->empty()) {
-        LogCall(logger, __FILE__, __LINE__, pFunction, 3, "getaddrinfo for (", pHost, ", ", nPort,
+        LogCall(logger, pFunction, 3, "getaddrinfo for (", pHost, ", ", nPort,
                 ") succeeded but pAddrInfo is NULL.");
         return eRC_ResolveFailed;
     }
-    if (logger && logger->IsEnabled(0)) {
-        LogCall(logger, __FILE__, __LINE__, pFunction, 0, DescribeAddresses(pHost, nPort, *resolved));
-    }
+    LogCall(logger, pFunction, 0, [&] { return DescribeAddresses(pHost, nPort, *resolved); });
     result = std::move(*resolved);
     return eRC_Success;
 }
@@ -112,17 +111,14 @@ private:
 
     // Logs a failure of a connect, the address among the parts, and closes the socket.
     template <class... Parts>
-    bool FailConnect(int nLine, const char* pFunction, const char* pBefore, const Parts&... after) {
-        if (m_Logger && m_Logger->IsEnabled(3)) {
-            LogCall(m_Logger, __FILE__, nLine, pFunction, 3, pBefore, GetAddressText(), after...);
-        }
-        CloseSocket();
-        return false;
+    bool FailConnect(const Place& place, const char* pBefore, const Parts&... after) {
+        return Fail(
+            place, pBefore, [this]() -> const std::string& { return GetAddressText(); }, after...);
     }
 
     template <class... Parts>
-    bool Fail(int nLine, const char* pFunction, const Parts&... parts) {
-        LogCall(m_Logger, __FILE__, nLine, pFunction, 3, parts...);
+    bool Fail(const Place& place, const Parts&... parts) {
+        LogCall(m_Logger, place, 3, parts...);
         CloseSocket();
         return false;
     }
@@ -141,7 +137,7 @@ bool ZephConnectSocketHelper::CreateSocket() {
     const auto created = Sockets().Create(m_Address->family, m_Address->socketType, m_Address->protocol);
     if (!created) {
         m_LastError = created.Error();
-        LogCall(m_Logger, __FILE__, __LINE__, "OmbryZephCore::ZephConnectSocketHelper::CreateSocket", 4,
+        LogCall(m_Logger, "OmbryZephCore::ZephConnectSocketHelper::CreateSocket", 4,
                 "Failed to create socket.  Last error = ", m_LastError);
         return false;
     }
@@ -159,13 +155,13 @@ bool ZephConnectSocketHelper::BindIfNecessary() {
     hints.protocol = m_Address->protocol;
     // A port without an address is resolved without a host, which gives the loopback address.
     const auto resolved = Sockets().GetAddressInfo(m_BindAddress, std::to_string(m_BindPort).c_str(), hints);
-    if (!resolved) return Fail(__LINE__, pFunction, "getaddrinfo failed with error ", resolved.Error());
-    if (resolved->empty()) return Fail(__LINE__, pFunction, "getaddrinfo succeeded but pAddrInfo is NULL");
+    if (!resolved) return Fail(pFunction, "getaddrinfo failed with error ", resolved.Error());
+    if (resolved->empty()) return Fail(pFunction, "getaddrinfo succeeded but pAddrInfo is NULL");
 
     const auto bound = Sockets().Bind(m_Socket, resolved->front());
     if (!bound) {
         m_LastError = bound.Error();
-        return Fail(__LINE__, pFunction, "Failed to bind socket.  Last error = ", m_LastError);
+        return Fail(pFunction, "Failed to bind socket.  Last error = ", m_LastError);
     }
     return true;
 }
@@ -174,7 +170,7 @@ bool ZephConnectSocketHelper::SetNonBlockedMode(bool bNonBlocked) {
     const auto set = Sockets().SetNonBlocking(m_Socket, bNonBlocked);
     if (set) return true;
     m_LastError = set.Error();
-    return Fail(__LINE__, "OmbryZephCore::ZephConnectSocketHelper::SetNonBlockedMode",
+    return Fail("OmbryZephCore::ZephConnectSocketHelper::SetNonBlockedMode",
                 "Failed to set socket non-blocked to ", bNonBlocked, ".  Last error = ", m_LastError);
 }
 
@@ -188,8 +184,8 @@ bool ZephConnectSocketHelper::ConnectSocket() {
     if (m_LastError == Ombry::Platform::ErrorWouldBlock || m_LastError == Ombry::Platform::ErrorInProgress) {
         return true;
     }
-    return FailConnect(__LINE__, "OmbryZephCore::ZephConnectSocketHelper::ConnectSocket",
-                       "Failed to connect to ", ".  Last error = ", m_LastError);
+    return FailConnect("OmbryZephCore::ZephConnectSocketHelper::ConnectSocket", "Failed to connect to ",
+                       ".  Last error = ", m_LastError);
 }
 
 bool ZephConnectSocketHelper::WaitForConnect(std::uint32_t nTimeoutSeconds) {
@@ -203,17 +199,17 @@ bool ZephConnectSocketHelper::WaitForConnect(std::uint32_t nTimeoutSeconds) {
         const auto ready = Sockets().Select(nullptr, &write, &except, std::int64_t{nTimeoutSeconds} * 1000);
         if (ready.count == 0) {
             m_LastError = Ombry::Platform::ErrorTimedOut;
-            return FailConnect(__LINE__, pFunction, "Timed out attempting to connect to ", ".");
+            return FailConnect(pFunction, "Timed out attempting to connect to ", ".");
         }
         if (ready.count == -1) {
             m_LastError = ready.error;
             // A plain number, whatever the platform calls it; the wait begins anew with its full time.
             if (m_LastError == 4) continue;
-            return FailConnect(__LINE__, pFunction, "Failed to connect to ",
+            return FailConnect(pFunction, "Failed to connect to ",
                                ".  select failed.  Last error = ", m_LastError);
         }
         if (!write.Contains(m_Socket) && !except.Contains(m_Socket)) {
-            return Fail(__LINE__, pFunction,
+            return Fail(pFunction,
                         "select() succeeded but the socket is not writeable. This should not be possible. "
                         "Last error = ",
                         ready.error);
@@ -228,11 +224,11 @@ bool ZephConnectSocketHelper::CheckConnected(bool bWritable) {
     const auto error = Sockets().GetSocketError(m_Socket);
     if (!error) {
         m_LastError = error.Error();
-        return Fail(__LINE__, pFunction, "getsockopt() failed to get SO_ERROR.  Last error = ", m_LastError);
+        return Fail(pFunction, "getsockopt() failed to get SO_ERROR.  Last error = ", m_LastError);
     }
     m_LastError = *error;
     if (!bWritable || m_LastError != 0) {
-        return Fail(__LINE__, pFunction, "getsockopt() returned SO_ERROR ", m_LastError);
+        return Fail(pFunction, "getsockopt() returned SO_ERROR ", m_LastError);
     }
     m_Connected = true;
     return true;
@@ -288,8 +284,8 @@ std::uint32_t ZephSocketConnector::Connect(const char* pHost, std::uint16_t nPor
         }
     }
 
-    LogCall(m_Logger, __FILE__, __LINE__, "OmbryZephCore::ZephSocketConnector::Connect", 3,
-            "Failed to connect to server '", pHost, ":", nPort, "'");
+    LogCall(m_Logger, "OmbryZephCore::ZephSocketConnector::Connect", 3, "Failed to connect to server '",
+            pHost, ":", nPort, "'");
     (void)Sockets().Cleanup();
     return eRC_Fail;
 }

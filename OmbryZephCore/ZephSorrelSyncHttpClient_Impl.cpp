@@ -111,8 +111,7 @@ std::uint32_t ZephSorrelSyncHttpClient_Impl::PrepareBody(bool& bChunked, std::ui
 
 std::uint32_t ZephSorrelSyncHttpClient_Impl::Exchange(const std::string& method, const std::string& url,
                                                       bool bChunked, std::uint32_t nLength) {
-    Ombry::LibraryLogger::LogCall(m_Logger, __FILE__, __LINE__, DoRequestName, 1, "sending ", method, " to ",
-                                  url);
+    Ombry::LibraryLogger::LogCall(m_Logger, DoRequestName, 1, "sending ", method, " to ", url);
     m_RequestSent = false;
     m_ResponseEnded = false;
     const std::uint32_t nResult = m_Connection->GetHttpConnection().SendRequest(
@@ -132,19 +131,18 @@ Ombry::Cancellation::Token ZephSorrelSyncHttpClient_Impl::MakeExchangeToken() {
 
 std::uint32_t ZephSorrelSyncHttpClient_Impl::JudgeExchange() {
     if (m_IOResult != eRC_Success) {
-        Ombry::LibraryLogger::LogCall(m_Logger, __FILE__, __LINE__, DoRequestName, 1,
-                                      "Communications failed with IO error code ", m_IOResult);
+        Ombry::LibraryLogger::LogCall(m_Logger, DoRequestName, 1, "Communications failed with IO error code ",
+                                      m_IOResult);
         return eRC_IO_ConnectionFailed;
     }
     // Nothing is pending and nothing failed, yet no response came to its end: the stack has stalled.
     if (m_RequestResult == eRC_Success && !m_ResponseEnded) m_RequestResult = eRC_IO_ConnectionFailed;
     if (m_RequestResult != eRC_Success) {
-        Ombry::LibraryLogger::LogCall(m_Logger, __FILE__, __LINE__, DoRequestName, 1,
-                                      "Got request handling error code ", m_RequestResult);
+        Ombry::LibraryLogger::LogCall(m_Logger, DoRequestName, 1, "Got request handling error code ",
+                                      m_RequestResult);
         return m_RequestResult;
     }
-    Ombry::LibraryLogger::LogCall(m_Logger, __FILE__, __LINE__, DoRequestName, 1, "Got HTTP response code ",
-                                  m_HttpStatus);
+    Ombry::LibraryLogger::LogCall(m_Logger, DoRequestName, 1, "Got HTTP response code ", m_HttpStatus);
     return m_HttpStatus >= 200 && m_HttpStatus <= 299 ? eRC_Success : eRC_HTTP_StatusFailure;
 }
 

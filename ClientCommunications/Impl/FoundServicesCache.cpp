@@ -65,8 +65,8 @@ void FoundServicesCache::Save(std::shared_ptr<IFoundServices> services, TimePoin
     dto.local = MakeDtos(services->GetLocal());
     dto.remote = MakeDtos(services->GetRemote());
     const std::string text = ObjectMapping::SerializeObject(dto, nullptr);
-    LibraryLogger::LogCall(logger, __FILE__, __LINE__,
-                           "Ombry::ClientCommunications::FoundServicesCache::Save", 1, "Found: ", text);
+    LibraryLogger::LogCall(logger, "Ombry::ClientCommunications::FoundServicesCache::Save", 1,
+                           "Found: ", text);
     storage->Save(text);
     std::lock_guard guard(mutex);
     foundServices.swap(services);  // the old set goes with the argument, behind the lock
@@ -79,8 +79,7 @@ SSDFoundServicesCache::SSDFoundServicesCache(std::shared_ptr<IFoundServices> see
     : FoundServicesCache(std::move(theStorage), std::move(theLogger)) {
     if (ContainsSeeds(*seeds)) return;
     LibraryLogger::LogCall(
-        logger, __FILE__, __LINE__,
-        "Ombry::ClientCommunications::SSDFoundServicesCache::SSDFoundServicesCache", 2,
+        logger, "Ombry::ClientCommunications::SSDFoundServicesCache::SSDFoundServicesCache", 2,
         "Either the cache doesn't exist or the existing cache doesn't contain seed nodes.  Seeding cache.");
     Save(std::move(seeds), TimePoint());  // a time that has passed: the list is refreshed at once
 }

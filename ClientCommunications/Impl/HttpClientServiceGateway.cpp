@@ -82,7 +82,7 @@ std::unique_ptr<ZephSorrelSyncHttpClient> HttpClientServiceGateway::GetHttpClien
                                                   service->GetEndpointCertificate()};
     if (rule.m_Certificate.empty()) {
         rule.m_Mode = OmbryZephCore::ValidateNothing;
-        LogCall(logger, __FILE__, __LINE__, GetHttpClientName, 3,
+        LogCall(logger, GetHttpClientName, 3,
                 "No certificate is registered so TLS certificate validation will not be done for endpoint ",
                 url);
     }
@@ -122,24 +122,25 @@ void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const
     const std::string method = request.GetMethod();
     const std::string path = request.GetPath();
     const std::string url = service->GetEndpointUrl();
-    LogCall(logger, __FILE__, __LINE__, DoRequestName, 1, "Calling ", method, " ", url, path,
-            makeCorrelationString(request));
+    // The correlation is made though nobody may log it: a request whose headers cannot be walked fails alike
+    // with a logger and without one.
+    LogCall(logger, DoRequestName, 1, "Calling ", method, " ", url, path, makeCorrelationString(request));
     std::uint32_t code = OmbryZephCore::eRC_Success;
     try {
         code = client.DoRequest(method, path);
     } catch (const BodyTooLong&) {
         const std::string message = "The answer to " + method + " " + url + path + " is longer than the " +
                                     std::to_string(MaxBodyInMemory) + " bytes that are held in memory.";
-        LogCall(logger, __FILE__, __LINE__, DoRequestName, 4, message, makeCorrelationString(request));
+        LogCall(logger, DoRequestName, 4, message, makeCorrelationString(request));
         throw std::runtime_error(message);
     }
     if (code == OmbryZephCore::eRC_Success || code == OmbryZephCore::eRC_HTTP_StatusFailure) {
-        LogCall(logger, __FILE__, __LINE__, DoRequestName, 1, "Got HTTP status ", client.GetHttpStatus(),
+        LogCall(logger, DoRequestName, 1, "Got HTTP status ", client.GetHttpStatus(),
                 makeCorrelationString(request));
         return;
     }
-    LogCall(logger, __FILE__, __LINE__, DoRequestName, 4, "Error ", code, ".", client.GetIOResult(), " from ",
-            method, " ", url, path, makeCorrelationString(request));
+    LogCall(logger, DoRequestName, 4, "Error ", code, ".", client.GetIOResult(), " from ", method, " ", url,
+            path, makeCorrelationString(request));
     ThrowFailure(code, client.GetIOResult(), token);
 }
 

@@ -75,7 +75,7 @@ void JwtAuthenticator::AddAuthentication(std::shared_ptr<IServiceRequest> reques
     }
     MarkUsed(serviceName);
     AddHeader(*request, *cached);
-    LogCall(logger, __FILE__, __LINE__, AddName, 0, "Using cached token for ", serviceName);
+    LogCall(logger, AddName, 0, "Using cached token for ", serviceName);
 }
 
 bool JwtAuthenticator::AddFreshAuthentication(std::shared_ptr<IServiceRequest> request,
@@ -89,7 +89,7 @@ bool JwtAuthenticator::AddFreshAuthentication(std::shared_ptr<IServiceRequest> r
     if (isFresh) {
         MarkUsed(serviceName);
         AddHeader(*request, *cached);
-        LogCall(logger, __FILE__, __LINE__, AddFreshName, 0, "Using recently cached token for ", serviceName);
+        LogCall(logger, AddFreshName, 0, "Using recently cached token for ", serviceName);
     } else {
         internalAddFreshAuthentication(request, serviceName, token);
     }
@@ -143,7 +143,7 @@ void JwtAuthenticator::internalAddFreshAuthentication(const std::shared_ptr<ISer
     const JwtCachedToken cached =
         FetchToken(serviceName, RootRequestMetaData::getFromRequest(request), token);
     MarkUsed(serviceName);
-    LogCall(logger, __FILE__, __LINE__, InternalAddName, 0, "Using fresh token for ", serviceName);
+    LogCall(logger, InternalAddName, 0, "Using fresh token for ", serviceName);
     AddHeader(*request, cached);
 }
 
@@ -165,7 +165,7 @@ void JwtAuthenticator::MarkUsed(const std::string& serviceName) {
 }
 
 void JwtAuthenticator::maintenanceThread() {
-    LogCall(logger, __FILE__, __LINE__, ThreadName, 0, "Thread starting");
+    LogCall(logger, ThreadName, 0, "Thread starting");
     std::mt19937 generator(Platform::Random().SeedWord());
     // Up to twelve hours, so that many clients do not all refresh at one time.
     std::uniform_int_distribution<int> minutes(0, 720);
@@ -178,7 +178,7 @@ void JwtAuthenticator::maintenanceThread() {
         updateTokens();
         removeExpiredTokens();
     }
-    LogCall(logger, __FILE__, __LINE__, ThreadName, 0, "Thread exiting");
+    LogCall(logger, ThreadName, 0, "Thread exiting");
 }
 
 /// Refreshes the tokens that were used since the last pass. One that is not used again before the next drops
@@ -191,10 +191,10 @@ void JwtAuthenticator::updateTokens() {
     }
     for (const std::string& serviceName : services) {
         try {
-            LogCall(logger, __FILE__, __LINE__, UpdateName, 0, "Refreshing token for ", serviceName);
+            LogCall(logger, UpdateName, 0, "Refreshing token for ", serviceName);
             FetchToken(serviceName, maintenanceMetaData, stopToken);
         } catch (const std::exception& failure) {
-            LogCall(logger, __FILE__, __LINE__, UpdateName, 3, "Caught exception '", failure.what(),
+            LogCall(logger, UpdateName, 3, "Caught exception '", failure.what(),
                     "' when trying to refresh token for ", serviceName);
         }
         if (stopToken.IsCancelled()) return;
@@ -210,7 +210,7 @@ void JwtAuthenticator::removeExpiredTokens() {
         JwtCachedToken cached;
         ObjectMapping::DeserializeObject(cached, text, nullptr, false);
         if (!cached.IsExpired(Platform::Clock().Now())) continue;
-        LogCall(logger, __FILE__, __LINE__, RemoveName, 0, "Removing expired token for ", cached.serviceName);
+        LogCall(logger, RemoveName, 0, "Removing expired token for ", cached.serviceName);
         cache.RemoveEntry(entryName);  // by its entry name: a hash cannot be turned back into its key
     }
 }

@@ -68,10 +68,10 @@ void NextCandidateSelector::StartAttempt(const Cancellation::Token& token) {
     const TimePoint now = Platform::Clock().Now();
     if (info.nextRetryTime <= now) return;
     const std::int64_t waitMs = (info.nextRetryTime - now).count() / 10'000;
-    LibraryLogger::LogCall(logger, __FILE__, __LINE__,
-                           "Ombry::ClientCommunications::NextCandidateSelector::StartAttempt", 1, "Waiting ",
-                           waitMs, " milliseconds before trying to call ", current.service->GetEndpointUrl(),
-                           " again.");
+    LibraryLogger::LogCall(
+        logger, "Ombry::ClientCommunications::NextCandidateSelector::StartAttempt", 1, "Waiting ", waitMs,
+        " milliseconds before trying to call ", [this] { return current.service->GetEndpointUrl(); },
+        " again.");
     if (!sleeper) throw BadFunctionCall();
     sleeper(info.nextRetryTime, token);
 }

@@ -32,7 +32,7 @@ OAuth2Token OAuth2ServiceGatewayClient::GetToken(const std::string& serviceName,
         requestFactory->Create("POST", path, "1", std::move(metaData));
     request->SetHeader("Content-Type", "application/x-www-form-urlencoded");
     request->SetBody(body);
-    LibraryLogger::LogCall(logger, __FILE__, __LINE__, GetTokenName, 0, "Getting token for ", serviceName);
+    LibraryLogger::LogCall(logger, GetTokenName, 0, "Getting token for ", serviceName);
     const std::shared_ptr<IStringServiceResponse> response = gateway->CallForString(request, token);
     const int status = response->GetStatusCode();
     if (status >= 300) ThrowFailure(serviceName, status, response->GetBody());
@@ -45,8 +45,8 @@ OAuth2Token OAuth2ServiceGatewayClient::GetToken(const std::string& serviceName,
 /// is, callers get one kind of failure with one wording, which quotes it.
 void OAuth2ServiceGatewayClient::ThrowFailure(const std::string& serviceName, int status,
                                               const std::string& body) const {
-    LibraryLogger::LogCall(logger, __FILE__, __LINE__, GetTokenName, 4, "Failed to get token for ",
-                           serviceName, ".  HTTP status: ", status, ", response body: ", body);
+    LibraryLogger::LogCall(logger, GetTokenName, 4, "Failed to get token for ", serviceName,
+                           ".  HTTP status: ", status, ", response body: ", body);
     try {
         OAuth2Exception failure;
         ObjectMapping::DeserializeObject(failure, body, nullptr, false);

@@ -9,6 +9,10 @@
 namespace Ombry::ClientCommunications {
 namespace {
 
+using LibraryLogger::LogCall;
+
+constexpr const char* MaintainName = "Ombry::ClientCommunications::SSDCacheMaintainer::MaintainCache";
+
 /// Now plus a number of units drawn evenly from a range, both ends included: the spread keeps many clients
 /// from refreshing at one moment.
 template <class Unit>
@@ -43,25 +47,20 @@ void SSDCacheMaintainer::Start() {
     thread = std::thread(&SSDCacheMaintainer::MaintainCache, this);
 }
 
-template <class... Parts>
-void SSDCacheMaintainer::Log(int level, const Parts&... parts) const {
-    LibraryLogger::LogCall(logger, __FILE__, __LINE__,
-                           "Ombry::ClientCommunications::SSDCacheMaintainer::MaintainCache", level, parts...);
-}
-
 void SSDCacheMaintainer::MaintainCache() {
     std::mt19937 generator(Platform::Random().SeedWord());
     TimePoint next = cache->GetNextRefreshTime();
-    Log(1, "Thread started, next refresh time: ", ObjectMapping::FormatDateTime(next));
+    LogCall(logger, MaintainName, 1,
+            "Thread started, next refresh time: ", [&] { return ObjectMapping::FormatDateTime(next); });
     while (true) {
         {
             std::unique_lock lock(mutex);
             if (Platform::WaitUntil(condition, lock, next, [this] { return stopping; })) break;
         }
-        Log(1, "Refreshing SSDS cache");
+        LogCall(logger, MaintainName, 1, "Refreshing SSDS cache");
         next = Refresh(generator);
     }
-    Log(1, "Thread exiting.");
+    LogCall(logger, MaintainName, 1, "Thread exiting.");
 }
 
 /// One refresh; when the next is due. After a failure the cache stays as it was.
@@ -69,13 +68,15 @@ TimePoint SSDCacheMaintainer::Refresh(std::mt19937& generator) {
     try {
         const std::shared_ptr<IFoundServices> services = finder->Find(metaData, cancel);
         const TimePoint next = SometimeAfterNow<std::chrono::minutes>(generator, 1080, 1440);
-        Log(1, "Next refresh time: ", ObjectMapping::FormatDateTime(next));
+        LogCall(logger, MaintainName, 1,
+                "Next refresh time: ", [&] { return ObjectMapping::FormatDateTime(next); });
         cache->Save(services, next);
         return next;
     } catch (const std::exception& failure) {
-        Log(4, "Failed to get fresh SSDS list due to exception: ", failure.what());
+        LogCall(logger, MaintainName, 4, "Failed to get fresh SSDS list due to exception: ", failure.what());
         const TimePoint next = SometimeAfterNow<std::chrono::seconds>(generator, 300, 14400);
-        Log(1, "Next attempt time: ", ObjectMapping::FormatDateTime(next));
+        LogCall(logger, MaintainName, 1,
+                "Next attempt time: ", [&] { return ObjectMapping::FormatDateTime(next); });
         return next;
     }
 }

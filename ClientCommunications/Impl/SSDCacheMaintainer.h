@@ -28,8 +28,6 @@ public:
 private:
     void MaintainCache();
     TimePoint Refresh(std::mt19937& generator);
-    template <class... Parts>
-    void Log(int level, const Parts&... parts) const;
 
     const std::shared_ptr<IServiceFinder> finder;
     const std::shared_ptr<IFoundServicesCache> cache;

@@ -43,21 +43,21 @@ std::shared_ptr<IFoundServices> ServiceFinder::Find(std::shared_ptr<IRootRequest
     bool hasCached = ReadCache(dto);
     const long long now = Platform::WallSeconds();
     if (hasCached && now < dto.expiryTime) {
-        LogCall(logger, __FILE__, __LINE__, FindName, 0, "Returning cached result for ", path);
+        LogCall(logger, FindName, 0, "Returning cached result for ", path);
         TraceFoundServices(dto, "cache");
         return std::make_shared<FoundServices>(std::move(dto));
     }
     if (hasCached && SaturatingAdd(dto.expiryTime, dto.maxStaleTime) < now) {
-        LogCall(logger, __FILE__, __LINE__, FindName, 0, "Removing cached result older than maximum age.");
+        LogCall(logger, FindName, 0, "Removing cached result older than maximum age.");
         cache->RemoveByKey(path);
         hasCached = false;
     }
     try {
         if (auto found = Ask(std::move(callMetaData), std::move(token), hasCached, dto)) return found;
     } catch (const std::exception& failure) {
-        LogCall(logger, __FILE__, __LINE__, FindName, 4, "Caught exception: ", failure.what());
+        LogCall(logger, FindName, 4, "Caught exception: ", failure.what());
         if (!hasCached) throw;
-        LogCall(logger, __FILE__, __LINE__, FindName, 0, "Returning cached result.");
+        LogCall(logger, FindName, 0, "Returning cached result.");
     }
     return std::make_shared<FoundServices>(std::move(dto));
 }
@@ -85,11 +85,12 @@ std::shared_ptr<IFoundServices> ServiceFinder::Ask(std::shared_ptr<IRootRequestM
     // The caller's token travels in the request; the call's own is one that never fires.
     const auto response = gateway->CallForString(request, Cancellation::Token());
     if (response->GetStatusCode() >= 300) {
-        const std::string text =
-            "HTTP error " + std::to_string(response->GetStatusCode()) + ": " + response->GetBody();
-        LogCall(logger, __FILE__, __LINE__, FindName, 4, text);
-        if (!hasCached) throw std::runtime_error(text);
-        LogCall(logger, __FILE__, __LINE__, FindName, 0, "Returning cached result.");
+        const auto text = [&response] {
+            return "HTTP error " + std::to_string(response->GetStatusCode()) + ": " + response->GetBody();
+        };
+        LogCall(logger, FindName, 4, text);
+        if (!hasCached) throw std::runtime_error(text());
+        LogCall(logger, FindName, 0, "Returning cached result.");
         TraceFoundServices(cached, "cache");
         return nullptr;
     }
@@ -102,26 +103,23 @@ std::shared_ptr<IFoundServices> ServiceFinder::Ask(std::shared_ptr<IRootRequestM
 
 /// A write that fails makes a good answer fail: whoever runs on a full disk is to hear of it.
 void ServiceFinder::Store(const IServiceResponse& response, FoundServicesDto& dto) {
-    LogCall(logger, __FILE__, __LINE__, FindName, 0, "Storing result in cache.");
+    LogCall(logger, FindName, 0, "Storing result in cache.");
     if (response.HasHeader("Cache-Control")) ApplyCacheControl(response.GetHeader("Cache-Control"), dto);
     cache->SetByKey(path, ObjectMapping::SerializeObject(dto, nullptr));
 }
 
 void ServiceFinder::TraceFoundServices(const FoundServicesDto& dto, const char* source) const {
     if (dto.local.empty() && dto.remote.empty()) {
-        LogCall(logger, __FILE__, __LINE__, TraceName, 3, "Loaded zero services from ", source, " for ",
-                path);
+        LogCall(logger, TraceName, 3, "Loaded zero services from ", source, " for ", path);
         return;
     }
     if (!logger || !logger->IsEnabled(0)) return;  // the lists may be long
-    LogCall(logger, __FILE__, __LINE__, TraceName, 0, "Loaded from ", source, " for ", path);
+    LogCall(logger, TraceName, 0, "Loaded from ", source, " for ", path);
     for (const ServiceDto& service : dto.local) {
-        LogCall(logger, __FILE__, __LINE__, TraceName, 0, "local ", service.serviceName, " at ",
-                service.endpointUrl);
+        LogCall(logger, TraceName, 0, "local ", service.serviceName, " at ", service.endpointUrl);
     }
     for (const ServiceDto& service : dto.remote) {
-        LogCall(logger, __FILE__, __LINE__, TraceName, 0, "remote ", service.serviceName, " at ",
-                service.endpointUrl);
+        LogCall(logger, TraceName, 0, "remote ", service.serviceName, " at ", service.endpointUrl);
     }
 }
 

@@ -7,6 +7,10 @@
 namespace Ombry::ClientCommunications {
 namespace {
 
+using LibraryLogger::LogCall;
+
+constexpr const char* ExecuteName = "Ombry::ClientCommunications::ServiceIteratePolicyExecutor::Execute";
+
 /// Pause after a round in which no server was even chosen: without it the loop would spin while discovery is
 /// down.
 constexpr Duration FruitlessRoundPause = std::chrono::milliseconds(250);
@@ -22,12 +26,6 @@ struct ServiceIteratePolicyExecutor::Call {
     std::shared_ptr<IServiceResponse> lastResponse = nullptr;
     bool answered = false;  // the last response ends the call
 };
-
-template <class... Parts>
-void ServiceIteratePolicyExecutor::Log(const Parts&... parts) const {
-    LibraryLogger::LogCall(logger, __FILE__, __LINE__,
-                           "Ombry::ClientCommunications::ServiceIteratePolicyExecutor::Execute", 1, parts...);
-}
 
 ServiceIteratePolicyExecutor::ServiceIteratePolicyExecutor(
     std::shared_ptr<IServiceFinder> finder,
@@ -61,11 +59,11 @@ bool ServiceIteratePolicyExecutor::TryOnce(Call& call) {
         call.answered = true;
         return false;
     } catch (const Cancellation::OperationCancelledException& failure) {
-        Log("Caught exception: ", failure.what());
+        LogCall(logger, ExecuteName, 1, "Caught exception: ", failure.what());
         // Otherwise the time-out was that of the single attempt.
         return !call.token.IsCancelled();
     } catch (const CommunicationsError& failure) {
-        Log("Caught exception: ", failure.what());
+        LogCall(logger, ExecuteName, 1, "Caught exception: ", failure.what());
     }
     return candidate.service || PauseBeforeNextRound(call);
 }
@@ -92,18 +90,18 @@ bool ServiceIteratePolicyExecutor::ShouldTryNextServer(const IServiceResponse& r
 
 std::shared_ptr<IServiceResponse> ServiceIteratePolicyExecutor::Conclude(const Call& call) const {
     if (call.token.IsCancelled()) {
-        Log("Operation was cancelled.");
+        LogCall(logger, ExecuteName, 1, "Operation was cancelled.");
     } else if (call.attemptNumber == call.maxAttempts) {
-        Log("maxRetries was reached.");
+        LogCall(logger, ExecuteName, 1, "maxRetries was reached.");
     } else {
-        Log("Failure from all servers.");
+        LogCall(logger, ExecuteName, 1, "Failure from all servers.");
     }
     if (!call.lastResponse) {
         call.token.ThrowIfCancelled();
-        Log("Throwing exception since no server responded.");
+        LogCall(logger, ExecuteName, 1, "Throwing exception since no server responded.");
         throw CommunicationsError("No IServiceResponse from any servers.");
     }
-    Log("Returning last response from a server.");
+    LogCall(logger, ExecuteName, 1, "Returning last response from a server.");
     return call.lastResponse;
 }
 

@@ -27,8 +27,6 @@ private:
     bool PauseBeforeNextRound(const Call& call) const;
     bool ShouldTryNextServer(const IServiceResponse& response) const;
     std::shared_ptr<IServiceResponse> Conclude(const Call& call) const;
-    template <class... Parts>
-    void Log(const Parts&... parts) const;
 
     const std::shared_ptr<IServiceFinder> finder;
     const std::shared_ptr<ICandidateServiceFinderFactory> candidateFinderFactory;

@@ -71,7 +71,7 @@ protected:
     Lines Caught() const {
         Lines lines;
         for (const auto& entry : logger->Entries()) {
-            if (entry.function.ends_with("ServiceIteratePolicyExecutor::Execute"))
+            if (entry.function == "Ombry::ClientCommunications::ServiceIteratePolicyExecutor::Execute")
                 lines.push_back(entry.message);
         }
         return lines;

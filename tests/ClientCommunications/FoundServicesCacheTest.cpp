@@ -179,7 +179,8 @@ TEST_F(FoundServicesCacheTest, SavedFileHoldsEveryField) {
     ASSERT_EQ(logger->Entries().size(), 1u);
     EXPECT_EQ(logger->Entries()[0].message, "Found: " + expected);
     EXPECT_EQ(logger->Entries()[0].level, 1);
-    EXPECT_TRUE(logger->Entries()[0].function.ends_with("FoundServicesCache::Save"));
+    EXPECT_EQ(logger->Entries()[0].function, "Ombry::ClientCommunications::FoundServicesCache::Save");
+    EXPECT_EQ(logger->Entries()[0].file, SourcePath("ClientCommunications/Impl/FoundServicesCache.cpp"));
 }
 
 TEST_F(FoundServicesCacheTest, ServicesAreSavedInTheOrderInWhichTheyAreGiven) {
@@ -303,7 +304,8 @@ TEST_F(FoundServicesCacheTest, SeedsAreSavedWhereNothingWas) {
         entries[0].message,
         "Either the cache doesn't exist or the existing cache doesn't contain seed nodes.  Seeding cache.");
     EXPECT_EQ(entries[0].level, 2);
-    EXPECT_TRUE(entries[0].function.ends_with("SSDFoundServicesCache::SSDFoundServicesCache"));
+    EXPECT_EQ(entries[0].function,
+              "Ombry::ClientCommunications::SSDFoundServicesCache::SSDFoundServicesCache");
     EXPECT_EQ(entries[1].level, 1);
 }
 

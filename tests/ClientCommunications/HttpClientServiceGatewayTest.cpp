@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/BodyLimit.h"
 #include "ClientCommunications/Impl/HttpClientServiceGatewayFactory.h"
@@ -90,7 +92,7 @@ protected:
     Logged GatewayLog() const {
         Logged lines;
         for (const RecordingLogger::Entry& entry : logger->Entries()) {
-            if (entry.function.find("HttpClientServiceGateway::") != std::string::npos)
+            if (entry.function.starts_with("Ombry::ClientCommunications::HttpClientServiceGateway::"))
                 lines.emplace_back(entry.level, entry.message);
         }
         return lines;
@@ -160,6 +162,44 @@ TEST_F(HttpClientServiceGatewayTest, LogsTheCallAndItsStatusWithoutBracketsIfThe
     EXPECT_EQ(Call()->GetStatusCode(), 500) << "no status is an exception";
     EXPECT_EQ(GatewayLog(),
               (Logged{{1, "Calling GET http://server:8080/base/path"}, {1, "Got HTTP status 500"}}));
+}
+
+TEST_F(HttpClientServiceGatewayTest, LogLinesBearTheWholeNameOfTheirFunctionAndTheSourcePath) {
+    try {
+        Gateway("https://server:8080", "")->CallForString(request, {});
+    } catch (const std::exception&) {
+    }
+    std::set<std::string> functions;
+    for (const RecordingLogger::Entry& entry : logger->Entries()) {
+        if (!entry.function.starts_with("Ombry::")) continue;
+        functions.insert(entry.function);
+        EXPECT_EQ(entry.file, SourcePath("ClientCommunications/Impl/HttpClientServiceGateway.cpp"));
+    }
+    EXPECT_EQ(functions, (std::set<std::string>{
+                             "Ombry::ClientCommunications::HttpClientServiceGateway::DoRequest",
+                             "Ombry::ClientCommunications::HttpClientServiceGateway::GetHttpClient"}));
+}
+
+/// Counts how often its headers are gone through.
+class CountingRequest : public ServiceRequest {
+public:
+    CountingRequest() : ServiceRequest("GET", "/x", "1") {}
+    void ForEachHeader(
+        std::function<void(const std::string& name, const std::string& value)> callback) const override {
+        ++walks;
+        ServiceRequest::ForEachHeader(std::move(callback));
+    }
+
+    mutable int walks = 0;
+};
+
+TEST_F(HttpClientServiceGatewayTest, CorrelationIsMadeThoughNobodyLogsIt) {
+    AnswerWith("200 OK", "");
+    const auto counting = std::make_shared<CountingRequest>();
+    HttpClientServiceGatewayFactory(nullptr, false)
+        .Create(At("http://server:8080"))
+        ->CallForString(counting, {});
+    EXPECT_EQ(counting->walks, 3) << "the headers themselves, the call and its status";
 }
 
 TEST_F(HttpClientServiceGatewayTest, CorrelatesByTheHeadersThatBeginWithSFInTheirOrder) {

@@ -38,8 +38,10 @@ TEST_F(JwtAuthenticatorMaintenanceTest, ThreadTellsOfItsBeginAndItsEnd) {
     EXPECT_EQ(entries[1].message, "Thread exiting");
     for (const auto& entry : entries) {
         EXPECT_EQ(entry.level, 0);
-        EXPECT_TRUE(entry.function.ends_with("JwtAuthenticator::maintenanceThread"));
+        EXPECT_EQ(entry.function, "Ombry::ClientCommunications::JwtAuthenticator::maintenanceThread");
+        EXPECT_EQ(entry.file, SourcePath("ClientCommunications/Impl/JwtAuthenticator.cpp"));
     }
+    EXPECT_LT(entries[0].line, entries[1].line);
 }
 
 TEST_F(JwtAuthenticatorMaintenanceTest, WaitsAreWholeMinutesUpToTwelveHours) {
@@ -131,7 +133,7 @@ TEST_F(JwtAuthenticatorMaintenanceTest, RefreshIsMarkedAsBackgroundWork) {
     ASSERT_EQ(logger->Entries().size(), 1u);
     EXPECT_EQ(logger->Entries()[0].message, "Refreshing token for a");
     EXPECT_EQ(logger->Entries()[0].level, 0);
-    EXPECT_TRUE(logger->Entries()[0].function.ends_with("JwtAuthenticator::updateTokens"));
+    EXPECT_EQ(logger->Entries()[0].function, "Ombry::ClientCommunications::JwtAuthenticator::updateTokens");
 }
 
 TEST_F(JwtAuthenticatorMaintenanceTest, FailedRefreshIsToldAndTheOthersGoOn) {
@@ -153,7 +155,7 @@ TEST_F(JwtAuthenticatorMaintenanceTest, FailedRefreshIsToldAndTheOthersGoOn) {
                      "Refreshing token for c"}));
     EXPECT_EQ(logger->Messages(3),
               Texts{"Caught exception 'service is down' when trying to refresh token for b"});
-    EXPECT_TRUE(logger->Entries()[2].function.ends_with("JwtAuthenticator::updateTokens"));
+    EXPECT_EQ(logger->Entries()[2].function, "Ombry::ClientCommunications::JwtAuthenticator::updateTokens");
     EXPECT_EQ(Stored("a"), Entry("a", "new", clock.Now(), Long));
     EXPECT_EQ(Stored("b"), Entry("b", "token-2", used, Long));  // the old one stays
     EXPECT_EQ(Stored("c"), Entry("c", "new", clock.Now(), Long));
@@ -241,7 +243,7 @@ TEST_F(JwtAuthenticatorMaintenanceTest, SweepRemovesWhatHasExpiredAndNothingElse
     std::sort(messages.begin(), messages.end());
     EXPECT_EQ(messages, (Texts{"Removing expired token for ", "Removing expired token for expired"}));
     for (const auto& entry : logger->Entries())
-        EXPECT_TRUE(entry.function.ends_with("JwtAuthenticator::removeExpiredTokens"));
+        EXPECT_EQ(entry.function, "Ombry::ClientCommunications::JwtAuthenticator::removeExpiredTokens");
 }
 
 TEST_F(JwtAuthenticatorMaintenanceTest, BothCopiesOfAnEntryCountOnce) {

@@ -62,7 +62,8 @@ TEST_F(JwtAuthenticatorTest, FirstUseAsksForATokenAndStoresIt) {
     ASSERT_EQ(Log().size(), 1u);
     EXPECT_EQ(Log()[0].message, "Using fresh token for v1-auth");
     EXPECT_EQ(Log()[0].level, 0);
-    EXPECT_TRUE(Log()[0].function.ends_with("::internalAddFreshAuthentication"));
+    EXPECT_EQ(Log()[0].function,
+              "Ombry::ClientCommunications::JwtAuthenticator::internalAddFreshAuthentication");
 }
 
 TEST_F(JwtAuthenticatorTest, EntryOnTheDiskIsPlainJson) {
@@ -152,7 +153,8 @@ TEST_F(JwtAuthenticatorTest, SecondUseTakesTheTokenFromTheCache) {
     ASSERT_EQ(logger->Entries().size(), 1u);
     EXPECT_EQ(logger->Entries()[0].message, "Using cached token for v1-auth");
     EXPECT_EQ(logger->Entries()[0].level, 0);
-    EXPECT_TRUE(logger->Entries()[0].function.ends_with("JwtAuthenticator::AddAuthentication"));
+    EXPECT_EQ(logger->Entries()[0].function,
+              "Ombry::ClientCommunications::JwtAuthenticator::AddAuthentication");
 }
 
 TEST_F(JwtAuthenticatorTest, TokenOutlivesTheProcess) {
@@ -418,7 +420,8 @@ TEST_F(JwtAuthenticatorTest, TokenYoungerThanTheLimitCountsAsFresh) {
         EXPECT_EQ(logger->Entries()[0].level, 0);
         if (one.fresh) {
             EXPECT_EQ(logger->Entries()[0].message, "Using recently cached token for a");
-            EXPECT_TRUE(logger->Entries()[0].function.ends_with("JwtAuthenticator::AddFreshAuthentication"));
+            EXPECT_EQ(logger->Entries()[0].function,
+                      "Ombry::ClientCommunications::JwtAuthenticator::AddFreshAuthentication");
         } else {
             EXPECT_EQ(logger->Entries()[0].message, "Using fresh token for a");
         }

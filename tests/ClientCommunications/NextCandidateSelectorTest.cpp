@@ -144,6 +144,8 @@ TEST_F(NextCandidateSelectorTest, AServerThatIsNotDueIsWaitedFor) {
     EXPECT_EQ(entries[0].level, 1);
     EXPECT_EQ(entries[0].message,
               "Waiting 1234 milliseconds before trying to call https://a.example:8181 again.");
+    EXPECT_EQ(entries[0].function, "Ombry::ClientCommunications::NextCandidateSelector::StartAttempt");
+    EXPECT_EQ(entries[0].file, SourcePath("ClientCommunications/Impl/NextCandidateSelector.cpp"));
 }
 
 TEST_F(NextCandidateSelectorTest, AServerThatIsDueThisVeryTickIsNotWaitedFor) {

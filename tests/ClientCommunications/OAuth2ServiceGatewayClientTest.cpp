@@ -159,6 +159,7 @@ TEST_F(OAuth2ServiceGatewayClientTest, LogsTheRequestAndAFailureWithStatusAndBod
     EXPECT_EQ(logger->Messages(4).size(), 1u);
     for (const RecordingLogger::Entry& entry : logger->Entries()) {
         EXPECT_EQ(entry.function, "Ombry::ClientCommunications::OAuth2ServiceGatewayClient::GetToken");
+        EXPECT_EQ(entry.file, SourcePath("ClientCommunications/Impl/OAuth2ServiceGatewayClient.cpp"));
     }
 }
 

@@ -6,6 +6,7 @@
 #include <functional>
 #include <future>
 #include <map>
+#include <set>
 
 #include "ObjectMapping/DateTime.h"
 #include "tests/Fakes/DrawnSeeds.h"
@@ -196,8 +197,13 @@ TEST_F(SSDCacheMaintainerTest, TellsEachStepOfASuccess) {
               (Texts{"Thread started, next refresh time: 1970-01-01T00:00:00.0000000Z",
                      "Refreshing SSDS cache", "Next refresh time: " + next, "Thread exiting."}));
     EXPECT_EQ(logger->Messages(1).size(), 4u);
-    for (const auto& entry : logger->Entries())
-        EXPECT_TRUE(entry.function.ends_with("SSDCacheMaintainer::MaintainCache"));
+    std::set<int> lines;
+    for (const auto& entry : logger->Entries()) {
+        EXPECT_EQ(entry.function, "Ombry::ClientCommunications::SSDCacheMaintainer::MaintainCache");
+        EXPECT_EQ(entry.file, SourcePath("ClientCommunications/Impl/SSDCacheMaintainer.cpp"));
+        lines.insert(entry.line);
+    }
+    EXPECT_EQ(lines.size(), 4u) << "each call has a line of its own";
 }
 
 TEST_F(SSDCacheMaintainerTest, TellsEachStepOfAFailureAndLeavesTheCache) {

@@ -66,8 +66,15 @@ protected:
     /// Each line as its level and its text.
     Lines Log() const {
         Lines lines;
-        for (const auto& entry : logger->Entries())
+        for (const auto& entry : logger->Entries()) {
             lines.push_back(std::to_string(entry.level) + " " + entry.message);
+            const bool isList =
+                entry.message.starts_with("Loaded ") || entry.message.find(" at ") != std::string::npos;
+            EXPECT_EQ(entry.function, isList
+                                          ? "Ombry::ClientCommunications::ServiceFinder::TraceFoundServices"
+                                          : "Ombry::ClientCommunications::ServiceFinder::Find");
+            EXPECT_EQ(entry.file, SourcePath("ClientCommunications/Impl/ServiceFinder.cpp"));
+        }
         return lines;
     }
 

@@ -188,6 +188,22 @@ TEST_F(ServiceIteratePolicyExecutorTest, WithoutAnyResponseTheCallFails) {
     EXPECT_TRUE(clock.Sleeps().empty());
 }
 
+TEST_F(ServiceIteratePolicyExecutorTest, EachLineBearsItsOwnPlaceInTheSource) {
+    candidates->Give("a");
+    WhatOf<CommunicationsError>(
+        [](auto service, bool, Token) -> Response { throw CommunicationsError(service->GetId()); });
+
+    const auto entries = logger->Entries();
+    ASSERT_EQ(entries.size(), 3u);
+    std::set<int> lines;
+    for (const auto& entry : entries) {
+        EXPECT_EQ(entry.file, SourcePath("ClientCommunications/Impl/ServiceIteratePolicyExecutor.cpp"));
+        EXPECT_EQ(entry.function, "Ombry::ClientCommunications::ServiceIteratePolicyExecutor::Execute");
+        lines.insert(entry.line);
+    }
+    EXPECT_EQ(lines.size(), 3u);
+}
+
 TEST_F(ServiceIteratePolicyExecutorTest, WithoutAnyServerTheCallFails) {
     EXPECT_EQ(WhatOf<CommunicationsError>([](auto, bool, Token) { return Answer(200); }),
               "No IServiceResponse from any servers.");

@@ -3,11 +3,21 @@
 #include <algorithm>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "LibraryLogger/ILogger.h"
 
 namespace Ombry::Tests {
+
+/// The path by which the compiler was given a source: what a log line must bear. `path` begins at the root of
+/// the tree.
+inline std::string SourcePath(const std::string& path) {
+    constexpr std::string_view here = __FILE__;
+    constexpr std::string_view inTheTree = "tests/Fakes/RecordingLogger.h";
+    static_assert(here.ends_with(inTheTree));
+    return std::string(here.substr(0, here.size() - inTheTree.size())) + path;
+}
 
 /// Keeps what is logged, from any thread. Levels below `lowest` are off.
 class RecordingLogger : public LibraryLogger::ILogger {

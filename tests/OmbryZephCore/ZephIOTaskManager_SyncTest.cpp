@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <set>
 
 namespace Ombry::Tests {
 namespace {
@@ -167,7 +168,12 @@ TEST_F(ZephIOTaskManager_SyncTest, AHandleInTheExceptionSetFailsBothTransfersWit
     EXPECT_THAT(sockets.Calls(), ElementsAre("Select({100}, {100}, {100}, 1000)"));
     EXPECT_THAT(logger->Messages(3),
                 ElementsAre("ExceptFD is set. socket = 100", "ExceptFD is set. socket = 100"));
-    EXPECT_EQ(logger->Entries().size(), 2u);
+    const auto entries = logger->Entries();
+    ASSERT_EQ(entries.size(), 2u);
+    EXPECT_EQ(entries[0].function, "OmbryZephCore::ZephIOTaskManager_Sync::ProcessReadCompletions");
+    EXPECT_EQ(entries[1].function, "OmbryZephCore::ZephIOTaskManager_Sync::ProcessWriteCompletions");
+    EXPECT_LT(entries[0].line, entries[1].line);
+    EXPECT_EQ(entries[0].file, SourcePath("OmbryZephCore/ZephIOTaskManager_Sync.cpp"));
 }
 
 TEST_F(ZephIOTaskManager_SyncTest, WouldBlockLeavesTheTransferPendingAndIsNoCompletion) {
@@ -514,6 +520,22 @@ TEST_F(ZephIOTaskManager_SyncTest, AHandleRegisteredAgainStartsIdle) {
 }
 
 // --- StartIO refusals ---
+
+TEST_F(ZephIOTaskManager_SyncTest, EachRefusalOfATransferBearsALineOfItsOwn) {
+    const SocketHandle h = Connect(a);
+    manager.StartIO(0, 77, 10, input.data());
+    Read(h);
+    Read(h);
+    Write(h);
+    Write(h);
+    std::set<int> lines;
+    for (const auto& entry : logger->Entries()) {
+        EXPECT_EQ(entry.function, "OmbryZephCore::ZephIOTaskManager_Sync::StartIO");
+        EXPECT_EQ(entry.file, SourcePath("OmbryZephCore/ZephIOTaskManager_Sync.cpp"));
+        lines.insert(entry.line);
+    }
+    EXPECT_EQ(lines.size(), 3u);
+}
 
 TEST_F(ZephIOTaskManager_SyncTest, ATransferOnAnUnknownHandleIsRefusedAndLogged) {
     EXPECT_EQ(manager.StartIO(0, 77, 10, input.data()), 201u);

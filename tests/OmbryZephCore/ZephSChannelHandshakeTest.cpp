@@ -128,6 +128,8 @@ TEST_F(SChannelHandshake, AFailedCompletionOfTheFirstStepEndsTheSession) {
         provider.steps = {{status, "tok"}};
         EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), -1);
         EXPECT_EQ(logger->Messages(4).back(), "CompleteAuthToken failed with error -2146893052");
+        EXPECT_EQ(logger->Entries().back().function,
+                  "OmbryZephCore::ZephSChannelConnection::InitializeAsClient");
         EXPECT_FALSE(connection->WantsCiphertext());
         EXPECT_EQ(Extract().first, 0);
         EXPECT_THAT(provider.books.Faults(), IsEmpty());
@@ -324,6 +326,8 @@ TEST_F(SChannelHandshake, AFailedCompletionOfALaterStepFailsAndSendsNothing) {
         provider.steps = {{status, "tok"}};
         EXPECT_EQ(Inject("a"), -1);
         EXPECT_EQ(logger->Messages(4).back(), "CompleteAuthToken failed with error -2146893052");
+        EXPECT_EQ(logger->Entries().back().function,
+                  "OmbryZephCore::ZephSChannelConnection::ContinueInitIfNecessary");
         EXPECT_EQ(Extract().first, 0);
     }
 }

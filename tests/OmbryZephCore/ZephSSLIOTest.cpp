@@ -60,7 +60,7 @@ TEST_F(ZephSSLIOTest, LogLinesNameFileAndQualifiedFunction) {
     Initialize(nullptr);
     ASSERT_EQ(logger->Entries().size(), 1u);
     EXPECT_EQ(logger->Entries()[0].function, "OmbryZephCore::ZephSSLIO::Initialize");
-    EXPECT_THAT(logger->Entries()[0].file, testing::EndsWith("OmbryZephCore/ZephSSLIO.cpp"));
+    EXPECT_EQ(logger->Entries()[0].file, SourcePath("OmbryZephCore/ZephSSLIO.cpp"));
     EXPECT_GT(logger->Entries()[0].line, 0);
 }
 

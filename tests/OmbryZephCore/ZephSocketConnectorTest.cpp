@@ -7,6 +7,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <set>
+
 namespace Ombry::Tests {
 namespace {
 
@@ -279,6 +282,40 @@ TEST_F(ZephSocketConnectorTest, AddressTextsAreNotAskedForWithoutALogThatWantsTh
 }
 
 // --- Each step of an attempt failing ---
+
+TEST_F(ZephSocketConnectorTest, EachFailureBearsItsFunctionAndALineOfItsOwn) {
+    struct Case {
+        const char* function;
+        std::function<void()> prepare;
+        const char* pBindAddress = nullptr;
+    };
+    const std::vector<Case> cases{
+        {"CreateSocket", [&] { sockets.FailNthCall("Create", 1, 24); }},
+        {"BindIfNecessary", [&] { sockets.FailNthCall("GetAddressInfo", 2, -2); }, "here"},
+        {"BindIfNecessary", [] {}, "nothing"},
+        {"BindIfNecessary", [&] { sockets.FailNthCall("Bind", 1, 98); }, "one"},
+        {"SetNonBlockedMode", [&] { sockets.FailNthCall("SetNonBlocking", 1, 22); }},
+        {"ConnectSocket", [&] { Script(111); }},
+        {"WaitForConnect", [&] { sockets.FailNthCall("Select", 1, 5); }},
+        {"WaitForConnect", [&] { sockets.FailNthCall("GetSocketError", 1, 9); }},
+        {"WaitForConnect", [&] { Script(Platform::ErrorInProgress, true, false, 111); }},
+    };
+    std::set<int> lines;
+    for (const Case& oneCase : cases) {
+        SCOPED_TRACE(oneCase.function);
+        sockets.ClearCalls();
+        logger->Clear();
+        Script(Platform::ErrorInProgress);
+        oneCase.prepare();
+        EXPECT_EQ(Connect("one", oneCase.pBindAddress), 1u);
+        ASSERT_FALSE(logger->Entries().empty());
+        const auto entry = logger->Entries().front();
+        EXPECT_EQ(entry.function, std::string("OmbryZephCore::ZephConnectSocketHelper::") + oneCase.function);
+        EXPECT_EQ(entry.file, SourcePath("OmbryZephCore/ZephSocketConnector.cpp"));
+        lines.insert(entry.line);
+    }
+    EXPECT_EQ(lines.size(), cases.size());
+}
 
 TEST_F(ZephSocketConnectorTest, AFailedAddressIsNamedForALogOfItsLevelAndNotAskedForAboveIt) {
     Script(111);
