@@ -6,9 +6,16 @@
 
 namespace Ombry::ClientCommunications {
 
-/// The success response of a token request (RFC 6749, section 5.1).
+/// The success response of a token request (RFC 6749, section 5.1). The token is wiped with the object.
 class OAuth2Token : public ObjectMapping::ObjectIf {
 public:
+    OAuth2Token() = default;
+    ~OAuth2Token() override;
+    OAuth2Token(const OAuth2Token&) = default;
+    OAuth2Token(OAuth2Token&&) = default;
+    OAuth2Token& operator=(const OAuth2Token&) = default;
+    OAuth2Token& operator=(OAuth2Token&&) = default;
+
     void Map(ObjectMapping::MapperIf& mapper) override;
     void Reset() override;
 

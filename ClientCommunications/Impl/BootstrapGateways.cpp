@@ -1,5 +1,6 @@
 #include "ClientCommunications/Impl/BootstrapGateways.h"
 
+#include "ClientCommunications/Impl/BearerHeader.h"
 #include "ClientCommunications/Impl/OAuth2ServiceGatewayClient.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
 
@@ -29,7 +30,7 @@ NoncachingOAuth2Authenticator::NoncachingOAuth2Authenticator(
 void NoncachingOAuth2Authenticator::AddAuthentication(std::shared_ptr<IServiceRequest> request,
                                                       std::shared_ptr<IService>, Cancellation::Token token) {
     OAuth2ServiceGatewayClient client(tokenGateway, requestFactory, tokenPath, logger);
-    request->SetHeader("Authorization", "Bearer " + client.GetToken(serviceName, nullptr, token).accessToken);
+    SetBearerHeader(*request, client.GetToken(serviceName, nullptr, token).accessToken);
 }
 
 std::shared_ptr<IStringServiceResponse> AuthenticatingServiceGateway::CallForString(

@@ -5,11 +5,14 @@
 #include "ClientCommunications/IStorage.h"
 #include "ClientCommunications/Impl/KeyLockTable.h"
 #include "Platform/IFiles.h"
+#include "Platform/IProtection.h"
 
 namespace Ombry::ClientCommunications {
 
-/// An entry as it was read. Immutable.
+/// An entry as it was read. Immutable. Its text may hold a token: it is wiped with the entry.
 struct ReadEntry {
+    ~ReadEntry() { Platform::SecureWipe(text); }
+
     std::string text;  ///< empty for one that was not there
     /// Of the file that `text` was read from; none if the same state might be that of another text later on.
     std::optional<Platform::FileState> state;

@@ -1,17 +1,18 @@
 #pragma once
 
 #include "ClientCommunications/IAuthenticator.h"
+#include "ClientCommunications/Impl/BearerHeader.h"
 
 namespace Ombry::ClientCommunications {
 
-/// Puts a token that was given by hand on a request (RFC 6750, section 2.1). It cannot be renewed.
+/// Puts a token that was given by hand on a request. It cannot be renewed.
 class FixedTokenAuthenticator : public IAuthenticator {
 public:
     explicit FixedTokenAuthenticator(std::string token) : token(std::move(token)) {}
 
     void AddAuthentication(std::shared_ptr<IServiceRequest> request, std::shared_ptr<IService>,
                            Cancellation::Token) override {
-        request->SetHeader("Authorization", "Bearer " + token);
+        SetBearerHeader(*request, token);
     }
 
 private:

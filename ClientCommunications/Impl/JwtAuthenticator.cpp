@@ -1,5 +1,6 @@
 #include "ClientCommunications/Impl/JwtAuthenticator.h"
 
+#include "ClientCommunications/Impl/BearerHeader.h"
 #include "ClientCommunications/RootRequestMetaData.h"
 #include "LibraryLogger/LogCall.h"
 #include "ObjectMapping/DateTime.h"
@@ -23,10 +24,6 @@ constexpr const char* UpdateName = "Ombry::ClientCommunications::JwtAuthenticato
 constexpr const char* RemoveName = "Ombry::ClientCommunications::JwtAuthenticator::removeExpiredTokens";
 constexpr const char* ThreadName = "Ombry::ClientCommunications::JwtAuthenticator::maintenanceThread";
 
-void AddHeader(IServiceRequest& request, const JwtCachedToken& cached) {
-    request.SetHeader("Authorization", "Bearer " + cached.token.accessToken);
-}
-
 }  // namespace
 
 void JwtCachedToken::Map(ObjectMapping::MapperIf& mapper) {
@@ -37,6 +34,7 @@ void JwtCachedToken::Map(ObjectMapping::MapperIf& mapper) {
 }
 
 void JwtCachedToken::Reset() {
+    token.Reset();
     *this = JwtCachedToken();
 }
 
@@ -74,7 +72,7 @@ void JwtAuthenticator::AddAuthentication(std::shared_ptr<IServiceRequest> reques
         return;
     }
     MarkUsed(serviceName);
-    AddHeader(*request, *cached);
+    SetBearerHeader(*request, cached->token.accessToken);
     LogCall(logger, AddName, 0, "Using cached token for ", serviceName);
 }
 
@@ -88,7 +86,7 @@ bool JwtAuthenticator::AddFreshAuthentication(std::shared_ptr<IServiceRequest> r
                          Platform::Clock().Now() < SaturatingAdd(cached->lastRefreshed, freshnessLimit);
     if (isFresh) {
         MarkUsed(serviceName);
-        AddHeader(*request, *cached);
+        SetBearerHeader(*request, cached->token.accessToken);
         LogCall(logger, AddFreshName, 0, "Using recently cached token for ", serviceName);
     } else {
         internalAddFreshAuthentication(request, serviceName, token);
@@ -102,11 +100,21 @@ bool JwtAuthenticator::AddFreshAuthentication(std::shared_ptr<IServiceRequest> r
 std::shared_ptr<const JwtCachedToken> JwtAuthenticator::getCachedToken(const std::string& serviceName) {
     std::shared_ptr<const KnownEntry> entry = EntryOf(serviceName);
     std::shared_ptr<const ReadEntry> read = cache.Reread(entry->name, entry->read);
-    if (read->text.empty()) return nullptr;
+    if (read->text.empty()) {
+        Forget(serviceName);
+        return nullptr;
+    }
     if (read != entry->read) entry = Learn(serviceName, *entry, std::move(read));
     if (!entry->token->IsExpired(Platform::Clock().Now())) return entry->token;
     cache.RemoveEntry(entry->name);
+    Forget(serviceName);
     return nullptr;
+}
+
+/// Whoever still uses the token keeps it until then; with the last of them it is wiped.
+void JwtAuthenticator::Forget(const std::string& serviceName) {
+    std::lock_guard guard(mutex);
+    entries.erase(serviceName);
 }
 
 std::shared_ptr<const JwtAuthenticator::KnownEntry> JwtAuthenticator::EntryOf(
@@ -144,7 +152,7 @@ void JwtAuthenticator::internalAddFreshAuthentication(const std::shared_ptr<ISer
         FetchToken(serviceName, RootRequestMetaData::getFromRequest(request), token);
     MarkUsed(serviceName);
     LogCall(logger, InternalAddName, 0, "Using fresh token for ", serviceName);
-    AddHeader(*request, cached);
+    SetBearerHeader(*request, cached.token.accessToken);
 }
 
 /// Asks for a token and stores it. A failure leaves the cache as it was.
@@ -155,7 +163,9 @@ JwtCachedToken JwtAuthenticator::FetchToken(const std::string& serviceName,
     cached.lastRefreshed = Platform::Clock().Now();
     cached.serviceName = serviceName;
     cached.token = client->GetToken(serviceName, std::move(metaData), token);
-    cache.SetByKey(serviceName, ObjectMapping::SerializeObject(cached, nullptr));
+    std::string text = ObjectMapping::SerializeObject(cached, nullptr);
+    const ScopedWipe wipe(text);
+    cache.SetByKey(serviceName, text);
     return cached;
 }
 
@@ -204,8 +214,10 @@ void JwtAuthenticator::updateTokens() {
 /// There is no handler here: an entry that cannot be parsed ends the process. Only this class writes entries,
 /// and whole, so such an entry is the work of a foreign hand, which is not to go unnoticed.
 void JwtAuthenticator::removeExpiredTokens() {
-    for (const std::string& entryName : cache.getEntriesNames()) {
-        const std::string text = cache.GetEntry(entryName);
+    const std::set<std::string> entryNames = cache.getEntriesNames();
+    for (const std::string& entryName : entryNames) {
+        std::string text = cache.GetEntry(entryName);
+        const ScopedWipe wipe(text);
         if (text.empty()) continue;
         JwtCachedToken cached;
         ObjectMapping::DeserializeObject(cached, text, nullptr, false);
@@ -213,6 +225,17 @@ void JwtAuthenticator::removeExpiredTokens() {
         LogCall(logger, RemoveName, 0, "Removing expired token for ", cached.serviceName);
         cache.RemoveEntry(entryName);  // by its entry name: a hash cannot be turned back into its key
     }
+    ForgetUnusable(entryNames);
+}
+
+/// What memory holds of entries that expired, or that lay on the disk no longer when the pass began.
+void JwtAuthenticator::ForgetUnusable(const std::set<std::string>& entryNames) {
+    const TimePoint now = Platform::Clock().Now();
+    std::lock_guard guard(mutex);
+    std::erase_if(entries, [&](const auto& known) {
+        const KnownEntry& entry = *known.second;
+        return !entryNames.contains(entry.name) || (entry.token && entry.token->IsExpired(now));
+    });
 }
 
 }  // namespace Ombry::ClientCommunications

@@ -57,12 +57,15 @@ private:
                                         const std::string& serviceName, const Cancellation::Token& token);
     JwtCachedToken FetchToken(const std::string& serviceName, std::shared_ptr<IRootRequestMetaData> metaData,
                               const Cancellation::Token& token);
+    void Forget(const std::string& serviceName);
+    void ForgetUnusable(const std::set<std::string>& entryNames);
     void MarkUsed(const std::string& serviceName);
     void maintenanceThread();
     void updateTokens();
     void removeExpiredTokens();
 
-    /// The entry of a service: where it lies, what it held when it was last read, and what that means.
+    /// The entry of a service: where it lies, what it held when it was last read, and what that means. Text
+    /// and token are wiped with it.
     struct KnownEntry {
         std::string name;
         std::shared_ptr<const ReadEntry> read;

@@ -1,6 +1,7 @@
 #include "ClientCommunications/Impl/OAuth2ServiceGatewayClient.h"
 
 #include "ClientCommunications/Impl/OAuth2Exception.h"
+#include "ClientCommunications/Impl/SecretBuffer.h"
 #include "LibraryLogger/LogCall.h"
 #include "ObjectMapping/Serialization.h"
 
@@ -35,9 +36,11 @@ OAuth2Token OAuth2ServiceGatewayClient::GetToken(const std::string& serviceName,
     LibraryLogger::LogCall(logger, GetTokenName, 0, "Getting token for ", serviceName);
     const std::shared_ptr<IStringServiceResponse> response = gateway->CallForString(request, token);
     const int status = response->GetStatusCode();
-    if (status >= 300) ThrowFailure(serviceName, status, response->GetBody());
+    std::string answer = response->GetBody();
+    const ScopedWipe wipe(answer);
+    if (status >= 300) ThrowFailure(serviceName, status, answer);
     OAuth2Token result;
-    ObjectMapping::DeserializeObject(result, response->GetBody(), nullptr, false);
+    ObjectMapping::DeserializeObject(result, answer, nullptr, false);
     return result;
 }
 

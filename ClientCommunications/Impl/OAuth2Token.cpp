@@ -1,6 +1,12 @@
 #include "ClientCommunications/OAuth2Token.h"
 
+#include "Platform/IProtection.h"
+
 namespace Ombry::ClientCommunications {
+
+OAuth2Token::~OAuth2Token() {
+    Platform::SecureWipe(accessToken);
+}
 
 void OAuth2Token::Map(ObjectMapping::MapperIf& mapper) {
     mapper.Field("token_type", tokenType, nullptr);
@@ -10,6 +16,7 @@ void OAuth2Token::Map(ObjectMapping::MapperIf& mapper) {
 }
 
 void OAuth2Token::Reset() {
+    Platform::SecureWipe(accessToken);  // the assignment may keep the memory
     *this = OAuth2Token();
 }
 

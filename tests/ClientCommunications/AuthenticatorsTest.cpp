@@ -84,12 +84,23 @@ TEST_F(AuthenticatorsTest, ClientAuthenticatorLeavesNoSecretInTheMemoryThatItFre
     ClientAuthenticator authenticator(credentials);
     const std::string encoded = Base64Encode(credentials->id + ":" + credentials->secret);
     // The request keeps the header.
-    for (const std::string& trace : {credentials->secret, encoded.substr(encoded.size() - 20)}) {
+    for (const std::string& trace :
+         {credentials->id, credentials->secret, encoded.substr(encoded.size() - 20)}) {
         const FreedMemory freed(trace);
         authenticator.AddAuthentication(request, nullptr, Cancellation::Token());
         EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << trace;
     }
     EXPECT_EQ(HeadersOf(*request)["Authorization"], "Basic " + encoded);
+}
+
+TEST_F(AuthenticatorsTest, FixedTokenAuthenticatorLeavesNoTokenInTheMemoryThatItFrees) {
+    const std::string token = "a token too long for a string object";
+    FixedTokenAuthenticator authenticator(token);
+
+    const FreedMemory freed(token);
+    authenticator.AddAuthentication(request, nullptr, Cancellation::Token());
+
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
 }
 
 TEST_F(AuthenticatorsTest, EachCallReplacesTheHeaderOfTheOneBefore) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <future>
 
 #include "tests/ClientCommunications/JwtAuthenticatorFixture.h"
@@ -119,6 +120,21 @@ TEST_F(JwtAuthenticatorMaintenanceTest, EveryWayOfUseKeepsATokenInRefresh) {
               (Texts{"fresh", "refused", "cached", "fresh", "recent", "refused"}));  // in the order of names
 }
 
+TEST_F(JwtAuthenticatorMaintenanceTest, UseThatFailedKeepsNoTokenInRefresh) {
+    const auto authenticator = MakeWaiting();
+    client->AnswerWith([](const auto&, auto) -> OAuth2Token { throw std::runtime_error("no token"); });
+    EXPECT_THROW(Use(*authenticator, "unknown"), std::runtime_error);
+    EXPECT_THROW(UseFresh(*authenticator, "refused"), std::runtime_error);
+    client->AnswerWith({});
+    files.FailEvery("BeginReplace", 28);
+    EXPECT_THROW(Use(*authenticator, "unstored"), std::runtime_error);
+    ASSERT_EQ(client->ServiceNames(), (Texts{"unknown", "refused", "unstored"}));
+
+    RunPass(1);
+
+    EXPECT_EQ(client->Calls().size(), 3u);
+}
+
 TEST_F(JwtAuthenticatorMaintenanceTest, RefreshIsMarkedAsBackgroundWork) {
     const auto authenticator = MakeWaiting();
     Use(*authenticator, "a");
@@ -215,6 +231,60 @@ TEST_F(JwtAuthenticatorMaintenanceTest, StopDuringTheWaitRunsOnePassWhoseOnlyCal
     EXPECT_EQ(clock.Waits().size(), 1u);
 }
 
+/// A clock that can wake a wait for no reason, and that calls back when it is read.
+class RestlessClock : public FakeClock {
+public:
+    Duration SteadyNow() override {
+        if (onSteadyNow) onSteadyNow();
+        return FakeClock::SteadyNow();
+    }
+    void Wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+              Duration atMost) override {
+        if (idleWakes-- > 0) return;
+        FakeClock::Wait(condition, lock, atMost);
+    }
+
+    std::atomic<int> idleWakes{0};
+    std::function<void()> onSteadyNow;  // set before the thread starts
+};
+
+TEST_F(JwtAuthenticatorMaintenanceTest, WakeForNoReasonIsNoEndOfTheWait) {
+    RestlessClock restless;
+    restless.idleWakes = 3;
+    const Platform::Testing::Replace<Platform::IClock> replaced(restless);
+    const auto authenticator = Make();
+    restless.AwaitWaits(1);
+
+    EXPECT_EQ(files.Texts(), Texts{});
+    EXPECT_EQ(restless.Waits(), std::vector<Duration>{std::chrono::minutes(100)});
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, StopThatComesJustBeforeAWaitIsSeenByTheWait) {
+    RestlessClock restless;
+    std::atomic<bool> stopping = false;
+    Cancellation::Token stop;
+    restless.onSteadyNow = [&] {
+        if (stopping.exchange(false)) stop.Cancel();
+    };
+    const Platform::Testing::Replace<Platform::IClock> replaced(restless);
+    client->AnswerWith([&](const FakeOAuth2Client::Call& call, Cancellation::Token token) {
+        if (!call.metaData) return FakeOAuth2Client::Token("t", Long);
+        // The refresh of the first pass: the next wait begins with the clock.
+        stop = token;
+        stopping = true;
+        return FakeOAuth2Client::Token("t", Long);
+    });
+    auto authenticator = Make();
+    restless.AwaitWaits(1);
+    Use(*authenticator, "a");
+
+    restless.Advance(LongestWait);
+    while (!logger->Has(0, "Thread exiting") && restless.Waits().size() < 2)
+        std::this_thread::yield();
+
+    EXPECT_EQ(restless.Waits().size(), 1u) << "the second wait did not begin";
+}
+
 TEST_F(JwtAuthenticatorMaintenanceTest, StopThatComesBeforeTheFirstWaitIsSeen) {
     for (int i = 0; i < 100; ++i)
         Make().reset();
@@ -244,6 +314,40 @@ TEST_F(JwtAuthenticatorMaintenanceTest, SweepRemovesWhatHasExpiredAndNothingElse
     EXPECT_EQ(messages, (Texts{"Removing expired token for ", "Removing expired token for expired"}));
     for (const auto& entry : logger->Entries())
         EXPECT_EQ(entry.function, "Ombry::ClientCommunications::JwtAuthenticator::removeExpiredTokens");
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, SweepForgetsWhatMemoryHeldOfTheExpired) {
+    const auto authenticator = MakeWaiting();
+    PutEntry("a", "stored", clock.Now(), 60);
+    clock.Advance(std::chrono::seconds(5));
+    EXPECT_EQ(Use(*authenticator, "a"), "Bearer stored");
+    client->AnswerWith([](const auto&, auto) -> OAuth2Token { throw std::runtime_error("no token"); });
+    files.FailEvery("Remove", 13);
+
+    RunPass(1);
+
+    files.ClearOperations();
+    EXPECT_THROW(Use(*authenticator, "a"), std::runtime_error);
+    EXPECT_EQ(files.Texts().at(1), "Read " + PathOf("a") + "-p");
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, SweepForgetsWhatLiesOnTheDiskNoLonger) {
+    const auto authenticator = MakeWaiting();
+    const TimePoint start = clock.Now();
+    PutEntry("a", "first", start, Long);
+    clock.Advance(std::chrono::seconds(5));
+    EXPECT_EQ(Use(*authenticator, "a"), "Bearer first");
+    client->AnswerWith([](const auto&, auto) -> OAuth2Token { throw std::runtime_error("no token"); });
+    EXPECT_TRUE(files.Remove(PathOf("a") + "-p"));
+
+    RunPass(1);
+
+    // The same state of the file, with another token: who still knew the first would not read again.
+    const TimePoint now = clock.Now();
+    clock.SetNow(start);
+    PutEntry("a", "other", start, Long);
+    clock.SetNow(now);
+    EXPECT_EQ(Use(*authenticator, "a"), "Bearer other");
 }
 
 TEST_F(JwtAuthenticatorMaintenanceTest, BothCopiesOfAnEntryCountOnce) {

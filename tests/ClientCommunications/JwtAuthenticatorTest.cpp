@@ -6,6 +6,7 @@
 #include "ObjectMapping/Serialization.h"
 #include "tests/ClientCommunications/JwtAuthenticatorFixture.h"
 #include "tests/Fakes/FailingThreads.h"
+#include "tests/Fakes/FreedMemory.h"
 
 namespace Ombry::Tests {
 namespace {
@@ -252,6 +253,75 @@ TEST_F(JwtAuthenticatorTest, EntryThatIsNoJsonFailsAfterAGoodOneWasRead) {
     EXPECT_EQ(Use(*authenticator, "v1-auth"), "Bearer token-1");
 }
 
+// --- What stays in memory ---
+
+TEST_F(JwtAuthenticatorTest, TokenThatAnotherReplacedIsWipedWithTheTextOfItsEntry) {
+    const std::string token = "a token too long for a string object";
+    const auto authenticator = MakeWaiting();
+    UseSettled(*authenticator, token);
+    PutEntry("a", "other", clock.Now(), 3600);
+
+    const FreedMemory freed(token);
+    EXPECT_EQ(Use(*authenticator, "a"), "Bearer other");
+
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+}
+
+TEST_F(JwtAuthenticatorTest, TokenThatExpiredIsForgottenAndWiped) {
+    const std::string token = "a token too long for a string object";
+    const auto authenticator = MakeWaiting();
+    UseSettled(*authenticator, token);
+    clock.Advance(std::chrono::hours(1));
+    client->AnswerWith([](const auto&, auto) -> OAuth2Token { throw std::runtime_error("no token"); });
+    files.FailEvery("Remove", 13);  // the copy on the disk, which is not looked for, stays
+
+    const FreedMemory freed(token);
+    EXPECT_EQ(Failure([&] { Use(*authenticator, "a"); }), "no token");
+
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    files.ClearOperations();
+    EXPECT_EQ(Failure([&] { Use(*authenticator, "a"); }), "no token");
+    EXPECT_EQ(files.Texts().at(1), "Read " + PathOf("a") + "-p") << "memory holds it no longer";
+}
+
+TEST_F(JwtAuthenticatorTest, TokenWhoseEntryWasRemovedIsForgottenAndWiped) {
+    const std::string token = "a token too long for a string object";
+    const auto authenticator = MakeWaiting();
+    UseSettled(*authenticator, token);
+    EXPECT_TRUE(files.Remove(PathOf("a") + "-p"));
+    client->AnswerWith([](const auto&, auto) -> OAuth2Token { throw std::runtime_error("no token"); });
+
+    const FreedMemory freed(token);
+    EXPECT_EQ(Failure([&] { Use(*authenticator, "a"); }), "no token");
+
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+}
+
+TEST_F(JwtAuthenticatorTest, EndLeavesNoTokenBehind) {
+    const std::string token = "a token too long for a string object";
+    auto authenticator = MakeWaiting();
+    UseSettled(*authenticator, token);
+
+    const FreedMemory freed(token);
+    authenticator.reset();
+
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+}
+
+TEST_F(JwtAuthenticatorTest, TokenOnARequestIsTheOnlyCopyThatACallLeaves) {
+    const std::string token = "a token too long for a string object";
+    const auto authenticator = MakeWaiting();
+    UseSettled(*authenticator, token);
+    const Request request = MakeRequest();
+    const auto service = MakeService("a");
+
+    const FreedMemory freed(token);
+    authenticator->AddAuthentication(request, service, {});
+
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    EXPECT_EQ(request->GetHeader("Authorization"), "Bearer " + token);
+}
+
 TEST_F(JwtAuthenticatorTest, EachServiceHasATokenOfItsOwn) {
     const auto authenticator = MakeWaiting();
     Use(*authenticator, "a");
@@ -379,6 +449,27 @@ TEST_F(JwtAuthenticatorTest, EntryWithoutServiceNameServes) {
                                       "\", \"token\": {\"access_token\": \"old\", \"expires_in\": 5}}");
 
     EXPECT_EQ(Use(*authenticator, "a"), "Bearer old");
+}
+
+TEST_F(JwtAuthenticatorTest, CachedTokenDeclaresTimeAndTokenRequiredAndTheNameOptional) {
+    const std::string time = "\"lastRefreshed\": \"2022-07-01T12:34:56Z\"";
+    const std::string access =
+        "\"token\": {\"token_type\": \"\", \"access_token\": \"t\", \"expires_in\": 5, \"scope\": \"\"}";
+    const auto read = [](const std::string& text) {
+        JwtCachedToken token;
+        token.serviceName = "from before";
+        ObjectMapping::DeserializeObject(token, text, nullptr, true);
+        return token.token.accessToken + token.serviceName;
+    };
+
+    EXPECT_EQ(read("{" + time + ", " + access + ", \"servicename\": \"name\"}"), "tname");
+    EXPECT_EQ(read("{" + time + ", " + access + "}"), "t");
+    EXPECT_EQ(read("{" + time + ", " + access + ", \"servicename\": null}"), "t");
+    for (const std::string& bad :
+         {"{" + time + "}", "{" + access + "}", "{\"lastRefreshed\": null, " + access + "}",
+          "{" + time + ", \"token\": null}"}) {
+        EXPECT_NE(Failure([&] { read(bad); }), "") << bad;
+    }
 }
 
 TEST_F(JwtAuthenticatorTest, EntryWithoutTokenOrTimeIsNoToken) {

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "ClientCommunications/IServiceRequest.h"
+#include "ClientCommunications/Impl/SecretBuffer.h"
+
+namespace Ombry::ClientCommunications {
+
+/// Puts a token on a request (RFC 6750, section 2.1); the request's copy is the only one that stays.
+inline void SetBearerHeader(IServiceRequest& request, const std::string& token) {
+    std::string value = "Bearer " + token;
+    const ScopedWipe wipe(value);
+    request.SetHeader("Authorization", value);
+}
+
+}  // namespace Ombry::ClientCommunications
