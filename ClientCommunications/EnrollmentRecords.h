@@ -7,6 +7,7 @@
 
 #include "ObjectMapping/ListArray.h"
 #include "ObjectMapping/MapperIf.h"
+#include "Platform/IProtection.h"
 
 namespace Ombry::ClientCommunications::SfsGateway {
 
@@ -40,6 +41,9 @@ public:
         return value;
     }
 
+    /// Overwrites a value that is a secret. It stays set, and is worth nothing.
+    void Wipe() requires std::is_same_v<T, std::string> { Platform::SecureWipe(value); }
+
 private:
     template <class U>
     struct IsList : std::false_type {};
@@ -67,9 +71,14 @@ public:
     Property<std::string> value{"value"};
 };
 
-/// The body of a client enrolment.
+/// The body of a client enrolment. The client's id and secret are wiped with it.
 class LocationAwareClient : public ObjectMapping::ObjectIf {
 public:
+    LocationAwareClient() = default;
+    ~LocationAwareClient() override { WipeIdentity(); }
+    LocationAwareClient(const LocationAwareClient&) = default;
+    LocationAwareClient& operator=(const LocationAwareClient&) = default;
+
     void Map(ObjectMapping::MapperIf& mapper) override;
     void Reset() override;
 
@@ -80,6 +89,9 @@ public:
     Property<std::string> description{"description"};
     Property<std::string> datacenterId{"datacenterId"};
     Property<EmptyDictionary> rolesPerService{"rolesPerService"};
+
+private:
+    void WipeIdentity();
 };
 
 /// The body of a service enrolment.

@@ -5,6 +5,7 @@
 #include "ClientCommunications/Impl/ClientCredentialsStore.h"
 #include "ClientCommunications/Impl/GuidText.h"
 #include "ClientCommunications/Impl/NamedFileStorage.h"
+#include "ClientCommunications/Impl/SecretBuffer.h"
 #include "ClientCommunications/LocalConfiguration.h"
 #include "ClientCommunications/SfsGateway.h"
 #include "ObjectMapping/Serialization.h"
@@ -15,20 +16,26 @@ namespace {
 namespace Communications = ClientCommunications;
 namespace Sfs = ClientCommunications::SfsGateway;
 
-/// Credentials on their way into the store.
+/// Credentials on their way into the store; wiped when they have arrived.
 class NewCredentials : public Communications::IClientCredentials {
 public:
     NewCredentials(std::string name, std::string clientId, std::string clientSecret)
         : name(std::move(name)), clientId(std::move(clientId)), clientSecret(std::move(clientSecret)) {}
+    ~NewCredentials() override {
+        for (std::string* text : {&name, &clientId, &clientSecret})
+            Platform::SecureWipe(*text);
+    }
+    NewCredentials(const NewCredentials&) = delete;
+    NewCredentials& operator=(const NewCredentials&) = delete;
 
     std::string GetName() override { return name; }
     std::string GetClientId() override { return clientId; }
     std::string GetClientSecret() override { return clientSecret; }
 
 private:
-    const std::string name;
-    const std::string clientId;
-    const std::string clientSecret;
+    std::string name;
+    std::string clientId;
+    std::string clientSecret;
 };
 
 template <class T>
@@ -82,8 +89,10 @@ void EnrollmentManager::EnrollClient(ClientEnrollmentRequest request) {
     const Communications::CommunicationsParameters parameters = MakeParameters(name);
     const auto store = MakeStore(request.postSaveHook);
     RemoveEarlierEnrollment(*store, name);
-    const std::string clientId = Communications::MakeGuidText();
-    const std::string clientSecret = Communications::MakeGuidText();
+    std::string clientId = Communications::MakeGuidText();
+    const Communications::ScopedWipe wipeId(clientId);
+    std::string clientSecret = Communications::MakeGuidText();
+    const Communications::ScopedWipe wipeSecret(clientSecret);
     Sfs::LocationAwareClient client;
     client.id.Set(clientId);
     client.clientSecretId.Set(clientSecret);
@@ -93,7 +102,7 @@ void EnrollmentManager::EnrollClient(ClientEnrollmentRequest request) {
     // of the body.
     client.rolesPerService.Set(Sfs::EmptyDictionary());
     Sfs::EnrollClient(communications, client);
-    store->Save(std::make_shared<NewCredentials>(name, client.id.Get(), client.clientSecretId.Get()));
+    store->Save(std::make_shared<NewCredentials>(name, clientId, clientSecret));
 }
 
 /// A first enrolment passes through here too, as a failed `Load`. Whatever goes wrong, the new enrolment goes

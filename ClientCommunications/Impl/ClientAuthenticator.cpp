@@ -14,11 +14,12 @@ void ClientAuthenticator::AddAuthentication(std::shared_ptr<IServiceRequest> req
                                             std::shared_ptr<IService>, Cancellation::Token) {
     std::string secret = credentials->GetClientSecret();
     const ScopedWipe wipeSecret(secret);
-    std::string plain = credentials->GetClientId();
-    plain.reserve(plain.size() + 1 + secret.size());
+    std::string id = credentials->GetClientId();
+    const ScopedWipe wipeId(id);
+    std::string plain;
     const ScopedWipe wipePlain(plain);
-    plain += ":";
-    plain += secret;
+    plain.reserve(id.size() + 1 + secret.size());  // growing would free what it held
+    plain.append(id).append(":").append(secret);
     std::string encoded = Base64Encode(plain);
     const ScopedWipe wipeEncoded(encoded);
     std::string value;

@@ -22,8 +22,8 @@ private:
 
     const std::shared_ptr<IDataProtection> protection;
     const std::string name;
-    std::string clientId;
-    std::string clientSecret;
+    const std::string clientId;
+    const std::string clientSecret;
 };
 
 /// Makes credentials that share one protection.

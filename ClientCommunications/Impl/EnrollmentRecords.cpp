@@ -22,7 +22,13 @@ void LocationAwareClient::Map(ObjectMapping::MapperIf& mapper) {
 }
 
 void LocationAwareClient::Reset() {
+    WipeIdentity();
     *this = LocationAwareClient();
+}
+
+void LocationAwareClient::WipeIdentity() {
+    id.Wipe();
+    clientSecretId.Wipe();
 }
 
 void ServiceEnrollment::Map(ObjectMapping::MapperIf& mapper) {

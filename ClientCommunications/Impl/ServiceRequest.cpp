@@ -4,14 +4,30 @@
 
 #include "ClientCommunications/Impl/RuntimeTexts.h"
 #include "ClientCommunications/Impl/SyncStringReader.h"
+#include "Platform/IProtection.h"
 
 namespace Ombry::ClientCommunications {
 
 ServiceRequest::ServiceRequest(std::string method, std::string path, const std::string& contractVersion)
     : method(std::move(method)), path(std::move(path)), headers{{"Contract-Version", contractVersion}} {}
 
+ServiceRequest::~ServiceRequest() {
+    for (auto& [name, value] : headers)
+        Platform::SecureWipe(value);
+}
+
+void ServiceRequest::SetHeader(const std::string& name, const std::string& value) {
+    std::string& held = headers[name];
+    if (&held == &value) return;  // from a walk through these headers
+    Platform::SecureWipe(held);
+    held = value;
+}
+
 void ServiceRequest::RemoveHeader(const std::string& name) {
-    if (const auto found = headers.find(name); found != headers.end()) headers.erase(found);
+    const auto found = headers.find(name);
+    if (found == headers.end()) return;
+    Platform::SecureWipe(found->second);
+    headers.erase(found);
 }
 
 void ServiceRequest::SetBody(const std::string& text) {

@@ -6,12 +6,16 @@
 
 namespace Ombry::ClientCommunications {
 
-/// A request as a value: what it carries and its limits. One thread at a time.
+/// A request as a value: what it carries and its limits. One thread at a time. Headers carry credentials:
+/// their values are wiped when they are replaced or removed, and with the request.
 class ServiceRequest : public IServiceRequest {
 public:
     ServiceRequest(std::string method, std::string path, const std::string& contractVersion);
+    ~ServiceRequest() override;
+    ServiceRequest(const ServiceRequest&) = delete;
+    ServiceRequest& operator=(const ServiceRequest&) = delete;
 
-    void SetHeader(const std::string& name, const std::string& value) override { headers[name] = value; }
+    void SetHeader(const std::string& name, const std::string& value) override;
     void RemoveHeader(const std::string& name) override;
     void SetBody(const std::string& text) override;
     void SetBodyReader(std::shared_ptr<ISyncReader> reader) override { body = std::move(reader); }

@@ -4,6 +4,7 @@
 #include <initializer_list>
 #include <stdexcept>
 
+#include "ClientCommunications/Impl/SecretBuffer.h"
 #include "ObjectMapping/Serialization.h"
 
 namespace Ombry::ClientCommunications::SfsGateway {
@@ -33,7 +34,9 @@ void Call(IClientCommunications& communications, const Operation& operation,
                                                                            operation.contractVersion);
     if (record) {
         request->SetHeader("Content-Type", "application/json");
-        request->SetBody(ObjectMapping::SerializeObject(*record, nullptr));
+        std::string body = ObjectMapping::SerializeObject(*record, nullptr);
+        const ScopedWipe wipe(body);
+        request->SetBody(body);
     }
     const auto response = gateway->CallForString(request, Cancellation::Token());
     const int status = response->GetStatusCode();

@@ -1,7 +1,11 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <new>
+
+#include "Platform/IProtection.h"
 
 namespace Ombry::ObjectMapping::Impl {
 
@@ -14,10 +18,14 @@ public:
 
     void* Malloc(std::size_t size) { return size == 0 ? nullptr : Checked(std::malloc(size)); }
 
-    void* Realloc(void* memory, std::size_t /*oldSize*/, std::size_t newSize) {
-        if (newSize != 0) return Checked(std::realloc(memory, newSize));
+    /// What it moves may hold a secret: the old place is wiped before it is freed.
+    void* Realloc(void* memory, std::size_t oldSize, std::size_t newSize) {
+        void* const moved = Malloc(newSize);
+        if (!memory) return moved;
+        if (moved) std::memcpy(moved, memory, std::min(oldSize, newSize));
+        Platform::SecureWipe(memory, oldSize);
         Free(memory);
-        return nullptr;
+        return moved;
     }
 
     static void Free(void* memory) { std::free(memory); }

@@ -11,10 +11,13 @@ namespace Ombry::ObjectMapping::Impl {
 
 /// Writes indented JSON. It checks neither the order of calls nor duplicate keys, and a second root value
 /// follows the first in the text; callers write one root between `Begin` and `End`. Strings hold UTF-8
-/// already and pass as they are.
+/// already and pass as they are. What is written may be a secret: the memory behind it is wiped.
 class JSONSerializer_Impl : public Serializer {
 public:
     JSONSerializer_Impl();
+    ~JSONSerializer_Impl() override;
+    JSONSerializer_Impl(const JSONSerializer_Impl&) = delete;
+    JSONSerializer_Impl& operator=(const JSONSerializer_Impl&) = delete;
 
     void Begin() override;
     void End(std::string& text) override;
@@ -40,6 +43,7 @@ private:
 
     bool BeginField(const char* name, const bool* present);
     void WriteString(std::string_view text);
+    void WipeText();
 
     Buffer buffer;
     Writer writer;

@@ -102,6 +102,34 @@ TEST(ClientCredentialsTest, MakingCredentialsLeavesNoPlainValueInFreedMemory) {
     }
 }
 
+/// Fails at the n-th call, and leaves every text as it is.
+class BrokenProtection : public IDataProtection {
+public:
+    explicit BrokenProtection(int failAt) : callsLeft(failAt) {}
+    void Protect(std::string&) override {
+        if (--callsLeft == 0) throw std::runtime_error("cannot protect");
+    }
+    void Unprotect(std::string&) override {}
+
+private:
+    int callsLeft;
+};
+
+TEST(ClientCredentialsTest, CredentialsThatCannotBeProtectedLeaveNoPlainValueInFreedMemory) {
+    const std::string id = "an id too long for a string object";
+    const std::string secret = "a secret too long for a string object";
+    const auto failAt = [&](int n, const std::string& plain) {
+        const FreedMemory freed(plain);
+        EXPECT_THROW(ClientCredentials(std::make_shared<BrokenProtection>(n), "n", id, secret),
+                     std::runtime_error);
+        return freed.BlocksWithTheSecret();
+    };
+
+    EXPECT_EQ(failAt(1, id), 0u);
+    EXPECT_EQ(failAt(1, secret), 0u);
+    EXPECT_EQ(failAt(2, secret), 0u);
+}
+
 TEST(ClientCredentialsTest, TheCallersCopyIsTheOnlyOneThatAGetterLeaves) {
     const std::string id = "an id too long for a string object";
     const std::string secret = "a secret too long for a string object";

@@ -11,6 +11,7 @@
 #include "ClientCommunications/RootRequestMetaData.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeRandom.h"
+#include "tests/Fakes/FreedMemory.h"
 
 namespace Ombry::Tests {
 namespace {
@@ -86,6 +87,42 @@ TEST_F(ServiceRequestTest, ABodyOfTextIsACopyInAReaderOfItsOwn) {
     EXPECT_STREQ(bytes, "hello");
     request->SetBody("again");
     EXPECT_NE(request->GetBodyReader(), first);
+}
+
+TEST_F(ServiceRequestTest, HeaderValuesAndTheBodyAreWipedWithTheRequest) {
+    const std::string header = "a header value too long for a string object";
+    const std::string body = "a body too long for a string object";
+    for (const std::string& secret : {header, body}) {
+        auto dying = CreateServiceRequest("PUT", "/path", "3");
+        dying->SetHeader("Authorization", header);
+        dying->SetBody(body);
+
+        const FreedMemory freed(secret);
+        dying.reset();
+
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << secret;
+    }
+}
+
+TEST_F(ServiceRequestTest, HeaderValuesAreWipedWhenTheyAreReplacedAndRemoved) {
+    const std::string first = "the first value, too long for a string object";
+    const std::string second = "the second value: far longer, so that the memory of the first is given back";
+    request->SetHeader("Authorization", first);
+    {
+        const FreedMemory freed(first);
+        request->SetHeader("Authorization", second);
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    }
+    const FreedMemory freed(second);
+    request->RemoveHeader("Authorization");
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+}
+
+TEST_F(ServiceRequestTest, HeaderMayBeSetToItselfFromAWalkThroughTheHeaders) {
+    request->SetHeader("b", "1");
+    request->ForEachHeader(
+        [&](const std::string& name, const std::string& value) { request->SetHeader(name, value); });
+    EXPECT_THAT(HeadersOf(*request), ElementsAre("Contract-Version: 3", "b: 1"));
 }
 
 TEST_F(ServiceRequestTest, ABodySourceIsNotImplemented) {

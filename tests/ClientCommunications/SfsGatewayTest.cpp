@@ -7,6 +7,7 @@
 
 #include "ClientCommunications/CommunicationsError.h"
 #include "tests/Fakes/FakeCommunications.h"
+#include "tests/Fakes/FreedMemory.h"
 
 namespace Ombry::Tests {
 namespace {
@@ -140,6 +141,24 @@ TEST(SfsGatewayTest, EachFunctionAcceptsItsOwnStatusesAndNoOther) {
                                               std::to_string(status) + " body = 'a 'body'\n'");
         }
     }
+}
+
+TEST(SfsGatewayTest, EnrolmentLeavesNoSecretInTheMemoryThatItFrees) {
+    const auto communications = std::make_shared<FakeCommunications>();
+    communications->respond = [](const std::string&) { return FakeCommunications::Answer{201, ""}; };
+    const std::string secret = "a secret too long for a string object";
+
+    const FreedMemory freed(secret);
+    {
+        SfsGateway::LocationAwareClient client;
+        client.description.Set(std::string(1000, 'd'));  // the text grows beyond its first buffer
+        client.clientSecretId.Set(secret);
+        client.datacenterId.Set(std::string(1000, 'd'));
+        SfsGateway::EnrollClient(communications, client);
+    }
+
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    EXPECT_NE(communications->bodies.at(0).find(secret), std::string::npos);
 }
 
 TEST(SfsGatewayTest, FailureOfTheGatewayPassesThrough) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "ClientCommunications/CommunicationsError.h"
+#include "tests/Fakes/FreedMemory.h"
 #include "tests/Ombry.SecClientConfig/EnrollmentManagerFixture.h"
 
 namespace Ombry::Tests {
@@ -71,6 +72,16 @@ TEST_F(EnrollmentManagerClientTest, SecondEnrolmentDeletesTheFirstByItsStoredId)
                            EnrollCall(),
                            Save(CredentialsPath("a"))}));
     EXPECT_EQ(StoredClient("a"), NewClient());
+}
+
+TEST_F(EnrollmentManagerClientTest, EnrolmentLeavesNeitherIdNorSecretInTheMemoryThatItFrees) {
+    Answer({{"POST " + Enroll, {201, ""}}});
+    for (const std::uint32_t first : {1U, 3U}) {
+        const FreedMemory freed(FakeRandom::GuidText(first == 1 ? 1 : 4));  // an id, and a secret
+        Manager().EnrollClient(Request("client " + std::to_string(first)));
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << first;
+    }
+    EXPECT_EQ(StoredClient("client 3"), NewClient(3));
 }
 
 TEST_F(EnrollmentManagerClientTest, EachEnrolmentHasANewIdAndANewSecret) {
