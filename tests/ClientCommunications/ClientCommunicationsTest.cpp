@@ -446,6 +446,37 @@ TEST_F(ClientCommunicationsTest, SeedIsTheBootstrapServiceAloneInTheLocalList) {
     EXPECT_EQ(seed->GetId(), "");
 }
 
+TEST_F(ClientCommunicationsTest, SeedKeepsTheAddressAsItIsStoredAndAllElseEmpty) {
+    const std::string address = "HTTPS://Server.Example:8443/Base/Path/";
+    files.Put(Security + "/ombrysecurity.config", "{\"ssdsUri\": \"" + address + "\"}");
+
+    EXPECT_EQ(LoadBootstrapFoundServices(Parameters("", "", ""))->GetLocal().front()->GetEndpointUrl(),
+              address);
+    const ClientCommunications::ClientCommunications communications(Parameters("", "", ""));
+
+    EXPECT_EQ(files.Content(Cache + "v1-service.cache-p"),
+              "{\n"
+              "    \"expiryTime\": 0,\n"
+              "    \"maxStaleTime\": 604500,\n"
+              "    \"local\": [\n"
+              "        {\n"
+              "            \"serviceHostname\": \"\",\n"
+              "            \"serviceNamespace\": \"\",\n"
+              "            \"id\": \"\",\n"
+              "            \"serviceName\": \"v1-service\",\n"
+              "            \"endpointUrl\": \"" +
+                  address +
+                  "\",\n"
+                  "            \"endpointCert\": \"" +
+                  certificates.Base64() +
+                  "\",\n"
+                  "            \"properties\": []\n"
+                  "        }\n"
+                  "    ],\n"
+                  "    \"remote\": []\n"
+                  "}");
+}
+
 TEST_F(ClientCommunicationsTest, AddressFileWithoutAnAddressGivesASeedWithoutOneOnPurpose) {
     files.Put(Security + "/ombrysecurity.config", "{}");
 
