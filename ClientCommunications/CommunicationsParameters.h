@@ -31,6 +31,8 @@ struct CommunicationsParameters {
     std::wstring storeName = L"OmbrySecurity";
     std::shared_ptr<LibraryLogger::ILogger> logger;
     std::string commonConfigPath;
+    /// Whether the logger also gets, at level 0, each step of the network stages and what comes over TLS in
+    /// deciphered form: tokens are in those lines. For a search for faults, never for everyday use.
     bool verbose = false;
 
 private:

@@ -6,7 +6,8 @@ namespace Ombry::LibraryLogger {
 
 /// Where the libraries report what they do. A host application may implement it; every class takes it as a
 /// shared pointer that may be empty. All operations may be called from any thread at once, must not throw,
-/// and must not call back into the object that logs.
+/// and must not call back into the object that logs. Messages can hold tokens: those of level 3 and 4 that
+/// quote an answer which does not fit, and with `CommunicationsParameters::verbose` those of level 0.
 class ILogger {
 public:
     virtual ~ILogger() = default;
