@@ -42,6 +42,18 @@ TEST(OpenSSLInitDeathTest, ConfigurationFileChangesNothing) {
         testing::ExitedWithCode(0), "");
 }
 
+TEST(OpenSSLInitDeathTest, StillWorksWhenWhatWasMadeEarlierIsDestroyedAtTheEndOfTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            // Called after everything that was registered later.
+            std::atexit([] { std::_Exit(CanHash() ? 0 : 1); });
+            Platform::InitializeOpenSSL();
+            std::exit(2);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
 TEST(OpenSSLInitDeathTest, ConfigurationFileWouldChangeEverythingOtherwise) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
