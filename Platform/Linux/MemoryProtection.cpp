@@ -83,13 +83,17 @@ private:
                written == length;
     }
 
+    /// The one algorithm, looked up by whoever asks first; null if it cannot be, and the next call tries
+    /// again. Never freed, so that memory can be protected until the process ends.
     static const EVP_CIPHER* Cipher() {
-        // Never freed, so that memory can be protected until the process ends.
-        static const EVP_CIPHER* const cipher = [] {
-            InitializeOpenSSL();
-            return EVP_CIPHER_fetch(nullptr, "AES-256-XTS", nullptr);
-        }();
-        return cipher;
+        static std::atomic<EVP_CIPHER*> found{nullptr};
+        if (const EVP_CIPHER* cipher = found.load(std::memory_order_acquire)) return cipher;
+        InitializeOpenSSL();
+        EVP_CIPHER* const cipher = EVP_CIPHER_fetch(nullptr, "AES-256-XTS", nullptr);
+        EVP_CIPHER* first = nullptr;
+        if (!cipher || found.compare_exchange_strong(first, cipher, std::memory_order_acq_rel)) return cipher;
+        EVP_CIPHER_free(cipher);
+        return first;  // another thread was faster
     }
 };
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
@@ -76,6 +77,23 @@ TEST(MemoryProtectionFaultsTest, EachFailureIsToldAndChangesNothing) {
         EXPECT_EQ(!succeeded, bytes == before);
         return succeeded;
     });
+}
+
+/// In a process of its own, because the algorithm is looked up once.
+TEST(MemoryProtectionFaultsDeathTest, AlgorithmThatCouldNotBeFoundIsLookedForAgain) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            Bytes bytes(32, 7);
+            bool failed = false;
+            {
+                const CryptoFault fault(1);
+                failed = !Platform::MemoryProtection().Protect(bytes, 0) && fault.Happened();
+            }
+            const bool works = bool{Platform::MemoryProtection().Protect(bytes, 0)};
+            std::exit(failed && works ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 TEST(HashFaultsTest, EachStepTellsItsFailure) {
