@@ -287,14 +287,22 @@ TEST_F(JwtAuthenticatorTest, TokenThatExpiredIsForgottenAndWiped) {
 TEST_F(JwtAuthenticatorTest, TokenWhoseEntryWasRemovedIsForgottenAndWiped) {
     const std::string token = "a token too long for a string object";
     const auto authenticator = MakeWaiting();
+    const TimePoint start = clock.Now();
     UseSettled(*authenticator, token);
     EXPECT_TRUE(files.Remove(PathOf("a") + "-p"));
     client->AnswerWith([](const auto&, auto) -> OAuth2Token { throw std::runtime_error("no token"); });
-
-    const FreedMemory freed(token);
-    EXPECT_EQ(Failure([&] { Use(*authenticator, "a"); }), "no token");
-
-    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    {
+        const FreedMemory freed(token);
+        EXPECT_EQ(Failure([&] { Use(*authenticator, "a"); }), "no token");
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    }
+    // The same state of the file, with another token: who still knew the first would not read again.
+    const TimePoint now = clock.Now();
+    const std::string other(token.size(), 'o');
+    clock.SetNow(start);
+    PutEntry("a", other, start, 3600);
+    clock.SetNow(now);
+    EXPECT_EQ(Use(*authenticator, "a"), "Bearer " + other);
 }
 
 TEST_F(JwtAuthenticatorTest, EndLeavesNoTokenBehind) {
