@@ -77,7 +77,8 @@ TEST_F(EnrollmentManagerClientTest, SecondEnrolmentDeletesTheFirstByItsStoredId)
 TEST_F(EnrollmentManagerClientTest, EnrolmentLeavesNeitherIdNorSecretInTheMemoryThatItFrees) {
     Answer({{"POST " + Enroll, {201, ""}}});
     for (const std::uint32_t first : {1U, 3U}) {
-        const FreedMemory freed(FakeRandom::GuidText(first == 1 ? 1 : 4));  // an id, and a secret
+        const std::string plain = FakeRandom::GuidText(first == 1 ? 1 : 4);  // an id, and a secret
+        const FreedMemory freed(plain);
         Manager().EnrollClient(Request("client " + std::to_string(first)));
         EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << first;
     }
