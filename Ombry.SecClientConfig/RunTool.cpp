@@ -3,6 +3,7 @@
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 
@@ -30,6 +31,16 @@ void FlushOutput() {
     if (!std::cout.flush()) throw std::runtime_error("The standard output could not be written.");
 }
 
+/// In one piece, so that lines of processes that share the stream do not mix. Where memory has run out there
+/// may be none left for that either.
+void Report(const std::exception& exception) {
+    try {
+        std::cerr << std::string("Caught exception: ") + exception.what() + "\n";
+    } catch (const std::bad_alloc&) {
+        std::cerr << "Caught exception: " << exception.what() << "\n";
+    }
+}
+
 }  // namespace
 
 int RunTool(int argc, char** argv) {
@@ -54,7 +65,7 @@ int Dispatch(int argc, char** argv) {
         if (exitCode == 0) FlushOutput();
         return exitCode;
     } catch (const std::exception& exception) {
-        std::cerr << std::string("Caught exception: ") + exception.what() + "\n";
+        Report(exception);
         return -1;
     }
 }

@@ -100,16 +100,19 @@ void ZephHttpClientConnection::Reset() {
     m_PendingHeaders.clear();
 }
 
-/// Forgets everyone who waits, and then tells them, so that one who sends again from there is not told for
-/// it.
+/// Tells everyone who waits now, each forgotten before it is told; one who sends again from there is not told
+/// for it. Destructors come here, so nothing is allocated.
 void ZephHttpClientConnection::EndExchanges(void (ZephHttpRequestNotifierIf::*pReport)()) {
     m_BodyNotifier = nullptr;
-    const auto notifiers = std::exchange(m_RequestNotifiers, {});
-    const auto handlers = std::exchange(m_ResponseHandlers, {});
-    for (ZephHttpRequestNotifierIf* pNotifier : notifiers) {
+    std::size_t nHandlers = m_ResponseHandlers.size();
+    for (std::size_t n = m_RequestNotifiers.size(); n > 0 && !m_RequestNotifiers.empty(); --n) {
+        ZephHttpRequestNotifierIf* pNotifier = m_RequestNotifiers.front();
+        m_RequestNotifiers.pop_front();
         if (pNotifier) (pNotifier->*pReport)();
     }
-    for (ZephHttpResponseHandlerIf* pHandler : handlers) {
+    for (; nHandlers > 0 && !m_ResponseHandlers.empty(); --nHandlers) {
+        ZephHttpResponseHandlerIf* pHandler = m_ResponseHandlers.front();
+        m_ResponseHandlers.pop_front();
         if (pHandler) pHandler->OnResponseFailed();
     }
 }

@@ -49,7 +49,12 @@ public:
     }
 
     FakeClock clock;
-    FakeRandom random{SeedThatDraws(0, 720, 500)};  // the token thread's first wait is long
+    /// With which the token thread's first wait is long.
+    static std::uint32_t SeedOfALongWait() {
+        static const std::uint32_t seed = SeedThatDraws(0, 720, 500);
+        return seed;
+    }
+    FakeRandom random{SeedOfALongWait()};
     FakeKnownFolders folders{"/m"};
     FakeMachineId machineId{"machine"};
     MemoryFiles files;

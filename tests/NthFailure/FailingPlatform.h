@@ -1,0 +1,371 @@
+#pragma once
+
+#include <cerrno>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Platform/ICertificates.h"
+#include "Platform/IClock.h"
+#include "Platform/IFiles.h"
+#include "Platform/IHash.h"
+#include "Platform/IKnownFolders.h"
+#include "Platform/IMachineId.h"
+#include "Platform/IProtection.h"
+#include "Platform/IRandom.h"
+#include "Platform/ISockets.h"
+#include "Platform/ITextConversion.h"
+#include "tests/NthFailure/NthFailure.h"
+
+namespace Ombry::Tests {
+
+/// The groups of the platform that are in force when it is made, each of whose calls can be the one that
+/// fails. The two that tests replace with fakes of their own, files and sockets, are not disturbed by lack of
+/// memory while they work if the test says so. The clock can't fail and is not here.
+class FailingPlatform {
+public:
+    struct Fakes {
+        bool files = false;
+        bool sockets = false;
+    };
+
+    explicit FailingPlatform(Fakes fakes) : files(fakes.files), sockets(fakes.sockets) {}
+
+private:
+    using Result = Platform::Result;
+    template <class T>
+    using ValueOr = Platform::ValueOr<T>;
+
+    static constexpr int Error = EIO;
+    static Result Failure() { return Result::Failure(Error); }
+    static bool Strikes() { return NthFailure::Strikes(NthFailure::Of::PlatformCall); }
+
+    /// Calls unless this is the call that fails.
+    template <class Call>
+    static auto Try(bool isFake, Call call) -> decltype(call()) {
+        if (Strikes()) return Failure();
+        std::optional<NthFailure::Pause> pause;
+        if (isFake) pause.emplace();
+        return call();
+    }
+
+    template <class Group>
+    class Failing : public Group {
+    protected:
+        Group& inner = Platform::Current<Group>();
+
+    private:
+        const Platform::Testing::Replace<Group> replaced{*this};
+    };
+
+    /// Its one call does not fail: what fails once a file is open goes unreported on purpose.
+    class Replacement : public Platform::IFileReplacement {
+    public:
+        Replacement(std::unique_ptr<IFileReplacement> inner, bool isFake)
+            : inner(std::move(inner)), isFake(isFake) {}
+        Result Complete(std::string_view data) override {
+            std::optional<NthFailure::Pause> pause;
+            if (isFake) pause.emplace();
+            return inner->Complete(data);
+        }
+        bool IsRefused() const override { return inner->IsRefused(); }
+
+    private:
+        const std::unique_ptr<IFileReplacement> inner;
+        const bool isFake;
+    };
+
+    class FailingFiles : public Failing<Platform::IFiles> {
+    public:
+        explicit FailingFiles(bool isFake) : isFake(isFake) {}
+        ValueOr<std::string> Read(const std::string& path) override {
+            return Try(isFake, [&] { return inner.Read(path); });
+        }
+        ValueOr<Platform::FileState> State(const std::string& path) override {
+            return Try(isFake, [&] { return inner.State(path); });
+        }
+        ValueOr<std::unique_ptr<Platform::IFileReplacement>> BeginReplace(
+            const std::string& path, std::uint64_t size, Platform::Durability durability) override {
+            using Begun = ValueOr<std::unique_ptr<Platform::IFileReplacement>>;
+            return Try(isFake, [&]() -> Begun {
+                auto begun = inner.BeginReplace(path, size, durability);
+                if (!begun) return begun;
+                const NthFailure::Pause pause;
+                return std::unique_ptr<Platform::IFileReplacement>(
+                    std::make_unique<Replacement>(std::move(*begun), isFake));
+            });
+        }
+        // These two do not fail: that their results are ignored is on purpose.
+        Result Remove(const std::string& path) override {
+            const NthFailure::Pause pause;
+            return inner.Remove(path);
+        }
+        Result Rename(const std::string& from, const std::string& to) override {
+            const NthFailure::Pause pause;
+            return inner.Rename(from, to);
+        }
+        ValueOr<std::vector<std::string>> List(const std::string& directory) override {
+            return Try(isFake, [&] { return inner.List(directory); });
+        }
+        Result CreateDirectories(const std::string& directory) override {
+            return Try(isFake, [&] { return inner.CreateDirectories(directory); });
+        }
+
+    private:
+        const bool isFake;
+    };
+
+    class FailingSockets : public Failing<Platform::ISockets> {
+    public:
+        using Handle = Platform::SocketHandle;
+
+        explicit FailingSockets(bool isFake) : isFake(isFake) {}
+        ValueOr<std::uint16_t> Startup(std::uint16_t version) override {
+            return Try(isFake, [&] { return inner.Startup(version); });
+        }
+        // The two that give something back do so, and then fail.
+        Result Cleanup() override {
+            const Result result = Try(isFake, [&] { return inner.Cleanup(); });
+            return result ? result : (static_cast<void>(inner.Cleanup()), result);
+        }
+        Result Close(Handle socket) override {
+            const Result result = Try(isFake, [&] { return inner.Close(socket); });
+            return result ? result : (static_cast<void>(inner.Close(socket)), result);
+        }
+        ValueOr<std::vector<Platform::AddressEntry>> GetAddressInfo(
+            const char* host, const char* service, const Platform::AddressHints& hints) override {
+            return Try(isFake, [&] { return inner.GetAddressInfo(host, service, hints); });
+        }
+        ValueOr<Platform::NumericName> GetNameInfo(const Platform::AddressEntry& address,
+                                                   std::size_t hostRoom, std::size_t serviceRoom) override {
+            return Try(isFake, [&] { return inner.GetNameInfo(address, hostRoom, serviceRoom); });
+        }
+        ValueOr<Handle> Create(int family, int socketType, int protocol) override {
+            return Try(isFake, [&] { return inner.Create(family, socketType, protocol); });
+        }
+        Result Bind(Handle socket, const Platform::AddressEntry& address) override {
+            return Try(isFake, [&] { return inner.Bind(socket, address); });
+        }
+        Result SetNonBlocking(Handle socket, bool nonBlocking) override {
+            return Try(isFake, [&] { return inner.SetNonBlocking(socket, nonBlocking); });
+        }
+        Result Connect(Handle socket, const Platform::AddressEntry& address) override {
+            return Try(isFake, [&] { return inner.Connect(socket, address); });
+        }
+        Platform::SelectResult Select(Platform::SocketSet* read, Platform::SocketSet* write,
+                                      Platform::SocketSet* except, std::int64_t milliseconds) override {
+            const auto outcome = Try(isFake, [&]() -> ValueOr<Platform::SelectResult> {
+                return inner.Select(read, write, except, milliseconds);
+            });
+            return outcome ? *outcome : Platform::SelectResult{-1, Error};
+        }
+        ValueOr<int> GetSocketError(Handle socket) override {
+            return Try(isFake, [&] { return inner.GetSocketError(socket); });
+        }
+        Platform::TransferResult Receive(Handle socket, void* buffer, std::uint32_t length) override {
+            const auto outcome = Try(isFake, [&]() -> ValueOr<Platform::TransferResult> {
+                return inner.Receive(socket, buffer, length);
+            });
+            return outcome ? *outcome : Platform::TransferResult{-1, Error};
+        }
+        Platform::TransferResult Send(Handle socket, const void* buffer, std::uint32_t length,
+                                      bool moreFollows) override {
+            const auto outcome = Try(isFake, [&]() -> ValueOr<Platform::TransferResult> {
+                return inner.Send(socket, buffer, length, moreFollows);
+            });
+            return outcome ? *outcome : Platform::TransferResult{-1, Error};
+        }
+
+    private:
+        const bool isFake;
+    };
+
+    class FailingRandom : public Failing<Platform::IRandom> {
+    public:
+        // A background thread that gets no seed ends the process.
+        std::uint32_t SeedWord() override {
+            if (NthFailure::ThisThread() == 0 && Strikes()) throw std::runtime_error("no random word");
+            return inner.SeedWord();
+        }
+        Result Bytes(std::span<std::uint8_t> bytes) override {
+            return Try(false, [&] { return inner.Bytes(bytes); });
+        }
+        Platform::Guid NewGuid() override {
+            if (Strikes()) throw std::runtime_error("no random bytes");
+            return inner.NewGuid();
+        }
+    };
+
+    class FailingStore : public Platform::ICertificateStore {
+    public:
+        using Context = Platform::CertificateContextPointer;
+
+        explicit FailingStore(std::unique_ptr<ICertificateStore> inner) : inner(std::move(inner)) {}
+        Context FindNext(Context previous) override {
+            return Strikes() ? nullptr : inner->FindNext(previous);
+        }
+        ValueOr<std::uint32_t> GetFriendlyName(Context certificate, std::span<std::uint8_t> buffer) override {
+            return Try(false, [&] { return inner->GetFriendlyName(certificate, buffer); });
+        }
+        Result Delete(Context certificate) override {
+            return Try(false, [&] { return inner->Delete(certificate); });
+        }
+        ValueOr<Context> AddReplaceExisting(const Platform::CertificateContext& certificate) override {
+            return Try(false, [&] { return inner->AddReplaceExisting(certificate); });
+        }
+        Result SetFriendlyName(Context certificate, std::span<const std::uint8_t> name) override {
+            return Try(false, [&] { return inner->SetFriendlyName(certificate, name); });
+        }
+
+    private:
+        const std::unique_ptr<ICertificateStore> inner;
+    };
+
+    class FailingCertificates : public Failing<Platform::ICertificates> {
+    public:
+        using Opened = ValueOr<std::unique_ptr<Platform::ICertificateStore>>;
+
+        Opened OpenStore(Platform::StoreLocation location, Platform::StoreAccess access,
+                         std::wstring_view name) override {
+            return Try(false, [&]() -> Opened {
+                auto opened = inner.OpenStore(location, access, name);
+                if (!opened) return opened;
+                const NthFailure::Pause pause;
+                return std::unique_ptr<Platform::ICertificateStore>(
+                    std::make_unique<FailingStore>(std::move(*opened)));
+            });
+        }
+        ValueOr<std::unique_ptr<Platform::ICertificate>> CreateCertificate(
+            std::span<const std::uint8_t> encoded) override {
+            return Try(false, [&] { return inner.CreateCertificate(encoded); });
+        }
+        bool EqualPublicKeys(const Platform::CertificateContext& left,
+                             const Platform::CertificateContext& right) override {
+            return !Strikes() && inner.EqualPublicKeys(left, right);
+        }
+        ValueOr<std::uint32_t> BinaryToBase64(std::span<const std::uint8_t> binary, char* text,
+                                              std::uint32_t room) override {
+            return Try(false, [&] { return inner.BinaryToBase64(binary, text, room); });
+        }
+        ValueOr<std::uint32_t> Base64ToBinary(std::string_view text, std::uint8_t* binary,
+                                              std::uint32_t room) override {
+            return Try(false, [&] { return inner.Base64ToBinary(text, binary, room); });
+        }
+    };
+
+    class FailingMemoryProtection : public Failing<Platform::IMemoryProtection> {
+    public:
+        Result Protect(std::span<std::uint8_t> memory, std::uint32_t flags) override {
+            return Try(false, [&] { return inner.Protect(memory, flags); });
+        }
+        Result Unprotect(std::span<std::uint8_t> memory, std::uint32_t flags) override {
+            return Try(false, [&] { return inner.Unprotect(memory, flags); });
+        }
+    };
+
+    class FailingMachineProtection : public Failing<Platform::IMachineProtection> {
+    public:
+        using Outcome = ValueOr<std::optional<std::string>>;
+
+        Outcome Protect(std::string_view plain, std::string_view entropy, std::uint32_t flags) override {
+            return Try(false, [&] { return inner.Protect(plain, entropy, flags); });
+        }
+        Outcome Unprotect(std::string_view blob, std::string_view entropy, std::uint32_t flags) override {
+            return Try(false, [&] { return inner.Unprotect(blob, entropy, flags); });
+        }
+    };
+
+    class HashObject : public Platform::IHashObject {
+    public:
+        explicit HashObject(std::unique_ptr<IHashObject> inner) : inner(std::move(inner)) {}
+        Result Update(std::string_view data) override {
+            return Try(false, [&] { return inner->Update(data); });
+        }
+        ValueOr<std::uint32_t> GetSize() override {
+            return Try(false, [&] { return inner->GetSize(); });
+        }
+        Result GetValue(std::span<std::uint8_t> value) override {
+            return Try(false, [&] { return inner->GetValue(value); });
+        }
+
+    private:
+        const std::unique_ptr<IHashObject> inner;
+    };
+
+    class HashProvider : public Platform::IHashProvider {
+    public:
+        using Created = ValueOr<std::unique_ptr<Platform::IHashObject>>;
+
+        explicit HashProvider(std::unique_ptr<IHashProvider> inner) : inner(std::move(inner)) {}
+        Created CreateSha256() override {
+            return Try(false, [&]() -> Created {
+                auto created = inner->CreateSha256();
+                if (!created) return created;
+                const NthFailure::Pause pause;
+                return std::unique_ptr<Platform::IHashObject>(
+                    std::make_unique<HashObject>(std::move(*created)));
+            });
+        }
+
+    private:
+        const std::unique_ptr<IHashProvider> inner;
+    };
+
+    class FailingHash : public Failing<Platform::IHash> {
+    public:
+        using Acquired = ValueOr<std::unique_ptr<Platform::IHashProvider>>;
+
+        Acquired AcquireProvider() override {
+            return Try(false, [&]() -> Acquired {
+                auto acquired = inner.AcquireProvider();
+                if (!acquired) return acquired;
+                const NthFailure::Pause pause;
+                return std::unique_ptr<Platform::IHashProvider>(
+                    std::make_unique<HashProvider>(std::move(*acquired)));
+            });
+        }
+    };
+
+    class FailingText : public Failing<Platform::ITextConversion> {
+    public:
+        Count Utf8ToWide(std::string_view text, wchar_t* out, std::size_t room) override {
+            return Strikes() ? Count{0, Error} : inner.Utf8ToWide(text, out, room);
+        }
+        Count WideToUtf8(std::wstring_view text, char* out, std::size_t room) override {
+            return Strikes() ? Count{0, Error} : inner.WideToUtf8(text, out, room);
+        }
+    };
+
+    class FailingMachineId : public Failing<Platform::IMachineId> {
+    public:
+        ValueOr<std::string> MachineId() override {
+            return Try(false, [&] { return inner.MachineId(); });
+        }
+    };
+
+    class FailingKnownFolders : public Failing<Platform::IKnownFolders> {
+    public:
+        ValueOr<std::wstring> ProgramDataQuennet() override {
+            return Try(false, [&] { return inner.ProgramDataQuennet(); });
+        }
+        ValueOr<std::string> CurrentUserQuennet() override {
+            return Try(false, [&] { return inner.CurrentUserQuennet(); });
+        }
+    };
+
+    FailingFiles files;
+    FailingSockets sockets;
+    FailingRandom random;
+    FailingCertificates certificates;
+    FailingMemoryProtection memoryProtection;
+    FailingMachineProtection machineProtection;
+    FailingHash hash;
+    FailingText text;
+    FailingMachineId machineId;
+    FailingKnownFolders knownFolders;
+};
+
+}  // namespace Ombry::Tests

@@ -1,0 +1,135 @@
+#include "tests/NthFailure/NthFailure.h"
+
+#include <dlfcn.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace Ombry::Tests {
+namespace {
+
+std::atomic<NthFailure*> current = nullptr;
+std::atomic<std::size_t> threads = 0;
+std::atomic<long> liveBlocks = 0;
+thread_local std::size_t thisThread = NthFailure::Foreign;
+thread_local int pauses = 0;
+
+// What a crash is to be named after; a handler of signals may read it.
+char place[256] = "nothing";
+
+void NameThePlace(int signal) {
+    static const char text[] = "\nended by a signal with ";
+    static_cast<void>(write(STDERR_FILENO, text, sizeof text - 1) +
+                      write(STDERR_FILENO, place, std::strlen(place)) + write(STDERR_FILENO, "\n", 1));
+    ::signal(signal, SIG_DFL);
+    raise(signal);
+}
+
+struct Start {
+    void* (*work)(void*);
+    void* argument;
+    std::size_t thread;
+};
+
+void* Run(void* start) {
+    const Start started = *static_cast<Start*>(start);
+    std::free(start);
+    thisThread = started.thread;
+    return started.work(started.argument);
+}
+
+}  // namespace
+
+std::string NthFailure::Plan::Text() const {
+    static const char* const kinds[] = {"allocation", "start of a thread", "call of the platform"};
+    return std::string(kinds[static_cast<int>(what)]) + " " + std::to_string(n) + " of thread " +
+           std::to_string(thread) + (forGood ? " and all behind it" : "") + " failing";
+}
+
+NthFailure::NthFailure(const Plan& plan) : plan(plan) {
+    std::snprintf(place, sizeof place, "%s", plan.Text().c_str());
+    for (const int signal : {SIGABRT, SIGSEGV, SIGALRM})
+        ::signal(signal, NameThePlace);
+    alarm(60);  // a hang has a name as well
+    threads = 0;
+    thisThread = 0;
+    current = this;
+}
+
+NthFailure::~NthFailure() {
+    current = nullptr;
+    thisThread = Foreign;
+    alarm(0);
+    for (const int signal : {SIGABRT, SIGSEGV, SIGALRM})
+        ::signal(signal, SIG_DFL);
+}
+
+NthFailure::Pause::Pause() {
+    ++pauses;
+}
+
+NthFailure::Pause::~Pause() {
+    --pauses;
+}
+
+void NthFailure::SpareThisThread() {
+    ++pauses;
+}
+
+bool NthFailure::Strikes(Of what) {
+    if (thisThread == Foreign || pauses != 0) return false;
+    NthFailure* const failure = current;
+    if (!failure || failure->plan.what != what || failure->plan.thread != thisThread) return false;
+    const std::size_t n = ++failure->count;
+    return failure->plan.forGood ? failure->HasHappened() : n == failure->plan.n;
+}
+
+std::size_t NthFailure::ThisThread() {
+    return thisThread;
+}
+
+long NthFailure::LiveBlocks() {
+    return liveBlocks;
+}
+
+}  // namespace Ombry::Tests
+
+// These stand before those of the libraries, also for the libraries themselves.
+
+void* operator new(std::size_t size) {
+    using Ombry::Tests::NthFailure;
+    if (NthFailure::Strikes(NthFailure::Of::Allocation)) throw std::bad_alloc();
+    void* const memory = std::malloc(size != 0 ? size : 1);
+    if (!memory) throw std::bad_alloc();
+    ++Ombry::Tests::liveBlocks;
+    return memory;
+}
+
+void operator delete(void* memory) noexcept {
+    if (memory) --Ombry::Tests::liveBlocks;
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept {
+    operator delete(memory);
+}
+
+extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* thread,
+                                                                     const pthread_attr_t* attributes,
+                                                                     void* (*work)(void*),
+                                                                     void* argument) noexcept {
+    using namespace Ombry::Tests;
+    static const auto real = reinterpret_cast<decltype(pthread_create)*>(dlsym(RTLD_NEXT, "pthread_create"));
+    if (thisThread == NthFailure::Foreign || pauses != 0) return real(thread, attributes, work, argument);
+    if (NthFailure::Strikes(NthFailure::Of::ThreadStart)) return EAGAIN;
+    void* const start = std::malloc(sizeof(Start));
+    const int error = real(thread, attributes, Run, new (start) Start{work, argument, ++threads});
+    if (error != 0) std::free(start);
+    return error;
+}
