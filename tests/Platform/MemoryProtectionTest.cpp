@@ -1,5 +1,6 @@
 #include <openssl/err.h>
 #include <sys/mman.h>
+#include <algorithm>
 
 #include <algorithm>
 #include <cerrno>
@@ -240,6 +241,26 @@ TEST(SecureWipeTest, OverwritesEveryByteAndKeepsTheLength) {
     Platform::SecureWipe(bytes + 1, 2);
     EXPECT_EQ(std::string(bytes, 4), std::string("a\0\0d", 4));
     Platform::SecureWipe(nullptr, 0);
+}
+
+TEST_F(MemoryProtectionTest, EachMebibyteOfLargeMemoryIsEnciphered_InItsOwnWay) {
+    constexpr std::size_t unit = 1 << 20;
+    std::vector<std::uint8_t> memory(2 * unit, 7);
+    const std::vector<std::uint8_t> plain = memory;
+
+    EXPECT_TRUE(protection.Protect(memory, 0));
+
+    const std::span<const std::uint8_t> all(memory);
+    EXPECT_FALSE(std::ranges::equal(all.subspan(unit), std::span(plain).subspan(unit)));
+    EXPECT_FALSE(std::ranges::equal(all.first(unit), all.subspan(unit)));
+    EXPECT_TRUE(protection.Unprotect(memory, 0));
+    EXPECT_EQ(memory, plain);
+}
+
+TEST(SecureWipeTest, SingleByteIsWiped) {
+    char byte = 'x';
+    Platform::SecureWipe(&byte, 1);
+    EXPECT_EQ(byte, 0);
 }
 
 }  // namespace
