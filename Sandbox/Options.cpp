@@ -85,6 +85,7 @@ const char* const UsageText =
     "\n"
     "    --address ADDRESS        listening address (127.0.0.1)\n"
     "    --port PORT              listening port; 0 lets the system pick (0)\n"
+    "    --threads NUMBER         kept connections that are served at once; others wait (8)\n"
     "    --state FOLDER           key, certificate and database (sandbox-state); two instances may share "
     "one\n"
     "    --base-path PATH         base path of all calls (/securityframeworkservice)\n"
@@ -130,6 +131,7 @@ Options ParseOptions(int argc, char** argv) {
         {"--address", filledText("--address", options.address)},
         {"--port",
          [&](const std::string& v) { options.port = static_cast<int>(ParseNumber("--port", v, 0, 65535)); }},
+        {"--threads", [&](const std::string& v) { options.threads = ParseNumber("--threads", v, 1, 1000); }},
         {"--state", filledText("--state", options.stateFolder)},
         {"--base-path", [&](const std::string& v) { options.basePath = ParseBasePath(v); }},
         {"--user",

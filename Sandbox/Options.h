@@ -25,6 +25,7 @@ struct Options {
     std::vector<std::string> faults;
     std::string cacheControl = "max-age=300, stale-while-revalidate=604500";
     long tokenSeconds = 3600;
+    long threads = 8;  ///< kept connections that are served at once; others wait for one of them to end
     bool plainHttp = false;
     bool tokenForDatacenters = false;
     bool help = false;

@@ -139,11 +139,11 @@ Service::Service(const Options& options, const Identity& identity, State& state)
     server->set_tcp_nodelay(true);
     server->set_payload_max_length(LargestBody);
     // The library asks for its threads when it begins to serve.
-    server->new_task_queue = [this] {
+    server->new_task_queue = [this, threads = static_cast<std::size_t>(options.threads)] {
         std::lock_guard guard(mutex);
         serving = true;
         condition.notify_all();
-        return new httplib::ThreadPool(CPPHTTPLIB_THREAD_POOL_COUNT);  // the library deletes it
+        return new httplib::ThreadPool(threads);  // the library deletes it
     };
     // Without the library's default, which lets a second service listen on a port that is taken.
     server->set_socket_options([](socket_t socket) {

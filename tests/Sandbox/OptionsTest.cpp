@@ -146,6 +146,8 @@ TEST(SandboxParseOptionsTest, NumbersAreTakenUpToTheirEnds) {
     EXPECT_EQ(Parse({"--port", "0"}).port, 0);
     EXPECT_EQ(Parse({"--port", "65535"}).port, 65535);
     EXPECT_EQ(Parse({"--token-seconds", "0"}).tokenSeconds, 0);
+    EXPECT_EQ(Parse({"--threads", "1"}).threads, 1);
+    EXPECT_EQ(Parse({}).threads, 8);
 }
 
 TEST(SandboxParseOptionsTest, FaultsAreNamed) {
