@@ -24,7 +24,8 @@ namespace Ombry::Tests {
 
 /// The groups of the platform that are in force when it is made, each of whose calls can be the one that
 /// fails. The two that tests replace with fakes of their own, files and sockets, are not disturbed by lack of
-/// memory while they work if the test says so. The clock can't fail and is not here.
+/// memory while they work if the test says so. The clock can't fail and is not here; nor do the calls fail
+/// whose results are ignored on purpose.
 class FailingPlatform {
 public:
     struct Fakes {
