@@ -100,9 +100,9 @@ private:
             });
         }
         // These two do not fail: that their results are ignored is on purpose.
-        Result Remove(const std::string& path) override {
+        Result Remove(const std::string& path, Platform::Durability durability) override {
             const NthFailure::Pause pause;
-            return inner.Remove(path);
+            return inner.Remove(path, durability);
         }
         Result Rename(const std::string& from, const std::string& to) override {
             const NthFailure::Pause pause;
@@ -111,8 +111,8 @@ private:
         ValueOr<std::vector<std::string>> List(const std::string& directory) override {
             return Try(isFake, [&] { return inner.List(directory); });
         }
-        Result CreateDirectories(const std::string& directory) override {
-            return Try(isFake, [&] { return inner.CreateDirectories(directory); });
+        Result CreateDirectories(const std::string& directory, Platform::Durability durability) override {
+            return Try(isFake, [&] { return inner.CreateDirectories(directory, durability); });
         }
 
     private:
