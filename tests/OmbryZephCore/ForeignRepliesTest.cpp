@@ -1,5 +1,5 @@
 // Replies of foreign shape through the whole client: what servers, proxies and attackers send that no
-// specification would bless, or that this client reads in its own way on purpose. Each row says what the
+// RFC would bless, or that this client reads in its own way on purpose. Each row says what the
 // caller gets, and what becomes of the connection: the request behind it must get its own answer.
 
 #include <gtest/gtest.h>
