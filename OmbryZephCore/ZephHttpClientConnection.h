@@ -25,8 +25,8 @@ namespace OmbryZephCore {
 /// all of it must live until `Close`, or until the exchange that it belongs to has ended.
 ///
 /// Bytes that reached this machine before the first byte of a request was handed to the socket are never its
-/// answer. Those that are seen when the last awaited answer ends close the connection after use; those that
-/// the stage below finds before it sends fail it.
+/// answer, if no other answer was awaited then. Those that are seen when the last awaited answer ends close
+/// the connection after use; those that the stage below finds before it sends fail it.
 ///
 /// A read is started only while an answer is awaited, so that an idle connection has nothing pending. One
 /// write is under way at a time: a request, a piece of a body or its end that comes sooner is answered with

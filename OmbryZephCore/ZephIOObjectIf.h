@@ -24,8 +24,9 @@ public:
     virtual std::uint32_t RequestDrainNotification() = 0;
 
     /// Said before a request is begun: until the first byte of what is written next was handed to the socket,
-    /// bytes of the peer are no answer to it. If any come, the transfers that are open fail, and nothing more
-    /// is sent or received. A stage without bytes of its own need not know.
+    /// bytes of the peer are no answer to it. If any come, the read that is open fails, and nothing more is
+    /// sent or received; a write that is open may never be heard of. A stage without bytes of its own need
+    /// not know.
     virtual void ExpectSilenceUntilSent() {}
 
     /// Whether this stage holds bytes of the peer, or the beginning of some, that the stage above has not

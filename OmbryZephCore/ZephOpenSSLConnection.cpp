@@ -84,8 +84,8 @@ std::int32_t ZephOpenSSLConnection::InitializeAsClient(const ZephOpenSSLClientCo
 void ZephOpenSSLConnection::Clear() {
     m_Session.reset();
     m_Input = m_Output = nullptr;
-    m_NeedInput = m_InputUsedUp = m_Failed = m_Handshaking = m_Established = m_PeerClosed = m_ShutdownSent =
-        m_WaitForPeer = false;
+    m_NeedInput = m_InputUsedUp = m_Failed = m_Handshaking = m_Established = m_Unjudged = m_PeerClosed =
+        m_ShutdownSent = m_WaitForPeer = false;
 }
 
 bool ZephOpenSSLConnection::MakeSession(const ZephOpenSSLClientContext& context) {
@@ -103,7 +103,15 @@ bool ZephOpenSSLConnection::MakeSession(const ZephOpenSSLClientContext& context)
     m_Input = input;
     m_Output = output;
     SSL_set_connect_state(m_Session.get());
+    SSL_set_app_data(m_Session.get(), this);
+    SSL_set_info_callback(m_Session.get(), NoteHandshake);
     return true;
+}
+
+// The library can end a handshake and begin the next one in one call; that the first has ended shows here.
+void ZephOpenSSLConnection::NoteHandshake(const ssl_st* session, int where, int) {
+    if ((where & SSL_CB_HANDSHAKE_DONE) == 0) return;
+    static_cast<ZephOpenSSLConnection*>(SSL_get_app_data(session))->m_Unjudged = true;
 }
 
 bool ZephOpenSSLConnection::SetServerName(const std::string& targetName, bool bVerify) {
@@ -155,7 +163,9 @@ std::int32_t ZephOpenSSLConnection::ContinueRenegotiation() {
         m_Handshaking = m_NeedInput = false;
         return ValidateServer();
     }
-    if (error == SSL_ERROR_ZERO_RETURN) return Fail("Renegotiation");  // as in the first handshake
+    // As in the first handshake; and no further one may begin before the verdict on the last, since the data
+    // in between would be under keys that nobody has judged.
+    if (error == SSL_ERROR_ZERO_RETURN || m_Unjudged) return Fail("Renegotiation");
     if (error == SSL_ERROR_WANT_READ) m_NeedInput = true;
     return 0;
 }
@@ -173,6 +183,7 @@ int ZephOpenSSLConnection::Look() {
 // Runs after the handshake and not at the Certificate message: only now has the server proved that it owns
 // the key.
 std::int32_t ZephOpenSSLConnection::ValidateServer() {
+    m_Unjudged = false;
     if (!m_Validator) return 1;
     m_Failed = true;  // also if the validator throws
     bool accepted = false;
@@ -312,8 +323,11 @@ std::int32_t ZephOpenSSLConnection::extract_unprocessed_ciphertext(std::uint8_t*
 bool ZephOpenSSLConnection::HasUnread() {
     if (m_Failed || IsShuttingDown()) return true;
     if (!m_Established || !HoldsInput()) return false;
-    // A close or a failure is found again, and acted on, by the next operation.
-    if (Look() != SSL_ERROR_WANT_READ) return true;
+    // A close or a failure is found again, and acted on, by the next operation, if there is one.
+    if (Look() != SSL_ERROR_WANT_READ) {
+        ERR_clear_error();
+        return true;
+    }
     if (SSL_in_init(m_Session.get())) m_Handshaking = true;
     return !m_Handshaking && HoldsInput();
 }

@@ -60,6 +60,7 @@ private:
 
     void Clear();
     bool MakeSession(const ZephOpenSSLClientContext& context);
+    static void NoteHandshake(const ssl_st* session, int where, int result);
     bool SetServerName(const std::string& targetName, bool bVerify);
     std::int32_t ContinueInitIfNecessary();
     std::int32_t ContinueRenegotiation();
@@ -82,6 +83,7 @@ private:
     bool m_Failed = false;
     bool m_Handshaking = false;
     bool m_Established = false;  // the first handshake is over
+    bool m_Unjudged = false;     // a handshake has ended, and ValidateServer was not asked since
     bool m_PeerClosed = false;
     bool m_ShutdownSent = false;
     bool m_Verbose = false;

@@ -29,7 +29,8 @@ namespace OmbryZephCore {
 /// Bytes that reached this machine before the first byte of a request was handed to the socket are never its
 /// answer: what was read and decrypted between `ExpectSilenceUntilSent` and that byte is a failure, whether
 /// TLS is on or off, and the layer below is left at once, so that the request is not sent. What is no
-/// plaintext (tickets, key updates, a HelloRequest, a close) is acted on as ever.
+/// plaintext (tickets, key updates, a HelloRequest, a close) is acted on as ever. The beginning of a record
+/// counts as plaintext, but not on a connection that has carried no request yet: it is mostly a ticket's.
 class ZephSSLIO : public ZephIOObjectIf, public ZephIOCompletionHandlerIf, public ZephTaskIf {
 public:
     explicit ZephSSLIO(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger);

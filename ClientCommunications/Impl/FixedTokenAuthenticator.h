@@ -2,6 +2,7 @@
 
 #include "ClientCommunications/IAuthenticator.h"
 #include "ClientCommunications/Impl/BearerHeader.h"
+#include "Platform/IProtection.h"
 
 namespace Ombry::ClientCommunications {
 
@@ -9,6 +10,7 @@ namespace Ombry::ClientCommunications {
 class FixedTokenAuthenticator : public IAuthenticator {
 public:
     explicit FixedTokenAuthenticator(std::string token) : token(std::move(token)) {}
+    ~FixedTokenAuthenticator() override { Platform::SecureWipe(token); }
 
     void AddAuthentication(std::shared_ptr<IServiceRequest> request, std::shared_ptr<IService>,
                            Cancellation::Token) override {
@@ -16,7 +18,7 @@ public:
     }
 
 private:
-    const std::string token;
+    std::string token;
 };
 
 }  // namespace Ombry::ClientCommunications

@@ -166,6 +166,8 @@ JwtCachedToken JwtAuthenticator::FetchToken(const std::string& serviceName,
     std::string text = ObjectMapping::SerializeObject(cached, nullptr);
     const ScopedWipe wipe(text);
     cache.SetByKey(serviceName, text);
+    Forget(
+        serviceName);  // the one that it replaced: nobody else would wipe it if the service is not used again
     return cached;
 }
 

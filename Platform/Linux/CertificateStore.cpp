@@ -118,8 +118,8 @@ public:
     Result Delete(CertificateContextPointer certificate) override {
         const auto entry = Find(certificate);
         if (const Result result = CheckWritable(entry); !result) return result;
-        // Not synced: its successor is, in the same folder, and a cut between the two should rather bring the
-        // old trust back than leave none.
+        // Not synced by itself: the sync of its successor, in the same folder, takes it along, and until then
+        // a power cut may bring the old trust back.
         const Result removed = Files().Remove(PathOf((*entry)->fileName), Durability::Unsynced);
         if (!removed) return removed;
         entries.erase(entry);

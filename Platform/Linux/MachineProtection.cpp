@@ -108,6 +108,16 @@ Linux::KeyScope ScopeOf(std::uint32_t flags) {
     return flags & IMachineProtection::LocalMachine ? Linux::KeyScope::Machine : Linux::KeyScope::User;
 }
 
+/// Leaves nothing of what was read of the key file, also where there is no memory to derive from it.
+bool DeriveAndWipe(DerivedKey& key, std::string& keyFile, const std::string& machineId,
+                   std::string_view entropy) {
+    const struct Wipe {
+        std::string& text;
+        ~Wipe() { SecureWipe(text); }
+    } wipe{keyFile};
+    return key.Derive(keyFile, machineId, entropy);
+}
+
 class LinuxMachineProtection : public IMachineProtection {
 public:
     ValueOr<std::optional<std::string>> Protect(std::string_view plain, std::string_view entropy,
@@ -119,9 +129,7 @@ public:
         auto keyFile = Linux::LoadOrMakeKey(ScopeOf(flags));
         if (!keyFile) return Result::Failure(keyFile.Error());
         DerivedKey key;
-        const bool derived = key.Derive(*keyFile, *machineId, entropy);
-        SecureWipe(*keyFile);
-        if (!derived) return Linux::OpenSSLFailure();
+        if (!DeriveAndWipe(key, *keyFile, *machineId, entropy)) return Linux::OpenSSLFailure();
 
         std::string blob(HeaderSize + plain.size() + TagSize, '\0');
         blob[0] = Version;
@@ -140,9 +148,7 @@ public:
         auto keyFile = Linux::LoadKey(ScopeOf(flags));
         if (!keyFile) return Result::Failure(keyFile.Error());
         DerivedKey key;
-        const bool derived = key.Derive(*keyFile, *machineId, entropy);
-        SecureWipe(*keyFile);
-        if (!derived) return Linux::OpenSSLFailure();
+        if (!DeriveAndWipe(key, *keyFile, *machineId, entropy)) return Linux::OpenSSLFailure();
 
         std::string plain(blob.size() - HeaderSize - TagSize, '\0');
         if (!Decrypt(key, blob, plain)) {

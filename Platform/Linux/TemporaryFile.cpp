@@ -22,6 +22,7 @@ namespace {
 constexpr std::string_view NameBegin = ".ombry-";
 constexpr std::string_view NameEnd = ".tmp";
 constexpr std::size_t Digits = 16;
+constexpr int MostTries = 100;
 
 std::string NameOf(std::uint64_t chance) {
     char digits[Digits + 1];
@@ -62,7 +63,8 @@ struct VisitedFolders {
 ValueOr<TemporaryFile> TemporaryFile::CreateBeside(const std::string& target) {
     const std::string folder = ParentOf(target);
     RemoveLeftoversOnce(folder);
-    for (;;) {
+    // Somebody who sweeps takes one of them at the most; a file system whose locks are all held takes each.
+    for (int tries = 0; tries < MostTries; ++tries) {
         std::uint64_t chance = 0;
         if (Retry([&] { return getrandom(&chance, sizeof chance, 0); }) != sizeof chance) {
             return Result::Failure(errno);
@@ -79,6 +81,7 @@ ValueOr<TemporaryFile> TemporaryFile::CreateBeside(const std::string& target) {
         if (!claimed) return Result::Failure(claimed.Error());
         if (*claimed) return file;
     }
+    return Result::Failure(EWOULDBLOCK);
 }
 
 ValueOr<bool> TemporaryFile::Claim() {

@@ -350,6 +350,24 @@ TEST_F(JwtAuthenticatorMaintenanceTest, SweepForgetsWhatLiesOnTheDiskNoLonger) {
     EXPECT_EQ(Use(*authenticator, "a"), "Bearer other");
 }
 
+TEST_F(JwtAuthenticatorMaintenanceTest, RefreshForgetsTheTokenThatItReplaced) {
+    const auto authenticator = MakeWaiting();
+    const TimePoint start = clock.Now();
+    PutEntry("a", "first", start, Long);
+    clock.Advance(std::chrono::seconds(5));
+    EXPECT_EQ(Use(*authenticator, "a"), "Bearer first");
+
+    RunPass(1);
+
+    // The same state of the file, with another token: who still knew the first would not read again.
+    EXPECT_TRUE(files.Remove(PathOf("a") + "-p"));
+    const TimePoint now = clock.Now();
+    clock.SetNow(start);
+    PutEntry("a", "other", start, Long);
+    clock.SetNow(now);
+    EXPECT_EQ(Use(*authenticator, "a"), "Bearer other");
+}
+
 TEST_F(JwtAuthenticatorMaintenanceTest, BothCopiesOfAnEntryCountOnce) {
     const auto authenticator = MakeWaiting();
     PutEntry("a", "t", clock.Now(), 60);

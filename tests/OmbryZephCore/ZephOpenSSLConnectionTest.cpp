@@ -382,6 +382,36 @@ TEST_P(ZephOpenSSLConnectionTest, DataUnderTheNewKeysWaitsForTheVerdictOnThem) {
     }
 }
 
+// One step of the library can end a handshake and begin the one that was asked for right behind it.
+TEST_P(ZephOpenSSLConnectionTest, AnotherHandshakeBeforeTheVerdictOnTheLastIsAFailureAndHandsNoDataOut) {
+    if (GetParam().number == TLS1_3_VERSION) return;
+    TlsServerRecipe recipe = ServerOf(GetParam().number);
+    recipe.options = SSL_OP_NO_SESSION_RESUMPTION_ON_RENEGOTIATION;  // so that the server ends the handshake
+    for (const bool looked : {false, true}) {
+        ZephOpenSSLTestPair fresh(recipe);
+        int asked = 0;
+        fresh.client.SetValidator([&](auto*) { return ++asked == 1; });
+        ASSERT_TRUE(fresh.Handshake());
+        fresh.server.Renegotiate();
+        Inject(fresh.client, fresh.server.Take());
+        Read(fresh.client, result);
+        fresh.server.Put(Extract(fresh.client));
+        Inject(fresh.client, fresh.server.Take());
+        fresh.server.Put(Extract(fresh.client));
+        ASSERT_TRUE(fresh.server.Ready());
+        fresh.server.Renegotiate();
+        fresh.server.Write("new");
+
+        Inject(fresh.client, fresh.server.Take());
+        if (looked) {
+            EXPECT_TRUE(fresh.client.HasUnread());
+        }
+        EXPECT_EQ(Read(fresh.client, result), "");
+        EXPECT_EQ(result, -1);
+        EXPECT_EQ(Write(fresh.client, "secret"), -1);
+    }
+}
+
 // --- bytes that nobody has read ---
 
 TEST_P(ZephOpenSSLConnectionTest, DataIsUnreadFromItsFirstByteUntilItWasRead) {
