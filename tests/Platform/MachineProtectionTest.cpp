@@ -179,8 +179,10 @@ TEST_F(MachineProtectionTest, DerivedKeyIsNotLeftOnTheStack) {
 TEST(OwnStackTest, HoldsWhatAFunctionLeftThere) {
     OwnStack stack;
     stack.Run([] {
-        volatile char left[] = "left behind by a function";
-        static_cast<void>(left[0]);
+        OwnStack::FarDown([] {
+            volatile char left[] = "left behind by a function";
+            return left[0];
+        });
     });
     EXPECT_TRUE(stack.Holds("left behind by a function"));
     EXPECT_FALSE(stack.Holds("left behind by a functioN"));

@@ -179,6 +179,14 @@ TEST_F(TemporaryFileTest, LockThatFailsForAnotherReasonFailsTheSave) {
     EXPECT_EQ(directory.Read("file"), "old");
 }
 
+TEST_F(TemporaryFileTest, FileSystemOnWhichEachLockIsHeldFailsTheSaveAfterAHundredTries) {
+    SystemCalls calls;
+    calls.Fail("flock", EWOULDBLOCK, 1000);
+    EXPECT_EQ(Save("file", "x").Error(), EWOULDBLOCK);
+    EXPECT_EQ(calls.Count("flock"), 100u);
+    EXPECT_THAT(Names(), IsEmpty());
+}
+
 TEST_F(TemporaryFileTest, FailureToTidyUpFailsNothing) {
     for (const std::string name : {"opendir", "readdir", "unlink"}) {
         const TemporaryDirectory another;
