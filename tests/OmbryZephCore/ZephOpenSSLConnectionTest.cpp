@@ -28,6 +28,23 @@ protected:
         }
     }
 
+    /// Without resumption the last message of a renegotiation is the server's.
+    static TlsServerRecipe ServerThatEndsRenegotiations() {
+        TlsServerRecipe recipe = ServerOf(GetParam().number);
+        recipe.options = SSL_OP_NO_SESSION_RESUMPTION_ON_RENEGOTIATION;
+        return recipe;
+    }
+
+    /// A renegotiation whose last message the client has yet to be given.
+    void RenegotiateUpToTheServersEnd(ZephOpenSSLTestPair& ends) {
+        ends.server.Renegotiate();
+        Inject(ends.client, ends.server.Take());
+        Read(ends.client, result);
+        ends.server.Put(Extract(ends.client));
+        Inject(ends.client, ends.server.Take());
+        ends.server.Put(Extract(ends.client));
+    }
+
     std::unique_ptr<ZephOpenSSLTestPair> pair;
     std::int32_t result = 0;
 };
@@ -356,20 +373,13 @@ TEST_P(ZephOpenSSLConnectionTest, DataBehindTheRequestForARenegotiationIsHandedO
 
 TEST_P(ZephOpenSSLConnectionTest, DataUnderTheNewKeysWaitsForTheVerdictOnThem) {
     if (GetParam().number == TLS1_3_VERSION) return;
-    TlsServerRecipe recipe = ServerOf(GetParam().number);
-    recipe.options = SSL_OP_NO_SESSION_RESUMPTION_ON_RENEGOTIATION;  // so that the server ends the handshake
     for (const bool accepted : {true, false}) {
         SCOPED_TRACE(accepted ? "accepted" : "refused");
-        ZephOpenSSLTestPair fresh(recipe);
+        ZephOpenSSLTestPair fresh(ServerThatEndsRenegotiations());
         int asked = 0;
         fresh.client.SetValidator([&](auto*) { return ++asked == 1 || accepted; });
         ASSERT_TRUE(fresh.Handshake());
-        fresh.server.Renegotiate();
-        Inject(fresh.client, fresh.server.Take());
-        Read(fresh.client, result);
-        fresh.server.Put(Extract(fresh.client));
-        Inject(fresh.client, fresh.server.Take());
-        fresh.server.Put(Extract(fresh.client));
+        RenegotiateUpToTheServersEnd(fresh);
         ASSERT_TRUE(fresh.server.Ready());
         fresh.server.Write("new");
 
@@ -385,19 +395,12 @@ TEST_P(ZephOpenSSLConnectionTest, DataUnderTheNewKeysWaitsForTheVerdictOnThem) {
 // One step of the library can end a handshake and begin the one that was asked for right behind it.
 TEST_P(ZephOpenSSLConnectionTest, AnotherHandshakeBeforeTheVerdictOnTheLastIsAFailureAndHandsNoDataOut) {
     if (GetParam().number == TLS1_3_VERSION) return;
-    TlsServerRecipe recipe = ServerOf(GetParam().number);
-    recipe.options = SSL_OP_NO_SESSION_RESUMPTION_ON_RENEGOTIATION;  // so that the server ends the handshake
     for (const bool looked : {false, true}) {
-        ZephOpenSSLTestPair fresh(recipe);
+        ZephOpenSSLTestPair fresh(ServerThatEndsRenegotiations());
         int asked = 0;
         fresh.client.SetValidator([&](auto*) { return ++asked == 1; });
         ASSERT_TRUE(fresh.Handshake());
-        fresh.server.Renegotiate();
-        Inject(fresh.client, fresh.server.Take());
-        Read(fresh.client, result);
-        fresh.server.Put(Extract(fresh.client));
-        Inject(fresh.client, fresh.server.Take());
-        fresh.server.Put(Extract(fresh.client));
+        RenegotiateUpToTheServersEnd(fresh);
         ASSERT_TRUE(fresh.server.Ready());
         fresh.server.Renegotiate();
         fresh.server.Write("new");
