@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <initializer_list>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -89,6 +90,13 @@ private:
         Failed  ///< `Fail` ran: touch nothing
     };
 
+    static constexpr std::string_view LineEnd = "\r\n";
+    static constexpr std::uint64_t MaxLength = std::numeric_limits<std::uint32_t>::max();
+
+    static std::string_view Bytes(const std::uint8_t* pData, std::uint32_t nBytes) {
+        return {reinterpret_cast<const char*>(pData), nBytes};
+    }
+
     void ForgetNeighbours();
     void EndExchanges(void (ZephHttpRequestNotifierIf::*pReport)());
     Progress Fail();
@@ -103,7 +111,7 @@ private:
     void CompleteWrite(std::uint32_t nBytes);
     void ReportRequestSent();
 
-    // Receiving.
+    // Receiving, in ZephHttpClientReceive.cpp.
     void CompleteRead(std::uint32_t nBytes);
     void EndOfStream();
     Progress Receive();
@@ -125,7 +133,7 @@ private:
     template <class Call>
     Progress EndResponse(Call call);
 
-    // The read buffer.
+    // The read buffer, there too.
     Progress ReadMore(std::uint64_t nTotal = 0);
     void Compact();
     void GiveBackLargeBuffer();
