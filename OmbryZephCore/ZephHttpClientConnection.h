@@ -167,30 +167,79 @@ private:
     /// While the stage below holds a pointer into `m_ReadBuffer`, no byte of it moves.
     bool m_ReadPending = false;
 
-    bool m_HaveHead = false;
-    std::uint32_t m_HeadLength = 0;
-    ZephHttpHeaderParser m_Parser{ZephHttpHeaderParser::ModeResponse};
-    bool m_CloseAfter = false;
-    bool m_Informational = false;
-    bool m_Chunked = false;
-    bool m_BodyComplete = false;
-    std::uint32_t m_BodyLength = 0;
-    bool m_ChunkHeaderSeen = false;
-    std::uint32_t m_ChunkHeaderLength = 0;
-    bool m_LastChunk = false;
-    bool m_TrailerSeen = false;
-    bool m_BodyStarted = false;
-    std::uint32_t m_BodyDelivered = 0;
+    // The state of the receiving side. `Receive` goes from state to state for as long as a handler waits and
+    // the unread bytes suffice; where they do not, it starts a read. With no handler waiting it stays. Head
+    // outranks the other states; of those the lowest that holds is meant.
+    //
+    //  state       holds with          leaves on: what the handler is told, and the next state
+    //  ----------  ------------------  -----------------------------------------------------------------
+    //  Head        not m_HaveHead      an empty line, and the head is parsed. Chunked: OnResponseStart,
+    //                                  Size. Else nothing is told yet: UntilClose or Body
+    //  Body        m_HaveHead          m_BodyLength bytes unread: OnCompleteResponse, End. Fewer, but some:
+    //                                  OnResponseStart, Pieces
+    //  Pieces      m_BodyStarted       bytes: OnResponseData, Pieces. m_BodyLength of them handed out:
+    //                                  OnResponseEnd, End
+    //  UntilClose  m_ReadUntilClose    bytes: OnResponseStart once, OnResponseData, UntilClose. The peer's
+    //                                  close: OnResponseEnd, or OnCompleteResponse if none came; End
+    //  Size        m_Chunked           a line end, and the size is parsed. 0: Trailer. Else
+    //                                  OnChunkAnnounced, Data
+    //  Data        m_ChunkHeaderSeen   the whole chunk unread: OnResponseData, Size
+    //  Trailer     m_LastChunk         an empty line: OnResponseEnd, End
+    //  End         m_BodyComplete or   another handler waiting, now or later: Head. Until then the headers
+    //              m_TrailerSeen       can be asked for
+    //
+    // Of an informational answer the handler is told nothing but OnChunkAnnounced. It goes on waiting, so
+    // that End is left at once, and a body of known length begins in Pieces.
+    //
+    //  event, in any state               what happens
+    //  --------------------------------  ---------------------------------------------------------------
+    //  the peer closes                   Fail, unless UntilClose ends by it and no other handler waits
+    //  a read fails or cannot start      Fail; so does a head that cannot be parsed, a length beyond
+    //                                    32 bits, and memory that is not there
+    //  a handler answers an error        Fail; so does a handler that is null where one is to be called
+    //  a handler does not call           the next state is entered, and stays until the call. At the end
+    //  ContinueReceive                   of an answer nobody needs to call it
+    //  the last handler has its answer   unread bytes are dropped; m_CloseAfter if there were any
+    //  Fail                              no handler waits any more: the state stays until Reset
+    //  Reset, Close                      Head
 
-    ZephIOBuffer m_WriteBuffer;
-    std::uint32_t m_WriteOffset = 0;
+    bool m_HaveHead = false;         ///< a head was parsed, and the next one is not looked for yet
+    std::uint32_t m_HeadLength = 0;  ///< of that head, its empty line included
+    ZephHttpHeaderParser m_Parser{ZephHttpHeaderParser::ModeResponse};  ///< its status and headers
+    /// The connection is of no use behind this exchange: the request or the answer says so, the protocol was
+    /// switched, or bytes came that nobody asked for. Set anew by each request.
+    bool m_CloseAfter = false;
+    bool m_Informational = false;    ///< status 100 to 199: another head follows, for the same handler
+    bool m_Chunked = false;          ///< the body comes in chunks, and Content-Length counts for nothing
+    bool m_BodyComplete = false;     ///< a body that is not chunked has ended, and nothing is left to tell
+    std::uint32_t m_BodyLength = 0;  ///< Content-Length, or 0 without one; if chunked, of the chunk at hand
+    bool m_ChunkHeaderSeen = false;  ///< the size line is parsed, and still unread
+    std::uint32_t m_ChunkHeaderLength = 0;  ///< of that line, its line end included
+    bool m_LastChunk = false;               ///< the size was 0
+    bool m_TrailerSeen = false;             ///< a chunked body has ended, and nothing is left to tell
+    bool m_BodyStarted = false;             ///< OnResponseStart was called for a body that is not chunked
+    std::uint32_t m_BodyDelivered = 0;      ///< bytes of such a body that were handed out or passed over
+    /// Set while a handler runs that has not called `ContinueReceive`; else that call runs `Receive`.
+    std::thread::id m_CallbackThread;
+    /// The body ends with the connection. Cleared by `Reset` alone: no answer follows on such a connection.
+    bool m_ReadUntilClose = false;
+
+    // The state of the sending side. A write that fails or cannot go on leads to Fail, Reset to Idle.
+    //
+    //  state    holds with                 leaves on
+    //  -------  -------------------------  --------------------------------------------------------------
+    //  Idle     neither of the below       SendRequest, SendRequestWithBody: Writing
+    //  Writing  m_WritePending             the last byte sent. With m_BodyNotifier: OnReadyForBody, Body.
+    //                                      Without: OnRequestSent, Idle
+    //  Body     m_BodyNotifier alone       WriteBody: Writing. EndBody: m_BodyNotifier goes. Chunked:
+    //                                      Writing, of the last chunk. Else OnRequestSent, Idle
+
+    ZephIOBuffer m_WriteBuffer;       ///< a head, with or without its body, a piece of a body, or its end
+    std::uint32_t m_WriteOffset = 0;  ///< bytes of it that were sent
     /// While the stage below holds a pointer into `m_WriteBuffer`, nothing replaces its content.
     bool m_WritePending = false;
-    ZephHttpNotifierIf* m_BodyNotifier = nullptr;
-    bool m_RequestChunked = false;
-    /// Set while a handler runs that has not asked to go on.
-    std::thread::id m_CallbackThread;
-    bool m_ReadUntilClose = false;
+    ZephHttpNotifierIf* m_BodyNotifier = nullptr;  ///< is asked for the body, until that ends
+    bool m_RequestChunked = false;                 ///< the body is sent in chunks
 };
 
 }  // namespace OmbryZephCore
