@@ -3,19 +3,16 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "ClientCommunications/Impl/Base64.h"
+#include "fuzz/Require.h"
 
 namespace {
 
 using Ombry::ClientCommunications::Base64Decode;
 using Ombry::ClientCommunications::Base64Encode;
-
-void Require(bool holds) {
-    if (!holds) std::abort();
-}
+using Ombry::Fuzz::Require;
 
 }  // namespace
 

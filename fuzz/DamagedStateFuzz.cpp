@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <mutex>
@@ -21,6 +20,7 @@
 #include "ClientCommunications/Impl/ClientCredentialsStore.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
 #include "Ombry.SecClientConfig/RunTool.h"
+#include "fuzz/Require.h"
 #include "tests/Fakes/CapturedOutput.h"
 #include "tests/Fakes/DrawnSeeds.h"
 #include "tests/Fakes/FakeClock.h"
@@ -33,6 +33,7 @@
 
 using namespace Ombry;
 using namespace Ombry::Tests;
+using Ombry::Fuzz::Require;
 
 namespace {
 
@@ -49,12 +50,6 @@ const std::string Credentials = Security + "/Components/c1/ombrycomponent.config
 const std::string Record = Security + "/Components/c1/Services/Svc.config";
 const std::string Key = Root + "/Keys/protection.key";
 const std::string Secret = "c1-secret-text";
-
-void Require(bool held, const char* what) {
-    if (held) return;
-    std::fprintf(stderr, "broken: %s\n", what);
-    std::abort();
-}
 
 /// A Security Framework service that answers on every host and port, and grants everything. Any thread of the
 /// tool may call it.

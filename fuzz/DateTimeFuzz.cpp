@@ -4,21 +4,14 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "ObjectMapping/DateTime.h"
+#include "fuzz/Require.h"
 
 using namespace Ombry;
 using namespace Ombry::ObjectMapping;
-
-namespace {
-
-void Require(bool held) {
-    if (!held) std::abort();
-}
-
-}  // namespace
+using Ombry::Fuzz::Require;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);

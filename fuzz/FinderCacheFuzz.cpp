@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <limits>
 #include <memory>
 #include <stdexcept>
@@ -21,21 +20,19 @@
 #include "ClientCommunications/Impl/ServiceFinder.h"
 #include "ClientCommunications/Impl/ServiceRequestFactory.h"
 #include "ObjectMapping/Serialization.h"
+#include "fuzz/Require.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/MapKeyValueStorage.h"
 #include "tests/Fakes/ScriptedGateway.h"
 
 using namespace Ombry;
 using namespace Ombry::ClientCommunications;
+using Ombry::Fuzz::Require;
 
 namespace {
 
 constexpr long long Now = 1'600'000'000;
 const std::string Path = "/services/services/secure/name/some";
-
-void Require(bool held) {
-    if (!held) std::abort();
-}
 
 enum class Answer { Throws, Fails, Succeeds };
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -13,15 +12,13 @@
 
 #include "OmbryZephCore/ZephHttpHeaderParser.h"
 #include "OmbryZephCore/ZephResultCodes.h"
+#include "fuzz/Require.h"
 
 namespace {
 
+using Ombry::Fuzz::Require;
 using OmbryZephCore::ZephHttpHeaderParser;
 using Headers = std::vector<std::pair<std::string, std::string>>;
-
-void Require(bool condition) {
-    if (!condition) std::abort();
-}
 
 std::uint32_t ParseExact(ZephHttpHeaderParser& parser, const std::uint8_t* data, std::size_t size) {
     auto exact = std::make_unique<std::uint8_t[]>(size);

@@ -7,7 +7,6 @@
 // peer's bytes, behind which it closes.
 
 #include <cstdint>
-#include <cstdlib>
 #include <deque>
 #include <new>
 #include <random>
@@ -16,15 +15,13 @@
 
 #include "OmbryZephCore/ZephHttpClientConnection.h"
 #include "OmbryZephCore/ZephIOBuffer.h"
+#include "fuzz/Require.h"
 #include "tests/Fakes/FakeIOObject.h"
 
 namespace {
 
 using namespace OmbryZephCore;
-
-void Require(bool condition) {
-    if (!condition) std::abort();
-}
+using Ombry::Fuzz::Require;
 
 /// The sizes that only a hostile peer names must not exhaust the machine that fuzzes.
 std::uint8_t* AllocateModestly(std::uint64_t nBytes) {

@@ -9,7 +9,6 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <list>
 #include <map>
 #include <stdexcept>
@@ -20,14 +19,12 @@
 #include "ObjectMapping/MapArray.h"
 #include "ObjectMapping/Serialization.h"
 #include "ObjectMapping/VectorArray.h"
+#include "fuzz/Require.h"
 
 using namespace Ombry::ObjectMapping;
+using Ombry::Fuzz::Require;
 
 namespace {
-
-void Require(bool held) {
-    if (!held) std::abort();
-}
 
 struct Item : ObjectIf {
     void Map(MapperIf& mapper) override { mapper.Field("s", text, nullptr); }

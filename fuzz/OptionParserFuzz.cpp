@@ -13,21 +13,18 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "Ombry.SecClientConfig/CommandOptions.h"
+#include "fuzz/Require.h"
 #include "tests/Fakes/CapturedOutput.h"
 
 using namespace Ombry::SecClientConfig;
+using Ombry::Fuzz::Require;
 
 namespace {
-
-void Require(bool held) {
-    if (!held) std::abort();
-}
 
 std::vector<std::string> Words(const std::string& input) {
     std::vector<std::string> words = {"tool", "command"};

@@ -2,18 +2,16 @@
 // slash and holds no question mark, and every part is a piece of the text but for a port that the scheme
 // implies. A URL with its slash before its question mark is put together again from its parts.
 
-#include "OmbryZephCore/ZephUrl.h"
-
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
+
+#include "OmbryZephCore/ZephUrl.h"
+#include "fuzz/Require.h"
 
 namespace {
 
-void Require(bool holds) {
-    if (!holds) std::abort();
-}
+using Ombry::Fuzz::Require;
 
 bool IsPieceOf(const std::string& part, const std::string& url) {
     return url.find(part) != std::string::npos;

@@ -5,25 +5,18 @@
 #include <openssl/x509.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <deque>
 #include <string>
 
 #include "OmbryZephCore/ZephIOObjectIf.h"
 #include "OmbryZephCore/ZephTaskIf.h"
 #include "OmbryZephCore/ZephUserTaskIf.h"
+#include "fuzz/Require.h"
 
 /// What the targets above TLS share: a real server between two memory buffers, and the layer below the stage.
 namespace Ombry::Fuzz {
 
 using namespace OmbryZephCore;
-
-inline void Require(bool bHolds, const char* pWhat) {
-    if (bHolds) return;
-    std::fprintf(stderr, "broken: %s\n", pWhat);
-    std::abort();
-}
 
 /// Makes the server's key and self-signed certificate once.
 inline SSL_CTX* ServerContext() {
