@@ -4,13 +4,11 @@
 //   bench_enrolment [rounds]      41 unless told otherwise
 
 #include <array>
-#include <cstdio>
-#include <cstdlib>
-#include <exception>
 #include <filesystem>
 #include <fstream>
 
 #include "bench/LocalServer.h"
+#include "bench/Measurement.h"
 #include "bench/SandboxService.h"
 #include "bench/ToolRuns.h"
 
@@ -113,12 +111,6 @@ void RunAll(int rounds) {
 }  // namespace Ombry::Bench
 
 int main(int argc, char** argv) {
-    try {
-        const int rounds = argc > 1 ? std::atoi(argv[1]) : Ombry::Bench::DefaultRounds;
-        Ombry::Bench::RunAll(rounds > 0 ? rounds : Ombry::Bench::DefaultRounds);
-        return 0;
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "bench_enrolment: %s\n", failure.what());
-        return 1;
-    }
+    using namespace Ombry::Bench;
+    return RunBenchmark("bench_enrolment", RunAll, DefaultRounds, argc, argv);
 }

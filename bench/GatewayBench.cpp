@@ -11,7 +11,6 @@
 
 #include <barrier>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <functional>
 #include <list>
@@ -27,6 +26,7 @@
 #include "OmbryZephCore/ZephSorrelSyncConnectionPool.h"
 #include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
 #include "bench/LocalServer.h"
+#include "bench/Measurement.h"
 #include "bench/SandboxService.h"
 #include "bench/ToolRuns.h"
 
@@ -244,12 +244,6 @@ void RunAll(int rounds) {
 }  // namespace Ombry::Bench
 
 int main(int argc, char** argv) {
-    try {
-        const int rounds = argc > 1 ? std::atoi(argv[1]) : Ombry::Bench::DefaultRounds;
-        Ombry::Bench::RunAll(rounds > 0 ? rounds : Ombry::Bench::DefaultRounds);
-        return 0;
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "bench_gateway: %s\n", failure.what());
-        return 1;
-    }
+    using namespace Ombry::Bench;
+    return RunBenchmark("bench_gateway", RunAll, DefaultRounds, argc, argv);
 }

@@ -5,13 +5,12 @@
 //   bench_http [rounds]      101 unless told otherwise
 
 #include <cstdio>
-#include <cstdlib>
-#include <exception>
 #include <functional>
 #include <stdexcept>
 
 #include "bench/HttpClients.h"
 #include "bench/LocalServer.h"
+#include "bench/Measurement.h"
 
 namespace Ombry::Bench {
 namespace {
@@ -78,12 +77,6 @@ void RunAll(int rounds) {
 }  // namespace Ombry::Bench
 
 int main(int argc, char** argv) {
-    try {
-        const int rounds = argc > 1 ? std::atoi(argv[1]) : Ombry::Bench::DefaultRounds;
-        Ombry::Bench::RunAll(rounds > 0 ? rounds : Ombry::Bench::DefaultRounds);
-        return 0;
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "bench_http: %s\n", failure.what());
-        return 1;
-    }
+    using namespace Ombry::Bench;
+    return RunBenchmark("bench_http", RunAll, DefaultRounds, argc, argv);
 }

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <exception>
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
@@ -103,6 +104,17 @@ int Run(const std::vector<std::string>& command, int output, const char* folder)
 Background::~Background() {
     kill(process, SIGTERM);
     Wait(process);
+}
+
+int RunBenchmark(const char* name, void (*measure)(int rounds), int defaultRounds, int argc, char** argv) {
+    try {
+        const int rounds = argc > 1 ? std::atoi(argv[1]) : defaultRounds;
+        measure(rounds > 0 ? rounds : defaultRounds);
+        return 0;
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "%s: %s\n", name, failure.what());
+        return 1;
+    }
 }
 
 Report::Report(const std::string& title) {

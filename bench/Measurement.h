@@ -54,6 +54,10 @@ private:
     pid_t process;
 };
 
+/// What the main of a benchmark does: measures with as many rounds as the first argument says, or with
+/// `defaultRounds`. The exit code; `name` stands before what went wrong.
+int RunBenchmark(const char* name, void (*measure)(int rounds), int defaultRounds, int argc, char** argv);
+
 /// A table of figures, each beside the one that it has to reach.
 class Report {
 public:

@@ -3,10 +3,7 @@
 //
 //   bench_tool [rounds]      201 unless told otherwise
 
-#include <cstdio>
-#include <cstdlib>
-#include <exception>
-
+#include "bench/Measurement.h"
 #include "bench/SandboxService.h"
 #include "bench/ToolRuns.h"
 
@@ -49,12 +46,6 @@ void RunAll(int rounds) {
 }  // namespace Ombry::Bench
 
 int main(int argc, char** argv) {
-    try {
-        const int rounds = argc > 1 ? std::atoi(argv[1]) : Ombry::Bench::DefaultRounds;
-        Ombry::Bench::RunAll(rounds > 0 ? rounds : Ombry::Bench::DefaultRounds);
-        return 0;
-    } catch (const std::exception& failure) {
-        std::fprintf(stderr, "bench_tool: %s\n", failure.what());
-        return 1;
-    }
+    using namespace Ombry::Bench;
+    return RunBenchmark("bench_tool", RunAll, DefaultRounds, argc, argv);
 }
