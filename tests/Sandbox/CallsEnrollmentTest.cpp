@@ -1,19 +1,19 @@
 // Clients and services come and go.
 
-#include "tests/Sandbox/ServiceFixture.h"
+#include "tests/Sandbox/CallsFixture.h"
 
 namespace Ombry::Tests::SandboxService {
 namespace {
 
-TEST_F(SandboxServiceTest, ClientIsEnrolledOnce) {
+TEST_F(SandboxCallsTest, ClientIsEnrolledOnce) {
     Start();
-    Enrol("c");
+    Enroll("c");
     ExpectAnswer(Post(Clients, Bearer(UserToken("v1-auth")), ClientBody("c")), 409,
                  ErrorDocument("conflict", "There is a client of this id."));
     EXPECT_TRUE(state.IsClientSecret("c", "s3cr3t"));
 }
 
-TEST_F(SandboxServiceTest, ClientBodyThatDoesNotFitIsRefused) {
+TEST_F(SandboxCallsTest, ClientBodyThatDoesNotFitIsRefused) {
     Start();
     const std::string token = UserToken("v1-auth");
     const auto change = [](const std::string& from, const std::string& to) {
@@ -56,7 +56,7 @@ TEST_F(SandboxServiceTest, ClientBodyThatDoesNotFitIsRefused) {
               201);
 }
 
-TEST_F(SandboxServiceTest, ClientHasOnlyTheRightsThatItWasGiven) {
+TEST_F(SandboxCallsTest, ClientHasOnlyTheRightsThatItWasGiven) {
     const std::vector<std::pair<Question, std::string>> calls = {
         {{.method = "POST", .path = Clients, .body = "{}", .type = JsonType}, "enroll-clients"},
         {{.method = "DELETE", .path = "/v1/auth/clients/x"}, "unenroll-clients"},
@@ -65,7 +65,7 @@ TEST_F(SandboxServiceTest, ClientHasOnlyTheRightsThatItWasGiven) {
     };
     for (const auto& [granted, right] : calls) {
         Start({"--client-rights", right});
-        if (!state.HasClient("c")) Enrol("c");
+        if (!state.HasClient("c")) Enroll("c");
         for (auto [question, needed] : calls) {
             const bool isAuth = question.path.starts_with("/v1/auth");
             question.headers = Bearer(ClientToken("c", isAuth ? "v1-auth" : "v1-service"));
@@ -76,15 +76,14 @@ TEST_F(SandboxServiceTest, ClientHasOnlyTheRightsThatItWasGiven) {
                 ExpectAnswer(answer, 403, MissesRight(needed));
             }
         }
-        Stop();
     }
 }
 
-TEST_F(SandboxServiceTest, ClientMayAlwaysRemoveItselfByEitherCall) {
+TEST_F(SandboxCallsTest, ClientMayAlwaysRemoveItselfByEitherCall) {
     Start({"--client-rights", ""});
     for (const std::string path : {"/v1/auth/clients", "/v1/auth/clients/c"}) {
-        Enrol("c");
-        Enrol("other");
+        Enroll("c");
+        Enroll("other");
         const std::string token = ClientToken("c", "v1-auth");
         ExpectAnswer(Delete("/v1/auth/clients/other", token), 403, MissesRight("unenroll-clients"));
         ExpectAnswer(Delete(path, token), 204, "");
@@ -96,20 +95,20 @@ TEST_F(SandboxServiceTest, ClientMayAlwaysRemoveItselfByEitherCall) {
                  ErrorDocument("insufficient_scope", "Only a client can remove itself."));
 }
 
-TEST_F(SandboxServiceTest, TokensOfADeletedClientStopWorkingEvenIfItsIdComesBack) {
+TEST_F(SandboxCallsTest, TokensOfADeletedClientStopWorkingEvenIfItsIdComesBack) {
     Start({"--datacenters-need-token"});
-    Enrol("c");
+    Enroll("c");
     const std::string token = ClientToken("c", "v1-ddbmanagement");
     EXPECT_EQ(Get(Datacenters, Bearer(token)).status, 200);
     EXPECT_EQ(Delete("/v1/auth/clients/c", UserToken("v1-auth")).status, 204);
     EXPECT_EQ(Get(Datacenters, Bearer(token)).status, 401);
     EXPECT_EQ(Post(ClientTokens, Basic("c:s3cr3t"), FormOf("v1-auth"), FormType).status, 401);
-    Enrol("c");
+    Enroll("c");
     EXPECT_EQ(Get(Datacenters, Bearer(token)).status, 401);
     EXPECT_EQ(Get(Datacenters, Bearer(ClientToken("c", "v1-ddbmanagement"))).status, 200);
 }
 
-TEST_F(SandboxServiceTest, DeletingWhatIsNotThereIsTold) {
+TEST_F(SandboxCallsTest, DeletingWhatIsNotThereIsTold) {
     Start();
     ExpectAnswer(Delete("/v1/auth/clients/x", UserToken("v1-auth")), 404,
                  ErrorDocument("not_found", "There is no client of this id."));
@@ -120,9 +119,9 @@ TEST_F(SandboxServiceTest, DeletingWhatIsNotThereIsTold) {
     EXPECT_EQ(Delete("/v1/auth/clients/x", token).status, 404);  // the user's token still works
 }
 
-TEST_F(SandboxServiceTest, ServiceIsEnrolledOnceAndDeletedOnce) {
+TEST_F(SandboxCallsTest, ServiceIsEnrolledOnceAndDeletedOnce) {
     Start();
-    Enrol("c");
+    Enroll("c");
     const std::string token = ClientToken("c", "v1-service");
     ExpectAnswer(Post(Services, Bearer(token), ServiceBody()), 201, R"({"id":"i"})");
     ExpectAnswer(Post(Services, Bearer(token), ServiceBody(R"("n")", R"("other")")), 409,
@@ -132,9 +131,9 @@ TEST_F(SandboxServiceTest, ServiceIsEnrolledOnceAndDeletedOnce) {
     EXPECT_EQ(Delete(Services + "/i", token).status, 404);
 }
 
-TEST_F(SandboxServiceTest, ServiceBodyThatDoesNotFitIsRefused) {
+TEST_F(SandboxCallsTest, ServiceBodyThatDoesNotFitIsRefused) {
     Start();
-    Enrol("c");
+    Enroll("c");
     const std::string token = ClientToken("c", "v1-service");
     const std::string needed =
         "serviceId, serviceName, endpointUrl, serviceHostname, serviceNamespace, a known datacenterID and "
