@@ -42,8 +42,8 @@ void PrintReadyLine(const Service& service, int port, const Identity& identity) 
 
 int Run(int argc, char** argv) {
     const Options options = ParseOptions(argc, argv);
-    if (options.help) {
-        std::fputs(UsageText, stdout);
+    if (!options.help.empty()) {
+        std::fputs(options.help.c_str(), stdout);
         return 0;
     }
     Platform::HardenProcess();

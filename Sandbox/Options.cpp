@@ -1,10 +1,11 @@
 #include "Sandbox/Options.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
-#include <functional>
-#include <map>
+#include <iterator>
 #include <stdexcept>
+#include <type_traits>
 
 namespace Ombry::Sandbox {
 namespace {
@@ -74,95 +75,96 @@ void CompleteDatacenters(Options& options) {
 
 }  // namespace
 
-const char* const UsageText =
-    "ombry-sandbox [options]\n"
-    "\n"
-    "A small Security Framework service to try the tool against. It prints one line of JSON when it is "
-    "ready, logs\n"
-    "one line a request on the standard error stream, and stops on SIGTERM or SIGINT. Of an option that is "
-    "given\n"
-    "twice and may not be repeated, the last one counts.\n"
-    "\n"
-    "    --address ADDRESS        listening address (127.0.0.1)\n"
-    "    --port PORT              listening port; 0 lets the system pick (0)\n"
-    "    --threads NUMBER         kept connections that are served at once; others wait (8)\n"
-    "    --state FOLDER           key, certificate and database (sandbox-state); two instances may share "
-    "one\n"
-    "    --base-path PATH         base path of all calls (/securityframeworkservice)\n"
-    "    --user NAME              the one user (admin)\n"
-    "    --password PASSWORD      and its password (secret)\n"
-    "    --install-token TOKEN    a fixed token that may enrol clients and services (none)\n"
-    "    --datacenter ID=NAME     a datacenter; may be repeated (one, named Sandbox)\n"
-    "    --own-datacenter ID      the one that this instance stands in (the first)\n"
-    "    --client-rights LIST     what enrolled clients may do besides finding services and removing "
-    "themselves:\n"
-    "                             enroll-clients, unenroll-clients, enroll-services, unenroll-services\n"
-    "                             (enroll-services,unenroll-services)\n"
-    "    --cache-control VALUE    sent with discovery answers; empty leaves it out\n"
-    "    --token-seconds SECONDS  life of a token (3600)\n"
-    "    --datacenters-need-token the datacenter list wants a valid token\n"
-    "    --plain-http             no TLS\n"
-    "    --fault FAULT            PATH:COUNT:KIND for the next COUNT requests below PATH; KIND is "
-    "status=CODE,\n"
-    "                             delay=MILLISECONDS, reset, cut or silence; may be repeated, and added "
-    "while it runs\n"
-    "                             by a POST of the same text to BASE/sandbox/faults with the user's name and "
-    "password\n"
-    "    --help                   this text\n";
-
 Options ParseOptions(int argc, char** argv) {
     Options options;
-    const std::map<std::string, std::function<void()>> switches{
-        {"--plain-http", [&] { options.plainHttp = true; }},
-        {"--datacenters-need-token", [&] { options.tokenForDatacenters = true; }},
-        {"--help", [&] { options.help = true; }},
-    };
-    using Take = std::function<void(const std::string&)>;
-    const auto text = [](std::string& target) -> Take {
-        return [&target](const std::string& value) { target = value; };
-    };
-    const auto filledText = [](const std::string& name, std::string& target) -> Take {
-        return [&target, name](const std::string& value) {
-            if (value.empty()) throw std::invalid_argument(name + " wants a value");
-            target = value;
+    CLI::App app(
+        "A small Security Framework service to try the tool against. It prints one line of JSON when it is "
+        "ready,\n"
+        "logs one line a request on the standard error stream, and stops on SIGTERM or SIGINT. Of an option "
+        "that is\n"
+        "given twice and may not be repeated, the last one counts.",
+        "ombry-sandbox");
+    app.get_formatter()->column_width(38);
+    app.set_help_flag("--help", "this text");
+    app.allow_extras();  // refused below, each by its name
+    app.option_defaults()->take_last()->always_capture_default();
+
+    const auto number = [&](const std::string& name, auto& target, long least, long most,
+                            const char* description) {
+        const auto take = [&target, name, least, most](const std::string& value) {
+            target =
+                static_cast<std::remove_reference_t<decltype(target)>>(ParseNumber(name, value, least, most));
         };
+        return app.add_option_function<std::string>(name, take, description)
+            ->default_str(std::to_string(target));
     };
-    const std::map<std::string, Take> valued{
-        {"--address", filledText("--address", options.address)},
-        {"--port",
-         [&](const std::string& v) { options.port = static_cast<int>(ParseNumber("--port", v, 0, 65535)); }},
-        {"--threads", [&](const std::string& v) { options.threads = ParseNumber("--threads", v, 1, 1000); }},
-        {"--state", filledText("--state", options.stateFolder)},
-        {"--base-path", [&](const std::string& v) { options.basePath = ParseBasePath(v); }},
-        {"--user",
-         [&](const std::string& v) {
-             if (v.find(':') != std::string::npos)
-                 throw std::invalid_argument("--user must not hold a colon");
-             options.user = v;
-         }},
-        {"--password", text(options.password)},
-        {"--install-token", text(options.installToken)},
-        {"--datacenter", [&](const std::string& v) { options.datacenters.push_back(ParseDatacenter(v)); }},
-        {"--own-datacenter", text(options.ownDatacenter)},
-        {"--client-rights", [&](const std::string& v) { options.clientRights = ParseRights(v); }},
-        {"--cache-control", text(options.cacheControl)},
-        {"--token-seconds",
-         [&](const std::string& v) {
-             options.tokenSeconds = ParseNumber("--token-seconds", v, 0, 315360000);
-         }},
-        {"--fault", [&](const std::string& v) { options.faults.push_back(v); }},
+    const auto filled = [&](const std::string& name, std::string& target, const char* description) {
+        return app.add_option(name, target, description)->check([name](const std::string& value) {
+            if (value.empty()) throw std::invalid_argument(name + " wants a value");
+            return std::string();
+        });
     };
-    for (int i = 1; i < argc; ++i) {
-        const std::string name = argv[i];
-        if (const auto found = switches.find(name); found != switches.end()) {
-            found->second();
-        } else if (const auto taker = valued.find(name); taker != valued.end()) {
-            if (i + 1 == argc) throw std::invalid_argument(name + " wants a value");
-            taker->second(argv[++i]);
-        } else {
-            throw std::invalid_argument("Unknown option '" + name + "'");
-        }
+    filled("--address", options.address, "listening address")->type_name("ADDRESS");
+    number("--port", options.port, 0, 65535, "listening port; 0 lets the system pick")->type_name("PORT");
+    number("--threads", options.threads, 1, 1000, "kept connections that are served at once; others wait")
+        ->type_name("NUMBER");
+    filled("--state", options.stateFolder, "key, certificate and database; two instances may share one")
+        ->type_name("FOLDER");
+    app.add_option("--base-path", options.basePath, "base path of all calls")->type_name("PATH");
+    app.add_option("--user", options.user, "the one user")->type_name("NAME");
+    app.add_option("--password", options.password, "and its password")->type_name("PASSWORD");
+    app.add_option("--install-token", options.installToken,
+                   "a fixed token that may enrol clients and services; none unless given")
+        ->type_name("TOKEN");
+    app.add_option_function<std::vector<std::string>>(
+           "--datacenter",
+           [&](const std::vector<std::string>& texts) {
+               std::transform(texts.begin(), texts.end(), std::back_inserter(options.datacenters),
+                              ParseDatacenter);
+           },
+           "a datacenter; may be repeated. One, named Sandbox, unless given")
+        ->type_name("ID=NAME")
+        ->take_all()
+        ->allow_extra_args(false);
+    app.add_option("--own-datacenter", options.ownDatacenter,
+                   "the one that this instance stands in; the first unless given")
+        ->type_name("ID");
+    app.add_option_function<std::string>(
+           "--client-rights", [&](const std::string& list) { options.clientRights = ParseRights(list); },
+           "what enrolled clients may do besides finding services and removing\n"
+           "themselves: enroll-clients, unenroll-clients, enroll-services,\n"
+           "unenroll-services")
+        ->type_name("LIST")
+        ->default_str(CLI::detail::join(options.clientRights));
+    app.add_option("--cache-control", options.cacheControl,
+                   "sent with discovery answers; an empty one leaves it out")
+        ->type_name("VALUE");
+    number("--token-seconds", options.tokenSeconds, 0, 315360000, "life of a token")->type_name("SECONDS");
+    app.add_flag("--datacenters-need-token", options.tokenForDatacenters,
+                 "the datacenter list wants a valid token");
+    app.add_flag("--plain-http", options.plainHttp, "no TLS");
+    app.add_option("--fault", options.faults,
+                   "PATH:COUNT:KIND for the next COUNT requests below PATH; KIND is\n"
+                   "status=CODE, delay=MILLISECONDS, reset, cut or silence; may be\n"
+                   "repeated, and added while it runs by a POST of the same text to\n"
+                   "BASE/sandbox/faults with the user's name and password")
+        ->type_name("FAULT")
+        ->default_str("")
+        ->take_all()
+        ->allow_extra_args(false);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        options.help = app.help();
+        return options;
+    } catch (const CLI::ParseError& failure) {
+        throw std::invalid_argument(failure.what());
     }
+    if (app.remaining_size() > 0)
+        throw std::invalid_argument("Unknown option '" + app.remaining().front() + "'");
+    if (options.user.find(':') != std::string::npos)
+        throw std::invalid_argument("--user must not hold a colon");
+    options.basePath = ParseBasePath(options.basePath);
     CompleteDatacenters(options);
     return options;
 }

@@ -28,10 +28,8 @@ struct Options {
     long threads = 8;  ///< kept connections that are served at once; others wait for one of them to end
     bool plainHttp = false;
     bool tokenForDatacenters = false;
-    bool help = false;
+    std::string help;  ///< what is asked for instead of the service; empty unless it is
 };
-
-extern const char* const UsageText;
 
 /// `std::invalid_argument` with a message for the user.
 Options ParseOptions(int argc, char** argv);

@@ -7,7 +7,8 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 started=$SECONDS
 
 # What it takes on a fresh Debian 12: to build the tool and the sandbox service ...
-build_packages=(g++ cmake ninja-build rapidjson-dev libssl-dev libcpp-httplib-dev libsqlite3-dev openssl jq)
+build_packages=(g++ cmake ninja-build rapidjson-dev libssl-dev libcpp-httplib-dev libcli11-dev libsqlite3-dev openssl
+    jq)
 # ... and to run every test: test libraries, real peers, fuzzers, lint, packaging, disks to cut the power of.
 test_packages=(git libgtest-dev libgmock-dev nginx-light curl strace clang-14 clang-format-14 libclang-rt-14-dev
     util-linux procps dpkg-dev lintian file bash-completion groff-base e2fsprogs xfsprogs btrfs-progs mount)

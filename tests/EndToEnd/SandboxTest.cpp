@@ -70,7 +70,7 @@ long NumberBehind(const std::string& text, const std::string& key) {
 TEST(SandboxOptionsTest, FaultsAreNamed) {
     const std::vector<std::pair<Words, std::string>> faults = {
         {{"--nope"}, "Unknown option '--nope'"},
-        {{"--port"}, "--port wants a value"},
+        {{"--port"}, "--port: 1 required PORT missing"},
         {{"--port", "65536"}, "--port wants a number from 0 to 65535, not '65536'"},
         {{"--port", "-1"}, "--port wants a number from 0 to 65535, not '-1'"},
         {{"--port", "8x"}, "--port wants a number from 0 to 65535, not '8x'"},

@@ -55,7 +55,7 @@ TEST(SandboxParseOptionsTest, NothingGivenIsAServiceForANewcomer) {
     EXPECT_EQ(options.tokenSeconds, 3600);
     EXPECT_FALSE(options.plainHttp);
     EXPECT_FALSE(options.tokenForDatacenters);
-    EXPECT_FALSE(options.help);
+    EXPECT_EQ(options.help, "");
 }
 
 TEST(SandboxParseOptionsTest, EveryOptionIsTaken) {
@@ -107,15 +107,15 @@ TEST(SandboxParseOptionsTest, EveryOptionIsTaken) {
     EXPECT_EQ(options.tokenSeconds, 315360000);
     EXPECT_TRUE(options.plainHttp);
     EXPECT_TRUE(options.tokenForDatacenters);
-    EXPECT_TRUE(options.help);
+    EXPECT_NE(options.help, "");
 }
 
 TEST(SandboxParseOptionsTest, EachSwitchStandsAlone) {
     EXPECT_TRUE(Parse({"--plain-http"}).plainHttp);
     EXPECT_FALSE(Parse({"--plain-http"}).tokenForDatacenters);
     EXPECT_TRUE(Parse({"--datacenters-need-token"}).tokenForDatacenters);
-    EXPECT_FALSE(Parse({"--datacenters-need-token"}).help);
-    EXPECT_TRUE(Parse({"--help"}).help);
+    EXPECT_EQ(Parse({"--datacenters-need-token"}).help, "");
+    EXPECT_NE(Parse({"--help"}).help, "");
 }
 
 TEST(SandboxParseOptionsTest, LastOfAnOptionGivenTwiceCounts) {
@@ -126,6 +126,28 @@ TEST(SandboxParseOptionsTest, LastOfAnOptionGivenTwiceCounts) {
 
 TEST(SandboxParseOptionsTest, ValueMayLookLikeAnOption) {
     EXPECT_EQ(Parse({"--password", "--help"}).password, "--help");
+}
+
+TEST(SandboxParseOptionsTest, ValueMayStandBehindAnEqualsSign) {
+    EXPECT_EQ(Parse({"--port=1"}).port, 1);
+    EXPECT_EQ(Parse({"--password=a=b"}).password, "a=b");
+}
+
+TEST(SandboxParseOptionsTest, ValueInBracketsIsOneValue) {
+    EXPECT_THAT(Parse({"--fault", "[a,b]", "--fault", "{}"}).faults, ElementsAre("[a,b]", "{}"));
+}
+
+TEST(SandboxParseOptionsTest, HelpTellsEveryOptionWithItsDefault) {
+    const std::string help = Parse({"--help"}).help;
+    for (const char* text : {"--address ADDRESS=127.0.0.1 ", "--port PORT=0 ", "--threads NUMBER=8 ",
+                             "--state FOLDER=sandbox-state ", "--base-path PATH=/securityframeworkservice\n",
+                             "--user NAME=admin ", "--password PASSWORD=secret ", "--install-token TOKEN ",
+                             "--datacenter ID=NAME ... ", "--own-datacenter ID ",
+                             "--client-rights LIST=enroll-services,unenroll-services\n",
+                             "--cache-control VALUE=max-age=300, stale-while-revalidate=604500\n",
+                             "--token-seconds SECONDS=3600 ", "--datacenters-need-token ", "--plain-http ",
+                             "--fault FAULT ... ", "--help "})
+        EXPECT_THAT(help, testing::HasSubstr(text));
 }
 
 TEST(SandboxParseOptionsTest, BasePathBeginsWithASlashAndEndsWithNone) {
@@ -167,8 +189,8 @@ TEST(SandboxParseOptionsTest, FaultsAreNamed) {
         {{"--token-seconds", "1.5"}, seconds + "'1.5'"},
         {{"--address", ""}, "--address wants a value"},
         {{"--state", ""}, "--state wants a value"},
-        {{"--state"}, "--state wants a value"},
-        {{"--plain-http", "--fault"}, "--fault wants a value"},
+        {{"--state"}, "--state: 1 required FOLDER missing"},
+        {{"--plain-http", "--fault"}, "--fault: 1 required FAULT missing"},
         {{"--user", "a:b"}, "--user must not hold a colon"},
         {{"--datacenter", "a"}, "--datacenter wants ID=NAME, not 'a'"},
         {{"--datacenter", "=a"}, "--datacenter wants ID=NAME, not '=a'"},
@@ -182,7 +204,7 @@ TEST(SandboxParseOptionsTest, FaultsAreNamed) {
         {{"x"}, "Unknown option 'x'"},
         {{""}, "Unknown option ''"},
         {{"--Port", "1"}, "Unknown option '--Port'"},
-        {{"--port=1"}, "Unknown option '--port=1'"},
+        {{"--port=x"}, port + "'x'"},
     };
     for (const auto& [words, text] : faults)
         EXPECT_EQ(FailureOf(words), text);
