@@ -10,9 +10,10 @@
 
 #include <cerrno>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
-#include "Platform/ICertificates.h"
+#include "Platform/Base64Text.h"
 #include "Platform/IFiles.h"
 #include "Platform/IRandom.h"
 
@@ -143,13 +144,9 @@ std::string Identity::CertificateBase64() const {
     Require(size > 0, "DER");
     const std::unique_ptr<unsigned char, void (*)(unsigned char*)> owner(
         der, [](unsigned char* p) { OPENSSL_free(p); });
-    const std::span<const std::uint8_t> bytes(der, static_cast<std::size_t>(size));
-    const auto length = Platform::Certificates().BinaryToBase64(bytes, nullptr, 0);
-    Require(static_cast<bool>(length), "Base64");
-    std::string text(*length, '\0');
-    Require(static_cast<bool>(Platform::Certificates().BinaryToBase64(bytes, text.data(), *length)),
-            "Base64");
-    return text;
+    auto text = Platform::Base64Text({der, static_cast<std::size_t>(size)});
+    Require(static_cast<bool>(text), "Base64");
+    return std::move(*text);
 }
 
 }  // namespace Ombry::Sandbox

@@ -1,5 +1,6 @@
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
 #include "OmbryZephCore/ZephIOTaskManager_Sync.h"
@@ -8,6 +9,7 @@
 #include "OmbryZephCore/ZephSSLManagerProvider.h"
 #include "OmbryZephCore/ZephSocketConnector.h"
 #include "OmbryZephCore/ZephSocketIO.h"
+#include "Platform/Base64Text.h"
 #include "Platform/ICertificates.h"
 
 namespace Ombry::ClientCommunications {
@@ -37,12 +39,8 @@ bool TakeCertificate(const Platform::CertificateContext& shown, ZephIOBuffer& ce
                      std::string& text) {
     if (certificate.SetLength(shown.encodedLength) != eRC_Success) return true;
     std::memcpy(certificate.GetData(), shown.encoded, shown.encodedLength);
-    const std::span<const std::uint8_t> bytes(shown.encoded, shown.encodedLength);
-    const auto size = Platform::Certificates().BinaryToBase64(bytes, nullptr, 0);
-    if (!size) return true;
-    std::string converted(*size, '\0');
-    if (!Platform::Certificates().BinaryToBase64(bytes, converted.data(), *size)) return true;
-    text = std::move(converted);
+    auto converted = Platform::Base64Text({shown.encoded, shown.encodedLength});
+    if (converted) text = std::move(*converted);
     return true;
 }
 

@@ -1,8 +1,10 @@
 #include <algorithm>
 #include <array>
 #include <stdexcept>
+#include <utility>
 
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
+#include "Platform/Base64Text.h"
 #include "Platform/ICertificates.h"
 
 namespace Ombry::ClientCommunications {
@@ -89,13 +91,9 @@ std::string getBootstrapSsdsCertificate(const CommunicationsParameters& paramete
     if (!found) {
         throw std::runtime_error(std::string(ReadFunction) + "Failed to find bootstrap SSDS certificate.");
     }
-    const std::span<const std::uint8_t> bytes(found->encoded, found->encodedLength);
-    const auto size = Platform::Certificates().BinaryToBase64(bytes, nullptr, 0);
-    Require(size, ReadFunction, "CryptBinaryToStringA");
-    std::string text(*size, '\0');
-    Require(Platform::Certificates().BinaryToBase64(bytes, text.data(), *size), ReadFunction,
-            "CryptBinaryToStringA");
-    return text;
+    auto text = Platform::Base64Text({found->encoded, found->encodedLength});
+    Require(text, ReadFunction, "CryptBinaryToStringA");
+    return std::move(*text);
 }
 
 }  // namespace Ombry::ClientCommunications
