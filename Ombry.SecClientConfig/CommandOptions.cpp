@@ -72,6 +72,11 @@ void CheckIdentity(const Identity& identity, bool& error) {
     CheckIdentity(identity.userName, identity.password, identity.clientName, identity.token, error);
 }
 
+std::shared_ptr<ClientCommunications::IClientCommunications> MakeCommunications(const Identity& identity) {
+    return ClientCommunications::MakeCommunications(identity.userName, identity.password, identity.clientName,
+                                                    identity.token);
+}
+
 void ReportError(const std::string& text, bool& error) {
     error = true;
     std::cerr << "ERROR: " + text + "\n";

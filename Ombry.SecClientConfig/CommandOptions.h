@@ -1,8 +1,11 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "ClientCommunications/IClientCommunications.h"
 
 namespace Ombry::SecClientConfig {
 
@@ -44,6 +47,9 @@ void CheckIdentity(const std::string& userName, const std::string& password, con
                    const std::string& token, bool& error);
 
 void CheckIdentity(const Identity& identity, bool& error);
+
+/// What acts as this identity, on the configured machine; throws as the function of that name does.
+std::shared_ptr<ClientCommunications::IClientCommunications> MakeCommunications(const Identity& identity);
 
 /// Writes "ERROR: ", `text` and a new line to the standard error stream and sets `error`.
 void ReportError(const std::string& text, bool& error);

@@ -1,6 +1,5 @@
 #include "Ombry.SecClientConfig/EnrollClient.h"
 
-#include "ClientCommunications/IClientCommunications.h"
 #include "ObjectMapping/ListArray.h"
 #include "ObjectMapping/MapArray.h"
 #include "ObjectMapping/Serialization.h"
@@ -64,8 +63,7 @@ int EnrollClient::Execute(int argc, char** argv) {
 }
 
 int EnrollClient::Work(const Options& given) {
-    EnrollmentManager manager(ClientCommunications::MakeCommunications(
-        given.identity.userName, given.identity.password, given.identity.clientName, given.identity.token));
+    EnrollmentManager manager(MakeCommunications(given.identity));
     ClientEnrollmentRequest request;
     request.name = given.newClientName;
     if (!given.description.empty()) request.description = given.description;

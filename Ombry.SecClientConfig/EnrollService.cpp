@@ -1,6 +1,5 @@
 #include "Ombry.SecClientConfig/EnrollService.h"
 
-#include "ClientCommunications/IClientCommunications.h"
 #include "Ombry.SecClientConfig/CommandOptions.h"
 #include "Ombry.SecClientConfig/EnrollmentManager.h"
 
@@ -60,8 +59,7 @@ int EnrollService::Work(const Options& given) {
     request.endpointUrl = given.url;
     request.serviceHostname = given.hostName;
     request.serviceNamespace = given.namespaceName;
-    EnrollmentManager manager(ClientCommunications::MakeCommunications(
-        given.identity.userName, given.identity.password, given.identity.clientName, given.identity.token));
+    EnrollmentManager manager(MakeCommunications(given.identity));
     manager.EnrollService(std::move(request));
     return 0;
 }

@@ -1,6 +1,5 @@
 #include "Ombry.SecClientConfig/UnenrollClient.h"
 
-#include "ClientCommunications/IClientCommunications.h"
 #include "Ombry.SecClientConfig/CommandOptions.h"
 #include "Ombry.SecClientConfig/EnrollmentManager.h"
 
@@ -36,8 +35,7 @@ int UnenrollClient::Execute(int argc, char** argv) {
 }
 
 int UnenrollClient::Work(const Options& given) {
-    EnrollmentManager manager(ClientCommunications::MakeCommunications(
-        given.identity.userName, given.identity.password, given.identity.clientName, given.identity.token));
+    EnrollmentManager manager(MakeCommunications(given.identity));
     manager.UnenrollClient(given.unenrollClientName);
     return 0;
 }

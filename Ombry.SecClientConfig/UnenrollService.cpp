@@ -1,6 +1,5 @@
 #include "Ombry.SecClientConfig/UnenrollService.h"
 
-#include "ClientCommunications/IClientCommunications.h"
 #include "Ombry.SecClientConfig/CommandOptions.h"
 #include "Ombry.SecClientConfig/EnrollmentManager.h"
 
@@ -40,8 +39,7 @@ int UnenrollService::Execute(int argc, char** argv) {
 }
 
 int UnenrollService::Work(const Options& given) {
-    EnrollmentManager manager(ClientCommunications::MakeCommunications(
-        given.identity.userName, given.identity.password, given.identity.clientName, given.identity.token));
+    EnrollmentManager manager(MakeCommunications(given.identity));
     manager.UnenrollService(given.ownerClientName, given.serviceName);
     return 0;
 }
