@@ -7,7 +7,7 @@
 
 #include "ObjectMapping/ListArray.h"
 #include "ObjectMapping/MapperIf.h"
-#include "Platform/IProtection.h"
+#include "Platform/SecureWipe.h"
 
 namespace Ombry::ClientCommunications::SfsGateway {
 

@@ -1,5 +1,7 @@
 #include "ClientCommunications/Impl/ClientAuthenticator.h"
 
+#include <string_view>
+
 #include "ClientCommunications/Impl/Base64.h"
 #include "ClientCommunications/Impl/SecretBuffer.h"
 

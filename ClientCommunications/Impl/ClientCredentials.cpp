@@ -1,6 +1,6 @@
 #include "ClientCommunications/Impl/ClientCredentials.h"
 
-#include "Platform/IProtection.h"
+#include "Platform/SecureWipe.h"
 
 namespace Ombry::ClientCommunications {
 namespace {

@@ -5,7 +5,7 @@
 #include "ClientCommunications/IStorage.h"
 #include "ClientCommunications/Impl/KeyLockTable.h"
 #include "Platform/IFiles.h"
-#include "Platform/IProtection.h"
+#include "Platform/SecureWipe.h"
 
 namespace Ombry::ClientCommunications {
 

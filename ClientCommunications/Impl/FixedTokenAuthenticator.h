@@ -2,7 +2,7 @@
 
 #include "ClientCommunications/IAuthenticator.h"
 #include "ClientCommunications/Impl/BearerHeader.h"
-#include "Platform/IProtection.h"
+#include "Platform/SecureWipe.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -1,6 +1,6 @@
 #include "ClientCommunications/OAuth2Token.h"
 
-#include "Platform/IProtection.h"
+#include "Platform/SecureWipe.h"
 
 namespace Ombry::ClientCommunications {
 

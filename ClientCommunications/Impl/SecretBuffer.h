@@ -7,7 +7,7 @@
 #include <span>
 #include <string>
 
-#include "Platform/IProtection.h"
+#include "Platform/SecureWipe.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "ClientCommunications/ISyncReader.h"
-#include "Platform/IProtection.h"
+#include "Platform/SecureWipe.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -5,7 +5,8 @@
 
 #include "ClientCommunications/Impl/Base64.h"
 #include "ClientCommunications/Impl/SecretBuffer.h"
-#include "Platform/IProtection.h"
+#include "Platform/IMemoryProtection.h"
+#include "Platform/SecureWipe.h"
 
 namespace Ombry::ClientCommunications {
 namespace {

@@ -4,7 +4,8 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "Platform/IProtection.h"
+#include "Platform/IMachineProtection.h"
+#include "Platform/SecureWipe.h"
 
 namespace Ombry::ClientCommunications {
 namespace {

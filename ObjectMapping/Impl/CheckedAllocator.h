@@ -5,7 +5,7 @@
 #include <cstring>
 #include <new>
 
-#include "Platform/IProtection.h"
+#include "Platform/SecureWipe.h"
 
 namespace Ombry::ObjectMapping::Impl {
 

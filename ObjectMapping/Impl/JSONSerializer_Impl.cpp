@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "ObjectMapping/Impl/ConvertUTF8.h"
-#include "Platform/IProtection.h"
+#include "Platform/SecureWipe.h"
 
 namespace rapidjson {
 

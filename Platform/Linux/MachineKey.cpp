@@ -4,11 +4,11 @@
 
 #include "Platform/IFiles.h"
 #include "Platform/IKnownFolders.h"
-#include "Platform/IProtection.h"
 #include "Platform/IRandom.h"
 #include "Platform/Linux/Descriptor.h"
 #include "Platform/Linux/ProgramData.h"
 #include "Platform/Linux/TemporaryFile.h"
+#include "Platform/SecureWipe.h"
 
 namespace Ombry::Platform::Linux {
 namespace {

@@ -6,11 +6,12 @@
 #include <limits>
 
 #include "Platform/IMachineId.h"
-#include "Platform/IProtection.h"
+#include "Platform/IMachineProtection.h"
 #include "Platform/IRandom.h"
 #include "Platform/Linux/MachineKey.h"
 #include "Platform/Linux/OpenSSL.h"
 #include "Platform/MadeOnce.h"
+#include "Platform/SecureWipe.h"
 
 namespace Ombry::Platform {
 namespace {

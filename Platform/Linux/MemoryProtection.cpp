@@ -1,14 +1,14 @@
-#include <string.h>
 #include <sys/mman.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 
-#include "Platform/IProtection.h"
+#include "Platform/IMemoryProtection.h"
 #include "Platform/IRandom.h"
 #include "Platform/Linux/OpenSSL.h"
 #include "Platform/MadeOnce.h"
+#include "Platform/SecureWipe.h"
 
 namespace Ombry::Platform {
 namespace {
@@ -102,10 +102,6 @@ private:
 template <>
 IMemoryProtection& Production<IMemoryProtection>() {
     return MadeOnce<LinuxMemoryProtection>();
-}
-
-void SecureWipe(void* memory, std::size_t length) noexcept {
-    if (length != 0) explicit_bzero(memory, length);
 }
 
 }  // namespace Ombry::Platform

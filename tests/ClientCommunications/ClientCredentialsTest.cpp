@@ -4,6 +4,7 @@
 
 #include "ClientCommunications/Impl/Base64.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
+#include "Platform/SecureWipe.h"
 #include "tests/Fakes/FakeProtections.h"
 #include "tests/Fakes/FreedMemory.h"
 

@@ -6,7 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/IProtection.h"
+#include "Platform/IMachineProtection.h"
+#include "Platform/IMemoryProtection.h"
 
 namespace Ombry::Tests {
 

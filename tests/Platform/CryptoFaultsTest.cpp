@@ -10,7 +10,8 @@
 #include <vector>
 
 #include "Platform/IHash.h"
-#include "Platform/IProtection.h"
+#include "Platform/IMachineProtection.h"
+#include "Platform/IMemoryProtection.h"
 #include "Platform/Linux/X509.h"
 #include "tests/Fakes/CryptoFaults.h"
 #include "tests/Fakes/FakeKnownFolders.h"

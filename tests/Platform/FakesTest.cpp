@@ -1,4 +1,4 @@
-#include "Platform/IProtection.h"
+#include "Platform/SecureWipe.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FaultyCertificates.h"
 #include "tests/Fakes/FaultyFiles.h"

@@ -13,7 +13,7 @@
 
 #include "Platform/IFiles.h"
 #include "Platform/IMachineId.h"
-#include "Platform/IProtection.h"
+#include "Platform/IMachineProtection.h"
 #include "Platform/Linux/MachineId.h"
 #include "Platform/Linux/TemporaryFile.h"
 #include "tests/Fakes/FakeKnownFolders.h"

@@ -1,6 +1,5 @@
 #include <openssl/err.h>
 #include <sys/mman.h>
-#include <algorithm>
 
 #include <algorithm>
 #include <cerrno>
@@ -10,7 +9,7 @@
 #include <thread>
 #include <utility>
 
-#include "Platform/IProtection.h"
+#include "Platform/IMemoryProtection.h"
 #include "Platform/IRandom.h"
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Platform/SystemCalls.h"
@@ -233,16 +232,6 @@ TEST_F(MemoryProtectionDeathTest, KeyThatIsNotUsedIsWipedWhereAnotherThreadWasFa
         testing::ExitedWithCode(0), "");
 }
 
-TEST(SecureWipeTest, OverwritesEveryByteAndKeepsTheLength) {
-    std::string text = "secret";
-    Platform::SecureWipe(text);
-    EXPECT_EQ(text, std::string(6, '\0'));
-    char bytes[] = {'a', 'b', 'c', 'd'};
-    Platform::SecureWipe(bytes + 1, 2);
-    EXPECT_EQ(std::string(bytes, 4), std::string("a\0\0d", 4));
-    Platform::SecureWipe(nullptr, 0);
-}
-
 TEST_F(MemoryProtectionTest, EachMebibyteOfLargeMemoryIsEnciphered_InItsOwnWay) {
     constexpr std::size_t unit = 1 << 20;
     std::vector<std::uint8_t> memory(2 * unit, 7);
@@ -255,12 +244,6 @@ TEST_F(MemoryProtectionTest, EachMebibyteOfLargeMemoryIsEnciphered_InItsOwnWay) 
     EXPECT_FALSE(std::ranges::equal(all.first(unit), all.subspan(unit)));
     EXPECT_TRUE(protection.Unprotect(memory, 0));
     EXPECT_EQ(memory, plain);
-}
-
-TEST(SecureWipeTest, SingleByteIsWiped) {
-    char byte = 'x';
-    Platform::SecureWipe(&byte, 1);
-    EXPECT_EQ(byte, 0);
 }
 
 }  // namespace
