@@ -4,8 +4,11 @@
 #include <string>
 
 #include "ClientCommunications/CommunicationsParameters.h"
-#include "ClientCommunications/ILocalServices.h"
+#include "ClientCommunications/IAaSigningCertificateFinder.h"
+#include "ClientCommunications/ILocalServiceFinderFactory.h"
+#include "ClientCommunications/IServiceFinderFactory.h"
 #include "ClientCommunications/IServiceGatewayFactory.h"
+#include "ClientCommunications/IServiceIteratePolicyFactory.h"
 #include "ClientCommunications/IServiceRequestFactory.h"
 
 namespace Ombry::ClientCommunications {

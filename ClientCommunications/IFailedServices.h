@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <string>
 
 #include "ClientCommunications/Interface.h"
@@ -22,19 +21,6 @@ public:
     virtual FailureInfo Get(const std::string& id) = 0;
     virtual void RecordFailure(const std::string& id, bool isLocal) = 0;
     virtual void Remove(const std::string& id) = 0;
-};
-
-/// A row of delays. One thread at a time.
-class IRetryDelayIterator : public Interface {
-public:
-    virtual Duration Next() = 0;
-    virtual void Reset() = 0;
-};
-
-class IRetryDelayIteratorFactory {
-public:
-    virtual ~IRetryDelayIteratorFactory() = default;
-    virtual std::unique_ptr<IRetryDelayIterator> Create() = 0;
 };
 
 }  // namespace Ombry::ClientCommunications

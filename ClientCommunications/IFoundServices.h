@@ -4,7 +4,6 @@
 #include <memory>
 
 #include "ClientCommunications/IService.h"
-#include "Platform/Time.h"
 
 namespace Ombry::ClientCommunications {
 
@@ -20,15 +19,6 @@ public:
     virtual void AddRemote(std::shared_ptr<IService> service) = 0;
     virtual void AddRemote(std::list<std::shared_ptr<IService>> services) = 0;
     virtual void CopyFrom(std::shared_ptr<IFoundServices> other) = 0;
-};
-
-/// Keeps a set of found services and when it is to be refreshed. May be called from several threads at once.
-class IFoundServicesCache {
-public:
-    virtual TimePoint GetNextRefreshTime() = 0;
-    virtual std::shared_ptr<IFoundServices> GetFoundServices() = 0;
-    virtual void Save(std::shared_ptr<IFoundServices> services, TimePoint nextRefreshTime) = 0;
-    virtual ~IFoundServicesCache() = default;
 };
 
 }  // namespace Ombry::ClientCommunications

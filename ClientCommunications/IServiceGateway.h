@@ -4,7 +4,8 @@
 #include <memory>
 
 #include "ClientCommunications/IServiceRequest.h"
-#include "ClientCommunications/IServiceResponse.h"
+#include "ClientCommunications/IStreamServiceResponse.h"
+#include "ClientCommunications/IStringServiceResponse.h"
 #include "ClientCommunications/ISyncWriter.h"
 
 namespace Ombry::ClientCommunications {
@@ -26,13 +27,6 @@ public:
     virtual std::shared_ptr<IStreamServiceResponse> CallForStream(std::shared_ptr<IServiceRequest> request,
                                                                   std::shared_ptr<ISyncWriter> writer,
                                                                   Cancellation::Token token) = 0;
-};
-
-/// Makes a gateway to one instance of a service.
-class IHttpClientServiceGatewayFactory {
-public:
-    virtual std::shared_ptr<IServiceGateway> Create(std::shared_ptr<IService> service) = 0;
-    virtual ~IHttpClientServiceGatewayFactory() = default;
 };
 
 }  // namespace Ombry::ClientCommunications

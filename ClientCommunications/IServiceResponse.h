@@ -22,17 +22,4 @@ public:
         std::function<void(const std::string& name, const std::string& value)> callback) const = 0;
 };
 
-/// A response whose whole body is in memory.
-class IStringServiceResponse : public IServiceResponse {
-public:
-    virtual std::string GetBody() const = 0;
-};
-
-/// A response whose good body went to the caller's writer; `GetBody` holds only that of a status of 300 or
-/// above.
-class IStreamServiceResponse : public IServiceResponse {
-public:
-    virtual std::string GetBody() const = 0;
-};
-
 }  // namespace Ombry::ClientCommunications

@@ -1,10 +1,6 @@
 #pragma once
 
-#include <memory>
-#include <set>
 #include <string>
-
-#include "ClientCommunications/Interface.h"
 
 namespace Ombry::ClientCommunications {
 
@@ -14,28 +10,6 @@ public:
     virtual std::string Load() = 0;
     virtual void Save(const std::string& data) = 0;
     virtual ~IStorage() = default;
-};
-
-/// Blobs addressed by a name.
-class INamedStorage {
-public:
-    virtual std::unique_ptr<IStorage> Get(const std::string& name) = 0;
-    /// Deleting a missing name is no failure.
-    virtual void Delete(const std::string& name) = 0;
-    virtual void Rename(const std::string& from, const std::string& to) = 0;
-    virtual ~INamedStorage() = default;
-};
-
-/// Blobs addressed by an arbitrary key, which maps to an entry name on the disk. A key never written reads as
-/// an empty text. May be called from several threads at once.
-class IKeyValueStorage : public Interface {
-public:
-    virtual std::string GetByKey(const std::string& key) = 0;
-    virtual std::string GetEntry(const std::string& entryName) = 0;
-    virtual void SetByKey(const std::string& key, const std::string& value) = 0;
-    virtual void RemoveByKey(const std::string& key) = 0;
-    virtual void RemoveEntry(const std::string& entryName) = 0;
-    virtual std::set<std::string> getEntriesNames() = 0;
 };
 
 }  // namespace Ombry::ClientCommunications

@@ -8,7 +8,7 @@
 
 #include "ClientCommunications/CommunicationsParameters.h"
 #include "ClientCommunications/IClientCommunications.h"
-#include "ClientCommunications/IClientCredentials.h"
+#include "ClientCommunications/IClientCredentialsStore.h"
 #include "ClientCommunications/IPostSaveHook.h"
 
 namespace Ombry::SecClientConfig {

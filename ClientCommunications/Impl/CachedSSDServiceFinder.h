@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ClientCommunications/IFoundServicesCache.h"
 #include "ClientCommunications/IServiceFinder.h"
 
 namespace Ombry::ClientCommunications {

@@ -3,7 +3,6 @@
 #include "ClientCommunications/IAuthenticator.h"
 #include "ClientCommunications/IClientCommunications.h"
 #include "ClientCommunications/IClientCredentials.h"
-#include "ClientCommunications/IFailedServices.h"
 #include "ClientCommunications/Impl/FoundServices.h"
 #include "ClientCommunications/Impl/SSDCacheMaintainer.h"
 

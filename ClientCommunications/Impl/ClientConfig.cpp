@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "ClientCommunications/Impl/AuthenticatingServiceGateway.h"
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
 #include "ClientCommunications/Impl/ClientAuthenticator.h"
 #include "ClientCommunications/Impl/ClientCredentials.h"
@@ -11,6 +12,7 @@
 #include "ClientCommunications/Impl/FixedTokenAuthenticator.h"
 #include "ClientCommunications/Impl/HttpClientServiceGateway.h"
 #include "ClientCommunications/Impl/LowerCase.h"
+#include "ClientCommunications/Impl/NoncachingOAuth2Authenticator.h"
 #include "ClientCommunications/Impl/RuntimeTexts.h"
 #include "ClientCommunications/Impl/Service.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"

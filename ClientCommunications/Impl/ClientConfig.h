@@ -3,7 +3,7 @@
 #include "ClientCommunications/IClientConfig.h"
 #include "ClientCommunications/IClientCredentials.h"
 #include "ClientCommunications/IServiceGateway.h"
-#include "ClientCommunications/Impl/BootstrapGateways.h"
+#include "ClientCommunications/Impl/BootstrapServiceRequestFactory.h"
 #include "OmbryZephCore/ZephSorrelConnectionParameters.h"
 
 namespace Ombry::ClientCommunications {

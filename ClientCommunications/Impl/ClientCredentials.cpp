@@ -1,5 +1,6 @@
 #include "ClientCommunications/Impl/ClientCredentials.h"
 
+#include "ClientCommunications/Impl/ClientCredentialsFactory.h"
 #include "Platform/SecureWipe.h"
 
 namespace Ombry::ClientCommunications {
@@ -37,12 +38,6 @@ std::string ClientCredentials::GetClientId() {
 
 std::string ClientCredentials::GetClientSecret() {
     return Bare(clientSecret);
-}
-
-std::shared_ptr<IClientCredentials> ClientCredentialsFactory::Create(const std::string& name,
-                                                                     const std::string& clientId,
-                                                                     const std::string& clientSecret) {
-    return std::make_shared<ClientCredentials>(protection, name, clientId, clientSecret);
 }
 
 }  // namespace Ombry::ClientCommunications

@@ -3,8 +3,10 @@
 #include <stdexcept>
 
 #include "ClientCommunications/Impl/ClientCredentials.h"
+#include "ClientCommunications/Impl/ClientCredentialsFactory.h"
 #include "ClientCommunications/Impl/DataProtectionBase64.h"
 #include "ClientCommunications/Impl/NamedFileStorage.h"
+#include "ClientCommunications/Impl/NamedProtectedStorage.h"
 #include "ClientCommunications/Impl/ProtectedStorage.h"
 #include "ClientCommunications/Impl/SecretBuffer.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"

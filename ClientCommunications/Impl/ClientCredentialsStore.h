@@ -1,7 +1,10 @@
 #pragma once
 
 #include "ClientCommunications/IClientCredentials.h"
+#include "ClientCommunications/IClientCredentialsFactory.h"
+#include "ClientCommunications/IClientCredentialsStore.h"
 #include "ClientCommunications/IDataProtection.h"
+#include "ClientCommunications/INamedStorage.h"
 #include "ClientCommunications/IPostSaveHook.h"
 #include "ClientCommunications/IStorage.h"
 

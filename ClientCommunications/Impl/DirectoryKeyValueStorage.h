@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "ClientCommunications/IStorage.h"
+#include "ClientCommunications/IKeyValueStorage.h"
 #include "ClientCommunications/Impl/KeyLockTable.h"
 #include "Platform/IFiles.h"
 #include "Platform/SecureWipe.h"

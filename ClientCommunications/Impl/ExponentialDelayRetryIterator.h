@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ClientCommunications/IFailedServices.h"
+#include "ClientCommunications/IRetryDelayIterator.h"
 
 namespace Ombry::ClientCommunications {
 
@@ -17,20 +17,6 @@ private:
     const Duration initialDelay;
     const Duration maxDelay;
     Duration currentDelay;
-};
-
-class ExponentialDelayRetryIteratorFactory : public IRetryDelayIteratorFactory {
-public:
-    ExponentialDelayRetryIteratorFactory(Duration initialDelay, Duration maxDelay)
-        : initialDelay(initialDelay), maxDelay(maxDelay) {}
-
-    std::unique_ptr<IRetryDelayIterator> Create() override {
-        return std::make_unique<ExponentialDelayRetryIterator>(initialDelay, maxDelay);
-    }
-
-private:
-    const Duration initialDelay;
-    const Duration maxDelay;
 };
 
 }  // namespace Ombry::ClientCommunications

@@ -6,6 +6,8 @@
 #include <thread>
 
 #include "ClientCommunications/IFailedServices.h"
+#include "ClientCommunications/IRetryDelayIterator.h"
+#include "ClientCommunications/IRetryDelayIteratorFactory.h"
 
 namespace Ombry::ClientCommunications {
 

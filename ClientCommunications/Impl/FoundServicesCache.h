@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "ClientCommunications/IFoundServices.h"
+#include "ClientCommunications/IFoundServicesCache.h"
 #include "ClientCommunications/IStorage.h"
 #include "LibraryLogger/ILogger.h"
 
@@ -28,17 +29,6 @@ private:
     // Guarded by mutex:
     std::shared_ptr<IFoundServices> foundServices;
     TimePoint nextRefreshTime;
-};
-
-/// The cache of the discovery service's own instances: makes sure that it knows the seeds that were
-/// configured.
-class SSDFoundServicesCache : public FoundServicesCache {
-public:
-    SSDFoundServicesCache(std::shared_ptr<IFoundServices> seeds, std::shared_ptr<IStorage> storage,
-                          std::shared_ptr<LibraryLogger::ILogger> logger);
-
-private:
-    bool ContainsSeeds(const IFoundServices& seeds);
 };
 
 }  // namespace Ombry::ClientCommunications

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ClientCommunications/IHttpClientServiceGatewayFactory.h"
 #include "ClientCommunications/IServiceGateway.h"
 #include "LibraryLogger/ILogger.h"
 #include "OmbryZephCore/ZephResultCodes.h"

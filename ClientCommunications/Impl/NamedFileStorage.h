@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ClientCommunications/INamedStorage.h"
 #include "ClientCommunications/IPostSaveHook.h"
 #include "ClientCommunications/IStorage.h"
 #include "Platform/IFiles.h"

@@ -6,7 +6,7 @@
 
 #include "Cancellation/Token.h"
 #include "ClientCommunications/IFailedServices.h"
-#include "ClientCommunications/IServiceIteratePolicy.h"
+#include "ClientCommunications/ServiceCandidate.h"
 #include "LibraryLogger/ILogger.h"
 
 namespace Ombry::ClientCommunications {

@@ -1,5 +1,7 @@
 #include "ClientCommunications/Impl/ProtectedStorage.h"
 
+#include "ClientCommunications/Impl/NamedProtectedStorage.h"
+
 namespace Ombry::ClientCommunications {
 
 std::string ProtectedStorage::Load() {
@@ -12,10 +14,6 @@ void ProtectedStorage::Save(const std::string& data) {
     std::string copy = data;
     protection->Protect(copy);
     storage->Save(copy);
-}
-
-std::unique_ptr<IStorage> NamedProtectedStorage::Get(const std::string& name) {
-    return std::make_unique<ProtectedStorage>(storage->Get(name), protection);
 }
 
 }  // namespace Ombry::ClientCommunications

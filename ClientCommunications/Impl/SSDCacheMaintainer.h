@@ -5,6 +5,7 @@
 #include <random>
 #include <thread>
 
+#include "ClientCommunications/IFoundServicesCache.h"
 #include "ClientCommunications/IServiceFinder.h"
 #include "LibraryLogger/ILogger.h"
 

@@ -1,5 +1,7 @@
 #include "ClientCommunications/Impl/ScopedNewHeader.h"
 
+#include "ClientCommunications/Impl/RootAttempt.h"
+
 namespace Ombry::ClientCommunications {
 
 ScopedNewHeader::ScopedNewHeader(std::shared_ptr<IServiceRequest> onRequest, std::string newName,
@@ -13,8 +15,5 @@ ScopedNewHeader::ScopedNewHeader(std::shared_ptr<IServiceRequest> onRequest, std
 ScopedNewHeader::~ScopedNewHeader() {
     if (request) request->RemoveHeader(name);
 }
-
-RootAttempt::RootAttempt(std::shared_ptr<IServiceRequest> request, int attempt)
-    : ScopedNewHeader(std::move(request), "SF-Root-Attempt", std::to_string(attempt)) {}
 
 }  // namespace Ombry::ClientCommunications

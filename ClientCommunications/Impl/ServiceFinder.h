@@ -1,10 +1,10 @@
 #pragma once
 
 #include "ClientCommunications/FoundServicesDto.h"
+#include "ClientCommunications/IKeyValueStorage.h"
 #include "ClientCommunications/IServiceFinder.h"
 #include "ClientCommunications/IServiceGateway.h"
 #include "ClientCommunications/IServiceRequestFactory.h"
-#include "ClientCommunications/IStorage.h"
 #include "LibraryLogger/ILogger.h"
 
 namespace Ombry::ClientCommunications {

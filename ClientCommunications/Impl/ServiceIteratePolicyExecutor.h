@@ -2,7 +2,8 @@
 
 #include <set>
 
-#include "ClientCommunications/Impl/CandidateServiceFinder.h"
+#include "ClientCommunications/IServiceIteratePolicyExecutor.h"
+#include "ClientCommunications/Impl/ICandidateServiceFinderFactory.h"
 #include "LibraryLogger/ILogger.h"
 
 namespace Ombry::ClientCommunications {

@@ -2,6 +2,7 @@
 
 #include "ClientCommunications/IFailedServices.h"
 #include "ClientCommunications/IServiceIteratePolicy.h"
+#include "ClientCommunications/IServiceIteratePolicyFactory.h"
 #include "LibraryLogger/ILogger.h"
 
 namespace Ombry::ClientCommunications {

@@ -3,6 +3,8 @@
 #include <map>
 
 #include "ClientCommunications/IServiceResponse.h"
+#include "ClientCommunications/IStreamServiceResponse.h"
+#include "ClientCommunications/IStringServiceResponse.h"
 #include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
 
 namespace Ombry::ClientCommunications {

@@ -9,6 +9,7 @@
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
 #include "tests/Fakes/FreedMemory.h"
+#include "tests/Fakes/HeadersOf.h"
 
 namespace Ombry::Tests {
 namespace {
@@ -16,12 +17,6 @@ namespace {
 using namespace ClientCommunications;
 using testing::ElementsAre;
 using testing::Pair;
-
-std::map<std::string, std::string> HeadersOf(const IServiceRequest& request) {
-    std::map<std::string, std::string> headers;
-    request.ForEachHeader([&](const std::string& name, const std::string& value) { headers[name] = value; });
-    return headers;
-}
 
 class WatchedCredentials : public IClientCredentials {
 public:

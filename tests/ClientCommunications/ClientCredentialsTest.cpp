@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "ClientCommunications/Impl/Base64.h"
+#include "ClientCommunications/Impl/ClientCredentialsFactory.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
 #include "Platform/SecureWipe.h"
 #include "tests/Fakes/FakeProtections.h"

@@ -1,4 +1,5 @@
 #include "ClientCommunications/Impl/ExponentialDelayRetryIterator.h"
+#include "ClientCommunications/Impl/ExponentialDelayRetryIteratorFactory.h"
 
 #include <gtest/gtest.h>
 

@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "ClientCommunications/Impl/ExponentialDelayRetryIterator.h"
+#include "ClientCommunications/Impl/ExponentialDelayRetryIteratorFactory.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/LockFree.h"
 

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "ClientCommunications/Impl/FoundServices.h"
+#include "ClientCommunications/Impl/SSDFoundServicesCache.h"
 #include "ClientCommunications/Impl/SafeFileStorage.h"
 #include "ClientCommunications/Impl/Service.h"
 #include "tests/Fakes/FakeClock.h"

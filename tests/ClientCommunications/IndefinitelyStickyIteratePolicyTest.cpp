@@ -8,7 +8,10 @@
 
 #include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/ExponentialDelayRetryIterator.h"
+#include "ClientCommunications/Impl/ExponentialDelayRetryIteratorFactory.h"
 #include "ClientCommunications/Impl/FailedServices.h"
+#include "ClientCommunications/Impl/ICandidateServiceFinder.h"
+#include "ClientCommunications/Impl/IndefinitelyStickyPolicyCandidateFinderFactory.h"
 #include "ClientCommunications/Impl/ServiceIteratePolicyFactory.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "tests/Fakes/FakeClock.h"

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "ClientCommunications/Impl/IndefinitelyStickyIteratePolicy.h"
+#include "ClientCommunications/Impl/ICandidateServiceFinder.h"
+#include "ClientCommunications/Impl/IndefinitelyStickyPolicyCandidateFinderFactory.h"
 #include "tests/Fakes/LockFree.h"
 
 namespace Ombry::Tests {

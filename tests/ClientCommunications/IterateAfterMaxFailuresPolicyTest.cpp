@@ -1,12 +1,13 @@
-#include "ClientCommunications/Impl/IterateAfterMaxFailuresPolicy.h"
-
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 
 #include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/ExponentialDelayRetryIterator.h"
+#include "ClientCommunications/Impl/ExponentialDelayRetryIteratorFactory.h"
 #include "ClientCommunications/Impl/FailedServices.h"
+#include "ClientCommunications/Impl/ICandidateServiceFinder.h"
+#include "ClientCommunications/Impl/IterateAfterMaxFailuresPolicyCandidateFinderFactory.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeFailedServices.h"
 #include "tests/Fakes/FakeServiceFinder.h"

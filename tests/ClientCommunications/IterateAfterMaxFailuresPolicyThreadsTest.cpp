@@ -3,7 +3,8 @@
 #include <array>
 
 #include "ClientCommunications/CommunicationsError.h"
-#include "ClientCommunications/Impl/IterateAfterMaxFailuresPolicy.h"
+#include "ClientCommunications/Impl/ICandidateServiceFinder.h"
+#include "ClientCommunications/Impl/IterateAfterMaxFailuresPolicyCandidateFinderFactory.h"
 #include "tests/Fakes/LockFree.h"
 
 namespace Ombry::Tests {

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "ClientCommunications/Impl/ExponentialDelayRetryIterator.h"
+#include "ClientCommunications/Impl/ExponentialDelayRetryIteratorFactory.h"
 #include "ClientCommunications/Impl/FailedServices.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeFailedServices.h"

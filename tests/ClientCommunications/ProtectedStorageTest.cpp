@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "ClientCommunications/Impl/NamedFileStorage.h"
+#include "ClientCommunications/Impl/NamedProtectedStorage.h"
 #include "ClientCommunications/Impl/WindowsPersistableDataProtection.h"
 #include "tests/Fakes/FakeProtections.h"
 #include "tests/Fakes/MemoryFiles.h"

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "ClientCommunications/Impl/GuidText.h"
+#include "ClientCommunications/Impl/RootAttempt.h"
 #include "ClientCommunications/Impl/ScopedNewHeader.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "tests/Fakes/FakeRandom.h"

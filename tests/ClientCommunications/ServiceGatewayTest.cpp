@@ -6,9 +6,10 @@
 
 #include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/EmptyAuthenticator.h"
-#include "ClientCommunications/Impl/ExponentialDelayRetryIterator.h"
+#include "ClientCommunications/Impl/ExponentialDelayRetryIteratorFactory.h"
 #include "ClientCommunications/Impl/FailedServices.h"
 #include "ClientCommunications/Impl/ServiceFinderByUrl.h"
+#include "ClientCommunications/Impl/ServiceGatewayFactory.h"
 #include "ClientCommunications/Impl/ServiceIteratePolicyFactory.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "ClientCommunications/Impl/ServiceRequestFactory.h"

@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "ClientCommunications/CommunicationsError.h"
-#include "ClientCommunications/Impl/ExponentialDelayRetryIterator.h"
+#include "ClientCommunications/Impl/ExponentialDelayRetryIteratorFactory.h"
 #include "ClientCommunications/Impl/FailedServices.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "tests/Fakes/FakeClock.h"

@@ -5,7 +5,7 @@
 #include <mutex>
 #include <vector>
 
-#include "ClientCommunications/IStorage.h"
+#include "ClientCommunications/IKeyValueStorage.h"
 
 namespace Ombry::Tests {
 

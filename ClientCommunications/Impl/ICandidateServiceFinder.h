@@ -1,8 +1,7 @@
 #pragma once
 
-#include <memory>
-
-#include "ClientCommunications/IServiceIteratePolicy.h"
+#include "Cancellation/Token.h"
+#include "ClientCommunications/ServiceCandidate.h"
 
 namespace Ombry::ClientCommunications {
 
@@ -14,12 +13,6 @@ public:
     virtual ServiceCandidate GetNextCandidate(Cancellation::Token token) = 0;
     /// The last candidate answered.
     virtual void MarkSuccess() = 0;
-};
-
-/// What a policy remembers between the calls of one gateway. Any number of threads.
-class ICandidateServiceFinderFactory : public Interface {
-public:
-    virtual std::unique_ptr<ICandidateServiceFinder> Create(std::shared_ptr<IServiceFinder> finder) = 0;
 };
 
 }  // namespace Ombry::ClientCommunications

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "ClientCommunications/IClientCredentials.h"
+
+namespace Ombry::ClientCommunications {
+
+class IClientCredentialsFactory {
+public:
+    virtual std::shared_ptr<IClientCredentials> Create(const std::string& name, const std::string& clientId,
+                                                       const std::string& clientSecret) = 0;
+    virtual ~IClientCredentialsFactory() = default;
+};
+
+}  // namespace Ombry::ClientCommunications

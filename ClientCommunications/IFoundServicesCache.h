@@ -1,0 +1,19 @@
+#pragma once
+
+#include <memory>
+
+#include "ClientCommunications/IFoundServices.h"
+#include "Platform/Time.h"
+
+namespace Ombry::ClientCommunications {
+
+/// Keeps a set of found services and when it is to be refreshed. May be called from several threads at once.
+class IFoundServicesCache {
+public:
+    virtual TimePoint GetNextRefreshTime() = 0;
+    virtual std::shared_ptr<IFoundServices> GetFoundServices() = 0;
+    virtual void Save(std::shared_ptr<IFoundServices> services, TimePoint nextRefreshTime) = 0;
+    virtual ~IFoundServicesCache() = default;
+};
+
+}  // namespace Ombry::ClientCommunications

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <memory>
+
+#include "ClientCommunications/IServiceGateway.h"
+
+namespace Ombry::ClientCommunications {
+
+/// Makes a gateway to one instance of a service.
+class IHttpClientServiceGatewayFactory {
+public:
+    virtual std::shared_ptr<IServiceGateway> Create(std::shared_ptr<IService> service) = 0;
+    virtual ~IHttpClientServiceGatewayFactory() = default;
+};
+
+}  // namespace Ombry::ClientCommunications

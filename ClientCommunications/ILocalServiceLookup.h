@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+namespace Ombry::ClientCommunications {
+
+/// The id of a service that was enrolled from this machine.
+class ILocalServiceLookup {
+public:
+    virtual std::string Lookup(const std::string& name) = 0;
+    virtual ~ILocalServiceLookup() = default;
+};
+
+}  // namespace Ombry::ClientCommunications

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+#include "ClientCommunications/IServiceResponse.h"
+
+namespace Ombry::ClientCommunications {
+
+/// A response whose good body went to the caller's writer; `GetBody` holds only that of a status of 300 or
+/// above.
+class IStreamServiceResponse : public IServiceResponse {
+public:
+    virtual std::string GetBody() const = 0;
+};
+
+}  // namespace Ombry::ClientCommunications

@@ -1,0 +1,44 @@
+#include "ClientCommunications/Impl/RequestExecutionDelegate.h"
+
+#include "ClientCommunications/Impl/GuidText.h"
+#include "ClientCommunications/Impl/RootAttempt.h"
+#include "ClientCommunications/Impl/RuntimeTexts.h"
+
+namespace Ombry::ClientCommunications {
+
+RequestExecutionDelegate::RequestExecutionDelegate(
+    std::shared_ptr<IServiceRequest> request,
+    std::shared_ptr<IHttpClientServiceGatewayFactory> gatewayFactory,
+    std::shared_ptr<IAuthenticator> authenticator, CallFunction call)
+    : request(std::move(request)),
+      gatewayFactory(std::move(gatewayFactory)),
+      authenticator(std::move(authenticator)),
+      call(std::move(call)) {}
+
+std::shared_ptr<IServiceResponse> RequestExecutionDelegate::operator()(std::shared_ptr<IService> service,
+                                                                       bool isLocal,
+                                                                       Cancellation::Token token) {
+    authenticator->AddAuthentication(request, service, token);
+    const ScopedNewHeader id(request, "SF-Destination-Service-Id", service->GetId());
+    const ScopedNewHeader name(request, "SF-Destination-Service-Name", service->GetName());
+    const ScopedNewHeader nameSpace(request, "SF-Destination-Service-Namespace", service->GetNamespace());
+    const ScopedNewHeader local(request, "SF-Destination-Service-Is-Local-DC", isLocal ? "true" : "false");
+    const std::shared_ptr<IServiceGateway> gateway = gatewayFactory->Create(service);
+    std::shared_ptr<IServiceResponse> response = Attempt(gateway, token);
+    const int status = response->GetStatusCode();
+    if ((status == 401 || status == 403) && authenticator->AddFreshAuthentication(request, service, token)) {
+        response = Attempt(gateway, token);
+    }
+    return response;
+}
+
+std::shared_ptr<IServiceResponse> RequestExecutionDelegate::Attempt(std::shared_ptr<IServiceGateway> gateway,
+                                                                    Cancellation::Token token) {
+    ++attemptCount;
+    const RootAttempt rootAttempt(request, attemptCount);
+    const ScopedNewHeader requestId(request, "SF-Request-Id", MakeGuidText());
+    if (!call) throw BadFunctionCall();
+    return call(std::move(gateway), std::move(token));
+}
+
+}  // namespace Ombry::ClientCommunications

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <memory>
+
+#include "ClientCommunications/Impl/ScopedNewHeader.h"
+
+namespace Ombry::ClientCommunications {
+
+/// The number of an attempt on a request. Requests that were made with a number of their own, as those of
+/// `ServiceRequestFactory` are, keep it.
+class RootAttempt : public ScopedNewHeader {
+public:
+    RootAttempt(std::shared_ptr<IServiceRequest> request, int attempt);
+};
+
+}  // namespace Ombry::ClientCommunications

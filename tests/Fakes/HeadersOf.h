@@ -1,0 +1,16 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "ClientCommunications/IServiceRequest.h"
+
+namespace Ombry::Tests {
+
+inline std::map<std::string, std::string> HeadersOf(const ClientCommunications::IServiceRequest& request) {
+    std::map<std::string, std::string> headers;
+    request.ForEachHeader([&](const std::string& name, const std::string& value) { headers[name] = value; });
+    return headers;
+}
+
+}  // namespace Ombry::Tests
