@@ -4,6 +4,7 @@
 
 #include "ClientCommunications/Impl/ClientCredentialsStore.h"
 #include "ClientCommunications/Impl/GuidText.h"
+#include "ClientCommunications/Impl/MachineFiles.h"
 #include "ClientCommunications/Impl/NamedFileStorage.h"
 #include "ClientCommunications/Impl/SecretBuffer.h"
 #include "ClientCommunications/LocalConfiguration.h"
@@ -51,8 +52,9 @@ void SetIfGiven(Property& property, const std::optional<T>& value) {
 
 Communications::NamedFileStorage MakeServiceRecords(const std::string& securityDirectory,
                                                     const std::string& owner) {
-    return Communications::NamedFileStorage(securityDirectory + "/Components/" + owner + "/Services/",
-                                            ".config", true);
+    return Communications::NamedFileStorage(
+        Communications::MachineFiles::ServicesOf(securityDirectory, owner),
+        Communications::MachineFiles::ServiceRecord, true);
 }
 
 std::list<Sfs::ServicePropsInner> MakeServiceProps(const std::map<std::string, std::string>& pairs) {

@@ -65,7 +65,7 @@ std::uint32_t ZephHttpClientSocketSyncConnection::BuildStack() {
 
     const ZephCertificateValidation validation = m_Parameters.GetCertificateValidation();
     ZephSSLSettings settings;
-    settings.m_Role = 1;
+    settings.m_Role = ClientRole;
     settings.m_TargetName = m_Parameters.GetHost();
     settings.m_ValidationMode = validation.m_Mode;
     settings.m_Certificate = validation.m_Certificate;

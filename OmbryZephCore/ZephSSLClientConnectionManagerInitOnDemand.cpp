@@ -5,14 +5,6 @@
 #include "OmbryZephCore/ZephWindowsCertificateValidation.h"
 
 namespace OmbryZephCore {
-namespace {
-
-constexpr std::int32_t ClientRole = 1;
-constexpr std::int32_t NoTlsRole = 3;
-constexpr std::int32_t PlatformValidation = 1;
-constexpr std::int32_t PublicKeyValidation = 2;
-
-}  // namespace
 
 void ZephSSLClientConnectionManagerInitOnDemand::Configure(
     const ZephSSLSettings& settings, const std::shared_ptr<Ombry::LibraryLogger::ILogger>& logger,
@@ -39,10 +31,10 @@ void ZephSSLClientConnectionManagerInitOnDemand::MakeManager() {
     auto manager = ZephSSLManagerProvider().MakeManager(m_Logger, m_Verbose);
     if (!manager) return;
     ZephCertificateValidator validator;
-    if (m_Settings.m_ValidationMode == PublicKeyValidation) {
+    if (m_Settings.m_ValidationMode == ValidateByPublicKey) {
         validator = ZephWindowsCertificateValidation::CheckPublicKeyCallback(m_Settings.m_Certificate);
     }
-    const bool bManualValidation = m_Settings.m_ValidationMode != PlatformValidation;
+    const bool bManualValidation = m_Settings.m_ValidationMode != ValidateByPlatform;
     if (manager->Initialize(m_Settings.m_TargetName, bManualValidation, validator) != 0) return;
     m_Manager = std::move(manager);
 }

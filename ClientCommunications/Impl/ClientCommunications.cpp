@@ -8,6 +8,7 @@
 #include "ClientCommunications/Impl/ClientCredentialsStore.h"
 #include "ClientCommunications/Impl/DirectoryKeyValueStorage.h"
 #include "ClientCommunications/Impl/EmptyAuthenticator.h"
+#include "ClientCommunications/Impl/EndpointPaths.h"
 #include "ClientCommunications/Impl/ExponentialDelayRetryIteratorFactory.h"
 #include "ClientCommunications/Impl/FailedServices.h"
 #include "ClientCommunications/Impl/FileStorage.h"
@@ -16,6 +17,7 @@
 #include "ClientCommunications/Impl/JwtAuthenticator.h"
 #include "ClientCommunications/Impl/LocalServiceFinderFactory.h"
 #include "ClientCommunications/Impl/LocalServiceLookup.h"
+#include "ClientCommunications/Impl/MachineFiles.h"
 #include "ClientCommunications/Impl/NamedFileStorage.h"
 #include "ClientCommunications/Impl/OAuth2ServiceGatewayClient.h"
 #include "ClientCommunications/Impl/SSDFoundServicesCache.h"
@@ -54,10 +56,11 @@ std::shared_ptr<IAuthenticator> MakeAuthenticator(
         // The credentials are chosen by the client first, the path by the user first: with both given, the
         // client's secret goes to the users' endpoint. Callers give one of them.
         const char* const tokenPath =
-            parameters.userName.empty() ? "/v1/auth/clients/servicetokens" : "/v1/auth/users/servicetokens";
+            parameters.userName.empty() ? EndpointPaths::ClientTokens : EndpointPaths::UserTokens;
         const auto client = std::make_shared<OAuth2ServiceGatewayClient>(tokenGateway, requestFactory,
                                                                          tokenPath, parameters.logger);
-        return std::make_shared<JwtAuthenticator>(client, parameters.cacheDirectory + "/aa_token",
+        return std::make_shared<JwtAuthenticator>(client,
+                                                  parameters.cacheDirectory + MachineFiles::TokenCache,
                                                   TokenFreshnessLimit, parameters.logger);
     }
     if (!parameters.fixedToken.empty())
@@ -89,7 +92,7 @@ ClientCommunications::ClientCommunications(const CommunicationsParameters& param
     };
 
     const auto ssdsStorage =
-        std::make_shared<SafeFileStorage>(parameters.cacheDirectory + "/v1-service.cache", false);
+        std::make_shared<SafeFileStorage>(parameters.cacheDirectory + MachineFiles::DiscoveryCache, false);
     const auto seeds = LoadBootstrapFoundServices(parameters);
     const auto ssdsCache = std::make_shared<SSDFoundServicesCache>(seeds, ssdsStorage, logger);
     const auto ssdsFinder = std::make_shared<CachedSSDServiceFinder>(ssdsCache);
@@ -99,13 +102,13 @@ ClientCommunications::ClientCommunications(const CommunicationsParameters& param
     // for the authentication service, which would call for a token, without end.
     const auto openGateway = makeGatewayFactory(std::make_shared<EmptyAuthenticator>())->Create(ssdsFinder);
     const auto maintainerFinder = std::make_shared<ServiceFinder>(
-        openGateway, requestFactory, nullptr, logger, "/services/services/nonsecure/name/ssds");
+        openGateway, requestFactory, nullptr, logger, EndpointPaths::OpenDiscoveryOfItself);
     maintainer = std::make_unique<SSDCacheMaintainer>(maintainerFinder, ssdsCache, logger);
 
     const auto finderCache =
-        std::make_shared<DirectoryKeyValueStorage>(parameters.cacheDirectory + "/finder_cache");
+        std::make_shared<DirectoryKeyValueStorage>(parameters.cacheDirectory + MachineFiles::FinderCache);
     const auto aaFinder = std::make_shared<ServiceFinder>(openGateway, requestFactory, finderCache, logger,
-                                                          "/services/services/nonsecure/name/aa");
+                                                          EndpointPaths::OpenDiscoveryOfAuthorization);
     const auto authenticator =
         MakeAuthenticator(parameters, credentials, requestFactory, aaFinder, makeGatewayFactory);
     certificateFinder = std::make_shared<AaSigningCertificateFinder>(aaFinder);
@@ -115,8 +118,8 @@ ClientCommunications::ClientCommunications(const CommunicationsParameters& param
         std::make_shared<ServiceFinderFactory>(secureGateway, requestFactory, finderCache, logger);
 
     const auto localRecords = std::make_shared<NamedFileStorage>(
-        parameters.securityDirectory + "/Components/" + parameters.clientName + "/Services/", ".config",
-        true);
+        MachineFiles::ServicesOf(parameters.securityDirectory, parameters.clientName),
+        MachineFiles::ServiceRecord, true);
     localFinderFactory = std::make_shared<LocalServiceFinderFactory>(
         std::make_shared<LocalServiceLookup>(localRecords), finderFactory);
 }
@@ -136,7 +139,7 @@ std::shared_ptr<IClientCredentials> CreateCredentials(const CommunicationsParame
 }
 
 std::shared_ptr<FoundServices> LoadBootstrapFoundServices(const CommunicationsParameters& parameters) {
-    const std::string text = FileStorage(parameters.securityDirectory + "/ombrysecurity.config", true).Load();
+    const std::string text = FileStorage(parameters.securityDirectory + MachineFiles::Bootstrap, true).Load();
     OmbrySecurityConfig config;
     ObjectMapping::DeserializeObject(config, text, nullptr, false);
     ServiceDto seed;

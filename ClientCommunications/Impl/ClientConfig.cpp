@@ -8,10 +8,12 @@
 #include "ClientCommunications/Impl/ClientAuthenticator.h"
 #include "ClientCommunications/Impl/ClientCredentials.h"
 #include "ClientCommunications/Impl/ClientCredentialsStore.h"
+#include "ClientCommunications/Impl/EndpointPaths.h"
 #include "ClientCommunications/Impl/FileStorage.h"
 #include "ClientCommunications/Impl/FixedTokenAuthenticator.h"
 #include "ClientCommunications/Impl/HttpClientServiceGateway.h"
 #include "ClientCommunications/Impl/LowerCase.h"
+#include "ClientCommunications/Impl/MachineFiles.h"
 #include "ClientCommunications/Impl/NoncachingOAuth2Authenticator.h"
 #include "ClientCommunications/Impl/RuntimeTexts.h"
 #include "ClientCommunications/Impl/Service.h"
@@ -36,7 +38,7 @@ std::shared_ptr<OmbryZephCore::ZephSorrelConnectionParameters> MakeConnectionPar
     std::uint16_t port = isHttps ? 443 : 80;
     if (!parts.port.empty()) port = static_cast<std::uint16_t>(ParseUnsigned32(parts.port) & 0xffff);
     auto connection = std::make_shared<OmbryZephCore::ZephSorrelConnectionParameters>(parts.host, port);
-    connection->SetUseSSL(isHttps).SetCertificateValidation({0, std::string()});
+    connection->SetUseSSL(isHttps).SetCertificateValidation({OmbryZephCore::ValidateNothing, std::string()});
     return connection;
 }
 
@@ -49,13 +51,13 @@ std::shared_ptr<IServiceGateway> ClientConfig::MakeGateway() const {
     if (!parameters.clientName.empty()) {
         const auto store = CreateClientCredentialsStore(parameters.securityDirectory, true, nullptr);
         return MakeTokenGateway(base, LoadExisting(*store, parameters.clientName),
-                                "/v1/auth/clients/servicetokens");
+                                EndpointPaths::ClientTokens);
     }
     if (!parameters.userName.empty()) {
         const auto credentials = std::make_shared<ClientCredentials>(
             std::make_shared<WindowsInMemoryDataProtection>(), parameters.userName, parameters.userName,
             parameters.password);
-        return MakeTokenGateway(base, credentials, "/v1/auth/users/servicetokens");
+        return MakeTokenGateway(base, credentials, EndpointPaths::UserTokens);
     }
     if (!parameters.fixedToken.empty()) {
         return std::make_shared<AuthenticatingServiceGateway>(
@@ -77,7 +79,7 @@ std::shared_ptr<IServiceGateway> ClientConfig::MakeTokenGateway(
 
 void ClientConfig::GetDatacenters(std::vector<Datacenter>& out) {
     const std::shared_ptr<IServiceRequest> request =
-        requestFactory->Create("GET", "/v1/ddb/datacenters", "1");
+        requestFactory->Create("GET", EndpointPaths::Datacenters, "1");
     const auto response = gateway->CallForString(request, Cancellation::Token());
     if (response->GetStatusCode() != 200) {
         throw std::runtime_error(request->GetMethod() + " " + request->GetPath() +
@@ -124,9 +126,9 @@ void ClientConfig::ResolveDatacenter() {
 void ClientConfig::StoreConfiguration() {
     OmbrySecurityConfig config;
     config.ssdsUri = parameters.sfsUrl;
-    FileStorage(parameters.securityDirectory + "/ombrysecurity.config", true)
+    FileStorage(parameters.securityDirectory + MachineFiles::Bootstrap, true)
         .Save(ObjectMapping::SerializeObject(config, nullptr));
-    FileStorage(parameters.securityDirectory + "/CS/datacenterid.config", true).Save(datacenterId);
+    FileStorage(parameters.securityDirectory + MachineFiles::DatacenterId, true).Save(datacenterId);
 }
 
 void Datacenter::Map(ObjectMapping::MapperIf& mapper) {

@@ -5,6 +5,7 @@
 #include "ClientCommunications/Impl/ClientCredentials.h"
 #include "ClientCommunications/Impl/ClientCredentialsFactory.h"
 #include "ClientCommunications/Impl/DataProtectionBase64.h"
+#include "ClientCommunications/Impl/MachineFiles.h"
 #include "ClientCommunications/Impl/NamedFileStorage.h"
 #include "ClientCommunications/Impl/NamedProtectedStorage.h"
 #include "ClientCommunications/Impl/ProtectedStorage.h"
@@ -90,8 +91,9 @@ std::shared_ptr<IClientCredentials> ClientCredentialsStore::Load(const std::stri
 
 std::shared_ptr<IClientCredentialsStore> CreateClientCredentialsStore(
     const std::string& directory, bool failIfMissing, std::shared_ptr<IPostSaveHook> postSaveHook) {
-    auto files = std::make_shared<NamedFileStorage>(directory + "/Components/", "/ombrycomponent.config",
-                                                    failIfMissing, std::move(postSaveHook));
+    auto files =
+        std::make_shared<NamedFileStorage>(directory + MachineFiles::Components, MachineFiles::Credentials,
+                                           failIfMissing, std::move(postSaveHook));
     auto fieldProtection = std::make_shared<DataProtectionBase64>(
         std::make_shared<WindowsPersistableDataProtection>(ValueEntropy(), false));
     auto factory =

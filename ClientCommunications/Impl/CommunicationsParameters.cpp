@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "ClientCommunications/Impl/FileStorage.h"
+#include "ClientCommunications/Impl/MachineFiles.h"
 #include "Platform/IKnownFolders.h"
 #include "Platform/ITextConversion.h"
 
@@ -29,13 +30,13 @@ std::runtime_error ConversionFailure(int error) {
 
 CommunicationsParameters::CommunicationsParameters(const std::string& clientName) : clientName(clientName) {
     const std::string base = GetProgramDataQuennetPath();
-    securityDirectory = base + "/OmbrySecurity";
+    securityDirectory = base + MachineFiles::SecurityDirectory;
     cacheDirectory = DefaultCacheDirectory();
-    commonConfigPath = base + "/common.config";
+    commonConfigPath = base + MachineFiles::CommonConfig;
 }
 
 std::string CommunicationsParameters::DefaultCacheDirectory() const {
-    return securityDirectory + "/CS-cpp/cache/" + (userName.empty() ? clientName : userName);
+    return securityDirectory + MachineFiles::Caches + (userName.empty() ? clientName : userName);
 }
 
 void CommunicationsParameters::SetClientName(const std::string& name) {
@@ -67,7 +68,7 @@ std::string GetProgramDataQuennetPath() {
 std::string GetDatacenterId(const CommunicationsParameters& parameters) {
     std::string id = FindDatacenterIdElement(FileStorage(parameters.commonConfigPath, false).Load());
     if (!id.empty()) return id;
-    return FileStorage(parameters.securityDirectory + "/CS/datacenterid.config", true).Load();
+    return FileStorage(parameters.securityDirectory + MachineFiles::DatacenterId, true).Load();
 }
 
 }  // namespace Ombry::ClientCommunications

@@ -58,7 +58,7 @@ std::shared_ptr<const ReadEntry> DirectoryKeyValueStorage::Reread(const std::str
 
 Platform::ValueOr<Platform::FileState> DirectoryKeyValueStorage::StateOf(const std::string& entryName) {
     const KeyReadLock lock(&locks, entryName);
-    return Platform::Files().State(PathOf(entryName) + "-p");
+    return Platform::Files().State(SafeFileStorage::CommittedPathOf(PathOf(entryName)));
 }
 
 void DirectoryKeyValueStorage::SetByKey(const std::string& key, const std::string& value) {
@@ -73,10 +73,7 @@ void DirectoryKeyValueStorage::RemoveByKey(const std::string& key) {
 
 void DirectoryKeyValueStorage::RemoveEntry(const std::string& entryName) {
     const KeyWriteLock lock(&locks, entryName);
-    for (const char* suffix : {"-p", "-s"}) {
-        static_cast<void>(
-            Platform::Files().Remove(PathOf(entryName) + suffix, Platform::Durability::Unsynced));
-    }
+    SafeFileStorage(PathOf(entryName), false).Remove();
 }
 
 std::set<std::string> DirectoryKeyValueStorage::getEntriesNames() {
@@ -85,8 +82,7 @@ std::set<std::string> DirectoryKeyValueStorage::getEntriesNames() {
     if (!files) return names;
     for (const std::string& file : *files) {
         if (file.starts_with('.')) continue;  // a save that is under way, or that a crash cut off
-        const bool hasSuffix = file.ends_with("-p") || file.ends_with("-s");
-        names.insert(hasSuffix ? file.substr(0, file.size() - 2) : file);
+        names.insert(SafeFileStorage::BlobNameOf(file));
     }
     return names;
 }

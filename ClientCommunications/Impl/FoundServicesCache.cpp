@@ -8,8 +8,6 @@
 namespace Ombry::ClientCommunications {
 namespace {
 
-constexpr long long MaxStaleTime = 604500;
-
 ServiceDto MakeDto(const IService& service) {
     ServiceDto dto;
     dto.serviceHostname = service.GetHostname();
@@ -59,7 +57,6 @@ std::shared_ptr<IFoundServices> FoundServicesCache::GetFoundServices() {
 void FoundServicesCache::Save(std::shared_ptr<IFoundServices> services, TimePoint newRefreshTime) {
     FoundServicesDto dto;
     dto.expiryTime = newRefreshTime.time_since_epoch().count() / TicksPerSecond;
-    dto.maxStaleTime = MaxStaleTime;
     dto.local = MakeDtos(services->GetLocal());
     dto.remote = MakeDtos(services->GetRemote());
     const std::string text = ObjectMapping::SerializeObject(dto, nullptr);

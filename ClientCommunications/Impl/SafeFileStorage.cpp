@@ -1,6 +1,7 @@
 #include "ClientCommunications/Impl/SafeFileStorage.h"
 
 #include <exception>
+#include <string_view>
 
 namespace Ombry::ClientCommunications {
 namespace {
@@ -40,6 +41,23 @@ void SafeFileStorage::Save(const std::string& data) {
     files.Get(Staging)->Save(data);
     files.Delete(Committed);
     files.Rename(Staging, Committed);
+}
+
+void SafeFileStorage::Remove() {
+    files.Delete(Committed);
+    files.Delete(Staging);
+}
+
+std::string SafeFileStorage::CommittedPathOf(const std::string& path) {
+    return path + Committed;
+}
+
+std::string SafeFileStorage::BlobNameOf(const std::string& fileName) {
+    const std::string_view name = fileName;
+    for (const std::string_view suffix : {Committed, Staging}) {
+        if (name.ends_with(suffix)) return std::string(name.substr(0, name.size() - suffix.size()));
+    }
+    return fileName;
 }
 
 }  // namespace Ombry::ClientCommunications

@@ -19,6 +19,13 @@ public:
 
     /// The committed copy alone, if it is there; changes nothing on the disk.
     std::optional<std::string> LoadCommitted();
+    /// Takes both copies away; that one is not there is no failure.
+    void Remove();
+
+    /// The file that holds the committed copy of the blob at that path.
+    static std::string CommittedPathOf(const std::string& path);
+    /// The name of the blob that a file is a copy of. A file that is neither copy keeps its name.
+    static std::string BlobNameOf(const std::string& fileName);
 
 private:
     const bool failIfMissing;

@@ -1,14 +1,10 @@
 #include "ClientCommunications/Impl/ServiceFinderFactory.h"
 
+#include "ClientCommunications/Impl/EndpointPaths.h"
 #include "ClientCommunications/Impl/ServiceFinder.h"
 #include "ClientCommunications/Impl/ServiceFinderByUrl.h"
 
 namespace Ombry::ClientCommunications {
-namespace {
-
-constexpr const char* ByName = "/services/services/secure/name/";
-
-}  // namespace
 
 ServiceFinderFactory::ServiceFinderFactory(std::shared_ptr<IServiceGateway> gateway,
                                            std::shared_ptr<IServiceRequestFactory> requestFactory,
@@ -28,26 +24,26 @@ std::shared_ptr<IServiceFinder> ServiceFinderFactory::CreateByUrl(const std::str
 }
 
 std::shared_ptr<IServiceFinder> ServiceFinderFactory::CreateById(const std::string& id) {
-    return Create("/services/service/secure/id/" + id);
+    return Create(EndpointPaths::DiscoveryById + id);
 }
 
 std::shared_ptr<IServiceFinder> ServiceFinderFactory::CreateByName(const std::string& name) {
-    return Create(std::string(ByName) + name);
+    return Create(EndpointPaths::DiscoveryByName + name);
 }
 
 std::shared_ptr<IServiceFinder> ServiceFinderFactory::CreateByNameAndParentId(const std::string& name,
                                                                               const std::string& parentId) {
-    return Create(std::string(ByName) + name + "/parent-id/" + parentId);
+    return Create(EndpointPaths::DiscoveryByName + name + "/parent-id/" + parentId);
 }
 
 std::shared_ptr<IServiceFinder> ServiceFinderFactory::CreateByNameAndRole(const std::string& name,
                                                                           const std::string& role) {
-    return Create(std::string(ByName) + name + "/role/" + role);
+    return Create(EndpointPaths::DiscoveryByName + name + "/role/" + role);
 }
 
 std::shared_ptr<IServiceFinder> ServiceFinderFactory::CreateByNameNamespaceAndHost(
     const std::string& name, const std::string& serviceNamespace, const std::string& host) {
-    return Create(std::string(ByName) + name + "/namespace/" + serviceNamespace + "/host/" + host);
+    return Create(EndpointPaths::DiscoveryByName + name + "/namespace/" + serviceNamespace + "/host/" + host);
 }
 
 }  // namespace Ombry::ClientCommunications

@@ -4,6 +4,7 @@
 #include <initializer_list>
 #include <stdexcept>
 
+#include "ClientCommunications/Impl/EndpointPaths.h"
 #include "ClientCommunications/Impl/SecretBuffer.h"
 #include "ObjectMapping/Serialization.h"
 
@@ -53,25 +54,27 @@ void Call(IClientCommunications& communications, const Operation& operation,
 void EnrollClient(std::shared_ptr<IClientCommunications> communications, const LocationAwareClient& client) {
     LocationAwareClient record = client;  // mapping takes a mutable object, whichever the direction
     Call(*communications,
-         {"EnrollClient", AuthService, AuthContract, "POST", "/v1/auth/locationawareclients", {201}},
+         {"EnrollClient", AuthService, AuthContract, "POST", EndpointPaths::LocationAwareClients, {201}},
          &record);
 }
 
 void DeleteClient(std::shared_ptr<IClientCommunications> communications) {
     Call(*communications,
-         {"DeleteClient", AuthService, AuthContract, "DELETE", "/v1/auth/clients", {204, 404}}, nullptr);
+         {"DeleteClient", AuthService, AuthContract, "DELETE", EndpointPaths::CallingClient, {204, 404}},
+         nullptr);
 }
 
 void DeleteClientById(std::shared_ptr<IClientCommunications> communications, const std::string& id) {
-    Call(*communications,
-         {"DeleteClientById", AuthService, AuthContract, "DELETE", "/v1/auth/clients/" + id, {204, 404}},
-         nullptr);
+    Call(
+        *communications,
+        {"DeleteClientById", AuthService, AuthContract, "DELETE", EndpointPaths::ClientById + id, {204, 404}},
+        nullptr);
 }
 
 void EnrollService(std::shared_ptr<IClientCommunications> communications, const ServiceEnrollment& service) {
     ServiceEnrollment record = service;
     Call(*communications,
-         {"EnrollService", ServiceService, ServiceContract, "POST", "/v1/services/services", {201}}, &record);
+         {"EnrollService", ServiceService, ServiceContract, "POST", EndpointPaths::Services, {201}}, &record);
 }
 
 /// Unlike a client's deletion, a service's is answered with 200.
@@ -81,7 +84,7 @@ void DeleteServiceById(std::shared_ptr<IClientCommunications> communications, co
           ServiceService,
           ServiceContract,
           "DELETE",
-          "/v1/services/services/" + id,
+          EndpointPaths::ServiceById + id,
           {200, 404}},
          nullptr);
 }

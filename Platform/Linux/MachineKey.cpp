@@ -21,6 +21,10 @@ ValueOr<std::string> KeyFolder(KeyScope scope) {
     return folder;
 }
 
+std::string KeyPath(const std::string& folder) {
+    return folder + "/protection.key";
+}
+
 /// Whether nobody but root and the user who runs this can have read or written the file.
 bool IsPrivate(const struct stat& status) {
     return (status.st_uid == 0 || status.st_uid == geteuid()) && (status.st_mode & 077) == 0;
@@ -67,13 +71,13 @@ Result MakeKey(const std::string& folder, const std::string& path) {
 ValueOr<std::string> LoadKey(KeyScope scope) {
     auto folder = KeyFolder(scope);
     if (!folder) return folder;
-    return ReadKey(*folder + "/protection.key");
+    return ReadKey(KeyPath(*folder));
 }
 
 ValueOr<std::string> LoadOrMakeKey(KeyScope scope) {
     auto folder = KeyFolder(scope);
     if (!folder) return folder;
-    const std::string path = *folder + "/protection.key";
+    const std::string path = KeyPath(*folder);
     // Here and not where a key is made alone: a process that was killed right behind that has left the key a
     // second name.
     RemoveLeftoversOnce(*folder);

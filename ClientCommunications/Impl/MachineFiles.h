@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+
+/// Where the files of this library lie on a machine: their names stand here and nowhere else. The platform
+/// names its own, such as its key, in its own folder.
+namespace Ombry::ClientCommunications::MachineFiles {
+
+// Below the Quennet folder.
+inline constexpr const char* SecurityDirectory = "/OmbrySecurity";
+inline constexpr const char* CommonConfig = "/common.config";
+
+// Below the security directory.
+inline constexpr const char* Bootstrap = "/ombrysecurity.config";
+inline constexpr const char* DatacenterId = "/CS/datacenterid.config";
+inline constexpr const char* Caches = "/CS-cpp/cache/";    ///< a folder for each client, by its name
+inline constexpr const char* Components = "/Components/";  ///< a folder for each client, by its name
+
+// Below a client's folder of the components.
+inline constexpr const char* Credentials = "/ombrycomponent.config";
+inline constexpr const char* Services = "/Services/";  ///< a record for each service, by its name
+inline constexpr const char* ServiceRecord = ".config";
+
+// Below a cache directory.
+inline constexpr const char* DiscoveryCache = "/v1-service.cache";
+inline constexpr const char* FinderCache = "/finder_cache";
+inline constexpr const char* TokenCache = "/aa_token";
+
+/// What stands before the name of a service in the path of its record; `ServiceRecord` stands behind it.
+inline std::string ServicesOf(const std::string& securityDirectory, const std::string& clientName) {
+    return securityDirectory + Components + clientName + Services;
+}
+
+}  // namespace Ombry::ClientCommunications::MachineFiles
