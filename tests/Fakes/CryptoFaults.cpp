@@ -9,6 +9,7 @@
 #include <openssl/x509.h>
 
 #include <cstdlib>
+#include <utility>
 
 // The functions below stand before those of the shared library, since the executable's own definitions win.
 
@@ -17,8 +18,10 @@ namespace {
 
 thread_local int calls = 0;  // to come until the one that fails, that one included; 0: none
 thread_local bool happened = false;
+thread_local std::function<void()> before;
 
 bool Fails() {
+    if (const auto hook = std::exchange(before, nullptr)) hook();
     if (calls == 0 || --calls != 0) return false;
     happened = true;
     ERR_raise(ERR_LIB_USER, ERR_R_MALLOC_FAILURE);
@@ -45,6 +48,14 @@ CryptoFault::~CryptoFault() {
 
 bool CryptoFault::Happened() const {
     return happened;
+}
+
+BeforeCryptoCall::BeforeCryptoCall(std::function<void()> hook) {
+    before = std::move(hook);
+}
+
+BeforeCryptoCall::~BeforeCryptoCall() {
+    before = nullptr;
 }
 
 }  // namespace Ombry::Tests

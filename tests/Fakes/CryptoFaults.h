@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 namespace Ombry::Tests {
 
 /// While it lives, the n-th call, counted from 1, of the calling thread to a function of the crypto library
@@ -14,6 +16,16 @@ public:
 
     /// Whether the call has come.
     bool Happened() const;
+};
+
+/// While it lives, the next call of the calling thread to one of those functions is preceded by one of
+/// `hook`.
+class BeforeCryptoCall {
+public:
+    explicit BeforeCryptoCall(std::function<void()> hook);
+    ~BeforeCryptoCall();
+    BeforeCryptoCall(const BeforeCryptoCall&) = delete;
+    BeforeCryptoCall& operator=(const BeforeCryptoCall&) = delete;
 };
 
 }  // namespace Ombry::Tests

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <openssl/core_names.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
@@ -452,11 +453,36 @@ TEST_F(MachineProtectionTest, FailureOfAnyStepLeavesNoHalfKeyAndTheNextCallWorks
     }
 }
 
+TEST_F(MachineProtectionTest, KeyWhoseFileCannotBeClosedIsNotUsed) {
+    // Some file systems tell only then that a write has failed.
+    {
+        SystemCalls calls;
+        calls.Before([&](const SystemCalls::Call& call) {
+            if (call.name == "write") calls.Fail("close", EDQUOT);
+        });
+        EXPECT_EQ(protection.Protect("x", "e", Machine).Error(), EDQUOT);
+    }
+    EXPECT_THAT(*Platform::Files().List(directory / "Quennet/Keys"), testing::IsEmpty());
+    EXPECT_EQ(Unprotect(Protect("again")), "again");
+}
+
+TEST_F(MachineProtectionTest, NothingThatIsOpenedReachesAnotherProgram) {
+    SystemCalls calls;
+    Protect("makes the key");
+    for (const SystemCalls::Call& call : calls.Calls()) {
+        EXPECT_TRUE(call.name != "open" || (call.argument & O_CLOEXEC) != 0) << call.text;
+    }
+    EXPECT_GT(calls.Count("open"), 3u);
+}
+
 TEST_F(MachineProtectionTest, FolderThatCannotBeToldFailsWithItsNumber) {
+    const std::string blob = Protect("secret");
     folders.programDataError = 71;
     folders.currentUserError = 72;
     EXPECT_EQ(protection.Protect("x", "e", Machine).Error(), 71);
     EXPECT_EQ(protection.Protect("x", "e", User).Error(), 72);
+    EXPECT_EQ(Unprotect(blob, "e", Machine), "error 71");
+    EXPECT_EQ(Unprotect(blob, "e", User), "error 72");
 }
 
 TEST_F(MachineProtectionTest, SourceOfChanceThatFailsFailsTheCall) {

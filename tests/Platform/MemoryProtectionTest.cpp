@@ -1,5 +1,6 @@
 #include <openssl/err.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -11,6 +12,7 @@
 
 #include "Platform/IMemoryProtection.h"
 #include "Platform/IRandom.h"
+#include "tests/Fakes/CryptoFaults.h"
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Platform/SystemCalls.h"
 
@@ -195,6 +197,23 @@ TEST_F(MemoryProtectionDeathTest, ProcessThatMayNotLockMemoryIsProtectedAllTheSa
         testing::ExitedWithCode(0), "");
 }
 
+TEST_F(MemoryProtectionDeathTest, WithoutAPageForTheKeyTheCallFailsAndTheNextTriesAgain) {
+    EXPECT_EXIT(
+        {
+            Bytes bytes = Counting(16);
+            rlimit memory{};
+            getrlimit(RLIMIT_AS, &memory);
+            rlimit nothingMore = memory;
+            nothingMore.rlim_cur = 0;
+            setrlimit(RLIMIT_AS, &nothingMore);
+            const Platform::Result refused = protection.Protect(bytes, 0);
+            setrlimit(RLIMIT_AS, &memory);
+            const bool failed = refused.Error() == ENOMEM && bytes == Counting(16);
+            Leave(failed && protection.Protect(bytes, 0) && bytes != Counting(16));
+        },
+        testing::ExitedWithCode(0), "");
+}
+
 TEST_F(MemoryProtectionDeathTest, KeyThatIsNotUsedIsWipedWhereMakingItFailed) {
     EXPECT_EXIT(
         {
@@ -228,6 +247,21 @@ TEST_F(MemoryProtectionDeathTest, KeyThatIsNotUsedIsWipedWhereAnotherThreadWasFa
             calls.Before([&](const SystemCalls::Call& call) { given.Look(call); });
             const bool protects = bool(protection.Protect(bytes, 0));
             Leave(protects && bytes == ofOther && given.keys == 1 && given.wiped);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST_F(MemoryProtectionDeathTest, AlgorithmThatAnotherThreadFoundFirstIsUsed) {
+    EXPECT_EXIT(
+        {
+            Bytes bytes = Counting(16);
+            Bytes ofOther = Counting(16);
+            // The first call to the library is the one that looks the algorithm up.
+            const BeforeCryptoCall other(
+                [&] { std::thread([&] { static_cast<void>(protection.Protect(ofOther, 0)); }).join(); });
+            const bool protects = bool(protection.Protect(bytes, 0));
+            Leave(protects && bytes == ofOther && bytes != Counting(16) && protection.Unprotect(bytes, 0) &&
+                  bytes == Counting(16));
         },
         testing::ExitedWithCode(0), "");
 }
