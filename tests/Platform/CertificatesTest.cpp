@@ -4,7 +4,9 @@
 
 #include <cerrno>
 
+#include "Platform/Linux/X509.h"
 #include "tests/Fakes/TestCertificates.h"
+#include "tests/Platform/AddressSpace.h"
 
 namespace Ombry::Tests {
 namespace {
@@ -78,6 +80,14 @@ TEST_F(CertificatesTest, Base64OfEveryByteComesBackAndHasNoLineBreak) {
     EXPECT_EQ(text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/="),
               std::string::npos);
     EXPECT_EQ(Decode(text), all);
+}
+
+TEST_F(CertificatesTest, EncodingOfMoreThanItsLengthCanTellIsRefusedUnread) {
+    // The last size whose encoding is counted in 32 bits, and the next.
+    const AddressSpace binary(std::size_t{3} * 0x3FFF'FFFF + 1);
+    EXPECT_EQ(*certificates.BinaryToBase64(binary.Bytes().first(binary.Bytes().size() - 1), nullptr, 0),
+              0xFFFF'FFFCu);
+    EXPECT_EQ(certificates.BinaryToBase64(binary.Bytes(), nullptr, 0).Error(), EFBIG);
 }
 
 TEST_F(CertificatesTest, EncodingOfNothingIsEmpty) {
@@ -246,6 +256,18 @@ TEST_F(CertificatesTest, WhatCannotBeParsedIsEqualToNothing) {
     EXPECT_FALSE(certificates.EqualPublicKeys(ContextOf(bad), ContextOf(good)));
     EXPECT_FALSE(certificates.EqualPublicKeys(ContextOf(bad), ContextOf(bad)));
     EXPECT_FALSE(certificates.EqualPublicKeys({}, {}));
+}
+
+TEST_F(CertificatesTest, WhatIsLongerThanTheLibraryCountsIsNoCertificateAndNotRead) {
+    const std::string good = DerOf(MakeCertificate({}));
+    AddressSpace text(std::size_t{1} << 31);
+    const CertificateContext context{Platform::CertificateEncoding, text.Bytes().data(), 1u << 31};
+    EXPECT_FALSE(certificates.EqualPublicKeys(context, ContextOf(good)));
+    EXPECT_FALSE(certificates.EqualPublicKeys(ContextOf(good), context));
+    EXPECT_EQ(Platform::Linux::ParseDer(text.Bytes()), nullptr);
+    // To the library a length that it cannot count would mean "up to the NUL".
+    text.BeginWith(Platform::Linux::EncodePem(MakeCertificate({}).get()) + '\0');
+    EXPECT_EQ(Platform::Linux::ParsePem(text.Text()), nullptr);
 }
 
 }  // namespace

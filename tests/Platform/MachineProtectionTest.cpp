@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <fstream>
+#include <limits>
 #include <set>
 
 #include "Platform/IFiles.h"
@@ -22,6 +23,7 @@
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Fakes/FreedMemory.h"
 #include "tests/Fakes/TemporaryDirectory.h"
+#include "tests/Platform/AddressSpace.h"
 #include "tests/Platform/OwnStack.h"
 #include "tests/Platform/Resources.h"
 #include "tests/Platform/SystemCalls.h"
@@ -269,6 +271,16 @@ TEST_F(MachineProtectionTest, ScopesHaveKeysOfTheirOwn) {
 TEST_F(MachineProtectionTest, UserInterfaceFlagPlaysNoPart) {
     EXPECT_EQ(Unprotect(Protect("secret", "e", 4), "e", 5), "secret");
     EXPECT_EQ(Unprotect(Protect("secret", "e", 0), "e", 1), "secret");
+}
+
+TEST_F(MachineProtectionTest, MoreThanTheCipherCanCountIsRefusedUnread) {
+    constexpr std::size_t most = std::numeric_limits<int>::max();
+    const AddressSpace plain(most + 1);
+    EXPECT_EQ(protection.Protect(plain.Text(), "e", Machine).Error(), EFBIG);
+    AddressSpace blob(1 + 12 + most + 1 + 16);
+    blob.BeginWith("\1");
+    EXPECT_EQ(protection.Unprotect(blob.Text(), "e", Machine).Error(), EFBIG);
+    EXPECT_FALSE(std::filesystem::exists(directory / "Quennet"));
 }
 
 // The key file.

@@ -5,9 +5,19 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdlib>
+#include <filesystem>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
+
+#include "Platform/IHash.h"
+#include "Platform/IProtection.h"
+#include "tests/Fakes/FakeKnownFolders.h"
+#include "tests/Fakes/FakeMachineId.h"
+#include "tests/Fakes/TemporaryDirectory.h"
 
 namespace Ombry::Tests {
 namespace {
@@ -28,7 +38,57 @@ bool CanHash() {
     return sha256 != nullptr;
 }
 
+bool ProtectsMemory() {
+    std::array<std::uint8_t, 16> bytes{};
+    return bool{Platform::MemoryProtection().Protect(bytes, 0)};
+}
+
+/// With a key file and a machine of which this blob came once.
+bool ProtectsOrUnprotects(bool protects) {
+    constexpr std::uint32_t machineScope = 5;
+    const std::string blob =
+        "\x01\x20\x21\x22\x23\x24\x25\x26\x27\x28\x29\x2a\x2b\x15\xa6\x1d\x64\x22"
+        "\xd5\x63\x93\xe1\x66\x35\xc8\xbe\xfc\x27\x55\x13\x4a\x4b\x47\x0f\xf6";
+    const TemporaryDirectory directory;
+    FakeKnownFolders folders(directory.Path());
+    FakeMachineId machine("0123456789abcdef0123456789abcdef");
+    const Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders(folders);
+    const Platform::Testing::Replace<Platform::IMachineId> replacedMachine(machine);
+    std::string key;
+    for (char byte = 0; byte < 32; ++byte)
+        key += byte;
+    directory.Write("Quennet/Keys/protection.key", key);
+    std::filesystem::permissions(directory / "Quennet/Keys/protection.key", std::filesystem::perms(0600));
+    Platform::IMachineProtection& protection = Platform::MachineProtection();
+    return protects ? bool{protection.Protect("secret", "entropy", machineScope)}
+                    : bool{protection.Unprotect(blob, "entropy", machineScope)};
+}
+
+bool Hashes() {
+    const auto provider = Platform::Hash().AcquireProvider();
+    return provider && (*provider)->CreateSha256();
+}
+
 // A process loads the configuration once at most, so each case needs a process of its own.
+TEST(OpenSSLInitDeathTest, WhateverIsAskedForFirstKeepsTheConfigurationFileOut) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const std::pair<const char*, std::function<bool()>> firsts[] = {
+        {"protecting memory", ProtectsMemory},
+        {"protecting for the machine", [] { return ProtectsOrUnprotects(true); }},
+        {"unprotecting for the machine", [] { return ProtectsOrUnprotects(false); }},
+        {"a hash", Hashes},
+    };
+    for (const auto& [name, works] : firsts) {
+        EXPECT_EXIT(
+            {
+                PutHostileConfiguration();
+                std::_Exit(works() ? 0 : 1);
+            },
+            testing::ExitedWithCode(0), "")
+            << name;
+    }
+}
+
 TEST(OpenSSLInitDeathTest, ConfigurationFileChangesNothing) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
