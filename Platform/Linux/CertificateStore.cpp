@@ -134,7 +134,7 @@ public:
         const auto equal = std::find_if(entries.begin(), entries.end(),
                                         [&](const auto& entry) { return entry->encoded == added->encoded; });
         added->fileName = equal == entries.end() ? Fingerprint(added->encoded) : (*equal)->fileName;
-        if (added->fileName.empty()) return Result::Failure(EIO);
+        if (added->encoded.empty() || added->fileName.empty()) return Result::Failure(EIO);
         if (const Result result = Write(added->fileName, added->certificate.get()); !result) return result;
         if (equal != entries.end()) {
             // The properties go with the certificate that was replaced; contexts handed out stay valid.

@@ -125,6 +125,8 @@ OMBRY_MAY_FAIL(int, EVP_CipherUpdate,
 OMBRY_MAY_FAIL(BIO*, BIO_new, (const BIO_METHOD* method), (method), nullptr)
 OMBRY_MAY_FAIL(BIO*, BIO_new_mem_buf, (const void* data, int size), (data, size), nullptr)
 OMBRY_MAY_FAIL(int, PEM_write_bio_X509_AUX, (BIO * bio, const X509* certificate), (bio, certificate), 0)
+OMBRY_MAY_FAIL(int, X509_alias_set1, (X509 * certificate, const unsigned char* name, int size),
+               (certificate, name, size), 0)
 OMBRY_MAY_FAIL(int, i2d_X509, (const X509* certificate, unsigned char** encoded), (certificate, encoded), -1)
 
 }  // extern "C"

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "Platform/ICertificates.h"
 #include "Platform/IHash.h"
 #include "Platform/IMachineProtection.h"
 #include "Platform/IMemoryProtection.h"
@@ -116,6 +117,43 @@ TEST(X509FaultsTest, WhatCannotBeWrittenOrReadIsNothing) {
     ExpectEachFailureIsTold(1, [&] { return Platform::Linux::ParsePem(pem) != nullptr; });
     ExpectEachFailureIsTold(2, [&] { return Platform::Linux::EncodeDer(certificate.get()) == encoded; });
     ExpectEachFailureIsTold(1, [&] { return !Platform::Linux::Fingerprint(encoded).empty(); });
+}
+
+class CertificateStoreFaultsTest : public testing::Test {
+protected:
+    std::unique_ptr<Platform::ICertificateStore> Open() {
+        auto store = Platform::Certificates().OpenStore(Platform::StoreLocation::LocalMachine,
+                                                        Platform::StoreAccess::ReadWrite, L"Store");
+        return store ? std::move(*store) : nullptr;
+    }
+
+    TemporaryDirectory directory;
+    FakeKnownFolders folders{directory.Path()};
+    Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};
+    const std::string encoded = DerOf(MakeCertificate({}));
+    const Platform::CertificateContext context{Platform::CertificateEncoding,
+                                               reinterpret_cast<const std::uint8_t*>(encoded.data()),
+                                               static_cast<std::uint32_t>(encoded.size())};
+};
+
+TEST_F(CertificateStoreFaultsTest, AddTellsEachFailureAndAddsNothingThen) {
+    ExpectEachFailureIsTold(3, [&] {
+        const auto store = Open();
+        const auto added = store->AddReplaceExisting(context);
+        const Platform::CertificateContextPointer found = store->FindNext(nullptr);
+        EXPECT_EQ(bool{added}, found != nullptr);
+        EXPECT_TRUE(!found || store->Delete(found));
+        return bool{added};
+    });
+}
+
+TEST_F(CertificateStoreFaultsTest, FriendlyNameTellsEachFailure) {
+    const std::vector<std::uint8_t> name = {'n', 0, 0, 0};
+    ASSERT_TRUE(Open()->AddReplaceExisting(context));
+    const auto store = Open();
+    const auto entry = store->FindNext(nullptr);
+    ASSERT_NE(entry, nullptr);
+    ExpectEachFailureIsTold(4, [&] { return bool{store->SetFriendlyName(entry, name)}; });
 }
 
 }  // namespace
