@@ -152,10 +152,12 @@ public:
                                                     std::uint32_t room) override {
         calls.push_back(binary == nullptr ? "measure" : "decode");
         if (failing == calls.back()) return Platform::Result::Failure(5);
+        if (binary != nullptr && tooMuch) return room + 1;
         return real.Base64ToBinary(text, binary, room);
     }
 
     std::string failing;
+    bool tooMuch = false;  ///< the decoder says that it has written more than there was room for
     std::vector<std::string> calls;
 
 private:
@@ -175,6 +177,14 @@ TEST(CheckPublicKeyCallbackTest, EachFailingOperationRejectsAndEndsTheCheck) {
         EXPECT_EQ(certificates.calls, std::vector<std::string>(
                                           steps.begin(), steps.begin() + static_cast<std::ptrdiff_t>(i) + 1));
     }
+}
+
+TEST(CheckPublicKeyCallbackTest, MoreThanWasMeasuredIsRejectedAndNotRead) {
+    FailingCertificates certificates;
+    const Platform::Testing::Replace<Platform::ICertificates> replaced(certificates);
+    certificates.tooMuch = true;
+    EXPECT_FALSE(Accepts(Pin({}), Server({})));
+    EXPECT_EQ(certificates.calls, (std::vector<std::string>{"measure", "decode"}));
 }
 
 TEST(CheckPublicKeyCallbackTest, FailingAllocationRejects) {

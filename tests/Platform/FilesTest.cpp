@@ -47,21 +47,22 @@ protected:
 TEST_F(FilesTest, SyncedReplacementIsOnTheDiskBeforeItIsRenamedAndItsFolderAfterwards) {
     SystemCalls calls;
     ASSERT_TRUE(Save(directory / "file", "data", Durability::Synced));
-    EXPECT_THAT(calls.Names(), ElementsAre("open", "getrandom", "open", "flock", "fallocate", "write",
-                                           "fsync", "close", "rename", "fsync", "close", "close"));
+    EXPECT_THAT(calls.Names(),
+                ElementsAre("open", "getrandom", "open", "flock", "fstat", "fcntl", "fallocate", "write",
+                            "fsync", "close", "rename", "fsync", "close", "close"));
     EXPECT_EQ(calls.Calls()[0].text, directory.Path());
-    EXPECT_EQ(calls.Calls()[6].argument, calls.Calls()[5].argument);  // the file that was written
-    EXPECT_EQ(calls.Calls()[8].text, directory / "file");
-    EXPECT_EQ(calls.Calls()[9].argument, calls.Calls()[10].argument);  // the folder
-    EXPECT_NE(calls.Calls()[9].argument, calls.Calls()[6].argument);
+    EXPECT_EQ(calls.Calls()[8].argument, calls.Calls()[7].argument);  // the file that was written
+    EXPECT_EQ(calls.Calls()[10].text, directory / "file");
+    EXPECT_EQ(calls.Calls()[11].argument, calls.Calls()[12].argument);  // the folder
+    EXPECT_NE(calls.Calls()[11].argument, calls.Calls()[8].argument);
 }
 
 TEST_F(FilesTest, UnsyncedReplacementIsOnTheDiskBeforeItIsRenamedAndItsFolderNeedNotBe) {
     SystemCalls calls;
     ASSERT_TRUE(Save(directory / "file", "data", Durability::Unsynced));
-    EXPECT_THAT(calls.Names(), ElementsAre("getrandom", "open", "flock", "fallocate", "write", "fsync",
-                                           "close", "rename", "close"));
-    EXPECT_EQ(calls.Calls()[5].argument, calls.Calls()[4].argument);  // the file that was written
+    EXPECT_THAT(calls.Names(), ElementsAre("getrandom", "open", "flock", "fstat", "fcntl", "fallocate",
+                                           "write", "fsync", "close", "rename", "close"));
+    EXPECT_EQ(calls.Calls()[7].argument, calls.Calls()[6].argument);  // the file that was written
 }
 
 TEST_F(FilesTest, SpaceIsReservedWhenTheReplacementBegins) {

@@ -126,6 +126,16 @@ ssize_t write(int descriptor, const void* data, size_t length) {
 ssize_t read(int descriptor, void* data, size_t length) {
     WATCHED(read, nullptr, descriptor, -1, descriptor, data, Ombry::Tests::Limited(length));
 }
+int fstat(int descriptor, struct stat* status) noexcept {
+    WATCHED(fstat, nullptr, descriptor, -1, descriptor, status);
+}
+int fcntl(int descriptor, int command, ...) {
+    std::va_list arguments;
+    va_start(arguments, command);
+    void* const argument = va_arg(arguments, void*);  // a number comes as wide as a pointer
+    va_end(arguments);
+    WATCHED(fcntl, nullptr, command, -1, descriptor, command, argument);
+}
 int fsync(int descriptor) {
     WATCHED(fsync, nullptr, descriptor, -1, descriptor);
 }

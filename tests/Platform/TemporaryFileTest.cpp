@@ -179,6 +179,23 @@ TEST_F(TemporaryFileTest, LockThatFailsForAnotherReasonFailsTheSave) {
     EXPECT_EQ(directory.Read("file"), "old");
 }
 
+TEST_F(TemporaryFileTest, FileWhoseModeCannotBeSetFailsTheSave) {
+    const Mask mask(0777);
+    SystemCalls calls;
+    calls.Fail("fchmod", EPERM);
+    EXPECT_EQ(Save("file", "x").Error(), EPERM);
+    EXPECT_THAT(Names(), IsEmpty());
+}
+
+TEST_F(TemporaryFileTest, LeftoverThatCannotBeLookedAtStays) {
+    directory.Write(Leftover, "");
+    SystemCalls calls;
+    calls.Fail("fstat", EIO);
+    RemoveLeftovers(directory.Path());
+    EXPECT_EQ(calls.Count("fstat"), 1u);
+    EXPECT_THAT(Names(), ElementsAre(Leftover));
+}
+
 TEST_F(TemporaryFileTest, FileSystemOnWhichEachLockIsHeldFailsTheSaveAfterAHundredTries) {
     SystemCalls calls;
     calls.Fail("flock", EWOULDBLOCK, 1000);
