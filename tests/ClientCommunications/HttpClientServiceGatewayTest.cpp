@@ -331,6 +331,14 @@ TEST_F(HttpClientServiceGatewayTest, VerbosityOfTheFactoryReachesTheConnections)
     EXPECT_FALSE(engines.verbose);
 }
 
+TEST_F(HttpClientServiceGatewayTest, VerbosityOfAGatewayWithoutAPoolReachesItsOwnConnection) {
+    for (const bool verbose : {true, false}) {
+        HttpClientServiceGateway alone(At("https://server"), nullptr, nullptr, verbose);
+        EXPECT_THROW(alone.CallForString(request, {}), CommunicationsError);
+        EXPECT_EQ(engines.verbose, verbose);
+    }
+}
+
 TEST_F(HttpClientServiceGatewayTest, TheHttpClientLogsToTheSameLogger) {
     Call();
     std::vector<std::string> lines;

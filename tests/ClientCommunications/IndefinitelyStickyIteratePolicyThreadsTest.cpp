@@ -10,9 +10,8 @@ namespace {
 using namespace ClientCommunications;
 using Cancellation::Token;
 
-/// A call that searches and one that waits for it, for a thread sanitizer: each test fails under it if one of
-/// the two touches the shared state without the lock. Where no test is, the search itself keeps others away:
-/// the server is only read by who searches, or when it can change no more.
+/// A call that searches and one beside it, for a thread sanitizer: each test fails under it if one of the two
+/// touches the shared state without the lock.
 class IndefinitelyStickyIteratePolicyThreadsTest : public testing::Test {
 protected:
     using CallPtr = std::unique_ptr<ICandidateServiceFinder>;
@@ -20,6 +19,16 @@ protected:
     CallPtr NewCall() { return shared->Create(finder); }
 
     static void Ask(const CallPtr& call) { EXPECT_TRUE(call->GetNextCandidate(Token()).service); }
+
+    /// A call that borrowed its server from one whose search has been given up since. It still counts as a
+    /// searcher, beside the next one: the search as such keeps nobody away from it.
+    CallPtr Leftover() {
+        Ask(searching);
+        CallPtr borrowing = NewCall();
+        Ask(borrowing);
+        searching.reset();
+        return borrowing;
+    }
 
     LockFreeClock clock;
     Platform::Testing::Replace<Platform::IClock> replaced{clock};
@@ -33,6 +42,8 @@ protected:
     }();
     CallPtr searching = NewCall();
     CallPtr waiting = NewCall();
+    UnorderedSignal looksForServers;
+    UnorderedSignal isDone;
 };
 
 TEST_F(IndefinitelyStickyIteratePolicyThreadsTest, ASearchThatSucceedsWhileAnotherCallWaits) {
@@ -56,6 +67,55 @@ TEST_F(IndefinitelyStickyIteratePolicyThreadsTest, ASearchThatComesToAServerWhil
         found.arrive_and_wait();
         EXPECT_THROW(waiting->GetNextCandidate(Cancellation::CreateTimeout(Duration(0))),
                      Cancellation::TimeoutException);
+    }});
+}
+
+TEST_F(IndefinitelyStickyIteratePolicyThreadsTest, ASearchThatBeginsBeforeALeftoverCallSucceeds) {
+    const CallPtr leftover = Leftover();
+    finder->onFind = [&] {
+        looksForServers.Give();
+        isDone.Await();
+    };
+    RunInStep({[&](int thread) {
+        if (thread == 1) {
+            Ask(waiting);
+            return;
+        }
+        looksForServers.Await();
+        leftover->MarkSuccess();
+        isDone.Give();
+    }});
+}
+
+TEST_F(IndefinitelyStickyIteratePolicyThreadsTest, ACallThatTakesTheServerBeforeALateSearchComesToAnother) {
+    const CallPtr leftover = Leftover();
+    finder->onFind = [&] {
+        looksForServers.Give();
+        isDone.Await();
+    };
+    const CallPtr established = NewCall();
+    RunInStep({[&](int thread) {
+        if (thread == 1) {
+            Ask(waiting);
+            return;
+        }
+        looksForServers.Await();
+        leftover->MarkSuccess();
+        EXPECT_FALSE(established->GetNextCandidate(Token()).service);
+        isDone.Give();
+    }});
+}
+
+TEST_F(IndefinitelyStickyIteratePolicyThreadsTest, ALeftoverCallThatGoesAfterASearchHasComeToAServer) {
+    CallPtr leftover = Leftover();
+    RunInStep({[&](int thread) {
+        if (thread == 1) {
+            Ask(waiting);
+            isDone.Give();
+            return;
+        }
+        isDone.Await();
+        leftover.reset();
     }});
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <barrier>
 #include <functional>
 #include <string>
@@ -31,6 +32,20 @@ inline void RunInStep(const std::vector<std::function<void(int thread)>>& steps)
     run(0);
     beside.join();
 }
+
+/// Lets one thread wait for another within a step, and orders nothing of what the two do: a thread sanitizer
+/// sees no more than that they run side by side.
+class UnorderedSignal {
+public:
+    void Give() { given.store(true, std::memory_order_relaxed); }
+    void Await() const {
+        while (!given.load(std::memory_order_relaxed))
+            std::this_thread::yield();
+    }
+
+private:
+    std::atomic<bool> given = false;
+};
 
 /// A memory in which no server ever failed.
 class NoMemory : public ClientCommunications::IFailedServices {
