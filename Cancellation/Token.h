@@ -12,6 +12,7 @@ namespace Ombry::Cancellation {
 class OperationCancelledException : public std::runtime_error {
 public:
     OperationCancelledException() : std::runtime_error("Operation cancelled.") {}
+    /// With a text of its own.
     explicit OperationCancelledException(const std::string& message) : std::runtime_error(message) {}
 };
 
@@ -19,6 +20,7 @@ public:
 class TimeoutException : public OperationCancelledException {
 public:
     TimeoutException() : OperationCancelledException("Operation timed out.") {}
+    /// With a text of its own.
     explicit TimeoutException(const std::string& message) : OperationCancelledException(message) {}
 };
 
@@ -32,6 +34,7 @@ class TokenState;
 class Token {
 public:
     Token() = default;
+    /// For the functions below; a program makes tokens with them.
     explicit Token(std::shared_ptr<Impl::TokenState> state);
 
     /// Takes no lock, allocates nothing, never throws.

@@ -15,6 +15,7 @@ namespace Ombry::ClientCommunications::SfsGateway {
 template <class T>
 class Property : public ObjectMapping::ObjectIf {
 public:
+    /// `name` is the key in the JSON text.
     explicit Property(std::string name) : name(std::move(name)) {}
 
     void Map(ObjectMapping::MapperIf& mapper) override {
@@ -30,10 +31,12 @@ public:
         isSet = false;
     }
 
+    /// From now on it is set.
     void Set(T newValue) {
         value = std::move(newValue);
         isSet = true;
     }
+    /// Whether there is a value.
     bool IsSet() const { return isSet; }
     /// `std::runtime_error` if it is not set.
     const T& Get() const {
@@ -62,13 +65,14 @@ public:
     void Reset() override {}
 };
 
+/// One free pair of an enrolled service.
 class ServicePropsInner : public ObjectMapping::ObjectIf {
 public:
     void Map(ObjectMapping::MapperIf& mapper) override;
     void Reset() override;
 
-    Property<std::string> key{"key"};
-    Property<std::string> value{"value"};
+    Property<std::string> key{"key"};      ///< the pair's key
+    Property<std::string> value{"value"};  ///< the pair's value
 };
 
 /// The body of a client enrolment. The client's id and secret are wiped with it.
@@ -76,19 +80,21 @@ class LocationAwareClient : public ObjectMapping::ObjectIf {
 public:
     LocationAwareClient() = default;
     ~LocationAwareClient() override { WipeIdentity(); }
+    /// Copies hold the secret too.
     LocationAwareClient(const LocationAwareClient&) = default;
+    /// As the copy constructor.
     LocationAwareClient& operator=(const LocationAwareClient&) = default;
 
     void Map(ObjectMapping::MapperIf& mapper) override;
     void Reset() override;
 
-    Property<std::string> id{"id"};
-    Property<std::string> clientSecretId{"clientSecretId"};
-    Property<std::string> publicCertPem{"publicCertPem"};
-    Property<std::list<std::string>> groups{"groups"};
-    Property<std::string> description{"description"};
-    Property<std::string> datacenterId{"datacenterId"};
-    Property<EmptyDictionary> rolesPerService{"rolesPerService"};
+    Property<std::string> id{"id"};                                ///< the new client's id, a UUID
+    Property<std::string> clientSecretId{"clientSecretId"};        ///< its secret
+    Property<std::string> publicCertPem{"publicCertPem"};          ///< its certificate, PEM
+    Property<std::list<std::string>> groups{"groups"};             ///< groups that it is to be in
+    Property<std::string> description{"description"};              ///< for people
+    Property<std::string> datacenterId{"datacenterId"};            ///< where it stands
+    Property<EmptyDictionary> rolesPerService{"rolesPerService"};  ///< empty: the service hands out roles
 
 private:
     void WipeIdentity();
@@ -100,21 +106,24 @@ public:
     void Map(ObjectMapping::MapperIf& mapper) override;
     void Reset() override;
 
-    Property<std::string> serviceId{"serviceId"};
-    Property<std::string> serviceName{"serviceName"};
-    Property<std::string> clientId{"clientId"};
-    Property<std::string> directUrl{"directUrl"};
-    Property<std::string> directCert{"directCert"};
-    Property<std::string> endpointUrl{"endpointUrl"};
-    Property<std::string> endpointCert{"endpointCert"};
-    Property<std::string> serviceHostname{"serviceHostname"};
-    Property<std::string> serviceNamespace{"serviceNamespace"};
-    Property<std::string> datacenterId{"datacenterID"};  // unlike the client's key: the service wants it so
-    Property<EmptyDictionary> links{"links"};
-    Property<std::list<std::string>> roles{"roles"};
-    Property<int> ttlSeconds{"ttlSeconds"};
-    Property<std::string> status{"status"};
-    Property<std::list<ServicePropsInner>> serviceProps{"serviceProps"};
+    Property<std::string> serviceId{"serviceId"};      ///< the new service's id, a UUID
+    Property<std::string> serviceName{"serviceName"};  ///< what it is found by
+    Property<std::string> clientId{"clientId"};        ///< id of the client that owns it
+    Property<std::string> directUrl{"directUrl"};      ///< its own address
+    Property<std::string> directCert{"directCert"};    ///< certificate of that address, Base64 of DER
+    Property<std::string> endpointUrl{"endpointUrl"};  ///< the address that discovery gives
+    Property<std::string> endpointCert{
+        "endpointCert"};  ///< certificate of that address, Base64 of DER; callers pin it
+    Property<std::string> serviceHostname{"serviceHostname"};    ///< its host
+    Property<std::string> serviceNamespace{"serviceNamespace"};  ///< its namespace (product)
+    Property<std::string> datacenterId{
+        "datacenterID"};  ///< where it stands; the key is unlike the client's key: the service wants it so
+    Property<EmptyDictionary> links{"links"};         ///< empty
+    Property<std::list<std::string>> roles{"roles"};  ///< roles that it is to have
+    Property<int> ttlSeconds{"ttlSeconds"};           ///< seconds that the registration is to last
+    Property<std::string> status{"status"};           ///< the service's own word for its state
+    Property<std::list<ServicePropsInner>> serviceProps{
+        "serviceProps"};  ///< free pairs, which discovery hands on
 };
 
 }  // namespace Ombry::ClientCommunications::SfsGateway

@@ -7,7 +7,8 @@
 
 namespace Ombry::ClientCommunications {
 
-/// The discovery answer as it travels and is stored. The defaults stand where a document lacks a key.
+/// The discovery answer as it travels and is stored. The defaults stand where a document lacks a key. Record
+/// inside: no installed function takes or gives it.
 class FoundServicesDto : public ObjectMapping::ObjectIf {
 public:
     /// Fresh for 300 seconds from now.

@@ -8,7 +8,8 @@
 
 namespace Ombry::ClientCommunications {
 
-/// How a gateway puts credentials on a request. May be called from several threads at once.
+/// How a gateway puts credentials on a request. May be called from several threads at once. Seam inside: no
+/// installed function takes or gives it.
 class IAuthenticator : public Interface {
 public:
     /// Puts the usual credentials on `request`, which goes to `service`.

@@ -25,11 +25,17 @@ namespace Ombry::ClientCommunications {
 /// own thread.
 class IClientCommunications : public Interface {
 public:
+    /// Gateways that act as the facade's identity. None of these six is ever null.
     virtual std::shared_ptr<IServiceGatewayFactory> GetServiceGatewayFactory() = 0;
+    /// Finders of services, by discovery.
     virtual std::shared_ptr<IServiceFinderFactory> GetServiceFinderFactory() = 0;
+    /// Finders of what belongs to a service that the acting client enrolled from this machine.
     virtual std::shared_ptr<ILocalServiceFinderFactory> GetLocalServiceFinderFactory() = 0;
+    /// Policies, for gateways that are not to have the usual one.
     virtual std::shared_ptr<IServiceIteratePolicyFactory> GetServiceIteratePolicyFactory() = 0;
+    /// Requests for the gateways.
     virtual std::shared_ptr<IServiceRequestFactory> GetServiceRequestFactory() = 0;
+    /// What a service needs to check tokens that others show it.
     virtual std::shared_ptr<IAaSigningCertificateFinder> GetAaSigningCertificateFinder() = 0;
 };
 

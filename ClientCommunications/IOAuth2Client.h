@@ -9,7 +9,8 @@
 
 namespace Ombry::ClientCommunications {
 
-/// Gets bearer tokens. May be called from several threads at once.
+/// Gets bearer tokens. May be called from several threads at once. Seam inside: no installed function takes
+/// or gives it.
 class IOAuth2Client : public Interface {
 public:
     virtual OAuth2Token GetToken(const std::string& serviceName,

@@ -6,7 +6,8 @@
 
 namespace Ombry::ClientCommunications {
 
-/// The content of the machine's bootstrap file: where the discovery service is.
+/// The content of the machine's bootstrap file: where the discovery service is. Record inside: no installed
+/// function takes or gives it.
 class OmbrySecurityConfig : public ObjectMapping::ObjectIf {
 public:
     void Map(ObjectMapping::MapperIf& mapper) override;
@@ -15,7 +16,7 @@ public:
     std::string ssdsUri;
 };
 
-/// The local record of an enrolled service.
+/// The local record of an enrolled service. Record inside: no installed function takes or gives it.
 class LocalServiceStorageDto : public ObjectMapping::ObjectIf {
 public:
     void Map(ObjectMapping::MapperIf& mapper) override;

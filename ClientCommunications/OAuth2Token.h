@@ -7,6 +7,7 @@
 namespace Ombry::ClientCommunications {
 
 /// The success response of a token request (RFC 6749, section 5.1). The token is wiped with the object.
+/// Record inside: no installed function takes or gives it.
 class OAuth2Token : public ObjectMapping::ObjectIf {
 public:
     OAuth2Token() = default;

@@ -7,7 +7,8 @@
 
 namespace Ombry::ClientCommunications {
 
-/// An instance of a service as it travels and is stored.
+/// An instance of a service as it travels and is stored. Record inside: no installed function takes or gives
+/// it.
 class ServiceDto : public ObjectMapping::ObjectIf {
 public:
     class Property : public ObjectMapping::ObjectIf {

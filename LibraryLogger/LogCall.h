@@ -13,12 +13,13 @@ namespace Ombry::LibraryLogger {
 /// a qualified literal, since __func__ is not qualified. The built-ins stand for std::source_location, which
 /// clang 14 does not offer with this standard library.
 struct Place {
+    /// All but the function's name is filled in where the expression stands.
     Place(const char* function, const char* file = __builtin_FILE(), int line = __builtin_LINE())
         : function(function), file(file), line(line) {}
 
-    const char* function;
-    const char* file;
-    int line;
+    const char* function;  ///< qualified name; a literal, as the file
+    const char* file;      ///< source path at build time
+    int line;              ///< counted from 1
 };
 
 /// One log call: streams the parts in order into one message, but only if there is a logger and it wants the

@@ -12,6 +12,7 @@ namespace Ombry::ObjectMapping {
 template <class T, class Alloc = std::allocator<T>>
 class ListArray : public SequenceArray<std::list<T, Alloc>> {
 public:
+    /// `list` outlives the adaptor.
     explicit ListArray(std::list<T, Alloc>& list, bool optionalElements = false)
         : SequenceArray<std::list<T, Alloc>>(list, optionalElements) {}
 };

@@ -16,6 +16,7 @@ namespace Ombry::ObjectMapping {
 template <class K, class V, class Compare = std::less<K>, class Alloc = std::allocator<std::pair<const K, V>>>
 class MapArray : public ArrayIf {
 public:
+    /// `map` outlives the adaptor.
     explicit MapArray(std::map<K, V, Compare, Alloc>& map) : map(&map), cursor(map.begin()) {}
 
     bool Next(MapperIf& mapper) override {

@@ -21,6 +21,7 @@ class ArrayIf {
 public:
     /// The writing step: hands the element at the cursor to `mapper` and moves on; false at the end.
     virtual bool Next(MapperIf& mapper) = 0;
+    /// Empties the container, before elements are read.
     virtual void Clear() = 0;
     /// The reading step: hands a new element to `mapper`, in exactly one nameless `Field` call, and appends
     /// it.
@@ -40,6 +41,9 @@ static_assert(sizeof(int) == 4 && sizeof(short) == 2 && sizeof(long long) == 8,
 /// which mean another overload on another platform.
 class MapperIf {
 public:
+    /// Writes the value, or reads it. Reading throws `std::runtime_error` for a value of another type or a
+    /// number out of range, and for a required field that is missing if the mapper is strict.
+    /// @{
     virtual void Field(const char* name, std::wstring& value, bool* present) = 0;
     virtual void Field(const char* name, std::string& value, bool* present) = 0;
     virtual void Field(const char* name, double& value, bool* present) = 0;
@@ -54,6 +58,7 @@ public:
     virtual void Field(const char* name, bool& value, bool* present) = 0;
     virtual void Field(const char* name, ArrayIf& value, bool* present) = 0;
     virtual void Field(const char* name, ObjectIf& value, bool* present) = 0;
+    /// @}
     virtual ~MapperIf() = default;
 };
 

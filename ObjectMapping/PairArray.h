@@ -14,6 +14,7 @@ namespace Ombry::ObjectMapping {
 template <class A, class B>
 class PairArray : public ArrayIf {
 public:
+    /// `pair` outlives the adaptor.
     explicit PairArray(std::pair<A, B>& pair) : pair(&pair) {}
 
     bool Next(MapperIf& mapper) override {

@@ -11,6 +11,7 @@ namespace Ombry::ObjectMapping {
 template <class Container>
 class SequenceArray : public ArrayIf {
 public:
+    /// Hands on the element at the cursor; false at the end.
     bool Next(MapperIf& mapper) override {
         if (cursor == container->end()) return false;
         mapper.Field(nullptr, *cursor, nullptr);
@@ -18,8 +19,10 @@ public:
         return true;
     }
 
+    /// Empties the container.
     void Clear() override { container->clear(); }
 
+    /// Reads one more element and appends it.
     void Append(MapperIf& mapper) override {
         typename Container::value_type element{};
         bool present = false;
@@ -29,6 +32,7 @@ public:
     }
 
 protected:
+    /// `container` outlives the adaptor.
     SequenceArray(Container& container, bool optionalElements)
         : container(&container), cursor(container.begin()), optionalElements(optionalElements) {}
 

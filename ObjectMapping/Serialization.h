@@ -24,6 +24,7 @@ public:
     /// Parses the text and positions the mapper on the root value. A text of 2^32 - 2 bytes or more is
     /// refused unread, and is the only one that the message does not hold.
     virtual void Begin(const std::string& text) = 0;
+    /// Frees the text; the object that was read stays.
     virtual void End() = 0;
 };
 

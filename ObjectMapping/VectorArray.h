@@ -11,6 +11,7 @@ namespace Ombry::ObjectMapping {
 template <class T, class Alloc = std::allocator<T>>
 class VectorArray : public SequenceArray<std::vector<T, Alloc>> {
 public:
+    /// `vector` outlives the adaptor.
     explicit VectorArray(std::vector<T, Alloc>& vector, bool optionalElements = false)
         : SequenceArray<std::vector<T, Alloc>>(vector, optionalElements) {}
 };

@@ -8,10 +8,15 @@ namespace OmbryZephCore {
 class ZephSorrelConnectionParameters : public ZephSorrelConnectionParametersIf {
 public:
     ZephSorrelConnectionParameters() : ZephSorrelConnectionParameters(std::string(), 0) {}
+    /// The rest has the defaults that the setters name.
     ZephSorrelConnectionParameters(std::string host, std::uint16_t nPort);
+    /// A copy of all fields.
     explicit ZephSorrelConnectionParameters(const ZephSorrelConnectionParametersIf& other);
+    /// A copy of all fields.
     ZephSorrelConnectionParameters(const ZephSorrelConnectionParameters& other) = default;
+    /// All fields, the port too.
     ZephSorrelConnectionParameters& operator=(const ZephSorrelConnectionParameters& other);
+    /// All fields, the port too.
     ZephSorrelConnectionParameters& operator=(const ZephSorrelConnectionParametersIf& other);
 
     bool GetUseSSL() const override { return m_UseSSL; }

@@ -11,11 +11,13 @@ namespace OmbryZephCore {
 /// whoever holds a connection must give it back before the pool goes.
 class ZephSorrelSyncConnectionPool : public ZephSorrelSyncConnectionPoolIf {
 public:
+    /// `logger` may be null. No thread is started yet.
     explicit ZephSorrelSyncConnectionPool(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger);
     ~ZephSorrelSyncConnectionPool() override;
     ZephSorrelSyncConnectionPool(const ZephSorrelSyncConnectionPool&) = delete;
     ZephSorrelSyncConnectionPool& operator=(const ZephSorrelSyncConnectionPool&) = delete;
 
+    /// Whether connections that are made from now on log each step and what comes over TLS; false by default.
     void SetVerbose(bool bVerbose);
 
     /// Starts the eviction thread: connections idle for more than `nMaxIdleSeconds` are closed by a scan

@@ -26,13 +26,19 @@ public:
     ZephSorrelSyncHttpClient(const ZephSorrelSyncHttpClient&) = delete;
     ZephSorrelSyncHttpClient& operator=(const ZephSorrelSyncHttpClient&) = delete;
 
+    /// Replaces the value of a header of exactly that name. "Host" and those of the body's length are the
+    /// core's.
     void SetHeader(const std::string& name, const std::string& value);
     /// Prefix of each path: "/" counts as empty, a missing "/" in front is added, one at the end removed.
     void SetBasePath(const std::string& path);
+    /// Ends the exchange when it fires; never, by default.
     void SetToken(Ombry::Cancellation::Token token);
     /// Seconds of silence allowed, 15 by default, 0 for no limit.
     void SetTimeout(std::uint32_t nSeconds);
+    /// The request's body; null, as by default, for none. Not owned; used until `DoRequest` returns.
     void SetDataReader(ZephSyncDataReaderIf* pReader);
+    /// Where the answer's body goes; null, as by default, for nowhere. Not owned; used until `DoRequest`
+    /// returns.
     void SetDataWriter(ZephSyncDataWriterIf* pWriter);
 
     /// 0 for a status from 200 to 299; `eRC_HTTP_StatusFailure` for any other answer;
@@ -41,8 +47,12 @@ public:
     /// request is then sent again, a POST too.
     std::uint32_t DoRequest(const std::string& method, const std::string& path);
 
+    /// Why there was no answer, as a `ResultCode`; 0 if that does not lie with the connection.
     std::uint32_t GetIOResult() const;
+    /// 0 before the head of an answer has come.
     std::uint32_t GetHttpStatus() const;
+    /// Calls `callback` for each header, in ascending byte order of the names; a name that came twice, as it
+    /// was written, shows its last value.
     void ForEachResponseHeader(
         std::function<void(const std::string& name, const std::string& value)> callback) const;
 

@@ -21,8 +21,11 @@ public:
 class ZephSyncDataWriterIf {
 public:
     virtual ~ZephSyncDataWriterIf() = default;
+    /// The head has come; a body begins, anew if an attempt before it broke off.
     virtual void Begin() = 0;
+    /// The next bytes.
     virtual void Write(const std::uint8_t* pData, std::uint32_t nBytes) = 0;
+    /// The body is whole.
     virtual void End() = 0;
     /// So many more bytes are announced: behind `Begin` the whole body, 0 for unknown, and then each chunk.
     /// Comes before room is made for them; a sink that does not want them throws.
