@@ -1,0 +1,37 @@
+# The reference of the libraries for those who write programs on them, made of the comments of the public headers.
+# Whatever a program can call has to be documented: a warning is an error.
+set(DOXYGEN_PROJECT_NAME "Ombry client libraries")
+set(DOXYGEN_PROJECT_NUMBER ${PROJECT_VERSION})
+set(DOXYGEN_OUTPUT_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/reference")
+set(DOXYGEN_STRIP_FROM_PATH "${PROJECT_SOURCE_DIR}")
+set(DOXYGEN_USE_MDFILE_AS_MAINPAGE "${PROJECT_SOURCE_DIR}/docs/reference.md")
+set(DOXYGEN_JAVADOC_AUTOBRIEF YES)
+set(DOXYGEN_DISTRIBUTE_GROUP_DOC YES)
+set(DOXYGEN_BUILTIN_STL_SUPPORT YES)
+set(DOXYGEN_QUIET YES)
+set(DOXYGEN_WARN_IF_UNDOCUMENTED YES)
+set(DOXYGEN_WARN_AS_ERROR FAIL_ON_WARNINGS)
+# Pages without scripts, and without graphs, which would depend on what else is installed.
+set(DOXYGEN_HAVE_DOT NO)
+set(DOXYGEN_CLASS_GRAPH NO)
+set(DOXYGEN_SEARCHENGINE NO)
+set(DOXYGEN_HTML_DYNAMIC_MENUS NO)
+set(DOXYGEN_VERBATIM_HEADERS NO)
+
+# What no installed function takes or gives: other public headers include these, and their comments say so.
+set(DOXYGEN_EXCLUDE_SYMBOLS
+    FailureInfo FoundServicesDto IAuthenticator IClientCredentials IClientCredentialsFactory IClientCredentialsStore
+    IDataProtection IFailedServices IFoundServicesCache IHttpClientServiceGatewayFactory IKeyValueStorage
+    ILocalServiceLookup INamedStorage IOAuth2Client IPostSaveHook IRetryDelayIterator IRetryDelayIteratorFactory IStorage
+    LocalServiceStorageDto OAuth2Token OmbrySecurityConfig ServiceCandidate ServiceDto ZephSorrelSyncConnectionIf)
+
+# Of the network core the HTTP client, of the platform time: the rest is inside, or for whoever writes another platform.
+set(core ZephResultCodes ZephSorrelConnectionParameters ZephSorrelConnectionParametersIf ZephSorrelSyncConnectionIf
+    ZephSorrelSyncConnectionPool ZephSorrelSyncHttpClient ZephSyncDataIf)
+list(TRANSFORM core PREPEND "${PROJECT_SOURCE_DIR}/OmbryZephCore/")
+list(TRANSFORM core APPEND ".h")
+file(GLOB headers CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/Cancellation/*.h" "${PROJECT_SOURCE_DIR}/ClientCommunications/*.h"
+     "${PROJECT_SOURCE_DIR}/LibraryLogger/*.h" "${PROJECT_SOURCE_DIR}/ObjectMapping/*.h")
+doxygen_add_docs(reference "${PROJECT_SOURCE_DIR}/docs/reference.md" ${headers} ${core}
+    "${PROJECT_SOURCE_DIR}/Platform/IClock.h" "${PROJECT_SOURCE_DIR}/Platform/Time.h"
+    ALL USE_STAMP_FILE COMMENT "Making the reference of the libraries")
