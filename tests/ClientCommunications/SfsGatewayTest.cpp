@@ -143,7 +143,7 @@ TEST(SfsGatewayTest, EachFunctionAcceptsItsOwnStatusesAndNoOther) {
     }
 }
 
-TEST(SfsGatewayTest, EnrolmentLeavesNoSecretInTheMemoryThatItFrees) {
+TEST(SfsGatewayTest, EnrollmentLeavesNoSecretInTheMemoryThatItFrees) {
     const auto communications = std::make_shared<FakeCommunications>();
     communications->respond = [](const std::string&) { return FakeCommunications::Answer{201, ""}; };
     const std::string secret = "a secret too long for a string object";

@@ -62,7 +62,7 @@ TEST_F(ManualTest, WithoutTheFinderCacheTheEarlierRegistrationIsRemovedFirst) {
     EXPECT_THAT(ServiceCalls(), ElementsAre("POST", "DELETE", "POST"));
 }
 
-TEST_F(ManualTest, ClientThatEnrolsItselfAnewIsGone_UntilSomebodyElseEnrolsIt) {
+TEST_F(ManualTest, ClientThatEnrollsItselfAnewIsGone_UntilSomebodyElseEnrollsIt) {
     ExpectSuccess(EnrollClient());
     const ProcessOutcome outcome = machine.Run({"enroll-client", "-n", "printer", "-nn", "printer"});
     EXPECT_EQ(outcome.exitCode, 255);

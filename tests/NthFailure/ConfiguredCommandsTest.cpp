@@ -115,13 +115,13 @@ void FailEverywhereOf(const Subject& subject) {
     });
 }
 
-TEST(NthFailureOfConfiguredCommandsTest, ClientIsEnrolledOrTheNextRunEnrolsIt) {
+TEST(NthFailureOfConfiguredCommandsTest, ClientIsEnrolledOrTheNextRunEnrollsIt) {
     FailEverywhereOf({{"enroll-client", "-n", "c1", "-nn", "New"},
                       [](World&) {},
                       [](const World& world) { return world.KnowsNewClient(); }});
 }
 
-TEST(NthFailureOfConfiguredCommandsTest, ServiceIsEnrolledOrTheNextRunEnrolsIt) {
+TEST(NthFailureOfConfiguredCommandsTest, ServiceIsEnrolledOrTheNextRunEnrollsIt) {
     FailEverywhereOf({{"enroll-service", "-n", "c1", "-owner", "c1", "-name", "Svc", "-url", "https://h:1/x",
                        "-namespace", "ns", "-hostname", "h"},
                       [](World& world) { world.PutRecord(); },

@@ -46,7 +46,7 @@ protected:
     static Texts DeleteCall() { return Call("v1-auth", "1", "DELETE", DeleteOld); }
 };
 
-TEST_F(EnrollmentManagerClientTest, FirstEnrolmentLooksForAnEarlierOneAndGoesOn) {
+TEST_F(EnrollmentManagerClientTest, FirstEnrollmentLooksForAnEarlierOneAndGoesOn) {
     Answer({{"POST " + Enroll, {201, FakeCommunications::Unreadable}}});
 
     Manager().EnrollClient(Request("new one"));
@@ -59,7 +59,7 @@ TEST_F(EnrollmentManagerClientTest, FirstEnrolmentLooksForAnEarlierOneAndGoesOn)
     EXPECT_EQ(StoredClient("new one"), NewClient());
 }
 
-TEST_F(EnrollmentManagerClientTest, SecondEnrolmentDeletesTheFirstByItsStoredId) {
+TEST_F(EnrollmentManagerClientTest, SecondEnrollmentDeletesTheFirstByItsStoredId) {
     PutClient("a", "old-id");
     Answer({{"POST " + Enroll, {201, ""}}, {"DELETE " + DeleteOld, {204, ""}}});
 
@@ -74,7 +74,7 @@ TEST_F(EnrollmentManagerClientTest, SecondEnrolmentDeletesTheFirstByItsStoredId)
     EXPECT_EQ(StoredClient("a"), NewClient());
 }
 
-TEST_F(EnrollmentManagerClientTest, EnrolmentLeavesNeitherIdNorSecretInTheMemoryThatItFrees) {
+TEST_F(EnrollmentManagerClientTest, EnrollmentLeavesNeitherIdNorSecretInTheMemoryThatItFrees) {
     Answer({{"POST " + Enroll, {201, ""}}});
     for (const std::uint32_t first : {1U, 3U}) {
         const std::string plain = FakeRandom::GuidText(first == 1 ? 1 : 4);  // an id, and a secret
@@ -85,7 +85,7 @@ TEST_F(EnrollmentManagerClientTest, EnrolmentLeavesNeitherIdNorSecretInTheMemory
     EXPECT_EQ(StoredClient("client 3"), NewClient(3));
 }
 
-TEST_F(EnrollmentManagerClientTest, EachEnrolmentHasANewIdAndANewSecret) {
+TEST_F(EnrollmentManagerClientTest, EachEnrollmentHasANewIdAndANewSecret) {
     communications->respond = [](const std::string& call) {
         return FakeCommunications::Answer{call.starts_with("POST") ? 201 : 204, ""};
     };
@@ -180,7 +180,7 @@ TEST_F(EnrollmentManagerClientTest, FailureToRemoveTheOldFileIsNoFailure) {
     EXPECT_EQ(StoredClient("a"), NewClient());
 }
 
-TEST_F(EnrollmentManagerClientTest, RefusedEnrolmentLeavesTheOldClientGoneAndNothingOfTheNewOne) {
+TEST_F(EnrollmentManagerClientTest, RefusedEnrollmentLeavesTheOldClientGoneAndNothingOfTheNewOne) {
     for (const int status : {200, 204, 400, 403, 409, 500}) {
         PutClient("a", "old-id");
         Answer({{"POST " + Enroll, {status, "why"}}, {"DELETE " + DeleteOld, {204, ""}}});
@@ -267,7 +267,7 @@ TEST_F(EnrollmentManagerClientTest, HookOfTheRequestHearsOfTheSavedFile) {
     EXPECT_EQ(hook->paths, Texts{CredentialsPath("a")});
 }
 
-TEST_F(EnrollmentManagerClientTest, UnenrolmentDeletesAtTheServiceAndThenHere) {
+TEST_F(EnrollmentManagerClientTest, UnenrollmentDeletesAtTheServiceAndThenHere) {
     for (const int status : {204, 404}) {
         PutClient("a", "old-id");
         Answer({{"DELETE " + DeleteOld, {status, ""}}});
@@ -282,7 +282,7 @@ TEST_F(EnrollmentManagerClientTest, UnenrolmentDeletesAtTheServiceAndThenHere) {
     }
 }
 
-TEST_F(EnrollmentManagerClientTest, UnenrolmentOfANameThatThisMachineDoesNotKnowDoesNothingAndSucceeds) {
+TEST_F(EnrollmentManagerClientTest, UnenrollmentOfANameThatThisMachineDoesNotKnowDoesNothingAndSucceeds) {
     files.Put(CredentialsPath("foreign"), "of another machine");
     files.Put(CredentialsPath("empty"), "");
     for (const std::string name : {"nosuch", "foreign", "empty"}) {
@@ -296,7 +296,7 @@ TEST_F(EnrollmentManagerClientTest, UnenrolmentOfANameThatThisMachineDoesNotKnow
 }
 
 TEST_F(EnrollmentManagerClientTest,
-       EveryStandardExceptionWhileTheCredentialsAreReadEndsAnUnenrolmentInSilence) {
+       EveryStandardExceptionWhileTheCredentialsAreReadEndsAnUnenrollmentInSilence) {
     PutClient("a", "old-id");
     memory.observe = [](std::span<std::uint8_t>) { throw std::logic_error("no sense"); };
 
@@ -305,7 +305,7 @@ TEST_F(EnrollmentManagerClientTest,
     EXPECT_EQ(steps, Texts{"Read " + CredentialsPath("a")});
 }
 
-TEST_F(EnrollmentManagerClientTest, UnenrolmentThatTheServiceRefusesKeepsTheCredentials) {
+TEST_F(EnrollmentManagerClientTest, UnenrollmentThatTheServiceRefusesKeepsTheCredentials) {
     for (const int status : {200, 401, 403, 500}) {
         PutClient("a", "old-id");
         Answer({{"DELETE " + DeleteOld, {status, "why"}}});

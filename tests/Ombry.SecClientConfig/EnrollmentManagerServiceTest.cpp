@@ -206,7 +206,7 @@ TEST_F(EnrollmentManagerServiceTest, SearchThatFailsEndsTheCommand) {
     EXPECT_EQ(steps, Join({{ReadOwner()}, Search()}));
 }
 
-TEST_F(EnrollmentManagerServiceTest, RefusedEnrolmentLeavesTheOldRegistrationsDeletedAndNoRecord) {
+TEST_F(EnrollmentManagerServiceTest, RefusedEnrollmentLeavesTheOldRegistrationsDeletedAndNoRecord) {
     AddFound("s1");
     for (const int status : {200, 400, 500}) {
         steps.clear();
@@ -292,7 +292,7 @@ TEST_F(EnrollmentManagerServiceTest, SameServiceOnAnotherHostOverwritesTheRecord
     EXPECT_EQ(files.Content(RecordPath("Owner", "Svc")), RecordText(FakeRandom::GuidText(2)));
 }
 
-TEST_F(EnrollmentManagerServiceTest, UnenrolmentDeletesByTheRecordAndThenTheRecord) {
+TEST_F(EnrollmentManagerServiceTest, UnenrollmentDeletesByTheRecordAndThenTheRecord) {
     for (const int status : {200, 404}) {
         files.Put(RecordPath("Owner", "Svc"), RecordText("id-1"));
         steps.clear();
@@ -307,7 +307,7 @@ TEST_F(EnrollmentManagerServiceTest, UnenrolmentDeletesByTheRecordAndThenTheReco
     }
 }
 
-TEST_F(EnrollmentManagerServiceTest, UnenrolmentNeedsNoVersionInTheRecord) {
+TEST_F(EnrollmentManagerServiceTest, UnenrollmentNeedsNoVersionInTheRecord) {
     files.Put(RecordPath("Owner", "Svc"), R"({"Guid":"id-1"})");
     Answer({{"DELETE " + Enroll + "/id-1", {200, ""}}});
 
@@ -316,7 +316,7 @@ TEST_F(EnrollmentManagerServiceTest, UnenrolmentNeedsNoVersionInTheRecord) {
     EXPECT_FALSE(files.Exists(RecordPath("Owner", "Svc")));
 }
 
-TEST_F(EnrollmentManagerServiceTest, UnenrolmentByARecordWithoutAnIdAsksForTheDeletionOfNoIdOnPurpose) {
+TEST_F(EnrollmentManagerServiceTest, UnenrollmentByARecordWithoutAnIdAsksForTheDeletionOfNoIdOnPurpose) {
     const std::string text = R"({"Version":"1.0"})";
     files.Put(RecordPath("Owner", "Svc"), text);
     Answer({{"DELETE " + Enroll + "/", {405, "which?"}}});
@@ -328,14 +328,14 @@ TEST_F(EnrollmentManagerServiceTest, UnenrolmentByARecordWithoutAnIdAsksForTheDe
     EXPECT_EQ(files.Content(RecordPath("Owner", "Svc")), text);
 }
 
-TEST_F(EnrollmentManagerServiceTest, UnenrolmentWithoutARecordDoesNothingAndSucceeds) {
+TEST_F(EnrollmentManagerServiceTest, UnenrollmentWithoutARecordDoesNothingAndSucceeds) {
     Manager().UnenrollService("Owner", "nosuch");
     Manager().UnenrollService("nobody", "Svc");
 
     EXPECT_EQ(steps, (Texts{"Read " + RecordPath("Owner", "nosuch"), "Read " + RecordPath("nobody", "Svc")}));
 }
 
-TEST_F(EnrollmentManagerServiceTest, EveryStandardExceptionWhileTheRecordIsReadEndsAnUnenrolmentInSilence) {
+TEST_F(EnrollmentManagerServiceTest, EveryStandardExceptionWhileTheRecordIsReadEndsAnUnenrollmentInSilence) {
     files.Put(RecordPath("Owner", "Svc"), RecordText("id-1"));
     files.Decide([](const FileOperation&) -> std::optional<int> { throw std::logic_error("no sense"); });
 
@@ -345,7 +345,7 @@ TEST_F(EnrollmentManagerServiceTest, EveryStandardExceptionWhileTheRecordIsReadE
     EXPECT_EQ(files.Content(RecordPath("Owner", "Svc")), RecordText("id-1"));
 }
 
-TEST_F(EnrollmentManagerServiceTest, SecondUnenrolmentDoesNothing) {
+TEST_F(EnrollmentManagerServiceTest, SecondUnenrollmentDoesNothing) {
     files.Put(RecordPath("Owner", "Svc"), RecordText("id-1"));
     Answer({{"DELETE " + Enroll + "/id-1", {200, ""}}});
     Manager().UnenrollService("Owner", "Svc");
@@ -356,7 +356,7 @@ TEST_F(EnrollmentManagerServiceTest, SecondUnenrolmentDoesNothing) {
     EXPECT_EQ(steps, Texts{"Read " + RecordPath("Owner", "Svc")});
 }
 
-TEST_F(EnrollmentManagerServiceTest, UnenrolmentThatTheServiceRefusesKeepsTheRecord) {
+TEST_F(EnrollmentManagerServiceTest, UnenrollmentThatTheServiceRefusesKeepsTheRecord) {
     for (const int status : {204, 403, 500}) {
         files.Put(RecordPath("Owner", "Svc"), RecordText("id-1"));
         Answer({{"DELETE " + Enroll + "/id-1", {status, "why"}}});

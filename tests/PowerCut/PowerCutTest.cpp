@@ -102,7 +102,7 @@ TEST_P(PowerCutTest, MachineThatWasTiedToAServiceStaysTiedToIt) {
     CutBehind({}, Configure(), EnrollClient);
 }
 
-TEST_P(PowerCutTest, ClientThatWasEnrolledCanEnrolAService) {
+TEST_P(PowerCutTest, ClientThatWasEnrolledCanEnrollAService) {
     CutBehind({Configure()}, EnrollClient, EnrollService);
 }
 

@@ -75,7 +75,7 @@ protected:
     State state{folder.Path()};
 };
 
-TEST_F(SandboxStateTest, ClientIsKnownFromItsEnrolmentToItsRemoval) {
+TEST_F(SandboxStateTest, ClientIsKnownFromItsEnrollmentToItsRemoval) {
     EXPECT_FALSE(state.HasClient("c"));
     EXPECT_FALSE(state.IsClientSecret("c", "s"));
     EXPECT_TRUE(state.AddClient({"c", "s", "text", "d"}));

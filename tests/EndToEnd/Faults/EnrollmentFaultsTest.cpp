@@ -217,7 +217,7 @@ TEST_F(EnrollmentFaultsTest,
     EXPECT_GT(forgotten, 0);
 }
 
-TEST_F(EnrollmentFaultsTest, EnrolmentThatEndsWellWhateverFailedLeavesCredentialsThatCanBeUsed) {
+TEST_F(EnrollmentFaultsTest, EnrollmentThatEndsWellWhateverFailedLeavesCredentialsThatCanBeUsed) {
     const auto forget = [&] {
         for (const std::string& folder :
              {std::string("Quennet/Keys"), SecurityFolder + "/Components", SecurityFolder + "/CS-cpp"}) {

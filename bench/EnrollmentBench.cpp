@@ -1,7 +1,7 @@
 // Whole enrolment commands beside a script of curl and jq that makes the same calls to the same service: from
 // an empty cache, and with discovery answers and tokens at hand.
 //
-//   bench_enrolment [rounds]      41 unless told otherwise
+//   bench_enrollment [rounds]      41 unless told otherwise
 
 #include <array>
 #include <filesystem>
@@ -54,7 +54,7 @@ void PrepareTool(Side& side, const SandboxService& service) {
 
 void PrepareScript(Side& side, const SandboxService& service) {
     const auto script = [&](Command words) {
-        words.insert(words.begin(), {OMBRY_ENROL_SCRIPT, side.machine.Path()});
+        words.insert(words.begin(), {OMBRY_ENROLL_SCRIPT, side.machine.Path()});
         return words;
     };
     side.cacheFolder = "cache";
@@ -112,5 +112,5 @@ void RunAll(int rounds) {
 
 int main(int argc, char** argv) {
     using namespace Ombry::Bench;
-    return RunBenchmark("bench_enrolment", RunAll, DefaultRounds, argc, argv);
+    return RunBenchmark("bench_enrollment", RunAll, DefaultRounds, argc, argv);
 }

@@ -4,10 +4,10 @@
 #
 #   base=URL  pin=sha256//...  datacenter=ID  user=NAME:PASSWORD
 #
-#   enrol.sh FOLDER enroll-client NAME                    as the user
-#   enrol.sh FOLDER unenroll-client NAME                  as the user
-#   enrol.sh FOLDER enroll-service OWNER NAME SPACE HOST  as the owner
-#   enrol.sh FOLDER unenroll-service OWNER NAME           as the owner
+#   enroll.sh FOLDER enroll-client NAME                    as the user
+#   enroll.sh FOLDER unenroll-client NAME                  as the user
+#   enroll.sh FOLDER enroll-service OWNER NAME SPACE HOST  as the owner
+#   enroll.sh FOLDER unenroll-service OWNER NAME           as the owner
 set -eu
 cd "$1"
 shift
@@ -92,7 +92,7 @@ unenroll-service)
     rm "services/$1-$2"
     ;;
 *)
-    echo "enrol.sh: no command '$command'" >&2
+    echo "enroll.sh: no command '$command'" >&2
     exit 2
     ;;
 esac

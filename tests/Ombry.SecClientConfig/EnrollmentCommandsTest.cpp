@@ -12,7 +12,7 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-class EnrolmentCommandsTest : public testing::Test, protected ConfiguredMachine {
+class EnrollmentCommandsTest : public testing::Test, protected ConfiguredMachine {
 protected:
     /// The command must succeed, print nothing and send exactly these.
     void ExpectSuccess(const Texts& words, const Texts& requests) {
@@ -48,7 +48,7 @@ const std::string FindAuth = "GET /services/services/secure/name/v1-auth Bearer 
 const std::string FindService = "GET /services/services/secure/name/v1-service Bearer ";
 const std::string EnrollClientCall = "POST /v1/auth/locationawareclients Bearer t ";
 
-TEST_F(EnrolmentCommandsTest, EnrollClientKeepsTheNewCredentialsAndPutsNoRolesIntoTheBody) {
+TEST_F(EnrollmentCommandsTest, EnrollClientKeepsTheNewCredentialsAndPutsNoRolesIntoTheBody) {
     ExpectSuccess({"enroll-client", "-t", "t", "-nn", "New", "-desc", "text", "-rps",
                    R"([["serviceName1",["role1","role2"]],["serviceName2",["role1"]]])"},
                   {FindAuth + "t", EnrollClientCall + ClientBody("\"text\"")});
@@ -58,18 +58,18 @@ TEST_F(EnrolmentCommandsTest, EnrollClientKeepsTheNewCredentialsAndPutsNoRolesIn
     EXPECT_EQ(stored->GetClientSecret(), FakeRandom::GuidText(2));
 }
 
-TEST_F(EnrolmentCommandsTest, EmptyDescriptionAndEmptyRolesCountAsNotGiven) {
+TEST_F(EnrollmentCommandsTest, EmptyDescriptionAndEmptyRolesCountAsNotGiven) {
     ExpectSuccess({"enroll-client", "-t", "t", "-nn", "New", "-desc", "", "-rps", ""},
                   {FindAuth + "t", EnrollClientCall + ClientBody("null")});
 }
 
-TEST_F(EnrolmentCommandsTest, RolesThatFit) {
+TEST_F(EnrollmentCommandsTest, RolesThatFit) {
     for (const std::string& roles : Texts{"[]", "[[\"a\",[]]]", "[[\"a\",[\"r\"]],[\"a\",[\"s\"]]]"}) {
         EXPECT_EQ(Tool({"enroll-client", "-t", "t", "-nn", "New", "-rps", roles}).error, "") << roles;
     }
 }
 
-TEST_F(EnrolmentCommandsTest, RolesThatDoNotFitEndTheCommandBeforeAnyCall) {
+TEST_F(EnrollmentCommandsTest, RolesThatDoNotFitEndTheCommandBeforeAnyCall) {
     const std::map<std::string, std::string> failures = {
         {R"([["a",["r"],["s"]]])", "Attempted to insert more than two elements into a pair.\n"},
         {R"([["a":["r"]]])", "ERROR: Parse failed at offset "},  // the form that the usage shows
@@ -90,7 +90,7 @@ TEST_F(EnrolmentCommandsTest, RolesThatDoNotFitEndTheCommandBeforeAnyCall) {
     EXPECT_FALSE(files.Exists(Security + "/Components/New"));
 }
 
-TEST_F(EnrolmentCommandsTest, RolesAreReadOnlyAfterTheCompositionWasBuilt) {
+TEST_F(EnrollmentCommandsTest, RolesAreReadOnlyAfterTheCompositionWasBuilt) {
     static_cast<void>(files.Remove(Security + "/CS/datacenterid.config"));
 
     EXPECT_EQ(Tool({"enroll-client", "-t", "t", "-nn", "New", "-rps", "x"}).error,
@@ -98,7 +98,7 @@ TEST_F(EnrolmentCommandsTest, RolesAreReadOnlyAfterTheCompositionWasBuilt) {
                   Security + "/CS/datacenterid.config' for read.\n");
 }
 
-TEST_F(EnrolmentCommandsTest, EnrollServiceReplacesWhatWasRegisteredAndKeepsTheRecord) {
+TEST_F(EnrollmentCommandsTest, EnrollServiceReplacesWhatWasRegisteredAndKeepsTheRecord) {
     const ToolRun run = Tool({"enroll-service", "-t", "t", "-owner", "c1", "-name", "Svc", "-url",
                               "https://H:1/x", "-namespace", "Space", "-hostname", "Host"});
     EXPECT_EQ(run.exitCode, 0);
@@ -132,7 +132,7 @@ TEST_F(EnrolmentCommandsTest, EnrollServiceReplacesWhatWasRegisteredAndKeepsTheR
                          "}"}));
 }
 
-TEST_F(EnrolmentCommandsTest, UnenrollServiceWorksFromTheRecord) {
+TEST_F(EnrollmentCommandsTest, UnenrollServiceWorksFromTheRecord) {
     const std::string record = Security + "/Components/c1/Services/Svc.config";
     files.Put(record, "{\"Version\": \"1.0\", \"Guid\": \"g-1\"}");
 
@@ -143,7 +143,7 @@ TEST_F(EnrolmentCommandsTest, UnenrollServiceWorksFromTheRecord) {
     ExpectSuccess({"unenroll-service", "-t", "t", "-on", "c1", "-s", "Svc"}, {});
 }
 
-TEST_F(EnrolmentCommandsTest, UnenrollClientWorksFromTheStoredCredentials) {
+TEST_F(EnrollmentCommandsTest, UnenrollClientWorksFromTheStoredCredentials) {
     ExpectSuccess({"unenroll-client", "-t", "t", "-un", "c1"},
                   {FindAuth + "t", "DELETE /v1/auth/clients/c1-id Bearer t"});
 
@@ -151,7 +151,7 @@ TEST_F(EnrolmentCommandsTest, UnenrollClientWorksFromTheStoredCredentials) {
     ExpectSuccess({"unenroll-client", "-u", "a", "-p", "b", "-un", "nosuch"}, {});
 }
 
-TEST_F(EnrolmentCommandsTest, ClientThatActsIsNotTheOneThatIsActedFor) {
+TEST_F(EnrollmentCommandsTest, ClientThatActsIsNotTheOneThatIsActedFor) {
     Store()->Save(std::make_shared<ClientCommunications::ClientCredentials>(
         std::make_shared<ClientCommunications::WindowsInMemoryDataProtection>(), "c2", "c2-id", "c2-secret"));
     const std::string own = Security + "/Components/c1/Services/Svc.config";
@@ -180,7 +180,7 @@ TEST_F(EnrolmentCommandsTest, ClientThatActsIsNotTheOneThatIsActedFor) {
     EXPECT_TRUE(files.Exists(Security + "/Components/c1/ombrycomponent.config"));
 }
 
-class IdentityTest : public EnrolmentCommandsTest, public testing::WithParamInterface<Texts> {
+class IdentityTest : public EnrollmentCommandsTest, public testing::WithParamInterface<Texts> {
 protected:
     /// The command must ask for its tokens by this call, and succeed.
     void ExpectAsks(const Texts& identity, const std::string& askToken) {
@@ -213,7 +213,7 @@ INSTANTIATE_TEST_SUITE_P(Commands, IdentityTest,
                                                "-namespace", "S", "-hostname", "h"},
                                          Texts{"unenroll-service", "-on", "c1", "-s", "Svc"}));
 
-TEST_F(EnrolmentCommandsTest, UnenrollClientSelfActsWithItsOwnCredentialsAndCanDoItOnce) {
+TEST_F(EnrollmentCommandsTest, UnenrollClientSelfActsWithItsOwnCredentialsAndCanDoItOnce) {
     const std::string askToken =
         "POST /v1/auth/clients/servicetokens Basic YzEtaWQ6YzEtc2VjcmV0 "
         "grant_type=client_credentials&servicename=";
@@ -231,7 +231,7 @@ TEST_F(EnrolmentCommandsTest, UnenrollClientSelfActsWithItsOwnCredentialsAndCanD
     EXPECT_EQ(web.Summaries().size(), requests);
 }
 
-TEST_F(EnrolmentCommandsTest, ClientThatRemovesItselfHasCachesOfItsOwn) {
+TEST_F(EnrollmentCommandsTest, ClientThatRemovesItselfHasCachesOfItsOwn) {
     EXPECT_EQ(Tool({"unenroll-client-self", "-n", "c1"}).error, "");
 
     const std::string cache = Security + "/CS-cpp/cache/";
