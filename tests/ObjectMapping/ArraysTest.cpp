@@ -76,7 +76,7 @@ void ReadInto(Container& container, const std::string& text) {
     ReadText(text, [&](MapperIf& mapper) { mapper.Field(nullptr, array, nullptr); });
 }
 
-TEST(ListArray, NextHandsOverEachElementNamelessAndRequiredThenReturnsFalse) {
+TEST(ListArrayTest, NextHandsOverEachElementNamelessAndRequiredThenReturnsFalse) {
     std::list<std::string> list{"a", "b"};
     ListArray array(list);
     NotingMapper mapper;
@@ -87,7 +87,7 @@ TEST(ListArray, NextHandsOverEachElementNamelessAndRequiredThenReturnsFalse) {
     EXPECT_EQ(mapper.calls, (std::vector<std::string>{"string a", "string b"}));
 }
 
-TEST(ListArray, NextHandsOverOptionalElementsAsRequiredToo) {
+TEST(ListArrayTest, NextHandsOverOptionalElementsAsRequiredToo) {
     std::list<std::string> list{"a"};
     ListArray array(list, true);
     NotingMapper mapper;
@@ -95,7 +95,7 @@ TEST(ListArray, NextHandsOverOptionalElementsAsRequiredToo) {
     EXPECT_EQ(mapper.calls, (std::vector<std::string>{"string a"}));
 }
 
-TEST(ListArray, NextHandsOverTheElementItselfAndNotACopy) {
+TEST(ListArrayTest, NextHandsOverTheElementItselfAndNotACopy) {
     std::list<std::string> list{"a"};
     ListArray array(list);
     NotingMapper mapper;
@@ -104,7 +104,7 @@ TEST(ListArray, NextHandsOverTheElementItselfAndNotACopy) {
     EXPECT_EQ(list, std::list<std::string>{"changed"});
 }
 
-TEST(ListArray, NextOfAnEmptyListReturnsFalseWithoutACall) {
+TEST(ListArrayTest, NextOfAnEmptyListReturnsFalseWithoutACall) {
     std::list<std::string> list;
     ListArray array(list);
     NotingMapper mapper;
@@ -112,7 +112,7 @@ TEST(ListArray, NextOfAnEmptyListReturnsFalseWithoutACall) {
     EXPECT_TRUE(mapper.calls.empty());
 }
 
-TEST(ListArray, AppendHandsOverADefaultElementAsRequiredAndPushesItAtTheBack) {
+TEST(ListArrayTest, AppendHandsOverADefaultElementAsRequiredAndPushesItAtTheBack) {
     std::list<std::string> list{"first"};
     ListArray array(list);
     NotingMapper mapper;
@@ -122,7 +122,7 @@ TEST(ListArray, AppendHandsOverADefaultElementAsRequiredAndPushesItAtTheBack) {
     EXPECT_EQ(list, (std::list<std::string>{"first", "read"}));
 }
 
-TEST(ListArray, AppendOfARequiredElementPushesNothingIfTheMapperThrows) {
+TEST(ListArrayTest, AppendOfARequiredElementPushesNothingIfTheMapperThrows) {
     std::list<std::string> list{"first"};
     ListArray array(list);
     NotingMapper mapper;
@@ -131,7 +131,7 @@ TEST(ListArray, AppendOfARequiredElementPushesNothingIfTheMapperThrows) {
     EXPECT_EQ(list, std::list<std::string>{"first"});
 }
 
-TEST(ListArray, AppendOfAnOptionalElementStartsWithAClearFlagAndPushesOnlyIfItIsSet) {
+TEST(ListArrayTest, AppendOfAnOptionalElementStartsWithAClearFlagAndPushesOnlyIfItIsSet) {
     std::list<std::string> list;
     ListArray array(list, true);
     NotingMapper mapper;
@@ -147,7 +147,7 @@ TEST(ListArray, AppendOfAnOptionalElementStartsWithAClearFlagAndPushesOnlyIfItIs
     EXPECT_EQ(mapper.calls, (std::vector<std::string>{"string  absent", "string  absent"}));
 }
 
-TEST(ListArray, ReadingDropsNullsAmongOptionalElementsWithoutAHole) {
+TEST(ListArrayTest, ReadingDropsNullsAmongOptionalElementsWithoutAHole) {
     std::list<std::string> list;
     ListArray array(list, true);
     ReadText(R"([null, "a", null, null, "b", null])",
@@ -155,7 +155,7 @@ TEST(ListArray, ReadingDropsNullsAmongOptionalElementsWithoutAHole) {
     EXPECT_EQ(list, (std::list<std::string>{"a", "b"}));
 }
 
-TEST(ListArray, ReadingDropsAnOptionalIntegerThatIsWrittenAsADouble) {
+TEST(ListArrayTest, ReadingDropsAnOptionalIntegerThatIsWrittenAsADouble) {
     // The road from a double leaves the flag as it was, which is clear.
     std::list<int> list;
     ListArray array(list, true);
@@ -163,14 +163,14 @@ TEST(ListArray, ReadingDropsAnOptionalIntegerThatIsWrittenAsADouble) {
     EXPECT_EQ(list, (std::list<int>{1, 3}));
 }
 
-TEST(ListArray, ReadingANullAmongRequiredElementsFails) {
+TEST(ListArrayTest, ReadingANullAmongRequiredElementsFails) {
     std::list<std::string> list;
     const std::string message = FailureOf([&] { ReadInto<ListArray<std::string>>(list, R"(["a", null])"); });
     EXPECT_EQ(message, R"(ERROR: Expected type 'string' when processing '[1]' serialization_='["a", null]')");
     EXPECT_EQ(list, std::list<std::string>{"a"});
 }
 
-TEST(ListArray, ReadingDropsTheOldContentFirst) {
+TEST(ListArrayTest, ReadingDropsTheOldContentFirst) {
     std::list<std::string> list{"old", "older"};
     ReadInto<ListArray<std::string>>(list, R"(["new"])");
     EXPECT_EQ(list, std::list<std::string>{"new"});
@@ -178,7 +178,7 @@ TEST(ListArray, ReadingDropsTheOldContentFirst) {
     EXPECT_TRUE(list.empty());
 }
 
-TEST(ListArray, EmptyWritesAsBrackets) {
+TEST(ListArrayTest, EmptyWritesAsBrackets) {
     std::list<std::string> list;
     EXPECT_EQ(Written([&](MapperIf& mapper) {
                   ListArray array(list);
@@ -187,7 +187,7 @@ TEST(ListArray, EmptyWritesAsBrackets) {
               "[]");
 }
 
-TEST(ListArray, ObjectsGoToTheObjectOverload) {
+TEST(ListArrayTest, ObjectsGoToTheObjectOverload) {
     std::list<Datacenter> list(1);
     ListArray array(list);
     NotingMapper mapper;
@@ -197,7 +197,7 @@ TEST(ListArray, ObjectsGoToTheObjectOverload) {
     EXPECT_EQ(list.size(), 2u);
 }
 
-TEST(VectorArray, WritesItsElementsInOrder) {
+TEST(VectorArrayTest, WritesItsElementsInOrder) {
     std::vector<int> vector{3, 1, 2};
     VectorArray array(vector);
     NotingMapper mapper;
@@ -206,7 +206,7 @@ TEST(VectorArray, WritesItsElementsInOrder) {
     EXPECT_EQ(mapper.calls, (std::vector<std::string>{"int 3", "int 1", "int 2"}));
 }
 
-TEST(VectorArray, ReadsManyObjectsInOrderAndDropsTheOldContentFirst) {
+TEST(VectorArrayTest, ReadsManyObjectsInOrderAndDropsTheOldContentFirst) {
     std::string text = "[";
     for (int i = 0; i < 1000; ++i)
         text += (i ? "," : "") + std::string(R"({"id":"dc)") + std::to_string(i) + "\"}";
@@ -218,14 +218,14 @@ TEST(VectorArray, ReadsManyObjectsInOrderAndDropsTheOldContentFirst) {
     EXPECT_EQ(vector.back().id, "dc999");
 }
 
-TEST(VectorArray, DropsNullsAmongOptionalElements) {
+TEST(VectorArrayTest, DropsNullsAmongOptionalElements) {
     std::vector<std::string> vector;
     VectorArray array(vector, true);
     ReadText(R"(["a", null, "b"])", [&](MapperIf& mapper) { mapper.Field(nullptr, array, nullptr); });
     EXPECT_EQ(vector, (std::vector<std::string>{"a", "b"}));
 }
 
-TEST(VectorArray, EmptyWritesAsBrackets) {
+TEST(VectorArrayTest, EmptyWritesAsBrackets) {
     std::vector<Datacenter> vector;
     EXPECT_EQ(Written([&](MapperIf& mapper) {
                   VectorArray array(vector);
@@ -234,7 +234,7 @@ TEST(VectorArray, EmptyWritesAsBrackets) {
               "[]");
 }
 
-TEST(PairArray, NextHandsOverTheStringThenTheListAsAnArrayThenReturnsFalse) {
+TEST(PairArrayTest, NextHandsOverTheStringThenTheListAsAnArrayThenReturnsFalse) {
     std::pair<std::string, std::list<std::string>> pair{"key", {"value"}};
     PairArray array(pair);
     NotingMapper mapper;
@@ -245,7 +245,7 @@ TEST(PairArray, NextHandsOverTheStringThenTheListAsAnArrayThenReturnsFalse) {
     EXPECT_EQ(mapper.calls, (std::vector<std::string>{"string key", "array"}));
 }
 
-TEST(PairArray, AThirdElementThrowsARangeErrorOfExactlyThatClass) {
+TEST(PairArrayTest, AThirdElementThrowsARangeErrorOfExactlyThatClass) {
     std::pair<std::string, std::string> pair;
     PairArray array(pair);
     NotingMapper mapper;
@@ -261,7 +261,7 @@ TEST(PairArray, AThirdElementThrowsARangeErrorOfExactlyThatClass) {
     EXPECT_EQ(mapper.calls.size(), 2u);
 }
 
-TEST(PairArray, ClearStartsOverAndLeavesThePairAsItIs) {
+TEST(PairArrayTest, ClearStartsOverAndLeavesThePairAsItIs) {
     std::pair<std::string, std::list<std::string>> pair{"key", {"value"}};
     PairArray array(pair);
     NotingMapper mapper;
@@ -274,21 +274,21 @@ TEST(PairArray, ClearStartsOverAndLeavesThePairAsItIs) {
     EXPECT_EQ(mapper.calls.back(), "string key");
 }
 
-TEST(PairArray, ReadingOneElementLeavesTheSecondMemberAsItWas) {
+TEST(PairArrayTest, ReadingOneElementLeavesTheSecondMemberAsItWas) {
     std::pair<std::string, std::list<std::string>> pair{"old", {"kept"}};
     ReadInto<PairArray<std::string, std::list<std::string>>>(pair, R"(["new"])");
     EXPECT_EQ(pair.first, "new");
     EXPECT_EQ(pair.second, std::list<std::string>{"kept"});
 }
 
-TEST(PairArray, ReadingNoElementChangesNothing) {
+TEST(PairArrayTest, ReadingNoElementChangesNothing) {
     std::pair<std::string, std::list<std::string>> pair{"old", {"kept"}};
     ReadInto<PairArray<std::string, std::list<std::string>>>(pair, "[]");
     EXPECT_EQ(pair.first, "old");
     EXPECT_EQ(pair.second, std::list<std::string>{"kept"});
 }
 
-TEST(PairArray, ReadingThreeElementsFails) {
+TEST(PairArrayTest, ReadingThreeElementsFails) {
     std::pair<std::string, std::list<std::string>> pair;
     try {
         ReadInto<PairArray<std::string, std::list<std::string>>>(pair, R"(["key", ["value"], "more"])");
@@ -298,7 +298,7 @@ TEST(PairArray, ReadingThreeElementsFails) {
     }
 }
 
-TEST(MapArray, NextHandsOverEachEntryAsANamelessArrayInKeyOrder) {
+TEST(MapArrayTest, NextHandsOverEachEntryAsANamelessArrayInKeyOrder) {
     RoleSets map{{"b", {"2"}}, {"a", {}}};
     MapArray array(map);
     NotingMapper mapper;
@@ -308,7 +308,7 @@ TEST(MapArray, NextHandsOverEachEntryAsANamelessArrayInKeyOrder) {
     EXPECT_EQ(mapper.calls, (std::vector<std::string>{"array", "array"}));
 }
 
-TEST(MapArray, WritesAnArrayOfPairsKeyFirstAndNeverAnObject) {
+TEST(MapArrayTest, WritesAnArrayOfPairsKeyFirstAndNeverAnObject) {
     RoleSets map{{"serviceName2", {"role1"}}, {"serviceName1", {"role1", "role2"}}, {"none", {}}};
     EXPECT_EQ(Written([&](MapperIf& mapper) {
                   MapArray array(map);
@@ -335,7 +335,7 @@ TEST(MapArray, WritesAnArrayOfPairsKeyFirstAndNeverAnObject) {
 ])");
 }
 
-TEST(MapArray, WritesInTheOrderOfTheMapsComparison) {
+TEST(MapArrayTest, WritesInTheOrderOfTheMapsComparison) {
     std::map<std::string, std::string, std::greater<>> map{{"a", "1"}, {"b", "2"}};
     EXPECT_EQ(Written([&](MapperIf& mapper) {
                   MapArray array(map);
@@ -353,7 +353,7 @@ TEST(MapArray, WritesInTheOrderOfTheMapsComparison) {
 ])");
 }
 
-TEST(MapArray, NextHandsOverACopySoThatAMapperCannotChangeAKey) {
+TEST(MapArrayTest, NextHandsOverACopySoThatAMapperCannotChangeAKey) {
     RoleSets map{{"a", {}}};
     MapArray array(map);
 
@@ -367,7 +367,7 @@ TEST(MapArray, NextHandsOverACopySoThatAMapperCannotChangeAKey) {
     EXPECT_EQ(map, (RoleSets{{"a", {}}}));
 }
 
-TEST(MapArray, EmptyWritesAsBrackets) {
+TEST(MapArrayTest, EmptyWritesAsBrackets) {
     RoleSets map;
     EXPECT_EQ(Written([&](MapperIf& mapper) {
                   MapArray array(map);
@@ -376,39 +376,39 @@ TEST(MapArray, EmptyWritesAsBrackets) {
               "[]");
 }
 
-TEST(MapArray, ReadsTheFormOfTheRoleSetOption) {
+TEST(MapArrayTest, ReadsTheFormOfTheRoleSetOption) {
     RoleSets map;
     ReadInto<MapArray<std::string, std::list<std::string>>>(
         map, R"([["serviceName1",["role1","role2"]],["serviceName2",["role1"]]])");
     EXPECT_EQ(map, (RoleSets{{"serviceName1", {"role1", "role2"}}, {"serviceName2", {"role1"}}}));
 }
 
-TEST(MapArray, ReadingKeepsTheValueFirstReadForARepeatedKey) {
+TEST(MapArrayTest, ReadingKeepsTheValueFirstReadForARepeatedKey) {
     RoleSets map;
     ReadInto<MapArray<std::string, std::list<std::string>>>(map, R"([["a",["1"]],["b",[]],["a",["2"]]])");
     EXPECT_EQ(map, (RoleSets{{"a", {"1"}}, {"b", {}}}));
 }
 
-TEST(MapArray, ReadingDropsTheOldContentFirst) {
+TEST(MapArrayTest, ReadingDropsTheOldContentFirst) {
     RoleSets map{{"a", {"old"}}, {"z", {"old"}}};
     ReadInto<MapArray<std::string, std::list<std::string>>>(map, R"([["a",["new"]]])");
     EXPECT_EQ(map, (RoleSets{{"a", {"new"}}}));
 }
 
-TEST(MapArray, ReadingAPairOfOneElementLeavesTheValueEmpty) {
+TEST(MapArrayTest, ReadingAPairOfOneElementLeavesTheValueEmpty) {
     RoleSets map;
     ReadInto<MapArray<std::string, std::list<std::string>>>(map, R"([["a"], ["b", ["1"]]])");
     EXPECT_EQ(map, (RoleSets{{"a", {}}, {"b", {"1"}}}));
 }
 
-TEST(MapArray, ReadingAPairOfThreeElementsThrowsARangeError) {
+TEST(MapArrayTest, ReadingAPairOfThreeElementsThrowsARangeError) {
     RoleSets map;
     EXPECT_THROW((ReadInto<MapArray<std::string, std::list<std::string>>>(map, R"([["a", ["1"], ["2"]]])")),
                  std::range_error);
     EXPECT_TRUE(map.empty());
 }
 
-TEST(MapArray, ReadingANullInTheListOfAPairFails) {
+TEST(MapArrayTest, ReadingANullInTheListOfAPairFails) {
     RoleSets map;
     EXPECT_EQ(FailureOf([&] {
                   ReadInto<MapArray<std::string, std::list<std::string>>>(map, R"([["a",["1",null]]])");
@@ -418,14 +418,14 @@ TEST(MapArray, ReadingANullInTheListOfAPairFails) {
     EXPECT_TRUE(map.empty());
 }
 
-TEST(MapArray, ReadingAnObjectFails) {
+TEST(MapArrayTest, ReadingAnObjectFails) {
     RoleSets map;
     EXPECT_EQ(
         FailureOf([&] { ReadInto<MapArray<std::string, std::list<std::string>>>(map, R"({"a":["1"]})"); }),
         R"(ERROR: Expected type 'array' when processing '.' serialization_='{"a":["1"]}')");
 }
 
-TEST(MapArray, ReadingAnElementThatIsNoPairNamesItsIndex) {
+TEST(MapArrayTest, ReadingAnElementThatIsNoPairNamesItsIndex) {
     RoleSets map;
     EXPECT_EQ(FailureOf([&] {
                   ReadInto<MapArray<std::string, std::list<std::string>>>(map, R"([["a",[]],"b:c"])");
@@ -433,7 +433,7 @@ TEST(MapArray, ReadingAnElementThatIsNoPairNamesItsIndex) {
               R"(ERROR: Expected type 'array' when processing '[1]' serialization_='[["a",[]],"b:c"]')");
 }
 
-TEST(Arrays, AreDerivedFromArrayIfAndNotFromEachOther) {
+TEST(ArraysTest, AreDerivedFromArrayIfAndNotFromEachOther) {
     EXPECT_TRUE((std::is_base_of_v<ArrayIf, ListArray<std::string>>));
     EXPECT_TRUE((std::is_base_of_v<ArrayIf, VectorArray<Datacenter>>));
     EXPECT_TRUE((std::is_base_of_v<ArrayIf, MapArray<std::string, std::list<std::string>>>));

@@ -31,13 +31,13 @@ std::size_t TooMuch() {
     return length;
 }
 
-TEST(CheckedAllocator, ThrowsWhereThereIsNoMemory) {
+TEST(CheckedAllocatorTest, ThrowsWhereThereIsNoMemory) {
     CheckedAllocator allocator;
     EXPECT_THROW(allocator.Malloc(TooMuch()), std::bad_alloc);
     EXPECT_THROW(allocator.Realloc(nullptr, 0, TooMuch()), std::bad_alloc);
 }
 
-TEST(CheckedAllocator, AFailedReallocLeavesTheOldBlock) {
+TEST(CheckedAllocatorTest, AFailedReallocLeavesTheOldBlock) {
     CheckedAllocator allocator;
     auto* block = static_cast<char*>(allocator.Malloc(2));
     block[0] = 'a';
@@ -50,7 +50,7 @@ TEST(CheckedAllocator, AFailedReallocLeavesTheOldBlock) {
     EXPECT_EQ(allocator.Realloc(block, 100'000, 0), nullptr);
 }
 
-TEST(CheckedAllocator, NothingAskedForIsANullPointerAndNoFailure) {
+TEST(CheckedAllocatorTest, NothingAskedForIsANullPointerAndNoFailure) {
     CheckedAllocator allocator;
     EXPECT_EQ(allocator.Malloc(0), nullptr);
     EXPECT_EQ(allocator.Realloc(nullptr, 0, 0), nullptr);

@@ -43,21 +43,21 @@ private:
 
 using Calls = std::vector<std::string>;
 
-TEST(ConvertFromUTF8, AnEmptyTextNeedsNoCall) {
+TEST(ConvertFromUTF8Test, AnEmptyTextNeedsNoCall) {
     ScriptedConversion conversion({});
     Platform::Testing::Replace<Platform::ITextConversion> replaced(conversion);
     EXPECT_EQ(ConvertFromUTF8(""), L"");
     EXPECT_TRUE(conversion.calls.empty());
 }
 
-TEST(ConvertFromUTF8, MeasuresThenConvertsIntoExactlyThatRoom) {
+TEST(ConvertFromUTF8Test, MeasuresThenConvertsIntoExactlyThatRoom) {
     ScriptedConversion conversion({{3, 0}, {3, 0}});
     Platform::Testing::Replace<Platform::ITextConversion> replaced(conversion);
     EXPECT_EQ(ConvertFromUTF8("abcd"), L"xxx");
     EXPECT_EQ(conversion.calls, (Calls{"wide 4 measure", "wide 4 into 3"}));
 }
 
-TEST(ConvertFromUTF8, ACountBelowOneOfTheFirstCallIsAFailure) {
+TEST(ConvertFromUTF8Test, ACountBelowOneOfTheFirstCallIsAFailure) {
     for (const int count : {0, -1}) {
         ScriptedConversion conversion({{count, 1113}});
         Platform::Testing::Replace<Platform::ITextConversion> replaced(conversion);
@@ -67,7 +67,7 @@ TEST(ConvertFromUTF8, ACountBelowOneOfTheFirstCallIsAFailure) {
     }
 }
 
-TEST(ConvertFromUTF8, TheSecondCallsFailureNamesTheWrongFunctionOnPurpose) {
+TEST(ConvertFromUTF8Test, TheSecondCallsFailureNamesTheWrongFunctionOnPurpose) {
     for (const int count : {0, -1}) {
         ScriptedConversion conversion({{1, 0}, {count, 122}});
         Platform::Testing::Replace<Platform::ITextConversion> replaced(conversion);
@@ -77,7 +77,7 @@ TEST(ConvertFromUTF8, TheSecondCallsFailureNamesTheWrongFunctionOnPurpose) {
     }
 }
 
-TEST(ConvertFromUTF8, GivesUtf16UnitsAndReplacesInvalidInput) {
+TEST(ConvertFromUTF8Test, GivesUtf16UnitsAndReplacesInvalidInput) {
     EXPECT_EQ(ConvertFromUTF8("a\xc3\xa9\xe2\x82\xac"), L"a\u00e9\u20ac");
     EXPECT_EQ(ConvertFromUTF8("\xf0\x9f\x98\x80"),
               (std::wstring{static_cast<wchar_t>(0xD83D), static_cast<wchar_t>(0xDE00)}));
@@ -87,21 +87,21 @@ TEST(ConvertFromUTF8, GivesUtf16UnitsAndReplacesInvalidInput) {
     EXPECT_EQ(ConvertFromUTF8(std::string_view("a\0b", 3)), std::wstring(L"a\0b", 3));
 }
 
-TEST(ConvertToUTF8, AnEmptyTextNeedsNoCall) {
+TEST(ConvertToUTF8Test, AnEmptyTextNeedsNoCall) {
     ScriptedConversion conversion({});
     Platform::Testing::Replace<Platform::ITextConversion> replaced(conversion);
     EXPECT_EQ(ConvertToUTF8(L""), "");
     EXPECT_TRUE(conversion.calls.empty());
 }
 
-TEST(ConvertToUTF8, MeasuresThenConvertsIntoExactlyThatRoom) {
+TEST(ConvertToUTF8Test, MeasuresThenConvertsIntoExactlyThatRoom) {
     ScriptedConversion conversion({{5, 0}, {5, 0}});
     Platform::Testing::Replace<Platform::ITextConversion> replaced(conversion);
     EXPECT_EQ(ConvertToUTF8(L"ab"), "xxxxx");
     EXPECT_EQ(conversion.calls, (Calls{"utf8 2 measure", "utf8 2 into 5"}));
 }
 
-TEST(ConvertToUTF8, ACountBelowOneOfTheFirstCallIsAFailure) {
+TEST(ConvertToUTF8Test, ACountBelowOneOfTheFirstCallIsAFailure) {
     for (const int count : {0, -1}) {
         ScriptedConversion conversion({{count, 87}});
         Platform::Testing::Replace<Platform::ITextConversion> replaced(conversion);
@@ -111,7 +111,7 @@ TEST(ConvertToUTF8, ACountBelowOneOfTheFirstCallIsAFailure) {
     }
 }
 
-TEST(ConvertToUTF8, ACountBelowOneOfTheSecondCallIsAFailure) {
+TEST(ConvertToUTF8Test, ACountBelowOneOfTheSecondCallIsAFailure) {
     for (const int count : {0, -1}) {
         ScriptedConversion conversion({{1, 0}, {count, 8}});
         Platform::Testing::Replace<Platform::ITextConversion> replaced(conversion);
@@ -121,7 +121,7 @@ TEST(ConvertToUTF8, ACountBelowOneOfTheSecondCallIsAFailure) {
     }
 }
 
-TEST(ConvertToUTF8, TakesPairsAndReplacesLoneSurrogates) {
+TEST(ConvertToUTF8Test, TakesPairsAndReplacesLoneSurrogates) {
     const std::wstring pair{static_cast<wchar_t>(0xD83D), static_cast<wchar_t>(0xDE00)};
     EXPECT_EQ(ConvertToUTF8(pair), "\xf0\x9f\x98\x80");
     EXPECT_EQ(ConvertToUTF8(std::wstring(1, static_cast<wchar_t>(0xD83D))), "\xef\xbf\xbd");
@@ -129,7 +129,7 @@ TEST(ConvertToUTF8, TakesPairsAndReplacesLoneSurrogates) {
 }
 
 /// The mappers go through the same conversion, with its failures.
-TEST(ConvertUTF8, FailuresComeOutOfTheMappers) {
+TEST(ConvertUTF8Test, FailuresComeOutOfTheMappers) {
     ScriptedConversion conversion({{0, 1}, {0, 2}});
     Platform::Testing::Replace<Platform::ITextConversion> replaced(conversion);
     std::wstring value = L"kept";

@@ -32,7 +32,7 @@ std::string Normalised(const std::string& text) {
     return ticks ? FormatDateTime(At(*ticks)) : "no match";
 }
 
-TEST(FormatDateTime, WritesSevenDigitsOfFractionInUtc) {
+TEST(FormatDateTimeTest, WritesSevenDigitsOfFractionInUtc) {
     EXPECT_EQ(FormatDateTime(At(0)), "1970-01-01T00:00:00.0000000Z");
     EXPECT_EQ(FormatDateTime(At(1)), "1970-01-01T00:00:00.0000001Z");
     EXPECT_EQ(FormatDateTime(At(9'999'999)), "1970-01-01T00:00:00.9999999Z");
@@ -43,7 +43,7 @@ TEST(FormatDateTime, WritesSevenDigitsOfFractionInUtc) {
     EXPECT_EQ(FormatDateTime(At(2'534'023'008'000'000'000)), "10000-01-01T00:00:00.0000000Z");
 }
 
-TEST(FormatDateTime, CountsDownFrom1970WithoutANegativeFraction) {
+TEST(FormatDateTimeTest, CountsDownFrom1970WithoutANegativeFraction) {
     EXPECT_EQ(FormatDateTime(At(-1)), "1969-12-31T23:59:59.9999999Z");
     EXPECT_EQ(FormatDateTime(At(-5)), "1969-12-31T23:59:59.9999995Z");
     EXPECT_EQ(FormatDateTime(At(-10'000'000)), "1969-12-31T23:59:59.0000000Z");
@@ -51,12 +51,12 @@ TEST(FormatDateTime, CountsDownFrom1970WithoutANegativeFraction) {
     EXPECT_EQ(FormatDateTime(At(-621'355'968'000'000'000)), "0001-01-01T00:00:00.0000000Z");
 }
 
-TEST(FormatDateTime, TakesTheEndsOfTheRange) {
+TEST(FormatDateTimeTest, TakesTheEndsOfTheRange) {
     EXPECT_EQ(FormatDateTime(TimePoint::max()), "31197-09-14T02:48:05.4775807Z");
     EXPECT_EQ(FormatDateTime(TimePoint::min()), "-27258-04-19T21:11:54.5224192Z");
 }
 
-TEST(ParseDateTime, AcceptsTheFormsOfThePattern) {
+TEST(ParseDateTimeTest, AcceptsTheFormsOfThePattern) {
     const std::pair<const char*, std::int64_t> cases[] = {
         {"2022-07-01T12:34:56Z", Noon},
         {"2022-07-01t12:34:56z", Noon},
@@ -79,7 +79,7 @@ TEST(ParseDateTime, AcceptsTheFormsOfThePattern) {
         EXPECT_EQ(Parsed(text), ticks) << text;
 }
 
-TEST(ParseDateTime, RefusesWhatThePatternDoesNotMatch) {
+TEST(ParseDateTimeTest, RefusesWhatThePatternDoesNotMatch) {
     const char* const cases[] = {
         "",
         "Z",
@@ -129,14 +129,14 @@ TEST(ParseDateTime, RefusesWhatThePatternDoesNotMatch) {
     EXPECT_EQ(Parsed(std::string("2022-07-01T12:34:56\0Z", 21)), std::nullopt);
 }
 
-TEST(ParseDateTime, RefusesEveryPrefixOfAGoodText) {
+TEST(ParseDateTimeTest, RefusesEveryPrefixOfAGoodText) {
     const std::string good = "2022-07-01T12:34:56.1234567Z";
     for (std::size_t length = 0; length < good.size(); ++length)
         EXPECT_EQ(Parsed(good.substr(0, length)), std::nullopt) << good.substr(0, length);
     EXPECT_EQ(Parsed(good), Noon + 1'234'567);
 }
 
-TEST(ParseDateTime, RefusesEveryOtherByteInTheForm) {
+TEST(ParseDateTimeTest, RefusesEveryOtherByteInTheForm) {
     const std::string good = "2022-07-01T12:34:56.5Z";
     for (std::size_t at = 0; at < good.size(); ++at) {
         for (int byte = 0; byte < 256; ++byte) {
@@ -158,7 +158,7 @@ TEST(ParseDateTime, RefusesEveryOtherByteInTheForm) {
     }
 }
 
-TEST(ParseDateTime, FractionsCountToTheSeventhDigitAndAreCutNotRounded) {
+TEST(ParseDateTimeTest, FractionsCountToTheSeventhDigitAndAreCutNotRounded) {
     const std::string digits = "987654321987654321987654321987";
     const std::int64_t ticks[] = {9'000'000, 9'800'000, 9'870'000, 9'876'000,
                                   9'876'500, 9'876'540, 9'876'543};
@@ -176,13 +176,13 @@ TEST(ParseDateTime, FractionsCountToTheSeventhDigitAndAreCutNotRounded) {
     }
 }
 
-TEST(ParseDateTime, AVeryLongFractionIsMatchedWithoutDeepRecursion) {
+TEST(ParseDateTimeTest, AVeryLongFractionIsMatchedWithoutDeepRecursion) {
     const std::string digits(1'000'000, '3');
     EXPECT_EQ(Parsed("2022-07-01T12:34:56." + digits + "Z"), Noon + 3'333'333);
     EXPECT_EQ(Parsed("2022-07-01T12:34:56." + digits), std::nullopt);
 }
 
-TEST(ParseDateTime, AFieldOutOfRangeKeepsTheFieldsBeforeItAndZeroesTheRest) {
+TEST(ParseDateTimeTest, AFieldOutOfRangeKeepsTheFieldsBeforeItAndZeroesTheRest) {
     const std::pair<const char*, const char*> cases[] = {
         // A month that was not read is January, a day that was not read is the day before its first.
         {"2022-13-15T12:34:56.5Z", "2021-12-31T00:00:00.5000000Z"},
@@ -205,7 +205,7 @@ TEST(ParseDateTime, AFieldOutOfRangeKeepsTheFieldsBeforeItAndZeroesTheRest) {
         EXPECT_EQ(Normalised(text), expected) << text;
 }
 
-TEST(ParseDateTime, ADayOrSecondBeyondItsMonthOrMinuteRollsOver) {
+TEST(ParseDateTimeTest, ADayOrSecondBeyondItsMonthOrMinuteRollsOver) {
     const std::pair<const char*, const char*> cases[] = {
         {"2022-02-31T12:34:56Z", "2022-03-03T12:34:56.0000000Z"},
         {"2024-02-31T12:34:56Z", "2024-03-02T12:34:56.0000000Z"},
@@ -222,7 +222,7 @@ TEST(ParseDateTime, ADayOrSecondBeyondItsMonthOrMinuteRollsOver) {
         EXPECT_EQ(Normalised(text), expected) << text;
 }
 
-TEST(DateTime, EveryTickOfTheYears0000To9999SurvivesTheRoadThroughText) {
+TEST(DateTimeTest, EveryTickOfTheYears0000To9999SurvivesTheRoadThroughText) {
     const auto seed = std::random_device()();
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937_64 generator(seed);
@@ -249,14 +249,14 @@ TimePoint MappedFrom(const std::string& json, TimePoint before, bool* present = 
     return value;
 }
 
-TEST(MapDateTime, WritesTheValueAsText) {
+TEST(MapDateTimeTest, WritesTheValueAsText) {
     TimePoint value = At(Noon + 5);
     ObjectOf object([&](MapperIf& mapper) { MapDateTime(mapper, "time", value, nullptr); });
     EXPECT_EQ(SerializeObject(object, nullptr), "{\n    \"time\": \"2022-07-01T12:34:56.0000005Z\"\n}");
     EXPECT_EQ(value, At(Noon + 5));
 }
 
-TEST(MapDateTime, WritesAnAbsentValueAsNullAndLeavesIt) {
+TEST(MapDateTimeTest, WritesAnAbsentValueAsNullAndLeavesIt) {
     TimePoint value = At(Noon);
     bool present = false;
     EXPECT_EQ(Written([&](MapperIf& mapper) { MapDateTime(mapper, nullptr, value, &present); }), "null");
@@ -267,7 +267,7 @@ TEST(MapDateTime, WritesAnAbsentValueAsNullAndLeavesIt) {
               "\"2022-07-01T12:34:56.0000000Z\"");
 }
 
-TEST(MapDateTime, ReadsTextIntoTheValue) {
+TEST(MapDateTimeTest, ReadsTextIntoTheValue) {
     EXPECT_EQ(MappedFrom("\"2022-07-01 12:34:56Z\"", At(0)), At(Noon));
     for (const bool before : {false, true}) {
         bool present = before;
@@ -276,7 +276,7 @@ TEST(MapDateTime, ReadsTextIntoTheValue) {
     }
 }
 
-TEST(MapDateTime, TextThatIsNoDateTimeFailsNamingTheTag) {
+TEST(MapDateTimeTest, TextThatIsNoDateTimeFailsNamingTheTag) {
     TimePoint value = At(Noon);
     EXPECT_EQ(ReadFailure("\"2022-07-01T12:34:56\"",
                           [&](MapperIf& mapper) { MapDateTime(mapper, nullptr, value, nullptr); }),
@@ -299,7 +299,7 @@ TEST(MapDateTime, TextThatIsNoDateTimeFailsNamingTheTag) {
     EXPECT_EQ(value, At(Noon));
 }
 
-TEST(MapDateTime, TextEqualToTheCurrentValueIsNotParsedAtAll) {
+TEST(MapDateTimeTest, TextEqualToTheCurrentValueIsNotParsedAtAll) {
     // The year has five digits, which no text that is parsed may have.
     const TimePoint far = At(2'534'023'008'000'000'000);
     EXPECT_EQ(MappedFrom("\"10000-01-01T00:00:00.0000000Z\"", far), far);
@@ -311,25 +311,25 @@ TEST(MapDateTime, TextEqualToTheCurrentValueIsNotParsedAtAll) {
               "Unrecognized datetime format '10000-01-01T00:00:00.0000000Z'");
 }
 
-TEST(MapDateTime, EmptyTextIntoAnAbsentValueIsAcceptedAndChangesNothing) {
+TEST(MapDateTimeTest, EmptyTextIntoAnAbsentValueIsAcceptedAndChangesNothing) {
     bool present = false;
     EXPECT_EQ(MappedFrom("\"\"", At(Noon), &present), At(Noon));
     EXPECT_TRUE(present);
 }
 
-TEST(MapDateTime, NullIntoAPresentValueSetsItToZero) {
+TEST(MapDateTimeTest, NullIntoAPresentValueSetsItToZero) {
     bool present = true;
     EXPECT_EQ(MappedFrom("null", At(Noon), &present), At(0));
     EXPECT_FALSE(present);
 }
 
-TEST(MapDateTime, NullIntoAnAbsentValueLeavesIt) {
+TEST(MapDateTimeTest, NullIntoAnAbsentValueLeavesIt) {
     bool present = false;
     EXPECT_EQ(MappedFrom("null", At(Noon), &present), At(Noon));
     EXPECT_FALSE(present);
 }
 
-TEST(MapDateTime, AMissingRequiredFieldChangesNothingWhenNotStrict) {
+TEST(MapDateTimeTest, AMissingRequiredFieldChangesNothingWhenNotStrict) {
     TimePoint value = At(Noon);
     ObjectOf object([&](MapperIf& mapper) { MapDateTime(mapper, "time", value, nullptr); });
     DeserializeObject(object, "{}", nullptr, false);
@@ -338,7 +338,7 @@ TEST(MapDateTime, AMissingRequiredFieldChangesNothingWhenNotStrict) {
               "ERROR: Missing required field '.time' serialization_='{}'");
 }
 
-TEST(MapDateTime, AMissingOptionalFieldThatWasPresentBecomesZero) {
+TEST(MapDateTimeTest, AMissingOptionalFieldThatWasPresentBecomesZero) {
     TimePoint value = At(Noon);
     bool present = true;
     ObjectOf object([&](MapperIf& mapper) { MapDateTime(mapper, "time", value, &present); });
@@ -347,7 +347,7 @@ TEST(MapDateTime, AMissingOptionalFieldThatWasPresentBecomesZero) {
     EXPECT_EQ(value, At(0));
 }
 
-TEST(MapDateTime, ANumberIsATypeMismatchOfTheStringOverload) {
+TEST(MapDateTimeTest, ANumberIsATypeMismatchOfTheStringOverload) {
     EXPECT_EQ(ReadFailure("1656678896",
                           [](MapperIf& mapper) {
                               TimePoint value;

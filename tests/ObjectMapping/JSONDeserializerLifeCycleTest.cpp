@@ -11,7 +11,7 @@ namespace {
 
 using namespace ObjectMapping;
 
-TEST(JSONDeserializerLifeCycle, WithoutARootAFieldFailsOrIsAbsentButDoesNoHarm) {
+TEST(JSONDeserializerLifeCycleTest, WithoutARootAFieldFailsOrIsAbsentButDoesNoHarm) {
     int value = 7;
     bool present = true;
     const auto unused = CreateJSONDeserializer(true);
@@ -34,7 +34,7 @@ TEST(JSONDeserializerLifeCycle, WithoutARootAFieldFailsOrIsAbsentButDoesNoHarm) 
     used->End();
 }
 
-TEST(JSONDeserializerLifeCycle, BeginStartsOver) {
+TEST(JSONDeserializerLifeCycleTest, BeginStartsOver) {
     const auto deserializer = CreateJSONDeserializer(true);
     int value = 0;
     deserializer->Begin("1");
@@ -53,7 +53,7 @@ std::shared_ptr<Deserializer> LeftHalfWay() {
     return deserializer;
 }
 
-TEST(JSONDeserializerLifeCycle, BeginForgetsTheContextsThatAThrowLeftBehind) {
+TEST(JSONDeserializerLifeCycleTest, BeginForgetsTheContextsThatAThrowLeftBehind) {
     const auto deserializer = LeftHalfWay();
     int value = 0;
     deserializer->Begin("{}");
@@ -61,7 +61,7 @@ TEST(JSONDeserializerLifeCycle, BeginForgetsTheContextsThatAThrowLeftBehind) {
               "ERROR: Missing required field '.x' serialization_='{}'");
 }
 
-TEST(JSONDeserializerLifeCycle, EndPopsEveryContext) {
+TEST(JSONDeserializerLifeCycleTest, EndPopsEveryContext) {
     const auto deserializer = LeftHalfWay();
     int value = 0;
     deserializer->End();
@@ -69,7 +69,7 @@ TEST(JSONDeserializerLifeCycle, EndPopsEveryContext) {
               R"(ERROR: Expected type 'int' when processing '.' serialization_='{"left":{}}')");
 }
 
-TEST(JSONDeserializerLifeCycle, EndDropsTheRootButKeepsTheTextForMessages) {
+TEST(JSONDeserializerLifeCycleTest, EndDropsTheRootButKeepsTheTextForMessages) {
     const auto deserializer = CreateJSONDeserializer(true);
     int value = 0;
     deserializer->Begin(R"({"x":1})");
@@ -78,7 +78,7 @@ TEST(JSONDeserializerLifeCycle, EndDropsTheRootButKeepsTheTextForMessages) {
               R"(ERROR: Missing required field '.x' serialization_='{"x":1}')");
 }
 
-TEST(JSONDeserializerLifeCycle, BuildingThePathConsumesTheStack) {
+TEST(JSONDeserializerLifeCycleTest, BuildingThePathConsumesTheStack) {
     const auto deserializer = CreateJSONDeserializer(true);
     int value = 0;
     deserializer->Begin(R"({"x":1})");
@@ -87,7 +87,7 @@ TEST(JSONDeserializerLifeCycle, BuildingThePathConsumesTheStack) {
               R"(ERROR: Missing required field '.x' serialization_='{"x":1}')");
 }
 
-TEST(JSONDeserializerLifeCycle, CopiesTheTextItIsHanded) {
+TEST(JSONDeserializerLifeCycleTest, CopiesTheTextItIsHanded) {
     const auto deserializer = CreateJSONDeserializer(true);
     std::string text = R"({"x":"value"})", value;
     deserializer->Begin(text);
@@ -98,7 +98,7 @@ TEST(JSONDeserializerLifeCycle, CopiesTheTextItIsHanded) {
               R"(ERROR: Missing required field '.y' serialization_='{"x":"value"}')");
 }
 
-TEST(JSONDeserializerLifeCycle, EndGivesTheMemoryOfTheDocumentBack) {
+TEST(JSONDeserializerLifeCycleTest, EndGivesTheMemoryOfTheDocumentBack) {
     std::string text = "[";
     for (int i = 0; i < 400'000; ++i)
         text += "[],";

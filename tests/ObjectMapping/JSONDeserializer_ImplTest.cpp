@@ -142,14 +142,14 @@ void ExpectFull(const Everything& object) {
     EXPECT_EQ(object.resets, 0);
 }
 
-TEST(JSONDeserializer_Impl, ReadsAllFourteenOverloadsAndTheyWriteBackToTheSameText) {
+TEST(JSONDeserializer_ImplTest, ReadsAllFourteenOverloadsAndTheyWriteBackToTheSameText) {
     Everything object;
     DeserializeObject(object, FullText, nullptr, true);
     ExpectFull(object);
     EXPECT_EQ(SerializeObject(object, nullptr), FullText);
 }
 
-TEST(JSONDeserializer_Impl, SetsTheFlagOfEachOptionalFieldThatIsThere) {
+TEST(JSONDeserializer_ImplTest, SetsTheFlagOfEachOptionalFieldThatIsThere) {
     Everything object;
     object.optional = true;
     DeserializeObject(object, FullText, nullptr, true);
@@ -158,7 +158,7 @@ TEST(JSONDeserializer_Impl, SetsTheFlagOfEachOptionalFieldThatIsThere) {
         EXPECT_TRUE(flag);
 }
 
-TEST(JSONDeserializer_Impl, EmptiesEachOptionalFieldThatIsMissingAlsoWhenStrict) {
+TEST(JSONDeserializer_ImplTest, EmptiesEachOptionalFieldThatIsMissingAlsoWhenStrict) {
     for (const bool strict : {false, true}) {
         Everything object;
         object.optional = true;
@@ -170,7 +170,7 @@ TEST(JSONDeserializer_Impl, EmptiesEachOptionalFieldThatIsMissingAlsoWhenStrict)
     }
 }
 
-TEST(JSONDeserializer_Impl, EmptiesEachOptionalFieldThatIsNull) {
+TEST(JSONDeserializer_ImplTest, EmptiesEachOptionalFieldThatIsNull) {
     std::string text = "{";
     for (const std::string& type : TypeNames)
         text += (text.size() == 1 ? "\"" : ",\"") + type + "\":null";
@@ -185,7 +185,7 @@ TEST(JSONDeserializer_Impl, EmptiesEachOptionalFieldThatIsNull) {
     }
 }
 
-TEST(JSONDeserializer_Impl, ReadsTheFieldsBehindANullFromTheSameObject) {
+TEST(JSONDeserializer_ImplTest, ReadsTheFieldsBehindANullFromTheSameObject) {
     int absent = 1, behind = 0;
     bool present = true;
     ObjectOf object([&](MapperIf& mapper) {
@@ -199,7 +199,7 @@ TEST(JSONDeserializer_Impl, ReadsTheFieldsBehindANullFromTheSameObject) {
               R"(ERROR: Missing required field '.behind' serialization_='{"null":null}')");
 }
 
-TEST(JSONDeserializer_Impl, NotStrictLeavesEachMissingRequiredFieldUntouched) {
+TEST(JSONDeserializer_ImplTest, NotStrictLeavesEachMissingRequiredFieldUntouched) {
     Everything object;
     DeserializeObject(object, "{}", nullptr, false);
     object.ExpectUntouched();
@@ -235,7 +235,7 @@ void ForEachType(Run run) {
     });
 }
 
-TEST(JSONDeserializer_Impl, NamesTheTypeOfEachOverloadInAMismatch) {
+TEST(JSONDeserializer_ImplTest, NamesTheTypeOfEachOverloadInAMismatch) {
     std::vector<std::string> types;
     ForEachType([&](const std::string& type, auto field) {
         types.push_back(type);
@@ -254,7 +254,7 @@ TEST(JSONDeserializer_Impl, NamesTheTypeOfEachOverloadInAMismatch) {
     EXPECT_EQ(types, TypeNames);
 }
 
-TEST(JSONDeserializer_Impl, ANullInARequiredFieldIsAMismatchAlsoWhenNotStrict) {
+TEST(JSONDeserializer_ImplTest, ANullInARequiredFieldIsAMismatchAlsoWhenNotStrict) {
     for (const Reading reading : {Reading::Strict, Reading::NotStrict}) {
         ForEachType([&](const std::string& type, auto field) {
             EXPECT_EQ(
@@ -269,7 +269,7 @@ TEST(JSONDeserializer_Impl, ANullInARequiredFieldIsAMismatchAlsoWhenNotStrict) {
     }
 }
 
-TEST(JSONDeserializer_Impl, StrictReportsEachMissingRequiredField) {
+TEST(JSONDeserializer_ImplTest, StrictReportsEachMissingRequiredField) {
     ForEachType([&](const std::string&, auto field) {
         EXPECT_EQ(ReadFailure(R"({"F":1})",
                               [&](MapperIf& mapper) {
@@ -280,7 +280,7 @@ TEST(JSONDeserializer_Impl, StrictReportsEachMissingRequiredField) {
     });
 }
 
-TEST(JSONDeserializer_Impl, TheTypeCheckOfEachOverloadRefusesEveryOtherKindOfValue) {
+TEST(JSONDeserializer_ImplTest, TheTypeCheckOfEachOverloadRefusesEveryOtherKindOfValue) {
     const std::vector<std::string> values = {"null", "true", "1", "1.5", "\"x\"", "[]", "{}"};
     const auto takes = [](const std::string& type, const std::string& value) {
         if (value == "true") return type == "bool";
@@ -306,7 +306,7 @@ TEST(JSONDeserializer_Impl, TheTypeCheckOfEachOverloadRefusesEveryOtherKindOfVal
     });
 }
 
-TEST(JSONDeserializer_Impl, AMismatchLeavesFieldAndFlagAsTheyWere) {
+TEST(JSONDeserializer_ImplTest, AMismatchLeavesFieldAndFlagAsTheyWere) {
     for (const bool flag : {false, true}) {
         bool present = flag;
         std::string value = "kept";
@@ -349,7 +349,7 @@ std::string PathFailure(const std::string& text, int depth) {
     return FailureOf([&] { DeserializeObject(path, text, nullptr, true); });
 }
 
-TEST(JSONDeserializer_Impl, ThePathNamesEachObjectFromTheRootDown) {
+TEST(JSONDeserializer_ImplTest, ThePathNamesEachObjectFromTheRootDown) {
     EXPECT_EQ(PathFailure(R"({"n":{"n":{"x":""}}})", 2),
               R"(ERROR: Expected type 'int' when processing '.n.n.x' serialization_='{"n":{"n":{"x":""}}}')");
     EXPECT_EQ(PathFailure(R"({"n":{"n":{}}})", 2),
@@ -373,7 +373,7 @@ std::string ServicesFailure(const std::string& text) {
     return FailureOf([&] { DeserializeObject(root, text, nullptr, true); });
 }
 
-TEST(JSONDeserializer_Impl, AnArrayElementCountsTwiceInThePathAsTheArrayAndAsTheElement) {
+TEST(JSONDeserializer_ImplTest, AnArrayElementCountsTwiceInThePathAsTheArrayAndAsTheElement) {
     const std::string head = R"({"services":[{"id":"a"},{"id":"b"},)";
     EXPECT_EQ(ServicesFailure(head + R"({"id":3}]})"),
               "ERROR: Expected type 'string' when processing '.services.services[2].id' serialization_='" +
@@ -388,7 +388,7 @@ TEST(JSONDeserializer_Impl, AnArrayElementCountsTwiceInThePathAsTheArrayAndAsThe
               R"(serialization_='{"services":[0]}')");
 }
 
-TEST(JSONDeserializer_Impl, ThePathOfANamelessArrayIsItsIndexAlone) {
+TEST(JSONDeserializer_ImplTest, ThePathOfANamelessArrayIsItsIndexAlone) {
     std::vector<int> vector;
     EXPECT_EQ(ReadFailure("[1,2,\"x\"]",
                           [&](MapperIf& mapper) {
@@ -398,7 +398,7 @@ TEST(JSONDeserializer_Impl, ThePathOfANamelessArrayIsItsIndexAlone) {
               "ERROR: Expected type 'int' when processing '[2]' serialization_='[1,2,\"x\"]'");
 }
 
-TEST(JSONDeserializer_Impl, ThePathForgetsWhatWasReadBefore) {
+TEST(JSONDeserializer_ImplTest, ThePathForgetsWhatWasReadBefore) {
     std::list<Service> services;
     int last = 0;
     ObjectOf root([&](MapperIf& mapper) {
@@ -413,7 +413,7 @@ TEST(JSONDeserializer_Impl, ThePathForgetsWhatWasReadBefore) {
 
 // Look-up
 
-TEST(JSONDeserializer_Impl, TheFirstOfTwoEqualKeysWins) {
+TEST(JSONDeserializer_ImplTest, TheFirstOfTwoEqualKeysWins) {
     int value = 0;
     ObjectOf root([&](MapperIf& mapper) { mapper.Field("k", value, nullptr); });
     DeserializeObject(root, R"({"k":1,"k":2})", nullptr, true);
@@ -422,7 +422,7 @@ TEST(JSONDeserializer_Impl, TheFirstOfTwoEqualKeysWins) {
               R"(ERROR: Expected type 'int' when processing '.k' serialization_='{"k":"","k":2}')");
 }
 
-TEST(JSONDeserializer_Impl, ComparesKeysExactly) {
+TEST(JSONDeserializer_ImplTest, ComparesKeysExactly) {
     for (const char* text : {R"({"Key":1})", R"({"ke":1})", R"({"keys":1})", R"({"key ":1})",
                              R"({"key\u0000":1})", R"({"":1})"}) {
         int value = 7;
@@ -438,7 +438,7 @@ TEST(JSONDeserializer_Impl, ComparesKeysExactly) {
     EXPECT_EQ(value, 1);
 }
 
-TEST(JSONDeserializer_Impl, IgnoresUnknownKeysAndTheOrderOfTheText) {
+TEST(JSONDeserializer_ImplTest, IgnoresUnknownKeysAndTheOrderOfTheText) {
     int a = 0, b = 0;
     ObjectOf root([&](MapperIf& mapper) {
         mapper.Field("a", a, nullptr);
@@ -449,7 +449,7 @@ TEST(JSONDeserializer_Impl, IgnoresUnknownKeysAndTheOrderOfTheText) {
     EXPECT_EQ(b, 2);
 }
 
-TEST(JSONDeserializer_Impl, ANamedFieldOfARootThatIsNoObjectCountsAsMissing) {
+TEST(JSONDeserializer_ImplTest, ANamedFieldOfARootThatIsNoObjectCountsAsMissing) {
     for (const char* text : {"[1]", "\"x\"", "1", "null", "true"}) {
         int value = 7;
         const auto field = [&](MapperIf& mapper) { mapper.Field("x", value, nullptr); };
@@ -464,7 +464,7 @@ TEST(JSONDeserializer_Impl, ANamedFieldOfARootThatIsNoObjectCountsAsMissing) {
     }
 }
 
-TEST(JSONDeserializer_Impl, AnObjectIsNotResetBeforeItIsRead) {
+TEST(JSONDeserializer_ImplTest, AnObjectIsNotResetBeforeItIsRead) {
     Everything object;
     DeserializeObject(object, R"({"int":5})", nullptr, false);
     EXPECT_EQ(object.i, 5);
@@ -472,7 +472,7 @@ TEST(JSONDeserializer_Impl, AnObjectIsNotResetBeforeItIsRead) {
     EXPECT_EQ(object.resets, 0);
 }
 
-TEST(JSONDeserializer_Impl, ARootOfEachKindMayBeReadByItself) {
+TEST(JSONDeserializer_ImplTest, ARootOfEachKindMayBeReadByItself) {
     std::string text;
     bool flag = true;
     ReadText("\"lone\"", [&](MapperIf& mapper) { mapper.Field(nullptr, text, nullptr); });
@@ -505,7 +505,7 @@ private:
     int calls;
 };
 
-TEST(JSONDeserializer_Impl, ClearsAnArrayOnceAndAppendsEachElementInOrder) {
+TEST(JSONDeserializer_ImplTest, ClearsAnArrayOnceAndAppendsEachElementInOrder) {
     OddArray array(1);
     bool present = false;
     ReadText("[3,1,2]", [&](MapperIf& mapper) { mapper.Field(nullptr, array, &present); });
@@ -514,7 +514,7 @@ TEST(JSONDeserializer_Impl, ClearsAnArrayOnceAndAppendsEachElementInOrder) {
     EXPECT_EQ(array.values, (std::vector<int>{3, 1, 2}));
 }
 
-TEST(JSONDeserializer_Impl, AnArrayThatPassesItsElementsOverDoesNotDisturbThePath) {
+TEST(JSONDeserializer_ImplTest, AnArrayThatPassesItsElementsOverDoesNotDisturbThePath) {
     OddArray array(0);
     int last = 0;
     ObjectOf root([&](MapperIf& mapper) {
@@ -528,7 +528,7 @@ TEST(JSONDeserializer_Impl, AnArrayThatPassesItsElementsOverDoesNotDisturbThePat
         R"(ERROR: Expected type 'int' when processing '.last' serialization_='{"a":[1,2,3],"last":""}')");
 }
 
-TEST(JSONDeserializer_Impl, AnElementThatAnArrayPassesOverIsInNoPathOfALaterOne) {
+TEST(JSONDeserializer_ImplTest, AnElementThatAnArrayPassesOverIsInNoPathOfALaterOne) {
     class AllButTheFirst : public OddArray {
     public:
         AllButTheFirst() : OddArray(1) {}
@@ -545,7 +545,7 @@ TEST(JSONDeserializer_Impl, AnElementThatAnArrayPassesOverIsInNoPathOfALaterOne)
 
 // Strings
 
-TEST(JSONDeserializer_Impl, DecodesEscapes) {
+TEST(JSONDeserializer_ImplTest, DecodesEscapes) {
     std::string value;
     const auto read = [&](const std::string& text) {
         ReadText(text, [&](MapperIf& mapper) { mapper.Field(nullptr, value, nullptr); });
@@ -557,7 +557,7 @@ TEST(JSONDeserializer_Impl, DecodesEscapes) {
     EXPECT_EQ(read(R"("a\u0000b")"), std::string("a\0b", 3));
 }
 
-TEST(JSONDeserializer_Impl, DecodesIntoWideStringsAsUtf16Units) {
+TEST(JSONDeserializer_ImplTest, DecodesIntoWideStringsAsUtf16Units) {
     std::wstring value;
     ReadText("\"a\\u0000\xf0\x9f\x98\x80\\ud83d\\ude00\xff\"",
              [&](MapperIf& mapper) { mapper.Field(nullptr, value, nullptr); });
@@ -567,7 +567,7 @@ TEST(JSONDeserializer_Impl, DecodesIntoWideStringsAsUtf16Units) {
     EXPECT_EQ(value, L"");
 }
 
-TEST(JSONDeserializer_Impl, PassesInvalidUtf8AndALoneLowSurrogateOn) {
+TEST(JSONDeserializer_ImplTest, PassesInvalidUtf8AndALoneLowSurrogateOn) {
     std::string value;
     ReadText("\"\xff\xc3(\xed\xa0\x80\"", [&](MapperIf& mapper) { mapper.Field(nullptr, value, nullptr); });
     EXPECT_EQ(value, "\xff\xc3(\xed\xa0\x80");
@@ -575,7 +575,7 @@ TEST(JSONDeserializer_Impl, PassesInvalidUtf8AndALoneLowSurrogateOn) {
     EXPECT_EQ(value, "\xed\xb0\x80");
 }
 
-TEST(JSONDeserializer_Impl, ReadsBackEveryByteThatTheSerializerWrites) {
+TEST(JSONDeserializer_ImplTest, ReadsBackEveryByteThatTheSerializerWrites) {
     std::string all, copy;
     for (int byte = 0; byte < 256; ++byte)
         all.push_back(static_cast<char>(byte));
@@ -583,7 +583,7 @@ TEST(JSONDeserializer_Impl, ReadsBackEveryByteThatTheSerializerWrites) {
     EXPECT_EQ(copy, all);
 }
 
-TEST(JSONDeserializer_Impl, ReadsLongStringsAndManyElements) {
+TEST(JSONDeserializer_ImplTest, ReadsLongStringsAndManyElements) {
     const std::string text(3'000'000, 'x');
     std::string value;
     ReadText('"' + text + '"', [&](MapperIf& mapper) { mapper.Field(nullptr, value, nullptr); });

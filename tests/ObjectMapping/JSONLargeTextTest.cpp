@@ -49,13 +49,13 @@ std::string LengthError(std::string& value) {
     return "nothing was thrown";
 }
 
-TEST(JSONLargeText, AStringThatTheWriterCannotReserveForIsALengthError) {
+TEST(JSONLargeTextTest, AStringThatTheWriterCannotReserveForIsALengthError) {
     if (!HasMemoryFor(LongestString)) return;
     std::string value(LongestString + 1, 'x');
     EXPECT_EQ(LengthError(value), "A string of 715827883 bytes is too long for JSON.");
 }
 
-TEST(JSONLargeText, ForTheLongestStringTheWriterReservesInFull) {
+TEST(JSONLargeTextTest, ForTheLongestStringTheWriterReservesInFull) {
     if (!HasMemoryFor(LongestString)) return;
     std::string value(LongestString, 'x');
     const auto serializer = CreateJSONSerializer();
@@ -66,7 +66,7 @@ TEST(JSONLargeText, ForTheLongestStringTheWriterReservesInFull) {
     EXPECT_THROW(serializer->Field(nullptr, value, nullptr), std::bad_alloc);
 }
 
-TEST(JSONLargeText, WhatIsLongerThanA32BitCountIsNeitherWrittenNorRead) {
+TEST(JSONLargeTextTest, WhatIsLongerThanA32BitCountIsNeitherWrittenNorRead) {
     if (!HasMemoryFor(ShortestRefusedText + 7)) return;
     std::string text(ShortestRefusedText + 7, 'x');  // 5 for one who counts in 32 bits
     EXPECT_EQ(LengthError(text), "A string of 4294967301 bytes is too long for JSON.");

@@ -78,7 +78,7 @@ void ExpectRefusals(const char* type) {
                           {"1e-400", FromDouble, 0}});
 }
 
-TEST(JSONNumbers, AShortTakesTheLowBitsOfAnIntAndWholeDoublesInItsRange) {
+TEST(JSONNumbersTest, AShortTakesTheLowBitsOfAnIntAndWholeDoublesInItsRange) {
     ExpectRefusals<short>("short");
     ExpectReads<short>("short", {{"32767", Direct, 32767},
                                  {"-32768", Direct, -32768},
@@ -101,7 +101,7 @@ TEST(JSONNumbers, AShortTakesTheLowBitsOfAnIntAndWholeDoublesInItsRange) {
                                  {"4294967296.0", None}});
 }
 
-TEST(JSONNumbers, AnUnsignedShortTakesTheLowBitsOfAnUnsignedAndWholeDoublesInItsRange) {
+TEST(JSONNumbersTest, AnUnsignedShortTakesTheLowBitsOfAnUnsignedAndWholeDoublesInItsRange) {
     ExpectRefusals<unsigned short>("unsigned short");
     ExpectReads<unsigned short>("unsigned short", {{"65535", Direct, 65535},
                                                    {"65536", Direct, 0},
@@ -150,23 +150,23 @@ void ExpectUnsigned32(const char* type) {
                           {"-4294967295.0", None}});
 }
 
-TEST(JSONNumbers, AnIntHas32Bits) {
+TEST(JSONNumbersTest, AnIntHas32Bits) {
     ExpectSigned32<int>("int");
 }
 
-TEST(JSONNumbers, ALongHas32BitsWhereverItIsWider) {
+TEST(JSONNumbersTest, ALongHas32BitsWhereverItIsWider) {
     ExpectSigned32<long>("long");
 }
 
-TEST(JSONNumbers, AnUnsignedIntHas32Bits) {
+TEST(JSONNumbersTest, AnUnsignedIntHas32Bits) {
     ExpectUnsigned32<unsigned int>("unsigned int");
 }
 
-TEST(JSONNumbers, AnUnsignedLongHas32BitsWhereverItIsWider) {
+TEST(JSONNumbersTest, AnUnsignedLongHas32BitsWhereverItIsWider) {
     ExpectUnsigned32<unsigned long>("unsigned long");
 }
 
-TEST(JSONNumbers, ALongLongHas64Bits) {
+TEST(JSONNumbersTest, ALongLongHas64Bits) {
     constexpr long long lowest = std::numeric_limits<long long>::min();
     ExpectRefusals<long long>("long long");
     ExpectReads<long long>("long long",
@@ -184,7 +184,7 @@ TEST(JSONNumbers, ALongLongHas64Bits) {
                             {"-9223372036854777856.0", None}});
 }
 
-TEST(JSONNumbers, AnUnsignedLongLongHas64Bits) {
+TEST(JSONNumbersTest, AnUnsignedLongLongHas64Bits) {
     ExpectRefusals<unsigned long long>("unsigned long long");
     ExpectReads<unsigned long long>("unsigned long long",
                                     {{"9223372036854775808", Direct, 9223372036854775808u},
@@ -197,7 +197,7 @@ TEST(JSONNumbers, AnUnsignedLongLongHas64Bits) {
                                      {"-1.0", None}});
 }
 
-TEST(JSONNumbers, ADoubleRefusesANumberThatLooksLikeAnInteger) {
+TEST(JSONNumbersTest, ADoubleRefusesANumberThatLooksLikeAnInteger) {
     ExpectReads<double>("double", {{"42", None},
                                    {"0", None},
                                    {"-0", None},
@@ -216,7 +216,7 @@ TEST(JSONNumbers, ADoubleRefusesANumberThatLooksLikeAnInteger) {
                                    {"-9223372036854775809", Direct, -9223372036854775808.0}});
 }
 
-TEST(JSONNumbers, ADoubleIsReadInNormalAndNotInFullPrecisionOnPurpose) {
+TEST(JSONNumbersTest, ADoubleIsReadInNormalAndNotInFullPrecisionOnPurpose) {
     const char* const text = "2.2250738585072011e-308";
     double value = 0;
     ReadText(text, [&](MapperIf& mapper) { mapper.Field(nullptr, value, nullptr); });
@@ -224,7 +224,7 @@ TEST(JSONNumbers, ADoubleIsReadInNormalAndNotInFullPrecisionOnPurpose) {
     EXPECT_NE(value, std::strtod(text, nullptr));
 }
 
-TEST(JSONNumbers, AnInfinityThatTheLibraryMakesOfTooGreatANumberIsTakenAsItIs) {
+TEST(JSONNumbersTest, AnInfinityThatTheLibraryMakesOfTooGreatANumberIsTakenAsItIs) {
     // Its check of the exponent lets a mantissa of many digits pass.
     const double infinity = std::numeric_limits<double>::infinity();
     ExpectReads<double>("double", {{"900000000000.0122845111e308", Direct, infinity},
@@ -235,14 +235,14 @@ TEST(JSONNumbers, AnInfinityThatTheLibraryMakesOfTooGreatANumberIsTakenAsItIs) {
                                                            {"-900000000000.0122845111e308", None}});
 }
 
-TEST(JSONNumbers, ADoubleKeepsTheSignOfZero) {
+TEST(JSONNumbersTest, ADoubleKeepsTheSignOfZero) {
     double value = 1;
     ReadText("-0.0", [&](MapperIf& mapper) { mapper.Field(nullptr, value, nullptr); });
     EXPECT_EQ(value, 0.0);
     EXPECT_TRUE(std::signbit(value));
 }
 
-TEST(JSONNumbers, ABoolTakesTrueAndFalseOnly) {
+TEST(JSONNumbersTest, ABoolTakesTrueAndFalseOnly) {
     bool value = false, present = false;
     const auto read = [&](MapperIf& mapper) { mapper.Field(nullptr, value, &present); };
     ReadText("true", read);
@@ -258,7 +258,7 @@ TEST(JSONNumbers, ABoolTakesTrueAndFalseOnly) {
             std::string("ERROR: Expected type 'bool' when processing '.' serialization_='") + text + "'");
 }
 
-TEST(JSONNumbers, WholeDoublesComeBackThroughTheSerializer) {
+TEST(JSONNumbersTest, WholeDoublesComeBackThroughTheSerializer) {
     for (const double number : {0.0, 5.0, 0.1, 1.0 / 3, 1e21, 1e30, 1e-7, -2.5}) {
         double copy = 7;
         ReadText(WrittenRoot(number), [&](MapperIf& mapper) { mapper.Field(nullptr, copy, nullptr); });

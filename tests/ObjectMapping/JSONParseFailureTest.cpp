@@ -23,21 +23,21 @@ std::string Expected(std::size_t offset, const std::string& error, const std::st
            "' (near '" + near + "') serialization_='" + text + "'";
 }
 
-TEST(JSONParseFailure, AnEmptyTextFailsBehindItsWhiteSpace) {
+TEST(JSONParseFailureTest, AnEmptyTextFailsBehindItsWhiteSpace) {
     EXPECT_EQ(
         Failure(""),
         "ERROR: Parse failed at offset 0 due to error 'The document is empty.' (near '') serialization_=''");
     EXPECT_EQ(Failure(" \t\r\n"), Expected(4, Empty, " \t\r\n", " \t\r\n"));
 }
 
-TEST(JSONParseFailure, AValueMustBeAlone) {
+TEST(JSONParseFailureTest, AValueMustBeAlone) {
     EXPECT_EQ(Failure("{}x"), Expected(2, Trailing, "{}x", "{}x"));
     EXPECT_EQ(Failure("1 2"), Expected(2, Trailing, "1 2", "1 2"));
     EXPECT_EQ(Failure("[]\v"), Expected(2, Trailing, "[]\v", "[]\v"));
     EXPECT_NO_THROW(CreateJSONDeserializer(false)->Begin(" \t\r\n{} \t\r\n"));
 }
 
-TEST(JSONParseFailure, ATextThatOpensWithAClosingTokenIsInvalidAndNotEmpty) {
+TEST(JSONParseFailureTest, ATextThatOpensWithAClosingTokenIsInvalidAndNotEmpty) {
     for (const char* token : {"}", "]", ":", ","}) {
         EXPECT_EQ(Failure(token), Expected(0, Invalid, token, token));
         const std::string blanks = std::string("  ") + token + "x";
@@ -45,7 +45,7 @@ TEST(JSONParseFailure, ATextThatOpensWithAClosingTokenIsInvalidAndNotEmpty) {
     }
 }
 
-TEST(JSONParseFailure, NamesEachKindOfError) {
+TEST(JSONParseFailureTest, NamesEachKindOfError) {
     struct Case {
         const char* text;
         std::size_t offset;
@@ -84,7 +84,7 @@ TEST(JSONParseFailure, NamesEachKindOfError) {
         EXPECT_EQ(Failure(c.text), Expected(c.offset, c.error, c.text, c.text));
 }
 
-TEST(JSONParseFailure, TheSliceRunsFrom40BytesBeforeTheOffsetTo10BytesAfterIt) {
+TEST(JSONParseFailureTest, TheSliceRunsFrom40BytesBeforeTheOffsetTo10BytesAfterIt) {
     for (const std::size_t offset : {0, 1, 39, 40, 41, 42, 100}) {
         for (const std::size_t behind : {1, 2, 9, 10, 11, 12, 50}) {
             std::string text;
@@ -100,12 +100,12 @@ TEST(JSONParseFailure, TheSliceRunsFrom40BytesBeforeTheOffsetTo10BytesAfterIt) {
     }
 }
 
-TEST(JSONParseFailure, TheSliceEndsWithTheTextIfTheOffsetIsItsEnd) {
+TEST(JSONParseFailureTest, TheSliceEndsWithTheTextIfTheOffsetIsItsEnd) {
     const std::string text = "[" + std::string(60, ' ');
     EXPECT_EQ(Failure(text), Expected(61, Invalid, std::string(40, ' '), text));
 }
 
-TEST(JSONParseFailure, TheTextEndsAtItsFirstNul) {
+TEST(JSONParseFailureTest, TheTextEndsAtItsFirstNul) {
     int value = 0;
     ReadText(std::string("12\0]}", 5), [&](MapperIf& mapper) { mapper.Field(nullptr, value, nullptr); });
     EXPECT_EQ(value, 12);
@@ -118,7 +118,7 @@ TEST(JSONParseFailure, TheTextEndsAtItsFirstNul) {
               "(near '\"a");
 }
 
-TEST(JSONParseFailure, TextBehindTheNulStaysInTheMessage) {
+TEST(JSONParseFailureTest, TextBehindTheNulStaysInTheMessage) {
     // Read past the NUL that ends `what()` for a C string: the message is one string with all of the text.
     const std::string text("x\0secret", 8);
     try {
@@ -130,7 +130,7 @@ TEST(JSONParseFailure, TextBehindTheNulStaysInTheMessage) {
     }
 }
 
-TEST(JSONParseFailure, ControlBytesAreNoWhiteSpace) {
+TEST(JSONParseFailureTest, ControlBytesAreNoWhiteSpace) {
     EXPECT_EQ(Failure("\f1"), Expected(0, Invalid, "\f1", "\f1"));
     EXPECT_EQ(Failure("\xc2\xa0"
                       "1"),
@@ -141,7 +141,7 @@ TEST(JSONParseFailure, ControlBytesAreNoWhiteSpace) {
                        "1"));
 }
 
-TEST(JSONParseFailure, ForgetsTheFailureAtTheNextBegin) {
+TEST(JSONParseFailureTest, ForgetsTheFailureAtTheNextBegin) {
     const auto deserializer = CreateJSONDeserializer(true);
     EXPECT_THROW(deserializer->Begin("["), std::runtime_error);
     int value = 0;
@@ -150,7 +150,7 @@ TEST(JSONParseFailure, ForgetsTheFailureAtTheNextBegin) {
     EXPECT_EQ(value, 7);
 }
 
-TEST(JSONParseFailure, DeepNestingThatIsNeverClosedFailsAndDoesNotExhaustTheStack) {
+TEST(JSONParseFailureTest, DeepNestingThatIsNeverClosedFailsAndDoesNotExhaustTheStack) {
     for (const std::size_t depth : {100'000u, 1'000'000u}) {
         const std::string arrays(depth, '[');
         EXPECT_TRUE(Failure(arrays) == Expected(depth, Invalid, std::string(40, '['), arrays));
@@ -162,7 +162,7 @@ TEST(JSONParseFailure, DeepNestingThatIsNeverClosedFailsAndDoesNotExhaustTheStac
     }
 }
 
-TEST(JSONParseFailure, DeepNestingThatIsClosedReadsAsFarAsTheFieldsGo) {
+TEST(JSONParseFailureTest, DeepNestingThatIsClosedReadsAsFarAsTheFieldsGo) {
     for (const std::size_t depth : {100'000u, 1'000'000u}) {
         const std::string text = std::string(depth, '[') + std::string(depth, ']');
         std::list<std::string> list;
@@ -179,7 +179,7 @@ TEST(JSONParseFailure, DeepNestingThatIsClosedReadsAsFarAsTheFieldsGo) {
     }
 }
 
-TEST(JSONParseFailure, EveryPrefixOfAGoodTextFailsAndNothingBehindItPasses) {
+TEST(JSONParseFailureTest, EveryPrefixOfAGoodTextFailsAndNothingBehindItPasses) {
     const std::string good = R"({"a":[1,-2.5e3,true,null],"b":{"c":"\u00e9\n"}})";
     for (std::size_t length = 0; length < good.size(); ++length)
         EXPECT_THROW(CreateJSONDeserializer(true)->Begin(good.substr(0, length)), std::runtime_error)

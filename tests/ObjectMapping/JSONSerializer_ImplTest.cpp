@@ -17,7 +17,7 @@ constexpr T Max = std::numeric_limits<T>::max();
 template <class T>
 constexpr T Min = std::numeric_limits<T>::min();
 
-TEST(JSONSerializer_Impl, WritesEachOverloadAtItsLimits) {
+TEST(JSONSerializer_ImplTest, WritesEachOverloadAtItsLimits) {
     EXPECT_EQ(WrittenRoot(Min<short>), "-32768");
     EXPECT_EQ(WrittenRoot(Max<short>), "32767");
     EXPECT_EQ(WrittenRoot(Max<unsigned short>), "65535");
@@ -39,14 +39,14 @@ TEST(JSONSerializer_Impl, WritesEachOverloadAtItsLimits) {
     EXPECT_EQ(WrittenRoot(std::wstring()), "\"\"");
 }
 
-TEST(JSONSerializer_Impl, WritesANativeLongBeyond32BitsAsItIs) {
+TEST(JSONSerializer_ImplTest, WritesANativeLongBeyond32BitsAsItIs) {
     if constexpr (sizeof(long) > 4) {
         EXPECT_EQ(WrittenRoot(Min<long>), std::to_string(Min<long>));
         EXPECT_EQ(WrittenRoot(Max<unsigned long>), std::to_string(Max<unsigned long>));
     }
 }
 
-TEST(JSONSerializer_Impl, WritesASurrogatePairAndASingleWideCharacterAlike) {
+TEST(JSONSerializer_ImplTest, WritesASurrogatePairAndASingleWideCharacterAlike) {
     std::wstring pair;
     pair.push_back(static_cast<wchar_t>(0xD83D));
     pair.push_back(static_cast<wchar_t>(0xDE00));
@@ -56,7 +56,7 @@ TEST(JSONSerializer_Impl, WritesASurrogatePairAndASingleWideCharacterAlike) {
     }
 }
 
-TEST(JSONSerializer_Impl, WritesALongThroughTheSameKeyAndFlagAsAnyOther) {
+TEST(JSONSerializer_ImplTest, WritesALongThroughTheSameKeyAndFlagAsAnyOther) {
     bool absent = false, there = true;
     long signedValue = -1;
     unsigned long unsignedValue = 4294967295UL;
@@ -74,7 +74,7 @@ TEST(JSONSerializer_Impl, WritesALongThroughTheSameKeyAndFlagAsAnyOther) {
 })");
 }
 
-TEST(JSONSerializer_Impl, WritesDoublesInShortestRoundTripForm) {
+TEST(JSONSerializer_ImplTest, WritesDoublesInShortestRoundTripForm) {
     const std::pair<double, const char*> cases[] = {{0.0, "0.0"},
                                                     {-0.0, "-0.0"},
                                                     {5.0, "5.0"},
@@ -95,7 +95,7 @@ TEST(JSONSerializer_Impl, WritesDoublesInShortestRoundTripForm) {
         EXPECT_EQ(WrittenRoot(value), text);
 }
 
-TEST(JSONSerializer_Impl, WritesNoValueForANotANumberOrAnInfinityButItsPrefix) {
+TEST(JSONSerializer_ImplTest, WritesNoValueForANotANumberOrAnInfinityButItsPrefix) {
     const double cases[] = {std::nan(""), Max<double> * 2, -Max<double> * 2};
     for (double value : cases) {
         int next = 1;
@@ -114,7 +114,7 @@ TEST(JSONSerializer_Impl, WritesNoValueForANotANumberOrAnInfinityButItsPrefix) {
     }
 }
 
-TEST(JSONSerializer_Impl, EscapesExactlyTheBytesOfTheTable) {
+TEST(JSONSerializer_ImplTest, EscapesExactlyTheBytesOfTheTable) {
     for (int byte = 0; byte < 256; ++byte) {
         std::string expected(1, static_cast<char>(byte));
         char code[8];
@@ -132,7 +132,7 @@ TEST(JSONSerializer_Impl, EscapesExactlyTheBytesOfTheTable) {
     }
 }
 
-TEST(JSONSerializer_Impl, WritesLongStringsWhole) {
+TEST(JSONSerializer_ImplTest, WritesLongStringsWhole) {
     std::string value, expected = "\"";
     for (int i = 0; i < 100'000; ++i) {
         value.append("\x01/\x7f");
@@ -141,24 +141,24 @@ TEST(JSONSerializer_Impl, WritesLongStringsWhole) {
     EXPECT_EQ(WrittenRoot(value), expected + "\"");
 }
 
-TEST(JSONSerializer_Impl, EscapesKeysAndEndsThemAtTheirNul) {
+TEST(JSONSerializer_ImplTest, EscapesKeysAndEndsThemAtTheirNul) {
     int value = 1;
     ObjectOf object([&](MapperIf& mapper) { mapper.Field("a\"\tb\0c", value, nullptr); });
     EXPECT_EQ(SerializeObject(object, nullptr), "{\n    \"a\\\"\\tb\": 1\n}");
 }
 
-TEST(JSONSerializer_Impl, AnEmptyKeyIsAKey) {
+TEST(JSONSerializer_ImplTest, AnEmptyKeyIsAKey) {
     int value = 1;
     ObjectOf object([&](MapperIf& mapper) { mapper.Field("", value, nullptr); });
     EXPECT_EQ(SerializeObject(object, nullptr), "{\n    \"\": 1\n}");
 }
 
-TEST(JSONSerializer_Impl, WritesStringsOfBothKindsBeyondTheirNul) {
+TEST(JSONSerializer_ImplTest, WritesStringsOfBothKindsBeyondTheirNul) {
     EXPECT_EQ(WrittenRoot(std::string("a\0b", 3)), "\"a\\u0000b\"");
     EXPECT_EQ(WrittenRoot(std::wstring(L"a\0b", 3)), "\"a\\u0000b\"");
 }
 
-TEST(JSONSerializer_Impl, IndentsByFourBlanksALevelAndEndsWithoutALineBreak) {
+TEST(JSONSerializer_ImplTest, IndentsByFourBlanksALevelAndEndsWithoutALineBreak) {
     std::string text = "x";
     std::list<std::string> full{"1", "2"}, empty;
     ObjectOf nothing([](MapperIf&) {});
@@ -200,7 +200,7 @@ private:
     int depth;
 };
 
-TEST(JSONSerializer_Impl, IndentsDeepNesting) {
+TEST(JSONSerializer_ImplTest, IndentsDeepNesting) {
     constexpr int depth = 100;
     std::string expected = "{}";
     for (int level = depth; level-- > 0;)
@@ -210,7 +210,7 @@ TEST(JSONSerializer_Impl, IndentsDeepNesting) {
     EXPECT_EQ(SerializeObject(object, nullptr), expected);
 }
 
-TEST(JSONSerializer_Impl, KeepsTheOrderOfTheCallsAndRepeatedKeys) {
+TEST(JSONSerializer_ImplTest, KeepsTheOrderOfTheCallsAndRepeatedKeys) {
     int one = 1, two = 2;
     ObjectOf object([&](MapperIf& mapper) {
         mapper.Field("z", one, nullptr);
@@ -236,7 +236,7 @@ private:
     }
 };
 
-TEST(JSONSerializer_Impl, WritesNullUnderTheKeyForEveryAbsentOverload) {
+TEST(JSONSerializer_ImplTest, WritesNullUnderTheKeyForEveryAbsentOverload) {
     std::wstring wide = L"x";
     std::string text = "x";
     double real = 1;
@@ -275,7 +275,7 @@ TEST(JSONSerializer_Impl, WritesNullUnderTheKeyForEveryAbsentOverload) {
     EXPECT_FALSE(absent);
 }
 
-TEST(JSONSerializer_Impl, WritesThePresentAsTheRequired) {
+TEST(JSONSerializer_ImplTest, WritesThePresentAsTheRequired) {
     bool present = true;
     std::string text = "x";
     std::list<std::string> list{"y"};
@@ -299,7 +299,7 @@ TEST(JSONSerializer_Impl, WritesThePresentAsTheRequired) {
     EXPECT_TRUE(present);
 }
 
-TEST(JSONSerializer_Impl, DoesNotDetectASecondRoot) {
+TEST(JSONSerializer_ImplTest, DoesNotDetectASecondRoot) {
     int one = 1, two = 2;
     EXPECT_EQ(Written([&](MapperIf& mapper) {
                   mapper.Field(nullptr, one, nullptr);
@@ -308,7 +308,7 @@ TEST(JSONSerializer_Impl, DoesNotDetectASecondRoot) {
               "12");
 }
 
-TEST(JSONSerializer_Impl, DoesNotDetectAMemberWithoutAKey) {
+TEST(JSONSerializer_ImplTest, DoesNotDetectAMemberWithoutAKey) {
     int one = 1, two = 2;
     ObjectOf object([&](MapperIf& mapper) {
         mapper.Field(nullptr, one, nullptr);
@@ -317,11 +317,11 @@ TEST(JSONSerializer_Impl, DoesNotDetectAMemberWithoutAKey) {
     EXPECT_EQ(SerializeObject(object, nullptr), "{\n    1: 2\n}");
 }
 
-TEST(JSONSerializer_Impl, WithoutAnyFieldGivesAnEmptyText) {
+TEST(JSONSerializer_ImplTest, WithoutAnyFieldGivesAnEmptyText) {
     EXPECT_EQ(Written([](MapperIf&) {}), "");
 }
 
-TEST(JSONSerializer_Impl, EndLeavesItReadyForTheNextRoot) {
+TEST(JSONSerializer_ImplTest, EndLeavesItReadyForTheNextRoot) {
     const auto serializer = CreateJSONSerializer();
     std::string text;
     std::list<std::string> list;
@@ -338,7 +338,7 @@ TEST(JSONSerializer_Impl, EndLeavesItReadyForTheNextRoot) {
     EXPECT_EQ(text, "5");
 }
 
-TEST(JSONSerializer_Impl, BeginForgetsAHalfWrittenText) {
+TEST(JSONSerializer_ImplTest, BeginForgetsAHalfWrittenText) {
     const auto serializer = CreateJSONSerializer();
     serializer->Begin();
     ObjectOf broken([](MapperIf& mapper) {

@@ -129,7 +129,7 @@ void ExpectNoValue(const std::string& text) {
     ExpectRefused("{\"a\":" + text + "}");
 }
 
-TEST(JSONTexts, NumbersOfAllShapesThatAreTaken) {
+TEST(JSONTextsTest, NumbersOfAllShapesThatAreTaken) {
     const std::vector<Value> numbers = {
         {"0", "i:0"},
         {"-0", "i:0"},
@@ -164,7 +164,7 @@ TEST(JSONTexts, NumbersOfAllShapesThatAreTaken) {
         ExpectHeld(number);
 }
 
-TEST(JSONTexts, NumbersOfAllShapesThatAreRefused) {
+TEST(JSONTextsTest, NumbersOfAllShapesThatAreRefused) {
     const Texts numbers = {
         // Nothing where something must stand.
         "-", "+", ".", "-.", "e", "e1", ".5", "-.5", ".e1", "2.", "-2.", "2.e3", "2.e+3", "2.e-3", "1e",
@@ -186,7 +186,7 @@ TEST(JSONTexts, NumbersOfAllShapesThatAreRefused) {
         ExpectNoValue(number);
 }
 
-TEST(JSONTexts, LiteralsAreTakenAsTheyAreSpeltAndInNoOtherWay) {
+TEST(JSONTextsTest, LiteralsAreTakenAsTheyAreSpeltAndInNoOtherWay) {
     ExpectHeld({"null", "null"});
     ExpectHeld({"true", "true"});
     ExpectHeld({"false", "false"});
@@ -210,7 +210,7 @@ TEST(JSONTexts, LiteralsAreTakenAsTheyAreSpeltAndInNoOtherWay) {
         ExpectNoValue(word);
 }
 
-TEST(JSONTexts, StringsOfAllShapesThatAreTaken) {
+TEST(JSONTextsTest, StringsOfAllShapesThatAreTaken) {
     const std::vector<Value> strings = {
         {R"("")", "s:"},
         {R"(" ")", "s: "},
@@ -250,7 +250,7 @@ TEST(JSONTexts, StringsOfAllShapesThatAreTaken) {
         ExpectHeld(string);
 }
 
-TEST(JSONTexts, StringsOfAllShapesThatAreRefused) {
+TEST(JSONTextsTest, StringsOfAllShapesThatAreRefused) {
     const Texts strings = {
         // Quotes.
         R"(")", R"("a)", R"(a")", R"('a')", R"("a')", R"('a")", R"(`a`)", R"("a""b")", R"("a" "b")",
@@ -278,7 +278,7 @@ TEST(JSONTexts, StringsOfAllShapesThatAreRefused) {
         ExpectNoValue(std::string("\"a") + control + "\"");
 }
 
-TEST(JSONTexts, StructuresOfAllShapesThatAreTaken) {
+TEST(JSONTextsTest, StructuresOfAllShapesThatAreTaken) {
     const std::vector<Value> structures = {
         {"[]", "[0]"},
         {"[ \t\r\n]", "[0]"},
@@ -305,7 +305,7 @@ TEST(JSONTexts, StructuresOfAllShapesThatAreTaken) {
         ExpectHeld(structure);
 }
 
-TEST(JSONTexts, StructuresOfAllShapesThatAreRefused) {
+TEST(JSONTextsTest, StructuresOfAllShapesThatAreRefused) {
     const Texts structures = {
         // Brackets that do not match, or are not there.
         "[", "{", "]", "}", "[]]", "{}}", "[}", "{]", "[[]", "[{]}", "{\"a\":[}", "{\"a\":1]", "[1}", "[1",
@@ -330,7 +330,7 @@ TEST(JSONTexts, StructuresOfAllShapesThatAreRefused) {
         ExpectNoValue(structure);
 }
 
-TEST(JSONTexts, RootsThatAreNotAlone) {
+TEST(JSONTextsTest, RootsThatAreNotAlone) {
     for (const char* const root : {"1", "\"a\"", "[]", "{}", "null", "true"}) {
         for (const char* const behind :
              {",",   " ,",   "x",   " x",   "[]",       "{}",           "\"\"",
@@ -345,7 +345,7 @@ TEST(JSONTexts, RootsThatAreNotAlone) {
     }
 }
 
-TEST(JSONTexts, TextsOfOtherEncodings) {
+TEST(JSONTextsTest, TextsOfOtherEncodings) {
     // The text ends at its first NUL, so one of 16 or 32 bits a character ends within its first.
     for (const std::string& text :
          {Raw("\xff\xfe[\0]\0"), Raw("\xfe\xff\0[\0]"), Raw("[\0]\0"), Raw("\0[\0]"), Raw("[\0\0\0]\0\0\0"),
@@ -357,7 +357,7 @@ TEST(JSONTexts, TextsOfOtherEncodings) {
     EXPECT_EQ("{}", Held(Raw("{} \0{\"a\":")));
 }
 
-TEST(JSONTexts, NothingCutShortOfAStringOrAStructurePasses) {
+TEST(JSONTextsTest, NothingCutShortOfAStringOrAStructurePasses) {
     const Texts texts = {R"("a\"\\\u00e9\ud834\udd1e\n")", "\"\xe2\x82\xac\xf0\x9d\x84\x9e\"",
                          R"([0,-1.5e+3,"]",[true,[null]],{"}":false}])",
                          "{ \"a\" : [ 1 , 2 ] ,\r\n\t\"b\" : { \"c\" : \"d\" } }"};
@@ -368,7 +368,7 @@ TEST(JSONTexts, NothingCutShortOfAStringOrAStructurePasses) {
     }
 }
 
-TEST(JSONTexts, ATextThatWasRefusedLeavesNothingToTheNextOne) {
+TEST(JSONTextsTest, ATextThatWasRefusedLeavesNothingToTheNextOne) {
     const auto deserializer = CreateJSONDeserializer(true);
     for (const char* const refused : {"[1,2", "{\"a\":[1,{\"b\":\"", "\"\\ud800", "1e", "]", ""}) {
         EXPECT_THROW(deserializer->Begin(refused), std::runtime_error);

@@ -48,7 +48,7 @@ public:
     std::string error;
 };
 
-TEST(SerializeObject, WritesTheFieldsOfMapInItsOrder) {
+TEST(SerializeObjectTest, WritesTheFieldsOfMapInItsOrder) {
     OAuth2TokenLike token;
     token.tokenType = "bearer";
     token.expiresIn = 3600;
@@ -56,7 +56,7 @@ TEST(SerializeObject, WritesTheFieldsOfMapInItsOrder) {
               "{\n    \"token_type\": \"bearer\",\n    \"expires_in\": 3600\n}");
 }
 
-TEST(SerializeObject, WritesNullForAnObjectThatIsAbsent) {
+TEST(SerializeObjectTest, WritesNullForAnObjectThatIsAbsent) {
     OAuth2TokenLike token;
     bool present = false;
     EXPECT_EQ(SerializeObject(token, &present), "null");
@@ -64,12 +64,12 @@ TEST(SerializeObject, WritesNullForAnObjectThatIsAbsent) {
     EXPECT_NE(SerializeObject(token, &present), "null");
 }
 
-TEST(SerializeObject, WritesAnObjectWithoutFieldsAsBraces) {
+TEST(SerializeObjectTest, WritesAnObjectWithoutFieldsAsBraces) {
     EmptyDictionaryLike object;
     EXPECT_EQ(SerializeObject(object, nullptr), "{}");
 }
 
-TEST(DeserializeObject, ReadsWhatSerializeObjectWrote) {
+TEST(DeserializeObjectTest, ReadsWhatSerializeObjectWrote) {
     OAuth2TokenLike token, copy;
     token.tokenType = "quote \" tab \t NUL \\ \x1f";
     token.tokenType.push_back('\0');
@@ -80,7 +80,7 @@ TEST(DeserializeObject, ReadsWhatSerializeObjectWrote) {
     EXPECT_EQ(copy.expiresIn, token.expiresIn);
 }
 
-TEST(DeserializeObject, SetsPresentAndResetsOnANullRoot) {
+TEST(DeserializeObjectTest, SetsPresentAndResetsOnANullRoot) {
     OAuth2TokenLike token;
     token.tokenType = "bearer";
     bool present = false;
@@ -91,7 +91,7 @@ TEST(DeserializeObject, SetsPresentAndResetsOnANullRoot) {
     EXPECT_EQ(token.tokenType, "none");
 }
 
-TEST(DeserializeObject, HandsItsStrictnessOn) {
+TEST(DeserializeObjectTest, HandsItsStrictnessOn) {
     OAuth2TokenLike token;
     token.tokenType = "kept";
     token.expiresIn = 7;
@@ -102,14 +102,14 @@ TEST(DeserializeObject, HandsItsStrictnessOn) {
               "ERROR: Missing required field '.token_type' serialization_='{}'");
 }
 
-TEST(DeserializeObject, LeavesTheObjectAsFarAsItHadGot) {
+TEST(DeserializeObjectTest, LeavesTheObjectAsFarAsItHadGot) {
     OAuth2TokenLike token;
     EXPECT_THROW(DeserializeObject(token, R"({"token_type":"read","expires_in":"x"})", nullptr, true),
                  std::runtime_error);
     EXPECT_EQ(token.tokenType, "read");
 }
 
-TEST(DeserializeObject, ToleratesTheAbsenceOfAFieldDeclaredThroughALocalFlag) {
+TEST(DeserializeObjectTest, ToleratesTheAbsenceOfAFieldDeclaredThroughALocalFlag) {
     WithLaterField object;
     object.serviceName = "old";
     EXPECT_EQ(SerializeObject(object, nullptr), "{\n    \"servicename\": \"old\"\n}");
@@ -119,7 +119,7 @@ TEST(DeserializeObject, ToleratesTheAbsenceOfAFieldDeclaredThroughALocalFlag) {
     EXPECT_EQ(object.serviceName, "new");
 }
 
-TEST(DeserializeObject, ReadsIntoAnObjectThatIsAlsoAnException) {
+TEST(DeserializeObjectTest, ReadsIntoAnObjectThatIsAlsoAnException) {
     ErrorDocument document;
     DeserializeObject(document, R"({"error":"invalid_client"})", nullptr, false);
     EXPECT_EQ(document.error, "invalid_client");

@@ -9,7 +9,7 @@ using OmbryZephCore::ZephSChannelClientConnectionManager;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class SChannelManager : public SChannelFixture {
+class SChannelManagerTest : public SChannelFixture {
 protected:
     static std::int32_t InjectInto(OmbryZephCore::ZephSSLConnectionIf* connection, const std::string& bytes) {
         return connection->inject_ciphertext(reinterpret_cast<const std::uint8_t*>(bytes.data()),
@@ -17,12 +17,12 @@ protected:
     }
 };
 
-TEST_F(SChannelManager, TouchesNoProviderBeforeItIsInitialized) {
+TEST_F(SChannelManagerTest, TouchesNoProviderBeforeItIsInitialized) {
     ZephSChannelClientConnectionManager manager(logger, false);
     EXPECT_THAT(provider.calls, IsEmpty());
 }
 
-TEST_F(SChannelManager, PassesManualValidationOn) {
+TEST_F(SChannelManagerTest, PassesManualValidationOn) {
     ZephSChannelClientConnectionManager manager(logger, false);
     EXPECT_EQ(manager.Initialize("a", true, {}), 0u);
     EXPECT_EQ(provider.credentialData.dwFlags, 0x40001Cu);
@@ -30,7 +30,7 @@ TEST_F(SChannelManager, PassesManualValidationOn) {
     EXPECT_EQ(provider.credentialData.dwFlags, 0x400010u);
 }
 
-TEST_F(SChannelManager, AFailedInitializeReturnsTheErrorAndKeepsTheEarlierName) {
+TEST_F(SChannelManagerTest, AFailedInitializeReturnsTheErrorAndKeepsTheEarlierName) {
     ZephSChannelClientConnectionManager manager(logger, false);
     ASSERT_EQ(manager.Initialize("first", false, {}), 0u);
     provider.acquireStatus = Platform::SEC_E_INTERNAL_ERROR;
@@ -42,7 +42,7 @@ TEST_F(SChannelManager, AFailedInitializeReturnsTheErrorAndKeepsTheEarlierName) 
     EXPECT_EQ(provider.stepCalls[0].credentials, nullptr);
 }
 
-TEST_F(SChannelManager, GivesConnectionsItsNameAndItsOneSetOfCredentials) {
+TEST_F(SChannelManagerTest, GivesConnectionsItsNameAndItsOneSetOfCredentials) {
     ZephSChannelClientConnectionManager manager(logger, false);
     manager.Initialize("server.example", false, {});
     provider.steps = {{Platform::SEC_I_CONTINUE_NEEDED}, {Platform::SEC_I_CONTINUE_NEEDED}};
@@ -59,7 +59,7 @@ TEST_F(SChannelManager, GivesConnectionsItsNameAndItsOneSetOfCredentials) {
     EXPECT_EQ(provider.CallsOf("DeleteSecurityContext"), 2);
 }
 
-TEST_F(SChannelManager, GivesTheProviderNoNameForAnEmptyText) {
+TEST_F(SChannelManagerTest, GivesTheProviderNoNameForAnEmptyText) {
     ZephSChannelClientConnectionManager manager(logger, false);
     manager.Initialize("", false, {});
     provider.steps = {{Platform::SEC_I_CONTINUE_NEEDED}};
@@ -67,7 +67,7 @@ TEST_F(SChannelManager, GivesTheProviderNoNameForAnEmptyText) {
     EXPECT_EQ(provider.stepCalls[0].targetName, "(null)");
 }
 
-TEST_F(SChannelManager, ReturnsNullIfAConnectionCannotStart) {
+TEST_F(SChannelManagerTest, ReturnsNullIfAConnectionCannotStart) {
     ZephSChannelClientConnectionManager manager(logger, false);
     manager.Initialize("a", false, {});
     provider.steps = {{Platform::SEC_E_INTERNAL_ERROR}};
@@ -76,13 +76,13 @@ TEST_F(SChannelManager, ReturnsNullIfAConnectionCannotStart) {
     EXPECT_THAT(provider.books.Live(), ElementsAre("credentials", "module"));
 }
 
-TEST_F(SChannelManager, ReleasingNothingDoesNothing) {
+TEST_F(SChannelManagerTest, ReleasingNothingDoesNothing) {
     ZephSChannelClientConnectionManager manager(logger, false);
     manager.ReleaseConnection(nullptr);
     EXPECT_THAT(provider.calls, IsEmpty());
 }
 
-TEST_F(SChannelManager, GivesEachConnectionItsValidator) {
+TEST_F(SChannelManagerTest, GivesEachConnectionItsValidator) {
     ZephSChannelClientConnectionManager manager(logger, false);
     int asked = 0;
     manager.Initialize("a", true, [&](Platform::CertificateContextPointer*) {
@@ -96,7 +96,7 @@ TEST_F(SChannelManager, GivesEachConnectionItsValidator) {
     manager.ReleaseConnection(made);
 }
 
-TEST_F(SChannelManager, AVerboseManagerMakesVerboseConnections) {
+TEST_F(SChannelManagerTest, AVerboseManagerMakesVerboseConnections) {
     for (bool verbose : {false, true}) {
         ZephSChannelClientConnectionManager manager(logger, verbose);
         manager.Initialize("a", false, {});
@@ -108,7 +108,7 @@ TEST_F(SChannelManager, AVerboseManagerMakesVerboseConnections) {
     }
 }
 
-TEST(SChannelManagerOnLinux, CannotBeInitializedAndSaysSo) {
+TEST(SChannelManagerOnLinuxTest, CannotBeInitializedAndSaysSo) {
     auto logger = std::make_shared<RecordingLogger>();
     ZephSChannelClientConnectionManager manager(logger, false);
     EXPECT_EQ(manager.Initialize("server.example", false, {}), 2u);

@@ -13,20 +13,20 @@ using OmbryZephCore::ZephSChannelClientContext;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class SChannelClientContext : public testing::Test {
+class SChannelClientContextTest : public testing::Test {
 protected:
     std::shared_ptr<RecordingLogger> logger = std::make_shared<RecordingLogger>();
     ScriptedSecurityProvider provider;
     Platform::Testing::Replace<Platform::ISecurityProvider> replaced{provider};
 };
 
-TEST_F(SChannelClientContext, HasNoCredentialsBeforeItIsInitialized) {
+TEST_F(SChannelClientContextTest, HasNoCredentialsBeforeItIsInitialized) {
     ZephSChannelClientContext context(logger);
     EXPECT_EQ(context.GetCredentials(), nullptr);
     EXPECT_THAT(provider.calls, IsEmpty());
 }
 
-TEST_F(SChannelClientContext, AcquiresOutboundCredentialsOfTheTlsPackage) {
+TEST_F(SChannelClientContextTest, AcquiresOutboundCredentialsOfTheTlsPackage) {
     ZephSChannelClientContext context(logger);
     EXPECT_EQ(context.Initialize(false), 0u);
     EXPECT_EQ(provider.calls.front(), "LoadModule SCHANNEL.DLL");
@@ -36,7 +36,7 @@ TEST_F(SChannelClientContext, AcquiresOutboundCredentialsOfTheTlsPackage) {
     EXPECT_THAT(logger->Messages(), IsEmpty());
 }
 
-TEST_F(SChannelClientContext, FillsEveryFieldOfTheCredentialData) {
+TEST_F(SChannelClientContextTest, FillsEveryFieldOfTheCredentialData) {
     ZephSChannelClientContext context(logger);
     context.Initialize(false);
     const Platform::SCHANNEL_CRED& data = provider.credentialData;
@@ -56,7 +56,7 @@ TEST_F(SChannelClientContext, FillsEveryFieldOfTheCredentialData) {
     EXPECT_EQ(data.dwCredFormat, 0u);
 }
 
-TEST_F(SChannelClientContext, ManualValidationTurnsChainAndNameChecksOff) {
+TEST_F(SChannelClientContextTest, ManualValidationTurnsChainAndNameChecksOff) {
     ZephSChannelClientContext context(logger);
     context.Initialize(true);
     EXPECT_EQ(provider.credentialData.dwFlags, 0x40001Cu);
@@ -64,7 +64,7 @@ TEST_F(SChannelClientContext, ManualValidationTurnsChainAndNameChecksOff) {
     EXPECT_EQ(provider.credentialData.dwMinimumCipherStrength, 128u);
 }
 
-TEST_F(SChannelClientContext, AFailureIsLoggedAndUnloads) {
+TEST_F(SChannelClientContextTest, AFailureIsLoggedAndUnloads) {
     provider.acquireStatus = Platform::SEC_E_INTERNAL_ERROR;
     ZephSChannelClientContext context(logger);
     EXPECT_EQ(context.Initialize(false), 0x80090304u);
@@ -75,7 +75,7 @@ TEST_F(SChannelClientContext, AFailureIsLoggedAndUnloads) {
     EXPECT_THAT(provider.books.Faults(), IsEmpty());
 }
 
-TEST_F(SChannelClientContext, AMissingLibraryIsReportedAsThePlatformsError) {
+TEST_F(SChannelClientContextTest, AMissingLibraryIsReportedAsThePlatformsError) {
     provider.loadErrors["SCHANNEL.DLL"] = 126;
     ZephSChannelClientContext context(logger);
     EXPECT_EQ(context.Initialize(false), 126u);
@@ -83,7 +83,7 @@ TEST_F(SChannelClientContext, AMissingLibraryIsReportedAsThePlatformsError) {
     EXPECT_EQ(provider.calls.size(), 1u);
 }
 
-TEST_F(SChannelClientContext, ASecondInitializeDropsTheFirstCredentialsBeforeItLoads) {
+TEST_F(SChannelClientContextTest, ASecondInitializeDropsTheFirstCredentialsBeforeItLoads) {
     ZephSChannelClientContext context(logger);
     context.Initialize(false);
     provider.calls.clear();
@@ -93,7 +93,7 @@ TEST_F(SChannelClientContext, ASecondInitializeDropsTheFirstCredentialsBeforeItL
                                             "AcquireCredentialsHandleA"));
 }
 
-TEST_F(SChannelClientContext, AFailedSecondInitializeLeavesNoCredentials) {
+TEST_F(SChannelClientContextTest, AFailedSecondInitializeLeavesNoCredentials) {
     ZephSChannelClientContext context(logger);
     context.Initialize(false);
     provider.acquireStatus = Platform::SEC_E_INTERNAL_ERROR;
@@ -102,7 +102,7 @@ TEST_F(SChannelClientContext, AFailedSecondInitializeLeavesNoCredentials) {
     EXPECT_THAT(provider.books.Faults(), IsEmpty());
 }
 
-TEST_F(SChannelClientContext, DestructionFreesTheCredentialsBeforeTheLibrary) {
+TEST_F(SChannelClientContextTest, DestructionFreesTheCredentialsBeforeTheLibrary) {
     { ZephSChannelClientContext(logger).Initialize(false); }
     ASSERT_GE(provider.calls.size(), 2u);
     EXPECT_EQ(provider.calls[provider.calls.size() - 2], "FreeCredentialsHandle");

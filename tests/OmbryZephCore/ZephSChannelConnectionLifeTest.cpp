@@ -7,9 +7,9 @@ using namespace Platform;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class SChannelLife : public SChannelFixture {};
+class SChannelLifeTest : public SChannelFixture {};
 
-TEST_F(SChannelLife, ASecondSessionTakesNeitherNameNorRoomNorSizesFromTheFirst) {
+TEST_F(SChannelLifeTest, ASecondSessionTakesNeitherNameNorRoomNorSizesFromTheFirst) {
     Connect();
     provider.maxToken = 100;
     provider.steps = {{SEC_E_OK}};
@@ -20,7 +20,7 @@ TEST_F(SChannelLife, ASecondSessionTakesNeitherNameNorRoomNorSizesFromTheFirst) 
     EXPECT_TRUE(connection->IsOutputBlocked());
 }
 
-TEST_F(SChannelLife, ASecondInitializeEndsTheFirstSessionCompletely) {
+TEST_F(SChannelLifeTest, ASecondInitializeEndsTheFirstSessionCompletely) {
     Connect();
     Write("x");
     provider.decryptions = {{SEC_I_CONTEXT_EXPIRED, {{SECBUFFER_EXTRA, 0, 2}}}};
@@ -41,7 +41,7 @@ TEST_F(SChannelLife, ASecondInitializeEndsTheFirstSessionCompletely) {
     EXPECT_EQ(Extract().second, "again");
 }
 
-TEST_F(SChannelLife, ASecondInitializeForgetsPlaintextThatWasNotRead) {
+TEST_F(SChannelLifeTest, ASecondInitializeForgetsPlaintextThatWasNotRead) {
     Connect();
     provider.decryptions = {{SEC_E_OK, {{SECBUFFER_DATA, 0, 4}}}};
     Inject("data");
@@ -51,7 +51,7 @@ TEST_F(SChannelLife, ASecondInitializeForgetsPlaintextThatWasNotRead) {
     EXPECT_EQ(provider.stepCalls.back().offered, "ab");
 }
 
-TEST_F(SChannelLife, ASecondInitializeForgetsARenegotiationACloseAndBlockedOutput) {
+TEST_F(SChannelLifeTest, ASecondInitializeForgetsARenegotiationACloseAndBlockedOutput) {
     Connect();
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}, {SEC_E_OK, "close"}, {SEC_E_BUFFER_TOO_SMALL}};
     ASSERT_EQ(connection->request_renegotiate(), 1);
@@ -67,7 +67,7 @@ TEST_F(SChannelLife, ASecondInitializeForgetsARenegotiationACloseAndBlockedOutpu
     EXPECT_EQ(Write("x"), 1);
 }
 
-TEST_F(SChannelLife, ASecondInitializeAcceptsAgainAfterARefusal) {
+TEST_F(SChannelLifeTest, ASecondInitializeAcceptsAgainAfterARefusal) {
     connection->SetValidator([](CertificateContextPointer*) { return false; });
     StartClient();
     provider.steps = {{SEC_E_OK}};
@@ -77,14 +77,14 @@ TEST_F(SChannelLife, ASecondInitializeAcceptsAgainAfterARefusal) {
     EXPECT_EQ(Write("x"), 1);
 }
 
-TEST_F(SChannelLife, DestructionDeletesTheContextBeforeItReleasesTheLibrary) {
+TEST_F(SChannelLifeTest, DestructionDeletesTheContextBeforeItReleasesTheLibrary) {
     StartClient();
     Forget();
     connection.reset();
     EXPECT_THAT(provider.calls, ElementsAre("DeleteSecurityContext", "FreeModule"));
 }
 
-TEST_F(SChannelLife, AConnectionThatWasNeverStartedIsHarmless) {
+TEST_F(SChannelLifeTest, AConnectionThatWasNeverStartedIsHarmless) {
     EXPECT_EQ(connection->request_renegotiate(), -1);
     EXPECT_EQ(connection->shutdown(true), -1);
     EXPECT_EQ(Inject("x"), 0);
@@ -95,7 +95,7 @@ TEST_F(SChannelLife, AConnectionThatWasNeverStartedIsHarmless) {
     EXPECT_THAT(provider.calls, IsEmpty());
 }
 
-TEST_F(SChannelLife, NeedsNoLogger) {
+TEST_F(SChannelLifeTest, NeedsNoLogger) {
     connection = std::make_unique<OmbryZephCore::ZephSChannelConnection>(nullptr);
     connection->SetVerbose(true);
     StartClient();

@@ -8,7 +8,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using Result = std::pair<std::int32_t, std::string>;
 
-class SChannelData : public SChannelFixture {
+class SChannelDataTest : public SChannelFixture {
 protected:
     void SetUp() override { Connect(); }
 
@@ -26,14 +26,14 @@ protected:
     }
 };
 
-TEST_F(SChannelData, WithoutInputAReadWantsCiphertextAndAsksNobody) {
+TEST_F(SChannelDataTest, WithoutInputAReadWantsCiphertextAndAsksNobody) {
     EXPECT_FALSE(connection->WantsCiphertext());
     EXPECT_EQ(Read(), Result(0, ""));
     EXPECT_TRUE(connection->WantsCiphertext());
     EXPECT_THAT(provider.calls, IsEmpty());
 }
 
-TEST_F(SChannelData, DecryptsInPlaceWithFourBuffersOverAllInput) {
+TEST_F(SChannelDataTest, DecryptsInPlaceWithFourBuffersOverAllInput) {
     Receive("HHdataT", 2, 4);
     EXPECT_EQ(Read(), Result(4, "data"));
     EXPECT_THAT(provider.decryptInputs, ElementsAre("HHdataT"));
@@ -42,17 +42,17 @@ TEST_F(SChannelData, DecryptsInPlaceWithFourBuffersOverAllInput) {
     EXPECT_THAT(logger->Messages(0), ElementsAre("got data buffer with 4 bytes."));
 }
 
-TEST_F(SChannelData, PlaintextAtTheFrontIsTakenWhereItIs) {
+TEST_F(SChannelDataTest, PlaintextAtTheFrontIsTakenWhereItIs) {
     Receive("dataT", 0, 4);
     EXPECT_EQ(Read(), Result(4, "data"));
 }
 
-TEST_F(SChannelData, PlaintextLongerThanItsHeaderMovesToTheFrontWhole) {
+TEST_F(SChannelDataTest, PlaintextLongerThanItsHeaderMovesToTheFrontWhole) {
     Receive("Habcdefgh", 1, 8);
     EXPECT_EQ(Read(), Result(8, "abcdefgh"));
 }
 
-TEST_F(SChannelData, ConsumedInputIsNotDecryptedAgain) {
+TEST_F(SChannelDataTest, ConsumedInputIsNotDecryptedAgain) {
     Receive("HHdataT", 2, 4);
     Read();
     EXPECT_EQ(Read(), Result(0, ""));
@@ -60,7 +60,7 @@ TEST_F(SChannelData, ConsumedInputIsNotDecryptedAgain) {
     EXPECT_TRUE(connection->WantsCiphertext());
 }
 
-TEST_F(SChannelData, AnIncompleteRecordWantsCiphertextAndKeepsItsBytes) {
+TEST_F(SChannelDataTest, AnIncompleteRecordWantsCiphertextAndKeepsItsBytes) {
     provider.decryptions = {{SEC_E_INCOMPLETE_MESSAGE, {{SECBUFFER_MISSING, 0, 3}}}};
     Inject("HHd");
     EXPECT_FALSE(connection->WantsCiphertext());
@@ -72,14 +72,14 @@ TEST_F(SChannelData, AnIncompleteRecordWantsCiphertextAndKeepsItsBytes) {
     EXPECT_EQ(provider.decryptInputs.back(), "HHdataT");
 }
 
-TEST_F(SChannelData, AFailedDecryptionIsLoggedAndFatal) {
+TEST_F(SChannelDataTest, AFailedDecryptionIsLoggedAndFatal) {
     provider.decryptions = {{SEC_E_DECRYPT_FAILURE, {}}};
     Inject("x");
     EXPECT_EQ(Read().first, -1);
     EXPECT_THAT(logger->Messages(4), ElementsAre("DecryptMessage failed with error -2146893008"));
 }
 
-TEST_F(SChannelData, ASmallReadReturnsTheRestLaterWithoutDecrypting) {
+TEST_F(SChannelDataTest, ASmallReadReturnsTheRestLaterWithoutDecrypting) {
     Receive("HHabcdefT", 2, 6);
     EXPECT_EQ(Read(1), Result(1, "a"));
     EXPECT_EQ(Read(3), Result(3, "bcd"));
@@ -89,7 +89,7 @@ TEST_F(SChannelData, ASmallReadReturnsTheRestLaterWithoutDecrypting) {
     EXPECT_EQ(provider.CallsOf("DecryptMessage"), 1);
 }
 
-TEST_F(SChannelData, ThePartOfTheNextRecordStaysForTheNextRead) {
+TEST_F(SChannelDataTest, ThePartOfTheNextRecordStaysForTheNextRead) {
     Receive("HHoneTHHtw", 2, 3, 4);
     EXPECT_EQ(Read(), Result(3, "one"));
     EXPECT_THAT(logger->Messages(0),
@@ -101,7 +101,7 @@ TEST_F(SChannelData, ThePartOfTheNextRecordStaysForTheNextRead) {
     EXPECT_EQ(provider.decryptInputs.back(), "HHtwoT");
 }
 
-TEST_F(SChannelData, ExtraBytesStandRightBehindPlaintextThatIsReadInParts) {
+TEST_F(SChannelDataTest, ExtraBytesStandRightBehindPlaintextThatIsReadInParts) {
     Receive("HHoneTNEXT", 2, 3, 4);
     EXPECT_EQ(Read(2), Result(2, "on"));
     EXPECT_EQ(Inject("!"), 1);
@@ -110,7 +110,7 @@ TEST_F(SChannelData, ExtraBytesStandRightBehindPlaintextThatIsReadInParts) {
     EXPECT_EQ(provider.decryptInputs.back(), "NEXT!");
 }
 
-TEST_F(SChannelData, TheLastBuffersOfTheirKindCount) {
+TEST_F(SChannelDataTest, TheLastBuffersOfTheirKindCount) {
     provider.decryptions = {
         {SEC_E_OK,
          {{SECBUFFER_DATA, 0, 1}, {SECBUFFER_EXTRA, 0, 1}, {SECBUFFER_DATA, 2, 2}, {SECBUFFER_EXTRA, 5, 3}}}};
@@ -120,7 +120,7 @@ TEST_F(SChannelData, TheLastBuffersOfTheirKindCount) {
     EXPECT_EQ(provider.decryptInputs.back(), "XYZ");
 }
 
-TEST_F(SChannelData, AnEmptyRecordGoesRoundToTheNext) {
+TEST_F(SChannelDataTest, AnEmptyRecordGoesRoundToTheNext) {
     provider.decryptions = {
         {SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 0}, {SECBUFFER_EXTRA, 2, 7}}}};
     Receive("EEHHdataT", 2, 4);
@@ -129,7 +129,7 @@ TEST_F(SChannelData, AnEmptyRecordGoesRoundToTheNext) {
     EXPECT_FALSE(connection->IsShuttingDown());
 }
 
-TEST_F(SChannelData, AnEmptyRecordAtTheEndWantsCiphertext) {
+TEST_F(SChannelDataTest, AnEmptyRecordAtTheEndWantsCiphertext) {
     provider.decryptions = {{SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 0}}}};
     Inject("EE");
     EXPECT_EQ(Read(), Result(0, ""));
@@ -138,7 +138,7 @@ TEST_F(SChannelData, AnEmptyRecordAtTheEndWantsCiphertext) {
     EXPECT_THAT(logger->Messages(), IsEmpty());
 }
 
-TEST_F(SChannelData, ARoundThatTakesNothingWaitsInsteadOfRepeating) {
+TEST_F(SChannelDataTest, ARoundThatTakesNothingWaitsInsteadOfRepeating) {
     provider.decryptions = {{SEC_E_OK, {{SECBUFFER_EXTRA, 0, 2}}}, {SEC_E_DECRYPT_FAILURE, {}}};
     Inject("EE");
     EXPECT_EQ(Read(), Result(0, ""));
@@ -146,19 +146,19 @@ TEST_F(SChannelData, ARoundThatTakesNothingWaitsInsteadOfRepeating) {
     EXPECT_EQ(provider.CallsOf("DecryptMessage"), 1);
 }
 
-TEST_F(SChannelData, PlaintextOutsideTheInputIsAFailure) {
+TEST_F(SChannelDataTest, PlaintextOutsideTheInputIsAFailure) {
     provider.decryptions = {{SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 3}}}};
     Inject("HHda");
     EXPECT_EQ(Read().first, -1);
 }
 
-TEST_F(SChannelData, PlaintextBehindTheInputIsAFailure) {
+TEST_F(SChannelDataTest, PlaintextBehindTheInputIsAFailure) {
     provider.decryptions = {{SEC_E_OK, {{SECBUFFER_DATA, 5, 1}}}};
     Inject("HHda");
     EXPECT_EQ(Read().first, -1);
 }
 
-TEST_F(SChannelData, ACloseOfThePeerReturnsZeroAndKeepsWhatFollows) {
+TEST_F(SChannelDataTest, ACloseOfThePeerReturnsZeroAndKeepsWhatFollows) {
     provider.decryptions = {{SEC_I_CONTEXT_EXPIRED, {{SECBUFFER_EXTRA, 3, 4}}}};
     Inject("ALTmore");
     EXPECT_EQ(Read(), Result(0, ""));
@@ -172,7 +172,7 @@ TEST_F(SChannelData, ACloseOfThePeerReturnsZeroAndKeepsWhatFollows) {
     EXPECT_EQ(ExtractUnprocessed(), Result(0, ""));
 }
 
-TEST_F(SChannelData, ACloseOfThePeerWithNothingBehindLeavesNothing) {
+TEST_F(SChannelDataTest, ACloseOfThePeerWithNothingBehindLeavesNothing) {
     provider.decryptions = {{SEC_I_CONTEXT_EXPIRED, {}}};
     Inject("ALT");
     EXPECT_EQ(Read(), Result(0, ""));
@@ -181,7 +181,7 @@ TEST_F(SChannelData, ACloseOfThePeerWithNothingBehindLeavesNothing) {
     EXPECT_THAT(logger->Messages(), IsEmpty());
 }
 
-TEST_F(SChannelData, AnAlertRecordWithoutDataCountsAsAClose) {
+TEST_F(SChannelDataTest, AnAlertRecordWithoutDataCountsAsAClose) {
     provider.decryptions = {
         {SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 0}, {SECBUFFER_EXTRA, 3, 2}}}};
     Inject("\x15LTxy");
@@ -192,7 +192,7 @@ TEST_F(SChannelData, AnAlertRecordWithoutDataCountsAsAClose) {
     EXPECT_EQ(ExtractUnprocessed(), Result(2, "xy"));
 }
 
-TEST_F(SChannelData, AnAlertRecordWithoutDataAndWithNothingBehindLeavesNothing) {
+TEST_F(SChannelDataTest, AnAlertRecordWithoutDataAndWithNothingBehindLeavesNothing) {
     provider.decryptions = {{SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 0}}}};
     Inject("\x15LT");
     EXPECT_EQ(Read(), Result(0, ""));
@@ -201,7 +201,7 @@ TEST_F(SChannelData, AnAlertRecordWithoutDataAndWithNothingBehindLeavesNothing) 
     EXPECT_THAT(logger->Messages(), IsEmpty());
 }
 
-TEST_F(SChannelData, NeighboursOfTheAlertRecordAreNoClose) {
+TEST_F(SChannelDataTest, NeighboursOfTheAlertRecordAreNoClose) {
     for (const char* record : {"\x14LT", "\x16LT", "\x17LT"}) {
         provider.decryptions = {{SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 0}}}};
         Inject(record);
@@ -210,13 +210,13 @@ TEST_F(SChannelData, NeighboursOfTheAlertRecordAreNoClose) {
     }
 }
 
-TEST_F(SChannelData, AnAlertRecordWithDataIsData) {
+TEST_F(SChannelDataTest, AnAlertRecordWithDataIsData) {
     Receive("\x15Hx", 2, 1);
     EXPECT_EQ(Read(), Result(1, "x"));
     EXPECT_FALSE(connection->IsShuttingDown());
 }
 
-TEST_F(SChannelData, AnAlertRecordWithoutAnyDataBufferIsNoClose) {
+TEST_F(SChannelDataTest, AnAlertRecordWithoutAnyDataBufferIsNoClose) {
     provider.decryptions = {{SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}}}};
     Inject("\x15L");
     EXPECT_EQ(Read(), Result(0, ""));
@@ -224,7 +224,7 @@ TEST_F(SChannelData, AnAlertRecordWithoutAnyDataBufferIsNoClose) {
     EXPECT_TRUE(connection->WantsCiphertext());
 }
 
-TEST_F(SChannelData, APeerThatRenegotiatesIsAnsweredWithAFirstFlight) {
+TEST_F(SChannelDataTest, APeerThatRenegotiatesIsAnsweredWithAFirstFlight) {
     provider.decryptions = {{SEC_I_RENEGOTIATE, {{SECBUFFER_EXTRA, 2, 3}}}};
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}};
     Inject("RRabc");
@@ -242,7 +242,7 @@ TEST_F(SChannelData, APeerThatRenegotiatesIsAnsweredWithAFirstFlight) {
     EXPECT_EQ(provider.stepCalls.back().flags, 0x8010u);
 }
 
-TEST_F(SChannelData, APeersRenegotiationWithNothingBehindLeavesNoInput) {
+TEST_F(SChannelDataTest, APeersRenegotiationWithNothingBehindLeavesNoInput) {
     provider.decryptions = {{SEC_I_RENEGOTIATE, {}}};
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}};
     Inject("RR");
@@ -253,7 +253,7 @@ TEST_F(SChannelData, APeersRenegotiationWithNothingBehindLeavesNoInput) {
     EXPECT_TRUE(connection->WantsCiphertext());
 }
 
-TEST_F(SChannelData, AFirstFlightMadeInsideAReadIsNotSaidToBeBlockedOutput) {
+TEST_F(SChannelDataTest, AFirstFlightMadeInsideAReadIsNotSaidToBeBlockedOutput) {
     provider.decryptions = {{SEC_I_RENEGOTIATE, {}}};
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}};
     Inject("RR");
@@ -263,7 +263,7 @@ TEST_F(SChannelData, AFirstFlightMadeInsideAReadIsNotSaidToBeBlockedOutput) {
     EXPECT_EQ(Extract(), Result(7, "rehello"));
 }
 
-TEST_F(SChannelData, APeersRenegotiationThatCannotBeAnsweredNowIsDropped) {
+TEST_F(SChannelDataTest, APeersRenegotiationThatCannotBeAnsweredNowIsDropped) {
     provider.decryptions = {{SEC_I_RENEGOTIATE, {}}};
     provider.steps = {{SEC_E_BUFFER_TOO_SMALL}};
     Inject("RR");
@@ -273,7 +273,7 @@ TEST_F(SChannelData, APeersRenegotiationThatCannotBeAnsweredNowIsDropped) {
     EXPECT_EQ(Write("x"), 1);
 }
 
-TEST_F(SChannelData, APeersRenegotiationThatFailsIsFatal) {
+TEST_F(SChannelDataTest, APeersRenegotiationThatFailsIsFatal) {
     provider.decryptions = {{SEC_I_RENEGOTIATE, {}}};
     provider.steps = {{SEC_E_INTERNAL_ERROR}};
     Inject("RR");
@@ -281,13 +281,13 @@ TEST_F(SChannelData, APeersRenegotiationThatFailsIsFatal) {
     EXPECT_THAT(logger->Messages(4), ElementsAre("InitializeSecurityContextA failed with error -2146893052"));
 }
 
-TEST_F(SChannelData, AnySuccessOfOurRenegotiationIsOne) {
+TEST_F(SChannelDataTest, AnySuccessOfOurRenegotiationIsOne) {
     provider.steps = {{SEC_E_OK, "rehello"}};
     EXPECT_EQ(connection->request_renegotiate(), 1);
     EXPECT_EQ(Extract(), Result(7, "rehello"));
 }
 
-TEST_F(SChannelData, OurRenegotiationMakesAFlightAndHoldsWritesBack) {
+TEST_F(SChannelDataTest, OurRenegotiationMakesAFlightAndHoldsWritesBack) {
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}};
     EXPECT_EQ(connection->request_renegotiate(), 1);
     EXPECT_EQ(provider.stepCalls[0].flags, 32u);
@@ -296,7 +296,7 @@ TEST_F(SChannelData, OurRenegotiationMakesAFlightAndHoldsWritesBack) {
     EXPECT_EQ(Extract(), Result(7, "rehello"));
 }
 
-TEST_F(SChannelData, OurRenegotiationStillReadsUntilThePeerAnswers) {
+TEST_F(SChannelDataTest, OurRenegotiationStillReadsUntilThePeerAnswers) {
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}};
     connection->request_renegotiate();
     Receive("HHdataT", 2, 4);
@@ -311,7 +311,7 @@ TEST_F(SChannelData, OurRenegotiationStillReadsUntilThePeerAnswers) {
     EXPECT_EQ(Write("x"), 1);
 }
 
-TEST_F(SChannelData, AFailedHandshakeOfOurRenegotiationIsFatal) {
+TEST_F(SChannelDataTest, AFailedHandshakeOfOurRenegotiationIsFatal) {
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}};
     connection->request_renegotiate();
     provider.decryptions = {{SEC_I_RENEGOTIATE, {{SECBUFFER_EXTRA, 0, 6}}}};
@@ -320,7 +320,7 @@ TEST_F(SChannelData, AFailedHandshakeOfOurRenegotiationIsFatal) {
     EXPECT_EQ(Read().first, -1);
 }
 
-TEST_F(SChannelData, TheCertificateIsJudgedAgainAfterARenegotiation) {
+TEST_F(SChannelDataTest, TheCertificateIsJudgedAgainAfterARenegotiation) {
     connection->SetValidator([](CertificateContextPointer*) { return false; });
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}};
     connection->request_renegotiate();
@@ -333,7 +333,7 @@ TEST_F(SChannelData, TheCertificateIsJudgedAgainAfterARenegotiation) {
     EXPECT_TRUE(logger->Has(3, "Certificate validation returned failure.  Connection will be closed."));
 }
 
-TEST_F(SChannelData, ARenegotiationThatDoesNotFitIsNotOneYet) {
+TEST_F(SChannelDataTest, ARenegotiationThatDoesNotFitIsNotOneYet) {
     provider.steps = {{SEC_E_BUFFER_TOO_SMALL}};
     EXPECT_EQ(connection->request_renegotiate(), 0);
     EXPECT_TRUE(connection->IsOutputBlocked());
@@ -341,14 +341,14 @@ TEST_F(SChannelData, ARenegotiationThatDoesNotFitIsNotOneYet) {
     EXPECT_EQ(Write("x"), 1);
 }
 
-TEST_F(SChannelData, ARenegotiationThatFailsIsLogged) {
+TEST_F(SChannelDataTest, ARenegotiationThatFailsIsLogged) {
     provider.steps = {{SEC_E_INCOMPLETE_MESSAGE}};
     EXPECT_EQ(connection->request_renegotiate(), -1);
     EXPECT_THAT(logger->Messages(4), ElementsAre("InitializeSecurityContextA failed with error -2146893032"));
     EXPECT_FALSE(connection->WantsCiphertext());
 }
 
-TEST_F(SChannelData, WritesBuildOneRecordOfFourBuffers) {
+TEST_F(SChannelDataTest, WritesBuildOneRecordOfFourBuffers) {
     EXPECT_EQ(Write("abc"), 3);
     EXPECT_THAT(provider.encryptTypes, ElementsAre(SECBUFFER_STREAM_HEADER, SECBUFFER_DATA,
                                                    SECBUFFER_STREAM_TRAILER, SECBUFFER_EMPTY));
@@ -357,13 +357,13 @@ TEST_F(SChannelData, WritesBuildOneRecordOfFourBuffers) {
     EXPECT_EQ(Extract(), Result(10, "<<<<<bcd>>"));  // the trailer as made, not as promised
 }
 
-TEST_F(SChannelData, ASecondWriteStandsBehindTheFirst) {
+TEST_F(SChannelDataTest, ASecondWriteStandsBehindTheFirst) {
     Write("abc");
     EXPECT_EQ(Write("xyz"), 3);
     EXPECT_EQ(Extract(), Result(20, "<<<<<bcd>><<<<<yz{>>"));
 }
 
-TEST_F(SChannelData, AWriteOfMoreThanARecordAcceptsOnlyPart) {
+TEST_F(SChannelDataTest, AWriteOfMoreThanARecordAcceptsOnlyPart) {
     EXPECT_EQ(Write(std::string(65, 'a')), 64);
     EXPECT_EQ(Write("a"), 0);
     EXPECT_TRUE(connection->IsOutputBlocked());
@@ -372,12 +372,12 @@ TEST_F(SChannelData, AWriteOfMoreThanARecordAcceptsOnlyPart) {
     EXPECT_EQ(Write("a"), 1);
 }
 
-TEST_F(SChannelData, AWriteOfExactlyARecordIsAcceptedWhole) {
+TEST_F(SChannelDataTest, AWriteOfExactlyARecordIsAcceptedWhole) {
     EXPECT_EQ(Write(std::string(64, 'a')), 64);
     EXPECT_FALSE(connection->IsOutputBlocked());
 }
 
-TEST_F(SChannelData, WaitingOutputCountsAgainstTheCap) {
+TEST_F(SChannelDataTest, WaitingOutputCountsAgainstTheCap) {
     Write(std::string(56, 'a'));  // 63 bytes of output
     EXPECT_EQ(Write("bc"), 1);    // one byte below the cap
     EXPECT_FALSE(connection->IsOutputBlocked());
@@ -385,7 +385,7 @@ TEST_F(SChannelData, WaitingOutputCountsAgainstTheCap) {
     EXPECT_TRUE(connection->IsOutputBlocked());
 }
 
-TEST_F(SChannelData, OutputOfExactlyTheCapBlocks) {
+TEST_F(SChannelDataTest, OutputOfExactlyTheCapBlocks) {
     Write(std::string(57, 'a'));  // 64 bytes of output
     const int before = provider.CallsOf("EncryptMessage");
     EXPECT_EQ(Write("c"), 0);
@@ -393,7 +393,7 @@ TEST_F(SChannelData, OutputOfExactlyTheCapBlocks) {
     EXPECT_EQ(provider.CallsOf("EncryptMessage"), before);
 }
 
-TEST_F(SChannelData, AFailedEncryptionIsLoggedWithItsOddName) {
+TEST_F(SChannelDataTest, AFailedEncryptionIsLoggedWithItsOddName) {
     provider.encryptStatus = SEC_E_INTERNAL_ERROR;
     EXPECT_EQ(Write("abc"), -1);
     EXPECT_THAT(logger->Messages(4), ElementsAre("EncryptMEssage failed with error -2146893052"));
@@ -401,14 +401,14 @@ TEST_F(SChannelData, AFailedEncryptionIsLoggedWithItsOddName) {
     EXPECT_EQ(Extract(), Result(0, ""));
 }
 
-TEST_F(SChannelData, InjectionTakesOnlyWhatFits) {
+TEST_F(SChannelDataTest, InjectionTakesOnlyWhatFits) {
     EXPECT_EQ(Inject(std::string(300, 'r')), 256);
     EXPECT_EQ(Inject("r"), 0);
     EXPECT_EQ(connection->inject_ciphertext(nullptr, -1), 0);
     EXPECT_EQ(ExtractUnprocessed(), Result(256, std::string(256, 'r')));
 }
 
-TEST_F(SChannelData, UnprocessedBytesAreTakenFromTheFrontEvenIfTheyArePlaintext) {
+TEST_F(SChannelDataTest, UnprocessedBytesAreTakenFromTheFrontEvenIfTheyArePlaintext) {
     Receive("HHabcTnext", 2, 3, 4);
     EXPECT_EQ(Read(1), Result(1, "a"));
     EXPECT_EQ(ExtractUnprocessed(1), Result(1, "b"));
@@ -416,7 +416,7 @@ TEST_F(SChannelData, UnprocessedBytesAreTakenFromTheFrontEvenIfTheyArePlaintext)
     EXPECT_EQ(ExtractUnprocessed(), Result(4, "next"));
 }
 
-TEST_F(SChannelData, TakingAllUnprocessedBytesTakesThePlaintextToo) {
+TEST_F(SChannelDataTest, TakingAllUnprocessedBytesTakesThePlaintextToo) {
     Receive("HHabcTnext", 2, 3, 4);
     EXPECT_EQ(Read(1), Result(1, "a"));
     EXPECT_EQ(ExtractUnprocessed(), Result(6, "bcnext"));
@@ -424,7 +424,7 @@ TEST_F(SChannelData, TakingAllUnprocessedBytesTakesThePlaintextToo) {
     EXPECT_TRUE(connection->WantsCiphertext());
 }
 
-TEST_F(SChannelData, VerboseTracesCiphertextAsUpperCasePairs) {
+TEST_F(SChannelDataTest, VerboseTracesCiphertextAsUpperCasePairs) {
     connection->SetVerbose(true);
     Inject(std::string("\x00\x0a\xff~", 4));
     EXPECT_THAT(logger->Messages(0), ElementsAre("00 0A FF 7E"));
@@ -439,7 +439,7 @@ TEST_F(SChannelData, VerboseTracesCiphertextAsUpperCasePairs) {
     EXPECT_THAT(logger->Messages(0), ElementsAre("3C 3C 62 3E 3E"));
 }
 
-TEST_F(SChannelData, TheTraceEndsItsLineAfter64Pairs) {
+TEST_F(SChannelDataTest, TheTraceEndsItsLineAfter64Pairs) {
     connection->SetVerbose(true);
     const auto trace = [](int pairs) {
         std::string text;
@@ -459,7 +459,7 @@ TEST_F(SChannelData, TheTraceEndsItsLineAfter64Pairs) {
     EXPECT_EQ(logger->Messages(0).size(), 4u);  // nothing moved, nothing to show
 }
 
-TEST_F(SChannelData, VerboseShowsDecryptedBytesAndWhatRemains) {
+TEST_F(SChannelDataTest, VerboseShowsDecryptedBytesAndWhatRemains) {
     connection->SetVerbose(true);
     Receive("HHsecretTHHn", 2, 6, 3);
     logger->Clear();
@@ -471,7 +471,7 @@ TEST_F(SChannelData, VerboseShowsDecryptedBytesAndWhatRemains) {
                             "3 unprocessed bytes remain in the ciphertext buffer."));
 }
 
-TEST_F(SChannelData, OnlyVerboseShowsBytes) {
+TEST_F(SChannelDataTest, OnlyVerboseShowsBytes) {
     Receive("HHsecretT", 2, 6);
     Read();
     Write("secret");
@@ -479,12 +479,12 @@ TEST_F(SChannelData, OnlyVerboseShowsBytes) {
     EXPECT_THAT(logger->Messages(), ElementsAre("got data buffer with 6 bytes."));
 }
 
-class SChannelServerData : public SChannelFixture {
+class SChannelServerDataTest : public SChannelFixture {
 protected:
     void SetUp() override { ConnectAsServer(); }
 };
 
-TEST_F(SChannelServerData, AClientThatRenegotiatesIsFollowedAtOnce) {
+TEST_F(SChannelServerDataTest, AClientThatRenegotiatesIsFollowedAtOnce) {
     provider.decryptions = {{SEC_I_RENEGOTIATE, {{SECBUFFER_EXTRA, 0, 7}}}};
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "answer"}};
     Inject("rehello");
@@ -497,7 +497,7 @@ TEST_F(SChannelServerData, AClientThatRenegotiatesIsFollowedAtOnce) {
     EXPECT_TRUE(connection->WantsCiphertext());
 }
 
-TEST_F(SChannelServerData, AServerAsksForARenegotiationThroughItsOwnFunction) {
+TEST_F(SChannelServerDataTest, AServerAsksForARenegotiationThroughItsOwnFunction) {
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "request"}, {SEC_E_INTERNAL_ERROR}};
     EXPECT_EQ(connection->request_renegotiate(), 1);
     EXPECT_EQ(provider.stepCalls[0].function, "AcceptSecurityContext");

@@ -10,9 +10,9 @@ using namespace Platform;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class SChannelHandshake : public SChannelFixture {};
+class SChannelHandshakeTest : public SChannelFixture {};
 
-TEST_F(SChannelHandshake, AClientStartsInTheStatedOrder) {
+TEST_F(SChannelHandshakeTest, AClientStartsInTheStatedOrder) {
     StartClient();
     EXPECT_THAT(
         provider.calls,
@@ -22,7 +22,7 @@ TEST_F(SChannelHandshake, AClientStartsInTheStatedOrder) {
     EXPECT_THAT(logger->Messages(), IsEmpty());
 }
 
-TEST_F(SChannelHandshake, TheFirstStepHasItsOwnFlagsNoInputAndTheWholeBuffer) {
+TEST_F(SChannelHandshakeTest, TheFirstStepHasItsOwnFlagsNoInputAndTheWholeBuffer) {
     StartClient();
     ASSERT_EQ(provider.stepCalls.size(), 1u);
     const auto& call = provider.stepCalls[0];
@@ -34,7 +34,7 @@ TEST_F(SChannelHandshake, TheFirstStepHasItsOwnFlagsNoInputAndTheWholeBuffer) {
     EXPECT_EQ(call.credentials, &credentials);
 }
 
-TEST_F(SChannelHandshake, TheFirstFlightWaitsToBeExtracted) {
+TEST_F(SChannelHandshakeTest, TheFirstFlightWaitsToBeExtracted) {
     StartClient("first flight");
     EXPECT_TRUE(connection->WantsCiphertext());
     EXPECT_FALSE(connection->IsOutputBlocked());
@@ -45,20 +45,20 @@ TEST_F(SChannelHandshake, TheFirstFlightWaitsToBeExtracted) {
     EXPECT_EQ(Extract().first, 0);
 }
 
-TEST_F(SChannelHandshake, AClientWithoutNameGivesTheProviderNone) {
+TEST_F(SChannelHandshakeTest, AClientWithoutNameGivesTheProviderNone) {
     provider.steps = {{SEC_I_CONTINUE_NEEDED}};
     EXPECT_EQ(connection->InitializeAsClient(nullptr, nullptr), 0);
     EXPECT_EQ(provider.stepCalls[0].targetName, "(null)");
     EXPECT_EQ(provider.stepCalls[0].credentials, nullptr);
 }
 
-TEST_F(SChannelHandshake, FailsIfTheLibraryIsMissing) {
+TEST_F(SChannelHandshakeTest, FailsIfTheLibraryIsMissing) {
     provider.loadErrors["SCHANNEL.DLL"] = 2;
     EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), -1);
     EXPECT_THAT(logger->Messages(4), ElementsAre("Cannot load SCHANNEL.DLL (error 2)."));
 }
 
-TEST_F(SChannelHandshake, FailsIfThePackageIsUnknown) {
+TEST_F(SChannelHandshakeTest, FailsIfThePackageIsUnknown) {
     provider.packageStatus = SEC_E_INTERNAL_ERROR;
     EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), -1);
     EXPECT_THAT(logger->Messages(4), ElementsAre("QuerySecurityPackageInfoA failed with error -2146893052"));
@@ -74,7 +74,7 @@ std::uint8_t* LittleMemory(std::uint64_t bytes) {
     return allocationsLeft-- > 0 ? new std::uint8_t[bytes] : nullptr;
 }
 
-TEST_F(SChannelHandshake, FailsWithoutMemoryForEitherBufferAndReturnsThePackageInfo) {
+TEST_F(SChannelHandshakeTest, FailsWithoutMemoryForEitherBufferAndReturnsThePackageInfo) {
     for (int fail = 0; fail < 2; ++fail) {
         allocationsLeft = fail;
         const auto before = OmbryZephCore::ZephIOBuffer::ReplaceAllocator(&LittleMemory);
@@ -87,7 +87,7 @@ TEST_F(SChannelHandshake, FailsWithoutMemoryForEitherBufferAndReturnsThePackageI
     }
 }
 
-TEST_F(SChannelHandshake, AFailedFirstStepIsLoggedAndUnloads) {
+TEST_F(SChannelHandshakeTest, AFailedFirstStepIsLoggedAndUnloads) {
     provider.steps = {{SEC_E_INVALID_TOKEN}};
     EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), -1);
     EXPECT_THAT(logger->Messages(4), ElementsAre("InitializeSecurityContextA failed with error -2146893048"));
@@ -95,7 +95,7 @@ TEST_F(SChannelHandshake, AFailedFirstStepIsLoggedAndUnloads) {
     EXPECT_EQ(provider.calls.back(), "FreeModule");
 }
 
-TEST_F(SChannelHandshake, AFirstStepThatLacksRoomOrInputIsAPlainFailure) {
+TEST_F(SChannelHandshakeTest, AFirstStepThatLacksRoomOrInputIsAPlainFailure) {
     for (SECURITY_STATUS status : {SEC_E_BUFFER_TOO_SMALL, SEC_E_INCOMPLETE_MESSAGE}) {
         provider.steps = {{status}};
         EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), -1);
@@ -106,7 +106,7 @@ TEST_F(SChannelHandshake, AFirstStepThatLacksRoomOrInputIsAPlainFailure) {
                                                  "InitializeSecurityContextA failed with error -2146893032"));
 }
 
-TEST_F(SChannelHandshake, AFirstStepThatNeedsCompletionIsCompleted) {
+TEST_F(SChannelHandshakeTest, AFirstStepThatNeedsCompletionIsCompleted) {
     provider.steps = {{SEC_I_COMPLETE_NEEDED, "tok"}};
     EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), 0);
     EXPECT_EQ(provider.completedToken, "tok");
@@ -114,7 +114,7 @@ TEST_F(SChannelHandshake, AFirstStepThatNeedsCompletionIsCompleted) {
     EXPECT_EQ(Extract().second, "tok");
 }
 
-TEST_F(SChannelHandshake, AFirstStepThatNeedsCompletionAndMoreIsCompletedAndWaits) {
+TEST_F(SChannelHandshakeTest, AFirstStepThatNeedsCompletionAndMoreIsCompletedAndWaits) {
     provider.steps = {{SEC_I_COMPLETE_AND_CONTINUE, "tok"}};
     EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), 0);
     EXPECT_EQ(provider.completedToken, "tok");
@@ -122,7 +122,7 @@ TEST_F(SChannelHandshake, AFirstStepThatNeedsCompletionAndMoreIsCompletedAndWait
     EXPECT_EQ(Extract().second, "tok");
 }
 
-TEST_F(SChannelHandshake, AFailedCompletionOfTheFirstStepEndsTheSession) {
+TEST_F(SChannelHandshakeTest, AFailedCompletionOfTheFirstStepEndsTheSession) {
     for (SECURITY_STATUS status : {SEC_I_COMPLETE_NEEDED, SEC_I_COMPLETE_AND_CONTINUE}) {
         provider.completeStatus = SEC_E_INTERNAL_ERROR;
         provider.steps = {{status, "tok"}};
@@ -136,7 +136,7 @@ TEST_F(SChannelHandshake, AFailedCompletionOfTheFirstStepEndsTheSession) {
     }
 }
 
-TEST_F(SChannelHandshake, AFirstStepThatIsReadyAtOnceAsksForNoCertificateAndWritesNothing) {
+TEST_F(SChannelHandshakeTest, AFirstStepThatIsReadyAtOnceAsksForNoCertificateAndWritesNothing) {
     connection->SetValidator([](CertificateContextPointer*) { return false; });
     provider.steps = {{SEC_E_OK, "tok"}};
     EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), 0);
@@ -149,7 +149,7 @@ TEST_F(SChannelHandshake, AFirstStepThatIsReadyAtOnceAsksForNoCertificateAndWrit
     EXPECT_EQ(provider.CallsOf("QueryContextAttributesA 4"), 0);
 }
 
-TEST_F(SChannelHandshake, AnUnknownSuccessOfTheFirstStepIsLoggedAtLevel4AndGoesOn) {
+TEST_F(SChannelHandshakeTest, AnUnknownSuccessOfTheFirstStepIsLoggedAtLevel4AndGoesOn) {
     provider.steps = {{0x90399, "tok"}};
     EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), 0);
     EXPECT_THAT(logger->Messages(4),
@@ -158,7 +158,7 @@ TEST_F(SChannelHandshake, AnUnknownSuccessOfTheFirstStepIsLoggedAtLevel4AndGoesO
     EXPECT_EQ(Extract().second, "tok");
 }
 
-TEST_F(SChannelHandshake, WithoutInputAStepIsNotTaken) {
+TEST_F(SChannelHandshakeTest, WithoutInputAStepIsNotTaken) {
     StartClient();
     Forget();
     EXPECT_EQ(connection->ContinueInitIfNecessary(), 0);
@@ -166,7 +166,7 @@ TEST_F(SChannelHandshake, WithoutInputAStepIsNotTaken) {
     EXPECT_THAT(provider.stepCalls, IsEmpty());
 }
 
-TEST_F(SChannelHandshake, ALaterStepOffersAllInputAndTheFreePartOfTheOutput) {
+TEST_F(SChannelHandshakeTest, ALaterStepOffersAllInputAndTheFreePartOfTheOutput) {
     StartClient();
     Forget();
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "answer"}};
@@ -184,7 +184,7 @@ TEST_F(SChannelHandshake, ALaterStepOffersAllInputAndTheFreePartOfTheOutput) {
     EXPECT_EQ(Extract().second, "helloanswer");
 }
 
-TEST_F(SChannelHandshake, InputThatWasTakenIsNotOfferedAgain) {
+TEST_F(SChannelHandshakeTest, InputThatWasTakenIsNotOfferedAgain) {
     StartClient();
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "t"}, {SEC_I_CONTINUE_NEEDED, "t"}};
     Inject("one");
@@ -192,7 +192,7 @@ TEST_F(SChannelHandshake, InputThatWasTakenIsNotOfferedAgain) {
     EXPECT_EQ(provider.stepCalls.back().offered, "two");
 }
 
-TEST_F(SChannelHandshake, AnIncompleteMessageWaitsAndIsOfferedWithWhatFollows) {
+TEST_F(SChannelHandshakeTest, AnIncompleteMessageWaitsAndIsOfferedWithWhatFollows) {
     StartClient();
     provider.steps = {{SEC_E_INCOMPLETE_MESSAGE}, {SEC_I_CONTINUE_NEEDED, "t"}};
     EXPECT_EQ(Inject("ab"), 2);
@@ -202,7 +202,7 @@ TEST_F(SChannelHandshake, AnIncompleteMessageWaitsAndIsOfferedWithWhatFollows) {
     EXPECT_THAT(logger->Messages(), IsEmpty());
 }
 
-TEST_F(SChannelHandshake, OutputThatDoesNotFitBlocksUntilSomeIsExtracted) {
+TEST_F(SChannelHandshakeTest, OutputThatDoesNotFitBlocksUntilSomeIsExtracted) {
     StartClient();
     provider.steps = {{SEC_E_BUFFER_TOO_SMALL}};
     EXPECT_EQ(Inject("ab"), 2);
@@ -216,7 +216,7 @@ TEST_F(SChannelHandshake, OutputThatDoesNotFitBlocksUntilSomeIsExtracted) {
     EXPECT_EQ(Extract().second, "t");
 }
 
-TEST_F(SChannelHandshake, AFailedStepIsLoggedAndFailsTheOperation) {
+TEST_F(SChannelHandshakeTest, AFailedStepIsLoggedAndFailsTheOperation) {
     StartClient();
     provider.steps = {{SEC_E_INVALID_TOKEN}};
     EXPECT_EQ(Inject("ab"), -1);
@@ -229,7 +229,7 @@ TEST_F(SChannelHandshake, AFailedStepIsLoggedAndFailsTheOperation) {
     EXPECT_EQ(Write("x"), -1);
 }
 
-TEST_F(SChannelHandshake, BytesOfAnExtraBufferStayForLater) {
+TEST_F(SChannelHandshakeTest, BytesOfAnExtraBufferStayForLater) {
     for (std::size_t slot : {0u, 1u}) {
         StartClient();
         provider.steps = {{SEC_I_CONTINUE_NEEDED, "t", 3, 0, slot}, {SEC_I_CONTINUE_NEEDED, "t"}};
@@ -240,7 +240,7 @@ TEST_F(SChannelHandshake, BytesOfAnExtraBufferStayForLater) {
     }
 }
 
-TEST_F(SChannelHandshake, MoreExtraBytesThanWereOfferedAreAllOfThem) {
+TEST_F(SChannelHandshakeTest, MoreExtraBytesThanWereOfferedAreAllOfThem) {
     StartClient();
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "t", 100}, {SEC_I_CONTINUE_NEEDED, "t"}};
     EXPECT_EQ(Inject("abc"), 3);
@@ -248,14 +248,14 @@ TEST_F(SChannelHandshake, MoreExtraBytesThanWereOfferedAreAllOfThem) {
     EXPECT_EQ(provider.stepCalls.back().offered, "abcd");
 }
 
-TEST_F(SChannelHandshake, ATokenLongerThanItsRoomEndsWithTheRoom) {
+TEST_F(SChannelHandshakeTest, ATokenLongerThanItsRoomEndsWithTheRoom) {
     StartClient();
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "token", -1, 0x77, 1, 1000}};
     EXPECT_EQ(Inject("abc"), 3);
     EXPECT_EQ(Extract().first, 256);
 }
 
-TEST_F(SChannelHandshake, AStepThatNeedsMoreAndMadeNoTokenIsRepeatedWithTheExtraBytes) {
+TEST_F(SChannelHandshakeTest, AStepThatNeedsMoreAndMadeNoTokenIsRepeatedWithTheExtraBytes) {
     StartClient();
     Forget();
     provider.steps = {
@@ -270,7 +270,7 @@ TEST_F(SChannelHandshake, AStepThatNeedsMoreAndMadeNoTokenIsRepeatedWithTheExtra
     EXPECT_EQ(Extract().second, "hellot");
 }
 
-TEST_F(SChannelHandshake, AStepThatNeedsMoreAndTookNothingWaitsInsteadOfRepeating) {
+TEST_F(SChannelHandshakeTest, AStepThatNeedsMoreAndTookNothingWaitsInsteadOfRepeating) {
     StartClient();
     Forget();
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "", 6}, {SEC_I_CONTINUE_NEEDED, "t"}};
@@ -281,7 +281,7 @@ TEST_F(SChannelHandshake, AStepThatNeedsMoreAndTookNothingWaitsInsteadOfRepeatin
     EXPECT_EQ(provider.stepCalls.back().offered, "abcdefg");
 }
 
-TEST_F(SChannelHandshake, AnExtraBufferOfNoBytesEndsTheRepetition) {
+TEST_F(SChannelHandshakeTest, AnExtraBufferOfNoBytesEndsTheRepetition) {
     StartClient();
     Forget();
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "", 0}};
@@ -290,7 +290,7 @@ TEST_F(SChannelHandshake, AnExtraBufferOfNoBytesEndsTheRepetition) {
     EXPECT_TRUE(connection->WantsCiphertext());
 }
 
-TEST_F(SChannelHandshake, AStepWithoutTokenAndWithoutExtraIsNotRepeated) {
+TEST_F(SChannelHandshakeTest, AStepWithoutTokenAndWithoutExtraIsNotRepeated) {
     StartClient();
     Forget();
     provider.steps = {{SEC_I_CONTINUE_NEEDED, ""}, {SEC_E_INVALID_TOKEN}};
@@ -299,7 +299,7 @@ TEST_F(SChannelHandshake, AStepWithoutTokenAndWithoutExtraIsNotRepeated) {
     EXPECT_TRUE(connection->WantsCiphertext());
 }
 
-TEST_F(SChannelHandshake, AStepWithATokenIsNotRepeatedThoughBytesAreLeft) {
+TEST_F(SChannelHandshakeTest, AStepWithATokenIsNotRepeatedThoughBytesAreLeft) {
     StartClient();
     Forget();
     provider.steps = {{SEC_I_CONTINUE_NEEDED, "t", 2}, {SEC_E_INVALID_TOKEN}};
@@ -307,7 +307,7 @@ TEST_F(SChannelHandshake, AStepWithATokenIsNotRepeatedThoughBytesAreLeft) {
     EXPECT_EQ(provider.stepCalls.size(), 1u);
 }
 
-TEST_F(SChannelHandshake, ALaterStepThatNeedsCompletionIsCompleted) {
+TEST_F(SChannelHandshakeTest, ALaterStepThatNeedsCompletionIsCompleted) {
     StartClient("");
     provider.steps = {{SEC_I_COMPLETE_NEEDED, "one"}, {SEC_I_COMPLETE_AND_CONTINUE, "two"}};
     EXPECT_EQ(Inject("a"), 1);
@@ -319,7 +319,7 @@ TEST_F(SChannelHandshake, ALaterStepThatNeedsCompletionIsCompleted) {
     EXPECT_EQ(Extract().second, "onetwo");
 }
 
-TEST_F(SChannelHandshake, AFailedCompletionOfALaterStepFailsAndSendsNothing) {
+TEST_F(SChannelHandshakeTest, AFailedCompletionOfALaterStepFailsAndSendsNothing) {
     for (SECURITY_STATUS status : {SEC_I_COMPLETE_NEEDED, SEC_I_COMPLETE_AND_CONTINUE}) {
         StartClient("");
         provider.completeStatus = SEC_E_INTERNAL_ERROR;
@@ -332,7 +332,7 @@ TEST_F(SChannelHandshake, AFailedCompletionOfALaterStepFailsAndSendsNothing) {
     }
 }
 
-TEST_F(SChannelHandshake, AnUnknownSuccessOfALaterStepIsLoggedAtLevel3AndGoesOn) {
+TEST_F(SChannelHandshakeTest, AnUnknownSuccessOfALaterStepIsLoggedAtLevel3AndGoesOn) {
     StartClient("");
     provider.steps = {{0x90399, "tok"}};
     EXPECT_EQ(Inject("a"), 1);
@@ -343,7 +343,7 @@ TEST_F(SChannelHandshake, AnUnknownSuccessOfALaterStepIsLoggedAtLevel3AndGoesOn)
     EXPECT_EQ(connection->ContinueInitIfNecessary(), 0);
 }
 
-TEST_F(SChannelHandshake, TheLastStepFetchesTheStreamSizesAndIsReady) {
+TEST_F(SChannelHandshakeTest, TheLastStepFetchesTheStreamSizesAndIsReady) {
     StartClient();
     Forget();
     provider.steps = {{SEC_E_OK, "finished"}};
@@ -354,7 +354,7 @@ TEST_F(SChannelHandshake, TheLastStepFetchesTheStreamSizesAndIsReady) {
     EXPECT_EQ(Extract().second, "hellofinished");
 }
 
-TEST_F(SChannelHandshake, BothBuffersGrowToHoldOneRecord) {
+TEST_F(SChannelHandshakeTest, BothBuffersGrowToHoldOneRecord) {
     provider.sizes = {5, 3, 1000, 4, 1};
     Connect();
     EXPECT_EQ(Inject(std::string(1008, 'r')), 1008);
@@ -362,20 +362,20 @@ TEST_F(SChannelHandshake, BothBuffersGrowToHoldOneRecord) {
     EXPECT_EQ(Write(std::string(1001, 'w')), 1000);
 }
 
-TEST_F(SChannelHandshake, BuffersThatAreLongEnoughStayAsTheyAre) {
+TEST_F(SChannelHandshakeTest, BuffersThatAreLongEnoughStayAsTheyAre) {
     provider.sizes = {5, 3, 64, 4, 1};
     Connect();
     EXPECT_EQ(Inject(std::string(300, 'r')), 256);
 }
 
-TEST_F(SChannelHandshake, StreamSizesBeyond32BitsFail) {
+TEST_F(SChannelHandshakeTest, StreamSizesBeyond32BitsFail) {
     provider.sizes = {std::numeric_limits<std::uint32_t>::max(), 1, 0, 4, 1};
     StartClient();
     provider.steps = {{SEC_E_OK}};
     EXPECT_EQ(Inject("server"), -1);
 }
 
-TEST_F(SChannelHandshake, FailsWithoutMemoryForARecord) {
+TEST_F(SChannelHandshakeTest, FailsWithoutMemoryForARecord) {
     provider.sizes = {5, 3, 100000, 4, 1};
     StartClient();
     provider.steps = {{SEC_E_OK}};
@@ -386,7 +386,7 @@ TEST_F(SChannelHandshake, FailsWithoutMemoryForARecord) {
     EXPECT_EQ(Write("x"), -1);
 }
 
-TEST_F(SChannelHandshake, FailsIfTheStreamSizesCannotBeHad) {
+TEST_F(SChannelHandshakeTest, FailsIfTheStreamSizesCannotBeHad) {
     provider.sizesStatus = SEC_E_INTERNAL_ERROR;
     StartClient();
     provider.steps = {{SEC_E_OK, "finished"}};
@@ -397,7 +397,7 @@ TEST_F(SChannelHandshake, FailsIfTheStreamSizesCannotBeHad) {
     EXPECT_EQ(logger->Entries().size(), 1u);
 }
 
-TEST_F(SChannelHandshake, TheValidatorSeesTheCertificateBeforeAnythingElseAndItIsFreed) {
+TEST_F(SChannelHandshakeTest, TheValidatorSeesTheCertificateBeforeAnythingElseAndItIsFreed) {
     const CertificateContext* seen = nullptr;
     connection->SetValidator([&](CertificateContextPointer* certificate) {
         seen = *certificate;
@@ -414,7 +414,7 @@ TEST_F(SChannelHandshake, TheValidatorSeesTheCertificateBeforeAnythingElseAndItI
                                             "validator", "FreeCertificate", "QueryContextAttributesA 4"));
 }
 
-TEST_F(SChannelHandshake, ARefusedCertificateFailsTheOperationThatFinishedTheHandshake) {
+TEST_F(SChannelHandshakeTest, ARefusedCertificateFailsTheOperationThatFinishedTheHandshake) {
     connection->SetValidator([](CertificateContextPointer*) { return false; });
     StartClient();
     Forget();
@@ -427,7 +427,7 @@ TEST_F(SChannelHandshake, ARefusedCertificateFailsTheOperationThatFinishedTheHan
                 ElementsAre("InitializeSecurityContextA", "QueryContextAttributesA 83", "FreeCertificate"));
 }
 
-TEST_F(SChannelHandshake, ARefusedSessionMovesNoByteInAnyLaterOperation) {
+TEST_F(SChannelHandshakeTest, ARefusedSessionMovesNoByteInAnyLaterOperation) {
     connection->SetValidator([](CertificateContextPointer*) { return false; });
     StartClient();
     provider.steps = {{SEC_E_OK, "finished", 2}};
@@ -440,7 +440,7 @@ TEST_F(SChannelHandshake, ARefusedSessionMovesNoByteInAnyLaterOperation) {
     EXPECT_THAT(provider.calls, IsEmpty());
 }
 
-TEST_F(SChannelHandshake, ASessionWhoseValidatorThrowsIsRefusedAndItsCertificateFreed) {
+TEST_F(SChannelHandshakeTest, ASessionWhoseValidatorThrowsIsRefusedAndItsCertificateFreed) {
     connection->SetValidator([](CertificateContextPointer*) -> bool { throw std::runtime_error("judge"); });
     StartClient();
     provider.steps = {{SEC_E_OK}};
@@ -449,7 +449,7 @@ TEST_F(SChannelHandshake, ASessionWhoseValidatorThrowsIsRefusedAndItsCertificate
     EXPECT_EQ(Write("secret"), -1);
 }
 
-TEST_F(SChannelHandshake, ASessionWithoutCertificateIsRefusedWhereAValidatorIsSet) {
+TEST_F(SChannelHandshakeTest, ASessionWithoutCertificateIsRefusedWhereAValidatorIsSet) {
     int asked = 0;
     connection->SetValidator([&](CertificateContextPointer*) { return ++asked > 0; });
     provider.nullCertificate = true;
@@ -461,7 +461,7 @@ TEST_F(SChannelHandshake, ASessionWithoutCertificateIsRefusedWhereAValidatorIsSe
     EXPECT_EQ(provider.CallsOf("FreeCertificate"), 0);
 }
 
-TEST_F(SChannelHandshake, FailsIfTheCertificateCannotBeHad) {
+TEST_F(SChannelHandshakeTest, FailsIfTheCertificateCannotBeHad) {
     int asked = 0;
     connection->SetValidator([&](CertificateContextPointer*) { return ++asked > 0; });
     provider.certificateStatus = SEC_E_INTERNAL_ERROR;
@@ -475,12 +475,12 @@ TEST_F(SChannelHandshake, FailsIfTheCertificateCannotBeHad) {
     EXPECT_EQ(provider.CallsOf("QueryContextAttributesA 4"), 0);
 }
 
-TEST_F(SChannelHandshake, WithoutValidatorTheCertificateIsNotEvenFetched) {
+TEST_F(SChannelHandshakeTest, WithoutValidatorTheCertificateIsNotEvenFetched) {
     Connect();
     EXPECT_EQ(provider.CallsOf("QueryContextAttributesA 83"), 0);
 }
 
-TEST_F(SChannelHandshake, TheOperationThatFinishesTheHandshakeMayBeAnExtraction) {
+TEST_F(SChannelHandshakeTest, TheOperationThatFinishesTheHandshakeMayBeAnExtraction) {
     StartClient();
     provider.steps = {{SEC_E_BUFFER_TOO_SMALL}, {SEC_E_OK, "finished"}};
     Inject("server");
@@ -489,7 +489,7 @@ TEST_F(SChannelHandshake, TheOperationThatFinishesTheHandshakeMayBeAnExtraction)
     EXPECT_EQ(Extract().second, "finished");
 }
 
-TEST_F(SChannelHandshake, ReadsAndWritesWaitForTheHandshake) {
+TEST_F(SChannelHandshakeTest, ReadsAndWritesWaitForTheHandshake) {
     StartClient();
     EXPECT_EQ(Read().first, 0);
     EXPECT_EQ(Write("x"), 0);
@@ -497,14 +497,14 @@ TEST_F(SChannelHandshake, ReadsAndWritesWaitForTheHandshake) {
     EXPECT_EQ(provider.CallsOf("DecryptMessage"), 0);
 }
 
-TEST_F(SChannelHandshake, InputOfTheHandshakeIsNeverDecrypted) {
+TEST_F(SChannelHandshakeTest, InputOfTheHandshakeIsNeverDecrypted) {
     StartClient();
     Inject("half a message");
     EXPECT_EQ(Read().first, 0);
     EXPECT_EQ(provider.CallsOf("DecryptMessage"), 0);
 }
 
-TEST_F(SChannelHandshake, CarryingOnSaysReadyWaitingOrFailed) {
+TEST_F(SChannelHandshakeTest, CarryingOnSaysReadyWaitingOrFailed) {
     StartClient();
     EXPECT_EQ(connection->ContinueInitIfNecessary(), 0) << "no input";
     Inject("a");
@@ -525,7 +525,7 @@ TEST_F(SChannelHandshake, CarryingOnSaysReadyWaitingOrFailed) {
     EXPECT_EQ(connection->ContinueInitIfNecessary(), -1);
 }
 
-TEST_F(SChannelHandshake, CommonTasksFailWithMinusOne) {
+TEST_F(SChannelHandshakeTest, CommonTasksFailWithMinusOne) {
     provider.packageStatus = SEC_E_INTERNAL_ERROR;
     EXPECT_EQ(connection->DoCommonInitializationTasks(), -1);
     provider.packageStatus = SEC_E_OK;
@@ -535,14 +535,14 @@ TEST_F(SChannelHandshake, CommonTasksFailWithMinusOne) {
     EXPECT_EQ(other.DoCommonInitializationTasks(), -1);
 }
 
-TEST_F(SChannelHandshake, AServerWaitsForTheFirstFlight) {
+TEST_F(SChannelHandshakeTest, AServerWaitsForTheFirstFlight) {
     EXPECT_EQ(connection->InitializeAsServer(&credentials), 0);
     EXPECT_TRUE(connection->WantsCiphertext());
     EXPECT_THAT(provider.stepCalls, IsEmpty());
     EXPECT_EQ(connection->ContinueInitIfNecessary(), 0);
 }
 
-TEST_F(SChannelHandshake, AServerAsksFirstForWhatItWantsAndThenForWhatItGot) {
+TEST_F(SChannelHandshakeTest, AServerAsksFirstForWhatItWantsAndThenForWhatItGot) {
     connection->InitializeAsServer(&credentials);
     provider.steps = {{SEC_E_INCOMPLETE_MESSAGE, "", -1, 0x11},
                       {SEC_I_CONTINUE_NEEDED, "s1", -1, 0x22},
@@ -564,7 +564,7 @@ TEST_F(SChannelHandshake, AServerAsksFirstForWhatItWantsAndThenForWhatItGot) {
     EXPECT_EQ(Extract().second, "s1s2");
 }
 
-TEST_F(SChannelHandshake, AServersMessagesNameItsOwnFunction) {
+TEST_F(SChannelHandshakeTest, AServersMessagesNameItsOwnFunction) {
     connection->InitializeAsServer(&credentials);
     provider.steps = {{0x90399}, {SEC_E_INVALID_TOKEN}};
     EXPECT_EQ(Inject("a"), 1);
@@ -574,7 +574,7 @@ TEST_F(SChannelHandshake, AServersMessagesNameItsOwnFunction) {
     EXPECT_THAT(logger->Messages(4), ElementsAre("AcceptSecurityContext failed with error -2146893048"));
 }
 
-TEST_F(SChannelHandshake, AServerThatFailsToLoadIsNotStarted) {
+TEST_F(SChannelHandshakeTest, AServerThatFailsToLoadIsNotStarted) {
     provider.loadErrors["SCHANNEL.DLL"] = 2;
     EXPECT_EQ(connection->InitializeAsServer(&credentials), -1);
     EXPECT_FALSE(connection->WantsCiphertext());

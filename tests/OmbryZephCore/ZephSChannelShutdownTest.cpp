@@ -8,7 +8,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using Result = std::pair<std::int32_t, std::string>;
 
-class SChannelShutdown : public SChannelFixture {
+class SChannelShutdownTest : public SChannelFixture {
 protected:
     void SetUp() override { Connect(); }
 
@@ -22,7 +22,7 @@ protected:
     }
 };
 
-TEST_F(SChannelShutdown, SendsOneCloseAndIsCompleteIfItNeedNotWait) {
+TEST_F(SChannelShutdownTest, SendsOneCloseAndIsCompleteIfItNeedNotWait) {
     provider.steps = {{SEC_E_OK, "close"}};
     EXPECT_EQ(connection->shutdown(false), 1);
     EXPECT_THAT(provider.calls, ElementsAre("ApplyControlToken", "InitializeSecurityContextA"));
@@ -37,7 +37,7 @@ TEST_F(SChannelShutdown, SendsOneCloseAndIsCompleteIfItNeedNotWait) {
     EXPECT_THAT(logger->Messages(), IsEmpty());
 }
 
-TEST_F(SChannelShutdown, TheCloseStandsBehindWaitingOutput) {
+TEST_F(SChannelShutdownTest, TheCloseStandsBehindWaitingOutput) {
     Write("a");
     provider.steps = {{SEC_E_OK, "close"}};
     EXPECT_EQ(connection->shutdown(false), 1);
@@ -45,7 +45,7 @@ TEST_F(SChannelShutdown, TheCloseStandsBehindWaitingOutput) {
     EXPECT_EQ(Extract(), Result(13, "<<<<<b>>close"));
 }
 
-TEST_F(SChannelShutdown, TheCloseIsSentOnlyOnce) {
+TEST_F(SChannelShutdownTest, TheCloseIsSentOnlyOnce) {
     provider.steps = {{SEC_E_OK, "close"}};
     connection->shutdown(false);
     Forget();
@@ -54,14 +54,14 @@ TEST_F(SChannelShutdown, TheCloseIsSentOnlyOnce) {
     EXPECT_EQ(Extract(), Result(5, "close"));
 }
 
-TEST_F(SChannelShutdown, AnyOtherSuccessOfTheCloseCountsAsSent) {
+TEST_F(SChannelShutdownTest, AnyOtherSuccessOfTheCloseCountsAsSent) {
     provider.steps = {{SEC_I_CONTEXT_EXPIRED, "close"}};
     EXPECT_EQ(connection->shutdown(false), 1);
     EXPECT_EQ(Extract(), Result(5, "close"));
     EXPECT_THAT(logger->Messages(), IsEmpty());
 }
 
-TEST_F(SChannelShutdown, AFailedControlTokenIsLoggedAtLevel3) {
+TEST_F(SChannelShutdownTest, AFailedControlTokenIsLoggedAtLevel3) {
     provider.controlStatus = SEC_E_INVALID_HANDLE;
     EXPECT_EQ(connection->shutdown(false), -1);
     EXPECT_THAT(logger->Messages(3), ElementsAre("ApplyControlToken failed with error -2146893055"));
@@ -70,7 +70,7 @@ TEST_F(SChannelShutdown, AFailedControlTokenIsLoggedAtLevel3) {
     EXPECT_THAT(provider.stepCalls, IsEmpty());
 }
 
-TEST_F(SChannelShutdown, ACloseThatDoesNotFitIsTriedAgainFromTheStart) {
+TEST_F(SChannelShutdownTest, ACloseThatDoesNotFitIsTriedAgainFromTheStart) {
     provider.steps = {{SEC_E_BUFFER_TOO_SMALL}, {SEC_E_OK, "close"}};
     EXPECT_EQ(connection->shutdown(false), 0);
     EXPECT_TRUE(connection->IsOutputBlocked());
@@ -80,7 +80,7 @@ TEST_F(SChannelShutdown, ACloseThatDoesNotFitIsTriedAgainFromTheStart) {
     EXPECT_EQ(Extract(), Result(5, "close"));
 }
 
-TEST_F(SChannelShutdown, AFailedCloseIsLoggedAtLevel3) {
+TEST_F(SChannelShutdownTest, AFailedCloseIsLoggedAtLevel3) {
     provider.steps = {{SEC_E_INTERNAL_ERROR}};
     EXPECT_EQ(connection->shutdown(true), -1);
     EXPECT_THAT(logger->Messages(3), ElementsAre("InitializeSecurityContextA failed with error -2146893052"));
@@ -88,13 +88,13 @@ TEST_F(SChannelShutdown, AFailedCloseIsLoggedAtLevel3) {
     EXPECT_FALSE(connection->IsShuttingDown());
 }
 
-TEST_F(SChannelShutdown, AnIncompleteCloseIsAFailureToo) {
+TEST_F(SChannelShutdownTest, AnIncompleteCloseIsAFailureToo) {
     provider.steps = {{SEC_E_INCOMPLETE_MESSAGE}};
     EXPECT_EQ(connection->shutdown(false), -1);
     EXPECT_FALSE(connection->WantsCiphertext());
 }
 
-TEST_F(SChannelShutdown, AfterThePeersCloseItIsCompleteAtOnceEvenIfItWaits) {
+TEST_F(SChannelShutdownTest, AfterThePeersCloseItIsCompleteAtOnceEvenIfItWaits) {
     provider.decryptions = {{SEC_I_CONTEXT_EXPIRED, {}}};
     Inject("ALT");
     Read();
@@ -105,7 +105,7 @@ TEST_F(SChannelShutdown, AfterThePeersCloseItIsCompleteAtOnceEvenIfItWaits) {
     EXPECT_TRUE(connection->IsShutdownComplete());
 }
 
-TEST_F(SChannelShutdown, WaitingOffersTheInputByteByByteFromNone) {
+TEST_F(SChannelShutdownTest, WaitingOffersTheInputByteByByteFromNone) {
     Inject("abc");
     provider.steps = {{SEC_E_OK, "close"},
                       {SEC_E_INCOMPLETE_MESSAGE},
@@ -126,7 +126,7 @@ TEST_F(SChannelShutdown, WaitingOffersTheInputByteByByteFromNone) {
     EXPECT_THAT(logger->Messages(), IsEmpty());
 }
 
-TEST_F(SChannelShutdown, WaitingStopsWithTheOfferThatHoldsTheClose) {
+TEST_F(SChannelShutdownTest, WaitingStopsWithTheOfferThatHoldsTheClose) {
     Inject("abcdef");
     provider.steps = {{SEC_E_OK, "close"},
                       {SEC_E_INCOMPLETE_MESSAGE},
@@ -137,7 +137,7 @@ TEST_F(SChannelShutdown, WaitingStopsWithTheOfferThatHoldsTheClose) {
     EXPECT_EQ(ExtractUnprocessed(), Result(4, "cdef"));
 }
 
-TEST_F(SChannelShutdown, OnceAllWasOfferedItWantsCiphertextAndWaits) {
+TEST_F(SChannelShutdownTest, OnceAllWasOfferedItWantsCiphertextAndWaits) {
     Inject("ab");
     provider.steps = {{SEC_E_OK, "close"}};
     EXPECT_EQ(connection->shutdown(true), 0);
@@ -153,7 +153,7 @@ TEST_F(SChannelShutdown, OnceAllWasOfferedItWantsCiphertextAndWaits) {
     EXPECT_EQ(provider.CallsOf("ApplyControlToken"), 0);
 }
 
-TEST_F(SChannelShutdown, AWaitThatIsGivenUpCompletes) {
+TEST_F(SChannelShutdownTest, AWaitThatIsGivenUpCompletes) {
     provider.steps = {{SEC_E_OK, "close"}};
     EXPECT_EQ(connection->shutdown(true), 0);
     EXPECT_FALSE(connection->IsShutdownComplete());
@@ -163,7 +163,7 @@ TEST_F(SChannelShutdown, AWaitThatIsGivenUpCompletes) {
     EXPECT_FALSE(connection->IsShutdownComplete());
 }
 
-TEST_F(SChannelShutdown, OutputThatDoesNotFitStopsTheWait) {
+TEST_F(SChannelShutdownTest, OutputThatDoesNotFitStopsTheWait) {
     Inject("ab");
     provider.steps = {{SEC_E_OK, "close"}, {SEC_E_INCOMPLETE_MESSAGE}, {SEC_E_BUFFER_TOO_SMALL}};
     EXPECT_EQ(connection->shutdown(true), 0);
@@ -172,7 +172,7 @@ TEST_F(SChannelShutdown, OutputThatDoesNotFitStopsTheWait) {
     EXPECT_THAT(Offers(), ElementsAre("", "a"));
 }
 
-TEST_F(SChannelShutdown, AFailureWhileWaitingIsLoggedAtLevel3) {
+TEST_F(SChannelShutdownTest, AFailureWhileWaitingIsLoggedAtLevel3) {
     Inject("ab");
     provider.steps = {{SEC_E_OK, "close"}, {SEC_E_DECRYPT_FAILURE}};
     EXPECT_EQ(connection->shutdown(true), -1);
@@ -181,7 +181,7 @@ TEST_F(SChannelShutdown, AFailureWhileWaitingIsLoggedAtLevel3) {
     EXPECT_FALSE(connection->IsShutdownComplete());
 }
 
-TEST_F(SChannelShutdown, BytesOfAnExtraBufferAreKeptBeforeThoseThatWereNotOffered) {
+TEST_F(SChannelShutdownTest, BytesOfAnExtraBufferAreKeptBeforeThoseThatWereNotOffered) {
     Inject("abcdef");
     provider.steps = {{SEC_E_OK, ""},
                       {SEC_E_INCOMPLETE_MESSAGE},
@@ -193,7 +193,7 @@ TEST_F(SChannelShutdown, BytesOfAnExtraBufferAreKeptBeforeThoseThatWereNotOffere
     EXPECT_EQ(ExtractUnprocessed(), Result(5, "bcdef"));
 }
 
-TEST_F(SChannelShutdown, AStepThatNeedsMoreAndMadeNoTokenGoesRoundWithWhatIsLeft) {
+TEST_F(SChannelShutdownTest, AStepThatNeedsMoreAndMadeNoTokenGoesRoundWithWhatIsLeft) {
     Inject("abcd");
     provider.steps = {{SEC_E_OK, ""},
                       {SEC_E_INCOMPLETE_MESSAGE},
@@ -207,7 +207,7 @@ TEST_F(SChannelShutdown, AStepThatNeedsMoreAndMadeNoTokenGoesRoundWithWhatIsLeft
     EXPECT_EQ(Extract(), Result(3, "bye"));
 }
 
-TEST_F(SChannelShutdown, AStepThatNeedsMoreAndTookNothingIsOfferedMore) {
+TEST_F(SChannelShutdownTest, AStepThatNeedsMoreAndTookNothingIsOfferedMore) {
     Inject("ab");
     provider.steps = {{SEC_E_OK, ""},
                       {SEC_I_CONTINUE_NEEDED, ""},
@@ -219,7 +219,7 @@ TEST_F(SChannelShutdown, AStepThatNeedsMoreAndTookNothingIsOfferedMore) {
     EXPECT_EQ(ExtractUnprocessed(), Result(2, "ab"));
 }
 
-TEST_F(SChannelShutdown, AnUnknownSuccessWhileWaitingIsLoggedAtLevel3AndCountsAsThePeersClose) {
+TEST_F(SChannelShutdownTest, AnUnknownSuccessWhileWaitingIsLoggedAtLevel3AndCountsAsThePeersClose) {
     provider.steps = {{SEC_E_OK, "close"}, {0x90399, "bye"}};
     EXPECT_EQ(connection->shutdown(true), 1);
     EXPECT_THAT(logger->Messages(3),
@@ -227,7 +227,7 @@ TEST_F(SChannelShutdown, AnUnknownSuccessWhileWaitingIsLoggedAtLevel3AndCountsAs
     EXPECT_EQ(Extract(), Result(8, "closebye"));
 }
 
-TEST_F(SChannelShutdown, AStepThatNeedsMoreButMadeATokenCountsAsAnUnknownSuccess) {
+TEST_F(SChannelShutdownTest, AStepThatNeedsMoreButMadeATokenCountsAsAnUnknownSuccess) {
     provider.steps = {{SEC_E_OK, ""}, {SEC_I_CONTINUE_NEEDED, "bye"}};
     EXPECT_EQ(connection->shutdown(true), 1);
     EXPECT_THAT(logger->Messages(3),
@@ -235,7 +235,7 @@ TEST_F(SChannelShutdown, AStepThatNeedsMoreButMadeATokenCountsAsAnUnknownSuccess
     EXPECT_EQ(Extract(), Result(3, "bye"));
 }
 
-TEST_F(SChannelShutdown, WaitingOffersNoMoreThanStandsBehindThePlaintext) {
+TEST_F(SChannelShutdownTest, WaitingOffersNoMoreThanStandsBehindThePlaintext) {
     provider.decryptions = {
         {SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 3}, {SECBUFFER_EXTRA, 5, 2}}}};
     Inject("HHoneAL");
@@ -245,7 +245,7 @@ TEST_F(SChannelShutdown, WaitingOffersNoMoreThanStandsBehindThePlaintext) {
     EXPECT_THAT(Offers(), ElementsAre("", "A", "AL"));
 }
 
-TEST_F(SChannelShutdown, WaitingLeavesPlaintextThatWasNotReadYetInPlace) {
+TEST_F(SChannelShutdownTest, WaitingLeavesPlaintextThatWasNotReadYetInPlace) {
     provider.decryptions = {
         {SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 3}, {SECBUFFER_EXTRA, 5, 4}}}};
     Inject("HHoneALTx");
@@ -261,9 +261,9 @@ TEST_F(SChannelShutdown, WaitingLeavesPlaintextThatWasNotReadYetInPlace) {
     EXPECT_EQ(ExtractUnprocessed(), Result(1, "x"));
 }
 
-class SChannelServerShutdown : public SChannelFixture {};
+class SChannelServerShutdownTest : public SChannelFixture {};
 
-TEST_F(SChannelServerShutdown, AServerClosesThroughItsOwnFunction) {
+TEST_F(SChannelServerShutdownTest, AServerClosesThroughItsOwnFunction) {
     ConnectAsServer();
     provider.steps = {{SEC_E_OK, "close"}, {0x90399, ""}};
     EXPECT_EQ(connection->shutdown(true), 1);
@@ -273,7 +273,7 @@ TEST_F(SChannelServerShutdown, AServerClosesThroughItsOwnFunction) {
     EXPECT_THAT(logger->Messages(3), ElementsAre("Unexpected success status from AcceptSecurityContext"));
 }
 
-TEST_F(SChannelServerShutdown, AServersFailuresNameItsOwnFunction) {
+TEST_F(SChannelServerShutdownTest, AServersFailuresNameItsOwnFunction) {
     ConnectAsServer();
     provider.steps = {{SEC_E_INTERNAL_ERROR}};
     EXPECT_EQ(connection->shutdown(false), -1);

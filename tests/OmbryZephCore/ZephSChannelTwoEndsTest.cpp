@@ -16,7 +16,7 @@ using OmbryZephCore::ZephSChannelConnection;
 using testing::IsEmpty;
 
 /// A client and a server joined through memory; the parameter is how many bytes travel at a time.
-class SChannelTwoEnds : public testing::TestWithParam<std::int32_t> {
+class SChannelTwoEndsTest : public testing::TestWithParam<std::int32_t> {
 protected:
     struct End {
         std::unique_ptr<ZephSChannelConnection> connection;
@@ -95,7 +95,7 @@ protected:
     End server{std::make_unique<ZephSChannelConnection>(logger)};
 };
 
-TEST_P(SChannelTwoEnds, DataPassesBothWays) {
+TEST_P(SChannelTwoEndsTest, DataPassesBothWays) {
     client.toSend = Text(1000);
     server.toSend = Text(777);
     RunUntilQuiet();
@@ -105,7 +105,7 @@ TEST_P(SChannelTwoEnds, DataPassesBothWays) {
     EXPECT_THAT(logger->Messages(), IsEmpty());
 }
 
-TEST_P(SChannelTwoEnds, BothEndsOnlyWantCiphertextWhenAllWasUsed) {
+TEST_P(SChannelTwoEndsTest, BothEndsOnlyWantCiphertextWhenAllWasUsed) {
     client.toSend = "ping";
     RunUntilQuiet();
     EXPECT_EQ(server.received, "ping");
@@ -114,7 +114,7 @@ TEST_P(SChannelTwoEnds, BothEndsOnlyWantCiphertextWhenAllWasUsed) {
     EXPECT_FALSE(client.connection->IsShuttingDown());
 }
 
-TEST_P(SChannelTwoEnds, AClientCanRenegotiateBetweenItsData) {
+TEST_P(SChannelTwoEndsTest, AClientCanRenegotiateBetweenItsData) {
     client.toSend = "before ";
     RunUntilQuiet();
     ASSERT_EQ(client.connection->request_renegotiate(), 1);
@@ -126,7 +126,7 @@ TEST_P(SChannelTwoEnds, AClientCanRenegotiateBetweenItsData) {
     EXPECT_EQ(provider.handshakes, 4);
 }
 
-TEST_P(SChannelTwoEnds, AServerCanAskForARenegotiation) {
+TEST_P(SChannelTwoEndsTest, AServerCanAskForARenegotiation) {
     client.toSend = "before ";
     RunUntilQuiet();
     ASSERT_EQ(server.connection->request_renegotiate(), 1);
@@ -139,7 +139,7 @@ TEST_P(SChannelTwoEnds, AServerCanAskForARenegotiation) {
     EXPECT_EQ(provider.handshakes, 4);
 }
 
-TEST_P(SChannelTwoEnds, EachHandshakeAsksTheValidatorOnce) {
+TEST_P(SChannelTwoEndsTest, EachHandshakeAsksTheValidatorOnce) {
     int asked = 0;
     client.connection->SetValidator([&](Platform::CertificateContextPointer*) { return ++asked > 0; });
     RunUntilQuiet();
@@ -149,7 +149,7 @@ TEST_P(SChannelTwoEnds, EachHandshakeAsksTheValidatorOnce) {
     EXPECT_EQ(asked, 2);
 }
 
-TEST_P(SChannelTwoEnds, ARefusedServerReceivesNoPlaintext) {
+TEST_P(SChannelTwoEndsTest, ARefusedServerReceivesNoPlaintext) {
     client.connection->SetValidator([](Platform::CertificateContextPointer*) { return false; });
     client.toSend = "secret";
     RunUntilQuiet();
@@ -159,7 +159,7 @@ TEST_P(SChannelTwoEnds, ARefusedServerReceivesNoPlaintext) {
     EXPECT_TRUE(logger->Has(3, "Certificate validation returned failure.  Connection will be closed."));
 }
 
-TEST_P(SChannelTwoEnds, ACloseReachesTheOtherEndAndIsAnswered) {
+TEST_P(SChannelTwoEndsTest, ACloseReachesTheOtherEndAndIsAnswered) {
     client.toSend = "last";
     RunUntilQuiet();
     EXPECT_EQ(client.connection->shutdown(true), 0);
@@ -180,7 +180,7 @@ TEST_P(SChannelTwoEnds, ACloseReachesTheOtherEndAndIsAnswered) {
     EXPECT_EQ(client.connection->extract_unprocessed_ciphertext(&byte, 1), 0);
 }
 
-TEST_P(SChannelTwoEnds, AByteThatIsChangedOnTheWayIsFatal) {
+TEST_P(SChannelTwoEndsTest, AByteThatIsChangedOnTheWayIsFatal) {
     RunUntilQuiet();
     client.toSend = "payload";
     Use(client);
@@ -196,7 +196,7 @@ TEST_P(SChannelTwoEnds, AByteThatIsChangedOnTheWayIsFatal) {
     EXPECT_TRUE(logger->Has(4, "DecryptMessage failed with error -2146893008"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Fragments, SChannelTwoEnds, testing::Values(1, 2, 3, 5, 16, 64, 1000));
+INSTANTIATE_TEST_SUITE_P(Fragments, SChannelTwoEndsTest, testing::Values(1, 2, 3, 5, 16, 64, 1000));
 
 }  // namespace
 }  // namespace Ombry::Tests

@@ -13,7 +13,7 @@ using OmbryZephCore::ZephSSPILoader;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class SSPILoader : public testing::Test {
+class SSPILoaderTest : public testing::Test {
 protected:
     std::shared_ptr<RecordingLogger> logger = std::make_shared<RecordingLogger>();
     ScriptedSecurityProvider provider;
@@ -21,13 +21,13 @@ protected:
     ZephSSPILoader loader{logger};
 };
 
-TEST_F(SSPILoader, HasNoFunctionsBeforeItIsInitialized) {
+TEST_F(SSPILoaderTest, HasNoFunctionsBeforeItIsInitialized) {
     EXPECT_EQ(loader.GetFunctions(), nullptr);
     loader.Unload();
     EXPECT_THAT(provider.calls, IsEmpty());
 }
 
-TEST_F(SSPILoader, TakesTheTableOfTheProviderLibrary) {
+TEST_F(SSPILoaderTest, TakesTheTableOfTheProviderLibrary) {
     EXPECT_EQ(loader.Initialize(true), 0u);
     EXPECT_EQ(loader.GetFunctions(), &provider);
     EXPECT_THAT(provider.calls, ElementsAre("LoadModule SCHANNEL.DLL",
@@ -35,7 +35,7 @@ TEST_F(SSPILoader, TakesTheTableOfTheProviderLibrary) {
     EXPECT_THAT(logger->Messages(), IsEmpty());
 }
 
-TEST_F(SSPILoader, DoesNothingOnceItHasTheTable) {
+TEST_F(SSPILoaderTest, DoesNothingOnceItHasTheTable) {
     loader.Initialize(true);
     provider.calls.clear();
     EXPECT_EQ(loader.Initialize(true), 0u);
@@ -43,7 +43,7 @@ TEST_F(SSPILoader, DoesNothingOnceItHasTheTable) {
     EXPECT_THAT(provider.calls, IsEmpty());
 }
 
-TEST_F(SSPILoader, UnloadReleasesTheLibraryOnce) {
+TEST_F(SSPILoaderTest, UnloadReleasesTheLibraryOnce) {
     loader.Initialize(true);
     loader.Unload();
     EXPECT_EQ(loader.GetFunctions(), nullptr);
@@ -52,7 +52,7 @@ TEST_F(SSPILoader, UnloadReleasesTheLibraryOnce) {
     EXPECT_THAT(provider.books.Faults(), IsEmpty());
 }
 
-TEST_F(SSPILoader, LoadsAgainAfterUnload) {
+TEST_F(SSPILoaderTest, LoadsAgainAfterUnload) {
     loader.Initialize(true);
     loader.Unload();
     EXPECT_EQ(loader.Initialize(true), 0u);
@@ -60,13 +60,13 @@ TEST_F(SSPILoader, LoadsAgainAfterUnload) {
     EXPECT_EQ(provider.books.Opened("module"), 2);
 }
 
-TEST_F(SSPILoader, DestructionReleasesTheLibrary) {
+TEST_F(SSPILoaderTest, DestructionReleasesTheLibrary) {
     { ZephSSPILoader(logger).Initialize(true); }
     EXPECT_EQ(provider.CallsOf("FreeModule"), 1);
     EXPECT_THAT(provider.books.Faults(), IsEmpty());
 }
 
-TEST_F(SSPILoader, SaysThatTheProviderLibraryCannotBeLoaded) {
+TEST_F(SSPILoaderTest, SaysThatTheProviderLibraryCannotBeLoaded) {
     provider.loadErrors["SCHANNEL.DLL"] = 126;
     EXPECT_EQ(loader.Initialize(true), 126u);
     EXPECT_EQ(loader.GetFunctions(), nullptr);
@@ -74,7 +74,7 @@ TEST_F(SSPILoader, SaysThatTheProviderLibraryCannotBeLoaded) {
     EXPECT_THAT(provider.calls, ElementsAre("LoadModule SCHANNEL.DLL"));
 }
 
-TEST_F(SSPILoader, TakesTheGeneralLibraryWhenAskedTo) {
+TEST_F(SSPILoaderTest, TakesTheGeneralLibraryWhenAskedTo) {
     EXPECT_EQ(loader.Initialize(false), 0u);
     EXPECT_EQ(provider.calls.front(), "LoadModule SECUR32.DLL");
     EXPECT_EQ(provider.books.Opened("module"), 1);
@@ -83,7 +83,7 @@ TEST_F(SSPILoader, TakesTheGeneralLibraryWhenAskedTo) {
     EXPECT_THAT(logger->Messages(), IsEmpty());
 }
 
-TEST_F(SSPILoader, FallsBackToTheOlderGeneralLibrary) {
+TEST_F(SSPILoaderTest, FallsBackToTheOlderGeneralLibrary) {
     provider.loadErrors["SECUR32.DLL"] = 126;
     EXPECT_EQ(loader.Initialize(false), 0u);
     EXPECT_THAT(provider.calls, ElementsAre("LoadModule SECUR32.DLL", "LoadModule SECURITY.DLL",
@@ -94,7 +94,7 @@ TEST_F(SSPILoader, FallsBackToTheOlderGeneralLibrary) {
     EXPECT_THAT(provider.books.Faults(), IsEmpty());
 }
 
-TEST_F(SSPILoader, NamesBothErrorsWhenNoGeneralLibraryLoads) {
+TEST_F(SSPILoaderTest, NamesBothErrorsWhenNoGeneralLibraryLoads) {
     provider.loadErrors = {{"SECUR32.DLL", 126}, {"SECURITY.DLL", 5}};
     EXPECT_EQ(loader.Initialize(false), 5u);
     EXPECT_THAT(logger->Messages(4),
@@ -102,7 +102,7 @@ TEST_F(SSPILoader, NamesBothErrorsWhenNoGeneralLibraryLoads) {
     EXPECT_EQ(provider.calls.size(), 2u);
 }
 
-TEST_F(SSPILoader, ReleasesALibraryWithoutInitializationFunction) {
+TEST_F(SSPILoaderTest, ReleasesALibraryWithoutInitializationFunction) {
     provider.entryPointError = 127;
     EXPECT_EQ(loader.Initialize(true), 127u);
     EXPECT_THAT(logger->Messages(4),
@@ -113,7 +113,7 @@ TEST_F(SSPILoader, ReleasesALibraryWithoutInitializationFunction) {
     EXPECT_THAT(provider.books.Faults(), IsEmpty());
 }
 
-TEST_F(SSPILoader, ReleasesALibraryThatFailsToInitializeAndLogsTwoBlanks) {
+TEST_F(SSPILoaderTest, ReleasesALibraryThatFailsToInitializeAndLogsTwoBlanks) {
     provider.initError = 1114;
     EXPECT_EQ(loader.Initialize(true), 1114u);
     EXPECT_THAT(logger->Messages(4),
@@ -123,14 +123,14 @@ TEST_F(SSPILoader, ReleasesALibraryThatFailsToInitializeAndLogsTwoBlanks) {
     EXPECT_THAT(provider.books.Faults(), IsEmpty());
 }
 
-TEST_F(SSPILoader, AFailureWithErrorZeroIsStillAFailure) {
+TEST_F(SSPILoaderTest, AFailureWithErrorZeroIsStillAFailure) {
     provider.nullTable = true;
     EXPECT_EQ(loader.Initialize(true), 1u);
     EXPECT_THAT(logger->Messages(4), ElementsAre("Security DLL initialization function failed  (error 0)."));
     EXPECT_THAT(provider.books.Faults(), IsEmpty());
 }
 
-TEST_F(SSPILoader, CanSucceedAfterAFailure) {
+TEST_F(SSPILoaderTest, CanSucceedAfterAFailure) {
     provider.entryPointError = 127;
     loader.Initialize(true);
     provider.entryPointError = -1;
@@ -138,7 +138,7 @@ TEST_F(SSPILoader, CanSucceedAfterAFailure) {
     EXPECT_EQ(loader.GetFunctions(), &provider);
 }
 
-TEST(SSPILoaderOnLinux, SaysThatTheLibraryIsNotThere) {
+TEST(SSPILoaderOnLinuxTest, SaysThatTheLibraryIsNotThere) {
     auto logger = std::make_shared<RecordingLogger>();
     ZephSSPILoader loader(logger);
     EXPECT_EQ(loader.Initialize(true), 2u);
@@ -149,7 +149,7 @@ TEST(SSPILoaderOnLinux, SaysThatTheLibraryIsNotThere) {
     EXPECT_EQ(logger->Entries()[0].function, "OmbryZephCore::ZephSSPILoader::Initialize");
 }
 
-TEST(SSPILoaderOnLinux, NeedsNoLogger) {
+TEST(SSPILoaderOnLinuxTest, NeedsNoLogger) {
     ZephSSPILoader loader(nullptr);
     EXPECT_EQ(loader.Initialize(true), 2u);
 }

@@ -10,7 +10,7 @@ namespace {
 
 using namespace Platform;
 
-TEST(SecurityProvider, NoLibraryIsFoundOnLinux) {
+TEST(SecurityProviderTest, NoLibraryIsFoundOnLinux) {
     for (const char* name : {"SCHANNEL.DLL", "SECUR32.DLL", "SECURITY.DLL"}) {
         const auto module = SecurityProvider().LoadModule(name);
         EXPECT_FALSE(module) << name;
@@ -18,7 +18,7 @@ TEST(SecurityProvider, NoLibraryIsFoundOnLinux) {
     }
 }
 
-TEST(SecurityProvider, NothingBehindTheLibraryIsFoundOnLinux) {
+TEST(SecurityProviderTest, NothingBehindTheLibraryIsFoundOnLinux) {
     const auto entryPoint = SecurityProvider().FindEntryPoint(1, "InitSecurityInterfaceA");
     EXPECT_FALSE(entryPoint);
     EXPECT_EQ(entryPoint.Error(), 2);
@@ -27,7 +27,7 @@ TEST(SecurityProvider, NothingBehindTheLibraryIsFoundOnLinux) {
     EXPECT_EQ(table.Error(), 2);
 }
 
-TEST(SecurityProvider, StatusesAre32BitsAndNegativeExactlyForFailures) {
+TEST(SecurityProviderTest, StatusesAre32BitsAndNegativeExactlyForFailures) {
     static_assert(std::is_same_v<SECURITY_STATUS, std::int32_t>);
     static_assert(sizeof(SecHandle) == 2 * sizeof(std::uintptr_t));
     EXPECT_EQ(static_cast<std::uint32_t>(SEC_E_INCOMPLETE_MESSAGE), 0x80090318u);
@@ -43,7 +43,7 @@ TEST(SecurityProvider, StatusesAre32BitsAndNegativeExactlyForFailures) {
     EXPECT_EQ(SEC_I_RENEGOTIATE, 0x90321);
 }
 
-TEST(SecurityProvider, BufferTypesAreThePublishedNumbers) {
+TEST(SecurityProviderTest, BufferTypesAreThePublishedNumbers) {
     EXPECT_EQ(SECBUFFER_EMPTY, 0u);
     EXPECT_EQ(SECBUFFER_DATA, 1u);
     EXPECT_EQ(SECBUFFER_TOKEN, 2u);
@@ -53,7 +53,7 @@ TEST(SecurityProvider, BufferTypesAreThePublishedNumbers) {
     EXPECT_EQ(SECBUFFER_STREAM_HEADER, 7u);
 }
 
-TEST(SecurityProvider, RecordsHaveThePublishedLayout) {
+TEST(SecurityProviderTest, RecordsHaveThePublishedLayout) {
     EXPECT_EQ(offsetof(SecBuffer, BufferType), 4u);
     EXPECT_EQ(offsetof(SecBuffer, pvBuffer), 8u);
     EXPECT_EQ(offsetof(SecBufferDesc, cBuffers), 4u);
