@@ -122,8 +122,9 @@ std::optional<TokenClaims> VerifyToken(const std::string& token, std::int64_t no
     rapidjson::Document document;
     document.Parse(body->c_str());
     if (document.HasParseError() || !document.IsObject()) return std::nullopt;
-    const auto expires = document.FindMember("exp");
-    if (expires == document.MemberEnd() || !expires->value.IsInt64() || expires->value.GetInt64() <= now) {
+    const rapidjson::Value& claims = document;
+    const auto expires = claims.FindMember("exp");
+    if (expires == claims.MemberEnd() || !expires->value.IsInt64() || expires->value.GetInt64() <= now) {
         return std::nullopt;
     }
     return TokenClaims{TextMember(document, "jti"), TextMember(document, "sub"), TextMember(document, "aud"),

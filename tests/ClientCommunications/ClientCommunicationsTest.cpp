@@ -288,7 +288,7 @@ TEST_F(ClientCommunicationsTest, NewMachineIsSeededAndItsListRefreshedAtOnceAsNo
 
 TEST_F(ClientCommunicationsTest, MaintainerStartsWithTheMakingAndNotWithTheConstruction) {
     {
-        ClientCommunications::ClientCommunications communications(Parameters("", "", ""));
+        Ombry::ClientCommunications::ClientCommunications communications(Parameters("", "", ""));
         clock.AwaitWaiters(2);  // failures, pool
         EXPECT_EQ(web.Summaries(), Texts{});
     }
@@ -452,7 +452,7 @@ TEST_F(ClientCommunicationsTest, SeedKeepsTheAddressAsItIsStoredAndAllElseEmpty)
 
     EXPECT_EQ(LoadBootstrapFoundServices(Parameters("", "", ""))->GetLocal().front()->GetEndpointUrl(),
               address);
-    const ClientCommunications::ClientCommunications communications(Parameters("", "", ""));
+    const Ombry::ClientCommunications::ClientCommunications communications(Parameters("", "", ""));
 
     EXPECT_EQ(files.Content(Cache + "v1-service.cache-p"),
               "{\n"

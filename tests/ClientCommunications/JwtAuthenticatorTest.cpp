@@ -423,7 +423,7 @@ TEST_F(JwtAuthenticatorTest, ExpiryThatNoClockReachesIsKept) {
 TEST_F(JwtAuthenticatorTest, EntryExpiresAheadOfItsTokenByTheTimeThatAskingTook) {
     const auto authenticator = MakeWaiting();
     const TimePoint before = clock.Now();
-    client->AnswerWith([&](const auto&, auto) {
+    client->AnswerWith([this, before](const auto&, auto) {
         clock.SetNow(before + std::chrono::seconds(5));
         return FakeOAuth2Client::Token("slow", 3600);
     });

@@ -25,7 +25,7 @@ ProcessOutcome ListOf(const std::string& body) {
 
 TEST(BadUrlTest, UrlIsJudgedByTheTextOfItsPort) {
     for (const std::string command : {"get-datacenters", "configure-bootstrap-url"}) {
-        const Machine machine;
+        const Machine machine{};
         const auto run = [&](const std::string& url) {
             Words words{command, "-t", "t", "-r", url};
             if (command != "get-datacenters") words.insert(words.end(), {"-d", "i"});
@@ -131,7 +131,7 @@ TEST(OddAnswerTest, EmptyListPrintsNothingAndNamesNoDatacenter) {
     ExpectSuccess(ListOf("[]"));
 
     LoopbackServer server(LoopbackServer::Answering(LoopbackServer::Response("[]")));
-    const Machine machine;
+    const Machine machine{};
     ExpectException(
         machine.Run({"configure-bootstrap-url", "-t", "t", "-d", "i", "-dn", "n", "-r", server.Url()}),
         "Unknown datacenter id 'i' or name 'n'");

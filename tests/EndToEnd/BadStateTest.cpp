@@ -48,7 +48,7 @@ protected:
     }
 
     static inline std::unique_ptr<Sandbox> sandbox;
-    const Machine machine;
+    const Machine machine{};
 };
 
 TEST_F(BadStateTest, FileInThePlaceOfTheStateFolderFailsTheStore) {

@@ -35,7 +35,7 @@ private:
 
 TEST(ConfigureBootstrapUrlTest, LeavesTheCertificateTheUrlAndTheDatacenter) {
     Sandbox sandbox(TwoDatacenters);
-    const Machine machine;
+    const Machine machine{};
 
     ExpectSuccess(machine.Run(Configure({"-u", "admin", "-p", "secret", "-d", "2-b", "-r", sandbox.Url()})));
 
@@ -47,7 +47,7 @@ TEST(ConfigureBootstrapUrlTest, LeavesTheCertificateTheUrlAndTheDatacenter) {
 
 TEST(ConfigureBootstrapUrlTest, CertificateIsReadableByOpenSSLWithItsAlias) {
     Sandbox sandbox;
-    const Machine machine;
+    const Machine machine{};
     machine.Run(Configure({"-u", "admin", "-p", "secret", "-dn", "Sandbox", "-r", sandbox.Url()}));
 
     const ProcessOutcome shown =
@@ -69,7 +69,7 @@ TEST(ConfigureBootstrapUrlTest, DatacenterIsFoundByIdOrElseByName) {
           Case{{"-dn", "West"}, "2-b"},  // the first of two
           Case{{"-d", "3-c", "-dn", "East"}, "3-c"}, Case{{"-d", "wrong", "-dn", "East"}, "1-a"},
           Case{{"-d", "", "-dn", "East"}, "1-a"}}) {
-        const Machine machine;
+        const Machine machine{};
         Words words = Configure({"-t", "any", "-r", sandbox.Url()});
         words.insert(words.end(), each.options.begin(), each.options.end());
 
@@ -81,7 +81,7 @@ TEST(ConfigureBootstrapUrlTest, DatacenterIsFoundByIdOrElseByName) {
 
 TEST(ConfigureBootstrapUrlTest, UnknownDatacenterEndsBeforeAnythingIsWritten) {
     Sandbox sandbox(TwoDatacenters);
-    const Machine machine;
+    const Machine machine{};
     const auto run = [&](const std::string& id, const std::string& name) {
         ExpectException(machine.Run(Configure({"-t", "t", "-d", id, "-dn", name, "-r", sandbox.Url()})),
                         "Unknown datacenter id '" + id + "' or name '" + name + "'");
@@ -98,7 +98,7 @@ TEST(ConfigureBootstrapUrlTest, UnknownDatacenterEndsBeforeAnythingIsWritten) {
 TEST(ConfigureBootstrapUrlTest, HostOptionGetsSchemeAndPathAndIsLowerCased) {
     Sandbox sandbox;
     const std::string port = std::to_string(sandbox.Port());
-    const Machine machine;
+    const Machine machine{};
 
     ExpectSuccess(machine.Run(Configure({"-t", "t", "-dn", "Sandbox", "-h", "LocalHost:" + port})));
 
@@ -108,7 +108,7 @@ TEST(ConfigureBootstrapUrlTest, HostOptionGetsSchemeAndPathAndIsLowerCased) {
 
 TEST(ConfigureBootstrapUrlTest, UrlWinsOverHost) {
     Sandbox sandbox;
-    const Machine machine;
+    const Machine machine{};
 
     ExpectSuccess(machine.Run(
         Configure({"-t", "t", "-dn", "Sandbox", "-h", "nowhere.invalid:1", "-r", sandbox.Url()})));
@@ -120,7 +120,7 @@ TEST(ConfigureBootstrapUrlTest, UrlIsKeptAsItWasGiven) {
     Sandbox sandbox;
     const std::string url =
         "https://LOCALHOST:" + std::to_string(sandbox.Port()) + "/securityframeworkservice";
-    const Machine machine;
+    const Machine machine{};
 
     ExpectSuccess(machine.Run(Configure({"-t", "t", "-dn", "Sandbox", "-r", url})));
 
@@ -130,7 +130,7 @@ TEST(ConfigureBootstrapUrlTest, UrlIsKeptAsItWasGiven) {
 TEST(ConfigureBootstrapUrlTest, SecondRunReplacesTrustAndFiles) {
     Sandbox first;
     Sandbox second({"--datacenter", "other=Other"});
-    const Machine machine;
+    const Machine machine{};
     machine.Run(Configure({"-t", "t", "-dn", "Sandbox", "-r", first.Url()}));
 
     ExpectSuccess(machine.Run(Configure({"-t", "t", "-dn", "Other", "-r", second.Url()})));
@@ -140,7 +140,7 @@ TEST(ConfigureBootstrapUrlTest, SecondRunReplacesTrustAndFiles) {
 
 TEST(ConfigureBootstrapUrlTest, SameRunTwiceLeavesTheSame) {
     Sandbox sandbox;
-    const Machine machine;
+    const Machine machine{};
     for (int run = 0; run < 2; ++run) {
         ExpectSuccess(machine.Run(Configure({"-t", "t", "-dn", "Sandbox", "-r", sandbox.Url()})));
         EXPECT_EQ(machine.Files(),
@@ -152,7 +152,7 @@ TEST(ConfigureBootstrapUrlTest, OtherCertificatesAndFilesAreLeftAlone) {
     Sandbox sandbox;
     const TestCertificate other = MakeCertificate({});
     const TestCertificate old = MakeCertificate({.commonName = "old"});
-    const Machine machine;
+    const Machine machine{};
     machine.Folder().Write(StoreFolder + "/other", StoredCertificate(other, "SomethingElse"));
     machine.Folder().Write(StoreFolder + "/nameless", PemOf(other));
     machine.Folder().Write(StoreFolder + "/long", StoredCertificate(other, std::string(40, 'n')));
@@ -173,7 +173,7 @@ TEST(ConfigureBootstrapUrlTest, OtherCertificatesAndFilesAreLeftAlone) {
 
 TEST(ConfigureBootstrapUrlTest, FailureOfEveryKindKeepsEarlierTrustAndFiles) {
     Sandbox sandbox;
-    const Machine machine;
+    const Machine machine{};
     machine.Run(Configure({"-t", "t", "-dn", "Sandbox", "-r", sandbox.Url()}));
     const Tree before = machine.Files();
     ASSERT_EQ(before, ConfiguredTree(sandbox.Url(), Sandbox::DatacenterId, sandbox.Certificate()));
@@ -215,7 +215,7 @@ TEST(ConfigureBootstrapUrlWireTest, ListIsAskedForAndThenTheCertificateOnAConnec
     const TestCertificate certificate = MakeCertificate({});
     LoopbackServer server(LoopbackServer::Answering(LoopbackServer::Response(R"([{"id":"i","name":"n"}])")),
                           TlsServerRecipe{.certificate = certificate});
-    const Machine machine;
+    const Machine machine{};
 
     ExpectSuccess(machine.Run(Configure({"-t", "tok", "-d", "i", "-r", server.Url() + "/b/"})));
 

@@ -89,7 +89,7 @@ protected:
     }
 
     std::unique_ptr<Sandbox> sandbox;
-    const Machine machine;
+    const Machine machine{};
 };
 
 const std::string TokenForUser = "POST /v1/auth/users/servicetokens 200\n";

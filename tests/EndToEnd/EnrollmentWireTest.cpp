@@ -109,7 +109,7 @@ protected:
     }
 
     const TestCertificate certificate;
-    const Machine machine;
+    const Machine machine{};
     std::size_t asked = 0;
     LoopbackServer server;  // last: its threads end before what they use
 };

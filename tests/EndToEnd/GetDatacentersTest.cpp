@@ -27,7 +27,7 @@ INSTANTIATE_TEST_SUITE_P(TlsAndPlain, GetDatacentersTest, testing::Bool(),
 TEST_P(GetDatacentersTest, UserGetsTheListWithATokenAndLeavesNoFile) {
     Sandbox sandbox(
         With({"--datacenters-need-token", "--datacenter", "1-a=East", "--datacenter", "2-b=West"}));
-    const Machine machine;
+    const Machine machine{};
 
     ExpectSuccess(machine.Run({"get-datacenters", "-u", "admin", "-p", "secret", "-r", sandbox.Url()}),
                   "1-a\tEast\n2-b\tWest\n");

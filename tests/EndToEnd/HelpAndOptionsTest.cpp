@@ -69,7 +69,7 @@ TEST(HelpAndOptionsTest, UnknownOptionsAreRepeatedAsTheyAreWhateverTheyHold) {
 }
 
 TEST(HelpAndOptionsTest, NothingIsWrittenForHelpOrFaults) {
-    const Machine machine;
+    const Machine machine{};
     machine.Run({"help", "enroll-client"});
     machine.Run({"configure-bootstrap-url", "-d", "x"});
     EXPECT_EQ(machine.Files(), Tree());

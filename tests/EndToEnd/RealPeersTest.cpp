@@ -38,7 +38,7 @@ TEST(NginxTest, EachProtocolVersionAndKindOfKeyIsListedAndCaptured) {
             const Nginx::Identity identity = SelfSigned(key);
             Nginx nginx("ssl_protocols " + version + ";\n" + ListLocation + TokenLocation, identity);
             const std::string url = "https://" + nginx.HostAndPort();
-            const Machine machine;
+            const Machine machine{};
 
             ExpectSuccess(machine.Run(ListAsUser(url)), "i\tn\n");
             ExpectSuccess(machine.Run(ConfigureWithToken(url)));
@@ -96,7 +96,7 @@ TEST(NginxTest, StatusOtherThanOkIsTheTextOfTheFailure) {
     for (const std::string status : {"401", "403", "404", "500", "503"}) {
         Nginx nginx("location / { return " + status + "; }");
         const std::string url = "http://" + nginx.HostAndPort();
-        const Machine machine;
+        const Machine machine{};
 
         ExpectException(machine.Run({"get-datacenters", "-t", "t", "-r", url}),
                         "GET /v1/ddb/datacenters failed with http status " + status + ".");
@@ -128,7 +128,7 @@ void ExpectCaptured(const TestCertificate& certificate, const TestKey& key, cons
     server.Write("v1/ddb/datacenters", "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: " +
                                            std::to_string(List.size()) + "\r\n\r\n" + List);
     const std::string url = "https://" + server.HostAndPort();
-    const Machine machine;
+    const Machine machine{};
 
     ExpectSuccess(machine.Run({"get-datacenters", "-t", "t", "-r", url}), "i\tn\n");
     ExpectSuccess(machine.Run(ConfigureWithToken(url)));
@@ -162,7 +162,7 @@ TEST(OpenSSLServerTest, CertificateIsCapturedWhateverItSays) {
 }
 
 TEST(OpenSSLServerTest, RenewedCertificateAndNewKeyReplaceTheEarlierTrust) {
-    const Machine machine;
+    const Machine machine{};
     CertificateRecipe recipe;
     for (const auto& [key, serial] :
          {std::pair("rsa2048", 1L), std::pair("rsa2048", 2L), std::pair("ec256", 3L)}) {
@@ -180,7 +180,7 @@ TEST(OpenSSLServerTest, RenewedCertificateAndNewKeyReplaceTheEarlierTrust) {
 }
 
 TEST(OpenSSLServerTest, ServerWithoutEncryptionOrIdentityIsRefused) {
-    const Machine machine;
+    const Machine machine{};
     for (const std::string cipher : {"eNULL:@SECLEVEL=0", "aNULL:@SECLEVEL=0"}) {
         OpenSSLServer server(MakeCertificate({}), KeyNamed("rsa2048"), {"-tls1_2", "-cipher", cipher});
         const std::string url = "https://" + server.HostAndPort();

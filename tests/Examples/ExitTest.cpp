@@ -19,7 +19,7 @@ INSTANTIATE_TEST_SUITE_P(Ways, ExitTest,
 
 TEST_P(ExitTest, ProcessEndsWithItsExitCodeWhateverIsAlive) {
     const Sandbox sandbox;
-    const Machine machine;
+    const Machine machine{};
     ExpectSuccess(machine.Run(
         {"configure-bootstrap-url", "-u", "admin", "-p", "secret", "-dn", "Sandbox", "-r", sandbox.Url()}));
     ExpectSuccess(machine.Run({"enroll-client", "-u", "admin", "-p", "secret", "-nn", "robot"}));

@@ -193,7 +193,7 @@ TEST(CommandsTest, EachRequiredOptionIsMissedAlone) {
     };
     for (const auto& [word, names] : required) {
         const auto command = std::find_if(AllCommands.begin(), AllCommands.end(),
-                                          [&](const CommandOptions& other) { return other.word == word; });
+                                          [&, &wanted = word](const CommandOptions& other) { return other.word == wanted; });
         for (const std::string& name : names) {
             Words words = Words{word} + command->good;
             *(std::find(words.begin(), words.end(), name) + 1) = "";  // an empty value counts as not given

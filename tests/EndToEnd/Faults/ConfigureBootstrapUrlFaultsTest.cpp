@@ -22,7 +22,7 @@ protected:
     /// Every system call of a run on an empty or on a configured machine that `wanted` wants.
     std::vector<TracedCall> Calls(bool configured,
                                   const std::function<bool(const TracedCall&)>& wanted) const {
-        const Machine machine;
+        const Machine machine{};
         if (configured) machine.Run(ConfigureEarlier());
         std::vector<TracedCall> calls;
         for (const TracedCall& call : TraceOf(machine, Configure())) {
@@ -37,7 +37,7 @@ protected:
         std::atomic<std::size_t> next = 0;
         const auto work = [&] {
             for (std::size_t i; (i = next++) < calls.size();) {
-                const Machine machine;
+                const Machine machine{};
                 if (configured) ExpectSuccess(machine.Run(ConfigureEarlier()));
                 check(machine, calls[i]);
             }
@@ -165,7 +165,7 @@ TEST_F(ConfigureBootstrapUrlFaultsTest, SignalsThatInterruptAnyCallDoNoHarm) {
 }
 
 TEST(HostOptionTest, HostWithoutAPortIsAskedOnTheOneOfTheService) {
-    const Machine machine;
+    const Machine machine{};
     // The connection fails before anything is sent, so it does not matter what listens there.
     const ProcessOutcome outcome =
         machine.RunBelow({"strace", "-qq", "-o", machine.Folder() / "trace", "-e", "trace=connect", "-e",

@@ -124,7 +124,7 @@ protected:
 
     const Sandbox sandbox{
         Words{"--install-token", "t", "--cache-control", "max-age=0, stale-while-revalidate=604500"}};
-    const Machine machine;
+    const Machine machine{};
 };
 
 const Words EnrollClient{"enroll-client", "-t", "t", "-nn", "c1"};
