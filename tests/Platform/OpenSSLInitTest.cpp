@@ -14,7 +14,8 @@
 #include <utility>
 
 #include "Platform/IHash.h"
-#include "Platform/IProtection.h"
+#include "Platform/IMachineProtection.h"
+#include "Platform/IMemoryProtection.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FakeMachineId.h"
 #include "tests/Fakes/TemporaryDirectory.h"
