@@ -48,6 +48,13 @@ std::string Manual() {
     return text;
 }
 
+TEST(DocumentedCommandsTest, AreThoseThatTheToolLists) {
+    std::string listed = "\n";
+    for (const std::string& command : Commands)
+        listed += "    " + command + "\n";
+    EXPECT_THAT(Shell(OMBRY_TOOL " help help").output, HasSubstr("one of:" + listed + "\n"));
+}
+
 TEST(CompletionTest, OffersTheCommands_AndAgainBehindHelp) {
     EXPECT_EQ(Completions("''"), Commands);
     EXPECT_EQ(Completions("help ''"), Commands);
