@@ -191,6 +191,7 @@ TEST_F(PinnedKeyTest, AnotherKeyEndsTheCommandAtItsLimitAndChangesNothing) {
     Durations expected;
     for (const int second : {0, 1, 3, 7, 15, 31, 61, 91, 121, 151, 181, 211, 241, 271})
         expected.insert(expected.end(), 2, std::chrono::seconds(second));
+    ASSERT_EQ(changed.Connections(), expected.size());  // nobody waits for the ends of fewer
     changed.AwaitEnds(expected.size());
     EXPECT_EQ(passed, expected);
     EXPECT_EQ(changed.Requests(), Texts());
