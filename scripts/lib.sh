@@ -11,7 +11,7 @@ build_packages=(g++ cmake ninja-build rapidjson-dev libssl-dev libcpp-httplib-de
     jq)
 # ... and to run every test: test libraries, real peers, fuzzers, lint, packaging, disks to cut the power of.
 test_packages=(git libgtest-dev libgmock-dev nginx-light curl strace clang-14 clang-format-14 libclang-rt-14-dev
-    util-linux procps dpkg-dev lintian file bash-completion groff-base e2fsprogs xfsprogs btrfs-progs mount)
+    util-linux procps dpkg-dev lintian doxygen file bash-completion groff-base e2fsprogs xfsprogs btrfs-progs mount)
 coverage_packages=(gcovr)
 bench_packages=(libbenchmark-dev libcurl4-openssl-dev nginx-light curl strace)
 

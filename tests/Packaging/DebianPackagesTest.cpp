@@ -34,10 +34,11 @@ protected:
     static inline ShellRun packed;
 };
 
-TEST_F(DebianPackagesTest, AreTwo_AndLintianFindsNothingInThem) {
-    EXPECT_EQ(Shell("ls " + directory->Path() + "/*.deb").Lines().size(), 2u);
-    const ShellRun checked = Shell("lintian --allow-root --fail-on error,warning " +
-                                   Package("ombry-sec-client-config") + " " + Package("libombry-dev"));
+TEST_F(DebianPackagesTest, AreThree_AndLintianFindsNothingInThem) {
+    EXPECT_EQ(Shell("ls " + directory->Path() + "/*.deb").Lines().size(), 3u);
+    const ShellRun checked =
+        Shell("lintian --allow-root --fail-on error,warning " + Package("ombry-sec-client-config") + " " +
+              Package("libombry-dev") + " " + Package("libombry-doc"));
     EXPECT_EQ(checked.exitCode, 0);
     EXPECT_EQ(checked.output, "");
 }
@@ -64,6 +65,17 @@ TEST_F(DebianPackagesTest, LibrariesNeedThoseThatTheirUsersLink_AndBringNoExecut
     EXPECT_THAT(content.output, HasSubstr("/cmake/Ombry/OmbryConfig.cmake\n"));
     EXPECT_THAT(content.output, HasSubstr("/libombry_client_communications.a\n"));
     EXPECT_THAT(content.output, Not(HasSubstr("/usr/bin")));
+}
+
+TEST_F(DebianPackagesTest, ReferenceHasAPageForWhatAProgramIsGiven_AndNoneForWhatIsInside) {
+    const ShellRun content = Shell("dpkg-deb -c " + Package("libombry-doc"));
+    const std::string pages = " ./usr/share/doc/libombry-doc/html/";
+    EXPECT_THAT(content.output, HasSubstr(pages + "index.html\n"));
+    EXPECT_THAT(content.output,
+                HasSubstr(pages + "classOmbry_1_1ClientCommunications_1_1IServiceRequest.html\n"));
+    EXPECT_THAT(content.output, HasSubstr(pages + "classOmbryZephCore_1_1ZephSorrelSyncHttpClient.html\n"));
+    EXPECT_THAT(content.output, Not(HasSubstr("IAuthenticator.html")));
+    EXPECT_THAT(content.output, Not(HasSubstr("Impl")));
 }
 
 }  // namespace
