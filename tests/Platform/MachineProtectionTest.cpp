@@ -578,6 +578,11 @@ TEST_F(MachineIdFileTest, LinkThatLeadsNowhereOrInACircleIsAFailure) {
     EXPECT_EQ(Id("circle"), "error " + std::to_string(ELOOP));
 }
 
+TEST_F(MachineIdFileTest, PathThroughAFileIsAFailure) {
+    directory.Write("file", "");
+    EXPECT_EQ(Id("file/id"), "error " + std::to_string(ENOTDIR));
+}
+
 TEST_F(MachineIdFileTest, FileThatCannotBeReadIsAFailure) {
     directory.Write("id", "0123\n");
     for (const int error : {EMFILE, ENFILE, ENOMEM, EIO, EACCES}) {

@@ -74,6 +74,17 @@ TEST(HardenProcessTest, NoNewFileTakesThePlaceOfAClosedStandardStream) {
         [] { return open("/dev/null", O_RDWR) > 2; });
 }
 
+TEST(HardenProcessTest, WithoutAFreeDescriptorTheRestIsDoneAllTheSame) {
+    ExpectInAChild(
+        [] {
+            const rlimit none{0, 0};
+            close(0);
+            setrlimit(RLIMIT_NOFILE, &none);
+            umask(0);
+        },
+        [] { return fcntl(0, F_GETFD) == -1 && fcntl(1, F_GETFD) != -1 && umask(0) == 077; });
+}
+
 TEST(HardenProcessTest, UsingAClosedStandardStreamStaysAnError) {
     ExpectInAChild([] { close(0); },
                    [] {

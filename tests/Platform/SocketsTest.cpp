@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "tests/Platform/SocketsFixture.h"
 #include "tests/Platform/SystemCalls.h"
@@ -56,6 +57,16 @@ TEST_F(SocketsTest, SocketThatRefusesNoDelayIsStillCreated) {
     ASSERT_TRUE(created);
     const Handle socket(*created);
     EXPECT_THAT(calls.Names(), ElementsAre("socket", "setsockopt"));
+}
+
+TEST_F(SocketsTest, SocketOfAnotherKindIsNotAskedForNoDelay) {
+    for (const auto& [family, type] : {std::pair{FamilyIPv4, SOCK_DGRAM}, {AF_UNIX, SOCK_STREAM}}) {
+        SystemCalls calls;
+        const auto created = sockets.Create(family, type, 0);
+        ASSERT_TRUE(created);
+        const Handle socket(*created);
+        EXPECT_THAT(calls.Names(), ElementsAre("socket"));
+    }
 }
 
 TEST_F(SocketsTest, ClosedSocketCannotBeUsedAgain) {
