@@ -81,6 +81,14 @@ TEST(MemoryProtectionFaultsTest, EachFailureIsToldAndChangesNothing) {
     });
 }
 
+TEST(MemoryProtectionFaultsTest, AlgorithmIsLookedUpOnce) {
+    Bytes bytes(32, 7);
+    ASSERT_TRUE(Platform::MemoryProtection().Protect(bytes, 0));
+    const CryptoFault fifth(5);  // context, key, tweak and text are four
+    EXPECT_TRUE(Platform::MemoryProtection().Protect(bytes, 0));
+    EXPECT_FALSE(fifth.Happened());
+}
+
 /// In a process of its own, because the algorithm is looked up once.
 TEST(MemoryProtectionFaultsDeathTest, AlgorithmThatCouldNotBeFoundIsLookedForAgain) {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";

@@ -190,6 +190,14 @@ TEST_F(FilesTest, SignalsAndShortTransfersPlayNoPart) {
     EXPECT_EQ(calls.Count("close"), 2u);  // the file and its lock, each once
 }
 
+TEST_F(FilesTest, FileThatCannotBeLookedAtIsNotRead) {
+    directory.Write("file", "content");
+    SystemCalls calls;
+    calls.Fail("fstat", EIO);
+    EXPECT_EQ(files.Read(directory / "file").Error(), EIO);
+    EXPECT_EQ(calls.Count("read"), 0u);
+}
+
 TEST_F(FilesTest, WriteThatMovesNothingIsAFailureAndNotTriedForEver) {
     auto replacement = files.BeginReplace(directory / "file", 4, Durability::Unsynced);
     ASSERT_TRUE(replacement);

@@ -383,6 +383,15 @@ TEST_F(MachineProtectionTest, KeyBehindSymbolicLinkIsRefused) {
     EXPECT_EQ(protection.Protect("x", "e", Machine).Error(), ELOOP);
 }
 
+TEST_F(MachineProtectionTest, AnythingElseInThePlaceOfTheKeyIsRefusedAndStays) {
+    std::filesystem::create_directories(directory / keyFile);
+    EXPECT_EQ(protection.Protect("x", "e", Machine).Error(), EISDIR);
+    ASSERT_TRUE(std::filesystem::remove(directory / keyFile));
+    ASSERT_EQ(mkfifo((directory / keyFile).c_str(), 0600), 0);
+    EXPECT_EQ(protection.Protect("x", "e", Machine).Error(), EINVAL);
+    EXPECT_TRUE(std::filesystem::is_fifo(directory / keyFile));
+}
+
 TEST_F(MachineProtectionTest, KeyIsOnTheDiskBeforeItGetsItsName) {
     SystemCalls calls;
     Protect("secret");
