@@ -192,8 +192,9 @@ TEST(CommandsTest, EachRequiredOptionIsMissedAlone) {
         {"unenroll-service", {"-on", "-s"}},
     };
     for (const auto& [word, names] : required) {
-        const auto command = std::find_if(AllCommands.begin(), AllCommands.end(),
-                                          [&, &wanted = word](const CommandOptions& other) { return other.word == wanted; });
+        const auto command =
+            std::find_if(AllCommands.begin(), AllCommands.end(),
+                         [&, &wanted = word](const CommandOptions& other) { return other.word == wanted; });
         for (const std::string& name : names) {
             Words words = Words{word} + command->good;
             *(std::find(words.begin(), words.end(), name) + 1) = "";  // an empty value counts as not given
