@@ -7,10 +7,11 @@
 
 namespace Ombry::ClientCommunications {
 
-/// The certificates with which the authentication service signs.
+/// The certificates with which the authentication service signs. May be called from several threads at once.
 class IAaSigningCertificateFinder : public Interface {
 public:
-    /// In the order of the found services, which is random; empty if none has one.
+    /// In the order of the found services, which is random; empty if none has one. Asks discovery if its
+    /// cached answer is no longer fresh, and throws what `IServiceFinder::Find` throws.
     virtual std::list<std::string> GetCertificates() = 0;
 };
 

@@ -5,7 +5,8 @@
 
 namespace Ombry::ClientCommunications {
 
-/// Who acts. The texts returned are plain and the caller's to scrub.
+/// Who acts. The texts returned are plain and the caller's to scrub. Seam inside: no installed function takes
+/// or gives it.
 class IClientCredentials {
 public:
     virtual std::string GetName() = 0;

@@ -7,6 +7,7 @@
 
 namespace Ombry::ClientCommunications {
 
+/// Makes credentials. Seam inside: no installed function takes or gives it.
 class IClientCredentialsFactory {
 public:
     virtual std::shared_ptr<IClientCredentials> Create(const std::string& name, const std::string& clientId,

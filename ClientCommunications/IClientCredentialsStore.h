@@ -7,7 +7,8 @@
 
 namespace Ombry::ClientCommunications {
 
-/// Keeps credentials on the machine. Used by one command at a time.
+/// Keeps credentials on the machine. Used by one command at a time. Seam inside: no installed function takes
+/// or gives it.
 class IClientCredentialsStore {
 public:
     virtual void Save(std::shared_ptr<IClientCredentials> credentials) = 0;

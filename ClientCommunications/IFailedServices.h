@@ -7,7 +7,8 @@
 
 namespace Ombry::ClientCommunications {
 
-/// What is remembered of a server that failed; the defaults are those of a server in good health.
+/// What is remembered of a server that failed; the defaults are those of a server in good health. Record
+/// inside: no installed function takes or gives it.
 struct FailureInfo {
     bool failed = false;
     bool isLocal = true;
@@ -15,7 +16,8 @@ struct FailureInfo {
     int failureCount = 0;
 };
 
-/// The memory of failures, by service id. May be called from several threads at once.
+/// The memory of failures, by service id. May be called from several threads at once. Seam inside: no
+/// installed function takes or gives it.
 class IFailedServices : public Interface {
 public:
     virtual FailureInfo Get(const std::string& id) = 0;

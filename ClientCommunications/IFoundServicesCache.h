@@ -8,6 +8,7 @@
 namespace Ombry::ClientCommunications {
 
 /// Keeps a set of found services and when it is to be refreshed. May be called from several threads at once.
+/// Seam inside: no installed function takes or gives it.
 class IFoundServicesCache {
 public:
     virtual TimePoint GetNextRefreshTime() = 0;

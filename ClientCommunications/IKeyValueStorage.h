@@ -8,7 +8,8 @@
 namespace Ombry::ClientCommunications {
 
 /// Blobs addressed by an arbitrary key, which maps to an entry name on the disk. A key never written reads as
-/// an empty text. May be called from several threads at once.
+/// an empty text. May be called from several threads at once. Seam inside: no installed function takes or
+/// gives it.
 class IKeyValueStorage : public Interface {
 public:
     virtual std::string GetByKey(const std::string& key) = 0;

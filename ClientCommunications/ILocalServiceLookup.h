@@ -4,7 +4,8 @@
 
 namespace Ombry::ClientCommunications {
 
-/// The id of a service that was enrolled from this machine.
+/// The id of a service that was enrolled from this machine. Seam inside: no installed function takes or gives
+/// it.
 class ILocalServiceLookup {
 public:
     virtual std::string Lookup(const std::string& name) = 0;

@@ -7,7 +7,7 @@
 
 namespace Ombry::ClientCommunications {
 
-/// Blobs addressed by a name.
+/// Blobs addressed by a name. Seam inside: no installed function takes or gives it.
 class INamedStorage {
 public:
     virtual std::unique_ptr<IStorage> Get(const std::string& name) = 0;

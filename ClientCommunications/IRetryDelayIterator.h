@@ -5,7 +5,7 @@
 
 namespace Ombry::ClientCommunications {
 
-/// A row of delays. One thread at a time.
+/// A row of delays. One thread at a time. Seam inside: no installed function takes or gives it.
 class IRetryDelayIterator : public Interface {
 public:
     virtual Duration Next() = 0;

@@ -6,6 +6,7 @@
 
 namespace Ombry::ClientCommunications {
 
+/// Makes a row of delays for each server that failed. Seam inside: no installed function takes or gives it.
 class IRetryDelayIteratorFactory {
 public:
     virtual ~IRetryDelayIteratorFactory() = default;

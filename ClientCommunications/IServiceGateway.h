@@ -22,8 +22,13 @@ inline constexpr std::uint64_t MaxBodyInMemory = 256 * 1024 * 1024;
 /// May be called from several threads at once.
 class IServiceGateway : public Interface {
 public:
+    /// One call, whose answer is held in memory. `request` may not be null. `token` ends the call, and so do
+    /// the request's token and limits: with the last answer of a server, if there was one. The request is the
+    /// caller's again when this returns or throws.
     virtual std::shared_ptr<IStringServiceResponse> CallForString(std::shared_ptr<IServiceRequest> request,
                                                                   Cancellation::Token token) = 0;
+    /// The same, with a good body going to `writer`, which may not be null, as it comes: begun anew if an
+    /// attempt before it failed.
     virtual std::shared_ptr<IStreamServiceResponse> CallForStream(std::shared_ptr<IServiceRequest> request,
                                                                   std::shared_ptr<ISyncWriter> writer,
                                                                   Cancellation::Token token) = 0;

@@ -8,16 +8,20 @@
 
 namespace Ombry::ClientCommunications {
 
-/// What came back, whatever its HTTP status. Immutable.
+/// What came back, whatever its HTTP status. Immutable, and so read from any thread.
 class IServiceResponse : public Interface {
 public:
+    /// The HTTP status.
     virtual int GetStatusCode() const = 0;
     /// The service that answered.
     virtual std::shared_ptr<IService> GetService() const = 0;
     /// Names of response headers are found in any case.
     virtual bool HasHeader(const std::string& name) const = 0;
-    /// `std::out_of_range` for an absent header, unlike a request's.
+    /// The value; `std::out_of_range` for an absent header, unlike a request's. Of one that came twice as it
+    /// was written, the last value; of spellings that differ in case, the one that is first in byte order.
     virtual std::string GetHeader(const std::string& name) const = 0;
+    /// Calls `callback` for each header, in the order of their names without regard to case.
+    /// `std::bad_function_call` for an empty function, if there is a header.
     virtual void ForEachHeader(
         std::function<void(const std::string& name, const std::string& value)> callback) const = 0;
 };

@@ -4,7 +4,7 @@
 
 namespace Ombry::ClientCommunications {
 
-/// One blob.
+/// One blob. Seam inside: no installed function takes or gives it.
 class IStorage {
 public:
     virtual std::string Load() = 0;

@@ -10,6 +10,7 @@ namespace Ombry::ClientCommunications {
 /// above.
 class IStreamServiceResponse : public IServiceResponse {
 public:
+    /// The body of a status of 300 or above; empty otherwise.
     virtual std::string GetBody() const = 0;
 };
 

@@ -6,7 +6,8 @@
 
 namespace Ombry::ClientCommunications {
 
-/// A server that may be tried next; a null service means that none is left.
+/// A server that may be tried next; a null service means that none is left. Record inside: no installed
+/// function takes or gives it.
 struct ServiceCandidate {
     std::shared_ptr<IService> service;
     bool isLocal = false;
