@@ -1,14 +1,14 @@
 #include "Cancellation/Token.h"
 
-#include <algorithm>
-#include <cstdint>
-#include <utility>
-#include <vector>
-
 #include "Cancellation/Impl/LinkedTokenState.h"
 #include "Cancellation/Impl/TokenStateBool.h"
 #include "Cancellation/Impl/TokenStateTimeout.h"
 #include "Platform/IClock.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <utility>
+#include <vector>
 
 namespace Ombry::Cancellation {
 namespace {

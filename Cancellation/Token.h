@@ -1,10 +1,10 @@
 #pragma once
 
+#include "Platform/Time.h"
+
 #include <memory>
 #include <stdexcept>
 #include <string>
-
-#include "Platform/Time.h"
 
 namespace Ombry::Cancellation {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "LibraryLogger/ILogger.h"
+
 #include <memory>
 #include <string>
-
-#include "LibraryLogger/ILogger.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "ObjectMapping/ListArray.h"
+#include "ObjectMapping/MapperIf.h"
+#include "Platform/SecureWipe.h"
+
 #include <list>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
-
-#include "ObjectMapping/ListArray.h"
-#include "ObjectMapping/MapperIf.h"
-#include "Platform/SecureWipe.h"
 
 namespace Ombry::ClientCommunications::SfsGateway {
 

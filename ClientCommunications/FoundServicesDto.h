@@ -1,9 +1,9 @@
 #pragma once
 
-#include <list>
-
 #include "ClientCommunications/ServiceDto.h"
 #include "ObjectMapping/MapperIf.h"
+
+#include <list>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ClientCommunications/Interface.h"
+
 #include <list>
 #include <string>
-
-#include "ClientCommunications/Interface.h"
 
 namespace Ombry::ClientCommunications {
 

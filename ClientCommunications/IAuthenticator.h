@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
-
 #include "Cancellation/Token.h"
 #include "ClientCommunications/IService.h"
 #include "ClientCommunications/IServiceRequest.h"
+
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include "ClientCommunications/CommunicationsParameters.h"
 #include "ClientCommunications/IAaSigningCertificateFinder.h"
 #include "ClientCommunications/ILocalServiceFinderFactory.h"
@@ -10,6 +7,9 @@
 #include "ClientCommunications/IServiceGatewayFactory.h"
 #include "ClientCommunications/IServiceIteratePolicyFactory.h"
 #include "ClientCommunications/IServiceRequestFactory.h"
+
+#include <memory>
+#include <string>
 
 namespace Ombry::ClientCommunications {
 

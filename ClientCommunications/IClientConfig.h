@@ -1,12 +1,12 @@
 #pragma once
 
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "ClientCommunications/CommunicationsParameters.h"
 #include "ClientCommunications/Interface.h"
 #include "ObjectMapping/MapperIf.h"
+
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace Ombry::ClientCommunications {
 

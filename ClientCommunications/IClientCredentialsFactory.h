@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ClientCommunications/IClientCredentials.h"
+
 #include <memory>
 #include <string>
-
-#include "ClientCommunications/IClientCredentials.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <string>
-
 #include "ClientCommunications/Interface.h"
 #include "Platform/Time.h"
+
+#include <string>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ClientCommunications/IService.h"
+
 #include <list>
 #include <memory>
-
-#include "ClientCommunications/IService.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <memory>
-
 #include "ClientCommunications/IFoundServices.h"
 #include "Platform/Time.h"
+
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ClientCommunications/IStorage.h"
+
 #include <memory>
 #include <string>
-
-#include "ClientCommunications/IStorage.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include "Cancellation/Token.h"
 #include "ClientCommunications/IRootRequestMetaData.h"
 #include "ClientCommunications/OAuth2Token.h"
+
+#include <memory>
+#include <string>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <memory>
-
 #include "ClientCommunications/IRetryDelayIterator.h"
+
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
-
 #include "Cancellation/Token.h"
 #include "ClientCommunications/IFoundServices.h"
 #include "ClientCommunications/IRootRequestMetaData.h"
+
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ClientCommunications/IServiceFinder.h"
+
 #include <memory>
 #include <string>
-
-#include "ClientCommunications/IServiceFinder.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <cstdint>
-#include <memory>
-
 #include "ClientCommunications/IServiceRequest.h"
 #include "ClientCommunications/IStreamServiceResponse.h"
 #include "ClientCommunications/IStringServiceResponse.h"
 #include "ClientCommunications/ISyncWriter.h"
+
+#include <cstdint>
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

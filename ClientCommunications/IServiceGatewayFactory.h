@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
-
 #include "ClientCommunications/IServiceFinder.h"
 #include "ClientCommunications/IServiceGateway.h"
 #include "ClientCommunications/IServiceIteratePolicy.h"
+
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <functional>
-#include <memory>
-
 #include "ClientCommunications/IServiceRequest.h"
 #include "ClientCommunications/IServiceResponse.h"
+
+#include <functional>
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

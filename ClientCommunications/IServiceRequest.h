@@ -1,13 +1,13 @@
 #pragma once
 
-#include <functional>
-#include <memory>
-#include <string>
-
 #include "Cancellation/Token.h"
 #include "ClientCommunications/ISyncReader.h"
 #include "ClientCommunications/Interface.h"
 #include "Platform/Time.h"
+
+#include <functional>
+#include <memory>
+#include <string>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include "ClientCommunications/IRootRequestMetaData.h"
 #include "ClientCommunications/IServiceRequest.h"
+
+#include <memory>
+#include <string>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "ClientCommunications/IService.h"
+
 #include <functional>
 #include <memory>
 #include <string>
-
-#include "ClientCommunications/IService.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ClientCommunications/Interface.h"
+
 #include <cstddef>
 #include <cstdint>
-
-#include "ClientCommunications/Interface.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstddef>
-
 #include "ClientCommunications/Interface.h"
+
+#include <cstddef>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "ObjectMapping/MapperIf.h"
+
+#include <string>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include "ClientCommunications/IRootRequestMetaData.h"
 #include "ClientCommunications/IServiceRequest.h"
+
+#include <memory>
+#include <string>
 
 /// Makes the metadata that `IServiceRequestFactory::Create` and `IServiceFinder::Find` take, and carries it
 /// on requests. Any thread may call these.

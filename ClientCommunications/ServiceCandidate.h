@@ -1,8 +1,8 @@
 #pragma once
 
-#include <memory>
-
 #include "ClientCommunications/IService.h"
+
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

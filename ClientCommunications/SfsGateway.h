@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include "ClientCommunications/EnrollmentRecords.h"
 #include "ClientCommunications/IClientCommunications.h"
+
+#include <memory>
+#include <string>
 
 namespace Ombry::ClientCommunications::SfsGateway {
 

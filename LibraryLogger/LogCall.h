@@ -1,10 +1,10 @@
 #pragma once
 
+#include "LibraryLogger/ILogger.h"
+
 #include <memory>
 #include <sstream>
 #include <type_traits>
-
-#include "LibraryLogger/ILogger.h"
 
 namespace Ombry::LibraryLogger {
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <string>
-
 #include "ObjectMapping/MapperIf.h"
 #include "Platform/Time.h"
+
+#include <string>
 
 namespace Ombry::ObjectMapping {
 

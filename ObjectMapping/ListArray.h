@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ObjectMapping/SequenceArray.h"
+
 #include <list>
 #include <memory>
-
-#include "ObjectMapping/SequenceArray.h"
 
 namespace Ombry::ObjectMapping {
 

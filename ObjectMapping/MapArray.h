@@ -1,12 +1,12 @@
 #pragma once
 
+#include "ObjectMapping/MapperIf.h"
+#include "ObjectMapping/PairArray.h"
+
 #include <functional>
 #include <map>
 #include <memory>
 #include <utility>
-
-#include "ObjectMapping/MapperIf.h"
-#include "ObjectMapping/PairArray.h"
 
 namespace Ombry::ObjectMapping {
 

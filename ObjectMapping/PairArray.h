@@ -1,11 +1,11 @@
 #pragma once
 
+#include "ObjectMapping/ListArray.h"
+#include "ObjectMapping/MapperIf.h"
+
 #include <list>
 #include <stdexcept>
 #include <utility>
-
-#include "ObjectMapping/ListArray.h"
-#include "ObjectMapping/MapperIf.h"
 
 namespace Ombry::ObjectMapping {
 

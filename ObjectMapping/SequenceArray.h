@@ -1,8 +1,8 @@
 #pragma once
 
-#include <utility>
-
 #include "ObjectMapping/MapperIf.h"
+
+#include <utility>
 
 namespace Ombry::ObjectMapping {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ObjectMapping/MapperIf.h"
+
 #include <memory>
 #include <string>
-
-#include "ObjectMapping/MapperIf.h"
 
 namespace Ombry::ObjectMapping {
 

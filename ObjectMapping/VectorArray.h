@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ObjectMapping/SequenceArray.h"
+
 #include <memory>
 #include <vector>
-
-#include "ObjectMapping/SequenceArray.h"
 
 namespace Ombry::ObjectMapping {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "ClientCommunications/IClientCommunications.h"
+
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "ClientCommunications/IClientCommunications.h"
 
 namespace Ombry::SecClientConfig {
 

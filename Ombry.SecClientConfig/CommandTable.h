@@ -1,10 +1,10 @@
 #pragma once
 
+#include "Ombry.SecClientConfig/Command.h"
+
 #include <map>
 #include <memory>
 #include <string>
-
-#include "Ombry.SecClientConfig/Command.h"
 
 namespace Ombry::SecClientConfig {
 

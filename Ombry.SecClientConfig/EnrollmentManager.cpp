@@ -1,7 +1,5 @@
 #include "Ombry.SecClientConfig/EnrollmentManager.h"
 
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/ClientCredentialsStore.h"
 #include "ClientCommunications/Impl/GuidText.h"
 #include "ClientCommunications/Impl/MachineFiles.h"
@@ -10,6 +8,8 @@
 #include "ClientCommunications/LocalConfiguration.h"
 #include "ClientCommunications/SfsGateway.h"
 #include "ObjectMapping/Serialization.h"
+
+#include <stdexcept>
 
 namespace Ombry::SecClientConfig {
 namespace {

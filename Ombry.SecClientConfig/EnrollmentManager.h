@@ -1,15 +1,15 @@
 #pragma once
 
+#include "ClientCommunications/CommunicationsParameters.h"
+#include "ClientCommunications/IClientCommunications.h"
+#include "ClientCommunications/IClientCredentialsStore.h"
+#include "ClientCommunications/IPostSaveHook.h"
+
 #include <list>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
-
-#include "ClientCommunications/CommunicationsParameters.h"
-#include "ClientCommunications/IClientCommunications.h"
-#include "ClientCommunications/IClientCredentialsStore.h"
-#include "ClientCommunications/IPostSaveHook.h"
 
 namespace Ombry::SecClientConfig {
 

@@ -1,10 +1,10 @@
 #include "Ombry.SecClientConfig/GetDatacenters.h"
 
-#include <iostream>
-#include <vector>
-
 #include "ClientCommunications/IClientConfig.h"
 #include "Ombry.SecClientConfig/CommandOptions.h"
+
+#include <iostream>
+#include <vector>
 
 namespace Ombry::SecClientConfig {
 

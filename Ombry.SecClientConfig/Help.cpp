@@ -1,8 +1,8 @@
 #include "Ombry.SecClientConfig/Help.h"
 
-#include <iostream>
-
 #include "Ombry.SecClientConfig/CommandTable.h"
+
+#include <iostream>
 
 namespace Ombry::SecClientConfig {
 

@@ -1,12 +1,5 @@
 #include "Ombry.SecClientConfig/RunTool.h"
 
-#include <exception>
-#include <iostream>
-#include <memory>
-#include <new>
-#include <stdexcept>
-#include <string>
-
 #include "Ombry.SecClientConfig/CommandTable.h"
 #include "Ombry.SecClientConfig/ConfigureBootstrapUrl.h"
 #include "Ombry.SecClientConfig/EnrollClient.h"
@@ -16,6 +9,13 @@
 #include "Ombry.SecClientConfig/UnenrollClient.h"
 #include "Ombry.SecClientConfig/UnenrollClientSelf.h"
 #include "Ombry.SecClientConfig/UnenrollService.h"
+
+#include <exception>
+#include <iostream>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
 
 namespace Ombry::SecClientConfig {
 namespace {

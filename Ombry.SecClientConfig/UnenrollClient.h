@@ -1,9 +1,9 @@
 #pragma once
 
-#include <string>
-
 #include "Ombry.SecClientConfig/Command.h"
 #include "Ombry.SecClientConfig/CommandOptions.h"
+
+#include <string>
 
 namespace Ombry::SecClientConfig {
 

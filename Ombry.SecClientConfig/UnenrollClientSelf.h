@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "Ombry.SecClientConfig/Command.h"
+
+#include <string>
 
 namespace Ombry::SecClientConfig {
 

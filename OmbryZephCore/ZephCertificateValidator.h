@@ -1,8 +1,8 @@
 #pragma once
 
-#include <functional>
-
 #include "Platform/ICertificates.h"
+
+#include <functional>
 
 namespace OmbryZephCore {
 

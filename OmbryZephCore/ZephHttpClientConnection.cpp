@@ -1,11 +1,11 @@
 #include "OmbryZephCore/ZephHttpClientConnection.h"
 
+#include "OmbryZephCore/ZephResultCodes.h"
+
 #include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <limits>
-
-#include "OmbryZephCore/ZephResultCodes.h"
 
 namespace OmbryZephCore {
 

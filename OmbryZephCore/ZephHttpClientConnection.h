@@ -1,14 +1,5 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <deque>
-#include <initializer_list>
-#include <limits>
-#include <string>
-#include <string_view>
-#include <thread>
-
 #include "OmbryZephCore/ZephHttpClientConnectionIf.h"
 #include "OmbryZephCore/ZephHttpHeaderParser.h"
 #include "OmbryZephCore/ZephIOBuffer.h"
@@ -18,6 +9,15 @@
 #include "OmbryZephCore/ZephTaskIf.h"
 #include "OmbryZephCore/ZephTerminatorIf.h"
 #include "OmbryZephCore/ZephUserTaskIf.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <initializer_list>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <thread>
 
 namespace OmbryZephCore {
 

@@ -1,13 +1,13 @@
 // The receiving half of ZephHttpClientConnection: everything between a completed read and the handlers of the
 // answers that came with it. The header has the table of its states.
 
+#include "OmbryZephCore/ZephHttpClientConnection.h"
+#include "OmbryZephCore/ZephResultCodes.h"
+
 #include <algorithm>
 #include <cstring>
 #include <limits>
 #include <utility>
-
-#include "OmbryZephCore/ZephHttpClientConnection.h"
-#include "OmbryZephCore/ZephResultCodes.h"
 
 namespace OmbryZephCore {
 namespace {

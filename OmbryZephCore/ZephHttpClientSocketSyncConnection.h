@@ -1,7 +1,5 @@
 #pragma once
 
-#include <memory>
-
 #include "LibraryLogger/ILogger.h"
 #include "OmbryZephCore/ZephHttpClientConnection.h"
 #include "OmbryZephCore/ZephIOTaskManager_Sync.h"
@@ -13,6 +11,8 @@
 #include "OmbryZephCore/ZephSorrelConnectionParameters.h"
 #include "OmbryZephCore/ZephTerminatorAdapter.h"
 #include "OmbryZephCore/ZephUserTaskIf.h"
+
+#include <memory>
 
 namespace OmbryZephCore {
 

@@ -1,11 +1,11 @@
 #include "OmbryZephCore/ZephHttpHeaderParser.h"
 
+#include "OmbryZephCore/ZephIOBuffer.h"
+#include "OmbryZephCore/ZephResultCodes.h"
+
 #include <algorithm>
 #include <cstring>
 #include <limits>
-
-#include "OmbryZephCore/ZephIOBuffer.h"
-#include "OmbryZephCore/ZephResultCodes.h"
 
 namespace OmbryZephCore {
 namespace {

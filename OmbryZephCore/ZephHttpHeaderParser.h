@@ -1,11 +1,11 @@
 #pragma once
 
+#include "OmbryZephCore/ZephHttpClientConnectionIf.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
-
-#include "OmbryZephCore/ZephHttpClientConnectionIf.h"
 
 namespace OmbryZephCore {
 

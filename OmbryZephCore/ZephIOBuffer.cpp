@@ -1,12 +1,12 @@
 #include "OmbryZephCore/ZephIOBuffer.h"
 
+#include "OmbryZephCore/ZephResultCodes.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <limits>
 #include <new>
-
-#include "OmbryZephCore/ZephResultCodes.h"
 
 namespace OmbryZephCore {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstdint>
-
 #include "OmbryZephCore/ZephIOCompletionHandlerIf.h"
+
+#include <cstdint>
 
 namespace OmbryZephCore {
 

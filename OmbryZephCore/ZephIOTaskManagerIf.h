@@ -1,10 +1,10 @@
 #pragma once
 
-#include <cstdint>
-
 #include "Cancellation/Token.h"
 #include "OmbryZephCore/ZephIOCompletionHandlerIf.h"
 #include "Platform/ISockets.h"
+
+#include <cstdint>
 
 namespace OmbryZephCore {
 

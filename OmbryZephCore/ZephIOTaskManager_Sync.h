@@ -1,12 +1,12 @@
 #pragma once
 
-#include <deque>
-#include <map>
-#include <memory>
-
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephIOTaskManagerIf.h"
 #include "OmbryZephCore/ZephUserTaskIf.h"
+
+#include <deque>
+#include <map>
+#include <memory>
 
 namespace OmbryZephCore {
 

@@ -1,8 +1,8 @@
 #include "OmbryZephCore/ZephOpenSSLClientConnectionManager.h"
 
-#include <utility>
-
 #include "OmbryZephCore/ZephOpenSSLConnection.h"
+
+#include <utility>
 
 namespace OmbryZephCore {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include "OmbryZephCore/ZephOpenSSLClientContext.h"
 #include "OmbryZephCore/ZephSSLManagerProvider.h"
+
+#include <memory>
+#include <string>
 
 namespace OmbryZephCore {
 

@@ -1,16 +1,16 @@
 #include "OmbryZephCore/ZephOpenSSLClientContext.h"
 
+#include "LibraryLogger/LogCall.h"
+#include "OmbryZephCore/ZephOpenSSLErrors.h"
+#include "Platform/MadeOnce.h"
+#include "Platform/OpenSSLInit.h"
+
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
 #include <mutex>
 #include <utility>
-
-#include "LibraryLogger/LogCall.h"
-#include "OmbryZephCore/ZephOpenSSLErrors.h"
-#include "Platform/MadeOnce.h"
-#include "Platform/OpenSSLInit.h"
 
 namespace OmbryZephCore {
 namespace {

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "LibraryLogger/ILogger.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
-
-#include "LibraryLogger/ILogger.h"
 
 struct ssl_ctx_st;
 

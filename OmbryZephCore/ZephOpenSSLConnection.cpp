@@ -1,5 +1,10 @@
 #include "OmbryZephCore/ZephOpenSSLConnection.h"
 
+#include "LibraryLogger/LogCall.h"
+#include "OmbryZephCore/ZephOpenSSLClientContext.h"
+#include "OmbryZephCore/ZephOpenSSLErrors.h"
+#include "OmbryZephCore/ZephOpenSSLServerName.h"
+
 #include <openssl/bio.h>
 #include <openssl/crypto.h>
 #include <openssl/err.h>
@@ -12,11 +17,6 @@
 #include <cstring>
 #include <string_view>
 #include <utility>
-
-#include "LibraryLogger/LogCall.h"
-#include "OmbryZephCore/ZephOpenSSLClientContext.h"
-#include "OmbryZephCore/ZephOpenSSLErrors.h"
-#include "OmbryZephCore/ZephOpenSSLServerName.h"
 
 namespace OmbryZephCore {
 

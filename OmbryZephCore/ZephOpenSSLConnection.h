@@ -1,12 +1,12 @@
 #pragma once
 
-#include <cstdint>
-#include <memory>
-#include <string>
-
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephCertificateValidator.h"
 #include "OmbryZephCore/ZephSSLConnectionIf.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
 
 struct bio_st;
 struct ssl_st;

@@ -1,10 +1,10 @@
 #include "OmbryZephCore/ZephSChannelConnection.h"
 
+#include "LibraryLogger/LogCall.h"
+
 #include <algorithm>
 #include <cstring>
 #include <limits>
-
-#include "LibraryLogger/LogCall.h"
 
 namespace OmbryZephCore {
 

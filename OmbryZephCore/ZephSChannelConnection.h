@@ -1,15 +1,15 @@
 #pragma once
 
-#include <array>
-#include <memory>
-#include <optional>
-#include <string>
-
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephCertificateValidator.h"
 #include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephSSLConnectionIf.h"
 #include "OmbryZephCore/ZephSSPILoader.h"
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <string>
 
 namespace OmbryZephCore {
 

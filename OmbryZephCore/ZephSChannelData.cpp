@@ -1,12 +1,12 @@
+#include "LibraryLogger/LogCall.h"
+#include "OmbryZephCore/ZephSChannelConnection.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <string_view>
-
-#include "LibraryLogger/LogCall.h"
-#include "OmbryZephCore/ZephSChannelConnection.h"
 
 namespace OmbryZephCore {
 

@@ -1,8 +1,8 @@
-#include <algorithm>
-#include <utility>
-
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephSChannelConnection.h"
+
+#include <algorithm>
+#include <utility>
 
 namespace OmbryZephCore {
 

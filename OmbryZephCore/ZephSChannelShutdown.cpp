@@ -1,8 +1,8 @@
-#include <algorithm>
-#include <cstring>
-
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephSChannelConnection.h"
+
+#include <algorithm>
+#include <cstring>
 
 namespace OmbryZephCore {
 

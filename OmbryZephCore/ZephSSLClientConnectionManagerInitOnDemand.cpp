@@ -1,8 +1,8 @@
 #include "OmbryZephCore/ZephSSLClientConnectionManagerInitOnDemand.h"
 
-#include <utility>
-
 #include "OmbryZephCore/ZephWindowsCertificateValidation.h"
+
+#include <utility>
 
 namespace OmbryZephCore {
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <memory>
-
 #include "LibraryLogger/ILogger.h"
 #include "OmbryZephCore/ZephSSLConnectionIf.h"
 #include "OmbryZephCore/ZephSSLManagerProvider.h"
 #include "OmbryZephCore/ZephSSLSettings.h"
+
+#include <memory>
 
 namespace OmbryZephCore {
 

@@ -1,11 +1,11 @@
 #include "OmbryZephCore/ZephSSLIO.h"
 
+#include "OmbryZephCore/ZephResultCodes.h"
+
 #include <algorithm>
 #include <cstring>
 #include <thread>
 #include <utility>
-
-#include "OmbryZephCore/ZephResultCodes.h"
 
 namespace OmbryZephCore {
 

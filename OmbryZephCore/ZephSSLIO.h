@@ -1,15 +1,15 @@
 #pragma once
 
-#include <atomic>
-#include <memory>
-#include <mutex>
-
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephIOObjectIf.h"
 #include "OmbryZephCore/ZephSSLConnectionIf.h"
 #include "OmbryZephCore/ZephSSLNotifierIf.h"
 #include "OmbryZephCore/ZephUserTaskIf.h"
+
+#include <atomic>
+#include <memory>
+#include <mutex>
 
 namespace OmbryZephCore {
 

@@ -1,13 +1,13 @@
 // The pump of ZephSSLIO: everything that moves bytes between the engine, the two buffers, the user's
 // transfers and the layer below. All of it runs with m_Mutex held.
 
+#include "OmbryZephCore/ZephResultCodes.h"
+#include "OmbryZephCore/ZephSSLIO.h"
+
 #include <algorithm>
 #include <cstring>
 #include <limits>
 #include <utility>
-
-#include "OmbryZephCore/ZephResultCodes.h"
-#include "OmbryZephCore/ZephSSLIO.h"
 
 namespace OmbryZephCore {
 

@@ -1,13 +1,13 @@
 #pragma once
 
-#include <cstdint>
-#include <memory>
-#include <string>
-
 #include "LibraryLogger/ILogger.h"
 #include "OmbryZephCore/ZephCertificateValidator.h"
 #include "OmbryZephCore/ZephSSLConnectionIf.h"
 #include "Platform/Current.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
 
 namespace OmbryZephCore {
 

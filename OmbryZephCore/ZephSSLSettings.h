@@ -1,9 +1,9 @@
 #pragma once
 
+#include "OmbryZephCore/ZephSorrelConnectionParametersIf.h"
+
 #include <cstdint>
 #include <string>
-
-#include "OmbryZephCore/ZephSorrelConnectionParametersIf.h"
 
 namespace OmbryZephCore {
 

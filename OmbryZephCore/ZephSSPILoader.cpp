@@ -1,9 +1,9 @@
 #include "OmbryZephCore/ZephSSPILoader.h"
 
-#include <utility>
-
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephResultCodes.h"
+
+#include <utility>
 
 namespace OmbryZephCore {
 

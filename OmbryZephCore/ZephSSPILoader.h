@@ -1,9 +1,9 @@
 #pragma once
 
-#include <memory>
-
 #include "LibraryLogger/ILogger.h"
 #include "Platform/ISecurityProvider.h"
+
+#include <memory>
 
 namespace OmbryZephCore {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "LibraryLogger/ILogger.h"
+#include "Platform/ISockets.h"
+
 #include <memory>
 #include <mutex>
 #include <string>
-
-#include "LibraryLogger/ILogger.h"
-#include "Platform/ISockets.h"
 
 namespace OmbryZephCore {
 

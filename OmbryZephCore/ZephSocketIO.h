@@ -1,11 +1,11 @@
 #pragma once
 
-#include <mutex>
-
 #include "OmbryZephCore/ZephIOObjectIf.h"
 #include "OmbryZephCore/ZephIOTaskManagerIf.h"
 #include "OmbryZephCore/ZephTaskIf.h"
 #include "OmbryZephCore/ZephUserTaskIf.h"
+
+#include <mutex>
 
 namespace OmbryZephCore {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
-
 #include "OmbryZephCore/ZephHttpClientConnectionIf.h"
 #include "OmbryZephCore/ZephIOTaskManagerIf.h"
 #include "OmbryZephCore/ZephSorrelConnectionParameters.h"
+
+#include <memory>
 
 namespace OmbryZephCore {
 

@@ -1,13 +1,13 @@
 #include "OmbryZephCore/ZephSorrelSyncConnectionPool.h"
 
+#include "OmbryZephCore/ZephResultCodes.h"
+#include "OmbryZephCore/ZephSorrelSyncConnection.h"
+#include "Platform/IClock.h"
+
 #include <deque>
 #include <map>
 #include <new>
 #include <thread>
-
-#include "OmbryZephCore/ZephResultCodes.h"
-#include "OmbryZephCore/ZephSorrelSyncConnection.h"
-#include "Platform/IClock.h"
 
 namespace OmbryZephCore {
 

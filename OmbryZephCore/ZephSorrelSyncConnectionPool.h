@@ -1,9 +1,9 @@
 #pragma once
 
-#include <memory>
-
 #include "LibraryLogger/ILogger.h"
 #include "OmbryZephCore/ZephSorrelSyncConnectionIf.h"
+
+#include <memory>
 
 namespace OmbryZephCore {
 

@@ -1,14 +1,14 @@
 #pragma once
 
-#include <functional>
-#include <memory>
-#include <string>
-
 #include "Cancellation/Token.h"
 #include "LibraryLogger/ILogger.h"
 #include "OmbryZephCore/ZephResultCodes.h"
 #include "OmbryZephCore/ZephSorrelSyncConnectionIf.h"
 #include "OmbryZephCore/ZephSyncDataIf.h"
+
+#include <functional>
+#include <memory>
+#include <string>
 
 namespace OmbryZephCore {
 

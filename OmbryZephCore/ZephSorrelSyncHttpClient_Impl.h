@@ -1,13 +1,13 @@
 #pragma once
 
+#include "OmbryZephCore/ZephHttpClientConnectionIf.h"
+#include "OmbryZephCore/ZephIOBuffer.h"
+#include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
+
 #include <exception>
 #include <map>
 #include <memory>
 #include <string>
-
-#include "OmbryZephCore/ZephHttpClientConnectionIf.h"
-#include "OmbryZephCore/ZephIOBuffer.h"
-#include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
 
 namespace OmbryZephCore {
 

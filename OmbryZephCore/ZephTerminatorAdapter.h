@@ -1,9 +1,9 @@
 #pragma once
 
+#include "OmbryZephCore/ZephTerminatorIf.h"
+
 #include <functional>
 #include <utility>
-
-#include "OmbryZephCore/ZephTerminatorIf.h"
 
 namespace OmbryZephCore {
 

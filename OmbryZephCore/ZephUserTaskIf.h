@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstdint>
-
 #include "OmbryZephCore/ZephTaskIf.h"
+
+#include <cstdint>
 
 namespace OmbryZephCore {
 

@@ -1,8 +1,8 @@
 #include "OmbryZephCore/ZephWindowsCertificateValidation.h"
 
-#include <utility>
-
 #include "OmbryZephCore/ZephIOBuffer.h"
+
+#include <utility>
 
 namespace OmbryZephCore::ZephWindowsCertificateValidation {
 

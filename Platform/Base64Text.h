@@ -1,10 +1,10 @@
 #pragma once
 
+#include "Platform/ICertificates.h"
+
 #include <cstdint>
 #include <span>
 #include <string>
-
-#include "Platform/ICertificates.h"
 
 namespace Ombry::Platform {
 

@@ -1,14 +1,14 @@
 #pragma once
 
+#include "Platform/Current.h"
+#include "Platform/Result.h"
+
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "Platform/Current.h"
-#include "Platform/Result.h"
 
 namespace Ombry::Platform {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "Platform/Current.h"
+#include "Platform/Time.h"
+
 #include <algorithm>
 #include <condition_variable>
 #include <mutex>
-
-#include "Platform/Current.h"
-#include "Platform/Time.h"
 
 namespace Ombry::Platform {
 

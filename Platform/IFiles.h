@@ -1,14 +1,14 @@
 #pragma once
 
+#include "Platform/Current.h"
+#include "Platform/Result.h"
+#include "Platform/Time.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "Platform/Current.h"
-#include "Platform/Result.h"
-#include "Platform/Time.h"
 
 namespace Ombry::Platform {
 

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "Platform/Current.h"
+#include "Platform/Result.h"
+
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <string_view>
-
-#include "Platform/Current.h"
-#include "Platform/Result.h"
 
 namespace Ombry::Platform {
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <string>
-
 #include "Platform/Current.h"
 #include "Platform/Result.h"
+
+#include <string>
 
 namespace Ombry::Platform {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "Platform/Current.h"
+#include "Platform/Result.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
-
-#include "Platform/Current.h"
-#include "Platform/Result.h"
 
 namespace Ombry::Platform {
 

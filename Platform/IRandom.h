@@ -1,11 +1,11 @@
 #pragma once
 
+#include "Platform/Current.h"
+#include "Platform/Result.h"
+
 #include <array>
 #include <cstdint>
 #include <span>
-
-#include "Platform/Current.h"
-#include "Platform/Result.h"
 
 namespace Ombry::Platform {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <cstdint>
-
 #include "Platform/Current.h"
 #include "Platform/ICertificates.h"
 #include "Platform/Result.h"
+
+#include <cstdint>
 
 /// The security support provider interface of a platform that has one, under its published names: the fields
 /// of these records and the values of these constants are those of that interface, so that a platform's side

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "Platform/Current.h"
+#include "Platform/Result.h"
+
 #include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "Platform/Current.h"
-#include "Platform/Result.h"
 
 namespace Ombry::Platform {
 

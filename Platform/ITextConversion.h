@@ -1,10 +1,10 @@
 #pragma once
 
-#include <cstddef>
-#include <string_view>
-
 #include "Platform/Current.h"
 #include "Platform/Result.h"
+
+#include <cstddef>
+#include <string_view>
 
 namespace Ombry::Platform {
 

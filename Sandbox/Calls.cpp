@@ -1,15 +1,15 @@
 #include "Sandbox/Calls.h"
 
+#include "Platform/IClock.h"
+#include "Platform/IRandom.h"
+#include "Sandbox/HttpHelpers.h"
+#include "Sandbox/Tokens.h"
+
 #include <openssl/crypto.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <stdexcept>
-
-#include "Platform/IClock.h"
-#include "Platform/IRandom.h"
-#include "Sandbox/HttpHelpers.h"
-#include "Sandbox/Tokens.h"
 
 namespace Ombry::Sandbox {
 namespace {

@@ -1,5 +1,10 @@
 #pragma once
 
+#include "Sandbox/Faults.h"
+#include "Sandbox/Identity.h"
+#include "Sandbox/Options.h"
+#include "Sandbox/State.h"
+
 #include <httplib.h>
 
 #include <optional>
@@ -7,11 +12,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "Sandbox/Faults.h"
-#include "Sandbox/Identity.h"
-#include "Sandbox/Options.h"
-#include "Sandbox/State.h"
 
 namespace Ombry::Sandbox {
 

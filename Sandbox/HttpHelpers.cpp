@@ -1,11 +1,11 @@
 #include "Sandbox/HttpHelpers.h"
 
+#include "Platform/ICertificates.h"
+#include "Platform/IClock.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
-
-#include "Platform/ICertificates.h"
-#include "Platform/IClock.h"
 
 namespace Ombry::Sandbox {
 namespace {

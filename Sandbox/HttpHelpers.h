@@ -1,5 +1,8 @@
 #pragma once
 
+#include "Sandbox/Json.h"
+#include "Sandbox/State.h"
+
 #include <httplib.h>
 
 #include <functional>
@@ -10,9 +13,6 @@
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include "Sandbox/Json.h"
-#include "Sandbox/State.h"
 
 namespace Ombry::Sandbox {
 

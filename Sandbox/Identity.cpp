@@ -1,10 +1,15 @@
 #include "Sandbox/Identity.h"
 
-#include <fcntl.h>
+#include "Platform/Base64Text.h"
+#include "Platform/IFiles.h"
+#include "Platform/IRandom.h"
+
 #include <openssl/bio.h>
 #include <openssl/ec.h>
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
+
+#include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -12,10 +17,6 @@
 #include <stdexcept>
 #include <utility>
 #include <vector>
-
-#include "Platform/Base64Text.h"
-#include "Platform/IFiles.h"
-#include "Platform/IRandom.h"
 
 namespace Ombry::Sandbox {
 namespace {

@@ -1,11 +1,3 @@
-#include <unistd.h>
-
-#include <csignal>
-#include <cstdio>
-#include <exception>
-#include <stdexcept>
-#include <thread>
-
 #include "Platform/IFiles.h"
 #include "Platform/Process.h"
 #include "Sandbox/Identity.h"
@@ -13,6 +5,14 @@
 #include "Sandbox/Options.h"
 #include "Sandbox/Service.h"
 #include "Sandbox/State.h"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <stdexcept>
+#include <thread>
 
 namespace Ombry::Sandbox {
 namespace {

@@ -1,6 +1,7 @@
 #include "Sandbox/Options.h"
 
 #include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <charconv>
 #include <iterator>

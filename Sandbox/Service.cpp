@@ -1,11 +1,11 @@
 #include "Sandbox/Service.h"
 
-#include <chrono>
-#include <stdexcept>
-
 #include "Platform/IClock.h"
 #include "Sandbox/Connections.h"
 #include "Sandbox/HttpHelpers.h"
+
+#include <chrono>
+#include <stdexcept>
 
 namespace Ombry::Sandbox {
 namespace {

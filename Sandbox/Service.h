@@ -1,5 +1,11 @@
 #pragma once
 
+#include "Sandbox/Calls.h"
+#include "Sandbox/Faults.h"
+#include "Sandbox/Identity.h"
+#include "Sandbox/Options.h"
+#include "Sandbox/State.h"
+
 #include <httplib.h>
 
 #include <chrono>
@@ -8,12 +14,6 @@
 #include <mutex>
 #include <set>
 #include <string>
-
-#include "Sandbox/Calls.h"
-#include "Sandbox/Faults.h"
-#include "Sandbox/Identity.h"
-#include "Sandbox/Options.h"
-#include "Sandbox/State.h"
 
 namespace Ombry::Sandbox {
 

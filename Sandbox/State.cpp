@@ -1,14 +1,14 @@
 #include "Sandbox/State.h"
 
+#include "Platform/IRandom.h"
+#include "Sandbox/Json.h"
+
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 
 #include <array>
 #include <initializer_list>
 #include <stdexcept>
-
-#include "Platform/IRandom.h"
-#include "Sandbox/Json.h"
 
 namespace Ombry::Sandbox {
 namespace {

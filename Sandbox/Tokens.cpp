@@ -1,5 +1,7 @@
 #include "Sandbox/Tokens.h"
 
+#include "Sandbox/Json.h"
+
 #include <openssl/ec.h>
 #include <openssl/ecdsa.h>
 #include <openssl/err.h>
@@ -7,8 +9,6 @@
 #include <memory>
 #include <stdexcept>
 #include <vector>
-
-#include "Sandbox/Json.h"
 
 namespace Ombry::Sandbox {
 namespace {

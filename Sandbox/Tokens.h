@@ -1,10 +1,10 @@
 #pragma once
 
+#include "Sandbox/Identity.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
-
-#include "Sandbox/Identity.h"
 
 namespace Ombry::Sandbox {
 

@@ -1,8 +1,8 @@
+#include "bench/HttpClients.h"
+
 #include <curl/curl.h>
 
 #include <stdexcept>
-
-#include "bench/HttpClients.h"
 
 namespace Ombry::Bench {
 namespace {

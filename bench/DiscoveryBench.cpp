@@ -1,16 +1,16 @@
 // A discovery answer of 1, 100 and 10,000 instances: read from the wire, found again in the cache on the
 // disk, and a server chosen from it.
 
-#include <benchmark/benchmark.h>
-
-#include <string>
-
 #include "ClientCommunications/FoundServicesDto.h"
 #include "ClientCommunications/Impl/DirectoryKeyValueStorage.h"
 #include "ClientCommunications/Impl/FoundServices.h"
 #include "ClientCommunications/Impl/ServiceFinder.h"
 #include "ObjectMapping/Serialization.h"
 #include "bench/Measurement.h"
+
+#include <benchmark/benchmark.h>
+
+#include <string>
 
 namespace Ombry::Bench {
 namespace {

@@ -3,14 +3,14 @@
 //
 //   bench_enrollment [rounds]      41 unless told otherwise
 
-#include <array>
-#include <filesystem>
-#include <fstream>
-
 #include "bench/LocalServer.h"
 #include "bench/Measurement.h"
 #include "bench/SandboxService.h"
 #include "bench/ToolRuns.h"
+
+#include <array>
+#include <filesystem>
+#include <fstream>
 
 namespace Ombry::Bench {
 namespace {

@@ -7,16 +7,6 @@
 //
 //   bench_gateway [rounds]      201 unless told otherwise
 
-#include <unistd.h>
-
-#include <barrier>
-#include <cstdio>
-#include <exception>
-#include <functional>
-#include <list>
-#include <stdexcept>
-#include <thread>
-
 #include "ClientCommunications/CommunicationsParameters.h"
 #include "ClientCommunications/IClientCommunications.h"
 #include "ClientCommunications/Impl/ClientCommunications.h"
@@ -29,6 +19,16 @@
 #include "bench/Measurement.h"
 #include "bench/SandboxService.h"
 #include "bench/ToolRuns.h"
+
+#include <unistd.h>
+
+#include <barrier>
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <list>
+#include <stdexcept>
+#include <thread>
 
 namespace Ombry::Bench {
 namespace {

@@ -1,8 +1,8 @@
+#include "OmbryZephCore/ZephHttpHeaderParser.h"
+
 #include <benchmark/benchmark.h>
 
 #include <string>
-
-#include "OmbryZephCore/ZephHttpHeaderParser.h"
 
 namespace Ombry::Bench {
 namespace {

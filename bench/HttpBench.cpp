@@ -4,13 +4,13 @@
 //
 //   bench_http [rounds]      101 unless told otherwise
 
-#include <cstdio>
-#include <functional>
-#include <stdexcept>
-
 #include "bench/HttpClients.h"
 #include "bench/LocalServer.h"
 #include "bench/Measurement.h"
+
+#include <cstdio>
+#include <functional>
+#include <stdexcept>
 
 namespace Ombry::Bench {
 namespace {

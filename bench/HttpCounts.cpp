@@ -2,6 +2,10 @@
 // counted by strace over a copy of this program, once with many requests and once with a few; the difference
 // belongs to the requests.
 
+#include "bench/AllocationCount.h"
+#include "bench/HttpClients.h"
+#include "bench/LocalServer.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -10,10 +14,6 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-
-#include "bench/AllocationCount.h"
-#include "bench/HttpClients.h"
-#include "bench/LocalServer.h"
 
 namespace Ombry::Bench {
 namespace {

@@ -2,6 +2,11 @@
 // records. Each iteration runs both; the reported time is the mapper's, the counter its speed as a share of
 // RapidJSON's.
 
+#include "ClientCommunications/ServiceDto.h"
+#include "ObjectMapping/ListArray.h"
+#include "ObjectMapping/Serialization.h"
+#include "bench/Measurement.h"
+
 #include <benchmark/benchmark.h>
 #include <rapidjson/document.h>
 #include <rapidjson/prettywriter.h>
@@ -10,11 +15,6 @@
 #include <list>
 #include <stdexcept>
 #include <string>
-
-#include "ClientCommunications/ServiceDto.h"
-#include "ObjectMapping/ListArray.h"
-#include "ObjectMapping/Serialization.h"
-#include "bench/Measurement.h"
 
 namespace Ombry::Bench {
 namespace {

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "bench/Measurement.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
-
-#include "bench/Measurement.h"
 
 namespace Ombry::Bench {
 

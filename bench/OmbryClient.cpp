@@ -1,8 +1,8 @@
-#include <stdexcept>
-
 #include "OmbryZephCore/ZephSorrelSyncConnectionPool.h"
 #include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
 #include "bench/HttpClients.h"
+
+#include <stdexcept>
 
 namespace Ombry::Bench {
 namespace {

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "bench/Measurement.h"
+
+#include <string>
 
 namespace Ombry::Bench {
 

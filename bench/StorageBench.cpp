@@ -1,12 +1,12 @@
 // The key-value storage of tokens and discovery answers: whole operations on the file system of the temporary
 // folder, and what more threads on other keys gain.
 
+#include "ClientCommunications/Impl/DirectoryKeyValueStorage.h"
+#include "bench/Measurement.h"
+
 #include <benchmark/benchmark.h>
 
 #include <string>
-
-#include "ClientCommunications/Impl/DirectoryKeyValueStorage.h"
-#include "bench/Measurement.h"
 
 namespace Ombry::Bench {
 namespace {

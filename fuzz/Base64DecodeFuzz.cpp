@@ -1,12 +1,12 @@
 // Any text decodes without a failure into at most three bytes for each four characters begun. What was
 // encoded decodes to itself, and text behind the sign that ends it changes nothing.
 
+#include "ClientCommunications/Impl/Base64.h"
+#include "fuzz/Require.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
-
-#include "ClientCommunications/Impl/Base64.h"
-#include "fuzz/Require.h"
 
 namespace {
 

@@ -7,15 +7,6 @@
 // Input: byte 0 = the two commands; then any number of damages: a byte for the file and one for the kind, a
 // byte for a length or a position, and for those that put bytes there, as many bytes as it says.
 
-#include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <map>
-#include <mutex>
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include "ClientCommunications/Impl/ClientCredentials.h"
 #include "ClientCommunications/Impl/ClientCredentialsStore.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
@@ -30,6 +21,15 @@
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/OneCertificateStore.h"
 #include "tests/Fakes/ScriptedSockets.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
 
 using namespace Ombry;
 using namespace Ombry::Tests;

@@ -2,12 +2,12 @@
 // name: it reads back to the same ticks, as long as the year keeps its four digits. What is accepted consists
 // of nothing but digits and the marks of the form, and ends with Z or z.
 
+#include "ObjectMapping/DateTime.h"
+#include "fuzz/Require.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
-
-#include "ObjectMapping/DateTime.h"
-#include "fuzz/Require.h"
 
 using namespace Ombry;
 using namespace Ombry::ObjectMapping;

@@ -11,6 +11,13 @@
 // 1 = seed of the cuts; byte 2 = what is done on the way, bytes 3 and 4 = where, byte 5 = with what; then the
 // answers, with 0x1E 0x1E between them. Behind the last one, or one that does not end, the peer closes.
 
+#include "OmbryZephCore/ZephHttpClientConnection.h"
+#include "OmbryZephCore/ZephIOBuffer.h"
+#include "OmbryZephCore/ZephOpenSSLClientConnectionManager.h"
+#include "OmbryZephCore/ZephSSLIO.h"
+#include "fuzz/TlsPeer.h"
+#include "tests/Fakes/FakeIOObject.h"
+
 #include <cstdint>
 #include <cstring>
 #include <deque>
@@ -21,13 +28,6 @@
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include "OmbryZephCore/ZephHttpClientConnection.h"
-#include "OmbryZephCore/ZephIOBuffer.h"
-#include "OmbryZephCore/ZephOpenSSLClientConnectionManager.h"
-#include "OmbryZephCore/ZephSSLIO.h"
-#include "fuzz/TlsPeer.h"
-#include "tests/Fakes/FakeIOObject.h"
 
 namespace {
 

@@ -8,6 +8,14 @@
 // Input: byte 0 = what the service does; then the text in the cache, the answer's Cache-Control and its body,
 // with a byte 0x1D between them.
 
+#include "ClientCommunications/Impl/ServiceFinder.h"
+#include "ClientCommunications/Impl/ServiceRequestFactory.h"
+#include "ObjectMapping/Serialization.h"
+#include "fuzz/Require.h"
+#include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/MapKeyValueStorage.h"
+#include "tests/Fakes/ScriptedGateway.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <limits>
@@ -16,14 +24,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "ClientCommunications/Impl/ServiceFinder.h"
-#include "ClientCommunications/Impl/ServiceRequestFactory.h"
-#include "ObjectMapping/Serialization.h"
-#include "fuzz/Require.h"
-#include "tests/Fakes/FakeClock.h"
-#include "tests/Fakes/MapKeyValueStorage.h"
-#include "tests/Fakes/ScriptedGateway.h"
 
 using namespace Ombry;
 using namespace Ombry::ClientCommunications;

@@ -2,6 +2,10 @@
 // its copy. After a success, its length is within the input, the bytes behind it play no part, and every
 // header is found under its name. After a failure nothing is left.
 
+#include "OmbryZephCore/ZephHttpHeaderParser.h"
+#include "OmbryZephCore/ZephResultCodes.h"
+#include "fuzz/Require.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -9,10 +13,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "OmbryZephCore/ZephHttpHeaderParser.h"
-#include "OmbryZephCore/ZephResultCodes.h"
-#include "fuzz/Require.h"
 
 namespace {
 

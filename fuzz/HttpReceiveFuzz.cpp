@@ -6,17 +6,17 @@
 // Input: byte 0 = answers awaited, flow control and "Connection: close"; byte 1 = seed of the cuts; then the
 // peer's bytes, behind which it closes.
 
+#include "OmbryZephCore/ZephHttpClientConnection.h"
+#include "OmbryZephCore/ZephIOBuffer.h"
+#include "fuzz/Require.h"
+#include "tests/Fakes/FakeIOObject.h"
+
 #include <cstdint>
 #include <deque>
 #include <new>
 #include <random>
 #include <string>
 #include <string_view>
-
-#include "OmbryZephCore/ZephHttpClientConnection.h"
-#include "OmbryZephCore/ZephIOBuffer.h"
-#include "fuzz/Require.h"
-#include "tests/Fakes/FakeIOObject.h"
 
 namespace {
 

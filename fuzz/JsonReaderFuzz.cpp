@@ -6,6 +6,12 @@
 //
 // The first byte of the input chooses whether the reader is strict; the text is the rest.
 
+#include "ObjectMapping/ListArray.h"
+#include "ObjectMapping/MapArray.h"
+#include "ObjectMapping/Serialization.h"
+#include "ObjectMapping/VectorArray.h"
+#include "fuzz/Require.h"
+
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -14,12 +20,6 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include "ObjectMapping/ListArray.h"
-#include "ObjectMapping/MapArray.h"
-#include "ObjectMapping/Serialization.h"
-#include "ObjectMapping/VectorArray.h"
-#include "fuzz/Require.h"
 
 using namespace Ombry::ObjectMapping;
 using Ombry::Fuzz::Require;

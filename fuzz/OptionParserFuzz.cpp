@@ -10,16 +10,16 @@
 //
 // The input is the words, with a NUL behind each.
 
+#include "Ombry.SecClientConfig/CommandOptions.h"
+#include "fuzz/Require.h"
+#include "tests/Fakes/CapturedOutput.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
-
-#include "Ombry.SecClientConfig/CommandOptions.h"
-#include "fuzz/Require.h"
-#include "tests/Fakes/CapturedOutput.h"
 
 using namespace Ombry::SecClientConfig;
 using Ombry::Fuzz::Require;

@@ -2,12 +2,12 @@
 // slash and holds no question mark, and every part is a piece of the text but for a port that the scheme
 // implies. A URL with its slash before its question mark is put together again from its parts.
 
+#include "OmbryZephCore/ZephUrl.h"
+#include "fuzz/Require.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
-
-#include "OmbryZephCore/ZephUrl.h"
-#include "fuzz/Require.h"
 
 namespace {
 

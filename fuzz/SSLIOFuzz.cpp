@@ -7,16 +7,16 @@
 // clear-text guard is on, the user reads nothing but a prefix of what the server said under TLS, and nothing
 // that the user wrote ever reaches the layer below in clear.
 
+#include "OmbryZephCore/ZephOpenSSLClientConnectionManager.h"
+#include "OmbryZephCore/ZephSSLIO.h"
+#include "fuzz/TlsPeer.h"
+
 #include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "OmbryZephCore/ZephOpenSSLClientConnectionManager.h"
-#include "OmbryZephCore/ZephSSLIO.h"
-#include "fuzz/TlsPeer.h"
 
 namespace {
 

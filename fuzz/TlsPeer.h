@@ -1,5 +1,10 @@
 #pragma once
 
+#include "OmbryZephCore/ZephIOObjectIf.h"
+#include "OmbryZephCore/ZephTaskIf.h"
+#include "OmbryZephCore/ZephUserTaskIf.h"
+#include "fuzz/Require.h"
+
 #include <openssl/evp.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
@@ -7,11 +12,6 @@
 #include <algorithm>
 #include <deque>
 #include <string>
-
-#include "OmbryZephCore/ZephIOObjectIf.h"
-#include "OmbryZephCore/ZephTaskIf.h"
-#include "OmbryZephCore/ZephUserTaskIf.h"
-#include "fuzz/Require.h"
 
 /// What the targets above TLS share: a real server between two memory buffers, and the layer below the stage.
 namespace Ombry::Fuzz {

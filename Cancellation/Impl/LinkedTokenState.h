@@ -1,9 +1,9 @@
 #pragma once
 
-#include <vector>
-
 #include "Cancellation/Impl/TokenStateBool.h"
 #include "Cancellation/Token.h"
+
+#include <vector>
 
 namespace Ombry::Cancellation::Impl {
 

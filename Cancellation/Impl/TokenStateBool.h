@@ -1,8 +1,8 @@
 #pragma once
 
-#include <atomic>
-
 #include "Cancellation/Impl/TokenState.h"
+
+#include <atomic>
 
 namespace Ombry::Cancellation::Impl {
 

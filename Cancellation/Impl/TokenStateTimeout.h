@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstdint>
-
 #include "Cancellation/Impl/TokenStateBool.h"
+
+#include <cstdint>
 
 namespace Ombry::Cancellation::Impl {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "ClientCommunications/IAaSigningCertificateFinder.h"
+#include "ClientCommunications/IServiceFinder.h"
+
 #include <list>
 #include <memory>
 #include <string>
-
-#include "ClientCommunications/IAaSigningCertificateFinder.h"
-#include "ClientCommunications/IServiceFinder.h"
 
 namespace Ombry::ClientCommunications {
 

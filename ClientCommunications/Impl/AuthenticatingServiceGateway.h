@@ -1,11 +1,11 @@
 #pragma once
 
-#include <memory>
-
 #include "ClientCommunications/IAuthenticator.h"
 #include "ClientCommunications/IServiceGateway.h"
 #include "ClientCommunications/IStreamServiceResponse.h"
 #include "ClientCommunications/IStringServiceResponse.h"
+
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <cstdint>
-#include <exception>
-
 #include "ClientCommunications/IServiceGateway.h"
 #include "OmbryZephCore/ZephSyncDataIf.h"
+
+#include <cstdint>
+#include <exception>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include "ClientCommunications/CommunicationsParameters.h"
 #include "LibraryLogger/ILogger.h"
 #include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephSorrelConnectionParameters.h"
+
+#include <memory>
+#include <string>
 
 namespace Ombry::ClientCommunications {
 

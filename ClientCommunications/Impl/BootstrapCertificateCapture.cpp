@@ -1,7 +1,3 @@
-#include <cstring>
-#include <stdexcept>
-#include <utility>
-
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
 #include "OmbryZephCore/ZephIOTaskManager_Sync.h"
 #include "OmbryZephCore/ZephResultCodes.h"
@@ -11,6 +7,10 @@
 #include "OmbryZephCore/ZephSocketIO.h"
 #include "Platform/Base64Text.h"
 #include "Platform/ICertificates.h"
+
+#include <cstring>
+#include <stdexcept>
+#include <utility>
 
 namespace Ombry::ClientCommunications {
 namespace {

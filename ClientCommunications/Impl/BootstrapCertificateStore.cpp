@@ -1,11 +1,11 @@
+#include "ClientCommunications/Impl/BootstrapCertificate.h"
+#include "Platform/Base64Text.h"
+#include "Platform/ICertificates.h"
+
 #include <algorithm>
 #include <array>
 #include <stdexcept>
 #include <utility>
-
-#include "ClientCommunications/Impl/BootstrapCertificate.h"
-#include "Platform/Base64Text.h"
-#include "Platform/ICertificates.h"
 
 namespace Ombry::ClientCommunications {
 namespace {

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ClientCommunications/IServiceRequestFactory.h"
+
 #include <memory>
 #include <string>
-
-#include "ClientCommunications/IServiceRequestFactory.h"
 
 namespace Ombry::ClientCommunications {
 

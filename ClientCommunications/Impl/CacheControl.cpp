@@ -1,10 +1,10 @@
 #include "ClientCommunications/Impl/CacheControl.h"
 
-#include <locale>
-#include <sstream>
-
 #include "ClientCommunications/Impl/RuntimeTexts.h"
 #include "Platform/IClock.h"
+
+#include <locale>
+#include <sstream>
 
 namespace Ombry::ClientCommunications {
 namespace {

@@ -1,9 +1,9 @@
 #include "ClientCommunications/Impl/ClientAuthenticator.h"
 
-#include <string_view>
-
 #include "ClientCommunications/Impl/Base64.h"
 #include "ClientCommunications/Impl/SecretBuffer.h"
+
+#include <string_view>
 
 namespace Ombry::ClientCommunications {
 namespace {

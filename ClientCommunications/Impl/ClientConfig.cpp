@@ -1,8 +1,5 @@
 #include "ClientCommunications/Impl/ClientConfig.h"
 
-#include <algorithm>
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/AuthenticatingServiceGateway.h"
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
 #include "ClientCommunications/Impl/ClientAuthenticator.h"
@@ -22,6 +19,9 @@
 #include "ObjectMapping/Serialization.h"
 #include "ObjectMapping/VectorArray.h"
 #include "OmbryZephCore/ZephUrl.h"
+
+#include <algorithm>
+#include <stdexcept>
 
 namespace Ombry::ClientCommunications {
 

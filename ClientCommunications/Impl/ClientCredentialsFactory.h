@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include "ClientCommunications/IClientCredentialsFactory.h"
 #include "ClientCommunications/IDataProtection.h"
+
+#include <memory>
+#include <string>
 
 namespace Ombry::ClientCommunications {
 

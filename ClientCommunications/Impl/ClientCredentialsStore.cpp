@@ -1,7 +1,5 @@
 #include "ClientCommunications/Impl/ClientCredentialsStore.h"
 
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/ClientCredentials.h"
 #include "ClientCommunications/Impl/ClientCredentialsFactory.h"
 #include "ClientCommunications/Impl/DataProtectionBase64.h"
@@ -13,6 +11,8 @@
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
 #include "ClientCommunications/Impl/WindowsPersistableDataProtection.h"
 #include "ObjectMapping/Serialization.h"
+
+#include <stdexcept>
 
 namespace Ombry::ClientCommunications {
 namespace {

@@ -1,11 +1,11 @@
 #include "ClientCommunications/CommunicationsParameters.h"
 
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/FileStorage.h"
 #include "ClientCommunications/Impl/MachineFiles.h"
 #include "Platform/IKnownFolders.h"
 #include "Platform/ITextConversion.h"
+
+#include <stdexcept>
 
 namespace Ombry::ClientCommunications {
 namespace {

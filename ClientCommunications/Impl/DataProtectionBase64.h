@@ -1,8 +1,8 @@
 #pragma once
 
-#include <memory>
-
 #include "ClientCommunications/IDataProtection.h"
+
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,10 +1,10 @@
 #include "ClientCommunications/Impl/DirectoryKeyValueStorage.h"
 
-#include <algorithm>
-
 #include "ClientCommunications/Impl/KeyHash.h"
 #include "ClientCommunications/Impl/SafeFileStorage.h"
 #include "Platform/IClock.h"
+
+#include <algorithm>
 
 namespace Ombry::ClientCommunications {
 namespace {

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <optional>
-
 #include "ClientCommunications/IKeyValueStorage.h"
 #include "ClientCommunications/Impl/KeyLockTable.h"
 #include "Platform/IFiles.h"
 #include "Platform/SecureWipe.h"
+
+#include <optional>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <memory>
-
 #include "ClientCommunications/IRetryDelayIteratorFactory.h"
 #include "ClientCommunications/Impl/ExponentialDelayRetryIterator.h"
+
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "ClientCommunications/IFailedServices.h"
+#include "ClientCommunications/IRetryDelayIterator.h"
+#include "ClientCommunications/IRetryDelayIteratorFactory.h"
+
 #include <condition_variable>
 #include <map>
 #include <mutex>
 #include <thread>
-
-#include "ClientCommunications/IFailedServices.h"
-#include "ClientCommunications/IRetryDelayIterator.h"
-#include "ClientCommunications/IRetryDelayIteratorFactory.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -1,8 +1,8 @@
 #include "ClientCommunications/Impl/FileStorage.h"
 
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/RuntimeTexts.h"
+
+#include <stdexcept>
 
 namespace Ombry::ClientCommunications {
 namespace {

@@ -1,11 +1,11 @@
 #include "ClientCommunications/Impl/FoundServices.h"
 
+#include "ClientCommunications/Impl/Service.h"
+#include "Platform/IRandom.h"
+
 #include <algorithm>
 #include <random>
 #include <vector>
-
-#include "ClientCommunications/Impl/Service.h"
-#include "Platform/IRandom.h"
 
 namespace Ombry::ClientCommunications {
 namespace {

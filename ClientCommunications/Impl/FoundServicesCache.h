@@ -1,11 +1,11 @@
 #pragma once
 
-#include <mutex>
-
 #include "ClientCommunications/IFoundServices.h"
 #include "ClientCommunications/IFoundServicesCache.h"
 #include "ClientCommunications/IStorage.h"
 #include "LibraryLogger/ILogger.h"
+
+#include <mutex>
 
 namespace Ombry::ClientCommunications {
 

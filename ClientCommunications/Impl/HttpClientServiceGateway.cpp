@@ -1,10 +1,5 @@
 #include "ClientCommunications/Impl/HttpClientServiceGateway.h"
 
-#include <algorithm>
-#include <cstdlib>
-#include <limits>
-#include <stdexcept>
-
 #include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/BodyLimit.h"
 #include "ClientCommunications/Impl/ServiceResponse.h"
@@ -14,6 +9,11 @@
 #include "ClientCommunications/Impl/SyncWriterAdapter.h"
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephUrl.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+#include <stdexcept>
 
 namespace Ombry::ClientCommunications {
 namespace {

@@ -1,8 +1,8 @@
 #include "ClientCommunications/Impl/HttpClientServiceGatewayFactory.h"
 
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/HttpClientServiceGateway.h"
+
+#include <stdexcept>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <memory>
-
 #include "ClientCommunications/IServiceFinder.h"
 #include "ClientCommunications/Impl/ICandidateServiceFinder.h"
+
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,8 +1,8 @@
 #include "ClientCommunications/Impl/IndefinitelyStickyPolicyCandidateFinder.h"
 
-#include <stdexcept>
-
 #include "Platform/IClock.h"
+
+#include <stdexcept>
 
 namespace Ombry::ClientCommunications {
 namespace {

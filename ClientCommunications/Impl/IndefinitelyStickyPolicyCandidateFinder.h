@@ -1,9 +1,9 @@
 #pragma once
 
-#include <memory>
-
 #include "ClientCommunications/Impl/IndefinitelyStickyPolicyCandidateFinderFactory.h"
 #include "ClientCommunications/Impl/NextCandidateSelector.h"
+
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "ClientCommunications/IFailedServices.h"
+#include "ClientCommunications/Impl/ICandidateServiceFinderFactory.h"
+#include "LibraryLogger/ILogger.h"
+
 #include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <thread>
-
-#include "ClientCommunications/IFailedServices.h"
-#include "ClientCommunications/Impl/ICandidateServiceFinderFactory.h"
-#include "LibraryLogger/ILogger.h"
 
 namespace Ombry::ClientCommunications {
 

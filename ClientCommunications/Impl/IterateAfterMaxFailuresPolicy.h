@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
-
 #include "ClientCommunications/IFailedServices.h"
 #include "ClientCommunications/IServiceIteratePolicy.h"
 #include "LibraryLogger/ILogger.h"
+
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <list>
-#include <memory>
-
 #include "ClientCommunications/Impl/IterateAfterMaxFailuresPolicyCandidateFinderFactory.h"
 #include "ClientCommunications/Impl/NextCandidateSelector.h"
+
+#include <list>
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

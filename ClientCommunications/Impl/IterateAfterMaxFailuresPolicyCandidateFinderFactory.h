@@ -1,12 +1,12 @@
 #pragma once
 
-#include <algorithm>
-#include <memory>
-#include <mutex>
-
 #include "ClientCommunications/IFailedServices.h"
 #include "ClientCommunications/Impl/ICandidateServiceFinderFactory.h"
 #include "LibraryLogger/ILogger.h"
+
+#include <algorithm>
+#include <memory>
+#include <mutex>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,16 +1,16 @@
 #pragma once
 
+#include "ClientCommunications/IAuthenticator.h"
+#include "ClientCommunications/IOAuth2Client.h"
+#include "ClientCommunications/Impl/DirectoryKeyValueStorage.h"
+#include "LibraryLogger/ILogger.h"
+
 #include <condition_variable>
 #include <map>
 #include <mutex>
 #include <random>
 #include <set>
 #include <thread>
-
-#include "ClientCommunications/IAuthenticator.h"
-#include "ClientCommunications/IOAuth2Client.h"
-#include "ClientCommunications/Impl/DirectoryKeyValueStorage.h"
-#include "LibraryLogger/ILogger.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -1,11 +1,11 @@
 #include "ClientCommunications/Impl/KeyHash.h"
 
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/Base64.h"
 #include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephResultCodes.h"
 #include "Platform/IHash.h"
+
+#include <stdexcept>
 
 namespace Ombry::ClientCommunications {
 namespace {

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include "ClientCommunications/ILocalServiceFinderFactory.h"
 #include "ClientCommunications/ILocalServiceLookup.h"
 #include "ClientCommunications/IServiceFinderFactory.h"
+
+#include <memory>
+#include <string>
 
 namespace Ombry::ClientCommunications {
 

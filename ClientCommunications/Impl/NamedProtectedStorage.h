@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include "ClientCommunications/IDataProtection.h"
 #include "ClientCommunications/INamedStorage.h"
+
+#include <memory>
+#include <string>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,10 +1,10 @@
 #include "ClientCommunications/Impl/NextCandidateSelector.h"
 
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/RuntimeTexts.h"
 #include "LibraryLogger/LogCall.h"
 #include "Platform/IClock.h"
+
+#include <stdexcept>
 
 namespace Ombry::ClientCommunications {
 namespace {

@@ -1,13 +1,13 @@
 #pragma once
 
-#include <functional>
-#include <list>
-#include <set>
-
 #include "Cancellation/Token.h"
 #include "ClientCommunications/IFailedServices.h"
 #include "ClientCommunications/ServiceCandidate.h"
 #include "LibraryLogger/ILogger.h"
+
+#include <functional>
+#include <list>
+#include <set>
 
 namespace Ombry::ClientCommunications {
 

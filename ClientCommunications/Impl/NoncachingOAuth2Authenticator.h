@@ -1,12 +1,12 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include "ClientCommunications/IAuthenticator.h"
 #include "ClientCommunications/IServiceGateway.h"
 #include "ClientCommunications/IServiceRequestFactory.h"
 #include "LibraryLogger/ILogger.h"
+
+#include <memory>
+#include <string>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ObjectMapping/MapperIf.h"
+
 #include <stdexcept>
 #include <string>
-
-#include "ObjectMapping/MapperIf.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <memory>
-
 #include "ClientCommunications/IDataProtection.h"
 #include "ClientCommunications/IStorage.h"
+
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <functional>
-#include <memory>
-
 #include "ClientCommunications/IAuthenticator.h"
 #include "ClientCommunications/IHttpClientServiceGatewayFactory.h"
+
+#include <functional>
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,9 +1,9 @@
 #include "ClientCommunications/RootRequestMetaData.h"
 
-#include <map>
-
 #include "ClientCommunications/Impl/GuidText.h"
 #include "ClientCommunications/Impl/RuntimeTexts.h"
+
+#include <map>
 
 namespace Ombry::ClientCommunications::RootRequestMetaData {
 namespace {

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "ClientCommunications/IFoundServicesCache.h"
+#include "ClientCommunications/IServiceFinder.h"
+#include "LibraryLogger/ILogger.h"
+
 #include <condition_variable>
 #include <mutex>
 #include <random>
 #include <thread>
-
-#include "ClientCommunications/IFoundServicesCache.h"
-#include "ClientCommunications/IServiceFinder.h"
-#include "LibraryLogger/ILogger.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -1,9 +1,9 @@
 #include "ClientCommunications/Impl/SSDFoundServicesCache.h"
 
+#include "LibraryLogger/LogCall.h"
+
 #include <map>
 #include <string>
-
-#include "LibraryLogger/LogCall.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <optional>
-
 #include "ClientCommunications/Impl/NamedFileStorage.h"
+
+#include <optional>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "Platform/SecureWipe.h"
+
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <span>
 #include <string>
-
-#include "Platform/SecureWipe.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -1,13 +1,13 @@
 #include "ClientCommunications/Impl/ServiceFinder.h"
 
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/CacheControl.h"
 #include "ClientCommunications/Impl/FoundServices.h"
 #include "ClientCommunications/RootRequestMetaData.h"
 #include "LibraryLogger/LogCall.h"
 #include "ObjectMapping/Serialization.h"
 #include "Platform/IClock.h"
+
+#include <stdexcept>
 
 namespace Ombry::ClientCommunications {
 namespace {

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <functional>
-
 #include "ClientCommunications/IAuthenticator.h"
 #include "ClientCommunications/IHttpClientServiceGatewayFactory.h"
 #include "ClientCommunications/IServiceGatewayFactory.h"
 #include "ClientCommunications/Impl/RequestExecutionDelegate.h"
+
+#include <functional>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
-
 #include "ClientCommunications/IAuthenticator.h"
 #include "ClientCommunications/IHttpClientServiceGatewayFactory.h"
 #include "ClientCommunications/IServiceGatewayFactory.h"
+
+#include <memory>
 
 namespace Ombry::ClientCommunications {
 

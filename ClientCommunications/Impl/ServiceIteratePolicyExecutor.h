@@ -1,10 +1,10 @@
 #pragma once
 
-#include <set>
-
 #include "ClientCommunications/IServiceIteratePolicyExecutor.h"
 #include "ClientCommunications/Impl/ICandidateServiceFinderFactory.h"
 #include "LibraryLogger/ILogger.h"
+
+#include <set>
 
 namespace Ombry::ClientCommunications {
 

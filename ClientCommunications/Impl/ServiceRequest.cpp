@@ -1,10 +1,10 @@
 #include "ClientCommunications/Impl/ServiceRequest.h"
 
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/RuntimeTexts.h"
 #include "ClientCommunications/Impl/SyncStringReader.h"
 #include "Platform/SecureWipe.h"
+
+#include <stdexcept>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <map>
-
 #include "ClientCommunications/IServiceRequest.h"
+
+#include <map>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,9 +1,9 @@
 #include "ClientCommunications/Impl/ServiceResponse.h"
 
-#include <algorithm>
-
 #include "ClientCommunications/Impl/LowerCase.h"
 #include "ClientCommunications/Impl/RuntimeTexts.h"
+
+#include <algorithm>
 
 namespace Ombry::ClientCommunications {
 

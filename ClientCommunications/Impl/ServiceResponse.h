@@ -1,11 +1,11 @@
 #pragma once
 
-#include <map>
-
 #include "ClientCommunications/IServiceResponse.h"
 #include "ClientCommunications/IStreamServiceResponse.h"
 #include "ClientCommunications/IStringServiceResponse.h"
 #include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
+
+#include <map>
 
 namespace Ombry::ClientCommunications {
 

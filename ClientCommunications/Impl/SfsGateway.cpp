@@ -1,12 +1,12 @@
 #include "ClientCommunications/SfsGateway.h"
 
-#include <algorithm>
-#include <initializer_list>
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/EndpointPaths.h"
 #include "ClientCommunications/Impl/SecretBuffer.h"
 #include "ObjectMapping/Serialization.h"
+
+#include <algorithm>
+#include <initializer_list>
+#include <stdexcept>
 
 namespace Ombry::ClientCommunications::SfsGateway {
 namespace {

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <string>
-
 #include "ClientCommunications/ISyncWriter.h"
 #include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
 #include "OmbryZephCore/ZephSyncDataIf.h"
+
+#include <string>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <string>
-
 #include "ClientCommunications/ISyncReader.h"
 #include "Platform/SecureWipe.h"
+
+#include <string>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "ClientCommunications/ISyncWriter.h"
+
+#include <string>
 
 namespace Ombry::ClientCommunications {
 

@@ -1,12 +1,12 @@
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
 
-#include <algorithm>
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/Base64.h"
 #include "ClientCommunications/Impl/SecretBuffer.h"
 #include "Platform/IMemoryProtection.h"
 #include "Platform/SecureWipe.h"
+
+#include <algorithm>
+#include <stdexcept>
 
 namespace Ombry::ClientCommunications {
 namespace {

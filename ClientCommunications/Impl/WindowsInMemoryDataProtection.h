@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstdint>
-
 #include "ClientCommunications/IDataProtection.h"
+
+#include <cstdint>
 
 namespace Ombry::ClientCommunications {
 

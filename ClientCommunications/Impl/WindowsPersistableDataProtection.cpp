@@ -1,11 +1,11 @@
 #include "ClientCommunications/Impl/WindowsPersistableDataProtection.h"
 
+#include "Platform/IMachineProtection.h"
+#include "Platform/SecureWipe.h"
+
 #include <optional>
 #include <stdexcept>
 #include <string_view>
-
-#include "Platform/IMachineProtection.h"
-#include "Platform/SecureWipe.h"
 
 namespace Ombry::ClientCommunications {
 namespace {

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ClientCommunications/IDataProtection.h"
+
 #include <cstdint>
 #include <string_view>
-
-#include "ClientCommunications/IDataProtection.h"
 
 namespace Ombry::ClientCommunications {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "Platform/SecureWipe.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
-
-#include "Platform/SecureWipe.h"
 
 namespace Ombry::ObjectMapping::Impl {
 

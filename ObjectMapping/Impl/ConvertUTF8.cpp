@@ -1,8 +1,8 @@
 #include "ObjectMapping/Impl/ConvertUTF8.h"
 
-#include <stdexcept>
-
 #include "Platform/ITextConversion.h"
+
+#include <stdexcept>
 
 namespace Ombry::ObjectMapping::Impl {
 namespace {

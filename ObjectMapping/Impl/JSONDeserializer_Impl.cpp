@@ -1,13 +1,13 @@
 #include "ObjectMapping/Impl/JSONDeserializer_Impl.h"
 
+#include "ObjectMapping/Impl/ConvertUTF8.h"
+#include "Platform/MadeOnce.h"
+#include "rapidjson/error/en.h"
+
 #include <cmath>
 #include <limits>
 #include <stdexcept>
 #include <type_traits>
-
-#include "ObjectMapping/Impl/ConvertUTF8.h"
-#include "Platform/MadeOnce.h"
-#include "rapidjson/error/en.h"
 
 namespace Ombry::ObjectMapping {
 namespace Impl {

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <string_view>
-#include <vector>
-
 #include "ObjectMapping/Impl/CheckedAllocator.h"
 #include "ObjectMapping/Serialization.h"
 #include "rapidjson/document.h"
+
+#include <string_view>
+#include <vector>
 
 namespace Ombry::ObjectMapping::Impl {
 

@@ -1,12 +1,12 @@
 #include "ObjectMapping/Impl/JSONSerializer_Impl.h"
 
+#include "ObjectMapping/Impl/ConvertUTF8.h"
+#include "Platform/SecureWipe.h"
+
 #include <cstring>
 #include <limits>
 #include <stdexcept>
 #include <string_view>
-
-#include "ObjectMapping/Impl/ConvertUTF8.h"
-#include "Platform/SecureWipe.h"
 
 namespace rapidjson {
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <string_view>
-
 #include "ObjectMapping/Impl/CheckedAllocator.h"
 #include "ObjectMapping/Serialization.h"
 #include "rapidjson/prettywriter.h"
 #include "rapidjson/stringbuffer.h"
+
+#include <string_view>
 
 namespace Ombry::ObjectMapping::Impl {
 

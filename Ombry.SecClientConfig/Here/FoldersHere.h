@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "Platform/IKnownFolders.h"
+
+#include <string>
 
 namespace Ombry::SecClientConfig {
 

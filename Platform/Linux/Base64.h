@@ -1,10 +1,10 @@
 #pragma once
 
+#include "Platform/Result.h"
+
 #include <cstdint>
 #include <span>
 #include <string_view>
-
-#include "Platform/Result.h"
 
 namespace Ombry::Platform::Linux {
 

@@ -1,16 +1,16 @@
 #include "Platform/Linux/CertificateStore.h"
 
-#include <sys/file.h>
-
-#include <algorithm>
-#include <utility>
-
 #include "Platform/IClock.h"
 #include "Platform/IFiles.h"
 #include "Platform/ITextConversion.h"
 #include "Platform/Linux/Descriptor.h"
 #include "Platform/Linux/ProgramData.h"
 #include "Platform/Linux/X509.h"
+
+#include <sys/file.h>
+
+#include <algorithm>
+#include <utility>
 
 namespace Ombry::Platform::Linux {
 namespace {

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "Platform/ICertificates.h"
+
+#include <string>
 
 namespace Ombry::Platform::Linux {
 

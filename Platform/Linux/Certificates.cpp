@@ -1,16 +1,15 @@
 #include "Platform/ICertificates.h"
-
-#include <algorithm>
-#include <limits>
-#include <mutex>
-#include <string_view>
-
 #include "Platform/IKnownFolders.h"
 #include "Platform/Linux/Base64.h"
 #include "Platform/Linux/CertificateStore.h"
 #include "Platform/Linux/ProgramData.h"
 #include "Platform/Linux/X509.h"
 #include "Platform/MadeOnce.h"
+
+#include <algorithm>
+#include <limits>
+#include <mutex>
+#include <string_view>
 
 namespace Ombry::Platform {
 namespace {

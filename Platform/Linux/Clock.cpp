@@ -1,8 +1,8 @@
-#include <cerrno>
-#include <ctime>
-
 #include "Platform/IClock.h"
 #include "Platform/MadeOnce.h"
+
+#include <cerrno>
+#include <ctime>
 
 namespace Ombry::Platform {
 namespace {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/Result.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -7,8 +9,6 @@
 #include <string>
 #include <string_view>
 #include <utility>
-
-#include "Platform/Result.h"
 
 namespace Ombry::Platform::Linux {
 

@@ -1,14 +1,14 @@
+#include "Platform/IFiles.h"
+#include "Platform/Linux/Descriptor.h"
+#include "Platform/Linux/TemporaryFile.h"
+#include "Platform/MadeOnce.h"
+
 #include <dirent.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <cstdio>
 #include <limits>
-
-#include "Platform/IFiles.h"
-#include "Platform/Linux/Descriptor.h"
-#include "Platform/Linux/TemporaryFile.h"
-#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
 namespace {

@@ -1,12 +1,12 @@
+#include "Platform/IKnownFolders.h"
+#include "Platform/ITextConversion.h"
+#include "Platform/MadeOnce.h"
+
 #include <pwd.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <vector>
-
-#include "Platform/IKnownFolders.h"
-#include "Platform/ITextConversion.h"
-#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
 namespace {

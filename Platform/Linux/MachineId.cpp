@@ -1,14 +1,14 @@
 #include "Platform/Linux/MachineId.h"
 
-#include <stdlib.h>
-#include <sys/stat.h>
-
-#include <memory>
-
 #include "Platform/IFiles.h"
 #include "Platform/IMachineId.h"
 #include "Platform/Linux/Descriptor.h"
 #include "Platform/MadeOnce.h"
+
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <memory>
 
 namespace Ombry::Platform {
 namespace Linux {

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "Platform/Result.h"
+
+#include <string>
 
 namespace Ombry::Platform::Linux {
 

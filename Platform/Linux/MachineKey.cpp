@@ -1,7 +1,5 @@
 #include "Platform/Linux/MachineKey.h"
 
-#include <sys/stat.h>
-
 #include "Platform/IFiles.h"
 #include "Platform/IKnownFolders.h"
 #include "Platform/IRandom.h"
@@ -9,6 +7,8 @@
 #include "Platform/Linux/ProgramData.h"
 #include "Platform/Linux/TemporaryFile.h"
 #include "Platform/SecureWipe.h"
+
+#include <sys/stat.h>
 
 namespace Ombry::Platform::Linux {
 namespace {

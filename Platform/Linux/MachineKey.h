@@ -1,9 +1,9 @@
 #pragma once
 
+#include "Platform/Result.h"
+
 #include <cerrno>
 #include <string>
-
-#include "Platform/Result.h"
 
 namespace Ombry::Platform::Linux {
 

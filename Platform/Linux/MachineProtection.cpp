@@ -1,10 +1,3 @@
-#include <openssl/core_names.h>
-#include <openssl/kdf.h>
-
-#include <algorithm>
-#include <array>
-#include <limits>
-
 #include "Platform/IMachineId.h"
 #include "Platform/IMachineProtection.h"
 #include "Platform/IRandom.h"
@@ -12,6 +5,13 @@
 #include "Platform/Linux/OpenSSL.h"
 #include "Platform/MadeOnce.h"
 #include "Platform/SecureWipe.h"
+
+#include <openssl/core_names.h>
+#include <openssl/kdf.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
 
 namespace Ombry::Platform {
 namespace {

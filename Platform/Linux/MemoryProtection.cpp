@@ -1,14 +1,14 @@
-#include <sys/mman.h>
-
-#include <algorithm>
-#include <array>
-#include <atomic>
-
 #include "Platform/IMemoryProtection.h"
 #include "Platform/IRandom.h"
 #include "Platform/Linux/OpenSSL.h"
 #include "Platform/MadeOnce.h"
 #include "Platform/SecureWipe.h"
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
 
 namespace Ombry::Platform {
 namespace {

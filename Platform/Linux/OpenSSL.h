@@ -1,13 +1,13 @@
 #pragma once
 
+#include "Platform/OpenSSLInit.h"
+#include "Platform/Result.h"
+
 #include <openssl/err.h>
 #include <openssl/evp.h>
 
 #include <cerrno>
 #include <memory>
-
-#include "Platform/OpenSSLInit.h"
-#include "Platform/Result.h"
 
 namespace Ombry::Platform::Linux {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "Platform/Result.h"
+
 #include <string>
 #include <string_view>
-
-#include "Platform/Result.h"
 
 namespace Ombry::Platform::Linux {
 

@@ -1,12 +1,12 @@
+#include "Platform/IRandom.h"
+#include "Platform/MadeOnce.h"
+
 #include <sys/random.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 #include <string>
-
-#include "Platform/IRandom.h"
-#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
 namespace {

@@ -1,8 +1,7 @@
 #include "Platform/ISecurityProvider.h"
+#include "Platform/MadeOnce.h"
 
 #include <cerrno>
-
-#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
 namespace {

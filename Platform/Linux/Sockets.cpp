@@ -1,3 +1,7 @@
+#include "Platform/IClock.h"
+#include "Platform/ISockets.h"
+#include "Platform/MadeOnce.h"
+
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -10,10 +14,6 @@
 #include <cerrno>
 #include <limits>
 #include <memory>
-
-#include "Platform/IClock.h"
-#include "Platform/ISockets.h"
-#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform {
 

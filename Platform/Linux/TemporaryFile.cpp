@@ -1,5 +1,8 @@
 #include "Platform/Linux/TemporaryFile.h"
 
+#include "Platform/IFiles.h"
+#include "Platform/MadeOnce.h"
+
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -10,9 +13,6 @@
 #include <mutex>
 #include <set>
 #include <string_view>
-
-#include "Platform/IFiles.h"
-#include "Platform/MadeOnce.h"
 
 namespace Ombry::Platform::Linux {
 namespace {

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "Platform/Linux/Descriptor.h"
+#include "Platform/Result.h"
+
 #include <unistd.h>
 
 #include <string>
 #include <utility>
-
-#include "Platform/Linux/Descriptor.h"
-#include "Platform/Result.h"
 
 namespace Ombry::Platform::Linux {
 

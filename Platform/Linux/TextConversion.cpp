@@ -1,8 +1,8 @@
-#include <cstdint>
-#include <limits>
-
 #include "Platform/ITextConversion.h"
 #include "Platform/MadeOnce.h"
+
+#include <cstdint>
+#include <limits>
 
 namespace Ombry::Platform {
 namespace {

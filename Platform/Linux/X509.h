@@ -1,14 +1,14 @@
 #pragma once
 
+#include "Platform/ICertificates.h"
+#include "Platform/Linux/OpenSSL.h"
+
 #include <openssl/x509.h>
 
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
-
-#include "Platform/ICertificates.h"
-#include "Platform/Linux/OpenSSL.h"
 
 namespace Ombry::Platform::Linux {
 

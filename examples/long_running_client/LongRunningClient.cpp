@@ -1,5 +1,11 @@
 #include "LongRunningClient.h"
 
+#include "ClientCommunications/IClientCommunications.h"
+#include "ClientCommunications/IService.h"
+#include "ClientCommunications/IServiceResponse.h"
+#include "Platform/IClock.h"
+#include "StopSignals.h"
+
 #include <charconv>
 #include <chrono>
 #include <cstdio>
@@ -8,12 +14,6 @@
 #include <iostream>
 #include <memory>
 #include <string>
-
-#include "ClientCommunications/IClientCommunications.h"
-#include "ClientCommunications/IService.h"
-#include "ClientCommunications/IServiceResponse.h"
-#include "Platform/IClock.h"
-#include "StopSignals.h"
 
 namespace Example {
 namespace {

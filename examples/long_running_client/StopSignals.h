@@ -1,9 +1,9 @@
 #pragma once
 
+#include "Cancellation/Token.h"
+
 #include <csignal>
 #include <thread>
-
-#include "Cancellation/Token.h"
 
 namespace Example {
 

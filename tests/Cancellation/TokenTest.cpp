@@ -1,4 +1,8 @@
+#include "Cancellation/Impl/LinkedTokenState.h"
+#include "Cancellation/Impl/TokenStateTimeout.h"
 #include "Cancellation/Token.h"
+#include "tests/Fakes/AllocationCount.h"
+#include "tests/Fakes/FakeClock.h"
 
 #include <gtest/gtest.h>
 
@@ -11,11 +15,6 @@
 #include <type_traits>
 #include <typeinfo>
 #include <vector>
-
-#include "Cancellation/Impl/LinkedTokenState.h"
-#include "Cancellation/Impl/TokenStateTimeout.h"
-#include "tests/Fakes/AllocationCount.h"
-#include "tests/Fakes/FakeClock.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,12 +1,11 @@
 #include "ClientCommunications/Impl/AaSigningCertificateFinder.h"
+#include "ClientCommunications/Impl/FoundServices.h"
+#include "ClientCommunications/Impl/Service.h"
+#include "tests/Fakes/FakeServiceFinder.h"
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
-
-#include "ClientCommunications/Impl/FoundServices.h"
-#include "ClientCommunications/Impl/Service.h"
-#include "tests/Fakes/FakeServiceFinder.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,10 +1,9 @@
 #include "ClientCommunications/Impl/AuthenticatingServiceGateway.h"
-
-#include <gtest/gtest.h>
-
 #include "ClientCommunications/Impl/BootstrapServiceRequestFactory.h"
 #include "ClientCommunications/Impl/SyncStringWriter.h"
 #include "tests/Fakes/ScriptedGateway.h"
+
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,6 +1,3 @@
-#include <map>
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/Base64.h"
 #include "ClientCommunications/Impl/ClientAuthenticator.h"
 #include "ClientCommunications/Impl/ClientCredentials.h"
@@ -10,6 +7,9 @@
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
 #include "tests/Fakes/FreedMemory.h"
 #include "tests/Fakes/HeadersOf.h"
+
+#include <map>
+#include <stdexcept>
 
 namespace Ombry::Tests {
 namespace {

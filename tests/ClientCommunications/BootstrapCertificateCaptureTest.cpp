@@ -1,10 +1,3 @@
-#include <openssl/ssl.h>
-
-#include <algorithm>
-#include <optional>
-#include <stdexcept>
-#include <thread>
-
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FaultyCertificates.h"
@@ -12,6 +5,13 @@
 #include "tests/Fakes/LoopbackPeer.h"
 #include "tests/Fakes/MemoryServer.h"
 #include "tests/Fakes/RecordingLogger.h"
+
+#include <openssl/ssl.h>
+
+#include <algorithm>
+#include <optional>
+#include <stdexcept>
+#include <thread>
 
 namespace Ombry::Tests {
 namespace {

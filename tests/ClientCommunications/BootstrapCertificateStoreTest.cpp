@@ -1,14 +1,14 @@
-#include <cerrno>
-#include <filesystem>
-#include <map>
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FaultyCertificates.h"
 #include "tests/Fakes/FaultyFiles.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 #include "tests/Fakes/TestCertificates.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <map>
+#include <stdexcept>
 
 namespace Ombry::Tests {
 namespace {

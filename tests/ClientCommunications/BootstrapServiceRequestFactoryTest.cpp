@@ -1,8 +1,7 @@
 #include "ClientCommunications/Impl/BootstrapServiceRequestFactory.h"
+#include "tests/Fakes/HeadersOf.h"
 
 #include <gtest/gtest.h>
-
-#include "tests/Fakes/HeadersOf.h"
 
 namespace Ombry::Tests {
 namespace {

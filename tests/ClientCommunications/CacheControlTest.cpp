@@ -1,12 +1,11 @@
 #include "ClientCommunications/Impl/CacheControl.h"
+#include "tests/Fakes/FakeClock.h"
 
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <locale>
 #include <stdexcept>
-
-#include "tests/Fakes/FakeClock.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,8 +1,7 @@
 #include "ClientCommunications/Impl/CachedSSDServiceFinder.h"
+#include "ClientCommunications/Impl/FoundServices.h"
 
 #include <gtest/gtest.h>
-
-#include "ClientCommunications/Impl/FoundServices.h"
 
 namespace Ombry::Tests {
 namespace {

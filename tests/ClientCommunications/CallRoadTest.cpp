@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/EmptyAuthenticator.h"
 #include "ClientCommunications/Impl/ExponentialDelayRetryIteratorFactory.h"
@@ -16,6 +14,8 @@
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedSockets.h"
+
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,9 +1,4 @@
 #include "ClientCommunications/Impl/ClientCommunications.h"
-
-#include <gtest/gtest.h>
-
-#include <system_error>
-
 #include "ClientCommunications/Impl/ClientCredentials.h"
 #include "ClientCommunications/Impl/ClientCredentialsStore.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
@@ -17,6 +12,10 @@
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/OneCertificateStore.h"
 #include "tests/Fakes/RecordingLogger.h"
+
+#include <gtest/gtest.h>
+
+#include <system_error>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,14 +1,5 @@
-#include "ClientCommunications/Impl/ClientConfig.h"
-
-#include <cerrno>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <map>
-#include <set>
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
+#include "ClientCommunications/Impl/ClientConfig.h"
 #include "ClientCommunications/Impl/ClientCredentials.h"
 #include "ClientCommunications/Impl/ClientCredentialsStore.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
@@ -18,6 +9,14 @@
 #include "tests/Fakes/FaultyCertificates.h"
 #include "tests/Fakes/FaultyFiles.h"
 #include "tests/Fakes/RecordingLogger.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <set>
+#include <stdexcept>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,4 +1,12 @@
+#include "ClientCommunications/Impl/Base64.h"
+#include "ClientCommunications/Impl/ClientCredentials.h"
 #include "ClientCommunications/Impl/ClientCredentialsStore.h"
+#include "tests/Fakes/FakeKnownFolders.h"
+#include "tests/Fakes/FakeMachineId.h"
+#include "tests/Fakes/FakeProtections.h"
+#include "tests/Fakes/FreedMemory.h"
+#include "tests/Fakes/MemoryFiles.h"
+#include "tests/Fakes/TemporaryDirectory.h"
 
 #include <sys/stat.h>
 
@@ -6,15 +14,6 @@
 #include <cerrno>
 #include <filesystem>
 #include <stdexcept>
-
-#include "ClientCommunications/Impl/Base64.h"
-#include "ClientCommunications/Impl/ClientCredentials.h"
-#include "tests/Fakes/FakeKnownFolders.h"
-#include "tests/Fakes/FakeMachineId.h"
-#include "tests/Fakes/FakeProtections.h"
-#include "tests/Fakes/FreedMemory.h"
-#include "tests/Fakes/MemoryFiles.h"
-#include "tests/Fakes/TemporaryDirectory.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,13 +1,12 @@
-#include "ClientCommunications/Impl/ClientCredentials.h"
-
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/Base64.h"
+#include "ClientCommunications/Impl/ClientCredentials.h"
 #include "ClientCommunications/Impl/ClientCredentialsFactory.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
 #include "Platform/SecureWipe.h"
 #include "tests/Fakes/FakeProtections.h"
 #include "tests/Fakes/FreedMemory.h"
+
+#include <stdexcept>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,11 +1,10 @@
 #include "ClientCommunications/CommunicationsParameters.h"
-
-#include <stdexcept>
-
 #include "Platform/IKnownFolders.h"
 #include "Platform/ITextConversion.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/MemoryFiles.h"
+
+#include <stdexcept>
 
 namespace Ombry::Tests {
 namespace {

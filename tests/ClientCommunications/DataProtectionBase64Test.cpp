@@ -1,6 +1,5 @@
-#include "ClientCommunications/Impl/DataProtectionBase64.h"
-
 #include "ClientCommunications/Impl/Base64.h"
+#include "ClientCommunications/Impl/DataProtectionBase64.h"
 #include "ClientCommunications/Impl/WindowsPersistableDataProtection.h"
 #include "tests/Fakes/FailureOf.h"
 #include "tests/Fakes/FakeProtections.h"

@@ -1,16 +1,15 @@
 #include "ClientCommunications/Impl/DirectoryKeyValueStorage.h"
-
-#include <algorithm>
-#include <barrier>
-#include <cerrno>
-#include <filesystem>
-
 #include "ClientCommunications/Impl/KeyHash.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FaultyFiles.h"
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/ObservedThread.h"
 #include "tests/Fakes/TemporaryDirectory.h"
+
+#include <algorithm>
+#include <barrier>
+#include <cerrno>
+#include <filesystem>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,8 +1,7 @@
 #include "ClientCommunications/EnrollmentRecords.h"
+#include "ObjectMapping/Serialization.h"
 
 #include <gtest/gtest.h>
-
-#include "ObjectMapping/Serialization.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,4 +1,8 @@
+#include "ClientCommunications/Impl/ExponentialDelayRetryIterator.h"
+#include "ClientCommunications/Impl/ExponentialDelayRetryIteratorFactory.h"
 #include "ClientCommunications/Impl/FailedServices.h"
+#include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/LockFree.h"
 
 #include <gtest/gtest.h>
 
@@ -6,11 +10,6 @@
 #include <limits>
 #include <optional>
 #include <stdexcept>
-
-#include "ClientCommunications/Impl/ExponentialDelayRetryIterator.h"
-#include "ClientCommunications/Impl/ExponentialDelayRetryIteratorFactory.h"
-#include "tests/Fakes/FakeClock.h"
-#include "tests/Fakes/LockFree.h"
 
 namespace Ombry::Tests {
 namespace {

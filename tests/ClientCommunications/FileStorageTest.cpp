@@ -1,4 +1,7 @@
 #include "ClientCommunications/Impl/FileStorage.h"
+#include "tests/Fakes/FaultyFiles.h"
+#include "tests/Fakes/MemoryFiles.h"
+#include "tests/Fakes/TemporaryDirectory.h"
 
 #include <sys/stat.h>
 
@@ -7,10 +10,6 @@
 #include <filesystem>
 #include <stdexcept>
 #include <thread>
-
-#include "tests/Fakes/FaultyFiles.h"
-#include "tests/Fakes/MemoryFiles.h"
-#include "tests/Fakes/TemporaryDirectory.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,11 +1,5 @@
-#include "ClientCommunications/Impl/FoundServicesCache.h"
-
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <thread>
-
 #include "ClientCommunications/Impl/FoundServices.h"
+#include "ClientCommunications/Impl/FoundServicesCache.h"
 #include "ClientCommunications/Impl/SSDFoundServicesCache.h"
 #include "ClientCommunications/Impl/SafeFileStorage.h"
 #include "ClientCommunications/Impl/Service.h"
@@ -13,6 +7,11 @@
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/RecordingLogger.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <thread>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,16 +1,15 @@
 #include "ClientCommunications/Impl/FoundServices.h"
+#include "ObjectMapping/Serialization.h"
+#include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/FakeRandom.h"
+#include "tests/Fakes/FakeService.h"
+#include "tests/Fakes/FreedMemory.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
 #include <optional>
-
-#include "ObjectMapping/Serialization.h"
-#include "tests/Fakes/FakeClock.h"
-#include "tests/Fakes/FakeRandom.h"
-#include "tests/Fakes/FakeService.h"
-#include "tests/Fakes/FreedMemory.h"
 
 namespace Ombry::Tests {
 namespace {

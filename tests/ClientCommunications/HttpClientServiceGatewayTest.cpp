@@ -1,12 +1,6 @@
-#include "ClientCommunications/Impl/HttpClientServiceGateway.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <set>
-
 #include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/BodyLimit.h"
+#include "ClientCommunications/Impl/HttpClientServiceGateway.h"
 #include "ClientCommunications/Impl/HttpClientServiceGatewayFactory.h"
 #include "ClientCommunications/Impl/Service.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
@@ -18,6 +12,11 @@
 #include "tests/Fakes/LoopbackServer.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedSockets.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <set>
 
 namespace Ombry::Tests {
 namespace {

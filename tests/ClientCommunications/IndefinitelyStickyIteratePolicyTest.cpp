@@ -1,16 +1,9 @@
-#include "ClientCommunications/Impl/IndefinitelyStickyIteratePolicy.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <stdexcept>
-#include <thread>
-
 #include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/ExponentialDelayRetryIterator.h"
 #include "ClientCommunications/Impl/ExponentialDelayRetryIteratorFactory.h"
 #include "ClientCommunications/Impl/FailedServices.h"
 #include "ClientCommunications/Impl/ICandidateServiceFinder.h"
+#include "ClientCommunications/Impl/IndefinitelyStickyIteratePolicy.h"
 #include "ClientCommunications/Impl/IndefinitelyStickyPolicyCandidateFinderFactory.h"
 #include "ClientCommunications/Impl/ServiceIteratePolicyFactory.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
@@ -18,6 +11,12 @@
 #include "tests/Fakes/FakeFailedServices.h"
 #include "tests/Fakes/FakeServiceFinder.h"
 #include "tests/Fakes/ScriptedGateway.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <stdexcept>
+#include <thread>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,8 +1,8 @@
-#include <gtest/gtest.h>
-
 #include "ClientCommunications/Impl/ICandidateServiceFinder.h"
 #include "ClientCommunications/Impl/IndefinitelyStickyPolicyCandidateFinderFactory.h"
 #include "tests/Fakes/LockFree.h"
+
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,7 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <stdexcept>
-
 #include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/ExponentialDelayRetryIterator.h"
 #include "ClientCommunications/Impl/ExponentialDelayRetryIteratorFactory.h"
@@ -11,6 +7,10 @@
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeFailedServices.h"
 #include "tests/Fakes/FakeServiceFinder.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
 
 namespace Ombry::Tests {
 namespace {

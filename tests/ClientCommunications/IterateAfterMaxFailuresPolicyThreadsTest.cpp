@@ -1,11 +1,11 @@
-#include <gtest/gtest.h>
-
-#include <array>
-
 #include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/ICandidateServiceFinder.h"
 #include "ClientCommunications/Impl/IterateAfterMaxFailuresPolicyCandidateFinderFactory.h"
 #include "tests/Fakes/LockFree.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,9 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
 #include "ClientCommunications/Impl/JwtAuthenticator.h"
 #include "ClientCommunications/Impl/KeyHash.h"
 #include "ClientCommunications/Impl/Service.h"
@@ -15,6 +11,10 @@
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/RecordingLogger.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
 
 namespace Ombry::Tests {
 

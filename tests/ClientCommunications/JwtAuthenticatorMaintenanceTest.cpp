@@ -1,9 +1,9 @@
+#include "tests/ClientCommunications/JwtAuthenticatorFixture.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <future>
-
-#include "tests/ClientCommunications/JwtAuthenticatorFixture.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,12 +1,12 @@
-#include <gtest/gtest.h>
-
-#include <system_error>
-#include <thread>
-
 #include "ObjectMapping/Serialization.h"
 #include "tests/ClientCommunications/JwtAuthenticatorFixture.h"
 #include "tests/Fakes/FailingThreads.h"
 #include "tests/Fakes/FreedMemory.h"
+
+#include <gtest/gtest.h>
+
+#include <system_error>
+#include <thread>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,10 +1,9 @@
 #include "ClientCommunications/Impl/KeyHash.h"
+#include "OmbryZephCore/ZephIOBuffer.h"
+#include "Platform/IHash.h"
 
 #include <algorithm>
 #include <stdexcept>
-
-#include "OmbryZephCore/ZephIOBuffer.h"
-#include "Platform/IHash.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,9 +1,8 @@
 #include "ClientCommunications/Impl/KeyLockTable.h"
+#include "tests/Fakes/ObservedThread.h"
 
 #include <algorithm>
 #include <array>
-
-#include "tests/Fakes/ObservedThread.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,8 +1,7 @@
 #include "ClientCommunications/LocalConfiguration.h"
+#include "ObjectMapping/Serialization.h"
 
 #include <stdexcept>
-
-#include "ObjectMapping/Serialization.h"
 
 namespace Ombry::Tests {
 namespace {

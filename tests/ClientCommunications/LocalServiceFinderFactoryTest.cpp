@@ -1,12 +1,11 @@
 #include "ClientCommunications/Impl/LocalServiceFinderFactory.h"
+#include "ClientCommunications/Impl/ServiceFinderFactory.h"
+#include "ClientCommunications/Impl/ServiceRequestFactory.h"
+#include "tests/Fakes/ScriptedGateway.h"
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
-
-#include "ClientCommunications/Impl/ServiceFinderFactory.h"
-#include "ClientCommunications/Impl/ServiceRequestFactory.h"
-#include "tests/Fakes/ScriptedGateway.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,8 +1,7 @@
 #include "ClientCommunications/Impl/NamedFileStorage.h"
+#include "tests/Fakes/MemoryFiles.h"
 
 #include <cerrno>
-
-#include "tests/Fakes/MemoryFiles.h"
 
 namespace Ombry::Tests {
 namespace {

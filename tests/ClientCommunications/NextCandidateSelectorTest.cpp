@@ -1,16 +1,15 @@
-#include "ClientCommunications/Impl/NextCandidateSelector.h"
-
-#include <gtest/gtest.h>
-
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/ExponentialDelayRetryIterator.h"
 #include "ClientCommunications/Impl/ExponentialDelayRetryIteratorFactory.h"
 #include "ClientCommunications/Impl/FailedServices.h"
+#include "ClientCommunications/Impl/NextCandidateSelector.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeFailedServices.h"
 #include "tests/Fakes/FakeService.h"
 #include "tests/Fakes/RecordingLogger.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
 
 namespace Ombry::Tests {
 namespace {

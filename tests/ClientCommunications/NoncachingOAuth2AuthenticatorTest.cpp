@@ -1,10 +1,9 @@
-#include "ClientCommunications/Impl/NoncachingOAuth2Authenticator.h"
-
-#include <gtest/gtest.h>
-
 #include "ClientCommunications/Impl/BootstrapServiceRequestFactory.h"
+#include "ClientCommunications/Impl/NoncachingOAuth2Authenticator.h"
 #include "tests/Fakes/HeadersOf.h"
 #include "tests/Fakes/ScriptedGateway.h"
+
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

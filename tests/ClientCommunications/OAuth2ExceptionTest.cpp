@@ -1,5 +1,4 @@
 #include "ClientCommunications/Impl/OAuth2Exception.h"
-
 #include "ObjectMapping/Serialization.h"
 
 namespace Ombry::Tests {

@@ -1,14 +1,13 @@
-#include "ClientCommunications/Impl/OAuth2ServiceGatewayClient.h"
-
-#include <map>
-#include <stdexcept>
-
 #include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/OAuth2Exception.h"
+#include "ClientCommunications/Impl/OAuth2ServiceGatewayClient.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "ClientCommunications/RootRequestMetaData.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedGateway.h"
+
+#include <map>
+#include <stdexcept>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,12 +1,11 @@
-#include "ClientCommunications/Impl/ProtectedStorage.h"
-
-#include <stdexcept>
-
 #include "ClientCommunications/Impl/NamedFileStorage.h"
 #include "ClientCommunications/Impl/NamedProtectedStorage.h"
+#include "ClientCommunications/Impl/ProtectedStorage.h"
 #include "ClientCommunications/Impl/WindowsPersistableDataProtection.h"
 #include "tests/Fakes/FakeProtections.h"
 #include "tests/Fakes/MemoryFiles.h"
+
+#include <stdexcept>
 
 namespace Ombry::Tests {
 namespace {

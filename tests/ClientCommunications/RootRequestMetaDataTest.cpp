@@ -1,13 +1,12 @@
-#include "ClientCommunications/RootRequestMetaData.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "ClientCommunications/Impl/GuidText.h"
 #include "ClientCommunications/Impl/RootAttempt.h"
 #include "ClientCommunications/Impl/ScopedNewHeader.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
+#include "ClientCommunications/RootRequestMetaData.h"
 #include "tests/Fakes/FakeRandom.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

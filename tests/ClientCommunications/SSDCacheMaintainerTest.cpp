@@ -1,4 +1,9 @@
 #include "ClientCommunications/Impl/SSDCacheMaintainer.h"
+#include "ObjectMapping/DateTime.h"
+#include "tests/Fakes/DrawnSeeds.h"
+#include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/FakeRandom.h"
+#include "tests/Fakes/RecordingLogger.h"
 
 #include <gtest/gtest.h>
 
@@ -7,12 +12,6 @@
 #include <future>
 #include <map>
 #include <set>
-
-#include "ObjectMapping/DateTime.h"
-#include "tests/Fakes/DrawnSeeds.h"
-#include "tests/Fakes/FakeClock.h"
-#include "tests/Fakes/FakeRandom.h"
-#include "tests/Fakes/RecordingLogger.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,11 +1,10 @@
 #include "ClientCommunications/Impl/SafeFileStorage.h"
+#include "tests/Fakes/MemoryFiles.h"
+#include "tests/Fakes/TemporaryDirectory.h"
 
 #include <cerrno>
 #include <new>
 #include <stdexcept>
-
-#include "tests/Fakes/MemoryFiles.h"
-#include "tests/Fakes/TemporaryDirectory.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,14 +1,13 @@
-#include "ClientCommunications/Impl/ServiceFinderFactory.h"
-
-#include <gtest/gtest.h>
-
 #include "ClientCommunications/Impl/ServiceFinderByUrl.h"
+#include "ClientCommunications/Impl/ServiceFinderFactory.h"
 #include "ClientCommunications/Impl/ServiceRequestFactory.h"
 #include "tests/Fakes/FakeService.h"
 #include "tests/Fakes/FakeServiceFinder.h"
 #include "tests/Fakes/MapKeyValueStorage.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedGateway.h"
+
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,10 +1,5 @@
-#include "ClientCommunications/Impl/ServiceFinder.h"
-
-#include <gtest/gtest.h>
-
-#include <stdexcept>
-
 #include "ClientCommunications/CommunicationsError.h"
+#include "ClientCommunications/Impl/ServiceFinder.h"
 #include "ClientCommunications/Impl/ServiceRequestFactory.h"
 #include "ClientCommunications/RootRequestMetaData.h"
 #include "ObjectMapping/Serialization.h"
@@ -13,6 +8,10 @@
 #include "tests/Fakes/MapKeyValueStorage.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedGateway.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
 
 namespace Ombry::Tests {
 namespace {

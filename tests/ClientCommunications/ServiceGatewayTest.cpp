@@ -1,14 +1,9 @@
-#include "ClientCommunications/Impl/ServiceGateway.h"
-
-#include <gtest/gtest.h>
-
-#include <stdexcept>
-
 #include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/EmptyAuthenticator.h"
 #include "ClientCommunications/Impl/ExponentialDelayRetryIteratorFactory.h"
 #include "ClientCommunications/Impl/FailedServices.h"
 #include "ClientCommunications/Impl/ServiceFinderByUrl.h"
+#include "ClientCommunications/Impl/ServiceGateway.h"
 #include "ClientCommunications/Impl/ServiceGatewayFactory.h"
 #include "ClientCommunications/Impl/ServiceIteratePolicyFactory.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
@@ -19,6 +14,10 @@
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Fakes/FakeServiceFinder.h"
 #include "tests/Fakes/ScriptedGateway.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
 
 namespace Ombry::Tests {
 namespace {

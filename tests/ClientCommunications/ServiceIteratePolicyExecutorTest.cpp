@@ -1,16 +1,15 @@
-#include "ClientCommunications/Impl/ServiceIteratePolicyExecutor.h"
-
-#include <gtest/gtest.h>
-
-#include <deque>
-#include <stdexcept>
-
 #include "ClientCommunications/CommunicationsError.h"
+#include "ClientCommunications/Impl/ServiceIteratePolicyExecutor.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeServiceFinder.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedGateway.h"
+
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <stdexcept>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,19 +1,18 @@
-#include "ClientCommunications/Impl/ServiceIteratePolicyFactory.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <thread>
-
 #include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/ExponentialDelayRetryIteratorFactory.h"
 #include "ClientCommunications/Impl/FailedServices.h"
+#include "ClientCommunications/Impl/ServiceIteratePolicyFactory.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeFailedServices.h"
 #include "tests/Fakes/FakeServiceFinder.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedGateway.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
 
 namespace Ombry::Tests {
 namespace {

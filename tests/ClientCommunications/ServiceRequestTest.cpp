@@ -1,8 +1,4 @@
 #include "ClientCommunications/Impl/ServiceRequest.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "ClientCommunications/Impl/ServiceRequestFactory.h"
 #include "ClientCommunications/Impl/SyncReaderAdapter.h"
 #include "ClientCommunications/Impl/SyncStringReader.h"
@@ -12,6 +8,9 @@
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Fakes/FreedMemory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

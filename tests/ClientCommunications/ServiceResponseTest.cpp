@@ -1,13 +1,12 @@
-#include "ClientCommunications/Impl/ServiceResponse.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "ClientCommunications/Impl/BodyLimit.h"
 #include "ClientCommunications/Impl/Service.h"
+#include "ClientCommunications/Impl/ServiceResponse.h"
 #include "ClientCommunications/Impl/StreamResponseWriter.h"
 #include "ClientCommunications/Impl/SyncStringWriter.h"
 #include "tests/Fakes/FakeSyncConnection.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

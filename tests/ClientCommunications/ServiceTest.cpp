@@ -1,10 +1,9 @@
+#include "ClientCommunications/Impl/RuntimeTexts.h"
 #include "ClientCommunications/Impl/Service.h"
+#include "ObjectMapping/Serialization.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include "ClientCommunications/Impl/RuntimeTexts.h"
-#include "ObjectMapping/Serialization.h"
 
 namespace Ombry::Tests {
 namespace {

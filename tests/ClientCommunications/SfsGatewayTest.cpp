@@ -1,13 +1,12 @@
+#include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/SfsGateway.h"
+#include "tests/Fakes/FakeCommunications.h"
+#include "tests/Fakes/FreedMemory.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <functional>
-
-#include "ClientCommunications/CommunicationsError.h"
-#include "tests/Fakes/FakeCommunications.h"
-#include "tests/Fakes/FreedMemory.h"
 
 namespace Ombry::Tests {
 namespace {

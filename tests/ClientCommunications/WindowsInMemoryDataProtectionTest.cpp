@@ -1,6 +1,5 @@
-#include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
-
 #include "ClientCommunications/Impl/Base64.h"
+#include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
 #include "tests/Fakes/FailureOf.h"
 #include "tests/Fakes/FakeProtections.h"
 #include "tests/Fakes/FreedMemory.h"

@@ -1,5 +1,4 @@
 #include "ClientCommunications/Impl/WindowsPersistableDataProtection.h"
-
 #include "tests/Fakes/FailureOf.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FakeMachineId.h"

@@ -1,9 +1,9 @@
 // State folders and options of the worst kind.
 
-#include <filesystem>
-
 #include "tests/EndToEnd/Sandbox.h"
 #include "tests/Fakes/LoopbackServer.h"
+
+#include <filesystem>
 
 namespace Ombry::Tests {
 namespace {

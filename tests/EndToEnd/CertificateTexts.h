@@ -1,11 +1,11 @@
 #pragma once
 
+#include "tests/Fakes/TestCertificates.h"
+
 #include <functional>
 #include <iomanip>
 #include <sstream>
 #include <string>
-
-#include "tests/Fakes/TestCertificates.h"
 
 namespace Ombry::Tests {
 

@@ -1,12 +1,12 @@
 // The life of a machine behind `configure-bootstrap-url`: clients and services come and go.
 
+#include "tests/EndToEnd/Sandbox.h"
+#include "tests/Fakes/HeldPort.h"
+
 #include <ctime>
 #include <functional>
 #include <regex>
 #include <thread>
-
-#include "tests/EndToEnd/Sandbox.h"
-#include "tests/Fakes/HeldPort.h"
 
 namespace Ombry::Tests {
 namespace {

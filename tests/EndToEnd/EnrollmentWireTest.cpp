@@ -1,9 +1,9 @@
 // Every byte that the five commands of a configured machine send.
 
-#include <regex>
-
 #include "tests/EndToEnd/Machine.h"
 #include "tests/Fakes/LoopbackServer.h"
+
+#include <regex>
 
 namespace Ombry::Tests {
 namespace {

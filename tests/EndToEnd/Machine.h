@@ -1,6 +1,11 @@
 #pragma once
 
+#include "tests/EndToEnd/CertificateTexts.h"
+#include "tests/EndToEnd/ChildProcess.h"
+#include "tests/Fakes/TemporaryDirectory.h"
+
 #include <gtest/gtest.h>
+
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -9,10 +14,6 @@
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include "tests/EndToEnd/CertificateTexts.h"
-#include "tests/EndToEnd/ChildProcess.h"
-#include "tests/Fakes/TemporaryDirectory.h"
 
 namespace Ombry::Tests {
 

@@ -1,10 +1,10 @@
 // What the manual says of things that go wrong without a word, and its remedies, each tried.
 
+#include "tests/EndToEnd/Sandbox.h"
+
 #include <gmock/gmock.h>
 
 #include <filesystem>
-
-#include "tests/EndToEnd/Sandbox.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "tests/EndToEnd/Machine.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
 #include <string>
-
-#include "tests/EndToEnd/Machine.h"
 
 namespace Ombry::Tests {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "tests/EndToEnd/Machine.h"
+
+#include <string>
 
 namespace Ombry::Tests {
 

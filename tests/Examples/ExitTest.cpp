@@ -1,8 +1,8 @@
 // Programs that end while a facade and its threads are alive.
 
-#include <algorithm>
-
 #include "tests/EndToEnd/Sandbox.h"
+
+#include <algorithm>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,5 +1,9 @@
 // The example of a long-running client, as a process, against the sandbox service.
 
+#include "tests/EndToEnd/Machine.h"
+#include "tests/EndToEnd/Sandbox.h"
+#include "tests/Fakes/HeldPort.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -9,10 +13,6 @@
 #include <regex>
 #include <sstream>
 #include <string>
-
-#include "tests/EndToEnd/Machine.h"
-#include "tests/EndToEnd/Sandbox.h"
-#include "tests/Fakes/HeldPort.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,14 +1,14 @@
 #pragma once
 
-#include <memory>
-#include <string>
-#include <utility>
-
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FakeMachineId.h"
 #include "tests/Fakes/MemoryServer.h"
 #include "tests/Fakes/TemporaryDirectory.h"
+
+#include <memory>
+#include <string>
+#include <utility>
 
 namespace Ombry::Tests {
 

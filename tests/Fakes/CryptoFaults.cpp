@@ -1,12 +1,13 @@
 #include "tests/Fakes/CryptoFaults.h"
 
-#include <dlfcn.h>
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/kdf.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
+
+#include <dlfcn.h>
 
 #include <cstdlib>
 #include <utility>

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/IClock.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,8 +12,6 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include "Platform/IClock.h"
 
 namespace Ombry::Tests {
 

@@ -1,15 +1,15 @@
 #pragma once
 
+#include "ClientCommunications/IClientCommunications.h"
+#include "ClientCommunications/Impl/FoundServices.h"
+#include "ClientCommunications/Impl/ServiceRequest.h"
+
 #include <functional>
 #include <list>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include "ClientCommunications/IClientCommunications.h"
-#include "ClientCommunications/Impl/FoundServices.h"
-#include "ClientCommunications/Impl/ServiceRequest.h"
 
 namespace Ombry::Tests {
 

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "ClientCommunications/IFailedServices.h"
+
 #include <exception>
 #include <map>
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include "ClientCommunications/IFailedServices.h"
 
 namespace Ombry::Tests {
 

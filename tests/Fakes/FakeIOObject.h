@@ -1,14 +1,14 @@
 #pragma once
 
+#include "OmbryZephCore/ZephIOObjectIf.h"
+#include "OmbryZephCore/ZephResultCodes.h"
+
 #include <algorithm>
 #include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "OmbryZephCore/ZephIOObjectIf.h"
-#include "OmbryZephCore/ZephResultCodes.h"
 
 namespace Ombry::Tests {
 

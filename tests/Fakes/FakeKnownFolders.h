@@ -1,9 +1,9 @@
 #pragma once
 
-#include <string>
-
 #include "Platform/IKnownFolders.h"
 #include "Platform/ITextConversion.h"
+
+#include <string>
 
 namespace Ombry::Tests {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "Platform/IMachineId.h"
+
+#include <string>
 
 namespace Ombry::Tests {
 

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "ClientCommunications/IOAuth2Client.h"
+
 #include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "ClientCommunications/IOAuth2Client.h"
 
 namespace Ombry::Tests {
 

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "Platform/IMachineProtection.h"
+#include "Platform/IMemoryProtection.h"
+
 #include <algorithm>
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "Platform/IMachineProtection.h"
-#include "Platform/IMemoryProtection.h"
 
 namespace Ombry::Tests {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "Platform/IRandom.h"
+
 #include <cstdio>
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include "Platform/IRandom.h"
 
 namespace Ombry::Tests {
 

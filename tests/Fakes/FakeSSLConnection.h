@@ -1,13 +1,13 @@
 #pragma once
 
+#include "OmbryZephCore/ZephSSLConnectionIf.h"
+
 #include <algorithm>
 #include <cstring>
 #include <deque>
 #include <functional>
 #include <string>
 #include <vector>
-
-#include "OmbryZephCore/ZephSSLConnectionIf.h"
 
 namespace Ombry::Tests {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "ClientCommunications/Impl/Service.h"
+
 #include <list>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "ClientCommunications/Impl/Service.h"
 
 namespace Ombry::Tests {
 

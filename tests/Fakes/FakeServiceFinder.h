@@ -1,12 +1,12 @@
 #pragma once
 
-#include <functional>
-#include <mutex>
-#include <vector>
-
 #include "ClientCommunications/IServiceFinder.h"
 #include "ClientCommunications/Impl/FoundServices.h"
 #include "tests/Fakes/FakeService.h"
+
+#include <functional>
+#include <mutex>
+#include <vector>
 
 namespace Ombry::Tests {
 

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "OmbryZephCore/ZephResultCodes.h"
+#include "OmbryZephCore/ZephSorrelSyncConnectionIf.h"
+
 #include <deque>
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "OmbryZephCore/ZephResultCodes.h"
-#include "OmbryZephCore/ZephSorrelSyncConnectionIf.h"
 
 namespace Ombry::Tests {
 

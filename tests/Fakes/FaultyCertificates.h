@@ -1,12 +1,12 @@
 #pragma once
 
+#include "Platform/ICertificates.h"
+
 #include <algorithm>
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "Platform/ICertificates.h"
 
 namespace Ombry::Tests {
 

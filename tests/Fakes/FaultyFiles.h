@@ -1,8 +1,8 @@
 #pragma once
 
-#include <utility>
-
 #include "tests/Fakes/FileOperations.h"
+
+#include <utility>
 
 namespace Ombry::Tests {
 

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "Platform/IFiles.h"
+
 #include <cstdint>
 #include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "Platform/IFiles.h"
 
 namespace Ombry::Tests {
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/ISockets.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -9,8 +11,6 @@
 #include <mutex>
 #include <string>
 #include <utility>
-
-#include "Platform/ISockets.h"
 
 namespace Ombry::Tests {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "ClientCommunications/IServiceRequest.h"
+
 #include <map>
 #include <string>
-
-#include "ClientCommunications/IServiceRequest.h"
 
 namespace Ombry::Tests {
 

@@ -1,16 +1,16 @@
 #pragma once
 
+#include "ClientCommunications/IFailedServices.h"
+#include "ClientCommunications/IServiceFinder.h"
+#include "Platform/IClock.h"
+#include "tests/Fakes/FakeService.h"
+
 #include <atomic>
 #include <barrier>
 #include <functional>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include "ClientCommunications/IFailedServices.h"
-#include "ClientCommunications/IServiceFinder.h"
-#include "Platform/IClock.h"
-#include "tests/Fakes/FakeService.h"
 
 // Nothing here has a lock, and the objects that two calls get are never the same: under a thread sanitizer
 // only the lock of what is tested orders what two threads do in one step, so that an access without it is

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "tests/Fakes/LoopbackServer.h"
+
 #include <atomic>
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "tests/Fakes/LoopbackServer.h"
 
 namespace Ombry::Tests {
 

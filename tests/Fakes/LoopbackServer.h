@@ -1,9 +1,12 @@
 #pragma once
 
-#include <netinet/in.h>
-#include <netinet/tcp.h>
+#include "tests/Fakes/TlsServerEnd.h"
+
 #include <openssl/err.h>
 #include <openssl/ssl.h>
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -22,8 +25,6 @@
 #include <thread>
 #include <utility>
 #include <vector>
-
-#include "tests/Fakes/TlsServerEnd.h"
 
 namespace Ombry::Tests {
 

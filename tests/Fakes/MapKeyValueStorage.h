@@ -1,11 +1,11 @@
 #pragma once
 
+#include "ClientCommunications/IKeyValueStorage.h"
+
 #include <exception>
 #include <map>
 #include <mutex>
 #include <vector>
-
-#include "ClientCommunications/IKeyValueStorage.h"
 
 namespace Ombry::Tests {
 

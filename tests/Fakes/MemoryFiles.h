@@ -1,12 +1,12 @@
 #pragma once
 
+#include "Platform/IClock.h"
+#include "tests/Fakes/FileOperations.h"
+
 #include <cerrno>
 #include <map>
 #include <mutex>
 #include <utility>
-
-#include "Platform/IClock.h"
-#include "tests/Fakes/FileOperations.h"
 
 namespace Ombry::Tests {
 

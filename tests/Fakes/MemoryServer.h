@@ -1,5 +1,8 @@
 #pragma once
 
+#include "tests/Fakes/ScriptedSockets.h"
+#include "tests/Fakes/TlsServerEnd.h"
+
 #include <cstdlib>
 #include <functional>
 #include <map>
@@ -7,9 +10,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "tests/Fakes/ScriptedSockets.h"
-#include "tests/Fakes/TlsServerEnd.h"
 
 namespace Ombry::Tests {
 

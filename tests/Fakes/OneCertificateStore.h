@@ -1,10 +1,10 @@
 #pragma once
 
+#include "Platform/ICertificates.h"
+
 #include <algorithm>
 #include <string>
 #include <utility>
-
-#include "Platform/ICertificates.h"
 
 namespace Ombry::Tests {
 

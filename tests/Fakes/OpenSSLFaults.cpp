@@ -1,10 +1,11 @@
 #include "tests/Fakes/OpenSSLFaults.h"
 
-#include <dlfcn.h>
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
+
+#include <dlfcn.h>
 
 #include <cstdlib>
 

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "LibraryLogger/ILogger.h"
+
 #include <algorithm>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "LibraryLogger/ILogger.h"
 
 namespace Ombry::Tests {
 

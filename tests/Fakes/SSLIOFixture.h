@@ -1,12 +1,12 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include "OmbryZephCore/ZephResultCodes.h"
 #include "OmbryZephCore/ZephSSLIO.h"
 #include "tests/Fakes/FakeSSLConnection.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedLowerLayer.h"
+
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ClientCommunications/IServiceGateway.h"
+
 #include <deque>
 #include <functional>
 #include <map>
@@ -7,8 +9,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "ClientCommunications/IServiceGateway.h"
 
 namespace Ombry::Tests {
 

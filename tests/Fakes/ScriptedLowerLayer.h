@@ -1,5 +1,8 @@
 #pragma once
 
+#include "OmbryZephCore/ZephIOObjectIf.h"
+#include "OmbryZephCore/ZephUserTaskIf.h"
+
 #include <algorithm>
 #include <cstring>
 #include <deque>
@@ -7,9 +10,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "OmbryZephCore/ZephIOObjectIf.h"
-#include "OmbryZephCore/ZephUserTaskIf.h"
 
 namespace Ombry::Tests {
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/ISecurityProvider.h"
+
 #include <cstring>
 #include <deque>
 #include <functional>
@@ -7,8 +9,6 @@
 #include <set>
 #include <string>
 #include <vector>
-
-#include "Platform/ISecurityProvider.h"
 
 namespace Ombry::Tests {
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/ISockets.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,8 +15,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "Platform/ISockets.h"
 
 namespace Ombry::Tests {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "tests/Fakes/LoopbackSecurityFramework.h"
+
 #include <mutex>
 #include <optional>
 #include <set>
 #include <string>
-
-#include "tests/Fakes/LoopbackSecurityFramework.h"
 
 namespace Ombry::Tests {
 

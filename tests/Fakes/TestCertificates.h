@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/OpenSSLInit.h"
+
 #include <openssl/bn.h>
 #include <openssl/core_names.h>
 #include <openssl/ec.h>
@@ -19,8 +21,6 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include "Platform/OpenSSLInit.h"
 
 namespace Ombry::Tests {
 

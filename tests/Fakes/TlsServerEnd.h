@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/Fakes/TestCertificates.h"
+
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 
@@ -9,8 +11,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "tests/Fakes/TestCertificates.h"
 
 namespace Ombry::Tests {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "Platform/ISecurityProvider.h"
+#include "tests/Fakes/ScriptedSecurityProvider.h"
+
 #include <cstring>
 #include <map>
 #include <string>
-
-#include "Platform/ISecurityProvider.h"
-#include "tests/Fakes/ScriptedSecurityProvider.h"
 
 namespace Ombry::Tests {
 

@@ -1,12 +1,11 @@
 #include "LibraryLogger/LogCall.h"
+#include "tests/Fakes/RecordingLogger.h"
 
 #include <gtest/gtest.h>
 
 #include <ostream>
 #include <stdexcept>
 #include <type_traits>
-
-#include "tests/Fakes/RecordingLogger.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,16 +1,16 @@
 // The background threads of a client that runs for long, with each allocation and each call of the platform
 // of one of them failing: it goes on with its work, and so does the client.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <chrono>
-
 #include "ClientCommunications/IClientCommunications.h"
 #include "ClientCommunications/IServiceResponse.h"
 #include "tests/NthFailure/FailingPlatform.h"
 #include "tests/NthFailure/StarvedRun.h"
 #include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
 
 namespace Ombry::Tests {
 namespace {

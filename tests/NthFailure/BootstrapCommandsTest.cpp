@@ -1,13 +1,13 @@
 // The commands that need no configured machine, and those that fail for a reason of their own, with each
 // allocation, each start of a thread and each call of the platform failing.
 
-#include <filesystem>
-#include <set>
-
 #include "tests/Fakes/BootstrapService.h"
 #include "tests/NthFailure/FailingPlatform.h"
 #include "tests/NthFailure/StarvedRun.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
+
+#include <filesystem>
+#include <set>
 
 namespace Ombry::Tests {
 namespace {

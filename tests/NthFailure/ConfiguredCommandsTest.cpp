@@ -1,14 +1,14 @@
 // The five commands of a configured machine with each allocation, each start of a thread and each call of the
 // platform failing: the command ends, says so, and leaves a machine on which it can be run again.
 
-#include <algorithm>
-#include <functional>
-
 #include "tests/Fakes/ServiceMemory.h"
 #include "tests/NthFailure/FailingPlatform.h"
 #include "tests/NthFailure/StarvedRun.h"
 #include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
+
+#include <algorithm>
+#include <functional>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,13 +1,5 @@
 #pragma once
 
-#include <cerrno>
-#include <condition_variable>
-#include <memory>
-#include <mutex>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "Platform/ICertificates.h"
 #include "Platform/IClock.h"
 #include "Platform/IFiles.h"
@@ -20,6 +12,14 @@
 #include "Platform/ISockets.h"
 #include "Platform/ITextConversion.h"
 #include "tests/NthFailure/NthFailure.h"
+
+#include <cerrno>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace Ombry::Tests {
 

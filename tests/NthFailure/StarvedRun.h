@@ -1,5 +1,9 @@
 #pragma once
 
+#include "Ombry.SecClientConfig/RunTool.h"
+#include "Platform/IClock.h"
+#include "tests/NthFailure/NthFailure.h"
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -8,10 +12,6 @@
 #include <streambuf>
 #include <string>
 #include <vector>
-
-#include "Ombry.SecClientConfig/RunTool.h"
-#include "Platform/IClock.h"
-#include "tests/NthFailure/NthFailure.h"
 
 namespace Ombry::Tests {
 

@@ -1,3 +1,9 @@
+#include "ObjectMapping/ListArray.h"
+#include "ObjectMapping/MapArray.h"
+#include "ObjectMapping/PairArray.h"
+#include "ObjectMapping/VectorArray.h"
+#include "tests/ObjectMapping/MappingSupport.h"
+
 #include <functional>
 #include <limits>
 #include <list>
@@ -8,12 +14,6 @@
 #include <typeinfo>
 #include <utility>
 #include <vector>
-
-#include "ObjectMapping/ListArray.h"
-#include "ObjectMapping/MapArray.h"
-#include "ObjectMapping/PairArray.h"
-#include "ObjectMapping/VectorArray.h"
-#include "tests/ObjectMapping/MappingSupport.h"
 
 namespace Ombry::Tests {
 namespace {

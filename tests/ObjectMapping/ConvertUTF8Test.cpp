@@ -1,13 +1,12 @@
 #include "ObjectMapping/Impl/ConvertUTF8.h"
+#include "Platform/ITextConversion.h"
+#include "tests/ObjectMapping/MappingSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include "Platform/ITextConversion.h"
-#include "tests/ObjectMapping/MappingSupport.h"
 
 namespace Ombry::Tests {
 namespace {

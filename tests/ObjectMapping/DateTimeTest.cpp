@@ -1,12 +1,11 @@
 #include "ObjectMapping/DateTime.h"
+#include "tests/ObjectMapping/MappingSupport.h"
 
 #include <cstdint>
 #include <optional>
 #include <random>
 #include <string>
 #include <vector>
-
-#include "tests/ObjectMapping/MappingSupport.h"
 
 namespace Ombry::Tests {
 namespace {

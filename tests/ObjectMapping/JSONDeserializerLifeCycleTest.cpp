@@ -1,10 +1,10 @@
+#include "tests/ObjectMapping/MappingSupport.h"
+
 #include <malloc.h>
 
 #include <memory>
 #include <stdexcept>
 #include <string>
-
-#include "tests/ObjectMapping/MappingSupport.h"
 
 namespace Ombry::Tests {
 namespace {

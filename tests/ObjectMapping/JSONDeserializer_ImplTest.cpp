@@ -1,11 +1,11 @@
+#include "ObjectMapping/ListArray.h"
+#include "ObjectMapping/VectorArray.h"
+#include "tests/ObjectMapping/MappingSupport.h"
+
 #include <list>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "ObjectMapping/ListArray.h"
-#include "ObjectMapping/VectorArray.h"
-#include "tests/ObjectMapping/MappingSupport.h"
 
 namespace Ombry::Tests {
 namespace {

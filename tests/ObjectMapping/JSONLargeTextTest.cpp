@@ -1,5 +1,8 @@
 // Lengths at which the 32-bit counts of the JSON library would wrap.
 
+#include "tests/Fakes/LeftOut.h"
+#include "tests/ObjectMapping/MappingSupport.h"
+
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -8,9 +11,6 @@
 #include <new>
 #include <stdexcept>
 #include <string>
-
-#include "tests/Fakes/LeftOut.h"
-#include "tests/ObjectMapping/MappingSupport.h"
 
 namespace Ombry::Tests {
 namespace {

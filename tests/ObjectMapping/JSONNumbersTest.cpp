@@ -1,11 +1,11 @@
+#include "tests/ObjectMapping/MappingSupport.h"
+
 #include <cmath>
 #include <cstdlib>
 #include <limits>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "tests/ObjectMapping/MappingSupport.h"
 
 namespace Ombry::Tests {
 namespace {

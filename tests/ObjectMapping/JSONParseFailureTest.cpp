@@ -1,8 +1,8 @@
-#include <string>
-#include <vector>
-
 #include "ObjectMapping/ListArray.h"
 #include "tests/ObjectMapping/MappingSupport.h"
+
+#include <string>
+#include <vector>
 
 namespace Ombry::Tests {
 namespace {

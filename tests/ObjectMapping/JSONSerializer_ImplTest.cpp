@@ -1,11 +1,11 @@
+#include "ObjectMapping/ListArray.h"
+#include "tests/ObjectMapping/MappingSupport.h"
+
 #include <cmath>
 #include <cstdio>
 #include <limits>
 #include <list>
 #include <string>
-
-#include "ObjectMapping/ListArray.h"
-#include "tests/ObjectMapping/MappingSupport.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -2,14 +2,14 @@
 // disagree about. Each is read by itself and inside of other texts; what is taken must hold the right value,
 // and nothing cut short of it may pass.
 
+#include "tests/ObjectMapping/MappingSupport.h"
+
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <limits>
 #include <string>
 #include <vector>
-
-#include "tests/ObjectMapping/MappingSupport.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "ObjectMapping/Serialization.h"
+
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 #include <string>
 #include <typeinfo>
-
-#include "ObjectMapping/Serialization.h"
 
 namespace Ombry::Tests {
 

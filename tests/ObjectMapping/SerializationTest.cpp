@@ -1,7 +1,7 @@
+#include "tests/ObjectMapping/MappingSupport.h"
+
 #include <stdexcept>
 #include <string>
-
-#include "tests/ObjectMapping/MappingSupport.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,9 +1,9 @@
-#include <algorithm>
-#include <filesystem>
-
 #include "tests/Fakes/BootstrapService.h"
 #include "tests/Fakes/FaultyFiles.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
+
+#include <algorithm>
+#include <filesystem>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,14 +1,14 @@
 // Whole commands on a service of two servers of which the first is out of order, and on one that shows a key
 // that is not the pinned one.
 
-#include <gtest/gtest.h>
-
-#include <mutex>
-
 #include "tests/Fakes/ForwardingSockets.h"
 #include "tests/Fakes/HeldPort.h"
 #include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
+
+#include <gtest/gtest.h>
+
+#include <mutex>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,8 +1,7 @@
 #include "Ombry.SecClientConfig/CommandOptions.h"
+#include "tests/Ombry.SecClientConfig/ToolRun.h"
 
 #include <gtest/gtest.h>
-
-#include "tests/Ombry.SecClientConfig/ToolRun.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,9 +1,4 @@
 #include "Ombry.SecClientConfig/CommandTable.h"
-
-#include <gtest/gtest.h>
-
-#include <type_traits>
-
 #include "Ombry.SecClientConfig/ConfigureBootstrapUrl.h"
 #include "Ombry.SecClientConfig/EnrollClient.h"
 #include "Ombry.SecClientConfig/EnrollService.h"
@@ -13,6 +8,10 @@
 #include "Ombry.SecClientConfig/UnenrollClient.h"
 #include "Ombry.SecClientConfig/UnenrollClientSelf.h"
 #include "Ombry.SecClientConfig/UnenrollService.h"
+
+#include <gtest/gtest.h>
+
+#include <type_traits>
 
 namespace Ombry::Tests {
 namespace {

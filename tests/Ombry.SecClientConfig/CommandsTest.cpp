@@ -1,13 +1,13 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <set>
-
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/ScriptedSockets.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
 #include "tests/Ombry.SecClientConfig/UsageTexts.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,9 +1,5 @@
 #pragma once
 
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "ClientCommunications/Impl/ClientCredentials.h"
 #include "ClientCommunications/Impl/ClientCredentialsStore.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
@@ -15,6 +11,10 @@
 #include "tests/Fakes/LoopbackSecurityFramework.h"
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/OneCertificateStore.h"
+
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace Ombry::Tests {
 

@@ -1,10 +1,10 @@
 // Whole commands on a configured machine one of whose files is damaged: each ends in a text that names what
 // is wrong, or goes on where that is stated, and the file stays as it was.
 
-#include <gtest/gtest.h>
-
 #include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
+
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

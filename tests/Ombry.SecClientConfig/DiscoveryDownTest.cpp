@@ -1,11 +1,11 @@
 // Whole commands while the discovery service refuses connections, by the age of the copy of its last answer.
 
-#include <gtest/gtest.h>
-
 #include "tests/Fakes/ForwardingSockets.h"
 #include "tests/Fakes/HeldPort.h"
 #include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
+
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

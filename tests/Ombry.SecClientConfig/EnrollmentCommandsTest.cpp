@@ -1,11 +1,11 @@
 // The five commands that need a configured machine, as whole runs against a service on loopback.
 
+#include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
+#include "tests/Ombry.SecClientConfig/ToolRun.h"
+
 #include <gtest/gtest.h>
 
 #include <set>
-
-#include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
-#include "tests/Ombry.SecClientConfig/ToolRun.h"
 
 namespace Ombry::Tests {
 namespace {

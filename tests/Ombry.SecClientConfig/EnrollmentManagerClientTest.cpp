@@ -1,8 +1,8 @@
-#include <gtest/gtest.h>
-
 #include "ClientCommunications/CommunicationsError.h"
 #include "tests/Fakes/FreedMemory.h"
 #include "tests/Ombry.SecClientConfig/EnrollmentManagerFixture.h"
+
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include "ClientCommunications/Impl/ClientCredentials.h"
 #include "ClientCommunications/Impl/ClientCredentialsStore.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
@@ -12,6 +10,8 @@
 #include "tests/Fakes/FakeProtections.h"
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Fakes/MemoryFiles.h"
+
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 

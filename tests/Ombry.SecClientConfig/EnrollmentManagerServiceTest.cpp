@@ -1,7 +1,7 @@
-#include <gtest/gtest.h>
-
 #include "ClientCommunications/Impl/FoundServices.h"
 #include "tests/Ombry.SecClientConfig/EnrollmentManagerFixture.h"
+
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,10 +1,9 @@
-#include "Ombry.SecClientConfig/Help.h"
-
-#include <gtest/gtest.h>
-
 #include "Ombry.SecClientConfig/CommandTable.h"
+#include "Ombry.SecClientConfig/Help.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
 #include "tests/Ombry.SecClientConfig/UsageTexts.h"
+
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,12 +1,13 @@
 // The executables themselves, as a shell sees them.
 
+#include "tests/Ombry.SecClientConfig/UsageTexts.h"
+
 #include <gtest/gtest.h>
+
 #include <sys/wait.h>
 
 #include <cstdio>
 #include <cstdlib>
-
-#include "tests/Ombry.SecClientConfig/UsageTexts.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,15 +1,15 @@
 // The five commands of a configured machine with the network cut at each transfer: once, so that the next
 // connection works, and for good.
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <set>
-
 #include "tests/Fakes/ForwardingSockets.h"
 #include "tests/Fakes/ServiceMemory.h"
 #include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <set>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,14 +1,13 @@
+#include "Ombry.SecClientConfig/CommandTable.h"
 #include "Ombry.SecClientConfig/RunTool.h"
+#include "tests/Ombry.SecClientConfig/ToolRun.h"
+#include "tests/Ombry.SecClientConfig/UsageTexts.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <stdexcept>
 #include <streambuf>
-
-#include "Ombry.SecClientConfig/CommandTable.h"
-#include "tests/Ombry.SecClientConfig/ToolRun.h"
-#include "tests/Ombry.SecClientConfig/UsageTexts.h"
 
 namespace Ombry::Tests {
 namespace {

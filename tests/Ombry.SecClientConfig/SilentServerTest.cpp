@@ -1,14 +1,14 @@
 // The two commands of a machine that is not tied yet, while a real server takes their request and says
 // nothing.
 
-#include <gtest/gtest.h>
-
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/ForwardingSockets.h"
 #include "tests/Fakes/LoopbackServer.h"
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
+
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

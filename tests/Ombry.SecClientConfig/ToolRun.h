@@ -1,11 +1,11 @@
 #pragma once
 
+#include "Ombry.SecClientConfig/RunTool.h"
+#include "tests/Fakes/CapturedOutput.h"
+
 #include <functional>
 #include <string>
 #include <vector>
-
-#include "Ombry.SecClientConfig/RunTool.h"
-#include "tests/Fakes/CapturedOutput.h"
 
 namespace Ombry::Tests {
 

@@ -1,8 +1,8 @@
-#include <gtest/gtest.h>
-
 #include "Ombry.SecClientConfig/CommandTable.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
 #include "tests/Ombry.SecClientConfig/UsageTexts.h"
+
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

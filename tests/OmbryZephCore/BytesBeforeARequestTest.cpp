@@ -1,6 +1,12 @@
 // Bytes that reached this machine before the first byte of a request was handed to the socket are never its
 // answer: the whole client against servers that say more than they were asked.
 
+#include "OmbryZephCore/ZephSorrelSyncConnectionPool.h"
+#include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
+#include "tests/Fakes/ForwardingSockets.h"
+#include "tests/Fakes/LoopbackServer.h"
+#include "tests/OmbryZephCore/HttpConnectionFixture.h"
+
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
 
@@ -16,12 +22,6 @@
 #include <set>
 #include <thread>
 #include <utility>
-
-#include "OmbryZephCore/ZephSorrelSyncConnectionPool.h"
-#include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
-#include "tests/Fakes/ForwardingSockets.h"
-#include "tests/Fakes/LoopbackServer.h"
-#include "tests/OmbryZephCore/HttpConnectionFixture.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -2,6 +2,12 @@
 // RFC would bless, or that this client reads in its own way on purpose. Each row says what the
 // caller gets, and what becomes of the connection: the request behind it must get its own answer.
 
+#include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
+#include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/RecordingLogger.h"
+#include "tests/Fakes/ScriptedSockets.h"
+#include "tests/OmbryZephCore/SyncHttpClientFixture.h"
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -9,12 +15,6 @@
 #include <random>
 #include <string>
 #include <vector>
-
-#include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
-#include "tests/Fakes/FakeClock.h"
-#include "tests/Fakes/RecordingLogger.h"
-#include "tests/Fakes/ScriptedSockets.h"
-#include "tests/OmbryZephCore/SyncHttpClientFixture.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,16 +1,16 @@
 #pragma once
 
+#include "OmbryZephCore/ZephHttpClientConnection.h"
+#include "OmbryZephCore/ZephIOBuffer.h"
+#include "OmbryZephCore/ZephResultCodes.h"
+#include "tests/Fakes/FakeIOObject.h"
+
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "OmbryZephCore/ZephHttpClientConnection.h"
-#include "OmbryZephCore/ZephIOBuffer.h"
-#include "OmbryZephCore/ZephResultCodes.h"
-#include "tests/Fakes/FakeIOObject.h"
 
 namespace Ombry::Tests {
 

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "OmbryZephCore/ZephSChannelConnection.h"
+#include "tests/Fakes/RecordingLogger.h"
+#include "tests/Fakes/ScriptedSecurityProvider.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <utility>
-
-#include "OmbryZephCore/ZephSChannelConnection.h"
-#include "tests/Fakes/RecordingLogger.h"
-#include "tests/Fakes/ScriptedSecurityProvider.h"
 
 namespace Ombry::Tests {
 

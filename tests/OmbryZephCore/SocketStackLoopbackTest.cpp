@@ -7,9 +7,10 @@
 #include "tests/Fakes/LoopbackPeer.h"
 #include "tests/Fakes/RecordingLogger.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
 #include <sys/resource.h>
 
 #include <algorithm>

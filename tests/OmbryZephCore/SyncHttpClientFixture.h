@@ -1,5 +1,9 @@
 #pragma once
 
+#include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
+#include "tests/Fakes/FakeSyncConnection.h"
+#include "tests/Fakes/RecordingLogger.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -7,10 +11,6 @@
 #include <functional>
 #include <string>
 #include <vector>
-
-#include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
-#include "tests/Fakes/FakeSyncConnection.h"
-#include "tests/Fakes/RecordingLogger.h"
 
 namespace Ombry::Tests::SyncHttpClient {
 

@@ -1,14 +1,5 @@
 // The whole client, from the blocking call down to real sockets and real TLS, against servers on loopback.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <atomic>
-#include <future>
-#include <optional>
-#include <thread>
-
 #include "OmbryZephCore/ZephSorrelSyncConnectionPool.h"
 #include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
 #include "tests/Fakes/AllocationCount.h"
@@ -17,6 +8,15 @@
 #include "tests/Fakes/LoopbackServer.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/OmbryZephCore/HttpConnectionFixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <future>
+#include <optional>
+#include <thread>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,10 +1,10 @@
+#include "OmbryZephCore/ZephHttpClientConnection.h"
+#include "tests/OmbryZephCore/HttpConnectionFixture.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <utility>
-
-#include "OmbryZephCore/ZephHttpClientConnection.h"
-#include "tests/OmbryZephCore/HttpConnectionFixture.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,7 +1,7 @@
-#include <random>
-
 #include "OmbryZephCore/ZephHttpClientConnection.h"
 #include "tests/OmbryZephCore/HttpConnectionFixture.h"
+
+#include <random>
 
 namespace Ombry::Tests {
 namespace {

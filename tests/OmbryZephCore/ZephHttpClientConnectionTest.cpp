@@ -1,5 +1,4 @@
 #include "OmbryZephCore/ZephHttpClientConnection.h"
-
 #include "tests/OmbryZephCore/HttpConnectionFixture.h"
 
 namespace Ombry::Tests {

@@ -1,15 +1,14 @@
 #include "OmbryZephCore/ZephHttpClientSocketSyncConnection.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <optional>
-
 #include "OmbryZephCore/ZephSSLManagerProvider.h"
 #include "tests/Fakes/FakeSSLConnection.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedSockets.h"
 #include "tests/OmbryZephCore/HttpConnectionFixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <optional>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,4 +1,6 @@
 #include "OmbryZephCore/ZephHttpHeaderParser.h"
+#include "OmbryZephCore/ZephIOBuffer.h"
+#include "OmbryZephCore/ZephResultCodes.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +10,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "OmbryZephCore/ZephIOBuffer.h"
-#include "OmbryZephCore/ZephResultCodes.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,5 +1,4 @@
 #include "OmbryZephCore/ZephIOBuffer.h"
-
 #include "OmbryZephCore/ZephResultCodes.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,4 @@
 #include "OmbryZephCore/ZephIOTaskManager_Sync.h"
-
 #include "OmbryZephCore/ZephResultCodes.h"
 #include "tests/OmbryZephCore/ReactorFixture.h"
 

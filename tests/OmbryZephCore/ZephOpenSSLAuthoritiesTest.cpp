@@ -1,3 +1,7 @@
+#include "tests/Fakes/OpenSSLFaults.h"
+#include "tests/Fakes/TemporaryDirectory.h"
+#include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/err.h>
@@ -6,10 +10,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-
-#include "tests/Fakes/OpenSSLFaults.h"
-#include "tests/Fakes/TemporaryDirectory.h"
-#include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,9 +1,9 @@
+#include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
+
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
 
 #include <functional>
-
-#include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,10 +1,9 @@
 #include "OmbryZephCore/ZephOpenSSLConnection.h"
+#include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
 
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
-
-#include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
 
 namespace Ombry::Tests {
 namespace {

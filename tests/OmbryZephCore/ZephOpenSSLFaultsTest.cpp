@@ -1,12 +1,12 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <openssl/err.h>
-#include <openssl/ssl.h>
-
 #include "OmbryZephCore/ZephOpenSSLClientConnectionManager.h"
 #include "OmbryZephCore/ZephOpenSSLErrors.h"
 #include "tests/Fakes/OpenSSLFaults.h"
 #include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
 
 namespace Ombry::Tests {
 namespace {

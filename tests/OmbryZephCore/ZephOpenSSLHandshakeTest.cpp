@@ -1,10 +1,10 @@
+#include "OmbryZephCore/ZephOpenSSLClientConnectionManager.h"
+#include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
+
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
 
 #include <set>
-
-#include "OmbryZephCore/ZephOpenSSLClientConnectionManager.h"
-#include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,11 +1,11 @@
+#include "tests/Fakes/TemporaryDirectory.h"
+#include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
+
 #include <gtest/gtest.h>
 #include <openssl/conf.h>
 #include <openssl/ssl.h>
 
 #include <cstdlib>
-
-#include "tests/Fakes/TemporaryDirectory.h"
-#include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,14 +1,14 @@
 #pragma once
 
-#include <cstdint>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "OmbryZephCore/ZephOpenSSLClientContext.h"
 #include "OmbryZephCore/ZephOpenSSLConnection.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/TlsServerEnd.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace Ombry::Tests {
 

@@ -1,13 +1,13 @@
+#include "OmbryZephCore/ZephOpenSSLClientConnectionManager.h"
+#include "OmbryZephCore/ZephOpenSSLServerName.h"
+#include "OmbryZephCore/ZephWindowsCertificateValidation.h"
+#include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
+
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
 
 #include <cstdlib>
 #include <thread>
-
-#include "OmbryZephCore/ZephOpenSSLClientConnectionManager.h"
-#include "OmbryZephCore/ZephOpenSSLServerName.h"
-#include "OmbryZephCore/ZephWindowsCertificateValidation.h"
-#include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,5 +1,4 @@
 #include "OmbryZephCore/ZephSChannelClientConnectionManager.h"
-
 #include "tests/OmbryZephCore/SChannelFixture.h"
 
 namespace Ombry::Tests {

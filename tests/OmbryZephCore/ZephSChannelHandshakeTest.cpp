@@ -1,7 +1,7 @@
+#include "tests/OmbryZephCore/SChannelFixture.h"
+
 #include <limits>
 #include <stdexcept>
-
-#include "tests/OmbryZephCore/SChannelFixture.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,13 +1,13 @@
+#include "OmbryZephCore/ZephSChannelConnection.h"
+#include "tests/Fakes/RecordingLogger.h"
+#include "tests/Fakes/ToySecurityProvider.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <memory>
 #include <string>
-
-#include "OmbryZephCore/ZephSChannelConnection.h"
-#include "tests/Fakes/RecordingLogger.h"
-#include "tests/Fakes/ToySecurityProvider.h"
 
 namespace Ombry::Tests {
 namespace {

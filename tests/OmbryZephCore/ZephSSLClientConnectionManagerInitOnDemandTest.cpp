@@ -1,9 +1,8 @@
 #include "OmbryZephCore/ZephSSLClientConnectionManagerInitOnDemand.h"
-
-#include <gtest/gtest.h>
-
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
+
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,3 +1,5 @@
+#include "tests/Fakes/SSLIOFixture.h"
+
 #include <gmock/gmock.h>
 
 #include <atomic>
@@ -5,8 +7,6 @@
 #include <mutex>
 #include <stdexcept>
 #include <thread>
-
-#include "tests/Fakes/SSLIOFixture.h"
 
 namespace Ombry::Tests {
 namespace {

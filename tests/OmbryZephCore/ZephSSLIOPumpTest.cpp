@@ -1,8 +1,8 @@
+#include "tests/Fakes/SSLIOFixture.h"
+
 #include <gmock/gmock.h>
 
 #include <stdexcept>
-
-#include "tests/Fakes/SSLIOFixture.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,6 +1,6 @@
-#include <gmock/gmock.h>
-
 #include "tests/Fakes/SSLIOFixture.h"
+
+#include <gmock/gmock.h>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,10 +1,9 @@
 #include "OmbryZephCore/ZephSSLIO.h"
+#include "tests/Fakes/SSLIOFixture.h"
 
 #include <gmock/gmock.h>
 
 #include <thread>
-
-#include "tests/Fakes/SSLIOFixture.h"
 
 namespace Ombry::Tests {
 namespace {

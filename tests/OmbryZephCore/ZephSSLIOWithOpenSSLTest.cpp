@@ -1,11 +1,11 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "OmbryZephCore/ZephOpenSSLClientConnectionManager.h"
 #include "OmbryZephCore/ZephResultCodes.h"
 #include "OmbryZephCore/ZephSSLIO.h"
 #include "tests/Fakes/ScriptedLowerLayer.h"
 #include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

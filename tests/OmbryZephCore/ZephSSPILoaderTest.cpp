@@ -1,10 +1,9 @@
 #include "OmbryZephCore/ZephSSPILoader.h"
+#include "tests/Fakes/RecordingLogger.h"
+#include "tests/Fakes/ScriptedSecurityProvider.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include "tests/Fakes/RecordingLogger.h"
-#include "tests/Fakes/ScriptedSecurityProvider.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,6 +1,5 @@
-#include "OmbryZephCore/ZephSocketConnector.h"
-
 #include "OmbryZephCore/ZephResultCodes.h"
+#include "OmbryZephCore/ZephSocketConnector.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedSockets.h"
 

@@ -1,7 +1,6 @@
-#include "OmbryZephCore/ZephSocketIO.h"
-
 #include "OmbryZephCore/ZephIOTaskManager_Sync.h"
 #include "OmbryZephCore/ZephResultCodes.h"
+#include "OmbryZephCore/ZephSocketIO.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/ScriptedSockets.h"
 

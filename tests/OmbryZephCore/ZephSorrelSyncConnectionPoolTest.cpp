@@ -1,18 +1,17 @@
+#include "OmbryZephCore/ZephResultCodes.h"
+#include "OmbryZephCore/ZephSorrelSyncConnection.h"
 #include "OmbryZephCore/ZephSorrelSyncConnectionPool.h"
+#include "OmbryZephCore/ZephSorrelTrivialSyncConnectionPool.h"
+#include "tests/Fakes/AllocationCount.h"
+#include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/RecordingLogger.h"
+#include "tests/Fakes/ScriptedSockets.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <optional>
 #include <thread>
-
-#include "OmbryZephCore/ZephResultCodes.h"
-#include "OmbryZephCore/ZephSorrelSyncConnection.h"
-#include "OmbryZephCore/ZephSorrelTrivialSyncConnectionPool.h"
-#include "tests/Fakes/AllocationCount.h"
-#include "tests/Fakes/FakeClock.h"
-#include "tests/Fakes/RecordingLogger.h"
-#include "tests/Fakes/ScriptedSockets.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,10 +1,9 @@
 #include "OmbryZephCore/ZephSorrelSyncConnection.h"
+#include "tests/Fakes/RecordingLogger.h"
+#include "tests/Fakes/ScriptedSockets.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include "tests/Fakes/RecordingLogger.h"
-#include "tests/Fakes/ScriptedSockets.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,11 +1,9 @@
-#include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
-
 #include "OmbryZephCore/ZephIOBuffer.h"
-
-#include <stdexcept>
-
+#include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
 #include "tests/Fakes/ScriptedSockets.h"
 #include "tests/OmbryZephCore/SyncHttpClientFixture.h"
+
+#include <stdexcept>
 
 namespace Ombry::Tests::SyncHttpClient {
 namespace {

@@ -1,9 +1,8 @@
+#include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephWindowsCertificateValidation.h"
+#include "tests/Fakes/TestCertificates.h"
 
 #include <gtest/gtest.h>
-
-#include "OmbryZephCore/ZephIOBuffer.h"
-#include "tests/Fakes/TestCertificates.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,13 +1,13 @@
 // Packs the build and looks at the packages as Debian's own tools see them.
 
+#include "tests/Fakes/TemporaryDirectory.h"
+#include "tests/Packaging/Programs.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
-
-#include "tests/Fakes/TemporaryDirectory.h"
-#include "tests/Packaging/Programs.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,5 +1,7 @@
 // Keeps the completion and the manual page in step with what the tool takes.
 
+#include "tests/Packaging/Programs.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -9,8 +11,6 @@
 #include <set>
 #include <string>
 #include <vector>
-
-#include "tests/Packaging/Programs.h"
 
 namespace Ombry::Tests {
 namespace {

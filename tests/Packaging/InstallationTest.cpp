@@ -1,14 +1,14 @@
 // Installs the build into a folder of its own, as an administrator or a packager does.
 
+#include "tests/Fakes/TemporaryDirectory.h"
+#include "tests/Packaging/Programs.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <string>
 #include <vector>
-
-#include "tests/Fakes/TemporaryDirectory.h"
-#include "tests/Packaging/Programs.h"
 
 namespace Ombry::Tests {
 namespace {

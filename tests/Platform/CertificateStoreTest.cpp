@@ -1,5 +1,15 @@
-#include <fcntl.h>
+#include "Platform/ICertificates.h"
+#include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/FakeKnownFolders.h"
+#include "tests/Fakes/FaultyFiles.h"
+#include "tests/Fakes/TemporaryDirectory.h"
+#include "tests/Fakes/TestCertificates.h"
+#include "tests/Platform/Resources.h"
+#include "tests/Platform/SystemCalls.h"
+
 #include <openssl/err.h>
+
+#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -10,15 +20,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-
-#include "Platform/ICertificates.h"
-#include "tests/Fakes/FakeClock.h"
-#include "tests/Fakes/FakeKnownFolders.h"
-#include "tests/Fakes/FaultyFiles.h"
-#include "tests/Fakes/TemporaryDirectory.h"
-#include "tests/Fakes/TestCertificates.h"
-#include "tests/Platform/Resources.h"
-#include "tests/Platform/SystemCalls.h"
 
 namespace Ombry::Tests {
 namespace {

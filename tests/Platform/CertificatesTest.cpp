@@ -1,12 +1,11 @@
 #include "Platform/ICertificates.h"
+#include "Platform/Linux/X509.h"
+#include "tests/Fakes/TestCertificates.h"
+#include "tests/Platform/AddressSpace.h"
 
 #include <openssl/err.h>
 
 #include <cerrno>
-
-#include "Platform/Linux/X509.h"
-#include "tests/Fakes/TestCertificates.h"
-#include "tests/Platform/AddressSpace.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,12 +1,11 @@
 #include "Platform/IClock.h"
+#include "tests/Fakes/ObservedThread.h"
+#include "tests/Platform/SystemCalls.h"
 
 #include <atomic>
 #include <cerrno>
 #include <deque>
 #include <limits>
-
-#include "tests/Fakes/ObservedThread.h"
-#include "tests/Platform/SystemCalls.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,14 +1,6 @@
 // Each call to the crypto library fails once, as it does in a process that has no memory left: the operation
 // says so, leaves nothing behind, and works the next time.
 
-#include <gtest/gtest.h>
-#include <openssl/err.h>
-
-#include <cstdlib>
-#include <functional>
-#include <string>
-#include <vector>
-
 #include "Platform/ICertificates.h"
 #include "Platform/IHash.h"
 #include "Platform/IMachineProtection.h"
@@ -19,6 +11,14 @@
 #include "tests/Fakes/FakeMachineId.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 #include "tests/Fakes/TestCertificates.h"
+
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <vector>
 
 namespace Ombry::Tests {
 namespace {

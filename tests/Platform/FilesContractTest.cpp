@@ -1,8 +1,8 @@
-#include <cerrno>
-
 #include "Platform/IFiles.h"
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/TemporaryDirectory.h"
+
+#include <cerrno>
 
 namespace Ombry::Tests {
 namespace {

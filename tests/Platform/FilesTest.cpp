@@ -1,3 +1,10 @@
+#include "Platform/IFiles.h"
+#include "Platform/Linux/Descriptor.h"
+#include "Platform/Linux/TemporaryFile.h"
+#include "tests/Fakes/TemporaryDirectory.h"
+#include "tests/Platform/Resources.h"
+#include "tests/Platform/SystemCalls.h"
+
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -10,13 +17,6 @@
 #include <csignal>
 #include <set>
 #include <thread>
-
-#include "Platform/IFiles.h"
-#include "Platform/Linux/Descriptor.h"
-#include "Platform/Linux/TemporaryFile.h"
-#include "tests/Fakes/TemporaryDirectory.h"
-#include "tests/Platform/Resources.h"
-#include "tests/Platform/SystemCalls.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,18 +1,3 @@
-#include <fcntl.h>
-#include <openssl/core_names.h>
-#include <openssl/err.h>
-#include <openssl/evp.h>
-#include <openssl/kdf.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <csignal>
-#include <fstream>
-#include <limits>
-#include <set>
-
 #include "Platform/IFiles.h"
 #include "Platform/IMachineId.h"
 #include "Platform/IMachineProtection.h"
@@ -27,6 +12,22 @@
 #include "tests/Platform/OwnStack.h"
 #include "tests/Platform/Resources.h"
 #include "tests/Platform/SystemCalls.h"
+
+#include <openssl/core_names.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/kdf.h>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <fstream>
+#include <limits>
+#include <set>
 
 namespace Ombry::Tests {
 namespace {

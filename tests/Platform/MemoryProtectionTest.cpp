@@ -1,4 +1,11 @@
+#include "Platform/IMemoryProtection.h"
+#include "Platform/IRandom.h"
+#include "tests/Fakes/CryptoFaults.h"
+#include "tests/Fakes/FakeRandom.h"
+#include "tests/Platform/SystemCalls.h"
+
 #include <openssl/err.h>
+
 #include <sys/mman.h>
 #include <sys/resource.h>
 
@@ -9,12 +16,6 @@
 #include <numeric>
 #include <thread>
 #include <utility>
-
-#include "Platform/IMemoryProtection.h"
-#include "Platform/IRandom.h"
-#include "tests/Fakes/CryptoFaults.h"
-#include "tests/Fakes/FakeRandom.h"
-#include "tests/Platform/SystemCalls.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,7 +1,14 @@
+#include "Platform/IHash.h"
+#include "Platform/IMachineProtection.h"
+#include "Platform/IMemoryProtection.h"
 #include "Platform/OpenSSLInit.h"
+#include "tests/Fakes/FakeKnownFolders.h"
+#include "tests/Fakes/FakeMachineId.h"
+#include "tests/Fakes/TemporaryDirectory.h"
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
+
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -12,13 +19,6 @@
 #include <string>
 #include <string_view>
 #include <utility>
-
-#include "Platform/IHash.h"
-#include "Platform/IMachineProtection.h"
-#include "Platform/IMemoryProtection.h"
-#include "tests/Fakes/FakeKnownFolders.h"
-#include "tests/Fakes/FakeMachineId.h"
-#include "tests/Fakes/TemporaryDirectory.h"
 
 namespace Ombry::Tests {
 namespace {

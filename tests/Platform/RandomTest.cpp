@@ -1,11 +1,11 @@
+#include "Platform/IRandom.h"
+#include "tests/Platform/SystemCalls.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <set>
 #include <stdexcept>
-
-#include "Platform/IRandom.h"
-#include "tests/Platform/SystemCalls.h"
 
 namespace Ombry::Tests {
 namespace {

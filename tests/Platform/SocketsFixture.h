@@ -1,6 +1,9 @@
 #pragma once
 
+#include "Platform/ISockets.h"
+
 #include <gtest/gtest.h>
+
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -9,8 +12,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "Platform/ISockets.h"
 
 namespace Ombry::Tests {
 

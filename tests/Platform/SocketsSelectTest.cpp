@@ -1,5 +1,8 @@
 // The waiting for many sockets at once, and the sets that it is told of them by.
 
+#include "tests/Platform/SocketsFixture.h"
+#include "tests/Platform/SystemCalls.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
@@ -7,9 +10,6 @@
 
 #include <cerrno>
 #include <limits>
-
-#include "tests/Platform/SocketsFixture.h"
-#include "tests/Platform/SystemCalls.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,4 +1,6 @@
 #include "Platform/ISockets.h"
+#include "tests/Platform/SocketsFixture.h"
+#include "tests/Platform/SystemCalls.h"
 
 #include <fcntl.h>
 #include <netdb.h>
@@ -9,9 +11,6 @@
 
 #include <cerrno>
 #include <utility>
-
-#include "tests/Platform/SocketsFixture.h"
-#include "tests/Platform/SystemCalls.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,4 +1,8 @@
+#include "Platform/IFiles.h"
 #include "Platform/Linux/TemporaryFile.h"
+#include "tests/Fakes/TemporaryDirectory.h"
+#include "tests/Platform/Resources.h"
+#include "tests/Platform/SystemCalls.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -10,11 +14,6 @@
 #include <cerrno>
 #include <csignal>
 #include <thread>
-
-#include "Platform/IFiles.h"
-#include "tests/Fakes/TemporaryDirectory.h"
-#include "tests/Platform/Resources.h"
-#include "tests/Platform/SystemCalls.h"
 
 namespace Ombry::Tests {
 namespace {

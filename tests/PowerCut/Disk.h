@@ -1,5 +1,8 @@
 #pragma once
 
+#include "tests/EndToEnd/ChildProcess.h"
+#include "tests/Fakes/TemporaryDirectory.h"
+
 #include <fcntl.h>
 #include <linux/btrfs.h>
 #include <sched.h>
@@ -16,9 +19,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "tests/EndToEnd/ChildProcess.h"
-#include "tests/Fakes/TemporaryDirectory.h"
 
 namespace Ombry::Tests {
 

@@ -1,11 +1,11 @@
 // The power is cut behind each command, and inside one. What a copy of the disk of that moment holds is what
 // the machine finds when the power is back.
 
-#include <optional>
-
 #include "tests/EndToEnd/Sandbox.h"
 #include "tests/Fakes/LeftOut.h"
 #include "tests/PowerCut/Disk.h"
+
+#include <optional>
 
 namespace Ombry::Tests {
 namespace {

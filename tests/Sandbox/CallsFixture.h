@@ -1,5 +1,11 @@
 #pragma once
 
+#include "Sandbox/Calls.h"
+#include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/FakeRandom.h"
+#include "tests/Fakes/TemporaryDirectory.h"
+#include "tests/Fakes/TestCertificates.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -7,12 +13,6 @@
 #include <regex>
 #include <string>
 #include <vector>
-
-#include "Sandbox/Calls.h"
-#include "tests/Fakes/FakeClock.h"
-#include "tests/Fakes/FakeRandom.h"
-#include "tests/Fakes/TemporaryDirectory.h"
-#include "tests/Fakes/TestCertificates.h"
 
 namespace Ombry::Tests::SandboxService {
 

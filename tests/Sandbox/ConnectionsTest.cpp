@@ -1,10 +1,9 @@
 #include "Sandbox/Connections.h"
+#include "tests/Fakes/LoopbackPeer.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
-
-#include "tests/Fakes/LoopbackPeer.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,12 +1,11 @@
 #include "Sandbox/HttpHelpers.h"
+#include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/TestCertificates.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <regex>
-
-#include "tests/Fakes/FakeClock.h"
-#include "tests/Fakes/TestCertificates.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,8 +1,13 @@
 #include "Sandbox/Identity.h"
+#include "tests/Fakes/FakeRandom.h"
+#include "tests/Fakes/FaultyFiles.h"
+#include "tests/Fakes/TemporaryDirectory.h"
+#include "tests/Fakes/TestCertificates.h"
 
 #include <gtest/gtest.h>
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
+
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -10,11 +15,6 @@
 #include <set>
 #include <stdexcept>
 #include <thread>
-
-#include "tests/Fakes/FakeRandom.h"
-#include "tests/Fakes/FaultyFiles.h"
-#include "tests/Fakes/TemporaryDirectory.h"
-#include "tests/Fakes/TestCertificates.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,5 +1,9 @@
 #pragma once
 
+#include "Sandbox/Service.h"
+#include "tests/Fakes/LoopbackPeer.h"
+#include "tests/Sandbox/CallsFixture.h"
+
 #include <netinet/in.h>
 #include <sys/socket.h>
 
@@ -9,10 +13,6 @@
 #include <memory>
 #include <string>
 #include <thread>
-
-#include "Sandbox/Service.h"
-#include "tests/Fakes/LoopbackPeer.h"
-#include "tests/Sandbox/CallsFixture.h"
 
 namespace Ombry::Tests::SandboxService {
 

@@ -1,9 +1,9 @@
 // Requests of the worst kind, faults on demand, and how connections and the service end.
 
+#include "tests/Sandbox/ServiceFixture.h"
+
 #include <algorithm>
 #include <latch>
-
-#include "tests/Sandbox/ServiceFixture.h"
 
 namespace Ombry::Tests::SandboxService {
 namespace {

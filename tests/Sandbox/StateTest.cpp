@@ -1,13 +1,12 @@
 #include "Sandbox/State.h"
+#include "tests/Fakes/FakeRandom.h"
+#include "tests/Fakes/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 #include <thread>
-
-#include "tests/Fakes/FakeRandom.h"
-#include "tests/Fakes/TemporaryDirectory.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,12 +1,11 @@
 #include "Sandbox/Tokens.h"
+#include "tests/Fakes/TemporaryDirectory.h"
+#include "tests/Fakes/TestCertificates.h"
 
 #include <gtest/gtest.h>
 #include <openssl/hmac.h>
 
 #include <algorithm>
-
-#include "tests/Fakes/TemporaryDirectory.h"
-#include "tests/Fakes/TestCertificates.h"
 
 namespace Ombry::Tests {
 namespace {

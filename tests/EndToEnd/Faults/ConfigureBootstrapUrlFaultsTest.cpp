@@ -1,10 +1,10 @@
 // `configure-bootstrap-url` killed at each change of a file, and with each of its system calls failing in
 // turn.
 
-#include <atomic>
-
 #include "tests/EndToEnd/Faults/Strace.h"
 #include "tests/EndToEnd/Sandbox.h"
+
+#include <atomic>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,11 +1,11 @@
 // The commands of a configured machine, killed at each change of a file that they or their background threads
 // make.
 
-#include <algorithm>
-#include <functional>
-
 #include "tests/EndToEnd/Faults/Strace.h"
 #include "tests/EndToEnd/Sandbox.h"
+
+#include <algorithm>
+#include <functional>
 
 namespace Ombry::Tests {
 namespace {

@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include "tests/EndToEnd/Machine.h"
+
+#include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {

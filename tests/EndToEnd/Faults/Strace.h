@@ -1,10 +1,10 @@
 #pragma once
 
+#include "tests/EndToEnd/Machine.h"
+
 #include <map>
 #include <regex>
 #include <string>
-
-#include "tests/EndToEnd/Machine.h"
 
 namespace Ombry::Tests {
 

@@ -5,16 +5,16 @@
 //
 // WAY says what holds them and how the process ends; the exit code is 7, and 1 for a call that failed.
 
-#include <cstdlib>
-#include <iostream>
-#include <map>
-#include <thread>
-
 #include "ClientCommunications/IClientCommunications.h"
 #include "ClientCommunications/IServiceResponse.h"
 #include "Ombry.SecClientConfig/Here/FoldersHere.h"
 #include "Ombry.SecClientConfig/Here/SeedsHere.h"
 #include "Platform/MadeOnce.h"
+
+#include <cstdlib>
+#include <iostream>
+#include <map>
+#include <thread>
 
 namespace Ombry::Tests {
 namespace {

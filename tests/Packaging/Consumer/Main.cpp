@@ -1,8 +1,5 @@
 // Uses something of every library, so that each one has to be found, compiled against and linked.
 
-#include <iostream>
-#include <stdexcept>
-
 #include "Cancellation/Token.h"
 #include "ClientCommunications/IClientConfig.h"
 #include "ClientCommunications/RootRequestMetaData.h"
@@ -11,6 +8,9 @@
 #include "ObjectMapping/Serialization.h"
 #include "OmbryZephCore/ZephSorrelConnectionParameters.h"
 #include "Platform/IClock.h"
+
+#include <iostream>
+#include <stdexcept>
 
 namespace {
 

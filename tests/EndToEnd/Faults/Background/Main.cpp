@@ -4,6 +4,12 @@
 //
 //     tool KILL-AT-PATH KILL-AT-NUMBER NUMBER-OF-THREADS ARGUMENTS...
 
+#include "Ombry.SecClientConfig/Here/FoldersHere.h"
+#include "Ombry.SecClientConfig/Here/SeedsHere.h"
+#include "Ombry.SecClientConfig/RunTool.h"
+#include "Platform/IClock.h"
+#include "tests/Fakes/FaultyFiles.h"
+
 #include <signal.h>
 #include <unistd.h>
 
@@ -12,12 +18,6 @@
 #include <map>
 #include <string>
 #include <thread>
-
-#include "Ombry.SecClientConfig/Here/FoldersHere.h"
-#include "Ombry.SecClientConfig/Here/SeedsHere.h"
-#include "Ombry.SecClientConfig/RunTool.h"
-#include "Platform/IClock.h"
-#include "tests/Fakes/FaultyFiles.h"
 
 namespace Ombry::Tests {
 namespace {
