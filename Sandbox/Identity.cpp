@@ -3,15 +3,12 @@
 #include "Platform/Base64Text.h"
 #include "Platform/IFiles.h"
 #include "Platform/IRandom.h"
+#include "Sandbox/FolderLock.h"
 
 #include <openssl/bio.h>
 #include <openssl/ec.h>
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
-
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <stdexcept>
@@ -20,26 +17,6 @@
 
 namespace Ombry::Sandbox {
 namespace {
-
-/// A folder that is locked until the end of the scope.
-class FolderLock {
-public:
-    explicit FolderLock(const std::string& folder)
-        : descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-        if (descriptor < 0) throw std::runtime_error("Cannot open the folder '" + folder + "'.");
-        while (flock(descriptor, LOCK_EX) != 0) {
-            if (errno == EINTR) continue;
-            close(descriptor);
-            throw std::runtime_error("Cannot lock the folder '" + folder + "'.");
-        }
-    }
-    ~FolderLock() { close(descriptor); }
-    FolderLock(const FolderLock&) = delete;
-    FolderLock& operator=(const FolderLock&) = delete;
-
-private:
-    const int descriptor;
-};
 
 using MemoryBio = std::unique_ptr<BIO, decltype(&BIO_free)>;
 

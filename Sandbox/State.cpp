@@ -1,6 +1,7 @@
 #include "Sandbox/State.h"
 
 #include "Platform/IRandom.h"
+#include "Sandbox/FolderLock.h"
 #include "Sandbox/Json.h"
 
 #include <openssl/crypto.h>
@@ -112,6 +113,9 @@ private:
 };
 
 State::State(const std::string& stateFolder) {
+    // Instances that change a new database to a log written ahead at one time do not wait for each other: the
+    // database calls it a deadlock.
+    const FolderLock lock(stateFolder);
     const std::string path = stateFolder + "/state.sqlite";
     bool opened = sqlite3_open(path.c_str(), &database) == SQLITE_OK;
     if (opened) {

@@ -342,8 +342,7 @@ TEST(SandboxStateFolderTest, WhatIsNoDatabaseIsNamedAndStaysAsItIs) {
 
 TEST(SandboxStateFolderTest, FolderThatIsMissingOrInThePlaceOfTheFileIsNamed) {
     const TemporaryDirectory folder;
-    EXPECT_EQ(FailureIn(folder / "missing"),
-              "Cannot open '" + folder / "missing/state.sqlite" + "': unable to open database file");
+    EXPECT_EQ(FailureIn(folder / "missing"), "Cannot open the folder '" + folder / "missing" + "'.");
     std::filesystem::create_directory(folder / "state.sqlite");
     EXPECT_THAT(FailureIn(folder.Path()), HasSubstr("Cannot open '" + folder / "state.sqlite" + "': "));
 }
