@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 
+/// Tokens that end what a call waits for.
 namespace Ombry::Cancellation {
 
 /// Work was stopped because somebody asked for it.

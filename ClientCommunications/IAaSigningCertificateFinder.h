@@ -7,11 +7,11 @@
 
 namespace Ombry::ClientCommunications {
 
-/// The certificates with which the authentication service signs. May be called from several threads at once.
+/// The certificates with which the authorization service signs. May be called from several threads at once.
 class IAaSigningCertificateFinder : public Interface {
 public:
-    /// In the order of the found services, which is random; empty if none has one. Asks discovery if its
-    /// cached answer is no longer fresh, and throws what `IServiceFinder::Find` throws.
+    /// Those of local services, then those of remote ones, each in a random order; empty if none has one.
+    /// Asks discovery if its cached answer is no longer fresh, and throws what `IServiceFinder::Find` throws.
     virtual std::list<std::string> GetCertificates() = 0;
 };
 

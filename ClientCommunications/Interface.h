@@ -1,5 +1,6 @@
 #pragma once
 
+/// Calls to the services of a Security Framework, from discovery to the answer.
 namespace Ombry::ClientCommunications {
 
 /// Root of the interfaces of this namespace.

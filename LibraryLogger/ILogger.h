@@ -2,6 +2,7 @@
 
 #include <string>
 
+/// What the libraries tell of their work, and to whom.
 namespace Ombry::LibraryLogger {
 
 /// Where the libraries report what they do. A host application may implement it; every class takes it as a

@@ -2,6 +2,7 @@
 
 #include <string>
 
+/// Objects to JSON and back.
 namespace Ombry::ObjectMapping {
 
 class MapperIf;
@@ -42,7 +43,8 @@ static_assert(sizeof(int) == 4 && sizeof(short) == 2 && sizeof(long long) == 8,
 class MapperIf {
 public:
     /// Writes the value, or reads it. Reading throws `std::runtime_error` for a value of another type or a
-    /// number out of range, and for a required field that is missing if the mapper is strict.
+    /// number that does not fit, and for a required field that is missing if the mapper is strict. Of an
+    /// integer that fits 32 bits a short takes the low 16, and does not fail.
     /// @{
     virtual void Field(const char* name, std::wstring& value, bool* present) = 0;
     virtual void Field(const char* name, std::string& value, bool* present) = 0;

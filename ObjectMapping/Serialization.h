@@ -28,6 +28,7 @@ public:
     virtual void End() = 0;
 };
 
+/// A writer of JSON.
 std::shared_ptr<Serializer> CreateJSONSerializer();
 
 /// `strict`: whether a required field that the text lacks is a failure.

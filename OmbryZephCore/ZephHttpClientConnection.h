@@ -30,9 +30,10 @@ namespace OmbryZephCore {
 /// the connection after use; those that the stage below finds before it sends fail it.
 ///
 /// A read is started only while an answer is awaited, so that an idle connection has nothing pending. One
-/// write is under way at a time: a request, a piece of a body or its end that comes sooner is answered with
-/// `eRC_IO_WriteAlreadyInProgress` and changes nothing. A failure of the stream, of a head or of a handler
-/// asks the terminator to take the stack down, and then tells every notifier and handler that still waits.
+/// write is under way at a time: a request or a piece of a body that comes sooner is answered with
+/// `eRC_IO_WriteAlreadyInProgress` and changes nothing, and so is the end of a chunked body. A failure of the
+/// stream, of a head or of a handler asks the terminator to take the stack down, and then tells every
+/// notifier and handler that still waits.
 class ZephHttpClientConnection : public ZephHttpClientConnectionIf,
                                  public ZephIOCompletionHandlerIf,
                                  public ZephTaskIf {
@@ -196,10 +197,11 @@ private:
     //  the peer closes                   Fail, unless UntilClose ends by it and no other handler waits
     //  a read fails or cannot start      Fail; so does a head that cannot be parsed, a length beyond
     //                                    32 bits, and memory that is not there
-    //  a handler answers an error        Fail; so does a handler that is null where one is to be called
+    //  a handler answers an error        Fail; so does a handler that is null, but for OnChunkAnnounced
     //  a handler does not call           the next state is entered, and stays until the call. At the end
     //  ContinueReceive                   of an answer nobody needs to call it
-    //  the last handler has its answer   unread bytes are dropped; m_CloseAfter if there were any
+    //  the last handler has its answer   unread bytes are dropped; m_CloseAfter if there were any, here
+    //                                    or in the stage below
     //  Fail                              no handler waits any more: the state stays until Reset
     //  Reset, Close                      Head
 

@@ -6,9 +6,11 @@
 namespace OmbryZephCore {
 
 /// Modes of `ZephCertificateValidation`.
+/// @{
 inline constexpr std::int32_t ValidateNothing = 0;
 inline constexpr std::int32_t ValidateByPlatform = 1;
 inline constexpr std::int32_t ValidateByPublicKey = 2;
+/// @}
 
 /// The rule by which a server's certificate is accepted. Modes: 0 no validation at all, 1 the platform's own
 /// validation, 2 the server's public key must equal that of `m_Certificate`, Base64 text of a DER

@@ -9,6 +9,7 @@
 namespace OmbryZephCore {
 
 /// One connection that is made when needed, with everything a blocking exchange needs. One thread at a time.
+/// Seam inside: a program hands the pool to a client and calls neither.
 class ZephSorrelSyncConnectionIf {
 public:
     virtual ~ZephSorrelSyncConnectionIf() = default;

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+/// The network core: HTTP/1.1 over sockets and TLS.
 namespace OmbryZephCore {
 
 class ZephSorrelSyncHttpClient_Impl;
@@ -51,8 +52,8 @@ public:
     std::uint32_t GetIOResult() const;
     /// 0 before the head of an answer has come.
     std::uint32_t GetHttpStatus() const;
-    /// Calls `callback` for each header, in ascending byte order of the names; a name that came twice, as it
-    /// was written, shows its last value.
+    /// Calls `callback` for each header, in ascending byte order of the names; of a name that came twice, in
+    /// any case, the first.
     void ForEachResponseHeader(
         std::function<void(const std::string& name, const std::string& value)> callback) const;
 

@@ -14,7 +14,8 @@ namespace Ombry::Platform {
 /// CryptProtectData; success may come with no data, which callers report in words of their own.
 class IMachineProtection {
 public:
-    static constexpr std::uint32_t UserInterfaceForbidden = 1;
+    static constexpr std::uint32_t UserInterfaceForbidden = 1;  ///< without effect on Linux
+    /// For every user of the machine; without it, for the current user alone.
     static constexpr std::uint32_t LocalMachine = 4;
 
     virtual ~IMachineProtection() = default;

@@ -14,7 +14,8 @@ namespace Ombry::Platform {
 using SocketHandle = std::intptr_t;
 inline constexpr SocketHandle InvalidSocket = -1;
 
-/// Error numbers that the network core compares with; every other number is the system's own.
+/// Error numbers that the network core knows: it compares with the first two, and gives the third itself.
+/// Every other number is the system's own.
 inline constexpr int ErrorWouldBlock = 10035;
 inline constexpr int ErrorInProgress = 10036;
 inline constexpr int ErrorTimedOut = 10060;

@@ -285,7 +285,7 @@ void Calls::DeleteService(const Request& request, Response& response) {
     response.status = 200;
 }
 
-/// What needs no token: where the discovery service and the authentication service are.
+/// What needs no token: where the discovery service and the authorization service are.
 void Calls::FindOpen(const Request& request, Response& response) {
     const std::string name = request.matches[1];
     if (name != "ssds" && name != "aa")

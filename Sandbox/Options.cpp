@@ -153,8 +153,19 @@ Options ParseOptions(int argc, char** argv) {
         ->default_str("")
         ->take_all()
         ->allow_extra_args(false);
+    // The parser would take the next argument for the value that is empty behind an equals sign; it wants
+    // them from the last to the first.
+    std::vector<std::string> arguments;
+    for (int i = argc - 1; i > 0; --i) {
+        std::string argument = argv[i];
+        if (argument.ends_with('=') && app.get_option_no_throw(argument.substr(0, argument.size() - 1))) {
+            arguments.emplace_back();
+            argument.pop_back();
+        }
+        arguments.push_back(std::move(argument));
+    }
     try {
-        app.parse(argc, argv);
+        app.parse(std::move(arguments));
     } catch (const CLI::CallForHelp&) {
         options.help = app.help();
         return options;

@@ -99,7 +99,7 @@ ClientCommunications::ClientCommunications(const CommunicationsParameters& param
 
     // Two gateways lead to the discovery service. This one goes out as nobody, on the open paths, and serves
     // what the authenticator itself stands on: with the token authenticator here a token call would search
-    // for the authentication service, which would call for a token, without end.
+    // for the authorization service, which would call for a token, without end.
     const auto openGateway = makeGatewayFactory(std::make_shared<EmptyAuthenticator>())->Create(ssdsFinder);
     const auto maintainerFinder = std::make_shared<ServiceFinder>(
         openGateway, requestFactory, nullptr, logger, EndpointPaths::OpenDiscoveryOfItself);

@@ -8,7 +8,7 @@
 namespace Ombry::ClientCommunications {
 
 /// Gets a bearer token for a service by a client-credentials grant (RFC 6749, section 4.4). The gateway finds
-/// the authentication service, authenticates the call and retries. Immutable; several threads may ask at
+/// the authorization service, authenticates the call and retries. Immutable; several threads may ask at
 /// once.
 class OAuth2ServiceGatewayClient : public IOAuth2Client {
 public:

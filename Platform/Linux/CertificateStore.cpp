@@ -90,7 +90,10 @@ public:
             const auto text = Files().Read(PathOf(name));
             if (!text && !MeansNoFile(text.Error())) return Result::Failure(text.Error());
             X509Pointer certificate = text ? ParsePem(*text) : nullptr;
-            if (certificate) entries.push_back(MakeEntry(std::move(name), std::move(certificate)));
+            if (!certificate) continue;
+            entries.push_back(MakeEntry(std::move(name), std::move(certificate)));
+            // A trusted certificate of no bytes would be taken for trust in whoever answers.
+            if (entries.back()->encoded.empty()) return Result::Failure(EIO);
         }
         return Result::Success();
     }

@@ -13,6 +13,7 @@
 #include "tests/Fakes/FakeFailedServices.h"
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Fakes/FakeServiceFinder.h"
+#include "tests/Fakes/HeadersOf.h"
 #include "tests/Fakes/ScriptedGateway.h"
 
 #include <gtest/gtest.h>
@@ -61,13 +62,6 @@ public:
         return hasFresh;
     }
 
-    static Headers HeadersOf(const IServiceRequest& request) {
-        Headers headers;
-        request.ForEachHeader(
-            [&](const std::string& name, const std::string& value) { headers[name] = value; });
-        return headers;
-    }
-
     bool hasFresh = true;
     bool fail = false;
     bool failFresh = false;
@@ -86,7 +80,7 @@ protected:
     }
 
     std::vector<ScriptedGateway::Call>& Calls() { return http->gateway->calls; }
-    Headers RequestHeaders() const { return CountingAuthenticator::HeadersOf(*request); }
+    Headers RequestHeaders() const { return HeadersOf(*request); }
 
     FakeClock clock;
     Platform::Testing::Replace<Platform::IClock> replacedClock{clock};

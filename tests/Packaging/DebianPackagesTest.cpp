@@ -78,5 +78,13 @@ TEST_F(DebianPackagesTest, ReferenceHasAPageForWhatAProgramIsGiven_AndNoneForWha
     EXPECT_THAT(content.output, Not(HasSubstr("Impl")));
 }
 
+TEST_F(DebianPackagesTest, ReferenceListsTheFunctionsOfEachNamespace) {
+    const ShellRun functions =
+        Shell("dpkg-deb --fsys-tarfile " + Package("libombry-doc") +
+              " | tar -xO ./usr/share/doc/libombry-doc/html/namespacemembers_func.html");
+    for (const char* name : {"EnrollClient()", "MakeClientCommunications()", "CreateJSONSerializer()"})
+        EXPECT_THAT(functions.output, HasSubstr(name));
+}
+
 }  // namespace
 }  // namespace Ombry::Tests

@@ -155,6 +155,16 @@ TEST_F(CertificateStoreFaultsTest, AddTellsEachFailureAndAddsNothingThen) {
     });
 }
 
+TEST_F(CertificateStoreFaultsTest, OpeningTellsEachFailureOrLeavesTheEntryOutAndNeverGivesOneWithoutBytes) {
+    ASSERT_TRUE(Open()->AddReplaceExisting(context));
+    ExpectEachFailureIsTold(3, [&] {
+        const auto store = Open();
+        const auto found = store ? store->FindNext(nullptr) : nullptr;
+        EXPECT_TRUE(!found || found->encodedLength == encoded.size());
+        return found != nullptr;
+    });
+}
+
 TEST_F(CertificateStoreFaultsTest, FriendlyNameTellsEachFailure) {
     const std::vector<std::uint8_t> name = {'n', 0, 0, 0};
     ASSERT_TRUE(Open()->AddReplaceExisting(context));

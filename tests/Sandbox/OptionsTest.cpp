@@ -131,6 +131,9 @@ TEST(SandboxParseOptionsTest, ValueMayLookLikeAnOption) {
 TEST(SandboxParseOptionsTest, ValueMayStandBehindAnEqualsSign) {
     EXPECT_EQ(Parse({"--port=1"}).port, 1);
     EXPECT_EQ(Parse({"--password=a=b"}).password, "a=b");
+    const Options options = Parse({"--cache-control=", "--plain-http"});
+    EXPECT_EQ(options.cacheControl, "");
+    EXPECT_TRUE(options.plainHttp);
 }
 
 TEST(SandboxParseOptionsTest, ValueInBracketsIsOneValue) {
