@@ -162,8 +162,8 @@ void Service::AddRoutes() {
         const auto answer = [this, carryOut = call.carryOut](const Request& request, Response& response) {
             if (!InjectFault(request, response)) (calls.*carryOut)(request, response);
         };
-        const auto answerBody = [this, answer](const Request& head, Response& response,
-                                               const httplib::ContentReader& reader) {
+        const auto answerBody = [answer](const Request& head, Response& response,
+                                         const httplib::ContentReader& reader) {
             Request request = head;
             if (ReadBody(head, response, reader, request.body)) answer(request, response);
         };
