@@ -7,12 +7,13 @@
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FakeMachineId.h"
+#include "tests/Fakes/FakeOneCertificateStore.h"
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Fakes/LoopbackSecurityFramework.h"
 #include "tests/Fakes/MemoryFiles.h"
-#include "tests/Fakes/OneCertificateStore.h"
 #include "tests/Fakes/RecordingLogger.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <system_error>
@@ -79,7 +80,7 @@ protected:
     FakeKnownFolders folders{"/m"};
     FakeMachineId machineId{"machine"};
     MemoryFiles files;
-    OneCertificateStore certificates{"DiscoveryServiceBootstrap", "certificate"};
+    FakeOneCertificateStore certificates{"DiscoveryServiceBootstrap", "certificate"};
     std::shared_ptr<RecordingLogger> logger = std::make_shared<RecordingLogger>();
     const Platform::Testing::Replace<Platform::IClock> replacedClock{clock};
     const Platform::Testing::Replace<Platform::IRandom> replacedRandom{random};

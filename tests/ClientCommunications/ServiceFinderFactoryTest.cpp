@@ -3,7 +3,7 @@
 #include "ClientCommunications/Impl/ServiceRequestFactory.h"
 #include "tests/Fakes/FakeService.h"
 #include "tests/Fakes/FakeServiceFinder.h"
-#include "tests/Fakes/MapKeyValueStorage.h"
+#include "tests/Fakes/MemoryKeyValueStorage.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedGateway.h"
 
@@ -24,7 +24,7 @@ protected:
     }
 
     std::shared_ptr<ScriptedGateway> gateway = std::make_shared<ScriptedGateway>();
-    std::shared_ptr<MapKeyValueStorage> cache = std::make_shared<MapKeyValueStorage>();
+    std::shared_ptr<MemoryKeyValueStorage> cache = std::make_shared<MemoryKeyValueStorage>();
     std::shared_ptr<RecordingLogger> logger = std::make_shared<RecordingLogger>();
     ServiceFinderFactory factory{gateway, std::make_shared<ServiceRequestFactory>("id", "client", "dc"),
                                  cache, logger};

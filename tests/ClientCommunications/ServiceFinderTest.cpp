@@ -5,7 +5,7 @@
 #include "ObjectMapping/Serialization.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeService.h"
-#include "tests/Fakes/MapKeyValueStorage.h"
+#include "tests/Fakes/MemoryKeyValueStorage.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedGateway.h"
 
@@ -90,7 +90,7 @@ protected:
     FakeClock clock{TimePoint(Duration(SecondsToTicks(Now)))};
     Platform::Testing::Replace<Platform::IClock> replaced{clock};
     std::shared_ptr<ScriptedGateway> gateway = std::make_shared<ScriptedGateway>();
-    std::shared_ptr<MapKeyValueStorage> cache = std::make_shared<MapKeyValueStorage>();
+    std::shared_ptr<MemoryKeyValueStorage> cache = std::make_shared<MemoryKeyValueStorage>();
     std::shared_ptr<RecordingLogger> logger = std::make_shared<RecordingLogger>();
 };
 
@@ -353,17 +353,17 @@ TEST_F(ServiceFinderTest, ACopyThatCannotBeReadFailsEveryFindUntilItIsDeleted) {
 }
 
 /// A storage whose folder is gone.
-class BrokenStorage : public MapKeyValueStorage {
+class BrokenStorage : public MemoryKeyValueStorage {
 public:
     explicit BrokenStorage(std::string brokenOperation) : brokenOperation(std::move(brokenOperation)) {}
 
     std::string GetByKey(const std::string& key) override {
         if (brokenOperation == "get") throw std::runtime_error("no get");
-        return MapKeyValueStorage::GetByKey(key);
+        return MemoryKeyValueStorage::GetByKey(key);
     }
     void RemoveByKey(const std::string& key) override {
         if (brokenOperation == "remove") throw std::runtime_error("no remove");
-        MapKeyValueStorage::RemoveByKey(key);
+        MemoryKeyValueStorage::RemoveByKey(key);
     }
 
 private:

@@ -5,8 +5,11 @@
 #include "Platform/IClock.h"
 #include "tests/Fakes/FakeService.h"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <barrier>
+#include <chrono>
 #include <functional>
 #include <string>
 #include <thread>
@@ -39,8 +42,14 @@ class UnorderedSignal {
 public:
     void Give() { given.store(true, std::memory_order_relaxed); }
     void Await() const {
-        while (!given.load(std::memory_order_relaxed))
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+        while (!given.load(std::memory_order_relaxed)) {
+            if (std::chrono::steady_clock::now() > limit) {
+                ADD_FAILURE() << "the other thread never gave the signal";
+                return;
+            }
             std::this_thread::yield();
+        }
     }
 
 private:

@@ -1,7 +1,7 @@
 // The five commands of a configured machine with each allocation, each start of a thread and each call of the
 // platform failing: the command ends, says so, and leaves a machine on which it can be run again.
 
-#include "tests/Fakes/ServiceMemory.h"
+#include "tests/Fakes/MemoryServiceRecords.h"
 #include "tests/NthFailure/FailingPlatform.h"
 #include "tests/NthFailure/StarvedRun.h"
 #include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
@@ -34,8 +34,8 @@ public:
     bool Has(const std::string& file) const { return machine.files.Exists(file); }
     bool KnowsService() const {
         return Has(RecordFile) &&
-               memory.Services() ==
-                   std::set{ServiceMemory::Between(*machine.files.Content(RecordFile), "\"Guid\": \"")};
+               memory.Services() == std::set{MemoryServiceRecords::Between(*machine.files.Content(RecordFile),
+                                                                           "\"Guid\": \"")};
     }
     /// Nothing was removed, neither here nor at the service.
     bool StandsAsBefore() const {
@@ -62,7 +62,7 @@ public:
         return std::hash<std::string>()(text);
     }
 
-    ServiceMemory memory;
+    MemoryServiceRecords memory;
     ConfiguredMachine machine;
     UndisturbedClock clock;
     FailingPlatform platform{{.files = true}};

@@ -7,10 +7,10 @@
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FakeMachineId.h"
+#include "tests/Fakes/FakeOneCertificateStore.h"
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Fakes/LoopbackSecurityFramework.h"
 #include "tests/Fakes/MemoryFiles.h"
-#include "tests/Fakes/OneCertificateStore.h"
 
 #include <memory>
 #include <string>
@@ -58,7 +58,7 @@ public:
     FakeKnownFolders folders{"/m"};
     FakeMachineId machineId{"machine"};
     MemoryFiles files;
-    OneCertificateStore certificates;
+    FakeOneCertificateStore certificates;
     const Platform::Testing::Replace<Platform::IClock> replacedClock{clock};
     const Platform::Testing::Replace<Platform::IRandom> replacedRandom{random};
     const Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};

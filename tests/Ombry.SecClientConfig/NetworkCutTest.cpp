@@ -2,7 +2,7 @@
 // connection works, and for good.
 
 #include "tests/Fakes/ForwardingSockets.h"
-#include "tests/Fakes/ServiceMemory.h"
+#include "tests/Fakes/MemoryServiceRecords.h"
 #include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
 
@@ -24,8 +24,8 @@ public:
     }
 
     std::string Record() const {
-        return ServiceMemory::Between(machine.files.Content(RecordFile).value_or("\"Guid\": \"-\""),
-                                      "\"Guid\": \"");
+        return MemoryServiceRecords::Between(machine.files.Content(RecordFile).value_or("\"Guid\": \"-\""),
+                                             "\"Guid\": \"");
     }
     bool Has(const std::string& file) const { return machine.files.Exists(file); }
     static std::string IdOf(const std::string& client) {
@@ -40,7 +40,7 @@ public:
     inline static const std::string NewCredentials = Security + "/Components/New/ombrycomponent.config";
     inline static const std::string Credentials = Security + "/Components/c1/ombrycomponent.config";
 
-    ServiceMemory memory;
+    MemoryServiceRecords memory;
     ForwardingSockets sockets;
     const Platform::Testing::Replace<Platform::ISockets> replacedSockets{sockets};
     ConfiguredMachine machine;

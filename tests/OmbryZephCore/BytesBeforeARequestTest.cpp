@@ -341,7 +341,8 @@ TEST_P(BytesBeforeARequestTest, EveryAnswerBelongsToItsRequestThoughEverySecondI
     std::set<std::string> said;
     const auto awaitAll = [&](const std::string& path) {
         std::unique_lock guard(mutex);
-        changed.wait_for(guard, std::chrono::seconds(5), [&] { return said.count(path) != 0; });
+        EXPECT_TRUE(changed.wait_for(guard, std::chrono::seconds(5), [&] { return said.count(path) != 0; }))
+            << path;
     };
     std::atomic<std::size_t> turn = 0;
     Serve([&](Connection& connection) {

@@ -434,7 +434,7 @@ TEST_P(SyncHttpClientLoopbackTest, ShortSilencesAreNoTimeOutHoweverManyThereAre)
                 clock.Advance(seconds(1));
                 if (++turn.waits == 13) turn.over.set_value();
             });
-            turn.over.get_future().wait_for(seconds(20));
+            EXPECT_EQ(turn.over.get_future().wait_for(seconds(20)), std::future_status::ready);
             sockets.BeSilent(nullptr);
             connection.Send("x");
         }

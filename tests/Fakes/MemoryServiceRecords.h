@@ -11,7 +11,7 @@ namespace Ombry::Tests {
 
 /// What the service knows of clients and services, changed and judged by the requests as a real one does. The
 /// token "t" is an administrator's; all others are those of the client "c1".
-class ServiceMemory {
+class MemoryServiceRecords {
 public:
     std::optional<std::string> Answer(const std::string& request) {
         std::lock_guard guard(mutex);

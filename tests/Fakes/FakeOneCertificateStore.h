@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/ICertificates.h"
+#include "Platform/Base64Text.h"
 
 #include <algorithm>
 #include <string>
@@ -10,9 +10,9 @@ namespace Ombry::Tests {
 
 /// Certificates whose every store exists, is read only and holds one entry: bytes of the test's choice under
 /// a friendly name. Any thread may open it.
-class OneCertificateStore : public Platform::ICertificates {
+class FakeOneCertificateStore : public Platform::ICertificates {
 public:
-    OneCertificateStore(const std::string& name, std::string bytes) : bytes(std::move(bytes)) {
+    FakeOneCertificateStore(const std::string& name, std::string bytes) : bytes(std::move(bytes)) {
         for (const char character : name + '\0') {
             friendlyName += character;
             friendlyName += '\0';
@@ -23,13 +23,7 @@ public:
     void Clear() { empty = true; }
     void Restore() { empty = false; }
 
-    std::string Base64() const {
-        auto& real = Platform::Production<Platform::ICertificates>();
-        const std::span<const std::uint8_t> binary(Encoded(), bytes.size());
-        std::string text(*real.BinaryToBase64(binary, nullptr, 0), '\0');
-        static_cast<void>(real.BinaryToBase64(binary, text.data(), static_cast<std::uint32_t>(text.size())));
-        return text;
-    }
+    std::string Base64() const { return *Platform::Base64Text({Encoded(), bytes.size()}); }
 
     Platform::ValueOr<std::unique_ptr<Platform::ICertificateStore>> OpenStore(Platform::StoreLocation,
                                                                               Platform::StoreAccess,
@@ -58,7 +52,7 @@ private:
 
     class Store : public Platform::ICertificateStore {
     public:
-        explicit Store(const OneCertificateStore& owner)
+        explicit Store(const FakeOneCertificateStore& owner)
             : owner(owner),
               context{Platform::CertificateEncoding, owner.Encoded(),
                       static_cast<std::uint32_t>(owner.bytes.size())} {}
@@ -80,7 +74,7 @@ private:
         }
 
     private:
-        const OneCertificateStore& owner;
+        const FakeOneCertificateStore& owner;
         const Platform::CertificateContext context;
     };
 

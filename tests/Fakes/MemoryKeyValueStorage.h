@@ -11,7 +11,7 @@ namespace Ombry::Tests {
 
 /// A key-value storage in memory, with keys as entry names. It keeps what was asked of it as texts: "get
 /// KEY", "set KEY", "remove KEY".
-class MapKeyValueStorage : public ClientCommunications::IKeyValueStorage {
+class MemoryKeyValueStorage : public ClientCommunications::IKeyValueStorage {
 public:
     std::string GetByKey(const std::string& key) override {
         std::lock_guard guard(mutex);
