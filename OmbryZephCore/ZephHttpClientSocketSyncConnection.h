@@ -34,6 +34,8 @@ public:
     std::uint32_t Connect(const ZephSorrelConnectionParametersIf& params);
     void Disconnect();
     bool IsConnected();
+    /// Gives back memory that is only needed during an exchange; for a connection that is likely to rest.
+    void ReleaseIdleMemory() { m_SSLIO.ReleaseIdleMemory(); }
 
     ZephHttpClientConnection& GetHttpConnection() { return m_Http; }
     ZephSyncIOControllerIf& GetSyncIOController() { return m_IOManager; }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 namespace OmbryZephCore {
 namespace {
@@ -29,6 +30,12 @@ bool IsTokenEnd(std::uint8_t byte) {
 
 std::uint8_t Lower(std::uint8_t byte) {
     return byte >= 'A' && byte <= 'Z' ? static_cast<std::uint8_t>(byte + ('a' - 'A')) : byte;
+}
+
+/// As `strcmp`, which mostly is decided by the first bytes.
+int Compare(const char* pLeft, const char* pRight) {
+    const int nFirst = static_cast<unsigned char>(*pLeft) - static_cast<unsigned char>(*pRight);
+    return nFirst != 0 ? nFirst : std::strcmp(pLeft, pRight);
 }
 
 const char* Text(const std::uint8_t* pAt) {
@@ -56,9 +63,17 @@ std::uint32_t ReadDecimal(const std::uint8_t* pAt, const std::uint8_t* pEnd) {
 }  // namespace
 
 std::uint32_t ZephHttpHeaderParser::Parse(const std::uint8_t* pData, std::uint32_t nLength) {
+    // The heads of one peer are much alike: the block of the last one mostly serves for the next.
+    std::unique_ptr<std::uint8_t[]> copy = std::move(m_Copy);
     Reset();
-    m_Copy.reset(ZephIOBuffer::Allocate(std::uint64_t{nLength} + 1));
-    if (!m_Copy) return m_Error = eRC_OutOfMemory;
+    const std::uint64_t nNeed = std::uint64_t{nLength} + 1;
+    if (!copy || nNeed > m_CopySize || m_CopySize > LargestReusedCopy) {
+        copy.reset();
+        copy.reset(ZephIOBuffer::Allocate(nNeed));
+        if (!copy) return m_Error = eRC_OutOfMemory;
+        m_CopySize = nNeed;
+    }
+    m_Copy = std::move(copy);
     if (nLength > 0) std::memcpy(m_Copy.get(), pData, nLength);
     m_Copy[nLength] = 0;
     m_Begin = m_Cursor = m_Copy.get();
@@ -80,8 +95,8 @@ void ZephHttpHeaderParser::Reset() {
 const char* ZephHttpHeaderParser::GetHeader(const char* pName) const {
     const auto found = std::lower_bound(
         m_Headers.begin(), m_Headers.end(), pName,
-        [](const Header& header, const char* pWanted) { return std::strcmp(header.pName, pWanted) < 0; });
-    const bool bFound = found != m_Headers.end() && std::strcmp(found->pName, pName) == 0;
+        [](const Header& header, const char* pWanted) { return Compare(header.pName, pWanted) < 0; });
+    const bool bFound = found != m_Headers.end() && Compare(found->pName, pName) == 0;
     return bFound ? found->pValue : nullptr;
 }
 
@@ -103,12 +118,12 @@ bool ZephHttpHeaderParser::ParseHead() {
 /// copy.
 void ZephHttpHeaderParser::SortHeaders() {
     std::sort(m_Headers.begin(), m_Headers.end(), [](const Header& left, const Header& right) {
-        const int nOrder = std::strcmp(left.pName, right.pName);
+        const int nOrder = Compare(left.pName, right.pName);
         return nOrder != 0 ? nOrder < 0 : left.pName < right.pName;
     });
     const auto last = std::unique(
         m_Headers.begin(), m_Headers.end(),
-        [](const Header& left, const Header& right) { return std::strcmp(left.pName, right.pName) == 0; });
+        [](const Header& left, const Header& right) { return Compare(left.pName, right.pName) == 0; });
     m_Headers.erase(last, m_Headers.end());
 }
 
@@ -199,10 +214,16 @@ bool ZephHttpHeaderParser::ParseHeaderLine(bool& bEnd) {
 /// Moves to the ":" of the line that begins at `pLineStart`, over its continuation lines; false if it has
 /// none.
 bool ZephHttpHeaderParser::FindColon(std::uint8_t* pLineStart) {
-    for (m_Cursor = pLineStart; m_Cursor < m_End && *m_Cursor != ':'; ++m_Cursor) {
-        if (IsLineEnd(m_Cursor) && !IsContinued(m_Cursor)) return false;
+    m_Cursor = pLineStart;
+    auto* const pColon = static_cast<std::uint8_t*>(std::memchr(pLineStart, ':', Remaining()));
+    if (!pColon) return false;
+    while (auto* const pReturn = static_cast<std::uint8_t*>(
+               std::memchr(m_Cursor, '\r', static_cast<std::size_t>(pColon - m_Cursor)))) {
+        if (IsLineEnd(pReturn) && !IsContinued(pReturn)) return false;
+        m_Cursor = pReturn + 1;
     }
-    return m_Cursor < m_End;
+    m_Cursor = pColon;
+    return true;
 }
 
 /// Moves to the line end behind a value and its continuation lines; false if the data ends first.

@@ -58,6 +58,9 @@ public:
     void ForEachHeader(ZephHeaderCallback callback) const override;
 
 private:
+    /// A block above this size goes with its head.
+    static constexpr std::uint64_t LargestReusedCopy = 4096;
+
     struct Header {
         const char* pName;
         const char* pValue;
@@ -85,6 +88,7 @@ private:
     std::uint32_t m_Mode;
     /// The head and one NUL behind it, so that the byte at `m_End` can always be read.
     std::unique_ptr<std::uint8_t[]> m_Copy;
+    std::uint64_t m_CopySize = 0;  ///< bytes of that block
     std::uint8_t* m_Begin = nullptr;
     std::uint8_t* m_End = nullptr;
     std::uint8_t* m_Cursor = nullptr;

@@ -75,8 +75,8 @@ bool SetProtocolsAndCiphers(SSL_CTX* context) {
 
 void SetModes(SSL_CTX* context) {
     // Without automatic retry a session ticket would hide the answer behind it until more input came.
-    SSL_CTX_set_mode(context, SSL_MODE_AUTO_RETRY | SSL_MODE_ENABLE_PARTIAL_WRITE |
-                                  SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER | SSL_MODE_RELEASE_BUFFERS);
+    SSL_CTX_set_mode(
+        context, SSL_MODE_AUTO_RETRY | SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
     // Reading ahead would swallow the bytes behind the peer's close, which have to be given back.
     SSL_CTX_set_read_ahead(context, 0);
     // A resumed session would skip the server's certificate, and with it every check.

@@ -24,18 +24,16 @@ using Ombry::LibraryLogger::LogCall;
 
 namespace {
 
-constexpr std::int32_t OutputCap = 16384;  // one full record; a memory buffer of the library never shrinks
+constexpr std::int32_t OutputCap = 16384;  // one full record
 constexpr std::int32_t TraceLineBytes = 64;
 
-// The library counts up to size_t; what a session holds stays far below the limit of int.
-std::int32_t Pending(BIO* buffer) {
-    return buffer == nullptr ? 0 : static_cast<std::int32_t>(BIO_ctrl_pending(buffer));
+// What a session holds stays far below the limit of int.
+std::int32_t Pending(const ZephOpenSSLBuffer& buffer) {
+    return static_cast<std::int32_t>(buffer.Pending());
 }
 
-// Reading an empty memory buffer is an error for the library and no failure here.
-std::int32_t TakeFrom(BIO* buffer, std::uint8_t* pBuffer, std::int32_t nBytes) {
-    const std::int32_t nCount = std::min(Pending(buffer), nBytes);
-    return nCount <= 0 ? 0 : std::max(0, BIO_read(buffer, pBuffer, nCount));
+std::int32_t TakeFrom(ZephOpenSSLBuffer& buffer, std::uint8_t* pBuffer, std::int32_t nBytes) {
+    return static_cast<std::int32_t>(buffer.Take(pBuffer, static_cast<std::uint32_t>(std::max(nBytes, 0))));
 }
 
 std::string Hexadecimal(const std::uint8_t* pBuffer, std::int32_t nBytes) {
@@ -83,7 +81,8 @@ std::int32_t ZephOpenSSLConnection::InitializeAsClient(const ZephOpenSSLClientCo
 
 void ZephOpenSSLConnection::Clear() {
     m_Session.reset();
-    m_Input = m_Output = nullptr;
+    m_Input.Clear();
+    m_Output.Clear();
     m_NeedInput = m_InputUsedUp = m_Failed = m_Handshaking = m_Established = m_Unjudged = m_PeerClosed =
         m_ShutdownSent = m_WaitForPeer = false;
 }
@@ -92,16 +91,14 @@ bool ZephOpenSSLConnection::MakeSession(const ZephOpenSSLClientContext& context)
     if (context.Get() == nullptr) return false;
     m_Session.reset(SSL_new(context.Get()));
     if (!m_Session) return false;
-    BIO* input = BIO_new(BIO_s_mem());
-    BIO* output = BIO_new(BIO_s_mem());
+    BIO* input = m_Input.MakeBio();
+    BIO* output = m_Output.MakeBio();
     if (input == nullptr || output == nullptr) {
         BIO_free(input);
         BIO_free(output);
         return false;
     }
     SSL_set_bio(m_Session.get(), input, output);
-    m_Input = input;
-    m_Output = output;
     SSL_set_connect_state(m_Session.get());
     SSL_set_app_data(m_Session.get(), this);
     SSL_set_info_callback(m_Session.get(), NoteHandshake);
@@ -211,8 +208,10 @@ std::int32_t ZephOpenSSLConnection::inject_ciphertext(const std::uint8_t* pBuffe
     if (m_Failed) return -1;
     m_NeedInput = m_InputUsedUp = false;
     const std::int32_t nCount = std::max(nBytes, 0);
-    ForgetStaleErrors();
-    if (nCount > 0 && BIO_write(m_Input, pBuffer, nCount) != nCount) return Fail("BIO_write");
+    if (!m_Input.Append(pBuffer, static_cast<std::uint32_t>(nCount))) {
+        ForgetStaleErrors();
+        return Fail("Taking ciphertext");
+    }
     if (m_Verbose)
         TraceCiphertext("OmbryZephCore::ZephOpenSSLConnection::inject_ciphertext", pBuffer, nCount);
     return ContinueInitIfNecessary() < 0 ? -1 : nCount;
@@ -239,14 +238,17 @@ std::int32_t ZephOpenSSLConnection::read_plaintext(std::uint8_t* pBuffer, std::i
 
 // A count, 0 when more input is needed or the peer has closed, or -1.
 std::int32_t ZephOpenSSLConnection::Read(std::uint8_t* pBuffer, std::int32_t nBytes) {
-    if (m_InputUsedUp) {  // the pump asks in every round
+    if (m_InputUsedUp) {  // the pump asks in every round, and ahead of every answer
         m_NeedInput = true;
         return 0;
     }
     std::size_t nCount = 0;
     ForgetStaleErrors();
     const int result = SSL_read_ex(m_Session.get(), pBuffer, static_cast<std::size_t>(nBytes), &nCount);
-    if (result == 1) return static_cast<std::int32_t>(nCount);
+    if (result == 1) {
+        m_InputUsedUp = !HoldsInput();
+        return static_cast<std::int32_t>(nCount);
+    }
     const int error = SSL_get_error(m_Session.get(), result);
     if (error == SSL_ERROR_WANT_READ) {
         m_NeedInput = m_InputUsedUp = true;
@@ -330,6 +332,11 @@ bool ZephOpenSSLConnection::HasUnread() {
     }
     if (SSL_in_init(m_Session.get())) m_Handshaking = true;
     return !m_Handshaking && HoldsInput();
+}
+
+// The library keeps its two buffers where they hold anything.
+void ZephOpenSSLConnection::ReleaseIdleMemory() {
+    if (m_Session) SSL_free_buffers(m_Session.get());
 }
 
 // The library takes a record in two steps; between them it holds the header alone, and only its state says

@@ -2,13 +2,13 @@
 
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephCertificateValidator.h"
+#include "OmbryZephCore/ZephOpenSSLBuffer.h"
 #include "OmbryZephCore/ZephSSLConnectionIf.h"
 
 #include <cstdint>
 #include <memory>
 #include <string>
 
-struct bio_st;
 struct ssl_st;
 
 namespace OmbryZephCore {
@@ -52,6 +52,7 @@ public:
     std::int32_t extract_unprocessed_ciphertext(std::uint8_t* pBuffer, std::int32_t nBytes) override;
     /// Records that are no data (tickets, key updates, a HelloRequest) are acted on first.
     bool HasUnread() override;
+    void ReleaseIdleMemory() override;
 
 private:
     struct SessionDeleter {
@@ -75,9 +76,10 @@ private:
     void TracePlaintext(const std::uint8_t* pBuffer, std::int32_t nBytes);
 
     std::shared_ptr<Ombry::LibraryLogger::ILogger> m_Logger;
+    // Ahead of the session, which uses them to its end.
+    ZephOpenSSLBuffer m_Input;   // ciphertext injected and not consumed
+    ZephOpenSSLBuffer m_Output;  // ciphertext not extracted
     std::unique_ptr<ssl_st, SessionDeleter> m_Session;
-    bio_st* m_Input = nullptr;   // owned by m_Session: ciphertext injected and not consumed
-    bio_st* m_Output = nullptr;  // owned by m_Session: ciphertext not extracted
     bool m_NeedInput = false;
     bool m_InputUsedUp = false;  // a read found nothing more, and nothing was injected since
     bool m_Failed = false;

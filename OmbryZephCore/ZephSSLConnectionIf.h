@@ -32,6 +32,8 @@ public:
     /// Whether plaintext, or the beginning of a record that may hold some, was injected and not read; also
     /// once the session is of no further use. False during a handshake.
     virtual bool HasUnread() = 0;
+    /// Gives back memory that is only needed while data flows; for a session that is likely to rest.
+    virtual void ReleaseIdleMemory() {}
 };
 
 /// Makes engines and takes them back.

@@ -144,6 +144,11 @@ void ZephSSLIO::SetVerbose(bool b) {
     if (m_Connection) m_Connection->SetVerbose(b);
 }
 
+void ZephSSLIO::ReleaseIdleMemory() {
+    std::lock_guard lock(m_Mutex);
+    if (m_Connection) m_Connection->ReleaseIdleMemory();
+}
+
 void ZephSSLIO::SetClearTextGuard(bool bGuard) {
     std::lock_guard lock(m_Mutex);
     m_ClearTextGuard = bGuard;
@@ -463,6 +468,7 @@ void ZephSSLIO::DoPendingNotifications() {
 }
 
 void ZephSSLIO::NotifyDrain() {
+    if (!m_DrainRequested) return;  // nearly always
     bool bBusy = false;
     {
         std::lock_guard lock(m_Mutex);

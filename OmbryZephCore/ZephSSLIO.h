@@ -58,6 +58,9 @@ public:
     /// Turns trace lines on, here and in the engine; survives `Terminate`.
     void SetVerbose(bool b);
 
+    /// As the engine's operation of that name.
+    void ReleaseIdleMemory();
+
     /// With the guard on, nothing of a connection on which TLS was on ever travels in clear text: once TLS is
     /// off again the stream counts as closed. A read then completes with 0 bytes, a write fails with
     /// `eRC_IO_ConnectionFailed`, and bytes behind the peer's close alert, which anyone on the way could have
@@ -244,7 +247,7 @@ private:
 
     std::mutex m_NotifyMutex;
     // Guarded by m_NotifyMutex:
-    bool m_DrainRequested = false;
+    std::atomic<bool> m_DrainRequested = false;  // read anywhere
     bool m_LowerDrainRequested = false;
     bool m_DrainArrived = false;
     bool m_TaskPending = false;

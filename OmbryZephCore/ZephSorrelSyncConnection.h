@@ -22,6 +22,8 @@ public:
     void Disconnect() override;
     std::uint32_t Reconnect() override;
     bool IsConnected() override;
+    /// Gives back memory that is only needed during an exchange; for a connection that is likely to rest.
+    void ReleaseIdleMemory() { m_Connection.ReleaseIdleMemory(); }
     ZephHttpClientConnectionIf& GetHttpConnection() override { return m_Connection.GetHttpConnection(); }
     ZephSyncIOControllerIf& GetSyncIOController() override { return m_Connection.GetSyncIOController(); }
 

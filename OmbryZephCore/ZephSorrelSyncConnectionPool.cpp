@@ -4,37 +4,33 @@
 #include "OmbryZephCore/ZephSorrelSyncConnection.h"
 #include "Platform/IClock.h"
 
-#include <deque>
+#include <algorithm>
 #include <map>
-#include <new>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace OmbryZephCore {
-
-class ZephSorrelSyncConnectionPool::PoolConnection : public ZephSorrelSyncConnection {
-public:
-    PoolConnection(const SharedState* pOwner, std::shared_ptr<Ombry::LibraryLogger::ILogger> logger,
-                   bool bVerbose)
-        : ZephSorrelSyncConnection(std::move(logger), bVerbose), m_Owner(pOwner) {}
-
-    bool IsOf(const SharedState* pOwner) const { return m_Owner == pOwner; }
-
-private:
-    const SharedState* m_Owner;
-};
 
 struct ZephSorrelSyncConnectionPool::SharedState {
     struct ZephIdleConnection {
         std::int64_t nReturnedAt;  // seconds of the wall clock
         std::unique_ptr<PoolConnection> pConnection;
     };
-    using Queue = std::deque<ZephIdleConnection>;
+    /// The connections of one destination, the newest at the back, with room for those that are lent: they go
+    /// back without a search, and without taking memory.
+    struct Queue {
+        std::vector<ZephIdleConnection> idle;
+        std::size_t nLent = 0;
+    };
+    using Queues = std::map<ZephSorrelConnectionParameters, Queue>;
 
     explicit SharedState(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger)
         : m_Logger(std::move(logger)) {}
 
     void EvictUntilStopped();
     void Evict(bool bAll, std::int64_t nNow);
+    void Leave(Queues::iterator home);
     void StopThread();
 
     const std::shared_ptr<Ombry::LibraryLogger::ILogger> m_Logger;
@@ -42,8 +38,8 @@ struct ZephSorrelSyncConnectionPool::SharedState {
 
     // Never held together with m_StopMutex.
     std::mutex m_Mutex;
-    // Guarded by m_Mutex. The newest connection of a queue stands at the back.
-    std::map<ZephSorrelConnectionParameters, Queue> m_Idle;
+    // Guarded by m_Mutex:
+    Queues m_Idle;
 
     // Constant while the thread runs:
     std::uint32_t m_MaxIdleSeconds = 0;
@@ -54,6 +50,20 @@ struct ZephSorrelSyncConnectionPool::SharedState {
     bool m_Stop = true;  // guarded by m_StopMutex
 
     std::thread m_Thread;
+};
+
+class ZephSorrelSyncConnectionPool::PoolConnection : public ZephSorrelSyncConnection {
+public:
+    PoolConnection(const SharedState* pOwner, SharedState::Queues::iterator home,
+                   std::shared_ptr<Ombry::LibraryLogger::ILogger> logger, bool bVerbose)
+        : ZephSorrelSyncConnection(std::move(logger), bVerbose), m_Owner(pOwner), m_Home(home) {}
+
+    bool IsOf(const SharedState* pOwner) const { return m_Owner == pOwner; }
+    SharedState::Queues::iterator GetHome() const { return m_Home; }
+
+private:
+    const SharedState* m_Owner;
+    const SharedState::Queues::iterator m_Home;
 };
 
 void ZephSorrelSyncConnectionPool::SharedState::EvictUntilStopped() {
@@ -72,14 +82,22 @@ void ZephSorrelSyncConnectionPool::SharedState::EvictUntilStopped() {
 void ZephSorrelSyncConnectionPool::SharedState::Evict(bool bAll, std::int64_t nNow) {
     std::lock_guard guard(m_Mutex);
     for (auto it = m_Idle.begin(); it != m_Idle.end();) {
-        Queue& queue = it->second;
+        auto& [queue, nLent] = it->second;
         // Signed, so that a clock that was set back makes a connection young and not old.
-        while (!queue.empty() &&
-               (bAll || nNow - queue.front().nReturnedAt > static_cast<std::int64_t>(m_MaxIdleSeconds))) {
-            queue.pop_front();
-        }
-        it = queue.empty() ? m_Idle.erase(it) : std::next(it);
+        const auto young = std::find_if(queue.begin(), queue.end(), [&](const ZephIdleConnection& idle) {
+            return !bAll && nNow - idle.nReturnedAt <= static_cast<std::int64_t>(m_MaxIdleSeconds);
+        });
+        queue.erase(queue.begin(), young);
+        for (const ZephIdleConnection& idle : queue)
+            idle.pConnection->ReleaseIdleMemory();
+        it = queue.empty() && nLent == 0 ? m_Idle.erase(it) : std::next(it);
     }
+}
+
+/// A connection is lent no more; m_Mutex is held.
+void ZephSorrelSyncConnectionPool::SharedState::Leave(Queues::iterator home) {
+    --home->second.nLent;
+    if (home->second.nLent == 0 && home->second.idle.empty()) m_Idle.erase(home);
 }
 
 void ZephSorrelSyncConnectionPool::SharedState::StopThread() {
@@ -120,33 +138,45 @@ std::uint32_t ZephSorrelSyncConnectionPool::Start(std::uint32_t nMaxIdleSeconds,
 
 ZephSorrelSyncConnectionIf* ZephSorrelSyncConnectionPool::GetConnection(
     const ZephSorrelConnectionParameters& params) {
+    SharedState::Queues::iterator home;
     {
         std::lock_guard guard(m_State->m_Mutex);
-        const auto found = m_State->m_Idle.find(params);
-        if (found != m_State->m_Idle.end() && !found->second.empty()) {
-            std::unique_ptr<PoolConnection> newest = std::move(found->second.back().pConnection);
-            found->second.pop_back();
+        home = m_State->m_Idle.try_emplace(params).first;
+        auto& [idle, nLent] = home->second;
+        ++nLent;
+        if (!idle.empty()) {
+            std::unique_ptr<PoolConnection> newest = std::move(idle.back().pConnection);
+            idle.pop_back();
             return newest.release();
         }
     }
-    auto connection = std::make_unique<PoolConnection>(m_State.get(), m_State->m_Logger, m_State->m_Verbose);
-    connection->Configure(params);
-    return connection.release();
+    try {
+        {
+            std::lock_guard guard(m_State->m_Mutex);
+            home->second.idle.reserve(home->second.idle.size() + home->second.nLent);
+        }
+        auto connection =
+            std::make_unique<PoolConnection>(m_State.get(), home, m_State->m_Logger, m_State->m_Verbose);
+        connection->Configure(params);
+        return connection.release();
+    } catch (...) {
+        std::lock_guard guard(m_State->m_Mutex);
+        m_State->Leave(home);
+        throw;
+    }
 }
 
 std::uint32_t ZephSorrelSyncConnectionPool::ReleaseConnection(ZephSorrelSyncConnectionIf* pConnection) {
     auto* pOurs = dynamic_cast<PoolConnection*>(pConnection);
     if (!pOurs || !pOurs->IsOf(m_State.get())) return eRC_Success;
+    // What is not kept goes behind the lock: taking a TLS stack down takes its time.
     std::unique_ptr<PoolConnection> connection(pOurs);
-    if (!connection->IsConnected() || connection->GetHttpConnection().IsCloseRequested()) return eRC_Success;
+    const bool bKeep = connection->IsConnected() && !connection->GetHttpConnection().IsCloseRequested();
     const std::int64_t nNow = Ombry::Platform::WallSeconds();
-    try {
-        std::lock_guard guard(m_State->m_Mutex);
-        SharedState::Queue& queue = m_State->m_Idle[connection->GetParameters()];
-        queue.push_back({nNow, std::move(connection)});
-    } catch (const std::bad_alloc&) {
-        // Without room to keep it the connection goes, and the answer that it brought stays.
-    }
+    std::lock_guard guard(m_State->m_Mutex);
+    const auto home = connection->GetHome();
+    if (bKeep) home->second.idle.push_back({nNow, std::move(connection)});
+    m_State->Leave(home);
     return eRC_Success;
 }
 

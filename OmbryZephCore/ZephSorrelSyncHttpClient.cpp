@@ -50,8 +50,7 @@ std::uint32_t ZephSorrelSyncHttpClient::GetHttpStatus() const {
 
 void ZephSorrelSyncHttpClient::ForEachResponseHeader(
     std::function<void(const std::string& name, const std::string& value)> callback) const {
-    for (const auto& [name, value] : m_Impl->GetResponseHeaders())
-        callback(name, value);
+    m_Impl->ForEachResponseHeader(callback);
 }
 
 }  // namespace OmbryZephCore

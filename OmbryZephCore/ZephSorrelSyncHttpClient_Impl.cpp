@@ -3,6 +3,8 @@
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephSorrelTrivialSyncConnectionPool.h"
 
+#include <cstring>
+#include <map>
 #include <utility>
 
 namespace OmbryZephCore {
@@ -26,7 +28,7 @@ public:
         m_Client.m_Token = Ombry::Cancellation::Token();
         m_Client.m_Reader = nullptr;
         m_Client.m_Writer = nullptr;
-        m_Client.m_RequestHeaders.clear();
+        m_Client.m_RequestHeaders.Clear();
         m_Client.m_ReaderFailed = Ombry::Cancellation::Token();
         if (pConnection) m_Client.m_Pool->ReleaseConnection(pConnection);
     }
@@ -57,17 +59,14 @@ void ZephSorrelSyncHttpClient_Impl::SetBasePath(const std::string& path) {
     if (m_BasePath.back() == '/') m_BasePath.pop_back();
 }
 
-std::string ZephSorrelSyncHttpClient_Impl::MakeUrl(const std::string& path) const {
-    std::string url;
-    url.reserve(m_BasePath.size() + 1 + path.size());
-    url += m_BasePath;
-    if (!path.empty() && path.front() != '/') url += '/';
-    url += path;
-    return url;
+void ZephSorrelSyncHttpClient_Impl::MakeUrl(const std::string& path) {
+    m_Url = m_BasePath;
+    if (!path.empty() && path.front() != '/') m_Url += '/';
+    m_Url += path;
 }
 
 std::uint32_t ZephSorrelSyncHttpClient_Impl::DoRequest(const std::string& method, const std::string& path) {
-    const std::string url = MakeUrl(path);
+    MakeUrl(path);
     RequestScope scope(*this);
     m_Connection = m_Pool->GetConnection(m_Parameters);
     std::uint32_t nResult = m_Connection->EnsureConnected();
@@ -84,7 +83,7 @@ std::uint32_t ZephSorrelSyncHttpClient_Impl::DoRequest(const std::string& method
         m_ResponseHeaders.clear();
         nResult = PrepareBody(bChunked, nLength);
         if (nResult != eRC_Success) break;
-        nResult = Exchange(method, url, bChunked, nLength);
+        nResult = Exchange(method, bChunked, nLength);
         if (m_CallerThrew) std::rethrow_exception(std::exchange(m_CallerThrew, nullptr));
         if (nResult == eRC_Success || nResult == eRC_HTTP_StatusFailure) {
             // A response may end before its request does; the stack then still holds pointers to us.
@@ -109,13 +108,13 @@ std::uint32_t ZephSorrelSyncHttpClient_Impl::PrepareBody(bool& bChunked, std::ui
     return m_BodyBuffer.SetLength(nLength != 0 && nLength < LargestBodyPiece ? nLength : LargestBodyPiece);
 }
 
-std::uint32_t ZephSorrelSyncHttpClient_Impl::Exchange(const std::string& method, const std::string& url,
-                                                      bool bChunked, std::uint32_t nLength) {
-    Ombry::LibraryLogger::LogCall(m_Logger, DoRequestName, 1, "sending ", method, " to ", url);
+std::uint32_t ZephSorrelSyncHttpClient_Impl::Exchange(const std::string& method, bool bChunked,
+                                                      std::uint32_t nLength) {
+    Ombry::LibraryLogger::LogCall(m_Logger, DoRequestName, 1, "sending ", method, " to ", m_Url);
     m_RequestSent = false;
     m_ResponseEnded = false;
     const std::uint32_t nResult = m_Connection->GetHttpConnection().SendRequest(
-        method.c_str(), url.c_str(), m_CloseAfterRequest, this, this, this, bChunked, nLength);
+        method.c_str(), m_Url.c_str(), m_CloseAfterRequest, this, this, this, bChunked, nLength);
     if (nResult != eRC_Success) return nResult;
     m_IOResult = m_Connection->GetSyncIOController().DoPendingIO(m_TimeoutSeconds, MakeExchangeToken());
     return JudgeExchange();
@@ -231,10 +230,22 @@ void ZephSorrelSyncHttpClient_Impl::OnReadyForBody() {
 
 void ZephSorrelSyncHttpClient_Impl::ExtractResponseHeaders(std::uint32_t nStatus) {
     m_HttpStatus = nStatus;
-    // They come in the order of the map, so that each belongs at its end.
     m_Connection->GetHttpConnection().ForEachResponseHeader([this](const char* pName, const char* pValue) {
-        m_ResponseHeaders.insert_or_assign(m_ResponseHeaders.end(), pName, pValue);
+        m_ResponseHeaders.append(pName, std::strlen(pName) + 1).append(pValue, std::strlen(pValue) + 1);
     });
+}
+
+void ZephSorrelSyncHttpClient_Impl::ForEachResponseHeader(
+    const std::function<void(const std::string& name, const std::string& value)>& callback) const {
+    std::map<std::string, std::string> headers;
+    const char* const pEnd = m_ResponseHeaders.data() + m_ResponseHeaders.size();
+    for (const char* pAt = m_ResponseHeaders.data(); pAt != pEnd;) {
+        const char* const pValue = pAt + std::strlen(pAt) + 1;
+        headers.insert_or_assign(headers.end(), pAt, pValue);
+        pAt = pValue + std::strlen(pValue) + 1;
+    }
+    for (const auto& [name, value] : headers)
+        callback(name, value);
 }
 
 }  // namespace OmbryZephCore

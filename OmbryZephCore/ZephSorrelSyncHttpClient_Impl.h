@@ -1,11 +1,12 @@
 #pragma once
 
+#include "OmbryZephCore/ZephHeaderMap.h"
 #include "OmbryZephCore/ZephHttpClientConnectionIf.h"
 #include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
 
 #include <exception>
-#include <map>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -21,10 +22,7 @@ public:
                                   const ZephSorrelConnectionParameters& params,
                                   ZephSorrelSyncConnectionPoolIf* pPool);
 
-    void SetHeader(const std::string& name, const std::string& value) {
-        // Callers mostly set them in the order of their names, so that each belongs at the end.
-        m_RequestHeaders.insert_or_assign(m_RequestHeaders.end(), name, value);
-    }
+    void SetHeader(const std::string& name, const std::string& value) { m_RequestHeaders.Set(name, value); }
     void SetBasePath(const std::string& path);
     void SetToken(Ombry::Cancellation::Token token) { m_Token = std::move(token); }
     void SetTimeout(std::uint32_t nSeconds) { m_TimeoutSeconds = nSeconds; }
@@ -33,7 +31,8 @@ public:
     std::uint32_t DoRequest(const std::string& method, const std::string& path);
     std::uint32_t GetIOResult() const { return m_IOResult; }
     std::uint32_t GetHttpStatus() const { return m_HttpStatus; }
-    const std::map<std::string, std::string>& GetResponseHeaders() const { return m_ResponseHeaders; }
+    void ForEachResponseHeader(
+        const std::function<void(const std::string& name, const std::string& value)>& callback) const;
 
 private:
     class RequestScope;
@@ -51,10 +50,9 @@ private:
     void OnRequestFailed() override;
     void OnReadyForBody() override;
 
-    std::string MakeUrl(const std::string& path) const;
+    void MakeUrl(const std::string& path);
     std::uint32_t PrepareBody(bool& bChunked, std::uint32_t& nLength);
-    std::uint32_t Exchange(const std::string& method, const std::string& url, bool bChunked,
-                           std::uint32_t nLength);
+    std::uint32_t Exchange(const std::string& method, bool bChunked, std::uint32_t nLength);
     Ombry::Cancellation::Token MakeExchangeToken();
     std::uint32_t JudgeExchange();
     void ExtractResponseHeaders(std::uint32_t nStatus);
@@ -65,16 +63,18 @@ private:
     ZephSorrelConnectionParameters m_Parameters;
     ZephSorrelSyncConnectionPoolIf* m_Pool;
     std::string m_BasePath;
+    std::string m_Url;  // of the request at hand; keeps its memory
     bool m_CloseAfterRequest = false;
     std::uint32_t m_TimeoutSeconds = DefaultTimeoutSeconds;
     Ombry::Cancellation::Token m_Token;
     ZephSyncDataReaderIf* m_Reader = nullptr;
     ZephSyncDataWriterIf* m_Writer = nullptr;
-    std::map<std::string, std::string> m_RequestHeaders;
+    ZephHeaderMap m_RequestHeaders;
     std::uint32_t m_IOResult = 0;
     std::uint32_t m_RequestResult = 0;
     std::uint32_t m_HttpStatus = 0;
-    std::map<std::string, std::string> m_ResponseHeaders;
+    /// Name, NUL, value, NUL, and so on as they came: made into a map only for who asks.
+    std::string m_ResponseHeaders;
     std::unique_ptr<ZephSorrelSyncConnectionPoolIf> m_OwnedPool;
     ZephSorrelSyncConnectionIf* m_Connection = nullptr;
     ZephIOBuffer m_BodyBuffer;

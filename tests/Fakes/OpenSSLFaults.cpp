@@ -116,11 +116,6 @@ BIO* BIO_new(const BIO_METHOD* method) {
     return Fails("BIO_new") ? nullptr : real(method);
 }
 
-int BIO_write(BIO* buffer, const void* data, int length) {
-    static const auto real = TheLibrarys<decltype(BIO_write)>("BIO_write");
-    return Fails("BIO_write") ? -1 : real(buffer, data, length);
-}
-
 long SSL_ctrl(SSL* session, int command, long number, void* pointer) {
     static const auto real = TheLibrarys<decltype(SSL_ctrl)>("SSL_ctrl");
     if (command == SSL_CTRL_SET_TLSEXT_HOSTNAME && Fails("SSL_set_tlsext_host_name")) return 0;

@@ -551,23 +551,23 @@ TEST_P(SyncHttpClientLoopbackTest, AKeepAliveRequestMakesFewSystemCalls) {
     EXPECT_EQ(server->Connections(), 1u);
 }
 
-TEST_P(SyncHttpClientLoopbackTest, AKeepAliveGetMakesFewAllocations) {
+TEST_P(SyncHttpClientLoopbackTest, AKeepAliveGetAllocatesNothing) {
     Serve(LoopbackServer::Answering(LoopbackServer::Response("x", "200 OK", "Content-Type: text/plain\r\n")));
     Platform::Testing::Replace<Platform::ISockets> real(Platform::Production<Platform::ISockets>());
     ZephSorrelSyncConnectionPool quiet(nullptr);
     ZephSorrelSyncHttpClient client(nullptr, false, Params(), &quiet);
     Text text;
     text.text.reserve(100);
-    std::size_t allocations = 0;
+    std::vector<std::size_t> allocations;
     for (int i = 0; i < 3; ++i) {
         client.SetHeader("Accept", "text/plain");
         client.SetDataWriter(&text);
         const std::size_t before = AllocationsOfThisThread();
         ASSERT_EQ(client.DoRequest("GET", "/some/path"), 0u);
-        allocations = AllocationsOfThisThread() - before;
+        allocations.push_back(AllocationsOfThisThread() - before);
     }
-    EXPECT_GT(allocations, 0u) << "they are counted at all";
-    EXPECT_LE(allocations, 30u);
+    EXPECT_GT(allocations.front(), 0u) << "they are counted at all";
+    EXPECT_EQ(allocations.back(), 0u) << "what the TLS library takes by malloc is not among them";
     EXPECT_EQ(server->Connections(), 1u);
 }
 

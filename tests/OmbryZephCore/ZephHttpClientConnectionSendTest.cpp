@@ -317,7 +317,7 @@ TEST_F(ZephHttpClientConnectionSendTest, SmallRequestsReuseTheirBuffers) {
         connection.AddHeader("Accept", "*/*");
         SendGet();
         io.Feed("HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\nx");
-        EXPECT_EQ(n, count);  // the parser's copy of each head, nothing else
+        EXPECT_EQ(0, count) << n;  // the heads of the answers are copied into one block
     }
 }
 

@@ -281,7 +281,7 @@ TEST(ZephHttpHeaderParserTest, CopyThatCannotBeAllocatedGivesOutOfMemoryAndForge
     ASSERT_EQ(0U, Parse(parser, "HTTP/1.1 200 OK\r\nA: b\r\n\r\n"));
     {
         const ReplacedAllocator refuse(&RefuseAllocation);
-        EXPECT_EQ(eRC_OutOfMemory, Parse(parser, "HTTP/1.1 200 OK\r\n\r\n"));
+        EXPECT_EQ(eRC_OutOfMemory, Parse(parser, "HTTP/1.1 200 OK\r\nA: longer\r\n\r\n"));
     }
     EXPECT_EQ(nullptr, parser.GetHeader("A"));
     EXPECT_EQ(0U, parser.GetStatusCode());
@@ -302,6 +302,29 @@ TEST(ZephHttpHeaderParserTest, OneHeadIsOneCopy) {
     allocations = 0;
     ZephHttpHeaderParser parser(ZephHttpHeaderParser::ModeResponse);
     ASSERT_EQ(0U, Parse(parser, "HTTP/1.1 200 OK\r\nA: b\r\nC: d\r\n\r\n"));
+    EXPECT_EQ(1, allocations);
+}
+
+TEST(ZephHttpHeaderParserTest, HeadThatIsNoLongerThanTheLastIsCopiedIntoTheSameBlock) {
+    const ReplacedAllocator count(&CountAllocation);
+    ZephHttpHeaderParser parser(ZephHttpHeaderParser::ModeResponse);
+    ASSERT_EQ(0U, Parse(parser, "HTTP/1.1 200 OK\r\nA: b\r\n\r\n"));
+    allocations = 0;
+    EXPECT_EQ(0U, Parse(parser, "HTTP/1.1 201 OK\r\nC: d\r\n\r\n"));
+    EXPECT_EQ(0, allocations);
+    EXPECT_EQ(nullptr, parser.GetHeader("A"));
+    EXPECT_STREQ("d", parser.GetHeader("C"));
+    EXPECT_EQ(eRC_HTTP_BadResponseHeader, Parse(parser, "HTTP/1.1 202"));
+    EXPECT_EQ(0U, Parse(parser, "HTTP/1.1 203 OK\r\nE: fgh\r\n\r\n")) << "one byte more than the block has";
+    EXPECT_STREQ("fgh", parser.GetHeader("E"));
+}
+
+TEST(ZephHttpHeaderParserTest, BlockOfALargeHeadGoesWithIt) {
+    const ReplacedAllocator count(&CountAllocation);
+    ZephHttpHeaderParser parser(ZephHttpHeaderParser::ModeResponse);
+    ASSERT_EQ(0U, Parse(parser, "HTTP/1.1 200 OK\r\nA: " + std::string(5000, 'b') + "\r\n\r\n"));
+    allocations = 0;
+    EXPECT_EQ(0U, Parse(parser, "HTTP/1.1 200 OK\r\n\r\n"));
     EXPECT_EQ(1, allocations);
 }
 

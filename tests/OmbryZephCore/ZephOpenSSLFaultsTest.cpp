@@ -1,3 +1,4 @@
+#include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephOpenSSLClientConnectionManager.h"
 #include "OmbryZephCore/ZephOpenSSLErrors.h"
 #include "tests/Fakes/OpenSSLFaults.h"
@@ -177,9 +178,13 @@ protected:
 };
 
 TEST_F(ZephOpenSSLSessionFaultTest, CiphertextThatCannotBeKeptIsAFailure) {
-    const OpenSSLFault fault("BIO_write");
-    EXPECT_EQ(Inject(pair.client, "x"), -1);
-    ExpectFailedWith("BIO_write");
+    const auto previous =
+        OmbryZephCore::ZephIOBuffer::ReplaceAllocator([](std::uint64_t) -> std::uint8_t* { return nullptr; });
+    EXPECT_EQ(Inject(pair.client, std::string(100'000, 'x')), -1);
+    OmbryZephCore::ZephIOBuffer::ReplaceAllocator(previous);
+    EXPECT_THAT(pair.logger->Messages(4), ElementsAre("Taking ciphertext failed: no error recorded"));
+    EXPECT_EQ(Write(pair.client, "more"), -1);
+    EXPECT_FALSE(pair.client.IsShuttingDown());
 }
 
 TEST_F(ZephOpenSSLSessionFaultTest, PlaintextThatCannotBeEncryptedIsAFailure) {

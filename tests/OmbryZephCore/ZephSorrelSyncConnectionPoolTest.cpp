@@ -153,23 +153,33 @@ TEST_F(ZephSorrelSyncConnectionPoolTest, AConnectionThatWasAskedToCloseIsDeleted
     EXPECT_EQ(sockets.OpenSockets(), 0u);
 }
 
-TEST_F(ZephSorrelSyncConnectionPoolTest, AConnectionThatThereIsNoMemoryToKeepIsDeletedAtItsRelease) {
+TEST_F(ZephSorrelSyncConnectionPoolTest, AReleaseTakesNoMemory) {
+    std::vector<ZephSorrelSyncConnectionIf*> lent;
+    for (int i = 0; i < 100; ++i)
+        lent.push_back(Connected());
+    const std::size_t before = AllocationsOfThisThread();
+    for (auto* pConnection : lent)
+        EXPECT_EQ(pool->ReleaseConnection(pConnection), 0u) << "it runs in a destructor";
+    EXPECT_EQ(AllocationsOfThisThread(), before);
+    EXPECT_EQ(sockets.OpenSockets(), 100u);
+}
+
+TEST_F(ZephSorrelSyncConnectionPoolTest, ALoanThatThereIsNoMemoryForLeavesNoTrace) {
     bool failed = true;
     for (std::size_t n = 1; failed; ++n) {
-        pool.emplace(logger);
-        ZephSorrelSyncConnectionIf* const pConnection = Connected();
-        {
-            const FailingAllocation failing(n);
-            EXPECT_NO_THROW(EXPECT_EQ(pool->ReleaseConnection(pConnection), 0u)) << "it runs in a destructor";
-            failed = failing.Failed();
+        const auto params = Params("host" + std::to_string(n));
+        const FailingAllocation failing(n);
+        try {
+            ZephSorrelSyncConnectionIf* const pConnection = pool->GetConnection(params);
+            EXPECT_FALSE(failing.Failed()) << n;
+            pool->ReleaseConnection(pConnection);
+        } catch (const std::bad_alloc&) {
         }
-        EXPECT_EQ(sockets.OpenSockets(), failed ? 0u : 1u) << n;
-        ZephSorrelSyncConnectionIf* const pNext = Connected();
-        EXPECT_EQ(sockets.OpenSockets(), 1u) << n;
-        EXPECT_EQ(pool->ReleaseConnection(pNext), 0u) << "with memory, the pool keeps one again";
-        EXPECT_EQ(sockets.OpenSockets(), 1u) << n;
-        EXPECT_TRUE(!FailingAllocation::Fails || n > 1 || failed) << "to keep one takes memory";
+        failed = failing.Failed();
+        EXPECT_TRUE(!FailingAllocation::Fails || n > 1 || failed) << "a loan takes memory";
     }
+    Idle();
+    EXPECT_EQ(sockets.OpenSockets(), 1u) << "the pool lends and keeps as ever";
 }
 
 TEST_F(ZephSorrelSyncConnectionPoolTest, AForeignConnectionIsIgnoredAndNotDeleted) {
@@ -244,16 +254,18 @@ TEST_F(ZephSorrelSyncConnectionPoolTest, OneScanDeletesAllThatAreTooOld) {
 
 TEST_F(ZephSorrelSyncConnectionPoolTest, NothingIsKeptForParametersWithoutAnIdleConnection) {
     Start(300, 301);
-    const auto allocationsOfARelease = [this] {
-        ZephSorrelSyncConnectionIf* const pConnection = Connected();
+    const auto allocationsOfALoan = [this] {
         const std::size_t before = AllocationsOfThisThread();
+        ZephSorrelSyncConnectionIf* const pConnection = pool->GetConnection(Params());
+        const std::size_t allocations = AllocationsOfThisThread() - before;
+        EXPECT_EQ(pConnection->EnsureConnected(), 0u);
         pool->ReleaseConnection(pConnection);
-        return AllocationsOfThisThread() - before;
+        return allocations;
     };
-    const std::size_t first = allocationsOfARelease();
-    EXPECT_GT(first, 0u) << "a place for these parameters";
+    const std::size_t first = allocationsOfALoan();
+    EXPECT_EQ(allocationsOfALoan(), 0u) << "the same connection, and the same place";
     Scan(seconds(301));
-    EXPECT_EQ(allocationsOfARelease(), first) << "the place went with its last connection";
+    EXPECT_EQ(allocationsOfALoan(), first) << "the place went with its last connection";
 }
 
 TEST_F(ZephSorrelSyncConnectionPoolTest, AReleaseBeginsTheIdleTimeAnew) {

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "OmbryZephCore/ZephIOBuffer.h"
+
+#include <cstdint>
+
+struct bio_st;
+
+namespace OmbryZephCore {
+
+/// Bytes between a TLS session and the stage around it, first in, first out: the session sees a BIO, the
+/// stage calls it directly. Keeps the memory of the most that it ever held. One thread at a time.
+class ZephOpenSSLBuffer {
+public:
+    ZephOpenSSLBuffer() = default;
+    ZephOpenSSLBuffer(const ZephOpenSSLBuffer&) = delete;
+    ZephOpenSSLBuffer& operator=(const ZephOpenSSLBuffer&) = delete;
+
+    /// A BIO that reads from here and writes to here; the caller's, and of no use without this object. Null
+    /// if there is no memory.
+    bio_st* MakeBio();
+
+    std::uint32_t Pending() const { return m_End - m_Begin; }
+    /// False, and nothing is added, if there is no memory.
+    bool Append(const std::uint8_t* pBytes, std::uint32_t nBytes);
+    /// At most `nBytes` of the oldest bytes; how many.
+    std::uint32_t Take(std::uint8_t* pBytes, std::uint32_t nBytes);
+    void Clear() { m_Begin = m_End = 0; }
+
+private:
+    ZephIOBuffer m_Buffer;
+    std::uint32_t m_Begin = 0;
+    std::uint32_t m_End = 0;
+};
+
+}  // namespace OmbryZephCore
