@@ -20,7 +20,7 @@ constexpr const char* Writing = "OmbryZephCore::ZephSChannelConnection::write_pl
 constexpr std::uint8_t AlertRecord = 0x15;  // RFC 5246, section 6.2.1
 constexpr std::uint32_t TraceLine = 64;
 
-std::string Hexadecimal(const std::uint8_t* pBytes, std::uint32_t nBytes) {
+std::string HexadecimalLines(const std::uint8_t* pBytes, std::uint32_t nBytes) {
     std::string text;
     for (std::uint32_t n = 0; n < nBytes; ++n) {
         char pair[3];
@@ -83,7 +83,7 @@ std::int32_t ZephSChannelConnection::extract_unprocessed_ciphertext(std::uint8_t
 void ZephSChannelConnection::TraceCiphertext(const Ombry::LibraryLogger::Place& place,
                                              const std::uint8_t* pBytes, std::uint32_t nBytes) {
     if (!m_Verbose || nBytes == 0) return;
-    LogCall(m_Logger, place, 0, [&] { return Hexadecimal(pBytes, nBytes); });
+    LogCall(m_Logger, place, 0, [&] { return HexadecimalLines(pBytes, nBytes); });
 }
 
 std::int32_t ZephSChannelConnection::read_plaintext(std::uint8_t* pBuffer, std::int32_t nBytes) {

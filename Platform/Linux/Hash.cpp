@@ -5,12 +5,12 @@
 namespace Ombry::Platform {
 namespace {
 
-using Context = Linux::Owned<EVP_MD_CTX, EVP_MD_CTX_free>;
+using DigestContext = Linux::Owned<EVP_MD_CTX, EVP_MD_CTX_free>;
 using Algorithm = Linux::Owned<EVP_MD, EVP_MD_free>;
 
 class Sha256 : public IHashObject {
 public:
-    explicit Sha256(Context context) : context(std::move(context)) {}
+    explicit Sha256(DigestContext context) : context(std::move(context)) {}
 
     Result Update(std::string_view data) override {
         if (EVP_DigestUpdate(context.get(), data.data(), data.size()) != 1) return Linux::OpenSSLFailure();
@@ -30,7 +30,7 @@ public:
     }
 
 private:
-    Context context;
+    DigestContext context;
 };
 
 class OpenSSLHashProvider : public IHashProvider {
@@ -38,7 +38,7 @@ public:
     explicit OpenSSLHashProvider(Algorithm sha256) : sha256(std::move(sha256)) {}
 
     ValueOr<std::unique_ptr<IHashObject>> CreateSha256() override {
-        Context context(EVP_MD_CTX_new());
+        DigestContext context(EVP_MD_CTX_new());
         if (!context || EVP_DigestInit_ex(context.get(), sha256.get(), nullptr) != 1) {
             return Linux::OpenSSLFailure(ENOMEM);
         }

@@ -22,7 +22,7 @@ using OmbryZephCore::ZephSorrelConnectionParameters;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-std::string BytesOf(ZephIOBuffer& buffer) {
+std::string TextOf(ZephIOBuffer& buffer) {
     if (buffer.GetLength() == 0) return "";
     return std::string(reinterpret_cast<const char*>(buffer.GetData()), buffer.GetLength());
 }
@@ -69,7 +69,7 @@ TEST_F(BootstrapCertificateCaptureTest, GivesTheServersCertificateAsDerAndAsBase
 
     const std::string text = Capture();
 
-    EXPECT_EQ(BytesOf(buffer), DerOf(recipe.certificate));
+    EXPECT_EQ(TextOf(buffer), DerOf(recipe.certificate));
     EXPECT_EQ(text, Base64Of(DerOf(recipe.certificate)));
     EXPECT_EQ(text.find_first_of("\r\n"), std::string::npos);
     EXPECT_THAT(server->serverNames, ElementsAre("server.test"));
@@ -92,7 +92,7 @@ TEST_F(BootstrapCertificateCaptureTest, AcceptsEveryCertificateSinceThisIsTheMom
         const TlsServerRecipe shown = Showing(recipe);
         Serve(shown);
         EXPECT_EQ(Capture(), Base64Of(DerOf(shown.certificate)));
-        EXPECT_EQ(BytesOf(buffer), DerOf(shown.certificate));
+        EXPECT_EQ(TextOf(buffer), DerOf(shown.certificate));
     }
 }
 
@@ -110,7 +110,7 @@ TEST_F(BootstrapCertificateCaptureTest, ReplacesWhatTheBufferHeld) {
     const TlsServerRecipe recipe = Showing({});
     Serve(recipe);
     Capture();
-    EXPECT_EQ(BytesOf(buffer), DerOf(recipe.certificate));
+    EXPECT_EQ(TextOf(buffer), DerOf(recipe.certificate));
 }
 
 TEST_F(BootstrapCertificateCaptureTest, ConnectsToTheHostAndPortOfTheConnection) {
@@ -356,7 +356,7 @@ TEST(BootstrapCertificateLoopbackTest, CapturesFromRealServersWithExpiredAndSelf
         const OneHandshake server(shown);
         ZephIOBuffer buffer;
         EXPECT_EQ(CaptureFrom(server.Port(), buffer), Base64Of(DerOf(shown.certificate)));
-        EXPECT_EQ(BytesOf(buffer), DerOf(shown.certificate));
+        EXPECT_EQ(TextOf(buffer), DerOf(shown.certificate));
     }
 }
 

@@ -40,10 +40,6 @@ std::string Utf16(const std::string& text) {
     return bytes + std::string(2, '\0');
 }
 
-std::span<const std::uint8_t> BytesOf(const std::string& text) {
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
-
 /// Also notes how each store was opened.
 class WatchedCertificates : public FaultyCertificates {
 public:
@@ -54,9 +50,6 @@ public:
     }
     std::vector<std::tuple<StoreLocation, StoreAccess, std::wstring>> opened;
 };
-
-/// The process ends here.
-struct Crash {};
 
 class BootstrapCertificateStoreTest : public testing::Test {
 protected:

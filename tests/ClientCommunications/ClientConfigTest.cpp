@@ -6,6 +6,7 @@
 #include "ObjectMapping/Serialization.h"
 #include "tests/Fakes/BootstrapService.h"
 #include "tests/Fakes/FailingThreads.h"
+#include "tests/Fakes/FailureOf.h"
 #include "tests/Fakes/FaultyCertificates.h"
 #include "tests/Fakes/FaultyFiles.h"
 #include "tests/Fakes/RecordingLogger.h"
@@ -27,15 +28,6 @@ using testing::IsEmpty;
 using testing::SizeIs;
 
 const std::string Url = "https://Server1:9000/Base";
-
-std::string FailureOf(const std::function<void()>& act) {
-    try {
-        act();
-        return "no failure";
-    } catch (const std::exception& failure) {
-        return failure.what();
-    }
-}
 
 /// All files below a folder with their contents; paths relative to it.
 std::map<std::string, std::string> FilesBelow(const std::string& folder) {
@@ -510,7 +502,6 @@ TEST_F(ClientConfigTest, WhicheverFileOperationFailsEveryFileIsWholeAndTheNextRu
 }
 
 TEST_F(ClientConfigTest, ACrashBeforeAnyFileOperationLeavesWholeFiles) {
-    struct Crash {};
     bool finished = false;
     for (std::size_t n = 1; !finished; ++n) {
         ASSERT_LT(n, 100u);

@@ -46,8 +46,8 @@ ServiceDto MakeDto(const std::string& url, const std::string& certificate = "") 
     return dto;
 }
 
-std::shared_ptr<IFoundServices> MakeServices(const std::list<ServiceDto>& local,
-                                             const std::list<ServiceDto>& remote = {}) {
+std::shared_ptr<IFoundServices> MakeFoundServices(const std::list<ServiceDto>& local,
+                                                  const std::list<ServiceDto>& remote = {}) {
     FoundServicesDto dto;
     dto.local = local;
     dto.remote = remote;
@@ -63,7 +63,7 @@ Texts Urls(const std::list<std::shared_ptr<ClientCommunications::IService>>& ser
 }
 
 /// A stored document with services of these URLs and certificates in the local list.
-std::string Document(const std::vector<std::pair<std::string, std::string>>& services) {
+std::string StoredDocument(const std::vector<std::pair<std::string, std::string>>& services) {
     std::string text = "{\"expiryTime\": 1700000000, \"maxStaleTime\": 604500, \"local\": [";
     for (std::size_t i = 0; i < services.size(); ++i) {
         text += std::string(i == 0 ? "" : ",") +
@@ -113,7 +113,7 @@ TEST_F(FoundServicesCacheTest, FileThatIsNoJsonFailsEveryLaterStart) {
     storage->text = "{\"expiryTime\": 17";
     for (int start = 0; start < 2; ++start) {
         try {
-            SSDFoundServicesCache cache(MakeServices({MakeDto("u", "c")}), storage, logger);
+            SSDFoundServicesCache cache(MakeFoundServices({MakeDto("u", "c")}), storage, logger);
             ADD_FAILURE();
         } catch (const std::runtime_error& failure) {
             EXPECT_EQ(std::string(failure.what()).rfind("ERROR: Parse failed at offset ", 0), 0u)
@@ -136,7 +136,7 @@ TEST_F(FoundServicesCacheTest, SavedFileHoldsEveryField) {
     property.key = "k";
     property.value = "v";
     local.properties.push_back(property);
-    const auto services = MakeServices({local}, {MakeDto("https://far")});
+    const auto services = MakeFoundServices({local}, {MakeDto("https://far")});
     const TimePoint next(Duration(16'000'000'009'999'999));
 
     cache.Save(services, next);
@@ -205,7 +205,7 @@ TEST_F(FoundServicesCacheTest, ServicesAreSavedInTheOrderInWhichTheyAreGiven) {
 
 TEST_F(FoundServicesCacheTest, WhatWasSavedIsReadByTheNextProcess) {
     FoundServicesCache(storage, logger)
-        .Save(MakeServices({MakeDto("a", "c"), MakeDto("b")}, {MakeDto("r")}),
+        .Save(MakeFoundServices({MakeDto("a", "c"), MakeDto("b")}, {MakeDto("r")}),
               TimePoint(std::chrono::seconds(7)));
     FoundServicesCache next(storage, logger);
 
@@ -220,7 +220,7 @@ TEST_F(FoundServicesCacheTest, FailedWriteLeavesTheMemoryAsItWas) {
     const TimePoint due = cache.GetNextRefreshTime();
     storage->onSave = [] { throw std::runtime_error("disk is full"); };
 
-    EXPECT_THROW(cache.Save(MakeServices({MakeDto("u")}), TimePoint()), std::runtime_error);
+    EXPECT_THROW(cache.Save(MakeFoundServices({MakeDto("u")}), TimePoint()), std::runtime_error);
 
     EXPECT_EQ(cache.GetFoundServices(), before);
     EXPECT_EQ(cache.GetNextRefreshTime(), due);
@@ -235,7 +235,7 @@ TEST_F(FoundServicesCacheTest, ReadersGoOnWhileTheFileIsWritten) {
         std::thread([&] { cache.GetNextRefreshTime(); }).join();
     };
 
-    cache.Save(MakeServices({MakeDto("u")}), TimePoint());
+    cache.Save(MakeFoundServices({MakeDto("u")}), TimePoint());
 
     EXPECT_EQ(storage->saves, 1);
 }
@@ -250,7 +250,7 @@ TEST_F(FoundServicesCacheTest, ReadersGoOnWhileAnOldSetIsTakenApart) {
         const std::function<void()> ask;
     };
     FoundServicesCache cache(storage, logger);
-    const auto following = MakeServices({MakeDto("u")});
+    const auto following = MakeFoundServices({MakeDto("u")});
     std::shared_ptr<IFoundServices> seen;
     cache.Save(std::make_shared<Asking>([&] { seen = cache.GetFoundServices(); }), TimePoint());
 
@@ -272,25 +272,25 @@ TEST_F(FoundServicesCacheTest, ReadersKeepTheSetThatTheyHave) {
         });
     }
     for (int i = 0; i < 50; ++i)
-        cache.Save(MakeServices({MakeDto("u" + std::to_string(i))}), TimePoint(Duration(i)));
+        cache.Save(MakeFoundServices({MakeDto("u" + std::to_string(i))}), TimePoint(Duration(i)));
     for (std::thread& reader : readers)
         reader.join();
 }
 
 TEST_F(FoundServicesCacheTest, EmptyAnswerIsSavedThoughItLeavesNoInstance) {
-    SSDFoundServicesCache cache(MakeServices({MakeDto("u", "c")}), storage, logger);
+    SSDFoundServicesCache cache(MakeFoundServices({MakeDto("u", "c")}), storage, logger);
 
-    cache.Save(MakeServices({}), TimePoint(std::chrono::seconds(1700000000)));
+    cache.Save(MakeFoundServices({}), TimePoint(std::chrono::seconds(1700000000)));
 
     EXPECT_EQ(cache.GetFoundServices()->GetAll().size(), 0u);
     EXPECT_EQ(FoundServicesCache(storage, logger).GetFoundServices()->GetAll().size(), 0u);
     // The seeds come back with the next start.
-    SSDFoundServicesCache next(MakeServices({MakeDto("u", "c")}), storage, logger);
+    SSDFoundServicesCache next(MakeFoundServices({MakeDto("u", "c")}), storage, logger);
     EXPECT_EQ(Urls(next.GetFoundServices()->GetAll()), Texts{"u"});
 }
 
 TEST_F(FoundServicesCacheTest, SeedsAreSavedWhereNothingWas) {
-    const auto seeds = MakeServices({MakeDto("a", "1"), MakeDto("b", "2")});
+    const auto seeds = MakeFoundServices({MakeDto("a", "1"), MakeDto("b", "2")});
     SSDFoundServicesCache cache(seeds, storage, logger);
 
     EXPECT_EQ(cache.GetFoundServices(), seeds);
@@ -333,14 +333,14 @@ TEST_F(FoundServicesCacheTest, CacheKeepsWhatItHasIfASeedIsInItWithItsCertificat
         {"no seeds", {{"a", "1"}}, {}, false},
     };
     for (const Case& one : cases) {
-        storage->text = Document(one.cached);
+        storage->text = StoredDocument(one.cached);
         storage->saves = 0;
         logger->Clear();
         std::list<ServiceDto> seeds;
         for (const auto& [url, certificate] : one.seeds)
             seeds.push_back(MakeDto(url, certificate));
 
-        SSDFoundServicesCache cache(MakeServices(seeds), storage, logger);
+        SSDFoundServicesCache cache(MakeFoundServices(seeds), storage, logger);
 
         EXPECT_EQ(storage->saves, one.kept ? 0 : 1) << one.name;
         EXPECT_EQ(logger->Messages(2).size(), one.kept ? 0u : 1u) << one.name;
@@ -354,7 +354,7 @@ TEST_F(FoundServicesCacheTest, CacheKeepsWhatItHasIfASeedIsInItWithItsCertificat
 
 TEST_F(FoundServicesCacheTest, RemoteServicesCountAmongSeedsAndCached) {
     storage->text = "{\"expiryTime\": 5, \"remote\": [{\"endpointUrl\": \"a\", \"endpointCert\": \"1\"}]}";
-    SSDFoundServicesCache cache(MakeServices({}, {MakeDto("a", "1")}), storage, logger);
+    SSDFoundServicesCache cache(MakeFoundServices({}, {MakeDto("a", "1")}), storage, logger);
 
     EXPECT_EQ(storage->saves, 0);
 }
@@ -362,7 +362,7 @@ TEST_F(FoundServicesCacheTest, RemoteServicesCountAmongSeedsAndCached) {
 TEST_F(FoundServicesCacheTest, SeedsThatCannotBeWrittenFailTheStart) {
     storage->onSave = [] { throw std::runtime_error("disk is full"); };
 
-    EXPECT_THROW(SSDFoundServicesCache(MakeServices({MakeDto("a", "1")}), storage, logger),
+    EXPECT_THROW(SSDFoundServicesCache(MakeFoundServices({MakeDto("a", "1")}), storage, logger),
                  std::runtime_error);
 }
 
@@ -371,7 +371,7 @@ TEST_F(FoundServicesCacheTest, FileOnTheDiskIsTheCommittedHalfOfAPair) {
     const Platform::Testing::Replace<Platform::IFiles> replaced(files);
     const auto file =
         std::make_shared<ClientCommunications::SafeFileStorage>("/cache/v1-service.cache", false);
-    SSDFoundServicesCache cache(MakeServices({MakeDto("a", "1")}), file, nullptr);
+    SSDFoundServicesCache cache(MakeFoundServices({MakeDto("a", "1")}), file, nullptr);
 
     ASSERT_EQ(files.Contents().size(), 1u);
     EXPECT_EQ(files.Contents().begin()->first, "/cache/v1-service.cache-p");

@@ -189,7 +189,7 @@ protected:
     Platform::Testing::Replace<Platform::IClock> replaced{clock};
 };
 
-FoundServicesDto Read(const std::string& text, bool strict = false) {
+FoundServicesDto ReadDocument(const std::string& text, bool strict = false) {
     FoundServicesDto dto;
     ObjectMapping::DeserializeObject(dto, text, nullptr, strict);
     return dto;
@@ -206,7 +206,7 @@ TEST_F(FoundServicesDtoTest, ANewDocumentIsFreshFor300SecondsOfWholeSeconds) {
 TEST_F(FoundServicesDtoTest, DefaultsStandForMissingAndNullKeys) {
     for (const char* text : {"{}", R"({"maxStaleTime":null,"local":null,"remote":null})"}) {
         SCOPED_TRACE(text);
-        const FoundServicesDto dto = Read(text);
+        const FoundServicesDto dto = ReadDocument(text);
         EXPECT_EQ(dto.expiryTime, 1300);
         EXPECT_EQ(dto.maxStaleTime, 604'500);
         EXPECT_TRUE(dto.local.empty());
@@ -215,21 +215,21 @@ TEST_F(FoundServicesDtoTest, DefaultsStandForMissingAndNullKeys) {
 }
 
 TEST_F(FoundServicesDtoTest, OnlyTheExpiryIsRequired) {
-    EXPECT_THROW(Read("{}", true), std::runtime_error);
-    EXPECT_EQ(Read(R"({"expiryTime":5})", true).expiryTime, 5);
-    EXPECT_THROW(Read(R"({"expiryTime":null})"), std::runtime_error);
+    EXPECT_THROW(ReadDocument("{}", true), std::runtime_error);
+    EXPECT_EQ(ReadDocument(R"({"expiryTime":5})", true).expiryTime, 5);
+    EXPECT_THROW(ReadDocument(R"({"expiryTime":null})"), std::runtime_error);
 }
 
 TEST_F(FoundServicesDtoTest, ANullAmongTheServicesIsAFailure) {
-    EXPECT_THROW(Read(R"({"local":[null]})"), std::runtime_error);
-    EXPECT_THROW(Read(R"({"remote":[null]})"), std::runtime_error);
+    EXPECT_THROW(ReadDocument(R"({"local":[null]})"), std::runtime_error);
+    EXPECT_THROW(ReadDocument(R"({"remote":[null]})"), std::runtime_error);
 }
 
 TEST_F(FoundServicesDtoTest, TimesAreRead) {
-    const FoundServicesDto dto = Read(R"({"expiryTime":9223372036854775807,"maxStaleTime":0})");
+    const FoundServicesDto dto = ReadDocument(R"({"expiryTime":9223372036854775807,"maxStaleTime":0})");
     EXPECT_EQ(dto.expiryTime, 9223372036854775807);
     EXPECT_EQ(dto.maxStaleTime, 0);
-    EXPECT_EQ(Read(R"({"maxStaleTime":7.0})").maxStaleTime, 7);
+    EXPECT_EQ(ReadDocument(R"({"maxStaleTime":7.0})").maxStaleTime, 7);
 }
 
 TEST_F(FoundServicesDtoTest, KeysAreWrittenInTheirOrder) {
@@ -244,7 +244,7 @@ TEST_F(FoundServicesDtoTest, KeysAreWrittenInTheirOrder) {
 }
 
 TEST_F(FoundServicesDtoTest, ResetRestoresTheDefaultsOfNow) {
-    FoundServicesDto dto = Read(R"({"expiryTime":1,"maxStaleTime":2})");
+    FoundServicesDto dto = ReadDocument(R"({"expiryTime":1,"maxStaleTime":2})");
     dto.local.resize(2);
     clock.Advance(std::chrono::seconds(50));
     dto.Reset();

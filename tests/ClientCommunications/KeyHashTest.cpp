@@ -64,7 +64,7 @@ private:
     };
 };
 
-std::string FailureOf(ScriptedHash& hash) {
+std::string FailureWith(ScriptedHash& hash) {
     const Platform::Testing::Replace<Platform::IHash> replaced(hash);
     try {
         return "no failure: " + getSHA256HashBase64Encoded("key");
@@ -76,7 +76,7 @@ std::string FailureOf(ScriptedHash& hash) {
 std::string FailureAt(const std::string& step) {
     ScriptedHash hash;
     hash.failing = step;
-    return FailureOf(hash);
+    return FailureWith(hash);
 }
 
 TEST(KeyHashTest, IsTheSha256OfTheBytesAsBase64) {
@@ -114,7 +114,7 @@ TEST(KeyHashTest, AValueForWhichThereIsNoMemoryIsReportedWithItsSize) {
     hash.size = 1234567;
     const auto previous =
         OmbryZephCore::ZephIOBuffer::ReplaceAllocator([](std::uint64_t) -> std::uint8_t* { return nullptr; });
-    const std::string failure = FailureOf(hash);
+    const std::string failure = FailureWith(hash);
     OmbryZephCore::ZephIOBuffer::ReplaceAllocator(previous);
 
     EXPECT_EQ(failure,
@@ -127,7 +127,7 @@ TEST(KeyHashTest, StepsRunInOrderAndTheValueIsTakenAsLongAsTheProviderSays) {
     ScriptedHash hash;
     hash.size = 3;
     hash.value = "foo";
-    EXPECT_EQ(FailureOf(hash), "no failure: Zm9v");
+    EXPECT_EQ(FailureWith(hash), "no failure: Zm9v");
     EXPECT_THAT(hash.events,
                 ElementsAre("+provider", "+hash", "update key", "size", "value 3", "-hash", "-provider"));
 }
@@ -136,7 +136,7 @@ TEST(KeyHashTest, WhateverFailsHashAndProviderAreReleased) {
     for (const std::string step : {"create", "update", "size", "value"}) {
         ScriptedHash hash;
         hash.failing = step;
-        FailureOf(hash);
+        FailureWith(hash);
         EXPECT_EQ(hash.events.back(), "-provider") << step;
         EXPECT_EQ(std::count(hash.events.begin(), hash.events.end(), "+hash"),
                   std::count(hash.events.begin(), hash.events.end(), "-hash"))

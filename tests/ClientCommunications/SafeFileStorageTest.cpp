@@ -14,10 +14,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 
-/// The process ends here. Not an exception of the standard library, so that no code under test takes it for
-/// a failure of its own.
-struct Crash {};
-
 class SafeFileStorageTest : public testing::Test {
 protected:
     /// The process ends before the n-th operation from now on.

@@ -63,7 +63,7 @@ private:
     };
 };
 
-Response Answer(int status, std::map<std::string, std::string> headers = {}) {
+Response ResponseWith(int status, std::map<std::string, std::string> headers = {}) {
     return std::static_pointer_cast<IStringServiceResponse>(
         std::make_shared<PlainResponse>(status, "", std::move(headers)));
 }
@@ -103,7 +103,7 @@ protected:
 
 TEST_F(ServiceIteratePolicyExecutorTest, AnAnswerEndsTheCallAndIsMarkedASuccess) {
     candidates->Give("a", false);
-    const Response response = Answer(200);
+    const Response response = ResponseWith(200);
     Lines attempts;
     EXPECT_EQ(Execute([&](std::shared_ptr<IService> service, bool isLocal, Token) {
                   attempts.push_back(service->GetId() + (isLocal ? " local" : " remote"));
@@ -121,30 +121,31 @@ TEST_F(ServiceIteratePolicyExecutorTest, StatusesThatAnotherServerMayMendMoveOnA
     const std::set<int> moving{408, 410, 500, 501, 502, 503, 504, 507};
     for (int status = 100; status < 600; ++status) {
         SCOPED_TRACE(status);
-        EXPECT_EQ(MovesOn(Answer(status)), moving.contains(status));
+        EXPECT_EQ(MovesOn(ResponseWith(status)), moving.contains(status));
     }
 }
 
 TEST_F(ServiceIteratePolicyExecutorTest, A404OfABareWebServerMovesOnAndTheServicesOwnEndsTheCall) {
-    EXPECT_TRUE(MovesOn(Answer(404, {{"Server", "Microsoft-IIS/10.0"}})));
-    EXPECT_TRUE(MovesOn(Answer(404, {{"Server", "Microsoft-IIS/"}})));
+    EXPECT_TRUE(MovesOn(ResponseWith(404, {{"Server", "Microsoft-IIS/10.0"}})));
+    EXPECT_TRUE(MovesOn(ResponseWith(404, {{"Server", "Microsoft-IIS/"}})));
     for (const char* server : {"Microsoft-IIS", "microsoft-iis/10.0", " Microsoft-IIS/10.0", "", "nginx",
                                "x Microsoft-IIS/10.0", "Microsoft-HTTPAPI/2.0"}) {
         SCOPED_TRACE(server);
-        EXPECT_FALSE(MovesOn(Answer(404, {{"Server", server}})));
+        EXPECT_FALSE(MovesOn(ResponseWith(404, {{"Server", server}})));
     }
-    EXPECT_FALSE(MovesOn(Answer(404)));
-    EXPECT_FALSE(MovesOn(Answer(404, {{"X-Server", "Microsoft-IIS/10.0"}})));
-    EXPECT_FALSE(MovesOn(Answer(403, {{"Server", "Microsoft-IIS/10.0"}})));
+    EXPECT_FALSE(MovesOn(ResponseWith(404)));
+    EXPECT_FALSE(MovesOn(ResponseWith(404, {{"X-Server", "Microsoft-IIS/10.0"}})));
+    EXPECT_FALSE(MovesOn(ResponseWith(403, {{"Server", "Microsoft-IIS/10.0"}})));
 }
 
 TEST_F(ServiceIteratePolicyExecutorTest, ASecondServerAnswersForTheFirst) {
     candidates->Give("a");
     candidates->Give("b");
-    const Response good = Answer(200);
-    EXPECT_EQ(
-        Execute([&](auto service, bool, Token) { return service->GetId() == "a" ? Answer(503) : good; }),
-        good);
+    const Response good = ResponseWith(200);
+    EXPECT_EQ(Execute([&](auto service, bool, Token) {
+                  return service->GetId() == "a" ? ResponseWith(503) : good;
+              }),
+              good);
     EXPECT_EQ(candidates->lines, (Lines{"next", "next", "success", "gone"}));
     EXPECT_TRUE(logger->Messages().empty());
 }
@@ -152,10 +153,11 @@ TEST_F(ServiceIteratePolicyExecutorTest, ASecondServerAnswersForTheFirst) {
 TEST_F(ServiceIteratePolicyExecutorTest, WhenAllServersFailTheLastResponseIsReturned) {
     candidates->Give("a");
     candidates->Give("b");
-    const Response last = Answer(500);
-    EXPECT_EQ(
-        Execute([&](auto service, bool, Token) { return service->GetId() == "a" ? Answer(503) : last; }),
-        last);
+    const Response last = ResponseWith(500);
+    EXPECT_EQ(Execute([&](auto service, bool, Token) {
+                  return service->GetId() == "a" ? ResponseWith(503) : last;
+              }),
+              last);
     EXPECT_EQ(candidates->lines, (Lines{"next", "next", "next", "gone"}));
     EXPECT_EQ(logger->Messages(1),
               (Lines{"Failure from all servers.", "Returning last response from a server."}));
@@ -164,7 +166,7 @@ TEST_F(ServiceIteratePolicyExecutorTest, WhenAllServersFailTheLastResponseIsRetu
 TEST_F(ServiceIteratePolicyExecutorTest, AnEarlierResponseIsReturnedAlthoughALaterAttemptThrew) {
     candidates->Give("a");
     candidates->Give("b");
-    const Response first = Answer(503);
+    const Response first = ResponseWith(503);
     EXPECT_EQ(Execute([&](auto service, bool, Token) {
                   if (service->GetId() == "b") throw CommunicationsError("refused");
                   return first;
@@ -204,7 +206,7 @@ TEST_F(ServiceIteratePolicyExecutorTest, EachLineBearsItsOwnPlaceInTheSource) {
 }
 
 TEST_F(ServiceIteratePolicyExecutorTest, WithoutAnyServerTheCallFails) {
-    EXPECT_EQ(WhatOf<CommunicationsError>([](auto, bool, Token) { return Answer(200); }),
+    EXPECT_EQ(WhatOf<CommunicationsError>([](auto, bool, Token) { return ResponseWith(200); }),
               "No IServiceResponse from any servers.");
     EXPECT_EQ(logger->Messages(1),
               (Lines{"Failure from all servers.", "Throwing exception since no server responded."}));
@@ -214,7 +216,7 @@ TEST_F(ServiceIteratePolicyExecutorTest, NoRetriesMeanOneAttempt) {
     request->SetMaxRetries(0);
     candidates->Give("a");
     candidates->Give("b");
-    const Response response = Answer(503);
+    const Response response = ResponseWith(503);
     EXPECT_EQ(Execute([&](auto, bool, Token) { return response; }), response);
     EXPECT_EQ(candidates->lines, (Lines{"next", "gone"}));
     EXPECT_EQ(logger->Messages(1),
@@ -235,11 +237,11 @@ TEST_F(ServiceIteratePolicyExecutorTest, TwoRetriesMeanThreeAttempts) {
 
 TEST_F(ServiceIteratePolicyExecutorTest, TheNumberOfAttemptsIsUnsigned) {
     candidates->Give("a");
-    EXPECT_TRUE(Execute([](auto, bool, Token) { return Answer(200); }));  // 2147483647 + 1 of them
+    EXPECT_TRUE(Execute([](auto, bool, Token) { return ResponseWith(200); }));  // 2147483647 + 1 of them
     request->SetMaxRetries(-1);
     candidates->lines.clear();
     candidates->Give("a");
-    EXPECT_EQ(WhatOf<CommunicationsError>([](auto, bool, Token) { return Answer(200); }),
+    EXPECT_EQ(WhatOf<CommunicationsError>([](auto, bool, Token) { return ResponseWith(200); }),
               "No IServiceResponse from any servers.");
     EXPECT_EQ(candidates->lines, (Lines{"gone"}));
     EXPECT_EQ(logger->Messages(1).front(), "maxRetries was reached.");
@@ -249,7 +251,7 @@ TEST_F(ServiceIteratePolicyExecutorTest, ATimeOutOfTheSingleAttemptGoesOn) {
     candidates->Give("a");
     candidates->Give("b");
     candidates->Give("c");
-    const Response good = Answer(200);
+    const Response good = ResponseWith(200);
     EXPECT_EQ(Execute([&](auto service, bool, Token) -> Response {
                   if (service->GetId() == "a") throw Cancellation::TimeoutException("Error 11.13");
                   if (service->GetId() == "b") throw Cancellation::OperationCancelledException();
@@ -303,7 +305,7 @@ TEST_F(ServiceIteratePolicyExecutorTest, ACancelledCallThatHasAResponseReturnsIt
     candidates->Give("a");
     const Token token = Cancellation::CreateCancellable();
     candidates->Throw(Cancellation::OperationCancelledException("cancelled in the wait"));
-    const Response response = Answer(503);
+    const Response response = ResponseWith(503);
     EXPECT_EQ(Execute(
                   [&](auto, bool, Token) {
                       token.Cancel();
@@ -337,7 +339,7 @@ TEST_F(ServiceIteratePolicyExecutorTest, OneTokenOfTheCallGoesToCandidatesAndAtt
     Token seen;
     Execute([&](auto, bool, Token callToken) {
         seen = callToken;
-        return Answer(200);
+        return ResponseWith(200);
     });
     EXPECT_FALSE(seen.IsCancelled());
     ofRequest.Cancel();
@@ -359,7 +361,7 @@ TEST_F(ServiceIteratePolicyExecutorTest, WhileDiscoveryIsDownEachRoundPausesForO
     candidates->Throw(CommunicationsError("discovery down"));
     candidates->Throw(CommunicationsError("still down"));
     candidates->Give("a");
-    const Response good = Answer(200);
+    const Response good = ResponseWith(200);
     EXPECT_EQ(Execute([&](auto, bool, Token) { return good; }), good);
     EXPECT_EQ(clock.Sleeps(), (std::vector<Duration>{250ms, 250ms}));
     EXPECT_EQ(logger->Messages(1),
@@ -370,7 +372,7 @@ TEST_F(ServiceIteratePolicyExecutorTest, AFailureToFindAnyServerCountsAsAnAttemp
     request->SetMaxRetries(1);
     for (int i = 0; i < 3; ++i)
         candidates->Throw(CommunicationsError("down"));
-    EXPECT_EQ(WhatOf<CommunicationsError>([](auto, bool, Token) { return Answer(200); }),
+    EXPECT_EQ(WhatOf<CommunicationsError>([](auto, bool, Token) { return ResponseWith(200); }),
               "No IServiceResponse from any servers.");
     EXPECT_EQ(clock.Sleeps(), (std::vector<Duration>{250ms}));
     EXPECT_EQ(candidates->lines, (Lines{"next", "next", "gone"}));
@@ -380,7 +382,7 @@ TEST_F(ServiceIteratePolicyExecutorTest, ACallCancelledInThePauseEnds) {
     request->SetOverallTimeout(1s);
     for (int i = 0; i < 10; ++i)
         candidates->Throw(CommunicationsError("down"));
-    EXPECT_EQ(WhatOf<Cancellation::TimeoutException>([](auto, bool, Token) { return Answer(200); }),
+    EXPECT_EQ(WhatOf<Cancellation::TimeoutException>([](auto, bool, Token) { return ResponseWith(200); }),
               "Operation timed out.");
     EXPECT_EQ(clock.Sleeps().size(), 4u);
     EXPECT_EQ(candidates->lines.size(), 6u);  // five times next, then gone
@@ -389,7 +391,7 @@ TEST_F(ServiceIteratePolicyExecutorTest, ACallCancelledInThePauseEnds) {
 
 TEST_F(ServiceIteratePolicyExecutorTest, OtherFailuresToFindAServerPassThroughWithoutAPause) {
     candidates->Throw(std::logic_error("broken"));
-    EXPECT_EQ(WhatOf<std::logic_error>([](auto, bool, Token) { return Answer(200); }), "broken");
+    EXPECT_EQ(WhatOf<std::logic_error>([](auto, bool, Token) { return ResponseWith(200); }), "broken");
     EXPECT_TRUE(clock.Sleeps().empty());
 }
 

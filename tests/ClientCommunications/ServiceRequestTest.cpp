@@ -19,7 +19,7 @@ using namespace ClientCommunications;
 using OmbryCommunications::Private::SyncReaderAdapter;
 using ::testing::ElementsAre;
 
-std::vector<std::string> HeadersOf(const IServiceRequest& request) {
+std::vector<std::string> HeaderLinesOf(const IServiceRequest& request) {
     std::vector<std::string> lines;
     request.ForEachHeader(
         [&](const std::string& name, const std::string& value) { lines.push_back(name + ": " + value); });
@@ -34,7 +34,7 @@ protected:
 TEST_F(ServiceRequestTest, BeginsWithItsDefaults) {
     EXPECT_EQ(request->GetMethod(), "PUT");
     EXPECT_EQ(request->GetPath(), "/path");
-    EXPECT_THAT(HeadersOf(*request), ElementsAre("Contract-Version: 3"));
+    EXPECT_THAT(HeaderLinesOf(*request), ElementsAre("Contract-Version: 3"));
     EXPECT_EQ(request->GetHeader("Contract-Version"), "3");
     EXPECT_EQ(request->GetBodyReader(), nullptr);
     EXPECT_EQ(request->GetAttemptTimeout().count(), 1'000'000'000);
@@ -45,12 +45,12 @@ TEST_F(ServiceRequestTest, AHeaderIsSetReplacedAndRemovedByItsExactName) {
     request->SetHeader("b", "1");
     request->SetHeader("B", "2");
     request->SetHeader("b", "3");
-    EXPECT_THAT(HeadersOf(*request), ElementsAre("B: 2", "Contract-Version: 3", "b: 3"));
+    EXPECT_THAT(HeaderLinesOf(*request), ElementsAre("B: 2", "Contract-Version: 3", "b: 3"));
     EXPECT_EQ(request->GetHeader("B"), "2");
     EXPECT_EQ(request->GetHeader("contract-version"), "") << "an absent header reads as empty";
     request->RemoveHeader("B");
     request->RemoveHeader("absent");
-    EXPECT_THAT(HeadersOf(*request), ElementsAre("Contract-Version: 3", "b: 3"));
+    EXPECT_THAT(HeaderLinesOf(*request), ElementsAre("Contract-Version: 3", "b: 3"));
 }
 
 TEST_F(ServiceRequestTest, AnEmptyCallbackFailsAtTheFirstHeaderOnly) {
@@ -121,7 +121,7 @@ TEST_F(ServiceRequestTest, HeaderMayBeSetToItselfFromAWalkThroughTheHeaders) {
     request->SetHeader("b", "1");
     request->ForEachHeader(
         [&](const std::string& name, const std::string& value) { request->SetHeader(name, value); });
-    EXPECT_THAT(HeadersOf(*request), ElementsAre("Contract-Version: 3", "b: 1"));
+    EXPECT_THAT(HeaderLinesOf(*request), ElementsAre("Contract-Version: 3", "b: 1"));
 }
 
 TEST_F(ServiceRequestTest, ABodySourceIsNotImplemented) {
@@ -178,7 +178,7 @@ TEST_F(ServiceRequestFactoryTest, ARequestSaysWhoSendsIt) {
     const auto request = factory.Create("GET", "/path", "2");
     EXPECT_EQ(request->GetMethod(), "GET");
     EXPECT_EQ(request->GetPath(), "/path");
-    EXPECT_THAT(HeadersOf(*request),
+    EXPECT_THAT(HeaderLinesOf(*request),
                 ElementsAre("Contract-Version: 2", "Datacenter-Id: datacenter", "SF-Root-Attempt: 1",
                             "SF-Root-Correlation-Id: ClientToService", "SF-Source-Client-Id: client id",
                             "SF-Source-Client-Name: client name", "SF-Source-Datacenter-Id: datacenter"));
@@ -194,7 +194,7 @@ TEST_F(ServiceRequestFactoryTest, MetadataOfTheCallerGoesOutNormalized) {
 
 TEST_F(ServiceRequestFactoryTest, EmptyNamesGoOutEmpty) {
     ServiceRequestFactory empty("", "", "");
-    const auto lines = HeadersOf(*empty.Create("GET", "/", "2"));
+    const auto lines = HeaderLinesOf(*empty.Create("GET", "/", "2"));
     for (const char* line :
          {"Datacenter-Id: ", "SF-Source-Client-Id: ", "SF-Source-Client-Name: ", "SF-Source-Datacenter-Id: "})
         EXPECT_THAT(lines, ::testing::Contains(line));

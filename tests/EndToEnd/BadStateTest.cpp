@@ -11,7 +11,6 @@ namespace {
 const std::string SaveCertificate = "Ombry::ClientCommunications::ClientConfig::saveBootstrapCertificate: ";
 const std::string CertificateFolder = "./" + StoreFolder;
 const std::string ConfigFile = SecurityFolder + "/ombrysecurity.config";
-const std::string DatacenterFile = SecurityFolder + "/CS/datacenterid.config";
 
 std::string NotOpened(const std::string& file) {
     return "Ombry::ClientCommunications::FileStorage::Save: Failed to open file './" + file + "' for write.";

@@ -214,7 +214,7 @@ TEST_F(EnrollmentTest, ServiceOnAnotherHostLeavesTheFirstOneInPlace) {
 
 TEST_F(EnrollmentTest, MachineThatIsNotConfiguredAsksNobody) {
     const std::string missing = "Ombry::ClientCommunications::FileStorage::Load: Failed to open file './" +
-                                SecurityFolder + "/CS/datacenterid.config' for read.";
+                                DatacenterFile + "' for read.";
     ExpectException(EnrollClient("c1"), missing);
     ExpectException(machine.Run({"unenroll-client", "-t", "t", "-un", "x"}), missing);
     EXPECT_EQ(machine.Files(), Tree());

@@ -46,6 +46,7 @@ inline Tree TreeOf(const std::filesystem::path& folder) {
 
 inline const std::string StoreFolder = "Quennet/CertificateStores/OmbrySecurity";
 inline const std::string SecurityFolder = "Quennet/OmbrySecurity";
+inline const std::string DatacenterFile = SecurityFolder + "/CS/datacenterid.config";
 
 /// No host has this name, and no server of names is asked: a label is longer than any may be (RFC 1035,
 /// section 2.3.4).
@@ -62,7 +63,7 @@ inline Tree ConfiguredTree(const std::string& url, const std::string& datacenter
         {SecurityFolder, "700/"},
         {SecurityFolder + "/ombrysecurity.config", "600 {\n    \"ssdsUri\": \"" + url + "\"\n}"},
         {SecurityFolder + "/CS", "700/"},
-        {SecurityFolder + "/CS/datacenterid.config", "600 " + datacenterId},
+        {DatacenterFile, "600 " + datacenterId},
     };
 }
 

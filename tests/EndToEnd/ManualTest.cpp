@@ -13,8 +13,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-const std::string DatacenterFile = SecurityFolder + "/CS/datacenterid.config";
-
 class ManualTest : public testing::Test {
 protected:
     ManualTest() {

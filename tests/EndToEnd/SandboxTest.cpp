@@ -36,12 +36,12 @@ Answer AskForToken(const Sandbox& sandbox, const std::string& body, Words option
     return Ask(sandbox, TokenPath, options);
 }
 
-std::string Form(const std::string& service) {
+std::string TokenForm(const std::string& service) {
     return "grant_type=client_credentials&servicename=" + service;
 }
 
 std::string TokenFor(const Sandbox& sandbox, const std::string& service) {
-    const std::string body = AskForToken(sandbox, Form(service)).body;
+    const std::string body = AskForToken(sandbox, TokenForm(service)).body;
     const std::size_t begin = body.find(R"("access_token":")") + 16;
     return body.substr(begin, body.find('"', begin) - begin);
 }
@@ -129,29 +129,29 @@ TEST(SandboxTest, WrongCredentialsGetTheErrorDocument) {
     for (const Words& options :
          {Words{"-u", "admin:wrong"}, Words{"-u", "nobody:secret"}, Words{"-u", "admin:"}, Words{},
           Words{"-H", "Authorization: Basic !!"}, Bearer("admin:secret")})
-        ExpectAnswer(AskForToken(sandbox, Form("v1-auth"), options), "401", wrong);
+        ExpectAnswer(AskForToken(sandbox, TokenForm("v1-auth"), options), "401", wrong);
     ExpectAnswer(
-        Ask(sandbox, "/v1/auth/clients/servicetokens", {"-u", "admin:secret", "-d", Form("v1-auth")}), "401",
-        wrong);
+        Ask(sandbox, "/v1/auth/clients/servicetokens", {"-u", "admin:secret", "-d", TokenForm("v1-auth")}),
+        "401", wrong);
 }
 
 TEST(SandboxTest, WrongTypeOrBodyGetsTheErrorDocument) {
     Sandbox sandbox;
     ExpectAnswer(
-        AskForToken(sandbox, Form("v1-auth"), {"-u", "admin:secret", "-H", "Content-Type: text/plain"}),
+        AskForToken(sandbox, TokenForm("v1-auth"), {"-u", "admin:secret", "-H", "Content-Type: text/plain"}),
         "415", ErrorDocument("invalid_request", "The body must be a form."));
     ExpectAnswer(AskForToken(sandbox, "grant_type=password&servicename=v1-auth"), "400",
                  ErrorDocument("unsupported_grant_type", "Only client_credentials is known."));
     ExpectAnswer(AskForToken(sandbox, "grant_type=client_credentials"), "400",
                  ErrorDocument("invalid_request", "servicename is missing."));
-    ExpectAnswer(AskForToken(sandbox, Form("nosuch")), "400",
+    ExpectAnswer(AskForToken(sandbox, TokenForm("nosuch")), "400",
                  ErrorDocument("invalid_target", "There is no service of that name."));
     ExpectAnswer(Ask(sandbox, "/nosuch"), "404", ErrorDocument("invalid_request", "There is no such call."));
 }
 
 TEST(SandboxTest, TokenIsASignedJwtThatExpires) {
     Sandbox sandbox({"--token-seconds", "100"});
-    const Answer answer = AskForToken(sandbox, Form("v1-ddbmanagement"));
+    const Answer answer = AskForToken(sandbox, TokenForm("v1-ddbmanagement"));
     EXPECT_EQ(answer.status, "200");
     EXPECT_EQ(answer.body.find(R"({"token_type":"Bearer","access_token":"ey)"), 0u) << answer.body;
     EXPECT_TRUE(answer.body.ends_with(R"(","expires_in":100,"scope":"v1-ddbmanagement"})")) << answer.body;
@@ -219,7 +219,7 @@ TEST(SandboxTest, ClientIsEnrolledOnceWithABodyThatFits) {
 TEST(SandboxTest, DeletedClientIsKnownNoMoreAndItsTokensStopWorking) {
     Sandbox sandbox({"--datacenters-need-token"});
     EnrollClient(sandbox, TokenFor(sandbox, "v1-auth"), ClientBody("c"));
-    const Words asClient{"-u", "c:s3cr3t", "-d", Form("v1-ddbmanagement")};
+    const Words asClient{"-u", "c:s3cr3t", "-d", TokenForm("v1-ddbmanagement")};
     const std::string body = Ask(sandbox, "/v1/auth/clients/servicetokens", asClient).body;
     const std::string token = body.substr(body.find("ey"), body.find("\",\"expires") - body.find("ey"));
     EXPECT_EQ(Ask(sandbox, "/v1/ddb/datacenters", Bearer(token)).status, "200");
@@ -279,10 +279,10 @@ TEST(SandboxTest, InstancesOfOtherDatacentersAreRemote) {
 
 TEST(SandboxTest, LogHasOneLineARequestAndNoSecret) {
     Sandbox sandbox({"--password", "pa55word", "--install-token", "install-t0ken"});
-    AskForToken(sandbox, Form("v1-auth"), {"-u", "admin:pa55word"});
+    AskForToken(sandbox, TokenForm("v1-auth"), {"-u", "admin:pa55word"});
     const std::string wrong = "/v1/ddb/datacenters?token=query-t0ken";
     Ask(sandbox, wrong, Bearer("install-t0ken"));
-    const std::string body = AskForToken(sandbox, Form("v1-auth"), {"-u", "admin:pa55word"}).body;
+    const std::string body = AskForToken(sandbox, TokenForm("v1-auth"), {"-u", "admin:pa55word"}).body;
 
     const std::string log = sandbox.Stop().error;
 
@@ -370,7 +370,7 @@ TEST(SandboxTest, FaultsCountDownInTheirOrder) {
     Sandbox sandbox({"--fault", "/v1/ddb:2:status=503", "--fault", "/v1/ddb/datacenters:1:status=418"});
     const auto ask = [&] { return Ask(sandbox, "/v1/ddb/datacenters").status; };
     EXPECT_EQ(ask(), "503");
-    EXPECT_EQ(AskForToken(sandbox, Form("v1-auth")).status, "200");
+    EXPECT_EQ(AskForToken(sandbox, TokenForm("v1-auth")).status, "200");
     EXPECT_EQ(ask(), "503");
     EXPECT_EQ(ask(), "418");
     EXPECT_EQ(ask(), "200");
@@ -380,7 +380,7 @@ TEST(SandboxTest, FaultOfARequestWithABodyLeavesItsConnectionInOrder) {
     Sandbox sandbox({"--fault", "/v1/auth:1:status=503"});
     const std::string url = sandbox.Url() + TokenPath;
     const ProcessOutcome both =
-        RunProcess({"curl", "-sk", "-u", "admin:secret", "-d", Form("v1-auth"), "-o", "/dev/null", "-o",
+        RunProcess({"curl", "-sk", "-u", "admin:secret", "-d", TokenForm("v1-auth"), "-o", "/dev/null", "-o",
                     "/dev/null", "-w", "%{http_code} %{num_connects}\n", url, url});
     EXPECT_EQ(both.out, "503 1\n200 0\n");
 }

@@ -8,16 +8,16 @@
 namespace Ombry::Tests {
 namespace {
 
-thread_local FailingThreads* watching = nullptr;
+thread_local FailingThreads* failing = nullptr;
 
 }  // namespace
 
 FailingThreads::FailingThreads(std::size_t n) : failAt(n) {
-    watching = this;
+    failing = this;
 }
 
 FailingThreads::~FailingThreads() {
-    watching = nullptr;
+    failing = nullptr;
 }
 
 }  // namespace Ombry::Tests
@@ -27,8 +27,8 @@ extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* 
                                                                      const pthread_attr_t* attributes,
                                                                      void* (*work)(void*),
                                                                      void* argument) noexcept {
-    using Ombry::Tests::watching;
-    if (watching && watching->FailsNext()) return EAGAIN;
+    using Ombry::Tests::failing;
+    if (failing && failing->FailsNext()) return EAGAIN;
     static const auto real = reinterpret_cast<decltype(pthread_create)*>(dlsym(RTLD_NEXT, "pthread_create"));
     return real(thread, attributes, work, argument);
 }

@@ -11,6 +11,10 @@
 
 namespace Ombry::Tests {
 
+/// The process ends here: thrown by what judges an operation. Not an exception of the standard library, so
+/// that no code under test takes it for a failure of its own.
+struct Crash {};
+
 /// One call of `IFiles` or of the replacement that it made.
 struct FileOperation {
     std::string name;  ///< the member function's name, "Complete" for that of a replacement

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/ICertificates.h"
 #include "Platform/OpenSSLInit.h"
 
 #include <openssl/bn.h>
@@ -18,8 +19,10 @@
 #include <memory>
 #include <mutex>
 #include <random>
+#include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Ombry::Tests {
@@ -190,6 +193,19 @@ inline std::string DerOf(const TestCertificate& certificate) {
     std::string der(reinterpret_cast<const char*>(encoded), static_cast<std::size_t>(length));
     OPENSSL_free(encoded);
     return der;
+}
+
+inline std::string DerOf(const Platform::CertificateContext& context) {
+    return {reinterpret_cast<const char*>(context.encoded), context.encodedLength};
+}
+
+inline std::span<const std::uint8_t> BytesOf(std::string_view text) {
+    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
+/// A view: `der` has to outlive it.
+inline Platform::CertificateContext ContextOf(const std::string& der) {
+    return {Platform::CertificateEncoding, BytesOf(der).data(), static_cast<std::uint32_t>(der.size())};
 }
 
 /// Base64 without line breaks.

@@ -52,9 +52,9 @@ private:
 constexpr std::size_t Threads = 4;
 
 /// A client that has made a call, and so has a token that is to be refreshed.
-class World {
+class CallingWorld {
 public:
-    World() {
+    CallingWorld() {
         machine.files.Put(Security + "/CS-cpp/cache/c1/aa_token/expired-p",
                           R"({"lastRefreshed":"2020-01-01T00:00:00.0000000Z","token":{"token_type":"Bearer",)"
                           R"("access_token":"x","expires_in":1,"scope":"x"},"servicename":"x"})");
@@ -81,7 +81,7 @@ class NthFailureOfBackgroundThreadsTest : public testing::TestWithParam<std::siz
 
 TEST_P(NthFailureOfBackgroundThreadsTest, ThreadGoesOnAndCallsAreAnswered) {
     FailEverywhere(GetParam(), [](const NthFailure::Plan& plan) {
-        World world;
+        CallingWorld world;
         const NthFailure failure(plan);
         const auto client = ClientCommunications::MakeClientCommunications(
             ClientCommunications::CommunicationsParameters("c1"));

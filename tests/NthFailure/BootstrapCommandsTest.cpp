@@ -14,7 +14,7 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-class World {
+class BootstrapWorld {
 public:
     std::string Content(const std::string& file) const {
         return service.directory.Read("Quennet/OmbrySecurity/" + file);
@@ -31,7 +31,7 @@ public:
 
 TEST(NthFailureOfBootstrapCommandsTest, DatacentersAreListedWholeOrNotAtAll) {
     FailEverywhere(0, [](const NthFailure::Plan& plan) {
-        World world;
+        BootstrapWorld world;
         const StarvedRun run = RunStarved({"get-datacenters", "-u", "u", "-p", "p", "-r", "http://h"}, plan);
         EXPECT_EQ(run.exitCode, run.error.empty() ? 0 : -1);
         EXPECT_EQ(run.out, run.exitCode == 0 ? "i1\tone\ni2\ttwo\n" : "") << run.error;
@@ -43,7 +43,7 @@ TEST(NthFailureOfBootstrapCommandsTest, CommandThatIsRefusedEndsAsItWouldOrForLa
     for (const Texts& words : {Texts{"get-datacenters", "-t", "t", "-r", "http://h:port"}, Texts{"unknown"},
                                Texts{"get-datacenters", "-x"}, Texts{"help"}, Texts{}}) {
         FailEverywhere(0, [&](const NthFailure::Plan& plan) {
-            World world;
+            BootstrapWorld world;
             const StarvedRun run = RunStarved(words, plan);
             EXPECT_NE(run.out + run.error, "");
             EXPECT_TRUE(run.exitCode == 0 || run.exitCode == -1);

@@ -21,9 +21,9 @@ const std::string RecordFile = Security + "/Components/c1/Services/Svc.config";
 const std::string NewCredentials = Security + "/Components/New/ombrycomponent.config";
 const std::string Credentials = Security + "/Components/c1/ombrycomponent.config";
 
-class World {
+class ConfiguredWorld {
 public:
-    World() {
+    ConfiguredWorld() {
         machine.web.first = [this](const std::string& request) { return memory.Answer(request); };
     }
 
@@ -71,8 +71,8 @@ public:
 /// One command, the state that it begins with, and how one sees that it was done.
 struct Subject {
     Texts words;
-    std::function<void(World&)> prepare;
-    std::function<bool(const World&)> isDone;
+    std::function<void(ConfiguredWorld&)> prepare;
+    std::function<bool(const ConfiguredWorld&)> isDone;
     bool takesItsIdentity = false;
     /// What can't be loaded counts as not enrolled from here: on purpose, there is nothing to do then.
     bool mayFindNothing = false;
@@ -83,7 +83,7 @@ void FailEverywhereOf(const Subject& subject) {
     std::vector<std::size_t> proven;
     proven.reserve(10000);
     FailEverywhere(0, [&](const NthFailure::Plan& plan) {
-        World world;
+        ConfiguredWorld world;
         subject.prepare(world);
         const auto before = world.machine.files.Contents();
 
@@ -117,36 +117,38 @@ void FailEverywhereOf(const Subject& subject) {
 
 TEST(NthFailureOfConfiguredCommandsTest, ClientIsEnrolledOrTheNextRunEnrollsIt) {
     FailEverywhereOf({{"enroll-client", "-n", "c1", "-nn", "New"},
-                      [](World&) {},
-                      [](const World& world) { return world.KnowsNewClient(); }});
+                      [](ConfiguredWorld&) {},
+                      [](const ConfiguredWorld& world) { return world.KnowsNewClient(); }});
 }
 
 TEST(NthFailureOfConfiguredCommandsTest, ServiceIsEnrolledOrTheNextRunEnrollsIt) {
     FailEverywhereOf({{"enroll-service", "-n", "c1", "-owner", "c1", "-name", "Svc", "-url", "https://h:1/x",
                        "-namespace", "ns", "-hostname", "h"},
-                      [](World& world) { world.PutRecord(); },
-                      [](const World& world) { return world.KnowsService(); }});
+                      [](ConfiguredWorld& world) { world.PutRecord(); },
+                      [](const ConfiguredWorld& world) { return world.KnowsService(); }});
 }
 
 TEST(NthFailureOfConfiguredCommandsTest, ServiceIsRemovedOrTheNextRunRemovesIt) {
-    FailEverywhereOf(
-        {{"unenroll-service", "-n", "c1", "-on", "c1", "-s", "Svc"},
-         [](World& world) { world.PutRecord(); },
-         [](const World& world) { return !world.Has(RecordFile) && world.memory.Services().empty(); },
-         false,
-         true});
+    FailEverywhereOf({{"unenroll-service", "-n", "c1", "-on", "c1", "-s", "Svc"},
+                      [](ConfiguredWorld& world) { world.PutRecord(); },
+                      [](const ConfiguredWorld& world) {
+                          return !world.Has(RecordFile) && world.memory.Services().empty();
+                      },
+                      false,
+                      true});
 }
 
-const auto ClientIsGone = [](const World& world) {
+const auto ClientIsGone = [](const ConfiguredWorld& world) {
     return !world.Has(Credentials) && world.memory.Clients().empty();
 };
 
 TEST(NthFailureOfConfiguredCommandsTest, ClientIsRemovedOrTheNextRunRemovesIt) {
-    FailEverywhereOf({{"unenroll-client", "-t", "t", "-un", "c1"}, [](World&) {}, ClientIsGone, true, true});
+    FailEverywhereOf(
+        {{"unenroll-client", "-t", "t", "-un", "c1"}, [](ConfiguredWorld&) {}, ClientIsGone, true, true});
 }
 
 TEST(NthFailureOfConfiguredCommandsTest, ClientThatRemovesItselfIsRemovedByItOrByAnAdministrator) {
-    FailEverywhereOf({{"unenroll-client-self", "-n", "c1"}, [](World&) {}, ClientIsGone, true});
+    FailEverywhereOf({{"unenroll-client-self", "-n", "c1"}, [](ConfiguredWorld&) {}, ClientIsGone, true});
 }
 
 }  // namespace

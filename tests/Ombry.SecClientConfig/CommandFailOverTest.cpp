@@ -17,12 +17,11 @@ using namespace std::chrono_literals;
 using Texts = std::vector<std::string>;
 using Durations = std::vector<Duration>;
 
-const Texts EnrollNew{"enroll-client", "-t", "t", "-nn", "New"};
 const Texts EnrollAgain{"enroll-client", "-t", "t", "-nn", "c1"};
 const Texts UnenrollC1{"unenroll-client", "-t", "t", "-un", "c1"};
 const std::string Find = "GET /services/services/secure/name/v1-auth Bearer t";
 const std::string Delete = "DELETE /v1/auth/clients/c1-id Bearer t";
-const std::string Enroll = "POST /v1/auth/locationawareclients Bearer t";
+const std::string EnrollRequest = "POST /v1/auth/locationawareclients Bearer t";
 
 class CommandFailOverTest : public testing::Test, protected ConfiguredMachine {
 protected:
@@ -70,7 +69,7 @@ TEST_F(CommandFailOverTest, SecondServerAnswersAtOnceForOneThatRefusesConnection
 
     EXPECT_EQ(Run(EnrollNew), "");
 
-    EXPECT_EQ(Asked(), (Texts{Find, Enroll}));
+    EXPECT_EQ(Asked(), (Texts{Find, EnrollRequest}));
     EXPECT_EQ(clock.Sleeps(), Durations());
     // Discovery and each server; a connect that is refused is not tried twice.
     EXPECT_EQ(sockets.CallsOf("Connect"), 3u);
@@ -81,7 +80,7 @@ TEST_F(CommandFailOverTest, ServerThatAnswersStaysInUseForTheRestOfTheCommand) {
 
     EXPECT_EQ(Run(EnrollAgain), "");
 
-    EXPECT_EQ(Asked(), (Texts{Find, Delete, Enroll}));
+    EXPECT_EQ(Asked(), (Texts{Find, Delete, EnrollRequest}));
     EXPECT_EQ(sockets.CallsOf("Connect"), 3u);
     EXPECT_EQ(clock.Sleeps(), Durations());
 }
@@ -92,7 +91,7 @@ TEST_F(CommandFailOverTest, ServersThatFailedOnceAreTriedAgainOneSecondLater) {
 
     EXPECT_EQ(Run(EnrollAgain), "");
 
-    EXPECT_EQ(Asked(), (Texts{Find, Delete, Enroll}));
+    EXPECT_EQ(Asked(), (Texts{Find, Delete, EnrollRequest}));
     EXPECT_EQ(clock.Sleeps(), (Durations{250ms, 250ms, 250ms, 250ms}));
 }
 
@@ -103,7 +102,7 @@ TEST_F(CommandFailOverTest, WhenAllServersFailTheLastAnswerIsTheText) {
     EXPECT_EQ(Run(EnrollAgain),
               "Caught exception: EnrollClient: unexpected http status 503 body = 'later'\n");
 
-    EXPECT_EQ(Asked(), (Texts{Find, Delete, Enroll}));
+    EXPECT_EQ(Asked(), (Texts{Find, Delete, EnrollRequest}));
     EXPECT_EQ(clock.Sleeps(), (Durations{250ms, 250ms, 250ms, 250ms}));
 }
 
@@ -124,7 +123,7 @@ TEST_F(CommandFailOverTest, SecondServerAnswersForOneThatIsSilentForAHundredSeco
 
     EXPECT_EQ(first.Connections(), 1u);  // silence is not tried again on the same server
     EXPECT_EQ(clock.Now() - start, Duration(100s));
-    EXPECT_EQ(Asked(), (Texts{Find, Enroll}));
+    EXPECT_EQ(Asked(), (Texts{Find, EnrollRequest}));
     EXPECT_EQ(clock.Sleeps(), Durations());
 }
 

@@ -1,5 +1,6 @@
 #include "Ombry.SecClientConfig/CommandOptions.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
+#include "tests/Ombry.SecClientConfig/UsageTexts.h"
 
 #include <gtest/gtest.h>
 
@@ -7,11 +8,6 @@ namespace Ombry::Tests {
 namespace {
 
 using namespace SecClientConfig;
-
-const std::string NoIdentity = "ERROR: No userName and password, client name or token was provided.\n";
-const std::string HalfIdentity =
-    "ERROR: When a userName or password is provided then the other must be provided as well.\n";
-const std::string TwoIdentities = "ERROR: Only one of username/password, client name or token is allowed.\n";
 
 TEST(TakeOptionTest, LeavesAnotherNameAlone) {
     const CapturedOutput captured;

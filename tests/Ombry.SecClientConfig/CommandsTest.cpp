@@ -14,10 +14,6 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-const std::string NoIdentity = "ERROR: No userName and password, client name or token was provided.\n";
-const std::string HalfIdentity =
-    "ERROR: When a userName or password is provided then the other must be provided as well.\n";
-const std::string TwoIdentities = "ERROR: Only one of username/password, client name or token is allowed.\n";
 const std::string NoDatacenter = "ERROR: Neither a datacenterId nor a datacenterName was provided.\n";
 const std::string NoService = "ERROR: Neither a sfsUrl nor a sfsHost was provided.\n";
 

@@ -20,6 +20,10 @@ namespace Ombry::Tests {
 
 inline const std::string Security = "/m/Quennet/OmbrySecurity";
 
+/// The command that enrolls a client "New", with a token and as the client of the machine.
+inline const std::vector<std::string> EnrollNew{"enroll-client", "-t", "t", "-nn", "New"};
+inline const std::vector<std::string> EnrollNewAsClient{"enroll-client", "-n", "c1", "-nn", "New"};
+
 /// A machine in memory that is tied to a service on loopback and where the client "c1" is enrolled. Nothing
 /// is refreshed beside a command, so all that goes out is the command's own.
 class ConfiguredMachine {

@@ -11,8 +11,6 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-const Texts EnrollNew{"enroll-client", "-t", "t", "-nn", "New"};
-const Texts EnrollNewAsClient{"enroll-client", "-n", "c1", "-nn", "New"};
 const Texts UnenrollSvc{"unenroll-service", "-t", "t", "-on", "c1", "-s", "Svc"};
 const std::string Cache = Security + "/CS-cpp/cache/v1-service.cache-p";
 const std::string Address = Security + "/ombrysecurity.config";

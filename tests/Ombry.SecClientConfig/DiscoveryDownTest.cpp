@@ -13,7 +13,6 @@ namespace {
 using namespace std::chrono_literals;
 using Texts = std::vector<std::string>;
 
-const Texts EnrollNew{"enroll-client", "-t", "t", "-nn", "New"};
 const std::string CopyFolder = Security + "/CS-cpp/cache/finder_cache/";
 // What the service says of its list, and how long a copy serves behind that.
 constexpr std::int64_t Expiry = 1600000300;

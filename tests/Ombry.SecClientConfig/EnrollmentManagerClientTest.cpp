@@ -9,7 +9,7 @@ namespace {
 
 using SecClientConfig::ClientEnrollmentRequest;
 
-const std::string Enroll = "/v1/auth/locationawareclients";
+const std::string ClientsPath = "/v1/auth/locationawareclients";
 const std::string DeleteOld = "/v1/auth/clients/old-id";
 
 class EnrollmentManagerClientTest : public EnrollmentManagerFixture {
@@ -42,12 +42,12 @@ protected:
                "}";
     }
 
-    static Texts EnrollCall() { return Call("v1-auth", "1", "POST", Enroll); }
+    static Texts EnrollCall() { return Call("v1-auth", "1", "POST", ClientsPath); }
     static Texts DeleteCall() { return Call("v1-auth", "1", "DELETE", DeleteOld); }
 };
 
 TEST_F(EnrollmentManagerClientTest, FirstEnrollmentLooksForAnEarlierOneAndGoesOn) {
-    Answer({{"POST " + Enroll, {201, FakeCommunications::Unreadable}}});
+    Answer({{"POST " + ClientsPath, {201, FakeCommunications::Unreadable}}});
 
     Manager().EnrollClient(Request("new one"));
 
@@ -61,7 +61,7 @@ TEST_F(EnrollmentManagerClientTest, FirstEnrollmentLooksForAnEarlierOneAndGoesOn
 
 TEST_F(EnrollmentManagerClientTest, SecondEnrollmentDeletesTheFirstByItsStoredId) {
     PutClient("a", "old-id");
-    Answer({{"POST " + Enroll, {201, ""}}, {"DELETE " + DeleteOld, {204, ""}}});
+    Answer({{"POST " + ClientsPath, {201, ""}}, {"DELETE " + DeleteOld, {204, ""}}});
 
     Manager().EnrollClient(Request("a"));
 
@@ -75,7 +75,7 @@ TEST_F(EnrollmentManagerClientTest, SecondEnrollmentDeletesTheFirstByItsStoredId
 }
 
 TEST_F(EnrollmentManagerClientTest, EnrollmentLeavesNeitherIdNorSecretInTheMemoryThatItFrees) {
-    Answer({{"POST " + Enroll, {201, ""}}});
+    Answer({{"POST " + ClientsPath, {201, ""}}});
     for (const std::uint32_t first : {1U, 3U}) {
         const std::string plain = FakeRandom::GuidText(first == 1 ? 1 : 4);  // an id, and a secret
         const FreedMemory freed(plain);
@@ -104,7 +104,7 @@ TEST_F(EnrollmentManagerClientTest, DeletionThatFailsIsSwallowedAndTheOldCredent
     for (const int status : {500, 401, 200}) {
         PutClient("a", "old-id");
         communications->respond = [&](const std::string& call) {
-            if (call != "POST " + Enroll) return FakeCommunications::Answer{status, "no"};
+            if (call != "POST " + ClientsPath) return FakeCommunications::Answer{status, "no"};
             EXPECT_EQ(StoredClient("a"), "old-id secret");
             return FakeCommunications::Answer{201, ""};
         };
@@ -123,7 +123,7 @@ TEST_F(EnrollmentManagerClientTest, DeletionThatFailsIsSwallowedAndTheOldCredent
 
 TEST_F(EnrollmentManagerClientTest, DeletionOfWhatTheServiceNoLongerKnowsIsDone) {
     PutClient("a", "old-id");
-    Answer({{"POST " + Enroll, {201, ""}}, {"DELETE " + DeleteOld, {404, ""}}});
+    Answer({{"POST " + ClientsPath, {201, ""}}, {"DELETE " + DeleteOld, {404, ""}}});
 
     Manager().EnrollClient(Request("a"));
 
@@ -155,7 +155,7 @@ TEST_F(EnrollmentManagerClientTest, EveryStandardExceptionDuringTheDeletionIsSwa
 }
 
 TEST_F(EnrollmentManagerClientTest, EarlierCredentialsThatCannotBeReadAreSwallowedAndOverwritten) {
-    Answer({{"POST " + Enroll, {201, ""}}});
+    Answer({{"POST " + ClientsPath, {201, ""}}});
     for (const std::string& content : {std::string("of another machine"), std::string()}) {
         files.Put(CredentialsPath("a"), content);
         steps.clear();
@@ -172,7 +172,7 @@ TEST_F(EnrollmentManagerClientTest, EarlierCredentialsThatCannotBeReadAreSwallow
 
 TEST_F(EnrollmentManagerClientTest, FailureToRemoveTheOldFileIsNoFailure) {
     PutClient("a", "old-id");
-    Answer({{"POST " + Enroll, {201, ""}}, {"DELETE " + DeleteOld, {204, ""}}});
+    Answer({{"POST " + ClientsPath, {201, ""}}, {"DELETE " + DeleteOld, {204, ""}}});
     FailFile("Remove", CredentialsPath("a"));
 
     Manager().EnrollClient(Request("a"));
@@ -183,7 +183,7 @@ TEST_F(EnrollmentManagerClientTest, FailureToRemoveTheOldFileIsNoFailure) {
 TEST_F(EnrollmentManagerClientTest, RefusedEnrollmentLeavesTheOldClientGoneAndNothingOfTheNewOne) {
     for (const int status : {200, 204, 400, 403, 409, 500}) {
         PutClient("a", "old-id");
-        Answer({{"POST " + Enroll, {status, "why"}}, {"DELETE " + DeleteOld, {204, ""}}});
+        Answer({{"POST " + ClientsPath, {status, "why"}}, {"DELETE " + DeleteOld, {204, ""}}});
 
         EXPECT_EQ(Failure([&] { Manager().EnrollClient(Request("a")); }),
                   "EnrollClient: unexpected http status " + std::to_string(status) + " body = 'why'");
@@ -209,7 +209,7 @@ TEST_F(EnrollmentManagerClientTest, MachineWithoutDatacenterFailsWhenTheOldClien
 }
 
 TEST_F(EnrollmentManagerClientTest, CredentialsThatCannotBeSavedLeaveAClientThatOnlyTheServiceKnows) {
-    Answer({{"POST " + Enroll, {201, ""}}});
+    Answer({{"POST " + ClientsPath, {201, ""}}});
     FailFile("BeginReplace", CredentialsPath("a"));
 
     EXPECT_EQ(Failure([&] { Manager().EnrollClient(Request("a")); }),
@@ -220,7 +220,7 @@ TEST_F(EnrollmentManagerClientTest, CredentialsThatCannotBeSavedLeaveAClientThat
 }
 
 TEST_F(EnrollmentManagerClientTest, RecordsLieWhereTheyLayWhenTheManagerWasMade) {
-    Answer({{"POST " + Enroll, {201, ""}}});
+    Answer({{"POST " + ClientsPath, {201, ""}}});
     auto manager = Manager();
     FakeKnownFolders moved("/moved");
     const Platform::Testing::Replace<Platform::IKnownFolders> replaced(moved);
@@ -240,7 +240,7 @@ TEST_F(EnrollmentManagerClientTest, NameIsRequired) {
 }
 
 TEST_F(EnrollmentManagerClientTest, DescriptionGoesIntoTheBodyAndTheRolesReachNoPartOfIt) {
-    Answer({{"POST " + Enroll, {201, ""}}});
+    Answer({{"POST " + ClientsPath, {201, ""}}});
     ClientEnrollmentRequest request = Request("a");
     request.description = "what \"it\" is";
     request.rolesPerService.emplace();
@@ -257,7 +257,7 @@ TEST_F(EnrollmentManagerClientTest, HookOfTheRequestHearsOfTheSavedFile) {
         void OnSaved(const std::string& path) override { paths.push_back(path); }
         Texts paths;
     };
-    Answer({{"POST " + Enroll, {201, ""}}});
+    Answer({{"POST " + ClientsPath, {201, ""}}});
     const auto hook = std::make_shared<Hook>();
     ClientEnrollmentRequest request = Request("a");
     request.postSaveHook = hook;

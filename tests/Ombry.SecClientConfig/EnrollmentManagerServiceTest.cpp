@@ -8,7 +8,7 @@ namespace {
 
 using SecClientConfig::ServiceEnrollmentRequest;
 
-const std::string Enroll = "/v1/services/services";
+const std::string ServicesPath = "/v1/services/services";
 
 class EnrollmentManagerServiceTest : public EnrollmentManagerFixture {
 protected:
@@ -45,15 +45,15 @@ protected:
     static Texts Search() {
         return {"finder name Svc namespace Space host Host", "find name Svc namespace Space host Host"};
     }
-    static Texts EnrollCall() { return Call("v1-service", "1.0.0.0", "POST", Enroll); }
+    static Texts EnrollCall() { return Call("v1-service", "1.0.0.0", "POST", ServicesPath); }
     static Texts DeleteCall(const std::string& id) {
-        return Call("v1-service", "1.0.0.0", "DELETE", Enroll + "/" + id);
+        return Call("v1-service", "1.0.0.0", "DELETE", ServicesPath + "/" + id);
     }
     static std::string ReadOwner() { return "Read " + CredentialsPath("Owner"); }
 };
 
 TEST_F(EnrollmentManagerServiceTest, NewServiceIsEnrolledAndRecorded) {
-    Answer({{"POST " + Enroll, {201, FakeCommunications::Unreadable}}});
+    Answer({{"POST " + ServicesPath, {201, FakeCommunications::Unreadable}}});
 
     Manager().EnrollService(Request());
 
@@ -83,7 +83,7 @@ TEST_F(EnrollmentManagerServiceTest, NewServiceIsEnrolledAndRecorded) {
 }
 
 TEST_F(EnrollmentManagerServiceTest, EveryOptionalFieldThatIsSetGoesIntoTheBody) {
-    Answer({{"POST " + Enroll, {201, ""}}});
+    Answer({{"POST " + ServicesPath, {201, ""}}});
     ServiceEnrollmentRequest request = Request();
     request.endpointUrl = "https://other";
     request.directCert = "dc";
@@ -128,7 +128,7 @@ TEST_F(EnrollmentManagerServiceTest, EveryOptionalFieldThatIsSetGoesIntoTheBody)
 }
 
 TEST_F(EnrollmentManagerServiceTest, OptionalFieldsThatAreSetToNothingGoIntoTheBodyAllTheSame) {
-    Answer({{"POST " + Enroll, {201, ""}}});
+    Answer({{"POST " + ServicesPath, {201, ""}}});
     ServiceEnrollmentRequest request = Request();
     request.directUrl = "";
     request.directCert = "";
@@ -149,10 +149,10 @@ TEST_F(EnrollmentManagerServiceTest, EarlierRegistrationsAreDeletedFirstInTheOrd
     for (const char* id : {"s1", "s2", "s3"})
         AddFound(id);
     const Texts order = FoundOrder();
-    Answer({{"POST " + Enroll, {201, ""}},
-            {"DELETE " + Enroll + "/s1", {200, ""}},
-            {"DELETE " + Enroll + "/s2", {404, ""}},
-            {"DELETE " + Enroll + "/s3", {200, ""}}});
+    Answer({{"POST " + ServicesPath, {201, ""}},
+            {"DELETE " + ServicesPath + "/s1", {200, ""}},
+            {"DELETE " + ServicesPath + "/s2", {404, ""}},
+            {"DELETE " + ServicesPath + "/s3", {200, ""}}});
 
     Manager().EnrollService(Request());
 
@@ -170,9 +170,9 @@ TEST_F(EnrollmentManagerServiceTest, EarlierRegistrationsInOtherDatacentersAreDe
     AddFound("near");
     communications->foundRemotely.resize(1);
     communications->foundRemotely.front().id = "far";
-    Answer({{"POST " + Enroll, {201, ""}},
-            {"DELETE " + Enroll + "/near", {200, ""}},
-            {"DELETE " + Enroll + "/far", {200, ""}}});
+    Answer({{"POST " + ServicesPath, {201, ""}},
+            {"DELETE " + ServicesPath + "/near", {200, ""}},
+            {"DELETE " + ServicesPath + "/far", {200, ""}}});
 
     Manager().EnrollService(Request());
 
@@ -189,7 +189,7 @@ TEST_F(EnrollmentManagerServiceTest, DeletionThatFailsEndsTheCommandBeforeAnythi
     AddFound("s1");
     for (const int status : {204, 403, 500}) {
         steps.clear();
-        Answer({{"POST " + Enroll, {201, ""}}, {"DELETE " + Enroll + "/s1", {status, "why"}}});
+        Answer({{"POST " + ServicesPath, {201, ""}}, {"DELETE " + ServicesPath + "/s1", {status, "why"}}});
 
         EXPECT_EQ(Failure([&] { Manager().EnrollService(Request()); }),
                   "DeleteServiceById: unexpected http status " + std::to_string(status) + " body = 'why'");
@@ -210,7 +210,7 @@ TEST_F(EnrollmentManagerServiceTest, RefusedEnrollmentLeavesTheOldRegistrationsD
     AddFound("s1");
     for (const int status : {200, 400, 500}) {
         steps.clear();
-        Answer({{"POST " + Enroll, {status, "why"}}, {"DELETE " + Enroll + "/s1", {200, ""}}});
+        Answer({{"POST " + ServicesPath, {status, "why"}}, {"DELETE " + ServicesPath + "/s1", {200, ""}}});
 
         EXPECT_EQ(Failure([&] { Manager().EnrollService(Request()); }),
                   "EnrollService: unexpected http status " + std::to_string(status) + " body = 'why'");
@@ -220,7 +220,7 @@ TEST_F(EnrollmentManagerServiceTest, RefusedEnrollmentLeavesTheOldRegistrationsD
 }
 
 TEST_F(EnrollmentManagerServiceTest, RecordThatCannotBeSavedLeavesAServiceThatOnlyTheServiceKnows) {
-    Answer({{"POST " + Enroll, {201, ""}}});
+    Answer({{"POST " + ServicesPath, {201, ""}}});
     FailFile("BeginReplace", RecordPath("Owner", "Svc"));
 
     EXPECT_EQ(Failure([&] { Manager().EnrollService(Request()); }),
@@ -259,7 +259,7 @@ TEST_F(EnrollmentManagerServiceTest, EachRequiredFieldIsMissedAtItsStep) {
         {"endpointUrl", [](auto& request) { request.endpointUrl.reset(); }, upToBody},
     };
     AddFound("s1");
-    Answer({{"POST " + Enroll, {201, ""}}, {"DELETE " + Enroll + "/s1", {200, ""}}});
+    Answer({{"POST " + ServicesPath, {201, ""}}, {"DELETE " + ServicesPath + "/s1", {200, ""}}});
     for (const Case& one : cases) {
         steps.clear();
         ServiceEnrollmentRequest request = Request();
@@ -273,7 +273,7 @@ TEST_F(EnrollmentManagerServiceTest, EachRequiredFieldIsMissedAtItsStep) {
 
 TEST_F(EnrollmentManagerServiceTest, MachineWithoutDatacenterFailsWhenTheOldRegistrationsAreGone) {
     AddFound("s1");
-    Answer({{"DELETE " + Enroll + "/s1", {200, ""}}});
+    Answer({{"DELETE " + ServicesPath + "/s1", {200, ""}}});
     FailFile("Read", Security + "/CS/datacenterid.config");
 
     EXPECT_NE(Failure([&] { Manager().EnrollService(Request()); }), "");
@@ -282,7 +282,7 @@ TEST_F(EnrollmentManagerServiceTest, MachineWithoutDatacenterFailsWhenTheOldRegi
 }
 
 TEST_F(EnrollmentManagerServiceTest, SameServiceOnAnotherHostOverwritesTheRecordOfTheFirst) {
-    Answer({{"POST " + Enroll, {201, ""}}});
+    Answer({{"POST " + ServicesPath, {201, ""}}});
     ServiceEnrollmentRequest other = Request();
     other.serviceHostname = "Other";
 
@@ -296,7 +296,7 @@ TEST_F(EnrollmentManagerServiceTest, UnenrollmentDeletesByTheRecordAndThenTheRec
     for (const int status : {200, 404}) {
         files.Put(RecordPath("Owner", "Svc"), RecordText("id-1"));
         steps.clear();
-        Answer({{"DELETE " + Enroll + "/id-1", {status, ""}}});
+        Answer({{"DELETE " + ServicesPath + "/id-1", {status, ""}}});
 
         Manager().UnenrollService("Owner", "Svc");
 
@@ -309,7 +309,7 @@ TEST_F(EnrollmentManagerServiceTest, UnenrollmentDeletesByTheRecordAndThenTheRec
 
 TEST_F(EnrollmentManagerServiceTest, UnenrollmentNeedsNoVersionInTheRecord) {
     files.Put(RecordPath("Owner", "Svc"), R"({"Guid":"id-1"})");
-    Answer({{"DELETE " + Enroll + "/id-1", {200, ""}}});
+    Answer({{"DELETE " + ServicesPath + "/id-1", {200, ""}}});
 
     Manager().UnenrollService("Owner", "Svc");
 
@@ -319,7 +319,7 @@ TEST_F(EnrollmentManagerServiceTest, UnenrollmentNeedsNoVersionInTheRecord) {
 TEST_F(EnrollmentManagerServiceTest, UnenrollmentByARecordWithoutAnIdAsksForTheDeletionOfNoIdOnPurpose) {
     const std::string text = R"({"Version":"1.0"})";
     files.Put(RecordPath("Owner", "Svc"), text);
-    Answer({{"DELETE " + Enroll + "/", {405, "which?"}}});
+    Answer({{"DELETE " + ServicesPath + "/", {405, "which?"}}});
 
     EXPECT_EQ(Failure([&] { Manager().UnenrollService("Owner", "Svc"); }),
               "DeleteServiceById: unexpected http status 405 body = 'which?'");
@@ -347,7 +347,7 @@ TEST_F(EnrollmentManagerServiceTest, EveryStandardExceptionWhileTheRecordIsReadE
 
 TEST_F(EnrollmentManagerServiceTest, SecondUnenrollmentDoesNothing) {
     files.Put(RecordPath("Owner", "Svc"), RecordText("id-1"));
-    Answer({{"DELETE " + Enroll + "/id-1", {200, ""}}});
+    Answer({{"DELETE " + ServicesPath + "/id-1", {200, ""}}});
     Manager().UnenrollService("Owner", "Svc");
     steps.clear();
 
@@ -359,7 +359,7 @@ TEST_F(EnrollmentManagerServiceTest, SecondUnenrollmentDoesNothing) {
 TEST_F(EnrollmentManagerServiceTest, UnenrollmentThatTheServiceRefusesKeepsTheRecord) {
     for (const int status : {204, 403, 500}) {
         files.Put(RecordPath("Owner", "Svc"), RecordText("id-1"));
-        Answer({{"DELETE " + Enroll + "/id-1", {status, "why"}}});
+        Answer({{"DELETE " + ServicesPath + "/id-1", {status, "why"}}});
 
         EXPECT_EQ(Failure([&] { Manager().UnenrollService("Owner", "Svc"); }),
                   "DeleteServiceById: unexpected http status " + std::to_string(status) + " body = 'why'");
@@ -383,7 +383,7 @@ TEST_F(EnrollmentManagerServiceTest, RecordThatIsNoJsonIsNotSwallowed) {
 
 TEST_F(EnrollmentManagerServiceTest, NamesEnterPathsAsTheyAreGiven) {
     files.Put(RecordPath("Own/er", "S v?c"), RecordText("I D"));
-    Answer({{"DELETE " + Enroll + "/I D", {200, ""}}});
+    Answer({{"DELETE " + ServicesPath + "/I D", {200, ""}}});
 
     Manager().UnenrollService("Own/er", "S v?c");
 

@@ -10,13 +10,6 @@ namespace {
 
 using namespace SecClientConfig;
 
-void ExpectGeneralHelpAsError(const std::vector<std::string>& words) {
-    const ToolRun run = Tool(words);
-    EXPECT_EQ(run.exitCode, -1);
-    EXPECT_EQ(run.error, GeneralHelp);
-    EXPECT_EQ(run.out, "");
-}
-
 TEST(HelpTest, BareHelpIsAnErrorExitOnPurpose) {
     ExpectGeneralHelpAsError({"help"});
 }

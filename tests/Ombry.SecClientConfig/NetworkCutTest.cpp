@@ -94,7 +94,6 @@ protected:
     std::set<std::string> failures;  // texts of the runs that were cut
 };
 
-const Texts EnrollNew{"enroll-client", "-n", "c1", "-nn", "New"};
 const Texts EnrollSvc{"enroll-service", "-n",         "c1", "-owner",    "c1", "-name", "Svc", "-url",
                       "https://h:1/x",  "-namespace", "ns", "-hostname", "h"};
 const std::string ClientExists = "Caught exception: EnrollClient: unexpected http status 409 body = ''\n";
@@ -103,13 +102,13 @@ const std::string ServiceExists = "Caught exception: EnrollService: unexpected h
 
 TEST_P(NetworkCutTest, ClientIsEnrolledByTheNextRunAndOneWhoseAnswerWasLostStaysAtTheService) {
     std::set<std::size_t> known;
-    CutEverywhere({EnrollNew, [](World&) {}}, [&](World& world, const ToolRun& cut) {
+    CutEverywhere({EnrollNewAsClient, [](World&) {}}, [&](World& world, const ToolRun& cut) {
         const bool enrolled = cut.error.empty();
         EXPECT_EQ(world.Has(World::NewCredentials), enrolled);
         const std::size_t clients = world.memory.Clients().size();
         if (!enrolled) known.insert(clients);
 
-        ExpectSuccess(EnrollNew);
+        ExpectSuccess(EnrollNewAsClient);
 
         EXPECT_TRUE(world.memory.Clients().contains(World::IdOf("New")));
         EXPECT_EQ(world.memory.Clients().size(), enrolled ? clients : clients + 1);

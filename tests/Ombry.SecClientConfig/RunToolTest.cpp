@@ -37,13 +37,6 @@ protected:
     }
 };
 
-void ExpectGeneralHelpAsError(const std::vector<std::string>& words) {
-    const ToolRun run = Tool(words);
-    EXPECT_EQ(run.exitCode, -1);
-    EXPECT_EQ(run.error, GeneralHelp);
-    EXPECT_EQ(run.out, "");
-}
-
 TEST_F(RunToolTest, NoWordPrintsTheGeneralHelpAsAnError) {
     ExpectGeneralHelpAsError({});
 }

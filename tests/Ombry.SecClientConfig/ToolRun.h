@@ -2,6 +2,9 @@
 
 #include "Ombry.SecClientConfig/RunTool.h"
 #include "tests/Fakes/CapturedOutput.h"
+#include "tests/Ombry.SecClientConfig/UsageTexts.h"
+
+#include <gtest/gtest.h>
 
 #include <functional>
 #include <string>
@@ -31,6 +34,13 @@ inline ToolRun CallWith(const std::function<int(int, char**)>& entry, std::vecto
 
 inline ToolRun Tool(const std::vector<std::string>& words) {
     return CallWith(SecClientConfig::RunTool, words);
+}
+
+inline void ExpectGeneralHelpAsError(const std::vector<std::string>& words) {
+    const ToolRun run = Tool(words);
+    EXPECT_EQ(run.exitCode, -1);
+    EXPECT_EQ(run.error, GeneralHelp);
+    EXPECT_EQ(run.out, "");
 }
 
 }  // namespace Ombry::Tests

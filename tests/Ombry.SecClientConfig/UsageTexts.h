@@ -22,6 +22,13 @@ For help with individual commands, type:
     Ombry.SecClientConfig help command
 )";
 
+/// The complaints about who is to act.
+inline const std::string NoIdentity = "ERROR: No userName and password, client name or token was provided.\n";
+inline const std::string HalfIdentity =
+    "ERROR: When a userName or password is provided then the other must be provided as well.\n";
+inline const std::string TwoIdentities =
+    "ERROR: Only one of username/password, client name or token is allowed.\n";
+
 /// By command word.
 inline const std::map<std::string, std::string> Usages = {
     {"get-datacenters",

@@ -33,7 +33,7 @@ using Script = LoopbackServer::Script;
 enum class Stream { Plain, Tls12, Tls13 };
 
 /// Keeps the body; `atEnd` runs while the connection is still the caller's.
-class Text : public ZephSyncDataWriterIf {
+class KeptBody : public ZephSyncDataWriterIf {
 public:
     void Begin() override { text.clear(); }
     void Write(const std::uint8_t* pData, std::uint32_t nBytes) override {
@@ -47,7 +47,7 @@ public:
     std::function<void()> atEnd;
 };
 
-class Body : public ZephSyncDataReaderIf {
+class Question : public ZephSyncDataReaderIf {
 public:
     bool HasData() override { return true; }
     std::uint32_t GetLength() override {
@@ -125,7 +125,7 @@ protected:
     Outcome Request(const std::string& method, const std::string& path, ZephSyncDataReaderIf* pReader,
                     std::function<void()> atEnd = nullptr) {
         ZephSorrelSyncHttpClient client(nullptr, false, Params(), &pool);
-        Text text;
+        KeptBody text;
         text.atEnd = std::move(atEnd);
         client.SetDataReader(pReader);
         client.SetDataWriter(&text);
@@ -152,7 +152,7 @@ protected:
     std::optional<LoopbackServer> server;
 };
 
-std::string NameOf(const ::testing::TestParamInfo<Stream>& info) {
+std::string NameOfStream(const ::testing::TestParamInfo<Stream>& info) {
     switch (info.param) {
         case Stream::Plain:
             return "Plain";
@@ -164,7 +164,7 @@ std::string NameOf(const ::testing::TestParamInfo<Stream>& info) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Streams, BytesBeforeARequestTest,
-                         ::testing::Values(Stream::Plain, Stream::Tls12, Stream::Tls13), NameOf);
+                         ::testing::Values(Stream::Plain, Stream::Tls12, Stream::Tls13), NameOfStream);
 
 const std::string Answer = LoopbackServer::Response("answer");
 const std::string Forged = LoopbackServer::Response("forged");
@@ -245,7 +245,7 @@ TEST_P(BytesBeforeARequestTest, APostIsSentOnceAllTheSame) {
     ServeLate(Answer, [](Connection& connection) { connection.Send(Forged); });
     EXPECT_EQ(Get().body, "answer");
     Late();
-    Body body;
+    Question body;
     const Outcome outcome = Request("POST", "/", &body);
     EXPECT_EQ(outcome.nResult, 0u);
     EXPECT_EQ(outcome.body, "right");

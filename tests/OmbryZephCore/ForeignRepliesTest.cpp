@@ -48,7 +48,7 @@ constexpr std::uint32_t Broken = eRC_IO_ConnectionFailed;
 constexpr std::uint32_t Silent = eRC_TimedOut;
 
 const std::string Final = "HTTP/1.1 200 OK\r\n";
-const std::string Chunked = Final + "Transfer-Encoding: chunked\r\n\r\n";
+const std::string ChunkedHead = Final + "Transfer-Encoding: chunked\r\n\r\n";
 
 std::string Times(std::size_t count, const std::string& text) {
     std::string all;
@@ -88,13 +88,13 @@ const std::vector<Reply>& LineEnds() {
          Next::Kept},
         {"a line end in front of the reply", "\r\n" + Final + "Content-Length: 2\r\n\r\nab", Peer::Stays, Ok,
          200, "ab", Next::Kept},
-        {"LF in a size line does not end it", Chunked + "1\na\n0\n\n", Peer::Closes, Broken, 200, "",
+        {"LF in a size line does not end it", ChunkedHead + "1\na\n0\n\n", Peer::Closes, Broken, 200, "",
          Next::Replaced},
         {"LF behind the digits of a size makes the chunk of what follows the line",
-         Chunked + "1\na\r\n0\r\n\r\n", Peer::Closes, Broken, 200, "0", Next::Replaced},
-        {"LF alone behind the last size", Chunked + "1\r\na\r\n0\n\n", Peer::Closes, Broken, 200, "a",
+         ChunkedHead + "1\na\r\n0\r\n\r\n", Peer::Closes, Broken, 200, "0", Next::Replaced},
+        {"LF alone behind the last size", ChunkedHead + "1\r\na\r\n0\n\n", Peer::Closes, Broken, 200, "a",
          Next::Replaced},
-        {"LF alone in the trailer", Chunked + "1\r\na\r\n0\r\nA: b\n\n", Peer::Closes, Broken, 200, "a",
+        {"LF alone in the trailer", ChunkedHead + "1\r\na\r\n0\r\nA: b\n\n", Peer::Closes, Broken, 200, "a",
          Next::Replaced},
     };
     return replies;
@@ -250,50 +250,50 @@ const std::vector<Reply>& Codings() {
 
 const std::vector<Reply>& Chunks() {
     static const std::vector<Reply> replies = {
-        {"zeros in front of a size", Chunked + std::string(100, '0') + "2\r\nab\r\n0\r\n\r\n", Peer::Stays,
-         Ok, 200, "ab", Next::Kept},
-        {"blanks behind a size", Chunked + "2 \t\r\nab\r\n0 \r\n\r\n", Peer::Stays, Ok, 200, "ab",
+        {"zeros in front of a size", ChunkedHead + std::string(100, '0') + "2\r\nab\r\n0\r\n\r\n",
+         Peer::Stays, Ok, 200, "ab", Next::Kept},
+        {"blanks behind a size", ChunkedHead + "2 \t\r\nab\r\n0 \r\n\r\n", Peer::Stays, Ok, 200, "ab",
          Next::Kept},
-        {"an underscore ends a size", Chunked + "2_0\r\nab\r\n0\r\n\r\n", Peer::Stays, Ok, 200, "ab",
+        {"an underscore ends a size", ChunkedHead + "2_0\r\nab\r\n0\r\n\r\n", Peer::Stays, Ok, 200, "ab",
          Next::Kept},
-        {"a NUL ends a size", Chunked + Raw("2\0") + "0\r\nab\r\n0\r\n\r\n", Peer::Stays, Ok, 200, "ab",
+        {"a NUL ends a size", ChunkedHead + Raw("2\0") + "0\r\nab\r\n0\r\n\r\n", Peer::Stays, Ok, 200, "ab",
          Next::Kept},
-        {"a size that is no number ends the body", Chunked + "zz\r\n\r\n", Peer::Stays, Ok, 200, "",
+        {"a size that is no number ends the body", ChunkedHead + "zz\r\n\r\n", Peer::Stays, Ok, 200, "",
          Next::Kept},
-        {"a long extension", Chunked + "2;" + std::string(17'000, 'e') + "\r\nab\r\n0\r\n\r\n", Peer::Stays,
-         Ok, 200, "ab", Next::Kept},
-        {"a line end in quotes ends an extension all the same", Chunked + "1;a=\"x\r\ny\"\r\na\r\n0\r\n\r\n",
-         Peer::Stays, Ok, 200, "y", Next::Kept},
-        {"data shorter than its size", Chunked + "5\r\nabc\r\n0\r\n\r\n", Peer::Closes, Broken, 200,
+        {"a long extension", ChunkedHead + "2;" + std::string(17'000, 'e') + "\r\nab\r\n0\r\n\r\n",
+         Peer::Stays, Ok, 200, "ab", Next::Kept},
+        {"a line end in quotes ends an extension all the same",
+         ChunkedHead + "1;a=\"x\r\ny\"\r\na\r\n0\r\n\r\n", Peer::Stays, Ok, 200, "y", Next::Kept},
+        {"data shorter than its size", ChunkedHead + "5\r\nabc\r\n0\r\n\r\n", Peer::Closes, Broken, 200,
          "abc\r\n", Next::Replaced},
-        {"data longer than its size", Chunked + "2\r\nabc\r\n0\r\n\r\n", Peer::Stays, Ok, 200, "ab",
+        {"data longer than its size", ChunkedHead + "2\r\nabc\r\n0\r\n\r\n", Peer::Stays, Ok, 200, "ab",
          Next::Kept},
-        {"no line end behind the data", Chunked + "2\r\nab0\r\n\r\n", Peer::Closes, Broken, 200, "ab",
+        {"no line end behind the data", ChunkedHead + "2\r\nab0\r\n\r\n", Peer::Closes, Broken, 200, "ab",
          Next::Replaced},
-        {"a size with a minus ends the body", Chunked + "-2\r\nab\r\n0\r\n\r\n", Peer::Stays, Ok, 200, "",
+        {"a size with a minus ends the body", ChunkedHead + "-2\r\nab\r\n0\r\n\r\n", Peer::Stays, Ok, 200, "",
          Next::Kept},
-        {"a size of 33 bits", Chunked + "1FFFFFFFF\r\nab", Peer::Stays, Broken, 200, "", Next::Replaced},
-        {"the last chunk twice", Chunked + "0\r\n\r\n0\r\n\r\n", Peer::Stays, Ok, 200, "",
+        {"a size of 33 bits", ChunkedHead + "1FFFFFFFF\r\nab", Peer::Stays, Broken, 200, "", Next::Replaced},
+        {"the last chunk twice", ChunkedHead + "0\r\n\r\n0\r\n\r\n", Peer::Stays, Ok, 200, "",
          Next::ReplacedIfSeen},
-        {"no last chunk", Chunked + "2\r\nab\r\n", Peer::Closes, Broken, 200, "ab", Next::Replaced},
-        {"no last chunk, and the peer waits", Chunked + "2\r\nab\r\n", Peer::Stays, Silent, 200, "ab",
+        {"no last chunk", ChunkedHead + "2\r\nab\r\n", Peer::Closes, Broken, 200, "ab", Next::Replaced},
+        {"no last chunk, and the peer waits", ChunkedHead + "2\r\nab\r\n", Peer::Stays, Silent, 200, "ab",
          Next::Replaced},
-        {"the last chunk without its empty line", Chunked + "2\r\nab\r\n0\r\n", Peer::Closes, Broken, 200,
+        {"the last chunk without its empty line", ChunkedHead + "2\r\nab\r\n0\r\n", Peer::Closes, Broken, 200,
          "ab", Next::Replaced},
-        {"a thousand chunks of one byte", Chunked + Times(1000, "1\r\na\r\n") + "0\r\n\r\n", Peer::Stays, Ok,
-         200, std::string(1000, 'a'), Next::Kept},
-        {"a trailer that names a length", Chunked + "1\r\na\r\n0\r\nContent-Length: 9\r\n\r\n", Peer::Stays,
-         Ok, 200, "a", Next::Kept},
-        {"a trailer that asks to close", Chunked + "1\r\na\r\n0\r\nConnection: close\r\n\r\n", Peer::Stays,
-         Ok, 200, "a", Next::Kept},
-        {"a folded trailer", Chunked + "1\r\na\r\n0\r\nA: b\r\n\tc\r\n\r\n", Peer::Stays, Ok, 200, "a",
-         Next::Kept},
-        {"a trailer without a colon", Chunked + "1\r\na\r\n0\r\nno colon\r\n\r\n", Peer::Stays, Ok, 200, "a",
-         Next::Kept},
-        {"a trailer that looks like a reply", Chunked + "1\r\na\r\n0\r\nHTTP/1.1 404 Not Found\r\n\r\n",
+        {"a thousand chunks of one byte", ChunkedHead + Times(1000, "1\r\na\r\n") + "0\r\n\r\n", Peer::Stays,
+         Ok, 200, std::string(1000, 'a'), Next::Kept},
+        {"a trailer that names a length", ChunkedHead + "1\r\na\r\n0\r\nContent-Length: 9\r\n\r\n",
          Peer::Stays, Ok, 200, "a", Next::Kept},
-        {"a flood of trailers", Chunked + "1\r\na\r\n0\r\n" + Times(1000, "A: b\r\n") + "\r\n", Peer::Stays,
-         Ok, 200, "a", Next::Kept},
+        {"a trailer that asks to close", ChunkedHead + "1\r\na\r\n0\r\nConnection: close\r\n\r\n",
+         Peer::Stays, Ok, 200, "a", Next::Kept},
+        {"a folded trailer", ChunkedHead + "1\r\na\r\n0\r\nA: b\r\n\tc\r\n\r\n", Peer::Stays, Ok, 200, "a",
+         Next::Kept},
+        {"a trailer without a colon", ChunkedHead + "1\r\na\r\n0\r\nno colon\r\n\r\n", Peer::Stays, Ok, 200,
+         "a", Next::Kept},
+        {"a trailer that looks like a reply", ChunkedHead + "1\r\na\r\n0\r\nHTTP/1.1 404 Not Found\r\n\r\n",
+         Peer::Stays, Ok, 200, "a", Next::Kept},
+        {"a flood of trailers", ChunkedHead + "1\r\na\r\n0\r\n" + Times(1000, "A: b\r\n") + "\r\n",
+         Peer::Stays, Ok, 200, "a", Next::Kept},
     };
     return replies;
 }
@@ -674,13 +674,13 @@ TEST_P(ForeignRepliesTest, EarlyFinalAnswerOfAPeerThatBreaksTheUpload) {
     EXPECT_EQ((std::vector<std::string>{"1 /foreign", "2 /foreign"}), peer.requests);
 }
 
-std::string NameOf(const ::testing::TestParamInfo<Pieces>& pieces) {
+std::string NameOfPieces(const ::testing::TestParamInfo<Pieces>& pieces) {
     if (pieces.param == Pieces::Whole) return "Whole";
     return pieces.param == Pieces::Bytes ? "ByteByByte" : "AtRandom";
 }
 
 INSTANTIATE_TEST_SUITE_P(Cut, ForeignRepliesTest,
-                         ::testing::Values(Pieces::Whole, Pieces::Bytes, Pieces::Random), NameOf);
+                         ::testing::Values(Pieces::Whole, Pieces::Bytes, Pieces::Random), NameOfPieces);
 
 }  // namespace
 }  // namespace Ombry::Tests

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "OmbryZephCore/ZephHttpClientConnection.h"
-#include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephResultCodes.h"
 #include "tests/Fakes/FakeIOObject.h"
+#include "tests/OmbryZephCore/ReplacedAllocator.h"
 
 #include <gtest/gtest.h>
 
@@ -92,28 +92,6 @@ public:
 private:
     std::vector<std::string>& log;
 };
-
-/// Puts an allocator in the place of that of the IO buffers for a scope.
-class ReplacedAllocator {
-public:
-    explicit ReplacedAllocator(OmbryZephCore::ZephIOBuffer::Allocator allocator)
-        : previous(OmbryZephCore::ZephIOBuffer::ReplaceAllocator(allocator)) {}
-    ~ReplacedAllocator() { OmbryZephCore::ZephIOBuffer::ReplaceAllocator(previous); }
-    ReplacedAllocator(const ReplacedAllocator&) = delete;
-    ReplacedAllocator& operator=(const ReplacedAllocator&) = delete;
-
-private:
-    OmbryZephCore::ZephIOBuffer::Allocator previous;
-};
-
-inline std::uint8_t* RefuseEveryAllocation(std::uint64_t) {
-    return nullptr;
-}
-
-/// Lets through what a test may really ask for, and refuses the sizes that only a hostile peer names.
-inline std::uint8_t* RefuseHugeAllocation(std::uint64_t nBytes) {
-    return nBytes > 64 * 1024 * 1024 ? nullptr : new (std::nothrow) std::uint8_t[nBytes];
-}
 
 /// One open connection over a fake stage. `log` holds the calls of all neighbours in one order.
 class HttpConnectionTest : public ::testing::Test {

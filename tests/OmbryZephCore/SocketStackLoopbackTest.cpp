@@ -26,7 +26,7 @@ using Cancellation::Token;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class Stage : public ZephIOCompletionHandlerIf {
+class WatchedStage : public ZephIOCompletionHandlerIf {
 public:
     void CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes) override {
         events.push_back(std::string(nTaskType == 0 ? "read " : "write ") +
@@ -57,7 +57,7 @@ protected:
     ZephSocketConnector connector{logger};
     ZephIOTaskManager_Sync manager{logger};
     ZephSocketIO socket;
-    Stage stage;
+    WatchedStage stage;
     std::vector<std::uint8_t> buffer = std::vector<std::uint8_t>(4096);
 };
 

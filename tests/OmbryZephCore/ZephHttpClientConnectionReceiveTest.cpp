@@ -65,7 +65,7 @@ struct Example {
     bool asksToClose = false;  ///< the request had "Connection: close"
 };
 
-std::string Chunks(std::size_t count, std::size_t size) {
+std::string ChunksOfSize(std::size_t count, std::size_t size) {
     std::string text;
     char line[32];
     for (std::size_t n = 0; n < count; ++n) {
@@ -118,7 +118,7 @@ const std::vector<Example>& Examples() {
          "Start 404;End;", "", false, true},
         {"chunked", chunked + "5\r\nhello\r\n6\r\n world\r\n0\r\n\r\n", "Start 200;End;", "hello world"},
         {"chunked, nothing", chunked + "0\r\n\r\n", "Start 200;End;", ""},
-        {"chunked with extensions", chunked + Chunks(40, 7) + "0;last\r\n\r\n", "Start 200;End;",
+        {"chunked with extensions", chunked + ChunksOfSize(40, 7) + "0;last\r\n\r\n", "Start 200;End;",
          Letters(40, 7)},
         {"chunked with trailers", chunked + "1\r\na\r\n0\r\nA: b\r\nC: d\r\n\r\n", "Start 200;End;", "a"},
         {"sizes in both cases with zeros in front",
@@ -129,7 +129,7 @@ const std::vector<Example>& Examples() {
          "0123456789abcde0123456789ABCDE"},
         {"line end behind the data is not checked", chunked + "1\r\naXY1\r\nb??0\r\n\r\n", "Start 200;End;",
          "ab"},
-        {"chunk larger than the buffer", chunked + Chunks(2, 100000) + "0\r\n\r\n", "Start 200;End;",
+        {"chunk larger than the buffer", chunked + ChunksOfSize(2, 100000) + "0\r\n\r\n", "Start 200;End;",
          Letters(2, 100000)},
         {"chunked behind another coding",
          ok + "Transfer-Encoding: br, gzip, \tchunked\r\n\r\n1\r\na\r\n0\r\n\r\n", "Start 200;End;", "a"},

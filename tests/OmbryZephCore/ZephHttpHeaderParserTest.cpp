@@ -1,6 +1,7 @@
 #include "OmbryZephCore/ZephHttpHeaderParser.h"
 #include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephResultCodes.h"
+#include "tests/OmbryZephCore/ReplacedAllocator.h"
 
 #include <gtest/gtest.h>
 
@@ -265,16 +266,6 @@ std::uint8_t* CountAllocation(std::uint64_t nBytes) {
     allocated = nBytes;
     return new (std::nothrow) std::uint8_t[nBytes];
 }
-
-class ReplacedAllocator {
-public:
-    explicit ReplacedAllocator(ZephIOBuffer::Allocator allocator)
-        : previous(ZephIOBuffer::ReplaceAllocator(allocator)) {}
-    ~ReplacedAllocator() { ZephIOBuffer::ReplaceAllocator(previous); }
-
-private:
-    ZephIOBuffer::Allocator previous;
-};
 
 TEST(ZephHttpHeaderParserTest, CopyThatCannotBeAllocatedGivesOutOfMemoryAndForgetsTheHeadBefore) {
     ZephHttpHeaderParser parser(ZephHttpHeaderParser::ModeResponse);

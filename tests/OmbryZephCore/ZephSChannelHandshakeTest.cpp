@@ -1,3 +1,4 @@
+#include "tests/OmbryZephCore/ReplacedAllocator.h"
 #include "tests/OmbryZephCore/SChannelFixture.h"
 
 #include <limits>
@@ -66,18 +67,10 @@ TEST_F(SChannelHandshakeTest, FailsIfThePackageIsUnknown) {
     EXPECT_EQ(provider.CallsOf("FreeContextBuffer"), 0);
 }
 
-std::uint8_t* NoMemory(std::uint64_t) {
-    return nullptr;
-}
-int allocationsLeft = 0;
-std::uint8_t* LittleMemory(std::uint64_t bytes) {
-    return allocationsLeft-- > 0 ? new std::uint8_t[bytes] : nullptr;
-}
-
 TEST_F(SChannelHandshakeTest, FailsWithoutMemoryForEitherBufferAndReturnsThePackageInfo) {
     for (int fail = 0; fail < 2; ++fail) {
         allocationsLeft = fail;
-        const auto before = OmbryZephCore::ZephIOBuffer::ReplaceAllocator(&LittleMemory);
+        const auto before = OmbryZephCore::ZephIOBuffer::ReplaceAllocator(&RefuseAfterSome);
         const std::int32_t result = connection->InitializeAsClient(&credentials, "a");
         OmbryZephCore::ZephIOBuffer::ReplaceAllocator(before);
         EXPECT_EQ(result, -1);
@@ -379,7 +372,7 @@ TEST_F(SChannelHandshakeTest, FailsWithoutMemoryForARecord) {
     provider.sizes = {5, 3, 100000, 4, 1};
     StartClient();
     provider.steps = {{SEC_E_OK}};
-    const auto before = OmbryZephCore::ZephIOBuffer::ReplaceAllocator(&NoMemory);
+    const auto before = OmbryZephCore::ZephIOBuffer::ReplaceAllocator(&RefuseEveryAllocation);
     const std::int32_t result = Inject("server");
     OmbryZephCore::ZephIOBuffer::ReplaceAllocator(before);
     EXPECT_EQ(result, -1);

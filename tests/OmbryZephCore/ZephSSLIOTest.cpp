@@ -1,5 +1,6 @@
 #include "OmbryZephCore/ZephSSLIO.h"
 #include "tests/Fakes/SSLIOFixture.h"
+#include "tests/OmbryZephCore/ReplacedAllocator.h"
 
 #include <gmock/gmock.h>
 
@@ -20,26 +21,6 @@ protected:
         logger->Clear();
         return messages;
     }
-};
-
-std::uint8_t* FailEveryAllocation(std::uint64_t) {
-    return nullptr;
-}
-
-int allocationsLeft = 0;
-
-std::uint8_t* FailAfterSome(std::uint64_t nBytes) {
-    return allocationsLeft-- > 0 ? new std::uint8_t[nBytes] : nullptr;
-}
-
-class ScopedAllocator {
-public:
-    explicit ScopedAllocator(ZephIOBuffer::Allocator allocator)
-        : previous(ZephIOBuffer::ReplaceAllocator(allocator)) {}
-    ~ScopedAllocator() { ZephIOBuffer::ReplaceAllocator(previous); }
-
-private:
-    ZephIOBuffer::Allocator previous;
 };
 
 // Initialize, Terminate, switches
@@ -74,7 +55,7 @@ TEST_F(ZephSSLIOTest, NothingAsksTheLoggerUnlessVerbose) {
 }
 
 TEST_F(ZephSSLIOTest, InitializeWithoutMemoryForTheReadBufferFailsAndForgets) {
-    ScopedAllocator none(FailEveryAllocation);
+    const ReplacedAllocator none(RefuseEveryAllocation);
     ZephSSLIO stage(logger);
     EXPECT_EQ(stage.Initialize(&manager, &lower, &scheduler, 9, &listener, &scheduler, nullptr),
               eRC_OutOfMemory);
@@ -86,7 +67,7 @@ TEST_F(ZephSSLIOTest, InitializeWithoutMemoryForTheReadBufferFailsAndForgets) {
 
 TEST_F(ZephSSLIOTest, InitializeWithoutMemoryForTheWriteBufferFailsAndForgets) {
     allocationsLeft = 1;
-    ScopedAllocator one(FailAfterSome);
+    const ReplacedAllocator one(RefuseAfterSome);
     ZephSSLIO stage(logger);
     EXPECT_EQ(stage.Initialize(&manager, &lower, &scheduler, 9, &listener, &scheduler, nullptr),
               eRC_OutOfMemory);

@@ -132,7 +132,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Versions, ZephSSLIOWithOpenSSLTest, testing::ValuesIn(AllVersions()),
                          [](const auto& info) { return info.param.name; });
 
-std::string Megabyte() {
+std::string MegabyteToSend() {
     std::string bytes(1 << 20, '\0');
     for (std::size_t i = 0; i < bytes.size(); ++i)
         bytes[i] = static_cast<char>(i * 131 + i / 257);
@@ -179,7 +179,7 @@ TEST_P(ZephSSLIOWithOpenSSLTest, EverythingWorksOneByteAtATime) {
 }
 
 TEST_P(ZephSSLIOWithOpenSSLTest, OneMebibyteArrivesWholeBothWays) {
-    const std::string bytes = Megabyte();
+    const std::string bytes = MegabyteToSend();
     stream.ssl.StartSSL();
     stream.WriteAll(bytes);
     EXPECT_TRUE(stream.server->received == bytes);

@@ -37,13 +37,13 @@ TEST_F(ZephSorrelSyncHttpClientTest, AHeaderOfTheSameNameIsReplaced) {
     EXPECT_EQ(world.calls[3], "SendRequest GET / 0");
 }
 
-struct UrlCase {
+struct JoinCase {
     const char* base;
     const char* path;
     const char* url;
 };
 
-class ZephSorrelSyncHttpClientUrlTest : public ::testing::TestWithParam<UrlCase> {};
+class ZephSorrelSyncHttpClientUrlTest : public ::testing::TestWithParam<JoinCase> {};
 
 TEST_P(ZephSorrelSyncHttpClientUrlTest, JoinsBaseAndPath) {
     FakeSyncConnection world;
@@ -57,12 +57,12 @@ TEST_P(ZephSorrelSyncHttpClientUrlTest, JoinsBaseAndPath) {
 
 INSTANTIATE_TEST_SUITE_P(
     All, ZephSorrelSyncHttpClientUrlTest,
-    ::testing::Values(UrlCase{"", "/a", "/a"}, UrlCase{"", "a", "/a"}, UrlCase{"/", "/a", "/a"},
-                      UrlCase{"/", "", ""}, UrlCase{"", "", ""}, UrlCase{"/base", "/a", "/base/a"},
-                      UrlCase{"/base", "a", "/base/a"}, UrlCase{"/base", "", "/base"},
-                      UrlCase{"base", "a", "/base/a"}, UrlCase{"/base/", "/a", "/base/a"},
-                      UrlCase{"/base//", "/a", "/base//a"}, UrlCase{"/base/", "", "/base"},
-                      UrlCase{"//", "a", "//a"}, UrlCase{"base/", "?q", "/base/?q"}));
+    ::testing::Values(JoinCase{"", "/a", "/a"}, JoinCase{"", "a", "/a"}, JoinCase{"/", "/a", "/a"},
+                      JoinCase{"/", "", ""}, JoinCase{"", "", ""}, JoinCase{"/base", "/a", "/base/a"},
+                      JoinCase{"/base", "a", "/base/a"}, JoinCase{"/base", "", "/base"},
+                      JoinCase{"base", "a", "/base/a"}, JoinCase{"/base/", "/a", "/base/a"},
+                      JoinCase{"/base//", "/a", "/base//a"}, JoinCase{"/base/", "", "/base"},
+                      JoinCase{"//", "a", "//a"}, JoinCase{"base/", "?q", "/base/?q"}));
 
 TEST_F(ZephSorrelSyncHttpClientTest, TheBasePathStaysForTheNextRequest) {
     client.SetBasePath("/base");

@@ -9,7 +9,7 @@ namespace {
 
 using OmbryZephCore::ZephWindowsCertificateValidation::CheckPublicKeyCallback;
 
-bool Accepts(const std::string& expected, const std::string& serverDer) {
+bool AcceptsKey(const std::string& expected, const std::string& serverDer) {
     const Platform::CertificateContext context{Platform::CertificateEncoding,
                                                reinterpret_cast<const std::uint8_t*>(serverDer.data()),
                                                static_cast<std::uint32_t>(serverDer.size())};
@@ -26,7 +26,7 @@ std::string Server(const CertificateRecipe& recipe) {
 }
 
 TEST(CheckPublicKeyCallbackTest, TheVeryCertificateIsAccepted) {
-    EXPECT_TRUE(Accepts(Pin({}), Server({})));
+    EXPECT_TRUE(AcceptsKey(Pin({}), Server({})));
 }
 
 TEST(CheckPublicKeyCallbackTest, Base64WithLineEndsIsAccepted) {
@@ -35,7 +35,7 @@ TEST(CheckPublicKeyCallbackTest, Base64WithLineEndsIsAccepted) {
         std::string lines;
         for (std::size_t i = 0; i < text.size(); i += 64)
             lines += text.substr(i, 64) + end;
-        EXPECT_TRUE(Accepts(lines, Server({})));
+        EXPECT_TRUE(AcceptsKey(lines, Server({})));
     }
 }
 
@@ -45,22 +45,22 @@ TEST(CheckPublicKeyCallbackTest, OnlyTheKeyCountsNotDatesNamesIssuerOrSerial) {
     renewed.alternativeNames = "DNS:other.test";
     renewed.validFromSeconds = -100 * 86400;
     renewed.validToSeconds = -86400;
-    EXPECT_TRUE(Accepts(Pin({}), Server(renewed)));
-    EXPECT_TRUE(Accepts(Pin(renewed), Server({})));
+    EXPECT_TRUE(AcceptsKey(Pin({}), Server(renewed)));
+    EXPECT_TRUE(AcceptsKey(Pin(renewed), Server({})));
 }
 
 TEST(CheckPublicKeyCallbackTest, SameNameWithANewKeyIsRejected) {
     CertificateRecipe other;
     other.key = KeyNamed("rsa2048-other");
-    EXPECT_FALSE(Accepts(Pin({}), Server(other)));
+    EXPECT_FALSE(AcceptsKey(Pin({}), Server(other)));
 }
 
 TEST(CheckPublicKeyCallbackTest, KeyOfAnotherKindIsRejected) {
     CertificateRecipe ec;
     ec.key = KeyNamed("ec256");
-    EXPECT_FALSE(Accepts(Pin({}), Server(ec)));
-    EXPECT_FALSE(Accepts(Pin(ec), Server({})));
-    EXPECT_TRUE(Accepts(Pin(ec), Server(ec)));
+    EXPECT_FALSE(AcceptsKey(Pin({}), Server(ec)));
+    EXPECT_FALSE(AcceptsKey(Pin(ec), Server({})));
+    EXPECT_TRUE(AcceptsKey(Pin(ec), Server(ec)));
 }
 
 TEST(CheckPublicKeyCallbackTest, KeyThatDiffersInItsLastBytesOnlyIsRejected) {
@@ -69,18 +69,18 @@ TEST(CheckPublicKeyCallbackTest, KeyThatDiffersInItsLastBytesOnlyIsRejected) {
     rsa.issuerKey = rsa.key;
     CertificateRecipe otherExponent = rsa;
     otherExponent.key = WithExponent(rsa.key, 3);
-    EXPECT_FALSE(Accepts(Pin(rsa), Server(otherExponent)));
-    EXPECT_FALSE(Accepts(Pin(otherExponent), Server(rsa)));
-    EXPECT_TRUE(Accepts(Pin(otherExponent), Server(otherExponent)));
+    EXPECT_FALSE(AcceptsKey(Pin(rsa), Server(otherExponent)));
+    EXPECT_FALSE(AcceptsKey(Pin(otherExponent), Server(rsa)));
+    EXPECT_TRUE(AcceptsKey(Pin(otherExponent), Server(otherExponent)));
 
     CertificateRecipe ec;
     ec.key = KeyNamed("ec256");
     ec.issuerKey = ec.key;
     CertificateRecipe otherHalf = ec;
     otherHalf.key = Mirrored(ec.key);
-    EXPECT_FALSE(Accepts(Pin(ec), Server(otherHalf)));
-    EXPECT_FALSE(Accepts(Pin(otherHalf), Server(ec)));
-    EXPECT_TRUE(Accepts(Pin(otherHalf), Server(otherHalf)));
+    EXPECT_FALSE(AcceptsKey(Pin(ec), Server(otherHalf)));
+    EXPECT_FALSE(AcceptsKey(Pin(otherHalf), Server(ec)));
+    EXPECT_TRUE(AcceptsKey(Pin(otherHalf), Server(otherHalf)));
 }
 
 TEST(CheckPublicKeyCallbackTest, WhatCannotBeDecodedOrParsedRejectsEveryServer) {
@@ -98,7 +98,7 @@ TEST(CheckPublicKeyCallbackTest, WhatCannotBeDecodedOrParsedRejectsEveryServer) 
                                "-----BEGIN CERTIFICATE-----\n" + good + "\n-----END CERTIFICATE-----\n"};
     for (const std::string& text : bad) {
         SCOPED_TRACE(text);
-        EXPECT_FALSE(Accepts(text, Server({})));
+        EXPECT_FALSE(AcceptsKey(text, Server({})));
     }
 }
 
@@ -107,8 +107,8 @@ TEST(CheckPublicKeyCallbackTest, ServerWithoutACertificateIsRejected) {
     EXPECT_FALSE(callback(nullptr));
     Platform::CertificateContextPointer none = nullptr;
     EXPECT_FALSE(callback(&none));
-    EXPECT_FALSE(Accepts(Pin({}), "no certificate"));
-    EXPECT_FALSE(Accepts(Pin({}), ""));
+    EXPECT_FALSE(AcceptsKey(Pin({}), "no certificate"));
+    EXPECT_FALSE(AcceptsKey(Pin({}), ""));
 }
 
 TEST(CheckPublicKeyCallbackTest, CopyChecksAsTheOriginalDoes) {
@@ -167,12 +167,12 @@ TEST(CheckPublicKeyCallbackTest, EachFailingOperationRejectsAndEndsTheCheck) {
     const std::vector<std::string> steps = {"measure", "decode", "create", "compare"};
     FailingCertificates certificates;
     const Platform::Testing::Replace<Platform::ICertificates> replaced(certificates);
-    ASSERT_TRUE(Accepts(Pin({}), Server({})));
+    ASSERT_TRUE(AcceptsKey(Pin({}), Server({})));
     EXPECT_EQ(certificates.calls, steps);
     for (std::size_t i = 0; i < steps.size(); ++i) {
         certificates.failing = steps[i];
         certificates.calls.clear();
-        EXPECT_FALSE(Accepts(Pin({}), Server({})));
+        EXPECT_FALSE(AcceptsKey(Pin({}), Server({})));
         EXPECT_EQ(certificates.calls, std::vector<std::string>(
                                           steps.begin(), steps.begin() + static_cast<std::ptrdiff_t>(i) + 1));
     }
@@ -182,14 +182,14 @@ TEST(CheckPublicKeyCallbackTest, MoreThanWasMeasuredIsRejectedAndNotRead) {
     FailingCertificates certificates;
     const Platform::Testing::Replace<Platform::ICertificates> replaced(certificates);
     certificates.tooMuch = true;
-    EXPECT_FALSE(Accepts(Pin({}), Server({})));
+    EXPECT_FALSE(AcceptsKey(Pin({}), Server({})));
     EXPECT_EQ(certificates.calls, (std::vector<std::string>{"measure", "decode"}));
 }
 
 TEST(CheckPublicKeyCallbackTest, FailingAllocationRejects) {
     const auto before =
         OmbryZephCore::ZephIOBuffer::ReplaceAllocator([](std::uint64_t) -> std::uint8_t* { return nullptr; });
-    const bool accepted = Accepts(Pin({}), Server({}));
+    const bool accepted = AcceptsKey(Pin({}), Server({}));
     OmbryZephCore::ZephIOBuffer::ReplaceAllocator(before);
     EXPECT_FALSE(accepted);
 }

@@ -28,18 +28,6 @@ using namespace Platform;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-std::span<const std::uint8_t> Bytes(std::string_view text) {
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
-
-CertificateContext ContextOf(const std::string& der) {
-    return {CertificateEncoding, Bytes(der).data(), static_cast<std::uint32_t>(der.size())};
-}
-
-std::string DerOf(const CertificateContext& context) {
-    return {reinterpret_cast<const char*>(context.encoded), context.encodedLength};
-}
-
 /// UTF-16LE with its terminator.
 std::string Name(std::u16string_view text) {
     std::string bytes;
@@ -57,7 +45,7 @@ std::string Der(long serial) {
     recipe.serial = serial;
     static std::map<long, std::string> made;
     std::string& der = made[serial];
-    if (der.empty()) der = Tests::DerOf(MakeCertificate(recipe));
+    if (der.empty()) der = DerOf(MakeCertificate(recipe));
     return der;
 }
 
@@ -92,7 +80,7 @@ protected:
         const auto added = store->AddReplaceExisting(ContextOf(der));
         ASSERT_TRUE(added);
         if (name.empty()) return;
-        ASSERT_TRUE(store->SetFriendlyName(*added, Bytes(Name(name))));
+        ASSERT_TRUE(store->SetFriendlyName(*added, BytesOf(Name(name))));
     }
 
     std::vector<std::string> FileNames() {
@@ -235,7 +223,7 @@ TEST_F(CertificateStoreTest, EqualCertificateIsReplacedAndLosesItsName) {
     EXPECT_EQ(FileNames().size(), 2u);
     EXPECT_EQ(FriendlyName(*store, *added), "failure");
     EXPECT_EQ(DerOf(*old), der);
-    EXPECT_NE((*added)->encoded, Bytes(der).data());
+    EXPECT_NE((*added)->encoded, BytesOf(der).data());
 }
 
 TEST_F(CertificateStoreTest, WhatIsNoCertificateIsNotAdded) {
@@ -328,7 +316,7 @@ TEST_F(CertificateStoreTest, ContextOfAnotherStoreIsRefused) {
     std::vector<std::uint8_t> buffer(64);
     EXPECT_EQ(store->GetFriendlyName(&foreign, buffer).Error(), EINVAL);
     EXPECT_EQ(store->Delete(&foreign).Error(), EINVAL);
-    EXPECT_EQ(store->SetFriendlyName(&foreign, Bytes(Name(u"x"))).Error(), EINVAL);
+    EXPECT_EQ(store->SetFriendlyName(&foreign, BytesOf(Name(u"x"))).Error(), EINVAL);
     EXPECT_EQ(store->FindNext(&foreign), nullptr);
 }
 
@@ -365,7 +353,7 @@ TEST_F(CertificateStoreTest, EmptyFriendlyNameIsNotTheSameAsNone) {
     {
         const auto store = Open();
         EXPECT_EQ(FriendlyName(*store, store->FindNext(nullptr)), "failure");
-        ASSERT_TRUE(store->SetFriendlyName(store->FindNext(nullptr), Bytes(Name(u""))));
+        ASSERT_TRUE(store->SetFriendlyName(store->FindNext(nullptr), BytesOf(Name(u""))));
     }
     const auto store = Open(StoreAccess::ReadOnlyExisting);
     EXPECT_EQ(FriendlyName(*store, store->FindNext(nullptr)), Name(u""));
@@ -377,7 +365,7 @@ TEST_F(CertificateStoreTest, NameWithoutProperTerminatorIsRefused) {
     const auto context = store->FindNext(nullptr);
     for (const std::string& name : {std::string(), std::string("\0", 1), std::string("a\0", 2),
                                     std::string("a\0\0", 3), Name(u"a") + Name(u"b")}) {
-        EXPECT_EQ(store->SetFriendlyName(context, Bytes(name)).Error(), EINVAL);
+        EXPECT_EQ(store->SetFriendlyName(context, BytesOf(name)).Error(), EINVAL);
     }
     EXPECT_EQ(FriendlyName(*store, context), Name(u"old"));
 }
@@ -389,7 +377,7 @@ TEST_F(CertificateStoreTest, NewNameReplacesTheOldAndKeepsOtherTrustSettings) {
            path + ".new " + path);
     {
         const auto store = Open();
-        ASSERT_TRUE(store->SetFriendlyName(store->FindNext(nullptr), Bytes(Name(u"new"))));
+        ASSERT_TRUE(store->SetFriendlyName(store->FindNext(nullptr), BytesOf(Name(u"new"))));
     }
     EXPECT_EQ(Output("openssl x509 -in " + path + " -alias -noout"), "new\n");
     EXPECT_THAT(Output("openssl x509 -in " + path + " -text -noout"),
@@ -419,7 +407,7 @@ TEST_F(CertificateStoreTest, ReadOnlyStoreRefusesEveryChange) {
     const std::string der = Der(2);
     EXPECT_EQ(store->Delete(context).Error(), EACCES);
     EXPECT_EQ(store->AddReplaceExisting(ContextOf(der)).Error(), EACCES);
-    EXPECT_EQ(store->SetFriendlyName(context, Bytes(Name(u"x"))).Error(), EACCES);
+    EXPECT_EQ(store->SetFriendlyName(context, BytesOf(Name(u"x"))).Error(), EACCES);
     EXPECT_EQ(FriendlyName(*store, context), Name(u"name"));
     EXPECT_EQ(FileNames().size(), 1u);
 }
@@ -448,7 +436,7 @@ TEST_F(CertificateStoreTest, FailedWriteIsReportedAndLeavesEntryAndFileAsTheyWer
         const auto store = Open();
         files.FailEvery(operation, ENOSPC);
         const auto context = store->FindNext(nullptr);
-        EXPECT_EQ(store->SetFriendlyName(context, Bytes(Name(u"new"))).Error(), ENOSPC);
+        EXPECT_EQ(store->SetFriendlyName(context, BytesOf(Name(u"new"))).Error(), ENOSPC);
         EXPECT_EQ(store->AddReplaceExisting(ContextOf(der)).Error(), ENOSPC);
         EXPECT_EQ(store->AddReplaceExisting(ContextOf(other)).Error(), ENOSPC);
         EXPECT_EQ(FriendlyName(*store, context), Name(u"old"));

@@ -12,24 +12,16 @@ namespace {
 
 using Platform::CertificateContext;
 
-std::span<const std::uint8_t> Bytes(std::string_view text) {
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
-
-CertificateContext ContextOf(const std::string& der) {
-    return {Platform::CertificateEncoding, Bytes(der).data(), static_cast<std::uint32_t>(der.size())};
-}
-
 class CertificatesTest : public testing::Test {
 protected:
     ~CertificatesTest() override { EXPECT_EQ(ERR_peek_error(), 0u); }
 
     /// The text of these bytes, measured first.
     std::string Encode(std::string_view binary) {
-        const auto size = certificates.BinaryToBase64(Bytes(binary), nullptr, 0);
+        const auto size = certificates.BinaryToBase64(BytesOf(binary), nullptr, 0);
         EXPECT_TRUE(size);
         std::string text(*size + 1, '#');
-        const auto written = certificates.BinaryToBase64(Bytes(binary), text.data(), *size);
+        const auto written = certificates.BinaryToBase64(BytesOf(binary), text.data(), *size);
         EXPECT_EQ(*written, *size);
         EXPECT_EQ(text.back(), '#');
         text.pop_back();
@@ -123,7 +115,7 @@ TEST_F(CertificatesTest, BitsThatBelongToNoByteMustBeZero) {
 
 TEST_F(CertificatesTest, RoomThatIsOneTooSmallIsFailure) {
     char text[4];
-    EXPECT_EQ(certificates.BinaryToBase64(Bytes("f"), text, 3).Error(), ERANGE);
+    EXPECT_EQ(certificates.BinaryToBase64(BytesOf("f"), text, 3).Error(), ERANGE);
     std::uint8_t binary[3];
     EXPECT_EQ(certificates.Base64ToBinary("Zm9v", binary, 2).Error(), ERANGE);
     EXPECT_EQ(*certificates.Base64ToBinary("Zm9v", binary, 3), 3u);
@@ -133,36 +125,36 @@ TEST_F(CertificatesTest, RoomThatIsOneTooSmallIsFailure) {
 
 TEST_F(CertificatesTest, ParsedCertificateGivesItsBytes) {
     const std::string der = DerOf(MakeCertificate({}));
-    const auto certificate = certificates.CreateCertificate(Bytes(der));
+    const auto certificate = certificates.CreateCertificate(BytesOf(der));
     ASSERT_TRUE(certificate);
     const CertificateContext& context = (*certificate)->Context();
     EXPECT_EQ(context.encodingType, 0x10001u);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(context.encoded), context.encodedLength), der);
-    EXPECT_NE(context.encoded, Bytes(der).data());
+    EXPECT_NE(context.encoded, BytesOf(der).data());
 }
 
 TEST_F(CertificatesTest, TruncatedOrLengthenedOrForeignBytesAreNoCertificate) {
     const std::string der = DerOf(MakeCertificate({}));
     for (std::size_t length = 0; length < der.size(); ++length) {
-        ASSERT_FALSE(certificates.CreateCertificate(Bytes(der).first(length))) << length;
+        ASSERT_FALSE(certificates.CreateCertificate(BytesOf(der).first(length))) << length;
     }
-    EXPECT_FALSE(certificates.CreateCertificate(Bytes(der + std::string(1, '\0'))));
-    EXPECT_FALSE(certificates.CreateCertificate(Bytes("no certificate")));
+    EXPECT_FALSE(certificates.CreateCertificate(BytesOf(der + std::string(1, '\0'))));
+    EXPECT_FALSE(certificates.CreateCertificate(BytesOf("no certificate")));
     EXPECT_FALSE(certificates.CreateCertificate({}));
     EXPECT_NE(certificates.CreateCertificate({}).Error(), 0);
 }
 
 TEST_F(CertificatesTest, CertificateThatWasParsedBeforeDoesNotVouchForAnother) {
     const std::string der = DerOf(MakeCertificate({}));
-    ASSERT_TRUE(certificates.CreateCertificate(Bytes(der)));
+    ASSERT_TRUE(certificates.CreateCertificate(BytesOf(der)));
     std::string broken = der;
     broken[4] = '\x31';  // the body becomes a set
-    EXPECT_FALSE(certificates.CreateCertificate(Bytes(broken)));
+    EXPECT_FALSE(certificates.CreateCertificate(BytesOf(broken)));
     EXPECT_FALSE(certificates.CreateCertificate({}));
-    const auto again = certificates.CreateCertificate(Bytes(der));
+    const auto again = certificates.CreateCertificate(BytesOf(der));
     ASSERT_TRUE(again);
     EXPECT_EQ((*again)->Context().encodedLength, der.size());
-    EXPECT_FALSE(certificates.CreateCertificate(Bytes(broken)));
+    EXPECT_FALSE(certificates.CreateCertificate(BytesOf(broken)));
 }
 
 // Comparing public keys.
@@ -226,7 +218,7 @@ TEST_F(CertificatesTest, KeyIsFoundInCertificateThatLeavesItsVersionOut) {
     X509_set_version(old.get(), X509_VERSION_1);
     ASSERT_GT(X509_sign(old.get(), KeyNamed("rsa2048").get(), EVP_sha256()), 0);
     const std::string first = DerOf(old);
-    ASSERT_TRUE(certificates.CreateCertificate(Bytes(first)));
+    ASSERT_TRUE(certificates.CreateCertificate(BytesOf(first)));
     const std::string same = DerOf(MakeCertificate({}));
     CertificateRecipe recipe;
     recipe.key = KeyNamed("rsa2048-other");

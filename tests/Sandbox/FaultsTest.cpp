@@ -16,7 +16,7 @@ std::string TextOf(const std::optional<Fault>& fault) {
     return names[static_cast<int>(fault->kind)] + std::string("=") + std::to_string(fault->argument);
 }
 
-std::string FailureOf(const std::string& text) {
+std::string RefusalOfFault(const std::string& text) {
     Faults faults;
     try {
         faults.Add(text);
@@ -59,7 +59,7 @@ TEST(SandboxFaultsTest, CountIsWhatIsTaken) {
 }
 
 TEST(SandboxFaultsTest, LargestCountIsTaken) {
-    EXPECT_EQ(FailureOf("/a:1000000:cut"), "");
+    EXPECT_EQ(RefusalOfFault("/a:1000000:cut"), "");
 }
 
 TEST(SandboxFaultsTest, OnlyWhatIsBelowThePathIsHit) {
@@ -93,16 +93,16 @@ TEST(SandboxFaultsTest, PathMayBeEmptyOrHoldColons) {
 
 TEST(SandboxFaultsTest, TextThatIsNoFaultIsNamed) {
     for (const std::string text : {"", "x", ":", "1:cut", "cut"})
-        EXPECT_EQ(FailureOf(text), "A fault is PATH:COUNT:KIND, not '" + text + "'");
+        EXPECT_EQ(RefusalOfFault(text), "A fault is PATH:COUNT:KIND, not '" + text + "'");
     for (const std::string count : {"0", "-1", "1000001", "", "x", "1x", " 1", "99999999999999999999"})
-        EXPECT_EQ(FailureOf("/a:" + count + ":cut"), "'" + count + "' is no number from 1 to 1000000");
+        EXPECT_EQ(RefusalOfFault("/a:" + count + ":cut"), "'" + count + "' is no number from 1 to 1000000");
     for (const std::string status : {"199", "600", "", "-200", "20O", "4294967496"})
-        EXPECT_EQ(FailureOf("/a:1:status=" + status), "'" + status + "' is no number from 200 to 599");
+        EXPECT_EQ(RefusalOfFault("/a:1:status=" + status), "'" + status + "' is no number from 200 to 599");
     for (const std::string delay : {"-1", "600001", "", "1s"})
-        EXPECT_EQ(FailureOf("/a:1:delay=" + delay), "'" + delay + "' is no number from 0 to 600000");
+        EXPECT_EQ(RefusalOfFault("/a:1:delay=" + delay), "'" + delay + "' is no number from 0 to 600000");
     for (const std::string kind : {"", "status", "delay", "Reset", "reset ", "cut=1", "silence\n"}) {
         EXPECT_EQ(
-            FailureOf("/a:1:" + kind),
+            RefusalOfFault("/a:1:" + kind),
             "'" + kind + "' is no fault; known are status=CODE, delay=MILLISECONDS, reset, cut and silence");
     }
 }

@@ -43,7 +43,7 @@ std::string PemOf(const TestKey& key, const TestKey& certified) {
     return PemOf(key) + PemOf([&](BIO* memory) { PEM_write_bio_X509(memory, certificate.get()); });
 }
 
-std::string FailureIn(const std::string& folder) {
+std::string IdentityFailureIn(const std::string& folder) {
     try {
         Identity identity{folder};
         return {};
@@ -151,7 +151,7 @@ TEST(SandboxIdentityTest, FileThatHoldsNoneIsAFailureAndStaysAsItIs) {
     for (const auto& [text, fault] : files) {
         const TemporaryDirectory folder;
         folder.Write(File, text);
-        EXPECT_EQ(FailureIn(folder.Path()), "'" + folder / File + "' " + fault) << text;
+        EXPECT_EQ(IdentityFailureIn(folder.Path()), "'" + folder / File + "' " + fault) << text;
         EXPECT_EQ(folder.Read(File), text);
     }
 }
@@ -170,7 +170,7 @@ TEST(SandboxIdentityTest, FileThatCannotBeReadIsNotReplaced) {
         FaultyFiles files;
         files.FailEvery("Read", EACCES);
         const Platform::Testing::Replace<Platform::IFiles> replaced(files);
-        EXPECT_EQ(FailureIn(folder.Path()), "Cannot read '" + folder / File + "'.");
+        EXPECT_EQ(IdentityFailureIn(folder.Path()), "Cannot read '" + folder / File + "'.");
         EXPECT_EQ(files.Texts(), std::vector<std::string>{"Read " + folder / File});
     }
     EXPECT_EQ(Identity(folder.Path()).Fingerprint(), fingerprint);
@@ -179,9 +179,9 @@ TEST(SandboxIdentityTest, FileThatCannotBeReadIsNotReplaced) {
 TEST(SandboxIdentityTest, FolderOrLinkInThePlaceOfTheFileIsAFailure) {
     const TemporaryDirectory folder, linked;
     std::filesystem::create_directory(folder / File);
-    EXPECT_EQ(FailureIn(folder.Path()), "Cannot read '" + folder / File + "'.");
+    EXPECT_EQ(IdentityFailureIn(folder.Path()), "Cannot read '" + folder / File + "'.");
     std::filesystem::create_symlink("nowhere", linked / File);
-    EXPECT_EQ(FailureIn(linked.Path()), "Cannot read '" + linked / File + "'.");
+    EXPECT_EQ(IdentityFailureIn(linked.Path()), "Cannot read '" + linked / File + "'.");
 }
 
 TEST(SandboxIdentityTest, EveryFailureOfTheDiskIsNamedAndTheNextStartMends) {
@@ -190,12 +190,12 @@ TEST(SandboxIdentityTest, EveryFailureOfTheDiskIsNamedAndTheNextStartMends) {
         FaultyFiles files;
         files.FailEvery(operation, ENOSPC);
         const Platform::Testing::Replace<Platform::IFiles> replaced(files);
-        EXPECT_EQ(FailureIn(folder.Path()), "Cannot write '" + folder / File + "'.");
+        EXPECT_EQ(IdentityFailureIn(folder.Path()), "Cannot write '" + folder / File + "'.");
         EXPECT_FALSE(std::filesystem::exists(folder / File));
     }
     FaultyFiles files;
     const Platform::Testing::Replace<Platform::IFiles> replaced(files);
-    EXPECT_EQ(FailureIn(folder.Path()), "");
+    EXPECT_EQ(IdentityFailureIn(folder.Path()), "");
     EXPECT_EQ(files.Texts(),
               (std::vector<std::string>{"Read " + folder / File, "BeginReplace " + folder / File + " Synced",
                                         "Complete " + folder / File + " Synced"}));
@@ -203,12 +203,13 @@ TEST(SandboxIdentityTest, EveryFailureOfTheDiskIsNamedAndTheNextStartMends) {
 
 TEST(SandboxIdentityTest, MissingFolderAndMissingChanceAreFailures) {
     const TemporaryDirectory folder;
-    EXPECT_EQ(FailureIn(folder / "missing"), "Cannot open the folder '" + folder / "missing" + "'.");
-    EXPECT_EQ(FailureIn(folder.Write("file", "")), "Cannot open the folder '" + folder / "file" + "'.");
+    EXPECT_EQ(IdentityFailureIn(folder / "missing"), "Cannot open the folder '" + folder / "missing" + "'.");
+    EXPECT_EQ(IdentityFailureIn(folder.Write("file", "")),
+              "Cannot open the folder '" + folder / "file" + "'.");
     FakeRandom random;
     random.FailBytes(EIO);
     const Platform::Testing::Replace<Platform::IRandom> replaced(random);
-    EXPECT_EQ(FailureIn(folder.Path()), "Cannot make the certificate: serial number");
+    EXPECT_EQ(IdentityFailureIn(folder.Path()), "Cannot make the certificate: serial number");
 }
 
 }  // namespace

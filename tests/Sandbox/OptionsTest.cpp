@@ -22,7 +22,7 @@ Options Parse(Words words) {
 }
 
 /// What the user is told; empty if the options are good.
-std::string FailureOf(const Words& words) {
+std::string RefusalOfOptions(const Words& words) {
     try {
         Parse(words);
         return {};
@@ -210,7 +210,7 @@ TEST(SandboxParseOptionsTest, FaultsAreNamed) {
         {{"--port=x"}, port + "'x'"},
     };
     for (const auto& [words, text] : faults)
-        EXPECT_EQ(FailureOf(words), text);
+        EXPECT_EQ(RefusalOfOptions(words), text);
 }
 
 }  // namespace

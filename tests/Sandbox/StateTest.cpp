@@ -20,7 +20,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-std::string FailureIn(const std::string& folder) {
+std::string StateFailureIn(const std::string& folder) {
     try {
         State state(folder);
         return {};
@@ -335,16 +335,16 @@ TEST(SandboxStateFolderTest, WhatIsNoDatabaseIsNamedAndStaysAsItIs) {
     const TemporaryDirectory folder;
     const std::string text = "this is no database, however long it is read " + std::string(4096, 'x');
     folder.Write("state.sqlite", text);
-    EXPECT_EQ(FailureIn(folder.Path()),
+    EXPECT_EQ(StateFailureIn(folder.Path()),
               "Cannot open '" + folder / "state.sqlite" + "': file is not a database");
     EXPECT_EQ(folder.Read("state.sqlite"), text);
 }
 
 TEST(SandboxStateFolderTest, FolderThatIsMissingOrInThePlaceOfTheFileIsNamed) {
     const TemporaryDirectory folder;
-    EXPECT_EQ(FailureIn(folder / "missing"), "Cannot open the folder '" + folder / "missing" + "'.");
+    EXPECT_EQ(StateFailureIn(folder / "missing"), "Cannot open the folder '" + folder / "missing" + "'.");
     std::filesystem::create_directory(folder / "state.sqlite");
-    EXPECT_THAT(FailureIn(folder.Path()), HasSubstr("Cannot open '" + folder / "state.sqlite" + "': "));
+    EXPECT_THAT(StateFailureIn(folder.Path()), HasSubstr("Cannot open '" + folder / "state.sqlite" + "': "));
 }
 
 }  // namespace
