@@ -22,6 +22,11 @@ endif()
 # Debug information for line numbers only: the test builds stay small enough for a two-core machine.
 set(CMAKE_CXX_FLAGS_DEBUG "-O0 -g1")
 
+# Sources that share a compilation read the headers, and make what templates make, once for all. Names in unnamed
+# namespaces meet there, so that no two sources of a target give one name to different things.
+set(CMAKE_UNITY_BUILD ${OMBRY_UNITY})
+set(CMAKE_UNITY_BUILD_BATCH_SIZE 8)
+
 add_library(ombry_options INTERFACE)
 target_include_directories(ombry_options INTERFACE
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:include/ombry>)
