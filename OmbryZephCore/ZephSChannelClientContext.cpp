@@ -12,11 +12,11 @@ namespace {
 
 SCHANNEL_CRED MakeCredentialData(bool bManualValidation) {
     SCHANNEL_CRED data;
-    data.dwVersion = SCHANNEL_CRED_VERSION;
-    data.grbitEnabledProtocols = SP_PROT_TLS1_0 | SP_PROT_TLS1_1 | SP_PROT_TLS1_2 | SP_PROT_TLS1_3;
+    data.dwVersion = SChannelCredVersion;
+    data.grbitEnabledProtocols = SpProtTls1_0 | SpProtTls1_1 | SpProtTls1_2 | SpProtTls1_3;
     data.dwMinimumCipherStrength = 128;
-    data.dwFlags = SCH_USE_STRONG_CRYPTO | SCH_CRED_NO_DEFAULT_CREDS;
-    if (bManualValidation) data.dwFlags |= SCH_CRED_MANUAL_CRED_VALIDATION | SCH_CRED_NO_SERVERNAME_CHECK;
+    data.dwFlags = SchUseStrongCrypto | SchCredNoDefaultCreds;
+    if (bManualValidation) data.dwFlags |= SchCredManualCredValidation | SchCredNoServernameCheck;
     return data;
 }
 
@@ -34,9 +34,8 @@ std::uint32_t ZephSChannelClientContext::Initialize(bool bManualValidation) {
     if (const std::uint32_t nResult = m_SSPI.Initialize(true)) return nResult;
     SCHANNEL_CRED data = MakeCredentialData(bManualValidation);
     SecTimeStamp expiry;
-    const SECURITY_STATUS nStatus =
-        m_SSPI.GetFunctions()->AcquireCredentialsHandleA(nullptr, UNISP_NAME_A, SECPKG_CRED_OUTBOUND, nullptr,
-                                                         &data, nullptr, nullptr, &m_Credentials, &expiry);
+    const SECURITY_STATUS nStatus = m_SSPI.GetFunctions()->AcquireCredentialsHandleA(
+        nullptr, UnispNameA, SecPkgCredOutbound, nullptr, &data, nullptr, nullptr, &m_Credentials, &expiry);
     if (nStatus < 0) {
         LogCall(m_Logger, "OmbryZephCore::ZephSChannelClientContext::Initialize", 4,
                 "AcquireCredentialsHandleA failed with error ", nStatus);

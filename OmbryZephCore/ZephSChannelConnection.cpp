@@ -13,8 +13,8 @@ using Ombry::LibraryLogger::LogCall;
 
 namespace {
 
-constexpr std::uint32_t NextStepFlagsOfClient = ISC_REQ_STREAM | ISC_REQ_CONFIDENTIALITY;   // 0x8010
-constexpr std::uint32_t FirstStepFlagsOfServer = ASC_REQ_STREAM | ASC_REQ_CONFIDENTIALITY;  // 0x10010
+constexpr std::uint32_t NextStepFlagsOfClient = IscReqStream | IscReqConfidentiality;   // 0x8010
+constexpr std::uint32_t FirstStepFlagsOfServer = AscReqStream | AscReqConfidentiality;  // 0x10010
 
 }  // namespace
 
@@ -43,7 +43,7 @@ void ZephSChannelConnection::CleanUp() {
 std::int32_t ZephSChannelConnection::DoCommonInitializationTasks() {
     if (m_SSPI.Initialize(true) != 0) return -1;
     SecPkgInfoA* pInfo = nullptr;
-    const SECURITY_STATUS nStatus = m_SSPI.GetFunctions()->QuerySecurityPackageInfoA(UNISP_NAME_A, &pInfo);
+    const SECURITY_STATUS nStatus = m_SSPI.GetFunctions()->QuerySecurityPackageInfoA(UnispNameA, &pInfo);
     if (nStatus < 0) {
         LogCall(m_Logger, "OmbryZephCore::ZephSChannelConnection::DoCommonInitializationTasks", 4,
                 "QuerySecurityPackageInfoA failed with error ", nStatus);
@@ -72,18 +72,18 @@ std::uint32_t ZephSChannelConnection::StepFlags() const {
 
 void ZephSChannelConnection::OfferInput(TokenExchange& exchange, std::uint32_t nOffered) {
     exchange.nOffered = nOffered;
-    exchange.input[0] = {nOffered, SECBUFFER_TOKEN, m_ReadBuffer.GetData() + m_PlaintextLength};
-    exchange.input[1] = {0, SECBUFFER_EMPTY, nullptr};
+    exchange.input[0] = {nOffered, SecBufferToken, m_ReadBuffer.GetData() + m_PlaintextLength};
+    exchange.input[1] = {0, SecBufferEmpty, nullptr};
 }
 
 void ZephSChannelConnection::OfferOutput(TokenExchange& exchange) {
     exchange.nRoom = m_WriteBuffer.GetLength() - m_WriteFill;
-    exchange.output = {exchange.nRoom, SECBUFFER_TOKEN, m_WriteBuffer.GetData() + m_WriteFill};
+    exchange.output = {exchange.nRoom, SecBufferToken, m_WriteBuffer.GetData() + m_WriteFill};
 }
 
 SECURITY_STATUS ZephSChannelConnection::DriveContext(TokenExchange& exchange, bool bWithInput,
                                                      std::uint32_t nFlags) {
-    SecurityFunctionTable& functions = *m_SSPI.GetFunctions();
+    SecurityFunctions& functions = *m_SSPI.GetFunctions();
     CtxtHandle* pContext = m_ContextValid ? &m_Context : nullptr;
     SecBufferDesc* pInput = bWithInput ? &exchange.inputDesc : nullptr;
     std::uint32_t nAttributes = 0;
@@ -110,7 +110,7 @@ void ZephSChannelConnection::AddToken(const TokenExchange& exchange) {
 
 const SecBuffer* ZephSChannelConnection::FindExtra(const TokenExchange& exchange) {
     for (const SecBuffer& buffer : exchange.input) {
-        if (buffer.BufferType == SECBUFFER_EXTRA) return &buffer;
+        if (buffer.BufferType == SecBufferExtra) return &buffer;
     }
     return nullptr;
 }

@@ -70,10 +70,10 @@ private:
         TokenExchange& operator=(const TokenExchange&) = delete;
 
         std::array<Ombry::Platform::SecBuffer, 2> input;
-        Ombry::Platform::SecBufferDesc inputDesc{Ombry::Platform::SECBUFFER_VERSION, 2, input.data()};
+        Ombry::Platform::SecBufferDesc inputDesc{Ombry::Platform::SecBufferVersion, 2, input.data()};
         std::uint32_t nOffered = 0;
         Ombry::Platform::SecBuffer output;
-        Ombry::Platform::SecBufferDesc outputDesc{Ombry::Platform::SECBUFFER_VERSION, 1, &output};
+        Ombry::Platform::SecBufferDesc outputDesc{Ombry::Platform::SecBufferVersion, 1, &output};
         std::uint32_t nRoom = 0;
     };
     /// What `DecryptMessage` made of the input: null where it made nothing of the kind.

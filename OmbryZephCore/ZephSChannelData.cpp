@@ -101,10 +101,10 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::DecryptNextRecord() {
         return 0;
     }
     std::array<SecBuffer, 4> buffers;
-    buffers[0] = {m_ReadFill, SECBUFFER_DATA, m_ReadBuffer.GetData()};
-    SecBufferDesc message{SECBUFFER_VERSION, 4, buffers.data()};
+    buffers[0] = {m_ReadFill, SecBufferData, m_ReadBuffer.GetData()};
+    SecBufferDesc message{SecBufferVersion, 4, buffers.data()};
     const SECURITY_STATUS nStatus = m_SSPI.GetFunctions()->DecryptMessage(&m_Context, &message, 0, nullptr);
-    if (nStatus == SEC_E_INCOMPLETE_MESSAGE) {
+    if (nStatus == SecEIncompleteMessage) {
         m_NeedInput = true;
         return 0;
     }
@@ -114,13 +114,13 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::DecryptNextRecord() {
     }
     DecryptedRecord record;
     for (SecBuffer& buffer : buffers) {
-        if (buffer.BufferType == SECBUFFER_DATA) record.data = &buffer;
-        if (buffer.BufferType != SECBUFFER_EXTRA) continue;
+        if (buffer.BufferType == SecBufferData) record.data = &buffer;
+        if (buffer.BufferType != SecBufferExtra) continue;
         buffer.cbBuffer = std::min(buffer.cbBuffer, m_ReadFill);
         record.extra = &buffer;
     }
-    if (nStatus == SEC_I_CONTEXT_EXPIRED) return ActOnPeerClose(record.extra, "(SEC_I_CONTEXT_EXPIRED)");
-    if (nStatus == SEC_I_RENEGOTIATE) return ActOnRenegotiation(record.extra);
+    if (nStatus == SecIContextExpired) return ActOnPeerClose(record.extra, "(SEC_I_CONTEXT_EXPIRED)");
+    if (nStatus == SecIRenegotiate) return ActOnRenegotiation(record.extra);
     return ActOnRecord(record);
 }
 
@@ -211,10 +211,10 @@ std::int32_t ZephSChannelConnection::write_plaintext(const std::uint8_t* pBuffer
     std::uint8_t* pHeader = m_WriteBuffer.GetData() + m_WriteFill;
     std::uint8_t* pData = pHeader + m_StreamSizes.cbHeader;
     std::array<SecBuffer, 4> buffers;
-    buffers[0] = {m_StreamSizes.cbHeader, SECBUFFER_STREAM_HEADER, pHeader};
-    buffers[1] = {nCount, SECBUFFER_DATA, pData};
-    buffers[2] = {m_StreamSizes.cbTrailer, SECBUFFER_STREAM_TRAILER, pData + nCount};
-    SecBufferDesc message{SECBUFFER_VERSION, 4, buffers.data()};
+    buffers[0] = {m_StreamSizes.cbHeader, SecBufferStreamHeader, pHeader};
+    buffers[1] = {nCount, SecBufferData, pData};
+    buffers[2] = {m_StreamSizes.cbTrailer, SecBufferStreamTrailer, pData + nCount};
+    SecBufferDesc message{SecBufferVersion, 4, buffers.data()};
     if (nCount != 0) std::memcpy(pData, pBuffer, nCount);
     const SECURITY_STATUS nStatus = m_SSPI.GetFunctions()->EncryptMessage(&m_Context, 0, &message, 0);
     if (nStatus < 0) {

@@ -15,7 +15,7 @@ constexpr const char* Initializing = "OmbryZephCore::ZephSChannelConnection::Ini
 constexpr const char* Continuing = "OmbryZephCore::ZephSChannelConnection::ContinueInitIfNecessary";
 
 constexpr std::uint32_t FirstStepFlagsOfClient =
-    ISC_REQ_STREAM | ISC_REQ_USE_SUPPLIED_CREDS | ISC_REQ_CONFIDENTIALITY;  // 0x8090
+    IscReqStream | IscReqUseSuppliedCreds | IscReqConfidentiality;  // 0x8090
 constexpr std::uint32_t RenegotiateFlags = 32;
 
 /// A certificate of the provider's, given back on every way out, an exception of a validator included.
@@ -72,18 +72,18 @@ std::int32_t ZephSChannelConnection::InitializeAsServer(CredHandle* pCredentials
 std::int32_t ZephSChannelConnection::FinishFirstStep(TokenExchange& exchange, SECURITY_STATUS nStatus) {
     m_Handshaking = true;
     switch (nStatus) {
-        case SEC_I_CONTINUE_NEEDED:
+        case SecIContinueNeeded:
             m_NeedInput = true;
             break;
-        case SEC_I_COMPLETE_NEEDED:
-        case SEC_I_COMPLETE_AND_CONTINUE:
+        case SecICompleteNeeded:
+        case SecICompleteAndContinue:
             if (!CompleteToken(exchange, Initializing)) {
                 CleanUp();
                 return -1;
             }
-            if (nStatus == SEC_I_COMPLETE_AND_CONTINUE) m_NeedInput = true;
+            if (nStatus == SecICompleteAndContinue) m_NeedInput = true;
             break;
-        case SEC_E_OK:
+        case SecEOk:
             m_NeedInput = false;
             m_Handshaking = false;
             break;
@@ -109,7 +109,7 @@ std::int32_t ZephSChannelConnection::ContinueInitIfNecessary() {
     if (m_Refused) return -1;
     if (!m_Handshaking) return 1;
     TokenExchange exchange;
-    SECURITY_STATUS nStatus = SEC_E_OK;
+    SECURITY_STATUS nStatus = SecEOk;
     if (const Outcome outcome = ExchangeTokens(exchange, nStatus)) return *outcome;
     if (ActOnStep(exchange, nStatus) != 0) return -1;
     AddToken(exchange);
@@ -130,8 +130,8 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::ExchangeTokens(TokenExch
         nStatus = DriveContext(exchange, true, StepFlags());
         if (const Outcome outcome = JudgeStep(nStatus)) return outcome;
         const bool bProgress = ConsumeStepInput(exchange);
-        const bool bAgain = nStatus == SEC_I_CONTINUE_NEEDED && FindExtra(exchange) != nullptr &&
-                            exchange.output.cbBuffer == 0;
+        const bool bAgain =
+            nStatus == SecIContinueNeeded && FindExtra(exchange) != nullptr && exchange.output.cbBuffer == 0;
         if (!bAgain) return std::nullopt;
         if (!bProgress) {
             m_NeedInput = true;
@@ -142,11 +142,11 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::ExchangeTokens(TokenExch
 
 ZephSChannelConnection::Outcome ZephSChannelConnection::JudgeStep(SECURITY_STATUS nStatus) {
     if (nStatus >= 0) return std::nullopt;
-    if (nStatus == SEC_E_BUFFER_TOO_SMALL) {
+    if (nStatus == SecEBufferTooSmall) {
         m_OutputBlocked = true;
         return 0;
     }
-    if (nStatus == SEC_E_INCOMPLETE_MESSAGE) {
+    if (nStatus == SecEIncompleteMessage) {
         m_NeedInput = true;
         return 0;
     }
@@ -164,15 +164,15 @@ bool ZephSChannelConnection::ConsumeStepInput(const TokenExchange& exchange) {
 
 std::int32_t ZephSChannelConnection::ActOnStep(TokenExchange& exchange, SECURITY_STATUS nStatus) {
     switch (nStatus) {
-        case SEC_I_COMPLETE_NEEDED:
-        case SEC_I_COMPLETE_AND_CONTINUE:
+        case SecICompleteNeeded:
+        case SecICompleteAndContinue:
             if (!CompleteToken(exchange, Continuing)) return -1;
-            if (nStatus == SEC_I_COMPLETE_AND_CONTINUE) m_NeedInput = true;
+            if (nStatus == SecICompleteAndContinue) m_NeedInput = true;
             return 0;
-        case SEC_I_CONTINUE_NEEDED:
+        case SecIContinueNeeded:
             m_NeedInput = true;
             return 0;
-        case SEC_E_OK:
+        case SecEOk:
             m_NeedInput = false;
             m_Handshaking = false;
             m_Refused = true;  // until the peer was accepted, even if its judge throws
@@ -193,7 +193,7 @@ bool ZephSChannelConnection::CheckPeerCertificate() {
     if (!m_Validator) return true;
     CertificateContextPointer pCertificate = nullptr;
     const SECURITY_STATUS nStatus = m_SSPI.GetFunctions()->QueryContextAttributesA(
-        &m_Context, SECPKG_ATTR_REMOTE_CERT_CONTEXT, &pCertificate);
+        &m_Context, SecPkgAttrRemoteCertContext, &pCertificate);
     if (nStatus < 0) {
         LogCall(m_Logger, Continuing, 4,
                 "QueryContextAttributesA for SECPKG_ATTR_REMOTE_CERT_CONTEXT failed with error ", nStatus);
@@ -207,7 +207,7 @@ bool ZephSChannelConnection::CheckPeerCertificate() {
 
 bool ZephSChannelConnection::PrepareStream() {
     const SECURITY_STATUS nStatus =
-        m_SSPI.GetFunctions()->QueryContextAttributesA(&m_Context, SECPKG_ATTR_STREAM_SIZES, &m_StreamSizes);
+        m_SSPI.GetFunctions()->QueryContextAttributesA(&m_Context, SecPkgAttrStreamSizes, &m_StreamSizes);
     if (nStatus < 0) {
         LogCall(m_Logger, Continuing, 4,
                 "QueryContextAttributesA for SECPKG_ATTR_STREAM_SIZES failed with error ", nStatus);
@@ -223,7 +223,7 @@ std::int32_t ZephSChannelConnection::request_renegotiate() {
     TokenExchange exchange;
     OfferOutput(exchange);
     const SECURITY_STATUS nStatus = DriveContext(exchange, false, RenegotiateFlags);
-    if (nStatus == SEC_E_BUFFER_TOO_SMALL) {
+    if (nStatus == SecEBufferTooSmall) {
         m_OutputBlocked = true;
         return 0;
     }

@@ -26,9 +26,9 @@ std::int32_t ZephSChannelConnection::shutdown(bool bWaitForPeer) {
 }
 
 ZephSChannelConnection::Outcome ZephSChannelConnection::SendClose() {
-    std::uint32_t nToken = SCHANNEL_SHUTDOWN;
-    SecBuffer buffer{sizeof nToken, SECBUFFER_TOKEN, &nToken};
-    SecBufferDesc control{SECBUFFER_VERSION, 1, &buffer};
+    std::uint32_t nToken = SChannelShutdown;
+    SecBuffer buffer{sizeof nToken, SecBufferToken, &nToken};
+    SecBufferDesc control{SecBufferVersion, 1, &buffer};
     SECURITY_STATUS nStatus = m_SSPI.GetFunctions()->ApplyControlToken(&m_Context, &control);
     if (nStatus < 0) {
         LogCall(m_Logger, ShuttingDown, 3, "ApplyControlToken failed with error ", nStatus);
@@ -37,7 +37,7 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::SendClose() {
     TokenExchange exchange;
     OfferOutput(exchange);
     nStatus = DriveContext(exchange, false, StepFlags());
-    if (nStatus == SEC_E_BUFFER_TOO_SMALL) {
+    if (nStatus == SecEBufferTooSmall) {
         m_OutputBlocked = true;
         return 0;
     }
@@ -65,22 +65,22 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::OfferForClose(std::uint3
     OfferInput(exchange, nOffered);
     OfferOutput(exchange);
     const SECURITY_STATUS nStatus = DriveContext(exchange, true, StepFlags());
-    if (nStatus == SEC_E_BUFFER_TOO_SMALL) {
+    if (nStatus == SecEBufferTooSmall) {
         m_OutputBlocked = true;
         return 0;
     }
-    if (nStatus < 0 && nStatus != SEC_E_INCOMPLETE_MESSAGE) {
+    if (nStatus < 0 && nStatus != SecEIncompleteMessage) {
         LogCall(m_Logger, ShuttingDown, 3, StepName(), " failed with error ", nStatus);
         return -1;
     }
     const std::uint32_t nConsumed = nStatus < 0 ? 0 : DropOffered(exchange);
-    const bool bAgain = nStatus == SEC_I_CONTINUE_NEEDED && exchange.output.cbBuffer == 0;
+    const bool bAgain = nStatus == SecIContinueNeeded && exchange.output.cbBuffer == 0;
     if (bAgain && nConsumed != 0) {
         nOffered = 0;
         return std::nullopt;
     }
-    if (bAgain || nStatus == SEC_E_INCOMPLETE_MESSAGE) return OfferOneMore(nOffered);
-    if (nStatus != SEC_E_OK && nStatus != SEC_I_CONTEXT_EXPIRED) {
+    if (bAgain || nStatus == SecEIncompleteMessage) return OfferOneMore(nOffered);
+    if (nStatus != SecEOk && nStatus != SecIContextExpired) {
         LogCall(m_Logger, ShuttingDown, 3, "Unexpected success status from ", StepName());
     }
     AddToken(exchange);

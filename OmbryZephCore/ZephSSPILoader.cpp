@@ -86,7 +86,7 @@ std::uint32_t ZephSSPILoader::TakeFunctions() {
 }
 
 void ZephSSPILoader::ReleaseModule() {
-    SecurityProvider().FreeModule(m_Module);
+    SecurityProvider().ReleaseModule(m_Module);
     m_Module = 0;
 }
 

@@ -24,7 +24,7 @@ public:
     void Unload();
 
     /// Null until loaded.
-    Ombry::Platform::SecurityFunctionTable* GetFunctions() const { return m_Functions; }
+    Ombry::Platform::SecurityFunctions* GetFunctions() const { return m_Functions; }
 
 private:
     std::uint32_t LoadModule(bool bUseProviderLibrary);
@@ -33,7 +33,7 @@ private:
 
     const std::shared_ptr<Ombry::LibraryLogger::ILogger> m_Logger;
     Ombry::Platform::SecurityModule m_Module = 0;
-    Ombry::Platform::SecurityFunctionTable* m_Functions = nullptr;
+    Ombry::Platform::SecurityFunctions* m_Functions = nullptr;
 };
 
 }  // namespace OmbryZephCore

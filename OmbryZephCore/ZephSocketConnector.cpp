@@ -48,7 +48,7 @@ std::string DescribeAddresses(const char* pHost, std::uint16_t nPort,
     std::ostringstream text;
     text << "getaddrinfo for (" << pHost << ", " << nPort << ") succeeded.  Got:";
     for (const AddressEntry& entry : addresses) {
-        const auto name = Sockets().GetNameInfo(entry, HostTextRoom, ServiceTextRoom);
+        const auto name = Sockets().NumericNameOf(entry, HostTextRoom, ServiceTextRoom);
         text << "\n(ai_flags=" << entry.flags << ", ai_family=" << entry.family
              << ", ai_socktype=" << entry.socketType << ", ai_protocol=" << entry.protocol
              << ", ai_addrlen=" << entry.address.size()
@@ -236,7 +236,7 @@ bool ZephConnectSocketHelper::CheckConnected(bool bWritable) {
 
 const std::string& ZephConnectSocketHelper::GetAddressText() {
     if (!m_AddressText.empty()) return m_AddressText;
-    const auto name = Sockets().GetNameInfo(*m_Address, HostTextRoom, ServiceTextRoom);
+    const auto name = Sockets().NumericNameOf(*m_Address, HostTextRoom, ServiceTextRoom);
     if (!name) return m_AddressText;
     if (m_Address->family == Ombry::Platform::FamilyIPv4) {
         m_AddressText = name->host + ":" + name->service;

@@ -6,60 +6,61 @@
 
 #include <cstdint>
 
-/// The security support provider interface of a platform that has one, under its published names: the fields
-/// of these records and the values of these constants are those of that interface, so that a platform's side
-/// can hand them through as they are. Integers are fixed in width: a status is negative exactly when it is a
-/// failure, which a wider `long` would hide.
+/// The security support provider interface of a platform that has one: the fields of these records and the
+/// values of these constants are those of that interface, so that a platform's side can hand them through as
+/// they are. Types and functions have its published names; the constants, which are macros there, have the
+/// same words in the letters of ours: `SecEOk` is SEC_E_OK. Integers are fixed in width: a status is negative
+/// exactly when it is a failure, which a wider `long` would hide.
 namespace Ombry::Platform {
 
 using SECURITY_STATUS = std::int32_t;
 
-inline constexpr SECURITY_STATUS SEC_E_OK = 0;
-inline constexpr SECURITY_STATUS SEC_I_CONTINUE_NEEDED = 0x00090312;
-inline constexpr SECURITY_STATUS SEC_I_COMPLETE_NEEDED = 0x00090313;
-inline constexpr SECURITY_STATUS SEC_I_COMPLETE_AND_CONTINUE = 0x00090314;
-inline constexpr SECURITY_STATUS SEC_I_CONTEXT_EXPIRED = 0x00090317;
-inline constexpr SECURITY_STATUS SEC_I_RENEGOTIATE = 0x00090321;
-inline constexpr SECURITY_STATUS SEC_E_INVALID_HANDLE = static_cast<std::int32_t>(0x80090301);
-inline constexpr SECURITY_STATUS SEC_E_INTERNAL_ERROR = static_cast<std::int32_t>(0x80090304);
-inline constexpr SECURITY_STATUS SEC_E_INVALID_TOKEN = static_cast<std::int32_t>(0x80090308);
-inline constexpr SECURITY_STATUS SEC_E_INCOMPLETE_MESSAGE = static_cast<std::int32_t>(0x80090318);
-inline constexpr SECURITY_STATUS SEC_E_BUFFER_TOO_SMALL = static_cast<std::int32_t>(0x80090321);
-inline constexpr SECURITY_STATUS SEC_E_DECRYPT_FAILURE = static_cast<std::int32_t>(0x80090330);
+inline constexpr SECURITY_STATUS SecEOk = 0;
+inline constexpr SECURITY_STATUS SecIContinueNeeded = 0x00090312;
+inline constexpr SECURITY_STATUS SecICompleteNeeded = 0x00090313;
+inline constexpr SECURITY_STATUS SecICompleteAndContinue = 0x00090314;
+inline constexpr SECURITY_STATUS SecIContextExpired = 0x00090317;
+inline constexpr SECURITY_STATUS SecIRenegotiate = 0x00090321;
+inline constexpr SECURITY_STATUS SecEInvalidHandle = static_cast<std::int32_t>(0x80090301);
+inline constexpr SECURITY_STATUS SecEInternalError = static_cast<std::int32_t>(0x80090304);
+inline constexpr SECURITY_STATUS SecEInvalidToken = static_cast<std::int32_t>(0x80090308);
+inline constexpr SECURITY_STATUS SecEIncompleteMessage = static_cast<std::int32_t>(0x80090318);
+inline constexpr SECURITY_STATUS SecEBufferTooSmall = static_cast<std::int32_t>(0x80090321);
+inline constexpr SECURITY_STATUS SecEDecryptFailure = static_cast<std::int32_t>(0x80090330);
 
-inline constexpr std::uint32_t SECBUFFER_VERSION = 0;
-inline constexpr std::uint32_t SECBUFFER_EMPTY = 0;
-inline constexpr std::uint32_t SECBUFFER_DATA = 1;
-inline constexpr std::uint32_t SECBUFFER_TOKEN = 2;
-inline constexpr std::uint32_t SECBUFFER_MISSING = 4;
-inline constexpr std::uint32_t SECBUFFER_EXTRA = 5;
-inline constexpr std::uint32_t SECBUFFER_STREAM_TRAILER = 6;
-inline constexpr std::uint32_t SECBUFFER_STREAM_HEADER = 7;
+inline constexpr std::uint32_t SecBufferVersion = 0;
+inline constexpr std::uint32_t SecBufferEmpty = 0;
+inline constexpr std::uint32_t SecBufferData = 1;
+inline constexpr std::uint32_t SecBufferToken = 2;
+inline constexpr std::uint32_t SecBufferMissing = 4;
+inline constexpr std::uint32_t SecBufferExtra = 5;
+inline constexpr std::uint32_t SecBufferStreamTrailer = 6;
+inline constexpr std::uint32_t SecBufferStreamHeader = 7;
 
-inline constexpr std::uint32_t SECPKG_CRED_OUTBOUND = 2;
-inline constexpr std::uint32_t SECPKG_ATTR_STREAM_SIZES = 4;
-inline constexpr std::uint32_t SECPKG_ATTR_REMOTE_CERT_CONTEXT = 0x53;
+inline constexpr std::uint32_t SecPkgCredOutbound = 2;
+inline constexpr std::uint32_t SecPkgAttrStreamSizes = 4;
+inline constexpr std::uint32_t SecPkgAttrRemoteCertContext = 0x53;
 
-inline constexpr std::uint32_t ISC_REQ_CONFIDENTIALITY = 0x10;
-inline constexpr std::uint32_t ISC_REQ_USE_SUPPLIED_CREDS = 0x80;
-inline constexpr std::uint32_t ISC_REQ_STREAM = 0x8000;
-inline constexpr std::uint32_t ASC_REQ_CONFIDENTIALITY = 0x10;
-inline constexpr std::uint32_t ASC_REQ_STREAM = 0x10000;
+inline constexpr std::uint32_t IscReqConfidentiality = 0x10;
+inline constexpr std::uint32_t IscReqUseSuppliedCreds = 0x80;
+inline constexpr std::uint32_t IscReqStream = 0x8000;
+inline constexpr std::uint32_t AscReqConfidentiality = 0x10;
+inline constexpr std::uint32_t AscReqStream = 0x10000;
 
-inline constexpr std::uint32_t SCHANNEL_CRED_VERSION = 4;
-inline constexpr std::uint32_t SCH_CRED_NO_SERVERNAME_CHECK = 0x4;
-inline constexpr std::uint32_t SCH_CRED_MANUAL_CRED_VALIDATION = 0x8;
-inline constexpr std::uint32_t SCH_CRED_NO_DEFAULT_CREDS = 0x10;
-inline constexpr std::uint32_t SCH_USE_STRONG_CRYPTO = 0x400000;
-inline constexpr std::uint32_t SCHANNEL_SHUTDOWN = 1;
+inline constexpr std::uint32_t SChannelCredVersion = 4;
+inline constexpr std::uint32_t SchCredNoServernameCheck = 0x4;
+inline constexpr std::uint32_t SchCredManualCredValidation = 0x8;
+inline constexpr std::uint32_t SchCredNoDefaultCreds = 0x10;
+inline constexpr std::uint32_t SchUseStrongCrypto = 0x400000;
+inline constexpr std::uint32_t SChannelShutdown = 1;
 
-inline constexpr std::uint32_t SP_PROT_TLS1_0 = 0x40 | 0x80;  ///< each version: server bit, client bit
-inline constexpr std::uint32_t SP_PROT_TLS1_1 = 0x100 | 0x200;
-inline constexpr std::uint32_t SP_PROT_TLS1_2 = 0x400 | 0x800;
-inline constexpr std::uint32_t SP_PROT_TLS1_3 = 0x1000 | 0x2000;
+inline constexpr std::uint32_t SpProtTls1_0 = 0x40 | 0x80;  ///< each version: server bit, client bit
+inline constexpr std::uint32_t SpProtTls1_1 = 0x100 | 0x200;
+inline constexpr std::uint32_t SpProtTls1_2 = 0x400 | 0x800;
+inline constexpr std::uint32_t SpProtTls1_3 = 0x1000 | 0x2000;
 
 /// Name of the provider package that speaks TLS.
-inline constexpr const char* UNISP_NAME_A = "Microsoft Unified Security Protocol Provider";
+inline constexpr const char* UnispNameA = "Microsoft Unified Security Protocol Provider";
 
 struct SecHandle {
     std::uintptr_t dwLower = 0;
@@ -70,12 +71,12 @@ using CtxtHandle = SecHandle;
 
 struct SecBuffer {
     std::uint32_t cbBuffer = 0;  ///< bytes; on return what was produced, or left over
-    std::uint32_t BufferType = SECBUFFER_EMPTY;
+    std::uint32_t BufferType = SecBufferEmpty;
     void* pvBuffer = nullptr;
 };
 
 struct SecBufferDesc {
-    std::uint32_t ulVersion = SECBUFFER_VERSION;
+    std::uint32_t ulVersion = SecBufferVersion;
     std::uint32_t cBuffers = 0;
     SecBuffer* pBuffers = nullptr;
 };
@@ -122,9 +123,9 @@ struct SecTimeStamp {
 /// The operations of a loaded provider, as its function table lists them; handles, buffers and statuses keep
 /// the meaning that the provider's documentation gives them. The table is the provider's and is valid while
 /// its library is loaded. Separate contexts may be used from separate threads.
-class SecurityFunctionTable {
+class SecurityFunctions {
 public:
-    virtual ~SecurityFunctionTable() = default;
+    virtual ~SecurityFunctions() = default;
 
     virtual SECURITY_STATUS AcquireCredentialsHandleA(const char* pszPrincipal, const char* pszPackage,
                                                       std::uint32_t fCredentialUse, void* pvLogonId,
@@ -176,13 +177,13 @@ class ISecurityProvider {
 public:
     virtual ~ISecurityProvider() = default;
 
-    /// Each success is paired with one `FreeModule`.
+    /// Each success is paired with one `ReleaseModule`.
     virtual ValueOr<SecurityModule> LoadModule(const char* name) = 0;
     virtual ValueOr<SecurityEntryPoint> FindEntryPoint(SecurityModule module, const char* name) = 0;
 
     /// Calls the initialization function. The table is valid until its module is freed.
-    virtual ValueOr<SecurityFunctionTable*> CallEntryPoint(SecurityEntryPoint entryPoint) = 0;
-    virtual void FreeModule(SecurityModule module) = 0;
+    virtual ValueOr<SecurityFunctions*> CallEntryPoint(SecurityEntryPoint entryPoint) = 0;
+    virtual void ReleaseModule(SecurityModule module) = 0;
 
     /// Gives back a certificate that `QueryContextAttributesA` handed out.
     virtual void FreeCertificate(CertificateContextPointer certificate) = 0;

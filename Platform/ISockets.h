@@ -107,8 +107,8 @@ public:
                                                               const AddressHints& hints) = 0;
 
     /// Numeric host and service, if they fit in buffers of the two sizes, terminators included.
-    virtual ValueOr<NumericName> GetNameInfo(const AddressEntry& address, std::size_t hostRoom,
-                                             std::size_t serviceRoom) = 0;
+    virtual ValueOr<NumericName> NumericNameOf(const AddressEntry& address, std::size_t hostRoom,
+                                               std::size_t serviceRoom) = 0;
 
     virtual ValueOr<SocketHandle> Create(int family, int socketType, int protocol) = 0;
     virtual Result Close(SocketHandle socket) = 0;

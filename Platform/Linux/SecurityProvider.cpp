@@ -15,11 +15,11 @@ public:
         return Result::Failure(ENOENT);
     }
 
-    ValueOr<SecurityFunctionTable*> CallEntryPoint(SecurityEntryPoint) override {
+    ValueOr<SecurityFunctions*> CallEntryPoint(SecurityEntryPoint) override {
         return Result::Failure(ENOENT);
     }
 
-    void FreeModule(SecurityModule) override {}
+    void ReleaseModule(SecurityModule) override {}
     void FreeCertificate(CertificateContextPointer) override {}
 };
 

@@ -193,8 +193,8 @@ public:
         return entries;
     }
 
-    ValueOr<NumericName> GetNameInfo(const AddressEntry& address, std::size_t hostRoom,
-                                     std::size_t serviceRoom) override {
+    ValueOr<NumericName> NumericNameOf(const AddressEntry& address, std::size_t hostRoom,
+                                       std::size_t serviceRoom) override {
         const SocketAddress from(address);
         std::vector<char> host(hostRoom + 1);
         std::vector<char> service(serviceRoom + 1);

@@ -100,11 +100,11 @@ public:
         Count("GetAddressInfo");
         return real.GetAddressInfo(host, service, hints);
     }
-    Platform::ValueOr<Platform::NumericName> GetNameInfo(const Platform::AddressEntry& address,
-                                                         std::size_t hostRoom,
-                                                         std::size_t serviceRoom) override {
-        Count("GetNameInfo");
-        return real.GetNameInfo(address, hostRoom, serviceRoom);
+    Platform::ValueOr<Platform::NumericName> NumericNameOf(const Platform::AddressEntry& address,
+                                                           std::size_t hostRoom,
+                                                           std::size_t serviceRoom) override {
+        Count("NumericNameOf");
+        return real.NumericNameOf(address, hostRoom, serviceRoom);
     }
     Platform::ValueOr<Handle> Create(int family, int socketType, int protocol) override {
         if (const int error = Count("Create")) return Platform::Result::Failure(error);

@@ -59,13 +59,13 @@ private:
 
 /// A security provider that does what each test writes down for it, and notes how it was called. Without a
 /// script a context step needs more, a message is incomplete and all else succeeds.
-class ScriptedSecurityProvider : public Platform::ISecurityProvider, public Platform::SecurityFunctionTable {
+class ScriptedSecurityProvider : public Platform::ISecurityProvider, public Platform::SecurityFunctions {
 public:
     using Status = Platform::SECURITY_STATUS;
 
     /// What one step of a context does.
     struct Step {
-        Status status = Platform::SEC_E_OK;
+        Status status = Platform::SecEOk;
         std::string token{};  ///< the output token
         int extra = -1;       ///< bytes left over of the input; -1 for no such buffer
         std::uint32_t attributes = 0x77;
@@ -91,7 +91,7 @@ public:
         std::uint32_t length;
     };
     struct Decryption {
-        Status status = Platform::SEC_E_OK;
+        Status status = Platform::SecEOk;
         std::vector<Piece> pieces{};
     };
 
@@ -100,13 +100,13 @@ public:
     int entryPointError = -1;  ///< -1 for none
     int initError = -1;
     bool nullTable = false;
-    Status packageStatus = Platform::SEC_E_OK;
-    Status acquireStatus = Platform::SEC_E_OK;
-    Status completeStatus = Platform::SEC_E_OK;
-    Status controlStatus = Platform::SEC_E_OK;
-    Status encryptStatus = Platform::SEC_E_OK;
-    Status certificateStatus = Platform::SEC_E_OK;
-    Status sizesStatus = Platform::SEC_E_OK;
+    Status packageStatus = Platform::SecEOk;
+    Status acquireStatus = Platform::SecEOk;
+    Status completeStatus = Platform::SecEOk;
+    Status controlStatus = Platform::SecEOk;
+    Status encryptStatus = Platform::SecEOk;
+    Status certificateStatus = Platform::SecEOk;
+    Status sizesStatus = Platform::SecEOk;
     bool nullCertificate = false;
     std::uint32_t maxToken = 256;
     std::uint32_t trailerMade = 2;  ///< of the three bytes that the sizes promise
@@ -145,15 +145,15 @@ public:
         return Platform::SecurityEntryPoint{0x42};
     }
 
-    Platform::ValueOr<Platform::SecurityFunctionTable*> CallEntryPoint(
+    Platform::ValueOr<Platform::SecurityFunctions*> CallEntryPoint(
         Platform::SecurityEntryPoint entryPoint) override {
         calls.push_back(entryPoint == 0x42 ? "CallEntryPoint" : "CallEntryPoint of something else");
         if (initError >= 0) return Platform::Result::Failure(initError);
-        return nullTable ? nullptr : static_cast<Platform::SecurityFunctionTable*>(this);
+        return nullTable ? nullptr : static_cast<Platform::SecurityFunctions*>(this);
     }
 
-    void FreeModule(Platform::SecurityModule module) override {
-        calls.push_back("FreeModule");
+    void ReleaseModule(Platform::SecurityModule module) override {
+        calls.push_back("ReleaseModule");
         books.Close("module", module);
     }
 
@@ -177,7 +177,7 @@ public:
     Status FreeCredentialsHandle(Platform::CredHandle* phCredential) override {
         calls.push_back("FreeCredentialsHandle");
         books.Close("credentials", phCredential->dwLower);
-        return Platform::SEC_E_OK;
+        return Platform::SecEOk;
     }
 
     Status InitializeSecurityContextA(Platform::CredHandle* phCredential, Platform::CtxtHandle* phContext,
@@ -227,7 +227,7 @@ public:
     Status DeleteSecurityContext(Platform::CtxtHandle* phContext) override {
         calls.push_back("DeleteSecurityContext");
         books.Close("context", phContext->dwLower);
-        return Platform::SEC_E_OK;
+        return Platform::SecEOk;
     }
 
     Status ApplyControlToken(Platform::CtxtHandle*, Platform::SecBufferDesc* pInput) override {
@@ -246,7 +246,7 @@ public:
             if (sizesStatus >= 0) *static_cast<Platform::SecPkgContext_StreamSizes*>(pBuffer) = sizes;
             return sizesStatus;
         }
-        if (ulAttribute != 0x53) return Platform::SEC_E_INTERNAL_ERROR;
+        if (ulAttribute != 0x53) return Platform::SecEInternalError;
         if (certificateStatus < 0 || nullCertificate) return certificateStatus;
         certificateHandle = books.Open("certificate");
         *static_cast<Platform::CertificateContextPointer*>(pBuffer) = &certificate;
@@ -266,7 +266,7 @@ public:
     Status FreeContextBuffer(void* pvContextBuffer) override {
         calls.push_back("FreeContextBuffer");
         books.Close("package info", pvContextBuffer == &packageInfo ? packageHandle : 0);
-        return Platform::SEC_E_OK;
+        return Platform::SecEOk;
     }
 
     /// Makes "<hhh>", the data in upper brackets of its own bytes plus one, and a shorter trailer.
@@ -305,10 +305,10 @@ public:
         decryptTypes.clear();
         for (std::uint32_t n = 0; n < pMessage->cBuffers; ++n)
             decryptTypes.push_back(buffers[n].BufferType);
-        if (decryptions.empty()) return Platform::SEC_E_INCOMPLETE_MESSAGE;
+        if (decryptions.empty()) return Platform::SecEIncompleteMessage;
         const Decryption next = decryptions.front();
         decryptions.pop_front();
-        if (!next.pieces.empty()) buffers[0].BufferType = Platform::SECBUFFER_STREAM_HEADER;
+        if (!next.pieces.empty()) buffers[0].BufferType = Platform::SecBufferStreamHeader;
         for (std::size_t n = 0; n < next.pieces.size(); ++n) {
             const Piece& piece = next.pieces[n];
             buffers[n] = {piece.length, piece.type, input + piece.offset};
@@ -333,7 +333,7 @@ private:
         if (onStep) onStep();
         if (phContext) books.Use("context", phContext->dwLower);
         Platform::SecBuffer& output = pOutput->pBuffers[0];
-        if (pOutput->cBuffers != 1 || output.BufferType != Platform::SECBUFFER_TOKEN)
+        if (pOutput->cBuffers != 1 || output.BufferType != Platform::SecBufferToken)
             calls.push_back("output that is no token");
         call.room = output.cbBuffer;
         if (pInput) {
@@ -343,7 +343,7 @@ private:
                 call.inputTypes.push_back(pInput->pBuffers[n].BufferType);
         }
         stepCalls.push_back(call);
-        Step step{Platform::SEC_E_INCOMPLETE_MESSAGE};
+        Step step{Platform::SecEIncompleteMessage};
         if (!steps.empty()) {
             step = steps.front();
             steps.pop_front();
@@ -355,7 +355,7 @@ private:
         output.cbBuffer = static_cast<std::uint32_t>(step.token.size()) + step.surplus;
         if (pInput && step.extra >= 0) {
             pInput->pBuffers[step.extraSlot] = {static_cast<std::uint32_t>(step.extra),
-                                                Platform::SECBUFFER_EXTRA, nullptr};
+                                                Platform::SecBufferExtra, nullptr};
         }
         return step.status;
     }

@@ -249,10 +249,10 @@ public:
         return std::vector<Entry>{Address(Platform::FamilyIPv4, name, port)};
     }
 
-    Platform::ValueOr<Platform::NumericName> GetNameInfo(const Entry& address, std::size_t hostRoom,
-                                                         std::size_t serviceRoom) override {
+    Platform::ValueOr<Platform::NumericName> NumericNameOf(const Entry& address, std::size_t hostRoom,
+                                                           std::size_t serviceRoom) override {
         const std::lock_guard guard(mutex);
-        if (const auto error = Record("GetNameInfo", Text(address), hostRoom, serviceRoom)) {
+        if (const auto error = Record("NumericNameOf", Text(address), hostRoom, serviceRoom)) {
             return Platform::Result::Failure(*error);
         }
         const Platform::NumericName name = NameOf(address);

@@ -12,7 +12,7 @@ namespace Ombry::Tests {
 /// A security provider whose two ends really talk, over a protocol that protects nothing: a record is its
 /// kind, two bytes of length and a body; data is disguised with a running key and carries a check sum. A
 /// handshake is C(lient), S(erver), F(inished), D(one); R asks the client for another one.
-class ToySecurityProvider : public Platform::ISecurityProvider, public Platform::SecurityFunctionTable {
+class ToySecurityProvider : public Platform::ISecurityProvider, public Platform::SecurityFunctions {
 public:
     using Status = Platform::SECURITY_STATUS;
     static constexpr std::uint32_t MaximumMessage = 100;
@@ -27,11 +27,10 @@ public:
                                                                    const char*) override {
         return Platform::SecurityEntryPoint{1};
     }
-    Platform::ValueOr<Platform::SecurityFunctionTable*> CallEntryPoint(
-        Platform::SecurityEntryPoint) override {
-        return static_cast<Platform::SecurityFunctionTable*>(this);
+    Platform::ValueOr<Platform::SecurityFunctions*> CallEntryPoint(Platform::SecurityEntryPoint) override {
+        return static_cast<Platform::SecurityFunctions*>(this);
     }
-    void FreeModule(Platform::SecurityModule module) override { books.Close("module", module); }
+    void ReleaseModule(Platform::SecurityModule module) override { books.Close("module", module); }
     void FreeCertificate(Platform::CertificateContextPointer) override {
         books.Close("certificate", certificateHandle);
     }
@@ -39,11 +38,11 @@ public:
     Status AcquireCredentialsHandleA(const char*, const char*, std::uint32_t, void*, void*, void*, void*,
                                      Platform::CredHandle* phCredential, Platform::SecTimeStamp*) override {
         *phCredential = {books.Open("credentials"), 0};
-        return Platform::SEC_E_OK;
+        return Platform::SecEOk;
     }
     Status FreeCredentialsHandle(Platform::CredHandle* phCredential) override {
         books.Close("credentials", phCredential->dwLower);
-        return Platform::SEC_E_OK;
+        return Platform::SecEOk;
     }
 
     Status InitializeSecurityContextA(Platform::CredHandle*, Platform::CtxtHandle* phContext, const char*,
@@ -64,46 +63,45 @@ public:
         *pfContextAttr = 0x10010;
         if (!pInput) return SpeakFirst(phNewContext, pOutput, "R");
         std::uint32_t length = 0;
-        if (!phContext && !FirstRecord(pInput->pBuffers[0], length))
-            return Platform::SEC_E_INCOMPLETE_MESSAGE;
+        if (!phContext && !FirstRecord(pInput->pBuffers[0], length)) return Platform::SecEIncompleteMessage;
         if (!phContext) *phNewContext = {books.Open("context"), 0};
         return Answer(pInput, phNewContext, pOutput, {{'C', "S"}, {'F', "D"}}, 'F');
     }
 
     Status CompleteAuthToken(Platform::CtxtHandle*, Platform::SecBufferDesc*) override {
-        return Platform::SEC_E_INTERNAL_ERROR;
+        return Platform::SecEInternalError;
     }
 
     Status DeleteSecurityContext(Platform::CtxtHandle* phContext) override {
         books.Close("context", phContext->dwLower);
         states.erase(phContext->dwLower);
-        return Platform::SEC_E_OK;
+        return Platform::SecEOk;
     }
 
     Status ApplyControlToken(Platform::CtxtHandle* phContext, Platform::SecBufferDesc*) override {
         states[phContext->dwLower].closing = true;
-        return Platform::SEC_E_OK;
+        return Platform::SecEOk;
     }
 
     Status QueryContextAttributesA(Platform::CtxtHandle*, std::uint32_t ulAttribute, void* pBuffer) override {
-        if (ulAttribute == Platform::SECPKG_ATTR_STREAM_SIZES) {
+        if (ulAttribute == Platform::SecPkgAttrStreamSizes) {
             *static_cast<Platform::SecPkgContext_StreamSizes*>(pBuffer) = {3, 1, MaximumMessage, 4, 1};
-            return Platform::SEC_E_OK;
+            return Platform::SecEOk;
         }
         certificateHandle = books.Open("certificate");
         *static_cast<Platform::CertificateContextPointer*>(pBuffer) = &certificate;
-        return Platform::SEC_E_OK;
+        return Platform::SecEOk;
     }
 
     Status QuerySecurityPackageInfoA(const char*, Platform::SecPkgInfoA** ppPackageInfo) override {
         packageInfo.cbMaxToken = 16;
         packageHandle = books.Open("package info");
         *ppPackageInfo = &packageInfo;
-        return Platform::SEC_E_OK;
+        return Platform::SecEOk;
     }
     Status FreeContextBuffer(void*) override {
         books.Close("package info", packageHandle);
-        return Platform::SEC_E_OK;
+        return Platform::SecEOk;
     }
 
     Status EncryptMessage(Platform::CtxtHandle* phContext, std::uint32_t, Platform::SecBufferDesc* pMessage,
@@ -117,31 +115,31 @@ public:
         auto* data = static_cast<std::uint8_t*>(buffers[1].pvBuffer);
         *static_cast<std::uint8_t*>(buffers[2].pvBuffer) = Sum(data, buffers[1].cbBuffer);
         Disguise(data, buffers[1].cbBuffer, states[phContext->dwLower].sendKey);
-        return Platform::SEC_E_OK;
+        return Platform::SecEOk;
     }
 
     Status DecryptMessage(Platform::CtxtHandle* phContext, Platform::SecBufferDesc* pMessage, std::uint32_t,
                           std::uint32_t*) override {
         Platform::SecBuffer* buffers = pMessage->pBuffers;
         std::uint32_t length = 0;
-        if (!FirstRecord(buffers[0], length)) return Platform::SEC_E_INCOMPLETE_MESSAGE;
+        if (!FirstRecord(buffers[0], length)) return Platform::SecEIncompleteMessage;
         const std::uint32_t offered = buffers[0].cbBuffer;
         auto* record = static_cast<std::uint8_t*>(buffers[0].pvBuffer);
         const bool stays = record[0] == 0x16 && record[3] != 'R';
         const std::uint32_t extra = stays ? offered : offered - length;
-        Status status = record[0] == 0x15   ? Platform::SEC_I_CONTEXT_EXPIRED
-                        : record[0] == 0x16 ? Platform::SEC_I_RENEGOTIATE
-                                            : Platform::SEC_E_OK;
-        buffers[0].BufferType = Platform::SECBUFFER_STREAM_HEADER;
-        if (status == Platform::SEC_E_OK) {
+        Status status = record[0] == 0x15   ? Platform::SecIContextExpired
+                        : record[0] == 0x16 ? Platform::SecIRenegotiate
+                                            : Platform::SecEOk;
+        buffers[0].BufferType = Platform::SecBufferStreamHeader;
+        if (status == Platform::SecEOk) {
             const std::uint32_t data = length - 4;
             Disguise(record + 3, data, states[phContext->dwLower].receiveKey);
             if (record[0] != 0x17 || record[length - 1] != Sum(record + 3, data))
-                return Platform::SEC_E_DECRYPT_FAILURE;
-            buffers[1] = {data, Platform::SECBUFFER_DATA, record + 3};
-            buffers[2] = {1, Platform::SECBUFFER_STREAM_TRAILER, record + length - 1};
+                return Platform::SecEDecryptFailure;
+            buffers[1] = {data, Platform::SecBufferData, record + 3};
+            buffers[2] = {1, Platform::SecBufferStreamTrailer, record + length - 1};
         }
-        if (extra != 0) buffers[3] = {extra, Platform::SECBUFFER_EXTRA, record + offered - extra};
+        if (extra != 0) buffers[3] = {extra, Platform::SecBufferExtra, record + offered - extra};
         return status;
     }
 
@@ -183,37 +181,37 @@ private:
                       const std::string& letter) {
         State& state = states[phContext->dwLower];
         if (!Emit(pOutput, state.closing ? 0x15 : 0x16, state.closing ? "bye" : letter))
-            return Platform::SEC_E_BUFFER_TOO_SMALL;
-        if (!state.closing) return Platform::SEC_I_CONTINUE_NEEDED;
+            return Platform::SecEBufferTooSmall;
+        if (!state.closing) return Platform::SecIContinueNeeded;
         state.closing = false;
-        return Platform::SEC_E_OK;
+        return Platform::SecEOk;
     }
 
     Status Answer(Platform::SecBufferDesc* pInput, Platform::CtxtHandle* phContext,
                   Platform::SecBufferDesc* pOutput, const std::map<char, std::string>& answers, char last) {
         Platform::SecBuffer& input = pInput->pBuffers[0];
         std::uint32_t length = 0;
-        if (!FirstRecord(input, length)) return Platform::SEC_E_INCOMPLETE_MESSAGE;
+        if (!FirstRecord(input, length)) return Platform::SecEIncompleteMessage;
         const auto* record = static_cast<const char*>(input.pvBuffer);
-        Status status = Platform::SEC_I_CONTEXT_EXPIRED;
+        Status status = Platform::SecIContextExpired;
         std::string answer;
         if (record[0] != 0x15) {
             const auto found = answers.find(record[3]);
-            if (record[0] != 0x16 || found == answers.end()) return Platform::SEC_E_INVALID_TOKEN;
+            if (record[0] != 0x16 || found == answers.end()) return Platform::SecEInvalidToken;
             answer = found->second;
-            status = record[3] == last ? Platform::SEC_E_OK : Platform::SEC_I_CONTINUE_NEEDED;
+            status = record[3] == last ? Platform::SecEOk : Platform::SecIContinueNeeded;
         }
         if (answer.empty()) {
             pOutput->pBuffers[0].cbBuffer = 0;
         } else if (!Emit(pOutput, 0x16, answer)) {
-            return Platform::SEC_E_BUFFER_TOO_SMALL;
+            return Platform::SecEBufferTooSmall;
         }
-        if (status == Platform::SEC_E_OK) {
+        if (status == Platform::SecEOk) {
             ++handshakes;
             states[phContext->dwLower] = State{};
         }
         if (input.cbBuffer > length)
-            pInput->pBuffers[1] = {input.cbBuffer - length, Platform::SECBUFFER_EXTRA, nullptr};
+            pInput->pBuffers[1] = {input.cbBuffer - length, Platform::SecBufferExtra, nullptr};
         return status;
     }
 

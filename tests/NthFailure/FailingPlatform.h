@@ -141,9 +141,9 @@ private:
             const char* host, const char* service, const Platform::AddressHints& hints) override {
             return Try(isFake, [&] { return inner.GetAddressInfo(host, service, hints); });
         }
-        ValueOr<Platform::NumericName> GetNameInfo(const Platform::AddressEntry& address,
-                                                   std::size_t hostRoom, std::size_t serviceRoom) override {
-            return Try(isFake, [&] { return inner.GetNameInfo(address, hostRoom, serviceRoom); });
+        ValueOr<Platform::NumericName> NumericNameOf(const Platform::AddressEntry& address,
+                                                     std::size_t hostRoom, std::size_t serviceRoom) override {
+            return Try(isFake, [&] { return inner.NumericNameOf(address, hostRoom, serviceRoom); });
         }
         ValueOr<Handle> Create(int family, int socketType, int protocol) override {
             return Try(isFake, [&] { return inner.Create(family, socketType, protocol); });

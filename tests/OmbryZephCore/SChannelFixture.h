@@ -47,14 +47,14 @@ protected:
 
     /// Sends a first flight, and waits for the server's.
     void StartClient(const std::string& flight = "hello") {
-        provider.steps = {{Platform::SEC_I_CONTINUE_NEEDED, flight}};
+        provider.steps = {{Platform::SecIContinueNeeded, flight}};
         ASSERT_EQ(connection->InitializeAsClient(&credentials, "server.example"), 0);
     }
 
     /// A session that is ready, with nothing left to send, nothing logged and no calls noted.
     void Connect() {
         StartClient();
-        provider.steps = {{Platform::SEC_E_OK}};
+        provider.steps = {{Platform::SecEOk}};
         ASSERT_EQ(Inject("server"), 6);
         ASSERT_EQ(Extract().second, "hello");
         Forget();
@@ -63,7 +63,7 @@ protected:
     /// The same as a server.
     void ConnectAsServer() {
         ASSERT_EQ(connection->InitializeAsServer(&credentials), 0);
-        provider.steps = {{Platform::SEC_E_OK}};
+        provider.steps = {{Platform::SecEOk}};
         ASSERT_EQ(Inject("client"), 6);
         Forget();
     }

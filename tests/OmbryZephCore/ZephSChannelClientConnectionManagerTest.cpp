@@ -32,9 +32,9 @@ TEST_F(SChannelManagerTest, PassesManualValidationOn) {
 TEST_F(SChannelManagerTest, AFailedInitializeReturnsTheErrorAndKeepsTheEarlierName) {
     ZephSChannelClientConnectionManager manager(logger, false);
     ASSERT_EQ(manager.Initialize("first", false, {}), 0u);
-    provider.acquireStatus = Platform::SEC_E_INTERNAL_ERROR;
+    provider.acquireStatus = Platform::SecEInternalError;
     EXPECT_EQ(manager.Initialize("second", false, {}), 0x80090304u);
-    provider.steps = {{Platform::SEC_I_CONTINUE_NEEDED}};
+    provider.steps = {{Platform::SecIContinueNeeded}};
     manager.ReleaseConnection(manager.GetConnection());
     ASSERT_EQ(provider.stepCalls.size(), 1u);
     EXPECT_EQ(provider.stepCalls[0].targetName, "first");
@@ -44,7 +44,7 @@ TEST_F(SChannelManagerTest, AFailedInitializeReturnsTheErrorAndKeepsTheEarlierNa
 TEST_F(SChannelManagerTest, GivesConnectionsItsNameAndItsOneSetOfCredentials) {
     ZephSChannelClientConnectionManager manager(logger, false);
     manager.Initialize("server.example", false, {});
-    provider.steps = {{Platform::SEC_I_CONTINUE_NEEDED}, {Platform::SEC_I_CONTINUE_NEEDED}};
+    provider.steps = {{Platform::SecIContinueNeeded}, {Platform::SecIContinueNeeded}};
     auto* first = manager.GetConnection();
     auto* second = manager.GetConnection();
     ASSERT_NE(first, nullptr);
@@ -61,7 +61,7 @@ TEST_F(SChannelManagerTest, GivesConnectionsItsNameAndItsOneSetOfCredentials) {
 TEST_F(SChannelManagerTest, GivesTheProviderNoNameForAnEmptyText) {
     ZephSChannelClientConnectionManager manager(logger, false);
     manager.Initialize("", false, {});
-    provider.steps = {{Platform::SEC_I_CONTINUE_NEEDED}};
+    provider.steps = {{Platform::SecIContinueNeeded}};
     manager.ReleaseConnection(manager.GetConnection());
     EXPECT_EQ(provider.stepCalls[0].targetName, "(null)");
 }
@@ -69,7 +69,7 @@ TEST_F(SChannelManagerTest, GivesTheProviderNoNameForAnEmptyText) {
 TEST_F(SChannelManagerTest, ReturnsNullIfAConnectionCannotStart) {
     ZephSChannelClientConnectionManager manager(logger, false);
     manager.Initialize("a", false, {});
-    provider.steps = {{Platform::SEC_E_INTERNAL_ERROR}};
+    provider.steps = {{Platform::SecEInternalError}};
     EXPECT_EQ(manager.GetConnection(), nullptr);
     EXPECT_THAT(logger->Messages(4), ElementsAre("InitializeSecurityContextA failed with error -2146893052"));
     EXPECT_THAT(provider.books.Live(), ElementsAre("credentials", "module"));
@@ -88,7 +88,7 @@ TEST_F(SChannelManagerTest, GivesEachConnectionItsValidator) {
         ++asked;
         return false;
     });
-    provider.steps = {{Platform::SEC_I_CONTINUE_NEEDED}, {Platform::SEC_E_OK}};
+    provider.steps = {{Platform::SecIContinueNeeded}, {Platform::SecEOk}};
     auto* made = manager.GetConnection();
     EXPECT_EQ(InjectInto(made, "x"), -1);
     EXPECT_EQ(asked, 1);
@@ -99,7 +99,7 @@ TEST_F(SChannelManagerTest, AVerboseManagerMakesVerboseConnections) {
     for (bool verbose : {false, true}) {
         ZephSChannelClientConnectionManager manager(logger, verbose);
         manager.Initialize("a", false, {});
-        provider.steps = {{Platform::SEC_I_CONTINUE_NEEDED}};
+        provider.steps = {{Platform::SecIContinueNeeded}};
         auto* made = manager.GetConnection();
         InjectInto(made, "z");
         EXPECT_EQ(logger->Has(0, "7A"), verbose);

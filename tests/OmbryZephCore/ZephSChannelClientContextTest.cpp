@@ -64,7 +64,7 @@ TEST_F(SChannelClientContextTest, ManualValidationTurnsChainAndNameChecksOff) {
 }
 
 TEST_F(SChannelClientContextTest, AFailureIsLoggedAndUnloads) {
-    provider.acquireStatus = Platform::SEC_E_INTERNAL_ERROR;
+    provider.acquireStatus = Platform::SecEInternalError;
     ZephSChannelClientContext context(logger);
     EXPECT_EQ(context.Initialize(false), 0x80090304u);
     EXPECT_THAT(logger->Messages(4), ElementsAre("AcquireCredentialsHandleA failed with error -2146893052"));
@@ -87,15 +87,16 @@ TEST_F(SChannelClientContextTest, ASecondInitializeDropsTheFirstCredentialsBefor
     context.Initialize(false);
     provider.calls.clear();
     EXPECT_EQ(context.Initialize(true), 0u);
-    EXPECT_THAT(provider.calls, ElementsAre("FreeCredentialsHandle", "FreeModule", "LoadModule SCHANNEL.DLL",
-                                            "FindEntryPoint InitSecurityInterfaceA", "CallEntryPoint",
-                                            "AcquireCredentialsHandleA"));
+    EXPECT_THAT(
+        provider.calls,
+        ElementsAre("FreeCredentialsHandle", "ReleaseModule", "LoadModule SCHANNEL.DLL",
+                    "FindEntryPoint InitSecurityInterfaceA", "CallEntryPoint", "AcquireCredentialsHandleA"));
 }
 
 TEST_F(SChannelClientContextTest, AFailedSecondInitializeLeavesNoCredentials) {
     ZephSChannelClientContext context(logger);
     context.Initialize(false);
-    provider.acquireStatus = Platform::SEC_E_INTERNAL_ERROR;
+    provider.acquireStatus = Platform::SecEInternalError;
     EXPECT_NE(context.Initialize(false), 0u);
     EXPECT_EQ(context.GetCredentials(), nullptr);
     EXPECT_THAT(provider.books.Faults(), IsEmpty());
@@ -105,7 +106,7 @@ TEST_F(SChannelClientContextTest, DestructionFreesTheCredentialsBeforeTheLibrary
     { ZephSChannelClientContext(logger).Initialize(false); }
     ASSERT_GE(provider.calls.size(), 2u);
     EXPECT_EQ(provider.calls[provider.calls.size() - 2], "FreeCredentialsHandle");
-    EXPECT_EQ(provider.calls.back(), "FreeModule");
+    EXPECT_EQ(provider.calls.back(), "ReleaseModule");
     EXPECT_THAT(provider.books.Faults(), IsEmpty());
 }
 

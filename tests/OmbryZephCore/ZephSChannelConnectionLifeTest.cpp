@@ -12,7 +12,7 @@ class SChannelLifeTest : public SChannelFixture {};
 TEST_F(SChannelLifeTest, ASecondSessionTakesNeitherNameNorRoomNorSizesFromTheFirst) {
     Connect();
     provider.maxToken = 100;
-    provider.steps = {{SEC_E_OK}};
+    provider.steps = {{SecEOk}};
     EXPECT_EQ(connection->InitializeAsClient(&credentials, nullptr), 0);
     EXPECT_EQ(provider.stepCalls.back().room, 100u);
     EXPECT_EQ(provider.stepCalls.back().targetName, "(null)");
@@ -23,14 +23,14 @@ TEST_F(SChannelLifeTest, ASecondSessionTakesNeitherNameNorRoomNorSizesFromTheFir
 TEST_F(SChannelLifeTest, ASecondInitializeEndsTheFirstSessionCompletely) {
     Connect();
     Write("x");
-    provider.decryptions = {{SEC_I_CONTEXT_EXPIRED, {{SECBUFFER_EXTRA, 0, 2}}}};
+    provider.decryptions = {{SecIContextExpired, {{SecBufferExtra, 0, 2}}}};
     Inject("ab");
     Read();
     ASSERT_TRUE(connection->IsShuttingDown());
     Forget();
     StartClient("again");
     EXPECT_THAT(provider.calls,
-                ElementsAre("DeleteSecurityContext", "FreeModule", "LoadModule SCHANNEL.DLL",
+                ElementsAre("DeleteSecurityContext", "ReleaseModule", "LoadModule SCHANNEL.DLL",
                             "FindEntryPoint InitSecurityInterfaceA", "CallEntryPoint",
                             "QuerySecurityPackageInfoA Microsoft Unified Security Protocol Provider",
                             "FreeContextBuffer", "InitializeSecurityContextA"));
@@ -43,7 +43,7 @@ TEST_F(SChannelLifeTest, ASecondInitializeEndsTheFirstSessionCompletely) {
 
 TEST_F(SChannelLifeTest, ASecondInitializeForgetsPlaintextThatWasNotRead) {
     Connect();
-    provider.decryptions = {{SEC_E_OK, {{SECBUFFER_DATA, 0, 4}}}};
+    provider.decryptions = {{SecEOk, {{SecBufferData, 0, 4}}}};
     Inject("data");
     ASSERT_EQ(Read(1).second, "d");
     StartClient();
@@ -53,7 +53,7 @@ TEST_F(SChannelLifeTest, ASecondInitializeForgetsPlaintextThatWasNotRead) {
 
 TEST_F(SChannelLifeTest, ASecondInitializeForgetsARenegotiationACloseAndBlockedOutput) {
     Connect();
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}, {SEC_E_OK, "close"}, {SEC_E_BUFFER_TOO_SMALL}};
+    provider.steps = {{SecIContinueNeeded, "rehello"}, {SecEOk, "close"}, {SecEBufferTooSmall}};
     ASSERT_EQ(connection->request_renegotiate(), 1);
     ASSERT_EQ(connection->shutdown(false), 1);
     ASSERT_EQ(connection->request_renegotiate(), 0);
@@ -62,7 +62,7 @@ TEST_F(SChannelLifeTest, ASecondInitializeForgetsARenegotiationACloseAndBlockedO
     EXPECT_FALSE(connection->IsOutputBlocked());
     EXPECT_FALSE(connection->IsShuttingDown());
     EXPECT_FALSE(connection->IsShutdownComplete());
-    provider.steps = {{SEC_E_OK}};
+    provider.steps = {{SecEOk}};
     EXPECT_EQ(Inject("server"), 6);
     EXPECT_EQ(Write("x"), 1);
 }
@@ -70,7 +70,7 @@ TEST_F(SChannelLifeTest, ASecondInitializeForgetsARenegotiationACloseAndBlockedO
 TEST_F(SChannelLifeTest, ASecondInitializeAcceptsAgainAfterARefusal) {
     connection->SetValidator([](CertificateContextPointer*) { return false; });
     StartClient();
-    provider.steps = {{SEC_E_OK}};
+    provider.steps = {{SecEOk}};
     EXPECT_EQ(Inject("server"), -1);
     connection->SetValidator([](CertificateContextPointer*) { return true; });
     Connect();
@@ -81,7 +81,7 @@ TEST_F(SChannelLifeTest, DestructionDeletesTheContextBeforeItReleasesTheLibrary)
     StartClient();
     Forget();
     connection.reset();
-    EXPECT_THAT(provider.calls, ElementsAre("DeleteSecurityContext", "FreeModule"));
+    EXPECT_THAT(provider.calls, ElementsAre("DeleteSecurityContext", "ReleaseModule"));
 }
 
 TEST_F(SChannelLifeTest, AConnectionThatWasNeverStartedIsHarmless) {
@@ -99,7 +99,7 @@ TEST_F(SChannelLifeTest, NeedsNoLogger) {
     connection = std::make_unique<OmbryZephCore::ZephSChannelConnection>(nullptr);
     connection->SetVerbose(true);
     StartClient();
-    provider.steps = {{SEC_E_INVALID_TOKEN}};
+    provider.steps = {{SecEInvalidToken}};
     EXPECT_EQ(Inject("x"), -1);
 }
 

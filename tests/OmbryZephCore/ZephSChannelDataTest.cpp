@@ -14,12 +14,11 @@ protected:
 
     /// Input of a record whose plaintext lies at an offset, followed by `extra` bytes.
     void Receive(const std::string& input, std::uint32_t offset, std::uint32_t length, int extra = -1) {
-        Decryption decryption{SEC_E_OK,
-                              {{SECBUFFER_STREAM_HEADER, 0, offset}, {SECBUFFER_DATA, offset, length}}};
+        Decryption decryption{SecEOk, {{SecBufferStreamHeader, 0, offset}, {SecBufferData, offset, length}}};
         if (extra >= 0) {
             const auto count = static_cast<std::uint32_t>(extra);
             decryption.pieces.push_back(
-                {SECBUFFER_EXTRA, static_cast<std::uint32_t>(input.size()) - count, count});
+                {SecBufferExtra, static_cast<std::uint32_t>(input.size()) - count, count});
         }
         provider.decryptions.push_back(decryption);
         ASSERT_EQ(Inject(input), static_cast<std::int32_t>(input.size()));
@@ -38,7 +37,7 @@ TEST_F(SChannelDataTest, DecryptsInPlaceWithFourBuffersOverAllInput) {
     EXPECT_EQ(Read(), Result(4, "data"));
     EXPECT_THAT(provider.decryptInputs, ElementsAre("HHdataT"));
     EXPECT_THAT(provider.decryptTypes,
-                ElementsAre(SECBUFFER_DATA, SECBUFFER_EMPTY, SECBUFFER_EMPTY, SECBUFFER_EMPTY));
+                ElementsAre(SecBufferData, SecBufferEmpty, SecBufferEmpty, SecBufferEmpty));
     EXPECT_THAT(logger->Messages(0), ElementsAre("got data buffer with 4 bytes."));
 }
 
@@ -61,7 +60,7 @@ TEST_F(SChannelDataTest, ConsumedInputIsNotDecryptedAgain) {
 }
 
 TEST_F(SChannelDataTest, AnIncompleteRecordWantsCiphertextAndKeepsItsBytes) {
-    provider.decryptions = {{SEC_E_INCOMPLETE_MESSAGE, {{SECBUFFER_MISSING, 0, 3}}}};
+    provider.decryptions = {{SecEIncompleteMessage, {{SecBufferMissing, 0, 3}}}};
     Inject("HHd");
     EXPECT_FALSE(connection->WantsCiphertext());
     EXPECT_EQ(Read(), Result(0, ""));
@@ -73,7 +72,7 @@ TEST_F(SChannelDataTest, AnIncompleteRecordWantsCiphertextAndKeepsItsBytes) {
 }
 
 TEST_F(SChannelDataTest, AFailedDecryptionIsLoggedAndFatal) {
-    provider.decryptions = {{SEC_E_DECRYPT_FAILURE, {}}};
+    provider.decryptions = {{SecEDecryptFailure, {}}};
     Inject("x");
     EXPECT_EQ(Read().first, -1);
     EXPECT_THAT(logger->Messages(4), ElementsAre("DecryptMessage failed with error -2146893008"));
@@ -112,8 +111,8 @@ TEST_F(SChannelDataTest, ExtraBytesStandRightBehindPlaintextThatIsReadInParts) {
 
 TEST_F(SChannelDataTest, TheLastBuffersOfTheirKindCount) {
     provider.decryptions = {
-        {SEC_E_OK,
-         {{SECBUFFER_DATA, 0, 1}, {SECBUFFER_EXTRA, 0, 1}, {SECBUFFER_DATA, 2, 2}, {SECBUFFER_EXTRA, 5, 3}}}};
+        {SecEOk,
+         {{SecBufferData, 0, 1}, {SecBufferExtra, 0, 1}, {SecBufferData, 2, 2}, {SecBufferExtra, 5, 3}}}};
     Inject("abcdeXYZ");
     EXPECT_EQ(Read(), Result(2, "cd"));
     Read();
@@ -122,7 +121,7 @@ TEST_F(SChannelDataTest, TheLastBuffersOfTheirKindCount) {
 
 TEST_F(SChannelDataTest, AnEmptyRecordGoesRoundToTheNext) {
     provider.decryptions = {
-        {SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 0}, {SECBUFFER_EXTRA, 2, 7}}}};
+        {SecEOk, {{SecBufferStreamHeader, 0, 2}, {SecBufferData, 2, 0}, {SecBufferExtra, 2, 7}}}};
     Receive("EEHHdataT", 2, 4);
     EXPECT_EQ(Read(), Result(4, "data"));
     EXPECT_EQ(provider.decryptInputs.back(), "HHdataT");
@@ -130,7 +129,7 @@ TEST_F(SChannelDataTest, AnEmptyRecordGoesRoundToTheNext) {
 }
 
 TEST_F(SChannelDataTest, AnEmptyRecordAtTheEndWantsCiphertext) {
-    provider.decryptions = {{SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 0}}}};
+    provider.decryptions = {{SecEOk, {{SecBufferStreamHeader, 0, 2}, {SecBufferData, 2, 0}}}};
     Inject("EE");
     EXPECT_EQ(Read(), Result(0, ""));
     EXPECT_TRUE(connection->WantsCiphertext());
@@ -139,7 +138,7 @@ TEST_F(SChannelDataTest, AnEmptyRecordAtTheEndWantsCiphertext) {
 }
 
 TEST_F(SChannelDataTest, ARoundThatTakesNothingWaitsInsteadOfRepeating) {
-    provider.decryptions = {{SEC_E_OK, {{SECBUFFER_EXTRA, 0, 2}}}, {SEC_E_DECRYPT_FAILURE, {}}};
+    provider.decryptions = {{SecEOk, {{SecBufferExtra, 0, 2}}}, {SecEDecryptFailure, {}}};
     Inject("EE");
     EXPECT_EQ(Read(), Result(0, ""));
     EXPECT_TRUE(connection->WantsCiphertext());
@@ -147,19 +146,19 @@ TEST_F(SChannelDataTest, ARoundThatTakesNothingWaitsInsteadOfRepeating) {
 }
 
 TEST_F(SChannelDataTest, PlaintextOutsideTheInputIsAFailure) {
-    provider.decryptions = {{SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 3}}}};
+    provider.decryptions = {{SecEOk, {{SecBufferStreamHeader, 0, 2}, {SecBufferData, 2, 3}}}};
     Inject("HHda");
     EXPECT_EQ(Read().first, -1);
 }
 
 TEST_F(SChannelDataTest, PlaintextBehindTheInputIsAFailure) {
-    provider.decryptions = {{SEC_E_OK, {{SECBUFFER_DATA, 5, 1}}}};
+    provider.decryptions = {{SecEOk, {{SecBufferData, 5, 1}}}};
     Inject("HHda");
     EXPECT_EQ(Read().first, -1);
 }
 
 TEST_F(SChannelDataTest, ACloseOfThePeerReturnsZeroAndKeepsWhatFollows) {
-    provider.decryptions = {{SEC_I_CONTEXT_EXPIRED, {{SECBUFFER_EXTRA, 3, 4}}}};
+    provider.decryptions = {{SecIContextExpired, {{SecBufferExtra, 3, 4}}}};
     Inject("ALTmore");
     EXPECT_EQ(Read(), Result(0, ""));
     EXPECT_TRUE(connection->IsShuttingDown());
@@ -173,7 +172,7 @@ TEST_F(SChannelDataTest, ACloseOfThePeerReturnsZeroAndKeepsWhatFollows) {
 }
 
 TEST_F(SChannelDataTest, ACloseOfThePeerWithNothingBehindLeavesNothing) {
-    provider.decryptions = {{SEC_I_CONTEXT_EXPIRED, {}}};
+    provider.decryptions = {{SecIContextExpired, {}}};
     Inject("ALT");
     EXPECT_EQ(Read(), Result(0, ""));
     EXPECT_TRUE(connection->IsShuttingDown());
@@ -183,7 +182,7 @@ TEST_F(SChannelDataTest, ACloseOfThePeerWithNothingBehindLeavesNothing) {
 
 TEST_F(SChannelDataTest, AnAlertRecordWithoutDataCountsAsAClose) {
     provider.decryptions = {
-        {SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 0}, {SECBUFFER_EXTRA, 3, 2}}}};
+        {SecEOk, {{SecBufferStreamHeader, 0, 2}, {SecBufferData, 2, 0}, {SecBufferExtra, 3, 2}}}};
     Inject("\x15LTxy");
     EXPECT_EQ(Read(), Result(0, ""));
     EXPECT_TRUE(connection->IsShuttingDown());
@@ -193,7 +192,7 @@ TEST_F(SChannelDataTest, AnAlertRecordWithoutDataCountsAsAClose) {
 }
 
 TEST_F(SChannelDataTest, AnAlertRecordWithoutDataAndWithNothingBehindLeavesNothing) {
-    provider.decryptions = {{SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 0}}}};
+    provider.decryptions = {{SecEOk, {{SecBufferStreamHeader, 0, 2}, {SecBufferData, 2, 0}}}};
     Inject("\x15LT");
     EXPECT_EQ(Read(), Result(0, ""));
     EXPECT_TRUE(connection->IsShuttingDown());
@@ -203,7 +202,7 @@ TEST_F(SChannelDataTest, AnAlertRecordWithoutDataAndWithNothingBehindLeavesNothi
 
 TEST_F(SChannelDataTest, NeighboursOfTheAlertRecordAreNoClose) {
     for (const char* record : {"\x14LT", "\x16LT", "\x17LT"}) {
-        provider.decryptions = {{SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 0}}}};
+        provider.decryptions = {{SecEOk, {{SecBufferStreamHeader, 0, 2}, {SecBufferData, 2, 0}}}};
         Inject(record);
         EXPECT_EQ(Read(), Result(0, ""));
         EXPECT_FALSE(connection->IsShuttingDown());
@@ -217,7 +216,7 @@ TEST_F(SChannelDataTest, AnAlertRecordWithDataIsData) {
 }
 
 TEST_F(SChannelDataTest, AnAlertRecordWithoutAnyDataBufferIsNoClose) {
-    provider.decryptions = {{SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}}}};
+    provider.decryptions = {{SecEOk, {{SecBufferStreamHeader, 0, 2}}}};
     Inject("\x15L");
     EXPECT_EQ(Read(), Result(0, ""));
     EXPECT_FALSE(connection->IsShuttingDown());
@@ -225,8 +224,8 @@ TEST_F(SChannelDataTest, AnAlertRecordWithoutAnyDataBufferIsNoClose) {
 }
 
 TEST_F(SChannelDataTest, APeerThatRenegotiatesIsAnsweredWithAFirstFlight) {
-    provider.decryptions = {{SEC_I_RENEGOTIATE, {{SECBUFFER_EXTRA, 2, 3}}}};
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}};
+    provider.decryptions = {{SecIRenegotiate, {{SecBufferExtra, 2, 3}}}};
+    provider.steps = {{SecIContinueNeeded, "rehello"}};
     Inject("RRabc");
     EXPECT_EQ(Read(), Result(0, ""));
     EXPECT_THAT(logger->Messages(0), ElementsAre("got extra buffer with 3 bytes. (SEC_I_RENEGOTIATE)"));
@@ -236,15 +235,15 @@ TEST_F(SChannelDataTest, APeerThatRenegotiatesIsAnsweredWithAFirstFlight) {
     EXPECT_FALSE(provider.stepCalls[0].hasInput);
     EXPECT_EQ(provider.stepCalls[0].room, 256u);
     // Now the handshake goes on with whatever comes.
-    provider.steps = {{SEC_E_OK, "done"}};
+    provider.steps = {{SecEOk, "done"}};
     EXPECT_EQ(Write("x"), 1);
     EXPECT_EQ(provider.stepCalls.back().offered, "abc");
     EXPECT_EQ(provider.stepCalls.back().flags, 0x8010u);
 }
 
 TEST_F(SChannelDataTest, APeersRenegotiationWithNothingBehindLeavesNoInput) {
-    provider.decryptions = {{SEC_I_RENEGOTIATE, {}}};
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}};
+    provider.decryptions = {{SecIRenegotiate, {}}};
+    provider.steps = {{SecIContinueNeeded, "rehello"}};
     Inject("RR");
     EXPECT_EQ(Read(), Result(0, ""));
     EXPECT_THAT(logger->Messages(), IsEmpty());
@@ -254,8 +253,8 @@ TEST_F(SChannelDataTest, APeersRenegotiationWithNothingBehindLeavesNoInput) {
 }
 
 TEST_F(SChannelDataTest, AFirstFlightMadeInsideAReadIsNotSaidToBeBlockedOutput) {
-    provider.decryptions = {{SEC_I_RENEGOTIATE, {}}};
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}};
+    provider.decryptions = {{SecIRenegotiate, {}}};
+    provider.steps = {{SecIContinueNeeded, "rehello"}};
     Inject("RR");
     Read();
     EXPECT_FALSE(connection->IsOutputBlocked());
@@ -264,8 +263,8 @@ TEST_F(SChannelDataTest, AFirstFlightMadeInsideAReadIsNotSaidToBeBlockedOutput) 
 }
 
 TEST_F(SChannelDataTest, APeersRenegotiationThatCannotBeAnsweredNowIsDropped) {
-    provider.decryptions = {{SEC_I_RENEGOTIATE, {}}};
-    provider.steps = {{SEC_E_BUFFER_TOO_SMALL}};
+    provider.decryptions = {{SecIRenegotiate, {}}};
+    provider.steps = {{SecEBufferTooSmall}};
     Inject("RR");
     EXPECT_EQ(Read(), Result(0, ""));
     EXPECT_TRUE(connection->IsOutputBlocked());
@@ -274,21 +273,21 @@ TEST_F(SChannelDataTest, APeersRenegotiationThatCannotBeAnsweredNowIsDropped) {
 }
 
 TEST_F(SChannelDataTest, APeersRenegotiationThatFailsIsFatal) {
-    provider.decryptions = {{SEC_I_RENEGOTIATE, {}}};
-    provider.steps = {{SEC_E_INTERNAL_ERROR}};
+    provider.decryptions = {{SecIRenegotiate, {}}};
+    provider.steps = {{SecEInternalError}};
     Inject("RR");
     EXPECT_EQ(Read().first, -1);
     EXPECT_THAT(logger->Messages(4), ElementsAre("InitializeSecurityContextA failed with error -2146893052"));
 }
 
 TEST_F(SChannelDataTest, AnySuccessOfOurRenegotiationIsOne) {
-    provider.steps = {{SEC_E_OK, "rehello"}};
+    provider.steps = {{SecEOk, "rehello"}};
     EXPECT_EQ(connection->request_renegotiate(), 1);
     EXPECT_EQ(Extract(), Result(7, "rehello"));
 }
 
 TEST_F(SChannelDataTest, OurRenegotiationMakesAFlightAndHoldsWritesBack) {
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}};
+    provider.steps = {{SecIContinueNeeded, "rehello"}};
     EXPECT_EQ(connection->request_renegotiate(), 1);
     EXPECT_EQ(provider.stepCalls[0].flags, 32u);
     EXPECT_EQ(Write("x"), 0);
@@ -297,12 +296,12 @@ TEST_F(SChannelDataTest, OurRenegotiationMakesAFlightAndHoldsWritesBack) {
 }
 
 TEST_F(SChannelDataTest, OurRenegotiationStillReadsUntilThePeerAnswers) {
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}};
+    provider.steps = {{SecIContinueNeeded, "rehello"}};
     connection->request_renegotiate();
     Receive("HHdataT", 2, 4);
     EXPECT_EQ(Read(), Result(4, "data"));
-    provider.decryptions = {{SEC_I_RENEGOTIATE, {{SECBUFFER_EXTRA, 0, 6}}}};
-    provider.steps = {{SEC_E_OK, "done"}};
+    provider.decryptions = {{SecIRenegotiate, {{SecBufferExtra, 0, 6}}}};
+    provider.steps = {{SecEOk, "done"}};
     Inject("answer");
     EXPECT_EQ(Read(), Result(0, ""));  // the session is ready again, which is no count
     EXPECT_EQ(provider.stepCalls.back().offered, "answer");
@@ -312,20 +311,20 @@ TEST_F(SChannelDataTest, OurRenegotiationStillReadsUntilThePeerAnswers) {
 }
 
 TEST_F(SChannelDataTest, AFailedHandshakeOfOurRenegotiationIsFatal) {
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}};
+    provider.steps = {{SecIContinueNeeded, "rehello"}};
     connection->request_renegotiate();
-    provider.decryptions = {{SEC_I_RENEGOTIATE, {{SECBUFFER_EXTRA, 0, 6}}}};
-    provider.steps = {{SEC_E_INVALID_TOKEN}};
+    provider.decryptions = {{SecIRenegotiate, {{SecBufferExtra, 0, 6}}}};
+    provider.steps = {{SecEInvalidToken}};
     Inject("answer");
     EXPECT_EQ(Read().first, -1);
 }
 
 TEST_F(SChannelDataTest, TheCertificateIsJudgedAgainAfterARenegotiation) {
     connection->SetValidator([](CertificateContextPointer*) { return false; });
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "rehello"}};
+    provider.steps = {{SecIContinueNeeded, "rehello"}};
     connection->request_renegotiate();
-    provider.decryptions = {{SEC_I_RENEGOTIATE, {{SECBUFFER_EXTRA, 0, 6}}}};
-    provider.steps = {{SEC_E_OK, "done"}};
+    provider.decryptions = {{SecIRenegotiate, {{SecBufferExtra, 0, 6}}}};
+    provider.steps = {{SecEOk, "done"}};
     Inject("answer");
     EXPECT_EQ(Read().first, -1);
     EXPECT_EQ(Write("secret"), -1);
@@ -334,7 +333,7 @@ TEST_F(SChannelDataTest, TheCertificateIsJudgedAgainAfterARenegotiation) {
 }
 
 TEST_F(SChannelDataTest, ARenegotiationThatDoesNotFitIsNotOneYet) {
-    provider.steps = {{SEC_E_BUFFER_TOO_SMALL}};
+    provider.steps = {{SecEBufferTooSmall}};
     EXPECT_EQ(connection->request_renegotiate(), 0);
     EXPECT_TRUE(connection->IsOutputBlocked());
     EXPECT_THAT(logger->Messages(), IsEmpty());
@@ -342,7 +341,7 @@ TEST_F(SChannelDataTest, ARenegotiationThatDoesNotFitIsNotOneYet) {
 }
 
 TEST_F(SChannelDataTest, ARenegotiationThatFailsIsLogged) {
-    provider.steps = {{SEC_E_INCOMPLETE_MESSAGE}};
+    provider.steps = {{SecEIncompleteMessage}};
     EXPECT_EQ(connection->request_renegotiate(), -1);
     EXPECT_THAT(logger->Messages(4), ElementsAre("InitializeSecurityContextA failed with error -2146893032"));
     EXPECT_FALSE(connection->WantsCiphertext());
@@ -350,8 +349,8 @@ TEST_F(SChannelDataTest, ARenegotiationThatFailsIsLogged) {
 
 TEST_F(SChannelDataTest, WritesBuildOneRecordOfFourBuffers) {
     EXPECT_EQ(Write("abc"), 3);
-    EXPECT_THAT(provider.encryptTypes, ElementsAre(SECBUFFER_STREAM_HEADER, SECBUFFER_DATA,
-                                                   SECBUFFER_STREAM_TRAILER, SECBUFFER_EMPTY));
+    EXPECT_THAT(provider.encryptTypes,
+                ElementsAre(SecBufferStreamHeader, SecBufferData, SecBufferStreamTrailer, SecBufferEmpty));
     EXPECT_THAT(provider.encryptSizes, ElementsAre(5u, 3u, 3u, 0u));
     EXPECT_THAT(provider.encryptOffsets, ElementsAre(0, 5, 8));
     EXPECT_EQ(Extract(), Result(10, "<<<<<bcd>>"));  // the trailer as made, not as promised
@@ -394,10 +393,10 @@ TEST_F(SChannelDataTest, OutputOfExactlyTheCapBlocks) {
 }
 
 TEST_F(SChannelDataTest, AFailedEncryptionIsLoggedWithItsOddName) {
-    provider.encryptStatus = SEC_E_INTERNAL_ERROR;
+    provider.encryptStatus = SecEInternalError;
     EXPECT_EQ(Write("abc"), -1);
     EXPECT_THAT(logger->Messages(4), ElementsAre("EncryptMEssage failed with error -2146893052"));
-    provider.encryptStatus = SEC_E_OK;
+    provider.encryptStatus = SecEOk;
     EXPECT_EQ(Extract(), Result(0, ""));
 }
 
@@ -485,8 +484,8 @@ protected:
 };
 
 TEST_F(SChannelServerDataTest, AClientThatRenegotiatesIsFollowedAtOnce) {
-    provider.decryptions = {{SEC_I_RENEGOTIATE, {{SECBUFFER_EXTRA, 0, 7}}}};
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "answer"}};
+    provider.decryptions = {{SecIRenegotiate, {{SecBufferExtra, 0, 7}}}};
+    provider.steps = {{SecIContinueNeeded, "answer"}};
     Inject("rehello");
     EXPECT_EQ(Read(), Result(0, ""));
     ASSERT_EQ(provider.stepCalls.size(), 1u);
@@ -498,7 +497,7 @@ TEST_F(SChannelServerDataTest, AClientThatRenegotiatesIsFollowedAtOnce) {
 }
 
 TEST_F(SChannelServerDataTest, AServerAsksForARenegotiationThroughItsOwnFunction) {
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "request"}, {SEC_E_INTERNAL_ERROR}};
+    provider.steps = {{SecIContinueNeeded, "request"}, {SecEInternalError}};
     EXPECT_EQ(connection->request_renegotiate(), 1);
     EXPECT_EQ(provider.stepCalls[0].function, "AcceptSecurityContext");
     EXPECT_EQ(provider.stepCalls[0].flags, 32u);

@@ -47,7 +47,7 @@ TEST_F(SChannelHandshakeTest, TheFirstFlightWaitsToBeExtracted) {
 }
 
 TEST_F(SChannelHandshakeTest, AClientWithoutNameGivesTheProviderNone) {
-    provider.steps = {{SEC_I_CONTINUE_NEEDED}};
+    provider.steps = {{SecIContinueNeeded}};
     EXPECT_EQ(connection->InitializeAsClient(nullptr, nullptr), 0);
     EXPECT_EQ(provider.stepCalls[0].targetName, "(null)");
     EXPECT_EQ(provider.stepCalls[0].credentials, nullptr);
@@ -60,10 +60,10 @@ TEST_F(SChannelHandshakeTest, FailsIfTheLibraryIsMissing) {
 }
 
 TEST_F(SChannelHandshakeTest, FailsIfThePackageIsUnknown) {
-    provider.packageStatus = SEC_E_INTERNAL_ERROR;
+    provider.packageStatus = SecEInternalError;
     EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), -1);
     EXPECT_THAT(logger->Messages(4), ElementsAre("QuerySecurityPackageInfoA failed with error -2146893052"));
-    EXPECT_EQ(provider.calls.back(), "FreeModule");
+    EXPECT_EQ(provider.calls.back(), "ReleaseModule");
     EXPECT_EQ(provider.CallsOf("FreeContextBuffer"), 0);
 }
 
@@ -75,21 +75,21 @@ TEST_F(SChannelHandshakeTest, FailsWithoutMemoryForEitherBufferAndReturnsThePack
         OmbryZephCore::ZephIOBuffer::ReplaceAllocator(before);
         EXPECT_EQ(result, -1);
         EXPECT_EQ(provider.CallsOf("FreeContextBuffer"), fail + 1);
-        EXPECT_EQ(provider.calls.back(), "FreeModule");
+        EXPECT_EQ(provider.calls.back(), "ReleaseModule");
         EXPECT_THAT(provider.stepCalls, IsEmpty());
     }
 }
 
 TEST_F(SChannelHandshakeTest, AFailedFirstStepIsLoggedAndUnloads) {
-    provider.steps = {{SEC_E_INVALID_TOKEN}};
+    provider.steps = {{SecEInvalidToken}};
     EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), -1);
     EXPECT_THAT(logger->Messages(4), ElementsAre("InitializeSecurityContextA failed with error -2146893048"));
     EXPECT_EQ(provider.CallsOf("DeleteSecurityContext"), 0);
-    EXPECT_EQ(provider.calls.back(), "FreeModule");
+    EXPECT_EQ(provider.calls.back(), "ReleaseModule");
 }
 
 TEST_F(SChannelHandshakeTest, AFirstStepThatLacksRoomOrInputIsAPlainFailure) {
-    for (SECURITY_STATUS status : {SEC_E_BUFFER_TOO_SMALL, SEC_E_INCOMPLETE_MESSAGE}) {
+    for (SECURITY_STATUS status : {SecEBufferTooSmall, SecEIncompleteMessage}) {
         provider.steps = {{status}};
         EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), -1);
         EXPECT_FALSE(connection->WantsCiphertext());
@@ -100,7 +100,7 @@ TEST_F(SChannelHandshakeTest, AFirstStepThatLacksRoomOrInputIsAPlainFailure) {
 }
 
 TEST_F(SChannelHandshakeTest, AFirstStepThatNeedsCompletionIsCompleted) {
-    provider.steps = {{SEC_I_COMPLETE_NEEDED, "tok"}};
+    provider.steps = {{SecICompleteNeeded, "tok"}};
     EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), 0);
     EXPECT_EQ(provider.completedToken, "tok");
     EXPECT_FALSE(connection->WantsCiphertext());
@@ -108,7 +108,7 @@ TEST_F(SChannelHandshakeTest, AFirstStepThatNeedsCompletionIsCompleted) {
 }
 
 TEST_F(SChannelHandshakeTest, AFirstStepThatNeedsCompletionAndMoreIsCompletedAndWaits) {
-    provider.steps = {{SEC_I_COMPLETE_AND_CONTINUE, "tok"}};
+    provider.steps = {{SecICompleteAndContinue, "tok"}};
     EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), 0);
     EXPECT_EQ(provider.completedToken, "tok");
     EXPECT_TRUE(connection->WantsCiphertext());
@@ -116,8 +116,8 @@ TEST_F(SChannelHandshakeTest, AFirstStepThatNeedsCompletionAndMoreIsCompletedAnd
 }
 
 TEST_F(SChannelHandshakeTest, AFailedCompletionOfTheFirstStepEndsTheSession) {
-    for (SECURITY_STATUS status : {SEC_I_COMPLETE_NEEDED, SEC_I_COMPLETE_AND_CONTINUE}) {
-        provider.completeStatus = SEC_E_INTERNAL_ERROR;
+    for (SECURITY_STATUS status : {SecICompleteNeeded, SecICompleteAndContinue}) {
+        provider.completeStatus = SecEInternalError;
         provider.steps = {{status, "tok"}};
         EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), -1);
         EXPECT_EQ(logger->Messages(4).back(), "CompleteAuthToken failed with error -2146893052");
@@ -131,7 +131,7 @@ TEST_F(SChannelHandshakeTest, AFailedCompletionOfTheFirstStepEndsTheSession) {
 
 TEST_F(SChannelHandshakeTest, AFirstStepThatIsReadyAtOnceAsksForNoCertificateAndWritesNothing) {
     connection->SetValidator([](CertificateContextPointer*) { return false; });
-    provider.steps = {{SEC_E_OK, "tok"}};
+    provider.steps = {{SecEOk, "tok"}};
     EXPECT_EQ(connection->InitializeAsClient(&credentials, "a"), 0);
     EXPECT_FALSE(connection->WantsCiphertext());
     EXPECT_EQ(connection->ContinueInitIfNecessary(), 1);
@@ -162,14 +162,14 @@ TEST_F(SChannelHandshakeTest, WithoutInputAStepIsNotTaken) {
 TEST_F(SChannelHandshakeTest, ALaterStepOffersAllInputAndTheFreePartOfTheOutput) {
     StartClient();
     Forget();
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "answer"}};
+    provider.steps = {{SecIContinueNeeded, "answer"}};
     EXPECT_EQ(Inject("server hello"), 12);
     ASSERT_EQ(provider.stepCalls.size(), 1u);
     const auto& call = provider.stepCalls[0];
     EXPECT_EQ(call.flags, 0x8010u);
     EXPECT_TRUE(call.hasContext);
     EXPECT_EQ(call.offered, "server hello");
-    EXPECT_THAT(call.inputTypes, ElementsAre(SECBUFFER_TOKEN, SECBUFFER_EMPTY));
+    EXPECT_THAT(call.inputTypes, ElementsAre(SecBufferToken, SecBufferEmpty));
     EXPECT_EQ(call.room, 256u - 5u);
     EXPECT_EQ(call.targetName, "server.example");
     EXPECT_EQ(call.credentials, &credentials);
@@ -179,7 +179,7 @@ TEST_F(SChannelHandshakeTest, ALaterStepOffersAllInputAndTheFreePartOfTheOutput)
 
 TEST_F(SChannelHandshakeTest, InputThatWasTakenIsNotOfferedAgain) {
     StartClient();
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "t"}, {SEC_I_CONTINUE_NEEDED, "t"}};
+    provider.steps = {{SecIContinueNeeded, "t"}, {SecIContinueNeeded, "t"}};
     Inject("one");
     Inject("two");
     EXPECT_EQ(provider.stepCalls.back().offered, "two");
@@ -187,7 +187,7 @@ TEST_F(SChannelHandshakeTest, InputThatWasTakenIsNotOfferedAgain) {
 
 TEST_F(SChannelHandshakeTest, AnIncompleteMessageWaitsAndIsOfferedWithWhatFollows) {
     StartClient();
-    provider.steps = {{SEC_E_INCOMPLETE_MESSAGE}, {SEC_I_CONTINUE_NEEDED, "t"}};
+    provider.steps = {{SecEIncompleteMessage}, {SecIContinueNeeded, "t"}};
     EXPECT_EQ(Inject("ab"), 2);
     EXPECT_TRUE(connection->WantsCiphertext());
     EXPECT_EQ(Inject("cd"), 2);
@@ -197,11 +197,11 @@ TEST_F(SChannelHandshakeTest, AnIncompleteMessageWaitsAndIsOfferedWithWhatFollow
 
 TEST_F(SChannelHandshakeTest, OutputThatDoesNotFitBlocksUntilSomeIsExtracted) {
     StartClient();
-    provider.steps = {{SEC_E_BUFFER_TOO_SMALL}};
+    provider.steps = {{SecEBufferTooSmall}};
     EXPECT_EQ(Inject("ab"), 2);
     EXPECT_TRUE(connection->IsOutputBlocked());
     EXPECT_FALSE(connection->WantsCiphertext());
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "t"}};
+    provider.steps = {{SecIContinueNeeded, "t"}};
     EXPECT_EQ(Extract().second, "hello");
     EXPECT_FALSE(connection->IsOutputBlocked());
     EXPECT_EQ(provider.stepCalls.back().offered, "ab");
@@ -211,21 +211,21 @@ TEST_F(SChannelHandshakeTest, OutputThatDoesNotFitBlocksUntilSomeIsExtracted) {
 
 TEST_F(SChannelHandshakeTest, AFailedStepIsLoggedAndFailsTheOperation) {
     StartClient();
-    provider.steps = {{SEC_E_INVALID_TOKEN}};
+    provider.steps = {{SecEInvalidToken}};
     EXPECT_EQ(Inject("ab"), -1);
     EXPECT_THAT(logger->Messages(4), ElementsAre("InitializeSecurityContextA failed with error -2146893048"));
-    provider.steps = {{SEC_E_INVALID_TOKEN}};
+    provider.steps = {{SecEInvalidToken}};
     EXPECT_EQ(Extract().first, -1);
-    provider.steps = {{SEC_E_INVALID_TOKEN}};
+    provider.steps = {{SecEInvalidToken}};
     EXPECT_EQ(Read().first, -1);
-    provider.steps = {{SEC_E_INVALID_TOKEN}};
+    provider.steps = {{SecEInvalidToken}};
     EXPECT_EQ(Write("x"), -1);
 }
 
 TEST_F(SChannelHandshakeTest, BytesOfAnExtraBufferStayForLater) {
     for (std::size_t slot : {0u, 1u}) {
         StartClient();
-        provider.steps = {{SEC_I_CONTINUE_NEEDED, "t", 3, 0, slot}, {SEC_I_CONTINUE_NEEDED, "t"}};
+        provider.steps = {{SecIContinueNeeded, "t", 3, 0, slot}, {SecIContinueNeeded, "t"}};
         Inject("hello+xyz");
         EXPECT_EQ(provider.stepCalls.back().offered, "hello+xyz");
         Inject("!");
@@ -235,7 +235,7 @@ TEST_F(SChannelHandshakeTest, BytesOfAnExtraBufferStayForLater) {
 
 TEST_F(SChannelHandshakeTest, MoreExtraBytesThanWereOfferedAreAllOfThem) {
     StartClient();
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "t", 100}, {SEC_I_CONTINUE_NEEDED, "t"}};
+    provider.steps = {{SecIContinueNeeded, "t", 100}, {SecIContinueNeeded, "t"}};
     EXPECT_EQ(Inject("abc"), 3);
     EXPECT_EQ(Inject("d"), 1);
     EXPECT_EQ(provider.stepCalls.back().offered, "abcd");
@@ -243,7 +243,7 @@ TEST_F(SChannelHandshakeTest, MoreExtraBytesThanWereOfferedAreAllOfThem) {
 
 TEST_F(SChannelHandshakeTest, ATokenLongerThanItsRoomEndsWithTheRoom) {
     StartClient();
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "token", -1, 0x77, 1, 1000}};
+    provider.steps = {{SecIContinueNeeded, "token", -1, 0x77, 1, 1000}};
     EXPECT_EQ(Inject("abc"), 3);
     EXPECT_EQ(Extract().first, 256);
 }
@@ -251,14 +251,13 @@ TEST_F(SChannelHandshakeTest, ATokenLongerThanItsRoomEndsWithTheRoom) {
 TEST_F(SChannelHandshakeTest, AStepThatNeedsMoreAndMadeNoTokenIsRepeatedWithTheExtraBytes) {
     StartClient();
     Forget();
-    provider.steps = {
-        {SEC_I_CONTINUE_NEEDED, "", 3}, {SEC_I_CONTINUE_NEEDED, "", 1}, {SEC_I_CONTINUE_NEEDED, "t"}};
+    provider.steps = {{SecIContinueNeeded, "", 3}, {SecIContinueNeeded, "", 1}, {SecIContinueNeeded, "t"}};
     EXPECT_EQ(Inject("abcdef"), 6);
     ASSERT_EQ(provider.stepCalls.size(), 3u);
     EXPECT_EQ(provider.stepCalls[1].offered, "def");
     EXPECT_EQ(provider.stepCalls[2].offered, "f");
     for (const auto& call : provider.stepCalls)
-        EXPECT_THAT(call.inputTypes, ElementsAre(SECBUFFER_TOKEN, SECBUFFER_EMPTY));
+        EXPECT_THAT(call.inputTypes, ElementsAre(SecBufferToken, SecBufferEmpty));
     EXPECT_TRUE(connection->WantsCiphertext());
     EXPECT_EQ(Extract().second, "hellot");
 }
@@ -266,7 +265,7 @@ TEST_F(SChannelHandshakeTest, AStepThatNeedsMoreAndMadeNoTokenIsRepeatedWithTheE
 TEST_F(SChannelHandshakeTest, AStepThatNeedsMoreAndTookNothingWaitsInsteadOfRepeating) {
     StartClient();
     Forget();
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "", 6}, {SEC_I_CONTINUE_NEEDED, "t"}};
+    provider.steps = {{SecIContinueNeeded, "", 6}, {SecIContinueNeeded, "t"}};
     EXPECT_EQ(Inject("abcdef"), 6);
     EXPECT_EQ(provider.stepCalls.size(), 1u);
     EXPECT_TRUE(connection->WantsCiphertext());
@@ -277,7 +276,7 @@ TEST_F(SChannelHandshakeTest, AStepThatNeedsMoreAndTookNothingWaitsInsteadOfRepe
 TEST_F(SChannelHandshakeTest, AnExtraBufferOfNoBytesEndsTheRepetition) {
     StartClient();
     Forget();
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "", 0}};
+    provider.steps = {{SecIContinueNeeded, "", 0}};
     EXPECT_EQ(Inject("abc"), 3);
     EXPECT_EQ(provider.stepCalls.size(), 1u);
     EXPECT_TRUE(connection->WantsCiphertext());
@@ -286,7 +285,7 @@ TEST_F(SChannelHandshakeTest, AnExtraBufferOfNoBytesEndsTheRepetition) {
 TEST_F(SChannelHandshakeTest, AStepWithoutTokenAndWithoutExtraIsNotRepeated) {
     StartClient();
     Forget();
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, ""}, {SEC_E_INVALID_TOKEN}};
+    provider.steps = {{SecIContinueNeeded, ""}, {SecEInvalidToken}};
     EXPECT_EQ(Inject("abc"), 3);
     EXPECT_EQ(provider.stepCalls.size(), 1u);
     EXPECT_TRUE(connection->WantsCiphertext());
@@ -295,14 +294,14 @@ TEST_F(SChannelHandshakeTest, AStepWithoutTokenAndWithoutExtraIsNotRepeated) {
 TEST_F(SChannelHandshakeTest, AStepWithATokenIsNotRepeatedThoughBytesAreLeft) {
     StartClient();
     Forget();
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "t", 2}, {SEC_E_INVALID_TOKEN}};
+    provider.steps = {{SecIContinueNeeded, "t", 2}, {SecEInvalidToken}};
     EXPECT_EQ(Inject("abc"), 3);
     EXPECT_EQ(provider.stepCalls.size(), 1u);
 }
 
 TEST_F(SChannelHandshakeTest, ALaterStepThatNeedsCompletionIsCompleted) {
     StartClient("");
-    provider.steps = {{SEC_I_COMPLETE_NEEDED, "one"}, {SEC_I_COMPLETE_AND_CONTINUE, "two"}};
+    provider.steps = {{SecICompleteNeeded, "one"}, {SecICompleteAndContinue, "two"}};
     EXPECT_EQ(Inject("a"), 1);
     EXPECT_EQ(provider.completedToken, "one");
     EXPECT_FALSE(connection->WantsCiphertext());
@@ -313,9 +312,9 @@ TEST_F(SChannelHandshakeTest, ALaterStepThatNeedsCompletionIsCompleted) {
 }
 
 TEST_F(SChannelHandshakeTest, AFailedCompletionOfALaterStepFailsAndSendsNothing) {
-    for (SECURITY_STATUS status : {SEC_I_COMPLETE_NEEDED, SEC_I_COMPLETE_AND_CONTINUE}) {
+    for (SECURITY_STATUS status : {SecICompleteNeeded, SecICompleteAndContinue}) {
         StartClient("");
-        provider.completeStatus = SEC_E_INTERNAL_ERROR;
+        provider.completeStatus = SecEInternalError;
         provider.steps = {{status, "tok"}};
         EXPECT_EQ(Inject("a"), -1);
         EXPECT_EQ(logger->Messages(4).back(), "CompleteAuthToken failed with error -2146893052");
@@ -339,7 +338,7 @@ TEST_F(SChannelHandshakeTest, AnUnknownSuccessOfALaterStepIsLoggedAtLevel3AndGoe
 TEST_F(SChannelHandshakeTest, TheLastStepFetchesTheStreamSizesAndIsReady) {
     StartClient();
     Forget();
-    provider.steps = {{SEC_E_OK, "finished"}};
+    provider.steps = {{SecEOk, "finished"}};
     EXPECT_EQ(Inject("server"), 6);
     EXPECT_THAT(provider.calls, ElementsAre("InitializeSecurityContextA", "QueryContextAttributesA 4"));
     EXPECT_FALSE(connection->WantsCiphertext());
@@ -364,14 +363,14 @@ TEST_F(SChannelHandshakeTest, BuffersThatAreLongEnoughStayAsTheyAre) {
 TEST_F(SChannelHandshakeTest, StreamSizesBeyond32BitsFail) {
     provider.sizes = {std::numeric_limits<std::uint32_t>::max(), 1, 0, 4, 1};
     StartClient();
-    provider.steps = {{SEC_E_OK}};
+    provider.steps = {{SecEOk}};
     EXPECT_EQ(Inject("server"), -1);
 }
 
 TEST_F(SChannelHandshakeTest, FailsWithoutMemoryForARecord) {
     provider.sizes = {5, 3, 100000, 4, 1};
     StartClient();
-    provider.steps = {{SEC_E_OK}};
+    provider.steps = {{SecEOk}};
     const auto before = OmbryZephCore::ZephIOBuffer::ReplaceAllocator(&RefuseEveryAllocation);
     const std::int32_t result = Inject("server");
     OmbryZephCore::ZephIOBuffer::ReplaceAllocator(before);
@@ -380,9 +379,9 @@ TEST_F(SChannelHandshakeTest, FailsWithoutMemoryForARecord) {
 }
 
 TEST_F(SChannelHandshakeTest, FailsIfTheStreamSizesCannotBeHad) {
-    provider.sizesStatus = SEC_E_INTERNAL_ERROR;
+    provider.sizesStatus = SecEInternalError;
     StartClient();
-    provider.steps = {{SEC_E_OK, "finished"}};
+    provider.steps = {{SecEOk, "finished"}};
     EXPECT_EQ(Inject("server"), -1);
     EXPECT_THAT(
         logger->Messages(4),
@@ -400,7 +399,7 @@ TEST_F(SChannelHandshakeTest, TheValidatorSeesTheCertificateBeforeAnythingElseAn
     });
     StartClient();
     Forget();
-    provider.steps = {{SEC_E_OK}};
+    provider.steps = {{SecEOk}};
     EXPECT_EQ(Inject("server"), 6);
     EXPECT_EQ(seen, &provider.certificate);
     EXPECT_THAT(provider.calls, ElementsAre("InitializeSecurityContextA", "QueryContextAttributesA 83",
@@ -411,7 +410,7 @@ TEST_F(SChannelHandshakeTest, ARefusedCertificateFailsTheOperationThatFinishedTh
     connection->SetValidator([](CertificateContextPointer*) { return false; });
     StartClient();
     Forget();
-    provider.steps = {{SEC_E_OK, "finished"}};
+    provider.steps = {{SecEOk, "finished"}};
     EXPECT_EQ(Inject("server"), -1);
     EXPECT_THAT(logger->Messages(3),
                 ElementsAre("Certificate validation returned failure.  Connection will be closed."));
@@ -423,7 +422,7 @@ TEST_F(SChannelHandshakeTest, ARefusedCertificateFailsTheOperationThatFinishedTh
 TEST_F(SChannelHandshakeTest, ARefusedSessionMovesNoByteInAnyLaterOperation) {
     connection->SetValidator([](CertificateContextPointer*) { return false; });
     StartClient();
-    provider.steps = {{SEC_E_OK, "finished", 2}};
+    provider.steps = {{SecEOk, "finished", 2}};
     EXPECT_EQ(Inject("server12"), -1);
     Forget();
     EXPECT_EQ(Read().first, -1);
@@ -436,7 +435,7 @@ TEST_F(SChannelHandshakeTest, ARefusedSessionMovesNoByteInAnyLaterOperation) {
 TEST_F(SChannelHandshakeTest, ASessionWhoseValidatorThrowsIsRefusedAndItsCertificateFreed) {
     connection->SetValidator([](CertificateContextPointer*) -> bool { throw std::runtime_error("judge"); });
     StartClient();
-    provider.steps = {{SEC_E_OK}};
+    provider.steps = {{SecEOk}};
     EXPECT_THROW(Inject("server"), std::runtime_error);
     EXPECT_EQ(provider.CallsOf("FreeCertificate"), 1);
     EXPECT_EQ(Write("secret"), -1);
@@ -447,7 +446,7 @@ TEST_F(SChannelHandshakeTest, ASessionWithoutCertificateIsRefusedWhereAValidator
     connection->SetValidator([&](CertificateContextPointer*) { return ++asked > 0; });
     provider.nullCertificate = true;
     StartClient();
-    provider.steps = {{SEC_E_OK}};
+    provider.steps = {{SecEOk}};
     EXPECT_EQ(Inject("server"), -1);
     EXPECT_EQ(asked, 0);
     EXPECT_TRUE(logger->Has(3, "Certificate validation returned failure.  Connection will be closed."));
@@ -457,9 +456,9 @@ TEST_F(SChannelHandshakeTest, ASessionWithoutCertificateIsRefusedWhereAValidator
 TEST_F(SChannelHandshakeTest, FailsIfTheCertificateCannotBeHad) {
     int asked = 0;
     connection->SetValidator([&](CertificateContextPointer*) { return ++asked > 0; });
-    provider.certificateStatus = SEC_E_INTERNAL_ERROR;
+    provider.certificateStatus = SecEInternalError;
     StartClient();
-    provider.steps = {{SEC_E_OK}};
+    provider.steps = {{SecEOk}};
     EXPECT_EQ(Inject("server"), -1);
     EXPECT_EQ(asked, 0);
     EXPECT_THAT(logger->Messages(4),
@@ -475,7 +474,7 @@ TEST_F(SChannelHandshakeTest, WithoutValidatorTheCertificateIsNotEvenFetched) {
 
 TEST_F(SChannelHandshakeTest, TheOperationThatFinishesTheHandshakeMayBeAnExtraction) {
     StartClient();
-    provider.steps = {{SEC_E_BUFFER_TOO_SMALL}, {SEC_E_OK, "finished"}};
+    provider.steps = {{SecEBufferTooSmall}, {SecEOk, "finished"}};
     Inject("server");
     EXPECT_EQ(Extract().second, "hello");
     EXPECT_EQ(connection->ContinueInitIfNecessary(), 1);
@@ -502,26 +501,26 @@ TEST_F(SChannelHandshakeTest, CarryingOnSaysReadyWaitingOrFailed) {
     EXPECT_EQ(connection->ContinueInitIfNecessary(), 0) << "no input";
     Inject("a");
     EXPECT_EQ(connection->ContinueInitIfNecessary(), 0) << "incomplete";
-    provider.steps = {{SEC_E_BUFFER_TOO_SMALL}};
+    provider.steps = {{SecEBufferTooSmall}};
     EXPECT_EQ(connection->ContinueInitIfNecessary(), 0) << "no room";
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "", 1}};
+    provider.steps = {{SecIContinueNeeded, "", 1}};
     EXPECT_EQ(connection->ContinueInitIfNecessary(), 0) << "nothing taken";
-    provider.steps = {{SEC_I_CONTINUE_NEEDED, "token"}};
+    provider.steps = {{SecIContinueNeeded, "token"}};
     EXPECT_EQ(connection->ContinueInitIfNecessary(), 0) << "a step among others";
     Inject("b");
-    provider.steps = {{SEC_E_OK}};
+    provider.steps = {{SecEOk}};
     EXPECT_EQ(connection->ContinueInitIfNecessary(), 1) << "the last step";
     EXPECT_EQ(connection->ContinueInitIfNecessary(), 1) << "nothing to carry on";
     StartClient();
     Inject("c");
-    provider.steps = {{SEC_E_INVALID_TOKEN}};
+    provider.steps = {{SecEInvalidToken}};
     EXPECT_EQ(connection->ContinueInitIfNecessary(), -1);
 }
 
 TEST_F(SChannelHandshakeTest, CommonTasksFailWithMinusOne) {
-    provider.packageStatus = SEC_E_INTERNAL_ERROR;
+    provider.packageStatus = SecEInternalError;
     EXPECT_EQ(connection->DoCommonInitializationTasks(), -1);
-    provider.packageStatus = SEC_E_OK;
+    provider.packageStatus = SecEOk;
     EXPECT_EQ(connection->DoCommonInitializationTasks(), 0);
     OmbryZephCore::ZephSChannelConnection other(logger);
     provider.loadErrors["SCHANNEL.DLL"] = 126;
@@ -537,9 +536,9 @@ TEST_F(SChannelHandshakeTest, AServerWaitsForTheFirstFlight) {
 
 TEST_F(SChannelHandshakeTest, AServerAsksFirstForWhatItWantsAndThenForWhatItGot) {
     connection->InitializeAsServer(&credentials);
-    provider.steps = {{SEC_E_INCOMPLETE_MESSAGE, "", -1, 0x11},
-                      {SEC_I_CONTINUE_NEEDED, "s1", -1, 0x22},
-                      {SEC_E_OK, "s2", -1, 0x33}};
+    provider.steps = {{SecEIncompleteMessage, "", -1, 0x11},
+                      {SecIContinueNeeded, "s1", -1, 0x22},
+                      {SecEOk, "s2", -1, 0x33}};
     Inject("a");
     Inject("b");
     Inject("c");
@@ -559,7 +558,7 @@ TEST_F(SChannelHandshakeTest, AServerAsksFirstForWhatItWantsAndThenForWhatItGot)
 
 TEST_F(SChannelHandshakeTest, AServersMessagesNameItsOwnFunction) {
     connection->InitializeAsServer(&credentials);
-    provider.steps = {{0x90399}, {SEC_E_INVALID_TOKEN}};
+    provider.steps = {{0x90399}, {SecEInvalidToken}};
     EXPECT_EQ(Inject("a"), 1);
     EXPECT_EQ(Inject("b"), -1);
     EXPECT_THAT(logger->Messages(3),

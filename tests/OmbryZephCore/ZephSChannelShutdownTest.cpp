@@ -23,10 +23,10 @@ protected:
 };
 
 TEST_F(SChannelShutdownTest, SendsOneCloseAndIsCompleteIfItNeedNotWait) {
-    provider.steps = {{SEC_E_OK, "close"}};
+    provider.steps = {{SecEOk, "close"}};
     EXPECT_EQ(connection->shutdown(false), 1);
     EXPECT_THAT(provider.calls, ElementsAre("ApplyControlToken", "InitializeSecurityContextA"));
-    EXPECT_THAT(provider.controlTypes, ElementsAre(SECBUFFER_TOKEN));
+    EXPECT_THAT(provider.controlTypes, ElementsAre(SecBufferToken));
     EXPECT_EQ(provider.controlToken, std::string("\x01\x00\x00\x00", 4));
     EXPECT_EQ(provider.stepCalls[0].flags, 0x8010u);
     EXPECT_TRUE(provider.stepCalls[0].hasContext);
@@ -39,14 +39,14 @@ TEST_F(SChannelShutdownTest, SendsOneCloseAndIsCompleteIfItNeedNotWait) {
 
 TEST_F(SChannelShutdownTest, TheCloseStandsBehindWaitingOutput) {
     Write("a");
-    provider.steps = {{SEC_E_OK, "close"}};
+    provider.steps = {{SecEOk, "close"}};
     EXPECT_EQ(connection->shutdown(false), 1);
     EXPECT_EQ(provider.stepCalls[0].room, 256u - 8u);
     EXPECT_EQ(Extract(), Result(13, "<<<<<b>>close"));
 }
 
 TEST_F(SChannelShutdownTest, TheCloseIsSentOnlyOnce) {
-    provider.steps = {{SEC_E_OK, "close"}};
+    provider.steps = {{SecEOk, "close"}};
     connection->shutdown(false);
     Forget();
     EXPECT_EQ(connection->shutdown(false), 1);
@@ -55,14 +55,14 @@ TEST_F(SChannelShutdownTest, TheCloseIsSentOnlyOnce) {
 }
 
 TEST_F(SChannelShutdownTest, AnyOtherSuccessOfTheCloseCountsAsSent) {
-    provider.steps = {{SEC_I_CONTEXT_EXPIRED, "close"}};
+    provider.steps = {{SecIContextExpired, "close"}};
     EXPECT_EQ(connection->shutdown(false), 1);
     EXPECT_EQ(Extract(), Result(5, "close"));
     EXPECT_THAT(logger->Messages(), IsEmpty());
 }
 
 TEST_F(SChannelShutdownTest, AFailedControlTokenIsLoggedAtLevel3) {
-    provider.controlStatus = SEC_E_INVALID_HANDLE;
+    provider.controlStatus = SecEInvalidHandle;
     EXPECT_EQ(connection->shutdown(false), -1);
     EXPECT_THAT(logger->Messages(3), ElementsAre("ApplyControlToken failed with error -2146893055"));
     EXPECT_EQ(logger->Entries().size(), 1u);
@@ -71,7 +71,7 @@ TEST_F(SChannelShutdownTest, AFailedControlTokenIsLoggedAtLevel3) {
 }
 
 TEST_F(SChannelShutdownTest, ACloseThatDoesNotFitIsTriedAgainFromTheStart) {
-    provider.steps = {{SEC_E_BUFFER_TOO_SMALL}, {SEC_E_OK, "close"}};
+    provider.steps = {{SecEBufferTooSmall}, {SecEOk, "close"}};
     EXPECT_EQ(connection->shutdown(false), 0);
     EXPECT_TRUE(connection->IsOutputBlocked());
     EXPECT_FALSE(connection->IsShuttingDown());
@@ -81,7 +81,7 @@ TEST_F(SChannelShutdownTest, ACloseThatDoesNotFitIsTriedAgainFromTheStart) {
 }
 
 TEST_F(SChannelShutdownTest, AFailedCloseIsLoggedAtLevel3) {
-    provider.steps = {{SEC_E_INTERNAL_ERROR}};
+    provider.steps = {{SecEInternalError}};
     EXPECT_EQ(connection->shutdown(true), -1);
     EXPECT_THAT(logger->Messages(3), ElementsAre("InitializeSecurityContextA failed with error -2146893052"));
     EXPECT_EQ(logger->Entries().size(), 1u);
@@ -89,17 +89,17 @@ TEST_F(SChannelShutdownTest, AFailedCloseIsLoggedAtLevel3) {
 }
 
 TEST_F(SChannelShutdownTest, AnIncompleteCloseIsAFailureToo) {
-    provider.steps = {{SEC_E_INCOMPLETE_MESSAGE}};
+    provider.steps = {{SecEIncompleteMessage}};
     EXPECT_EQ(connection->shutdown(false), -1);
     EXPECT_FALSE(connection->WantsCiphertext());
 }
 
 TEST_F(SChannelShutdownTest, AfterThePeersCloseItIsCompleteAtOnceEvenIfItWaits) {
-    provider.decryptions = {{SEC_I_CONTEXT_EXPIRED, {}}};
+    provider.decryptions = {{SecIContextExpired, {}}};
     Inject("ALT");
     Read();
     EXPECT_FALSE(connection->IsShutdownComplete());
-    provider.steps = {{SEC_E_OK, "close"}};
+    provider.steps = {{SecEOk, "close"}};
     EXPECT_EQ(connection->shutdown(true), 1);
     EXPECT_EQ(provider.stepCalls.size(), 1u);
     EXPECT_TRUE(connection->IsShutdownComplete());
@@ -107,18 +107,18 @@ TEST_F(SChannelShutdownTest, AfterThePeersCloseItIsCompleteAtOnceEvenIfItWaits) 
 
 TEST_F(SChannelShutdownTest, WaitingOffersTheInputByteByByteFromNone) {
     Inject("abc");
-    provider.steps = {{SEC_E_OK, "close"},
-                      {SEC_E_INCOMPLETE_MESSAGE},
-                      {SEC_E_INCOMPLETE_MESSAGE},
-                      {SEC_E_INCOMPLETE_MESSAGE},
-                      {SEC_E_OK, "bye"}};
+    provider.steps = {{SecEOk, "close"},
+                      {SecEIncompleteMessage},
+                      {SecEIncompleteMessage},
+                      {SecEIncompleteMessage},
+                      {SecEOk, "bye"}};
     EXPECT_EQ(connection->shutdown(true), 1);
     EXPECT_THAT(Offers(), ElementsAre("", "a", "ab", "abc"));
     for (const auto& call : provider.stepCalls) {
         EXPECT_EQ(call.flags, 0x8010u);
         EXPECT_TRUE(call.hasContext);
     }
-    EXPECT_THAT(provider.stepCalls.back().inputTypes, ElementsAre(SECBUFFER_TOKEN, SECBUFFER_EMPTY));
+    EXPECT_THAT(provider.stepCalls.back().inputTypes, ElementsAre(SecBufferToken, SecBufferEmpty));
     EXPECT_EQ(provider.stepCalls.back().room, 256u - 5u);
     EXPECT_TRUE(connection->IsShutdownComplete());
     EXPECT_EQ(Extract(), Result(8, "closebye"));
@@ -128,10 +128,8 @@ TEST_F(SChannelShutdownTest, WaitingOffersTheInputByteByByteFromNone) {
 
 TEST_F(SChannelShutdownTest, WaitingStopsWithTheOfferThatHoldsTheClose) {
     Inject("abcdef");
-    provider.steps = {{SEC_E_OK, "close"},
-                      {SEC_E_INCOMPLETE_MESSAGE},
-                      {SEC_E_INCOMPLETE_MESSAGE},
-                      {SEC_I_CONTEXT_EXPIRED, ""}};
+    provider.steps = {
+        {SecEOk, "close"}, {SecEIncompleteMessage}, {SecEIncompleteMessage}, {SecIContextExpired, ""}};
     EXPECT_EQ(connection->shutdown(true), 1);
     EXPECT_THAT(Offers(), ElementsAre("", "a", "ab"));
     EXPECT_EQ(ExtractUnprocessed(), Result(4, "cdef"));
@@ -139,7 +137,7 @@ TEST_F(SChannelShutdownTest, WaitingStopsWithTheOfferThatHoldsTheClose) {
 
 TEST_F(SChannelShutdownTest, OnceAllWasOfferedItWantsCiphertextAndWaits) {
     Inject("ab");
-    provider.steps = {{SEC_E_OK, "close"}};
+    provider.steps = {{SecEOk, "close"}};
     EXPECT_EQ(connection->shutdown(true), 0);
     EXPECT_THAT(Offers(), ElementsAre("", "a", "ab"));
     EXPECT_TRUE(connection->WantsCiphertext());
@@ -154,7 +152,7 @@ TEST_F(SChannelShutdownTest, OnceAllWasOfferedItWantsCiphertextAndWaits) {
 }
 
 TEST_F(SChannelShutdownTest, AWaitThatIsGivenUpCompletes) {
-    provider.steps = {{SEC_E_OK, "close"}};
+    provider.steps = {{SecEOk, "close"}};
     EXPECT_EQ(connection->shutdown(true), 0);
     EXPECT_FALSE(connection->IsShutdownComplete());
     EXPECT_EQ(connection->shutdown(false), 1);
@@ -165,7 +163,7 @@ TEST_F(SChannelShutdownTest, AWaitThatIsGivenUpCompletes) {
 
 TEST_F(SChannelShutdownTest, OutputThatDoesNotFitStopsTheWait) {
     Inject("ab");
-    provider.steps = {{SEC_E_OK, "close"}, {SEC_E_INCOMPLETE_MESSAGE}, {SEC_E_BUFFER_TOO_SMALL}};
+    provider.steps = {{SecEOk, "close"}, {SecEIncompleteMessage}, {SecEBufferTooSmall}};
     EXPECT_EQ(connection->shutdown(true), 0);
     EXPECT_TRUE(connection->IsOutputBlocked());
     EXPECT_FALSE(connection->WantsCiphertext());
@@ -174,7 +172,7 @@ TEST_F(SChannelShutdownTest, OutputThatDoesNotFitStopsTheWait) {
 
 TEST_F(SChannelShutdownTest, AFailureWhileWaitingIsLoggedAtLevel3) {
     Inject("ab");
-    provider.steps = {{SEC_E_OK, "close"}, {SEC_E_DECRYPT_FAILURE}};
+    provider.steps = {{SecEOk, "close"}, {SecEDecryptFailure}};
     EXPECT_EQ(connection->shutdown(true), -1);
     EXPECT_THAT(logger->Messages(3), ElementsAre("InitializeSecurityContextA failed with error -2146893008"));
     EXPECT_EQ(logger->Entries().size(), 1u);
@@ -183,11 +181,11 @@ TEST_F(SChannelShutdownTest, AFailureWhileWaitingIsLoggedAtLevel3) {
 
 TEST_F(SChannelShutdownTest, BytesOfAnExtraBufferAreKeptBeforeThoseThatWereNotOffered) {
     Inject("abcdef");
-    provider.steps = {{SEC_E_OK, ""},
-                      {SEC_E_INCOMPLETE_MESSAGE},
-                      {SEC_E_INCOMPLETE_MESSAGE},
-                      {SEC_E_INCOMPLETE_MESSAGE},
-                      {SEC_E_OK, "", 2}};
+    provider.steps = {{SecEOk, ""},
+                      {SecEIncompleteMessage},
+                      {SecEIncompleteMessage},
+                      {SecEIncompleteMessage},
+                      {SecEOk, "", 2}};
     EXPECT_EQ(connection->shutdown(true), 1);
     EXPECT_THAT(Offers(), ElementsAre("", "a", "ab", "abc"));
     EXPECT_EQ(ExtractUnprocessed(), Result(5, "bcdef"));
@@ -195,12 +193,12 @@ TEST_F(SChannelShutdownTest, BytesOfAnExtraBufferAreKeptBeforeThoseThatWereNotOf
 
 TEST_F(SChannelShutdownTest, AStepThatNeedsMoreAndMadeNoTokenGoesRoundWithWhatIsLeft) {
     Inject("abcd");
-    provider.steps = {{SEC_E_OK, ""},
-                      {SEC_E_INCOMPLETE_MESSAGE},
-                      {SEC_E_INCOMPLETE_MESSAGE},
-                      {SEC_I_CONTINUE_NEEDED, "", 1},
-                      {SEC_E_INCOMPLETE_MESSAGE},
-                      {SEC_I_CONTEXT_EXPIRED, "bye"}};
+    provider.steps = {{SecEOk, ""},
+                      {SecEIncompleteMessage},
+                      {SecEIncompleteMessage},
+                      {SecIContinueNeeded, "", 1},
+                      {SecEIncompleteMessage},
+                      {SecIContextExpired, "bye"}};
     EXPECT_EQ(connection->shutdown(true), 1);
     EXPECT_THAT(Offers(), ElementsAre("", "a", "ab", "", "b"));
     EXPECT_EQ(ExtractUnprocessed(), Result(2, "cd"));
@@ -209,10 +207,8 @@ TEST_F(SChannelShutdownTest, AStepThatNeedsMoreAndMadeNoTokenGoesRoundWithWhatIs
 
 TEST_F(SChannelShutdownTest, AStepThatNeedsMoreAndTookNothingIsOfferedMore) {
     Inject("ab");
-    provider.steps = {{SEC_E_OK, ""},
-                      {SEC_I_CONTINUE_NEEDED, ""},
-                      {SEC_I_CONTINUE_NEEDED, "", 1},
-                      {SEC_I_CONTINUE_NEEDED, "", 2}};
+    provider.steps = {
+        {SecEOk, ""}, {SecIContinueNeeded, ""}, {SecIContinueNeeded, "", 1}, {SecIContinueNeeded, "", 2}};
     EXPECT_EQ(connection->shutdown(true), 0);
     EXPECT_THAT(Offers(), ElementsAre("", "a", "ab"));
     EXPECT_TRUE(connection->WantsCiphertext());
@@ -220,7 +216,7 @@ TEST_F(SChannelShutdownTest, AStepThatNeedsMoreAndTookNothingIsOfferedMore) {
 }
 
 TEST_F(SChannelShutdownTest, AnUnknownSuccessWhileWaitingIsLoggedAtLevel3AndCountsAsThePeersClose) {
-    provider.steps = {{SEC_E_OK, "close"}, {0x90399, "bye"}};
+    provider.steps = {{SecEOk, "close"}, {0x90399, "bye"}};
     EXPECT_EQ(connection->shutdown(true), 1);
     EXPECT_THAT(logger->Messages(3),
                 ElementsAre("Unexpected success status from InitializeSecurityContextA"));
@@ -228,7 +224,7 @@ TEST_F(SChannelShutdownTest, AnUnknownSuccessWhileWaitingIsLoggedAtLevel3AndCoun
 }
 
 TEST_F(SChannelShutdownTest, AStepThatNeedsMoreButMadeATokenCountsAsAnUnknownSuccess) {
-    provider.steps = {{SEC_E_OK, ""}, {SEC_I_CONTINUE_NEEDED, "bye"}};
+    provider.steps = {{SecEOk, ""}, {SecIContinueNeeded, "bye"}};
     EXPECT_EQ(connection->shutdown(true), 1);
     EXPECT_THAT(logger->Messages(3),
                 ElementsAre("Unexpected success status from InitializeSecurityContextA"));
@@ -237,24 +233,24 @@ TEST_F(SChannelShutdownTest, AStepThatNeedsMoreButMadeATokenCountsAsAnUnknownSuc
 
 TEST_F(SChannelShutdownTest, WaitingOffersNoMoreThanStandsBehindThePlaintext) {
     provider.decryptions = {
-        {SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 3}, {SECBUFFER_EXTRA, 5, 2}}}};
+        {SecEOk, {{SecBufferStreamHeader, 0, 2}, {SecBufferData, 2, 3}, {SecBufferExtra, 5, 2}}}};
     Inject("HHoneAL");
     EXPECT_EQ(Read(1), Result(1, "o"));
-    provider.steps = {{SEC_E_OK, ""}};
+    provider.steps = {{SecEOk, ""}};
     EXPECT_EQ(connection->shutdown(true), 0);
     EXPECT_THAT(Offers(), ElementsAre("", "A", "AL"));
 }
 
 TEST_F(SChannelShutdownTest, WaitingLeavesPlaintextThatWasNotReadYetInPlace) {
     provider.decryptions = {
-        {SEC_E_OK, {{SECBUFFER_STREAM_HEADER, 0, 2}, {SECBUFFER_DATA, 2, 3}, {SECBUFFER_EXTRA, 5, 4}}}};
+        {SecEOk, {{SecBufferStreamHeader, 0, 2}, {SecBufferData, 2, 3}, {SecBufferExtra, 5, 4}}}};
     Inject("HHoneALTx");
     EXPECT_EQ(Read(1), Result(1, "o"));
-    provider.steps = {{SEC_E_OK, ""},
-                      {SEC_E_INCOMPLETE_MESSAGE},
-                      {SEC_E_INCOMPLETE_MESSAGE},
-                      {SEC_E_INCOMPLETE_MESSAGE},
-                      {SEC_I_CONTEXT_EXPIRED, ""}};
+    provider.steps = {{SecEOk, ""},
+                      {SecEIncompleteMessage},
+                      {SecEIncompleteMessage},
+                      {SecEIncompleteMessage},
+                      {SecIContextExpired, ""}};
     EXPECT_EQ(connection->shutdown(true), 1);
     EXPECT_THAT(Offers(), ElementsAre("", "A", "AL", "ALT"));
     EXPECT_EQ(Read(), Result(2, "ne"));
@@ -265,7 +261,7 @@ class SChannelServerShutdownTest : public SChannelFixture {};
 
 TEST_F(SChannelServerShutdownTest, AServerClosesThroughItsOwnFunction) {
     ConnectAsServer();
-    provider.steps = {{SEC_E_OK, "close"}, {0x90399, ""}};
+    provider.steps = {{SecEOk, "close"}, {0x90399, ""}};
     EXPECT_EQ(connection->shutdown(true), 1);
     ASSERT_EQ(provider.stepCalls.size(), 2u);
     EXPECT_EQ(provider.stepCalls[0].function, "AcceptSecurityContext");
@@ -275,7 +271,7 @@ TEST_F(SChannelServerShutdownTest, AServerClosesThroughItsOwnFunction) {
 
 TEST_F(SChannelServerShutdownTest, AServersFailuresNameItsOwnFunction) {
     ConnectAsServer();
-    provider.steps = {{SEC_E_INTERNAL_ERROR}};
+    provider.steps = {{SecEInternalError}};
     EXPECT_EQ(connection->shutdown(false), -1);
     EXPECT_THAT(logger->Messages(3), ElementsAre("AcceptSecurityContext failed with error -2146893052"));
 }

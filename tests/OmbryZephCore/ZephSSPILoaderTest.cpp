@@ -47,7 +47,7 @@ TEST_F(SSPILoaderTest, UnloadReleasesTheLibraryOnce) {
     loader.Unload();
     EXPECT_EQ(loader.GetFunctions(), nullptr);
     loader.Unload();
-    EXPECT_EQ(provider.CallsOf("FreeModule"), 1);
+    EXPECT_EQ(provider.CallsOf("ReleaseModule"), 1);
     EXPECT_THAT(provider.books.Faults(), IsEmpty());
 }
 
@@ -61,7 +61,7 @@ TEST_F(SSPILoaderTest, LoadsAgainAfterUnload) {
 
 TEST_F(SSPILoaderTest, DestructionReleasesTheLibrary) {
     { ZephSSPILoader(logger).Initialize(true); }
-    EXPECT_EQ(provider.CallsOf("FreeModule"), 1);
+    EXPECT_EQ(provider.CallsOf("ReleaseModule"), 1);
     EXPECT_THAT(provider.books.Faults(), IsEmpty());
 }
 
@@ -108,7 +108,7 @@ TEST_F(SSPILoaderTest, ReleasesALibraryWithoutInitializationFunction) {
                 ElementsAre("Failed to get the address of the initialization function for "
                             "the security DLL (error 127)."));
     EXPECT_THAT(provider.calls, ElementsAre("LoadModule SCHANNEL.DLL",
-                                            "FindEntryPoint InitSecurityInterfaceA", "FreeModule"));
+                                            "FindEntryPoint InitSecurityInterfaceA", "ReleaseModule"));
     EXPECT_THAT(provider.books.Faults(), IsEmpty());
 }
 
@@ -117,7 +117,7 @@ TEST_F(SSPILoaderTest, ReleasesALibraryThatFailsToInitializeAndLogsTwoBlanks) {
     EXPECT_EQ(loader.Initialize(true), 1114u);
     EXPECT_THAT(logger->Messages(4),
                 ElementsAre("Security DLL initialization function failed  (error 1114)."));
-    EXPECT_EQ(provider.calls.back(), "FreeModule");
+    EXPECT_EQ(provider.calls.back(), "ReleaseModule");
     EXPECT_EQ(loader.GetFunctions(), nullptr);
     EXPECT_THAT(provider.books.Faults(), IsEmpty());
 }

@@ -85,7 +85,7 @@ TEST_F(ZephSocketConnectorTest, ConnectTakesTheseStepsInThisOrder) {
         ElementsAre("Startup(2)", "GetAddressInfo(one, 443, 0, " + Any + ", " + StreamTcp + ")",
                     "Create(" + V4 + ", " + StreamTcp + ")", "SetNonBlocking(100, 1)",
                     "Connect(100, 10.0.0.1:443)", "Select(-, {100}, {100}, 3000)", "GetSocketError(100)",
-                    "SetNonBlocking(100, 0)", "GetNameInfo(10.0.0.1:443, 46, 6)"));
+                    "SetNonBlocking(100, 0)", "NumericNameOf(10.0.0.1:443, 46, 6)"));
     EXPECT_TRUE(connector.IsConnected());
     EXPECT_EQ(connector.GetSocket(), 100);
     EXPECT_EQ(connector.GetPeerAddress(), "10.0.0.1:443");
@@ -125,7 +125,7 @@ TEST_F(ZephSocketConnectorTest, APeerOfAnotherFamilyHasNoText) {
 }
 
 TEST_F(ZephSocketConnectorTest, APeerWhoseTextFailsOrDoesNotFitHasNoText) {
-    sockets.FailNthCall("GetNameInfo", 1, -4);
+    sockets.FailNthCall("NumericNameOf", 1, -4);
     EXPECT_EQ(Connect("one"), 0u);
     EXPECT_EQ(connector.GetPeerAddress(), "");
 
@@ -157,10 +157,10 @@ TEST_F(ZephSocketConnectorTest, TheNextAddressIsTriedAfterAFailureInTheResolvers
         sockets.Calls(),
         ElementsAre("Startup(2)", "GetAddressInfo(two, 443, 0, " + Any + ", " + StreamTcp + ")",
                     "Create(" + V4 + ", " + StreamTcp + ")", "SetNonBlocking(100, 1)",
-                    "Connect(100, 10.0.0.1:443)", "GetNameInfo(10.0.0.1:443, 46, 6)", "Close(100)",
+                    "Connect(100, 10.0.0.1:443)", "NumericNameOf(10.0.0.1:443, 46, 6)", "Close(100)",
                     "Create(" + V6 + ", " + StreamTcp + ")", "SetNonBlocking(101, 1)",
                     "Connect(101, 2001:db8::1:443)", "Select(-, {101}, {101}, 3000)", "GetSocketError(101)",
-                    "SetNonBlocking(101, 0)", "GetNameInfo(2001:db8::1:443, 46, 6)"));
+                    "SetNonBlocking(101, 0)", "NumericNameOf(2001:db8::1:443, 46, 6)"));
     EXPECT_EQ(connector.GetSocket(), 101);
     EXPECT_EQ(connector.GetPeerAddress(), "[2001:db8::1]:443");
     EXPECT_EQ(sockets.LibraryReferences(), 1);
@@ -276,7 +276,7 @@ TEST_F(ZephSocketConnectorTest, AddressTextsAreNotAskedForWithoutALogThatWantsTh
     ZephSocketConnector silent(nullptr);
     EXPECT_EQ(silent.Connect("one", 443, 3, nullptr, 0), 1u);
     EXPECT_EQ(silent.Connect("nothing", 443, 3, nullptr, 0), 14u);
-    EXPECT_EQ(sockets.CallsOf("GetNameInfo"), 0u);
+    EXPECT_EQ(sockets.CallsOf("NumericNameOf"), 0u);
     EXPECT_EQ(sockets.LibraryReferences(), 0);
 }
 
@@ -321,11 +321,11 @@ TEST_F(ZephSocketConnectorTest, AFailedAddressIsNamedForALogOfItsLevelAndNotAske
     auto warnings = std::make_shared<RecordingLogger>(3);
     EXPECT_EQ(ZephSocketConnector(warnings).Connect("one", 443, 3, nullptr, 0), 1u);
     EXPECT_TRUE(warnings->Has(3, "Failed to connect to 10.0.0.1:443.  Last error = 111"));
-    EXPECT_EQ(sockets.CallsOf("GetNameInfo"), 1u);
+    EXPECT_EQ(sockets.CallsOf("NumericNameOf"), 1u);
     auto errors = std::make_shared<RecordingLogger>(4);
     EXPECT_EQ(ZephSocketConnector(errors).Connect("one", 443, 3, nullptr, 0), 1u);
     EXPECT_THAT(errors->Messages(), IsEmpty());
-    EXPECT_EQ(sockets.CallsOf("GetNameInfo"), 1u);
+    EXPECT_EQ(sockets.CallsOf("NumericNameOf"), 1u);
 }
 
 TEST_F(ZephSocketConnectorTest, ASocketThatCannotBeCreatedFailsTheAttempt) {

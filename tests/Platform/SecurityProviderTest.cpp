@@ -30,27 +30,27 @@ TEST(SecurityProviderTest, NothingBehindTheLibraryIsFoundOnLinux) {
 TEST(SecurityProviderTest, StatusesAre32BitsAndNegativeExactlyForFailures) {
     static_assert(std::is_same_v<SECURITY_STATUS, std::int32_t>);
     static_assert(sizeof(SecHandle) == 2 * sizeof(std::uintptr_t));
-    EXPECT_EQ(static_cast<std::uint32_t>(SEC_E_INCOMPLETE_MESSAGE), 0x80090318u);
-    EXPECT_EQ(static_cast<std::uint32_t>(SEC_E_BUFFER_TOO_SMALL), 0x80090321u);
-    for (SECURITY_STATUS status : {SEC_E_INVALID_HANDLE, SEC_E_INTERNAL_ERROR, SEC_E_INVALID_TOKEN,
-                                   SEC_E_INCOMPLETE_MESSAGE, SEC_E_BUFFER_TOO_SMALL, SEC_E_DECRYPT_FAILURE})
+    EXPECT_EQ(static_cast<std::uint32_t>(SecEIncompleteMessage), 0x80090318u);
+    EXPECT_EQ(static_cast<std::uint32_t>(SecEBufferTooSmall), 0x80090321u);
+    for (SECURITY_STATUS status : {SecEInvalidHandle, SecEInternalError, SecEInvalidToken,
+                                   SecEIncompleteMessage, SecEBufferTooSmall, SecEDecryptFailure})
         EXPECT_LT(status, 0);
-    EXPECT_EQ(SEC_E_OK, 0);
-    EXPECT_EQ(SEC_I_CONTINUE_NEEDED, 0x90312);
-    EXPECT_EQ(SEC_I_COMPLETE_NEEDED, 0x90313);
-    EXPECT_EQ(SEC_I_COMPLETE_AND_CONTINUE, 0x90314);
-    EXPECT_EQ(SEC_I_CONTEXT_EXPIRED, 0x90317);
-    EXPECT_EQ(SEC_I_RENEGOTIATE, 0x90321);
+    EXPECT_EQ(SecEOk, 0);
+    EXPECT_EQ(SecIContinueNeeded, 0x90312);
+    EXPECT_EQ(SecICompleteNeeded, 0x90313);
+    EXPECT_EQ(SecICompleteAndContinue, 0x90314);
+    EXPECT_EQ(SecIContextExpired, 0x90317);
+    EXPECT_EQ(SecIRenegotiate, 0x90321);
 }
 
 TEST(SecurityProviderTest, BufferTypesAreThePublishedNumbers) {
-    EXPECT_EQ(SECBUFFER_EMPTY, 0u);
-    EXPECT_EQ(SECBUFFER_DATA, 1u);
-    EXPECT_EQ(SECBUFFER_TOKEN, 2u);
-    EXPECT_EQ(SECBUFFER_MISSING, 4u);
-    EXPECT_EQ(SECBUFFER_EXTRA, 5u);
-    EXPECT_EQ(SECBUFFER_STREAM_TRAILER, 6u);
-    EXPECT_EQ(SECBUFFER_STREAM_HEADER, 7u);
+    EXPECT_EQ(SecBufferEmpty, 0u);
+    EXPECT_EQ(SecBufferData, 1u);
+    EXPECT_EQ(SecBufferToken, 2u);
+    EXPECT_EQ(SecBufferMissing, 4u);
+    EXPECT_EQ(SecBufferExtra, 5u);
+    EXPECT_EQ(SecBufferStreamTrailer, 6u);
+    EXPECT_EQ(SecBufferStreamHeader, 7u);
 }
 
 TEST(SecurityProviderTest, RecordsHaveThePublishedLayout) {

@@ -118,7 +118,7 @@ TEST_F(SocketsTest, AddressLongerThanAnyIsRefused) {
     const Handle socket = NewSocket();
     EXPECT_EQ(sockets.Bind(socket, entry).Error(), EINVAL);
     EXPECT_EQ(sockets.Connect(socket, entry).Error(), EINVAL);
-    EXPECT_FALSE(sockets.GetNameInfo(entry, 46, 6));
+    EXPECT_FALSE(sockets.NumericNameOf(entry, 46, 6));
 }
 
 // Connecting.
@@ -300,7 +300,7 @@ TEST_F(SocketsTest, HintsOfTypeAndProtocolLimitTheEntries) {
 TEST_F(SocketsTest, NullHostGivesLoopback) {
     const auto list = sockets.GetAddressInfo(nullptr, "80", {0, FamilyIPv4, SocketTypeStream, ProtocolTcp});
     ASSERT_TRUE(list);
-    const auto name = sockets.GetNameInfo(list->front(), 46, 6);
+    const auto name = sockets.NumericNameOf(list->front(), 46, 6);
     ASSERT_TRUE(name);
     EXPECT_EQ(name->host, "127.0.0.1");
     EXPECT_EQ(name->service, "80");
@@ -316,12 +316,12 @@ TEST_F(SocketsTest, ResolverFailuresKeepTheResolversNumbers) {
 
 TEST_F(SocketsTest, NameIsNumericAndMustFitWithItsTerminator) {
     const AddressEntry address = Loopback(8181);
-    const auto name = sockets.GetNameInfo(address, 10, 5);
+    const auto name = sockets.NumericNameOf(address, 10, 5);
     ASSERT_TRUE(name);
     EXPECT_EQ(name->host, "127.0.0.1");
     EXPECT_EQ(name->service, "8181");
-    EXPECT_EQ(sockets.GetNameInfo(address, 9, 5).Error(), EAI_OVERFLOW);
-    EXPECT_EQ(sockets.GetNameInfo(address, 10, 4).Error(), EAI_OVERFLOW);
+    EXPECT_EQ(sockets.NumericNameOf(address, 9, 5).Error(), EAI_OVERFLOW);
+    EXPECT_EQ(sockets.NumericNameOf(address, 10, 4).Error(), EAI_OVERFLOW);
 }
 
 TEST_F(SocketsTest, ConstantsAreTheSystemsOwn) {
