@@ -1,6 +1,7 @@
 # How every target of the tree is compiled, in one place.
 #
-#   ombry_library(NAME ...)      static library of all sources of the current folder, less those behind EXCLUDE
+#   ombry_library(NAME ...)      static library of all sources of the current folder, less those behind EXCLUDE; of its
+#                                folders Linux/ and Windows/, what the system is that is built for
 #   ombry_test(NAME FOLDER ...)  GoogleTest executable of all tests of one folder
 #   ombry_rapidjson              RapidJSON with the one set of macros that the whole tree shares
 
@@ -12,7 +13,9 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(THREADS_PREFER_PTHREAD_FLAG ON)
 
 find_package(Threads REQUIRED)
-find_package(OpenSSL 3 REQUIRED)
+if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
+    find_package(OpenSSL 3 REQUIRED)
+endif()
 
 find_program(OMBRY_CCACHE ccache)
 if(OMBRY_CCACHE)
@@ -41,7 +44,13 @@ set(OMBRY_COMPILE_OPTIONS
     $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
 target_compile_options(ombry_options INTERFACE "$<BUILD_INTERFACE:${OMBRY_COMPILE_OPTIONS}>")
 target_link_libraries(ombry_options INTERFACE Threads::Threads)
-target_link_options(ombry_options INTERFACE "$<BUILD_INTERFACE:-Wl,-z,relro,-z,now>")
+if(WIN32)
+    # A file of tests has more sections than a plain object file holds. What the stack protector calls is a library here.
+    target_compile_options(ombry_options INTERFACE $<BUILD_INTERFACE:-Wa,-mbig-obj>)
+    target_link_options(ombry_options INTERFACE $<BUILD_INTERFACE:-fstack-protector-strong>)
+else()
+    target_link_options(ombry_options INTERFACE "$<BUILD_INTERFACE:-Wl,-z,relro,-z,now>")
+endif()
 
 if(OMBRY_SANITIZE)
     add_compile_options(-fsanitize=${OMBRY_SANITIZE} -fno-omit-frame-pointer -O1)
@@ -70,7 +79,13 @@ endif()
 # different values would break the one-definition rule.
 #   iterative parsing: hostile nesting must not exhaust the stack
 #   no asserts: a second root value or a value without a key is stated behaviour of the writer
-find_path(OMBRY_RAPIDJSON_INCLUDE rapidjson/document.h REQUIRED)
+find_path(OMBRY_RAPIDJSON_INCLUDE rapidjson/document.h REQUIRED NO_CMAKE_FIND_ROOT_PATH)
+if(CMAKE_CROSSCOMPILING)
+    # It is headers, which serve any system. Those that lie beside it serve this one alone, and must not be found.
+    file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/include")
+    file(CREATE_LINK "${OMBRY_RAPIDJSON_INCLUDE}/rapidjson" "${CMAKE_BINARY_DIR}/include/rapidjson" SYMBOLIC)
+    set(OMBRY_RAPIDJSON_INCLUDE "${CMAKE_BINARY_DIR}/include")
+endif()
 add_library(ombry_rapidjson INTERFACE)
 target_include_directories(ombry_rapidjson SYSTEM INTERFACE $<BUILD_INTERFACE:${OMBRY_RAPIDJSON_INCLUDE}>)
 # As options: CMake drops a macro with arguments from the list of definitions.
@@ -86,7 +101,8 @@ endif()
 # others, in the tree as after an installation, is Ombry:: and the folder.
 function(ombry_library name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "EXCLUDE;PUBLIC;PRIVATE")
-    file(GLOB sources CONFIGURE_DEPENDS RELATIVE ${CMAKE_CURRENT_SOURCE_DIR} "*.cpp" "Impl/*.cpp" "Linux/*.cpp")
+    file(GLOB sources CONFIGURE_DEPENDS RELATIVE ${CMAKE_CURRENT_SOURCE_DIR} "*.cpp" "Impl/*.cpp"
+         "${CMAKE_SYSTEM_NAME}/*.cpp")
     list(REMOVE_ITEM sources "" ${arg_EXCLUDE})
     file(GLOB headers CONFIGURE_DEPENDS "*.h" "Impl/*.h")
     if(sources)
