@@ -1,0 +1,63 @@
+#include "Platform/IRandom.h"
+#include "Platform/MadeOnce.h"
+#include "Platform/Windows/Api.h"
+
+#include <ntsecapi.h>
+#include <rpc.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <stdexcept>
+#include <string>
+
+namespace Ombry::Platform {
+namespace {
+
+class WindowsRandom : public IRandom {
+public:
+    std::uint32_t SeedWord() override {
+        std::array<std::uint8_t, 4> bytes;
+        if (const Result result = Bytes(bytes); !result) ThrowNoRandomBytes(result.Error());
+        std::uint32_t word;
+        std::memcpy(&word, bytes.data(), sizeof word);
+        return word;
+    }
+
+    Result Bytes(std::span<std::uint8_t> bytes) override {
+        while (!bytes.empty()) {
+            const std::size_t count = std::min<std::size_t>(bytes.size(), std::numeric_limits<ULONG>::max());
+            if (!RtlGenRandom(bytes.data(), static_cast<ULONG>(count))) return Windows::LastError();
+            bytes = bytes.subspan(count);
+        }
+        return Result::Success();
+    }
+
+    Guid NewGuid() override {
+        UUID made;
+        const RPC_STATUS status = UuidCreate(&made);
+        // One that is known to be unique on this machine alone will do.
+        if (status != RPC_S_OK && status != RPC_S_UUID_LOCAL_ONLY) ThrowNoRandomBytes(status);
+        Guid guid;
+        guid.data1 = made.Data1;
+        guid.data2 = made.Data2;
+        guid.data3 = made.Data3;
+        std::copy(std::begin(made.Data4), std::end(made.Data4), guid.data4.begin());
+        return guid;
+    }
+
+private:
+    /// What these callers hand out has no room for a failure, and must never be anything but random.
+    [[noreturn]] static void ThrowNoRandomBytes(long error) {
+        throw std::runtime_error("The system gave no random bytes, error " + std::to_string(error));
+    }
+};
+
+}  // namespace
+
+template <>
+IRandom& Production<IRandom>() {
+    return MadeOnce<WindowsRandom>();
+}
+
+}  // namespace Ombry::Platform
