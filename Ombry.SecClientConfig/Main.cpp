@@ -3,5 +3,6 @@
 
 int main(int argc, char** argv) {
     Ombry::Platform::HardenProcess();
+    Ombry::Platform::TakeArguments(argc, argv);
     return Ombry::SecClientConfig::RunTool(argc, argv);
 }

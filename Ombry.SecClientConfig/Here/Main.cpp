@@ -7,6 +7,7 @@
 
 int main(int argc, char** argv) {
     Ombry::Platform::HardenProcess();
+    Ombry::Platform::TakeArguments(argc, argv);
     Ombry::SecClientConfig::FoldersHere folders;
     Ombry::SecClientConfig::SeedsHere seeds;
     const Ombry::Platform::Testing::Replace<Ombry::Platform::IKnownFolders> foldersReplaced(folders);

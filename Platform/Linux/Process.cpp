@@ -35,4 +35,7 @@ void HardenProcess() noexcept {
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
+// They come as they were typed or given.
+void TakeArguments(int&, char**&) {}
+
 }  // namespace Ombry::Platform
