@@ -1,0 +1,14 @@
+#pragma once
+
+#include "Platform/ICertificates.h"
+
+#include <string>
+
+namespace Ombry::Platform::Windows {
+
+/// Opens a store of the system's by its name, which has no terminator within. Other processes may change the
+/// store while it is open; each change of ours is in the store when its operation returns.
+ValueOr<std::unique_ptr<ICertificateStore>> OpenCertificateStore(StoreLocation location, StoreAccess access,
+                                                                 const std::wstring& name);
+
+}  // namespace Ombry::Platform::Windows
