@@ -2,8 +2,8 @@
 
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephOpenSSLErrors.h"
+#include "Platform/Linux/OpenSSLInit.h"
 #include "Platform/MadeOnce.h"
-#include "Platform/OpenSSLInit.h"
 
 #include <openssl/err.h>
 #include <openssl/ssl.h>

@@ -25,18 +25,19 @@ inline constexpr std::uint32_t CertificateEncoding = 0x10001;
 
 enum class StoreLocation { CurrentUser, LocalMachine };
 enum class StoreAccess {
-    ReadWrite,        ///< created on first use; locked against other writers until closed
+    ReadWrite,        ///< created on first use; locked against other writers until closed if it is ours
     ReadOnlyExisting  ///< a store that does not exist fails with number 2
 };
 
 /// An open certificate store. A context that an operation returns is owned by the store and valid until the
-/// store is closed (destroyed) or, for the one it is about, until `Delete`.
+/// store is closed (destroyed) or, for the one it is about, until `Delete`. A store of the system has no
+/// lock: what other writers do meanwhile may or may not show, and the last of two writers wins.
 class ICertificateStore {
 public:
     virtual ~ICertificateStore() = default;
 
-    /// The certificate after `previous`, the first for null; null at the end. An entry that is no certificate
-    /// is passed over. `Delete` ends a walk: it starts again from null.
+    /// The certificate after `previous`, the first for null; null at the end. `previous` stays valid. An
+    /// entry that is no certificate is passed over. `Delete` ends a walk: it starts again from null.
     virtual CertificateContextPointer FindNext(CertificateContextPointer previous) = 0;
 
     /// Copies the friendly name, UTF-16LE with its terminator, into `buffer`; the value is the number of
@@ -75,8 +76,8 @@ public:
     virtual ValueOr<std::unique_ptr<ICertificate>> CreateCertificate(
         std::span<const std::uint8_t> encoded) = 0;
 
-    /// Whether the subject public key infos of both are equal, byte for byte. False if either cannot be
-    /// parsed.
+    /// Whether both have the same public key: by the system's comparison of subject public key infos, or,
+    /// where it has none, byte for byte. False if either cannot be parsed.
     virtual bool EqualPublicKeys(const CertificateContext& left, const CertificateContext& right) = 0;
 
     /// Base64 text without line breaks (RFC 4648, section 4) into `text`, if `room` bytes are enough; a null

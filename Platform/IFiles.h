@@ -48,8 +48,9 @@ struct FileState {
     bool operator==(const FileState&) const = default;
 };
 
-/// Whole-file operations on paths in UTF-8. A path that is no regular file (a folder, a symbolic link, a
-/// device) counts as one that cannot be opened. All operations may be called from any thread.
+/// Whole-file operations on paths in UTF-8; a solidus separates, whatever the system has beside it. A path
+/// that is no regular file (a folder, a symbolic link, a device) counts as one that cannot be opened. All
+/// operations may be called from any thread.
 class IFiles {
 public:
     virtual ~IFiles() = default;
@@ -61,8 +62,8 @@ public:
     /// be read.
     virtual ValueOr<FileState> State(const std::string& path) = 0;
 
-    /// Opens a temporary file beside `path` (mode 0600) and reserves `size` bytes for it, so that a full disk
-    /// shows here. Fails if `path` exists and is no regular file.
+    /// Opens a temporary file beside `path`, for its owner alone, and reserves `size` bytes for it, so that a
+    /// full disk shows here. Fails if `path` exists and is no regular file.
     virtual ValueOr<std::unique_ptr<IFileReplacement>> BeginReplace(const std::string& path,
                                                                     std::uint64_t size,
                                                                     Durability durability) = 0;
@@ -76,7 +77,7 @@ public:
     /// Names in a folder, without "." and "..", in no particular order.
     virtual ValueOr<std::vector<std::string>> List(const std::string& directory) = 0;
 
-    /// Makes a folder and its missing parents (mode 0700 each). An existing folder is a success.
+    /// Makes a folder and its missing parents (each for its owner alone). An existing folder is a success.
     virtual Result CreateDirectories(const std::string& directory, Durability durability) = 0;
 };
 

@@ -16,7 +16,7 @@ public:
     /// of that name; UTF-16 units, as `ITextConversion` takes them.
     virtual ValueOr<std::wstring> ProgramDataQuennet() = 0;
 
-    /// The same for data of the current user alone, by the home folder of the password database. UTF-8.
+    /// The same for data of the current user alone, whatever the environment says. UTF-8.
     virtual ValueOr<std::string> CurrentUserQuennet() = 0;
 };
 

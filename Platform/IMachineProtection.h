@@ -14,7 +14,7 @@ namespace Ombry::Platform {
 /// CryptProtectData; success may come with no data, which callers report in words of their own.
 class IMachineProtection {
 public:
-    static constexpr std::uint32_t UserInterfaceForbidden = 1;  ///< without effect on Linux
+    static constexpr std::uint32_t UserInterfaceForbidden = 1;  ///< fails rather than to ask somebody
     /// For every user of the machine; without it, for the current user alone.
     static constexpr std::uint32_t LocalMachine = 4;
 

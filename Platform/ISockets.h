@@ -89,9 +89,9 @@ struct TransferResult {
     int error = 0;
 };
 
-/// Name resolution and TCP sockets. Sockets are close-on-exec and send without delay; `Receive` and `Send`
-/// never block and never raise a signal, whatever mode the socket is in. All operations may be called from
-/// any thread.
+/// Name resolution and TCP sockets. No child process inherits a socket, and each sends without delay;
+/// `Receive` and `Send` never block and never raise a signal, whatever mode the socket is in. All operations
+/// may be called from any thread.
 class ISockets {
 public:
     virtual ~ISockets() = default;
@@ -113,14 +113,18 @@ public:
     virtual ValueOr<SocketHandle> Create(int family, int socketType, int protocol) = 0;
     virtual Result Close(SocketHandle socket) = 0;
     virtual Result Bind(SocketHandle socket, const AddressEntry& address) = 0;
+
+    /// The mode that `Connect` asks for. A new socket is in the blocking one. Where a single transfer cannot
+    /// be told not to block, the system's socket never blocks, and this only notes the mode.
     virtual Result SetNonBlocking(SocketHandle socket, bool nonBlocking) = 0;
 
-    /// `ErrorWouldBlock` or `ErrorInProgress`: the attempt goes on.
+    /// `ErrorWouldBlock` or `ErrorInProgress`: the attempt goes on. It may go on in the blocking mode, too.
     virtual Result Connect(SocketHandle socket, const AddressEntry& address) = 0;
 
     /// Waits until a socket of a set is ready, at most `milliseconds`, and leaves in each set only the ready
     /// ones. Null sets are left out. A signal does not end the wait. An error or a hang-up of the peer shows
-    /// in the read and write sets, urgent data in the exception set.
+    /// in the read and write sets, urgent data in the exception set, and a connect that failed in the write
+    /// set or in the exception set, whichever the system chooses. With no handle in any set it just waits.
     virtual SelectResult Select(SocketSet* read, SocketSet* write, SocketSet* except,
                                 std::int64_t milliseconds) = 0;
 

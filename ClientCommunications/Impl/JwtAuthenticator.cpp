@@ -39,8 +39,9 @@ void JwtCachedToken::Reset() {
 }
 
 bool JwtCachedToken::IsExpired(TimePoint now) const {
-    constexpr unsigned long most = std::numeric_limits<std::int64_t>::max();
-    const auto seconds = static_cast<std::int64_t>(std::min(token.expiresIn, most));
+    // The service's integer has the width of a long, which is 64 bits on one system and 32 on another.
+    constexpr std::uint64_t most = std::numeric_limits<std::int64_t>::max();
+    const auto seconds = static_cast<std::int64_t>(std::min<std::uint64_t>(token.expiresIn, most));
     return now > SaturatingAdd(lastRefreshed, Duration(SecondsToTicks(seconds)));
 }
 

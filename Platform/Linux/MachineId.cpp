@@ -1,8 +1,8 @@
 #include "Platform/Linux/MachineId.h"
 
 #include "Platform/IFiles.h"
-#include "Platform/IMachineId.h"
 #include "Platform/Linux/Descriptor.h"
+#include "Platform/Linux/IMachineId.h"
 #include "Platform/MadeOnce.h"
 
 #include <stdlib.h>

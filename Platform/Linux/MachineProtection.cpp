@@ -1,6 +1,6 @@
-#include "Platform/IMachineId.h"
 #include "Platform/IMachineProtection.h"
 #include "Platform/IRandom.h"
+#include "Platform/Linux/IMachineId.h"
 #include "Platform/Linux/MachineKey.h"
 #include "Platform/Linux/OpenSSL.h"
 #include "Platform/MadeOnce.h"

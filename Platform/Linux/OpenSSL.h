@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/OpenSSLInit.h"
+#include "Platform/Linux/OpenSSLInit.h"
 #include "Platform/Result.h"
 
 #include <openssl/err.h>

@@ -1,4 +1,4 @@
-#include "Platform/OpenSSLInit.h"
+#include "Platform/Linux/OpenSSLInit.h"
 
 #include <openssl/crypto.h>
 

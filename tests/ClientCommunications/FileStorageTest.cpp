@@ -1,9 +1,8 @@
 #include "ClientCommunications/Impl/FileStorage.h"
+#include "tests/ClientCommunications/FileStorageTexts.h"
 #include "tests/Fakes/FaultyFiles.h"
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/TemporaryDirectory.h"
-
-#include <sys/stat.h>
 
 #include <atomic>
 #include <cerrno>
@@ -20,27 +19,6 @@ using Platform::Durability;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
-
-std::string ReadFailure(const std::string& path) {
-    return "Ombry::ClientCommunications::FileStorage::Load: Failed to open file '" + path + "' for read.";
-}
-
-std::string WriteFailure(const std::string& path) {
-    return "Ombry::ClientCommunications::FileStorage::Save: Failed to open file '" + path + "' for write.";
-}
-
-/// The text of the `std::runtime_error` that `act` throws; other types are told apart by their name.
-template <class Act>
-std::string TextOfRuntimeError(const Act& act) {
-    try {
-        act();
-    } catch (const std::filesystem::filesystem_error&) {
-        return "a filesystem_error";
-    } catch (const std::runtime_error& failure) {
-        return failure.what();
-    }
-    return "nothing thrown";
-}
 
 class RecordingHook : public IPostSaveHook {
 public:
@@ -203,30 +181,6 @@ TEST_F(FileStorageTest, WhicheverOperationFailsTheFileIsWhole) {
 
 // --- on a real disk ---
 
-mode_t ModeOf(const std::string& path) {
-    struct stat status {};
-    EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
-    return status.st_mode & 07777;
-}
-
-TEST(FileStorageOnDiskTest, SavesAndLoadsEveryByteWithModesForTheOwnerAlone) {
-    const TemporaryDirectory directory;
-    const mode_t previous = umask(0);
-    FileStorage storage(directory / "a/b/file", true);
-    std::string content;
-    for (int i = 0; i < 100000; ++i)
-        content += static_cast<char>(i % 256);
-
-    storage.Save(content);
-    umask(previous);
-
-    EXPECT_EQ(storage.Load(), content);
-    EXPECT_EQ(ModeOf(directory / "a"), 0700u);
-    EXPECT_EQ(ModeOf(directory / "a/b"), 0700u);
-    EXPECT_EQ(ModeOf(directory / "a/b/file"), 0600u);
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory / "a/b"), {}), 1);
-}
-
 TEST(FileStorageOnDiskTest, WhatTwoProcessesSaveAtOnceIsWholeAndNeverMissing) {
     const TemporaryDirectory directory;
     const std::string even(5000, 'e'), odd(7000, 'o');
@@ -247,63 +201,6 @@ TEST(FileStorageOnDiskTest, WhatTwoProcessesSaveAtOnceIsWholeAndNeverMissing) {
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.Path()), {}), 1);
-}
-
-TEST(FileStorageOnDiskTest, AReplacedFileLosesWiderModes) {
-    const TemporaryDirectory directory;
-    directory.Write("file", "old");
-    ASSERT_EQ(chmod((directory / "file").c_str(), 0666), 0);
-
-    FileStorage(directory / "file", true).Save("new");
-
-    EXPECT_EQ(ModeOf(directory / "file"), 0600u);
-    EXPECT_EQ(directory.Read("file"), "new");
-}
-
-TEST(FileStorageOnDiskTest, NeverGoesThroughALink) {
-    const TemporaryDirectory directory;
-    directory.Write("target", "target's");
-    std::filesystem::create_symlink(directory / "target", directory / "link");
-    std::filesystem::create_symlink(directory / "nowhere", directory / "dangling");
-
-    for (const std::string name : {"link", "dangling"}) {
-        EXPECT_EQ(FileStorage(directory / name, false).Load(), "");
-        EXPECT_EQ(TextOfRuntimeError([&] { FileStorage(directory / name, true).Load(); }),
-                  ReadFailure(directory / name));
-        EXPECT_EQ(TextOfRuntimeError([&] { FileStorage(directory / name, true).Save("x"); }),
-                  WriteFailure(directory / name));
-        EXPECT_TRUE(std::filesystem::is_symlink(directory / name));
-    }
-    EXPECT_EQ(directory.Read("target"), "target's");
-    EXPECT_FALSE(std::filesystem::exists(directory / "nowhere"));
-}
-
-TEST(FileStorageOnDiskTest, AFolderOrAPipeInThePlaceOfTheFileIsNotOpened) {
-    const TemporaryDirectory directory;
-    std::filesystem::create_directory(directory / "folder");
-    ASSERT_EQ(mkfifo((directory / "pipe").c_str(), 0600), 0);
-
-    for (const std::string name : {"folder", "pipe"}) {
-        EXPECT_EQ(FileStorage(directory / name, false).Load(), "");
-        EXPECT_EQ(TextOfRuntimeError([&] { FileStorage(directory / name, true).Load(); }),
-                  ReadFailure(directory / name));
-        EXPECT_EQ(TextOfRuntimeError([&] { FileStorage(directory / name, true).Save("x"); }),
-                  WriteFailure(directory / name));
-    }
-    EXPECT_TRUE(std::filesystem::is_directory(directory / "folder"));
-}
-
-TEST(FileStorageOnDiskTest, AFileInThePlaceOfAFolderIsAFilesystemError) {
-    const TemporaryDirectory directory;
-    directory.Write("file", "content");
-
-    try {
-        FileStorage(directory / "file/below", true).Save("x");
-        FAIL() << "nothing thrown";
-    } catch (const std::filesystem::filesystem_error& failure) {
-        EXPECT_EQ(failure.what(), "create_directories: Not a directory: \"" + directory / "file" + "\"");
-    }
-    EXPECT_EQ(directory.Read("file"), "content");
 }
 
 TEST(FileStorageOnDiskTest, ANameThatIsTooLongDoesNotOpenAndLeavesNoTrace) {

@@ -2,7 +2,7 @@
 
 #include "tests/EndToEnd/Machine.h"
 #include "tests/Fakes/HeldPort.h"
-#include "tests/Fakes/LoopbackServer.h"
+#include "tests/Fakes/Linux/TlsStream.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/Fakes/TestCertificates.h"
+#include "tests/Fakes/Linux/TestCertificates.h"
 
 #include <functional>
 #include <iomanip>

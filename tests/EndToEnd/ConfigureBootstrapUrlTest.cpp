@@ -1,7 +1,7 @@
 // `configure-bootstrap-url`: what it leaves on the machine, and what stays when it fails.
 
 #include "tests/EndToEnd/Sandbox.h"
-#include "tests/Fakes/LoopbackServer.h"
+#include "tests/Fakes/Linux/TlsStream.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,7 +1,7 @@
 // Every byte that the five commands of a configured machine send.
 
 #include "tests/EndToEnd/Machine.h"
-#include "tests/Fakes/LoopbackServer.h"
+#include "tests/Fakes/Linux/TlsStream.h"
 
 #include <regex>
 

@@ -1,7 +1,7 @@
 // `get-datacenters` against the sandbox service, and byte for byte against a server with a script.
 
 #include "tests/EndToEnd/Sandbox.h"
-#include "tests/Fakes/LoopbackServer.h"
+#include "tests/Fakes/Linux/TlsStream.h"
 
 namespace Ombry::Tests {
 namespace {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/IMachineId.h"
+#include "Platform/Linux/IMachineId.h"
 
 #include <string>
 

@@ -1,9 +1,6 @@
 #pragma once
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include "tests/Fakes/BlockingSockets.h"
 
 #include <cstdint>
 #include <stdexcept>
@@ -15,20 +12,10 @@ namespace Ombry::Tests {
 /// can listen on it, one after the other, since the socket that holds it never listens.
 class HeldPort {
 public:
-    HeldPort() : descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        const int on = 1;
-        sockaddr_in address{};
-        socklen_t length = sizeof address;
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        auto* const pAddress = reinterpret_cast<sockaddr*>(&address);
-        if (setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-            bind(descriptor, pAddress, length) != 0 || getsockname(descriptor, pAddress, &length) != 0) {
-            throw std::runtime_error("cannot hold a port");
-        }
-        number = ntohs(address.sin_port);
+    HeldPort() : socket(BlockingSockets::Hold()), number(BlockingSockets::PortOf(socket)) {
+        if (number == 0) throw std::runtime_error("cannot hold a port");
     }
-    ~HeldPort() { close(descriptor); }
+    ~HeldPort() { BlockingSockets::Close(socket); }
     HeldPort(const HeldPort&) = delete;
     HeldPort& operator=(const HeldPort&) = delete;
 
@@ -36,8 +23,8 @@ public:
     std::string Text() const { return std::to_string(number); }
 
 private:
-    const int descriptor;
-    std::uint16_t number = 0;
+    const BlockingSockets::Socket socket;
+    const std::uint16_t number;
 };
 
 /// The address of a server that refuses connections.

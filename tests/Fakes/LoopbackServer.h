@@ -1,17 +1,9 @@
 #pragma once
 
-#include "tests/Fakes/TlsServerEnd.h"
-
-#include <openssl/err.h>
-#include <openssl/ssl.h>
-
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <signal.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include "tests/Fakes/BlockingSockets.h"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <cstdlib>
 #include <functional>
@@ -28,10 +20,27 @@
 
 namespace Ombry::Tests {
 
+/// What stands between a connection of `LoopbackServer` and its socket, where it does not speak plain text.
+/// Used by one thread at a time.
+class ServerStream {
+public:
+    virtual ~ServerStream() = default;
+    /// Some bytes, or 0 at the end of the stream and after a failure.
+    virtual std::size_t Read(char* bytes, std::size_t room) = 0;
+    virtual bool Write(const char* bytes, std::size_t size) = 0;
+    /// The bytes as they would travel, which the peer is then expected to get.
+    virtual std::string Encode(const std::string& bytes) = 0;
+    /// Says in good order that nothing follows.
+    virtual void SendClose() = 0;
+};
+
+/// Makes the stream over a socket that was accepted, on the thread that will use it.
+using ServerStreams = std::function<std::unique_ptr<ServerStream>(BlockingSockets::Socket)>;
+
 /// A server on loopback, on a port that the system picks, that does on each connection what a script says:
-/// plain TCP, or TLS over the TLS library itself. Each connection has a thread of its own, on which its
-/// script runs; a script that returns closes its connection. The end of the server cuts what is still open,
-/// so a script may simply wait for the next request.
+/// plain TCP, or TLS over the TLS library itself (`TlsStream.h`). Each connection has a thread of its own, on
+/// which its script runs; a script that returns closes its connection. The end of the server cuts what is
+/// still open, so a script may simply wait for the next request.
 class LoopbackServer {
 public:
     static constexpr std::size_t Whole = std::numeric_limits<std::size_t>::max();
@@ -68,10 +77,7 @@ public:
         }
 
         /// Blocks until something of the peer's lies in the socket, and leaves it there.
-        bool AwaitReadable() {
-            char byte = 0;
-            return recv(descriptor, &byte, 1, MSG_PEEK) == 1;
-        }
+        bool AwaitReadable() { return BlockingSockets::AwaitReadable(socket); }
 
         /// Sends the bytes in pieces of at most `piece`, each a segment or a TLS record of its own.
         bool Send(const std::string& bytes, std::size_t piece = Whole) {
@@ -82,13 +88,7 @@ public:
         }
 
         /// The bytes as they would travel: themselves, or the TLS records that hold them.
-        std::string Encode(const std::string& bytes) {
-            if (!session) return bytes;
-            return Capture([&](SSL* end) {
-                std::size_t count = 0;
-                SSL_write_ex(end, bytes.data(), bytes.size(), &count);
-            });
-        }
+        std::string Encode(const std::string& bytes) { return stream ? stream->Encode(bytes) : bytes; }
 
         /// One record behind the other.
         std::string EncodeEach(const std::vector<std::string>& parts) {
@@ -98,42 +98,27 @@ public:
             return all;
         }
 
-        /// What the TLS end would send when it acts so.
-        std::string Capture(const std::function<void(SSL*)>& act) {
-            BIO* const wire = SSL_get_wbio(session.get());
-            BIO* const memory = BIO_new(BIO_s_mem());
-            BIO_up_ref(wire);
-            SSL_set0_wbio(session.get(), memory);
-            ERR_clear_error();
-            act(session.get());
-            std::string captured(BIO_ctrl_pending(memory), '\0');
-            BIO_read(memory, captured.data(), static_cast<int>(captured.size()));
-            SSL_set0_wbio(session.get(), wire);
-            return captured;
-        }
+        /// What the server's maker gave for this connection; null for plain TCP.
+        ServerStream* Stream() { return stream.get(); }
 
         /// Sends bytes under the TLS session, as an attacker on the wire would.
         bool SendRaw(const std::string& bytes) {
-            return send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
-                   static_cast<ssize_t>(bytes.size());
+            return BlockingSockets::Send(socket, bytes.data(), bytes.size());
         }
 
         /// Sends the close alert of a TLS session and nothing else.
         void SendCloseAlert() {
-            if (session && Handshake()) SSL_shutdown(session.get());
+            if (stream) stream->SendClose();
         }
 
         /// Ends the stream in good order. Without an alert, a TLS session ends as if it had been cut.
         void Close(bool withAlert = true) {
             if (withAlert) SendCloseAlert();
-            shutdown(descriptor, SHUT_RDWR);
+            BlockingSockets::Shutdown(socket);
         }
 
         /// The connection ends with a reset when the script returns.
-        void Reset() {
-            const linger now{1, 0};
-            setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &now, sizeof now);
-        }
+        void Reset() { BlockingSockets::ResetOnClose(socket); }
 
         /// Reads on until the peer closes.
         void AwaitClose() {
@@ -144,42 +129,23 @@ public:
     private:
         friend class LoopbackServer;
 
-        Connection(LoopbackServer& server, int descriptor, std::size_t number)
-            : server(server), descriptor(descriptor), number(number) {
-            const int on = 1;
-            setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-            if (!server.context) return;
-            session.reset(SSL_new(server.context.get()), SSL_free);
-            SSL_set_fd(session.get(), descriptor);
-            SSL_set_accept_state(session.get());
-        }
-
-        bool Handshake() {
-            if (SSL_is_init_finished(session.get()) == 1) return true;
-            ERR_clear_error();
-            return SSL_do_handshake(session.get()) == 1;
+        Connection(LoopbackServer& server, BlockingSockets::Socket socket, std::size_t number)
+            : server(server), socket(socket), number(number) {
+            BlockingSockets::SendWithoutDelay(socket);
+            if (server.streams) stream = server.streams(socket);
         }
 
         bool Fill() {
             char bytes[16384];
-            std::size_t count = 0;
-            if (session) {
-                ERR_clear_error();
-                if (SSL_read_ex(session.get(), bytes, sizeof bytes, &count) != 1) return false;
-            } else {
-                const ssize_t received = recv(descriptor, bytes, sizeof bytes, 0);
-                if (received <= 0) return false;
-                count = static_cast<std::size_t>(received);
-            }
+            const std::size_t count = stream ? stream->Read(bytes, sizeof bytes)
+                                             : BlockingSockets::Receive(socket, bytes, sizeof bytes);
+            if (count == 0) return false;
             buffer.append(bytes, count);
             return true;
         }
 
         bool SendPiece(const char* bytes, std::size_t size) {
-            if (!session) return SendRaw(std::string(bytes, size));
-            ERR_clear_error();
-            std::size_t count = 0;
-            return SSL_write_ex(session.get(), bytes, size, &count) == 1;
+            return stream ? stream->Write(bytes, size) : BlockingSockets::Send(socket, bytes, size);
         }
 
         std::string ReadThrough(const std::string& end) {
@@ -208,9 +174,9 @@ public:
         }
 
         LoopbackServer& server;
-        const int descriptor;
+        const BlockingSockets::Socket socket;
         const std::size_t number;
-        std::shared_ptr<SSL> session;
+        std::unique_ptr<ServerStream> stream;
         std::string buffer;
     };
 
@@ -240,36 +206,38 @@ public:
         };
     }
 
-    /// One script a connection, in the order of the connections; the last serves all later ones as well. With
-    /// `tls`, the server speaks TLS.
-    explicit LoopbackServer(std::vector<Script> scripts, std::optional<TlsServerRecipe> tls = std::nullopt)
-        : scripts(std::move(scripts)) {
-        if (tls) context = MakeTlsServerContext(*tls);
-        listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{};
-        socklen_t length = sizeof address;
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        auto* const pAddress = reinterpret_cast<sockaddr*>(&address);
-        if (bind(listener, pAddress, length) != 0 || listen(listener, 64) != 0 ||
-            getsockname(listener, pAddress, &length) != 0) {
-            throw std::runtime_error("cannot listen on loopback");
-        }
-        port = ntohs(address.sin_port);
+    /// One script a connection, in the order of the connections; the last serves all later ones as well.
+    explicit LoopbackServer(std::vector<Script> scripts, ServerStreams streams = nullptr)
+        : scripts(std::move(scripts)),
+          streams(std::move(streams)),
+          listener(BlockingSockets::Listen()),
+          port(BlockingSockets::PortOf(listener)) {
+        if (port == 0) throw std::runtime_error("cannot listen on loopback");
         acceptor = std::thread([this] { Accept(); });
     }
 
-    explicit LoopbackServer(Script script, std::optional<TlsServerRecipe> tls = std::nullopt)
-        : LoopbackServer(std::vector<Script>{std::move(script)}, std::move(tls)) {}
+    explicit LoopbackServer(Script script, ServerStreams streams = nullptr)
+        : LoopbackServer(std::vector<Script>{std::move(script)}, std::move(streams)) {}
+
+    /// With what `StreamsOf` makes of a recipe: a server that speaks TLS, unless the recipe is none.
+    template <class Recipe>
+    requires requires(const Recipe& recipe) { StreamsOf(recipe); }
+    LoopbackServer(std::vector<Script> scripts, const Recipe& recipe)
+        : LoopbackServer(std::move(scripts), StreamsOf(recipe)) {}
+    template <class Recipe>
+    requires requires(const Recipe& recipe) { StreamsOf(recipe); }
+    LoopbackServer(Script script, const Recipe& recipe)
+        : LoopbackServer(std::move(script), StreamsOf(recipe)) {}
 
     ~LoopbackServer() {
-        shutdown(listener, SHUT_RDWR);  // ends the accept
+        ending = true;
+        BlockingSockets::EndAccepting(listener);
         acceptor.join();
-        close(listener);
+        BlockingSockets::Close(listener);
         {
             std::lock_guard guard(mutex);
             for (const Served& one : served) {
-                if (one.descriptor >= 0) shutdown(one.descriptor, SHUT_RDWR);
+                if (one.socket != BlockingSockets::None) BlockingSockets::Shutdown(one.socket);
             }
         }
         for (Served& one : served)
@@ -281,7 +249,7 @@ public:
     std::uint16_t Port() const { return port; }
     /// "http://127.0.0.1:PORT" or "https://127.0.0.1:PORT".
     std::string Url() const {
-        return std::string(context ? "https" : "http") + "://127.0.0.1:" + std::to_string(port);
+        return std::string(streams ? "https" : "http") + "://127.0.0.1:" + std::to_string(port);
     }
 
     /// What `ReadRequest` has returned, over all connections.
@@ -304,38 +272,34 @@ public:
 
 private:
     struct Served {
-        int descriptor;
+        BlockingSockets::Socket socket;
         std::thread thread;
     };
 
     void Accept() {
         for (;;) {
-            const int descriptor = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-            if (descriptor < 0) return;
+            const BlockingSockets::Socket socket = BlockingSockets::Accept(listener);
+            if (ending && socket != BlockingSockets::None) BlockingSockets::Close(socket);
+            if (ending || socket == BlockingSockets::None) return;
             std::lock_guard guard(mutex);
             const std::size_t number = served.size();
-            Served& one = served.emplace_back(Served{descriptor, {}});
+            Served& one = served.emplace_back(Served{socket, {}});
             one.thread = std::thread([this, &one, number] { Serve(one, number); });
         }
     }
 
     void Serve(Served& one, std::size_t number) {
-        // The TLS library writes to a closed socket with the signal on.
-        sigset_t pipe;
-        sigemptyset(&pipe);
-        sigaddset(&pipe, SIGPIPE);
-        pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
-        int descriptor = -1;
+        BlockingSockets::Socket socket = BlockingSockets::None;
         {
             std::lock_guard guard(mutex);
-            descriptor = one.descriptor;
+            socket = one.socket;
         }
         {
-            Connection connection(*this, descriptor, number);
+            Connection connection(*this, socket, number);
             scripts[std::min(number, scripts.size() - 1)](connection);
         }
         std::lock_guard guard(mutex);
-        close(std::exchange(one.descriptor, -1));
+        BlockingSockets::Close(std::exchange(one.socket, BlockingSockets::None));
         ++ends;
         changed.notify_all();
     }
@@ -346,9 +310,10 @@ private:
     }
 
     const std::vector<Script> scripts;
-    std::shared_ptr<SSL_CTX> context;  // null: plain
-    int listener = -1;
-    std::uint16_t port = 0;
+    const ServerStreams streams;  // null: plain
+    const BlockingSockets::Socket listener;
+    const std::uint16_t port;
+    std::atomic<bool> ending{false};
     std::thread acceptor;
 
     mutable std::mutex mutex;

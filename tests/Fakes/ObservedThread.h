@@ -1,12 +1,9 @@
 #pragma once
 
-#include <sys/syscall.h>
-#include <unistd.h>
+#include "tests/Fakes/ThreadState.h"
 
 #include <atomic>
-#include <fstream>
 #include <functional>
-#include <string>
 #include <thread>
 #include <utility>
 
@@ -17,7 +14,7 @@ class ObservedThread {
 public:
     explicit ObservedThread(std::function<void()> work)
         : thread([this, work = std::move(work)] {
-              id = static_cast<int>(syscall(SYS_gettid));
+              id = ThreadState::ThisThread();
               work();
               done = true;
           }) {}
@@ -32,23 +29,14 @@ public:
     /// Returns once the thread sleeps in the system or has ended: whether it is still at work.
     bool IsBlocked() {
         while (!done) {
-            if (id != 0 && State() == 'S') return !done;
+            if (id != 0 && ThreadState::IsAsleep(id)) return !done;
             std::this_thread::yield();
         }
         return false;
     }
 
 private:
-    /// The state letter of proc(5).
-    char State() const {
-        std::ifstream file("/proc/self/task/" + std::to_string(id) + "/stat");
-        std::string text;
-        std::getline(file, text);
-        const std::size_t end = text.rfind(')');
-        return end == std::string::npos || end + 2 >= text.size() ? '?' : text[end + 2];
-    }
-
-    std::atomic<int> id{0};
+    std::atomic<std::intptr_t> id{0};
     std::atomic<bool> done{false};
     std::thread thread;  // last: started when all else stands
 };

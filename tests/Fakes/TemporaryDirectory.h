@@ -1,22 +1,27 @@
 #pragma once
 
-#include <stdlib.h>
-
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <stdexcept>
 #include <string>
 
 namespace Ombry::Tests {
 
-/// A new folder of a test's own on the real disk, removed with all that is in it.
+/// A new folder of a test's own on the real disk, for its owner alone, removed with all that is in it. Paths
+/// are in UTF-8 with solidi, whatever the system prefers.
 class TemporaryDirectory {
 public:
     TemporaryDirectory() {
-        std::string name = (std::filesystem::temp_directory_path() / "ombry-test-XXXXXX").string();
-        if (!mkdtemp(name.data())) throw std::runtime_error("cannot make a temporary directory");
-        path = name;
+        std::random_device chance;
+        const std::filesystem::path name =
+            std::filesystem::temp_directory_path() /
+            ("ombry-test-" + std::to_string(chance()) + std::to_string(chance()));
+        if (!std::filesystem::create_directory(name))
+            throw std::runtime_error("a folder is there: " + name.string());
+        std::filesystem::permissions(name, std::filesystem::perms::owner_all);
+        path = name.generic_string();
     }
     ~TemporaryDirectory() {
         std::error_code ignored;
@@ -30,20 +35,24 @@ public:
 
     /// Writes a file, below folders that are made as needed, and returns its path.
     std::string Write(const std::string& name, const std::string& content) const {
-        const std::filesystem::path file = std::filesystem::path(path) / name;
+        const std::filesystem::path file = Native(path + "/" + name);
         std::filesystem::create_directories(file.parent_path());
         std::ofstream(file, std::ios::binary) << content;
-        return file.string();
+        return path + "/" + name;
     }
 
     /// The content of a file; throws if there is none.
     std::string Read(const std::string& name) const {
-        std::ifstream file(std::filesystem::path(path) / name, std::ios::binary);
+        std::ifstream file(Native(path + "/" + name), std::ios::binary);
         if (!file) throw std::runtime_error("no file " + name);
         return {std::istreambuf_iterator<char>(file), {}};
     }
 
 private:
+    static std::filesystem::path Native(const std::string& utf8) {
+        return std::u8string(utf8.begin(), utf8.end());
+    }
+
     std::string path;
 };
 

@@ -1,7 +1,7 @@
 // The commands that need no configured machine, and those that fail for a reason of their own, with each
 // allocation, each start of a thread and each call of the platform failing.
 
-#include "tests/Fakes/BootstrapService.h"
+#include "tests/Fakes/Linux/BootstrapService.h"
 #include "tests/NthFailure/FailingPlatform.h"
 #include "tests/NthFailure/StarvedRun.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"

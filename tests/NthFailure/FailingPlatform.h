@@ -5,12 +5,12 @@
 #include "Platform/IFiles.h"
 #include "Platform/IHash.h"
 #include "Platform/IKnownFolders.h"
-#include "Platform/IMachineId.h"
 #include "Platform/IMachineProtection.h"
 #include "Platform/IMemoryProtection.h"
 #include "Platform/IRandom.h"
 #include "Platform/ISockets.h"
 #include "Platform/ITextConversion.h"
+#include "Platform/Linux/IMachineId.h"
 #include "tests/NthFailure/NthFailure.h"
 
 #include <cerrno>

@@ -1,121 +1,23 @@
 // The whole client, from the blocking call down to real sockets and real TLS, against servers on loopback.
 
-#include "OmbryZephCore/ZephSorrelSyncConnectionPool.h"
-#include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
 #include "tests/Fakes/AllocationCount.h"
-#include "tests/Fakes/FakeClock.h"
-#include "tests/Fakes/ForwardingSockets.h"
-#include "tests/Fakes/LoopbackServer.h"
-#include "tests/Fakes/RecordingLogger.h"
 #include "tests/OmbryZephCore/HttpConnectionFixture.h"
+#include "tests/OmbryZephCore/SyncHttpClientLoopbackFixture.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <future>
-#include <optional>
 #include <thread>
 
 namespace Ombry::Tests {
 namespace {
 
-using namespace OmbryZephCore;
 using std::chrono::seconds;
 using ::testing::EndsWith;
-using Connection = LoopbackServer::Connection;
-using Script = LoopbackServer::Script;
 
-class Text : public ZephSyncDataWriterIf {
-public:
-    void Begin() override { text.clear(); }
-    void Write(const std::uint8_t* pData, std::uint32_t nBytes) override {
-        text.append(reinterpret_cast<const char*>(pData), nBytes);
-    }
-    void End() override { ++ends; }
-
-    std::string text;
-    int ends = 0;
-};
-
-class Body : public ZephSyncDataReaderIf {
-public:
-    Body(std::string text, bool lengthKnown) : text(std::move(text)), lengthKnown(lengthKnown) {}
-    bool HasData() override { return true; }
-    std::uint32_t GetLength() override {
-        position = 0;
-        return lengthKnown ? static_cast<std::uint32_t>(text.size()) : 0;
-    }
-    bool Read(std::uint8_t* pBuffer, std::uint32_t* pnBytes) override {
-        *pnBytes = static_cast<std::uint32_t>(std::min<std::size_t>(*pnBytes, text.size() - position));
-        std::copy_n(text.begin() + static_cast<std::ptrdiff_t>(position), *pnBytes, pBuffer);
-        position += *pnBytes;
-        return *pnBytes != 0;
-    }
-
-private:
-    const std::string text;
-    const bool lengthKnown;
-    std::size_t position = 0;
-};
-
-/// Each test runs over plain TCP and over TLS.
-class SyncHttpClientLoopbackTest : public ::testing::TestWithParam<bool> {
-protected:
-    static bool Tls() { return GetParam(); }
-    static const TestCertificate& Certificate() {
-        static const TestCertificate certificate = MakeCertificate({});
-        return certificate;
-    }
-    static TlsServerRecipe Recipe() {
-        TlsServerRecipe recipe;
-        recipe.certificate = Certificate();
-        return recipe;
-    }
-
-    void Serve(std::vector<Script> scripts) {
-        server.emplace(std::move(scripts), Tls() ? std::optional(Recipe()) : std::nullopt);
-    }
-    void Serve(Script script) { Serve(std::vector<Script>{std::move(script)}); }
-
-    ZephSorrelConnectionParameters Params() const {
-        ZephSorrelConnectionParameters params("127.0.0.1", server->Port());
-        params.SetUseSSL(Tls());
-        params.SetCertificateValidation({ValidateByPublicKey, Base64Of(DerOf(Certificate()))});
-        return params;
-    }
-
-    struct Outcome {
-        std::uint32_t nResult;
-        std::uint32_t nIOResult;
-        std::uint32_t nStatus;
-        std::string body;
-    };
-
-    Outcome Request(const std::string& method, const std::string& path, ZephSyncDataReaderIf* pReader,
-                    Cancellation::Token token = {}) {
-        ZephSorrelSyncHttpClient client(logger, false, Params(), &pool);
-        Text text;
-        client.SetDataReader(pReader);
-        client.SetDataWriter(&text);
-        client.SetToken(std::move(token));
-        client.SetTimeout(15);
-        const std::uint32_t nResult = client.DoRequest(method, path);
-        return {nResult, client.GetIOResult(), client.GetHttpStatus(), text.text};
-    }
-    Outcome Get(const std::string& path = "/") { return Request("GET", path, nullptr); }
-
-    FakeClock clock;
-    ForwardingSockets sockets;
-    Platform::Testing::Replace<Platform::IClock> replacedClock{clock};
-    Platform::Testing::Replace<Platform::ISockets> replacedSockets{sockets};
-    std::shared_ptr<RecordingLogger> logger = std::make_shared<RecordingLogger>(1);
-    ZephSorrelSyncConnectionPool pool{logger};
-    std::optional<LoopbackServer> server;
-};
-
-INSTANTIATE_TEST_SUITE_P(PlainAndTls, SyncHttpClientLoopbackTest, ::testing::Bool(),
+INSTANTIATE_TEST_SUITE_P(PlainAndTls, SyncHttpClientLoopbackTest,
+                         ::testing::ValuesIn(LoopbackTls::PlainAndTls()),
                          [](const auto& info) { return info.param ? "Tls" : "Plain"; });
 
 TEST_P(SyncHttpClientLoopbackTest, RequestsShareOneConnection) {
@@ -569,108 +471,6 @@ TEST_P(SyncHttpClientLoopbackTest, AKeepAliveGetAllocatesNothing) {
     EXPECT_GT(allocations.front(), 0u) << "they are counted at all";
     EXPECT_EQ(allocations.back(), 0u) << "what the TLS library takes by malloc is not among them";
     EXPECT_EQ(server->Connections(), 1u);
-}
-
-// --- Of one kind only ---
-
-class SyncHttpClientTlsLoopbackTest : public SyncHttpClientLoopbackTest {};
-INSTANTIATE_TEST_SUITE_P(Tls, SyncHttpClientTlsLoopbackTest, ::testing::Values(true));
-
-TEST_P(SyncHttpClientTlsLoopbackTest, AnotherKeyThanTheRegisteredOneIsRefusedBeforeAnythingIsSent) {
-    CertificateRecipe other;
-    other.key = KeyNamed("rsa2048-other");
-    TlsServerRecipe recipe;
-    recipe.certificate = MakeCertificate(other);
-    recipe.key = other.key;
-    server.emplace(LoopbackServer::Answering(LoopbackServer::Response("stolen")), recipe);
-    EXPECT_EQ(Get().nResult, 11u);
-    EXPECT_THAT(server->Requests(), ::testing::IsEmpty());
-    EXPECT_EQ(server->Connections(), 2u);
-}
-
-TEST_P(SyncHttpClientTlsLoopbackTest, WithoutValidationAnyCertificateWill) {
-    server.emplace(LoopbackServer::Answering(LoopbackServer::Response("x")), Recipe());
-    ZephSorrelConnectionParameters params = Params();
-    params.SetCertificateValidation({ValidateNothing, ""});
-    ZephSorrelSyncHttpClient client(logger, false, params, &pool);
-    EXPECT_EQ(client.DoRequest("GET", "/"), 0u);
-}
-
-TEST_P(SyncHttpClientTlsLoopbackTest, PlainHttpOnTheTlsPortIsAFailure) {
-    server.emplace([](Connection& connection) {
-        connection.ReadBytes(1);
-        connection.Send("HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
-    });
-    EXPECT_EQ(Get().nResult, 11u);
-    EXPECT_EQ(server->Connections(), 2u);
-}
-
-TEST_P(SyncHttpClientTlsLoopbackTest, AServerThatIsSilentInTheHandshakeTimesOut) {
-    server.emplace([&](Connection& connection) {
-        connection.ReadBytes(1);
-        sockets.BeSilent([&] { clock.Advance(seconds(5)); });
-        connection.AwaitClose();
-    });
-    const Outcome outcome = Get();
-    EXPECT_EQ(outcome.nResult, 11u);
-    EXPECT_EQ(outcome.nIOResult, 13u);
-    EXPECT_EQ(server->Connections(), 1u);
-}
-
-TEST_P(SyncHttpClientTlsLoopbackTest, ABodyUntilCloseThatIsCutWithoutACloseAlertIsAFailure) {
-    Serve([](Connection& connection) {
-        connection.ReadRequest();
-        connection.Send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\nhalf of it");
-        connection.Close(false);
-    });
-    EXPECT_EQ(Get().nResult, 11u);
-}
-
-TEST_P(SyncHttpClientTlsLoopbackTest, BytesInClearTextBehindTheCloseAlertNeverReachTheBody) {
-    Serve([](Connection& connection) {
-        connection.ReadRequest();
-        connection.Send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\nsafe");
-        connection.SendCloseAlert();
-        connection.SendRaw(" and forged");
-    });
-    const Outcome outcome = Get();
-    EXPECT_EQ(outcome.nResult, 0u);
-    EXPECT_EQ(outcome.body, "safe");
-}
-
-TEST_P(SyncHttpClientTlsLoopbackTest, AServerMayRenegotiateInTheMiddleOfItsAnswer) {
-    TlsServerRecipe recipe = Recipe();
-    recipe.version = TLS1_2_VERSION;
-    server.emplace(
-        [](Connection& connection) {
-            const auto askForAHandshake = [](SSL* end) {
-                SSL_renegotiate(end);
-                SSL_do_handshake(end);
-            };
-            while (!connection.ReadRequest().empty()) {
-                connection.Send("HTTP/1.1 200 OK\r\nContent-Length: 13\r\n\r\none, ");
-                const std::string request = connection.Capture(askForAHandshake);
-                connection.SendRaw(request + connection.Encode("two, "));
-                connection.AwaitReadable();  // the client has begun its handshake
-                connection.Send("six");
-            }
-        },
-        recipe);
-    Body body("question", true);
-    EXPECT_EQ(Get().body, "one, two, six");
-    EXPECT_EQ(Request("POST", "/", &body).body, "one, two, six");
-    EXPECT_EQ(Get().body, "one, two, six");
-    EXPECT_EQ(server->Requests().size(), 3u) << "none was asked twice";
-    EXPECT_EQ(server->Connections(), 1u);
-}
-
-class SyncHttpClientPlainLoopbackTest : public SyncHttpClientLoopbackTest {};
-INSTANTIATE_TEST_SUITE_P(Plain, SyncHttpClientPlainLoopbackTest, ::testing::Values(false));
-
-TEST_P(SyncHttpClientPlainLoopbackTest, TlsOnThePlainPortIsAFailure) {
-    server.emplace(LoopbackServer::Answering(LoopbackServer::Response("x")), Recipe());
-    EXPECT_EQ(Get().nResult, 11u);
-    EXPECT_EQ(server->Connections(), 2u);
 }
 
 }  // namespace

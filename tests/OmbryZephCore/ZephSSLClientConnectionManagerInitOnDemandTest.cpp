@@ -1,6 +1,7 @@
 #include "OmbryZephCore/ZephSSLClientConnectionManagerInitOnDemand.h"
+#include "tests/Fakes/FakeSSLConnection.h"
+#include "tests/Fakes/FixedCertificates.h"
 #include "tests/Fakes/RecordingLogger.h"
-#include "tests/OmbryZephCore/ZephOpenSSLTestPair.h"
 
 #include <gtest/gtest.h>
 
@@ -77,7 +78,7 @@ protected:
     JournalProvider provider{journal};
     Platform::Testing::Replace<OmbryZephCore::ZephSSLManagerProviderIf> replaced{provider};
     std::shared_ptr<RecordingLogger> logger = std::make_shared<RecordingLogger>();
-    OmbryZephCore::ZephOpenSSLConnection connection{nullptr};
+    FakeSSLConnection connection;
     ZephSSLClientConnectionManagerInitOnDemand manager;
     using Lines = std::vector<std::string>;
 };
@@ -129,26 +130,25 @@ TEST_F(ZephSSLClientConnectionManagerInitOnDemandTest,
 }
 
 TEST_F(ZephSSLClientConnectionManagerInitOnDemandTest, ValidatorOfModeTwoChecksTheConfiguredKey) {
-    const auto asks = [&](const TestCertificate& certificate) {
-        const std::string der = DerOf(certificate);
-        const Platform::CertificateContext context{Platform::CertificateEncoding, Bytes(der),
+    const auto asks = [&](const char* certificate) {
+        const std::string der = FixedCertificates::DerOf(certificate);
+        const Platform::CertificateContext context{Platform::CertificateEncoding,
+                                                   reinterpret_cast<const std::uint8_t*>(der.data()),
                                                    static_cast<std::uint32_t>(der.size())};
         Platform::CertificateContextPointer pContext = &context;
         return journal.validators.back()(&pContext);
     };
-    CertificateRecipe other;
-    other.key = KeyNamed("rsa2048-other");
     ZephSSLSettings settings = Settings(2);
-    settings.m_Certificate = Base64Of(DerOf(SelfSigned()));
+    settings.m_Certificate = FixedCertificates::RsaCertificate;
     manager.Configure(settings, logger, false);
     manager.GetConnection();
-    EXPECT_TRUE(asks(SelfSigned()));
-    EXPECT_FALSE(asks(MakeCertificate(other)));
+    EXPECT_TRUE(asks(FixedCertificates::RsaCertificate));
+    EXPECT_FALSE(asks(FixedCertificates::OtherRsaCertificate));
 
     settings.m_Certificate.clear();
     manager.Configure(settings, logger, false);
     manager.GetConnection();
-    EXPECT_FALSE(asks(SelfSigned())) << "no certificate configured rejects every server";
+    EXPECT_FALSE(asks(FixedCertificates::RsaCertificate)) << "no certificate configured rejects every server";
 }
 
 TEST_F(ZephSSLClientConnectionManagerInitOnDemandTest, RoleThreeGetsNoManagerAndAnyOtherRoleIsAClient) {
@@ -203,79 +203,6 @@ TEST_F(ZephSSLClientConnectionManagerInitOnDemandTest,
     EXPECT_EQ(journal.lines,
               (Lines{"deleted", "make verbose", "Initialize 'other.test' manual", "GetConnection"}));
     EXPECT_EQ(journal.logger, nullptr);
-}
-
-// --- over the engine itself ---
-
-/// Runs a session of the manager against a server; what the engine's failing operation said is the result.
-bool Connects(ZephSSLClientConnectionManagerInitOnDemand& manager, const TlsServerRecipe& recipe) {
-    ZephSSLConnectionIf* client = manager.GetConnection();
-    if (client == nullptr) return false;
-    TlsServerEnd server(recipe);
-    bool failed = false;
-    for (bool moved = true; moved && !failed;) {
-        const std::string out = Extract(*client);
-        server.Put(out);
-        const std::string in = server.Take();
-        failed = Inject(*client, in) < 0;
-        moved = !out.empty() || !in.empty();
-    }
-    const bool wrote = !failed && Write(*client, "data") == 4;
-    manager.ReleaseConnection(client);
-    return wrote;
-}
-
-TEST(ZephSSLClientConnectionManagerInitOnDemandOverOpenSSLTest, EachModeDecidesAsItSays) {
-    TlsServerRecipe known = ServerOf(0);
-    CertificateRecipe otherRecipe;
-    otherRecipe.key = KeyNamed("rsa2048-other");
-    TlsServerRecipe other = ServerOf(0, MakeCertificate(otherRecipe));
-    other.key = otherRecipe.key;
-    TlsServerRecipe trusted = ServerOf(0, MakeCertificate(SignedByAuthority()));
-
-    const TemporaryPemFile authority(TestAuthority());
-    OmbryZephCore::ZephOpenSSLClientContext::ReplaceAuthorities(authority.Path());
-    const auto logger = std::make_shared<RecordingLogger>();
-    ZephSSLClientConnectionManagerInitOnDemand manager;
-    ZephSSLSettings settings;
-    settings.m_TargetName = "server.test";
-    settings.m_Certificate = Base64Of(DerOf(SelfSigned()));
-
-    settings.m_ValidationMode = 0;
-    manager.Configure(settings, logger, false);
-    EXPECT_TRUE(Connects(manager, known));
-    EXPECT_TRUE(Connects(manager, other));
-
-    settings.m_ValidationMode = 1;
-    manager.Configure(settings, logger, false);
-    EXPECT_FALSE(Connects(manager, known));
-    EXPECT_TRUE(Connects(manager, trusted));
-
-    settings.m_ValidationMode = 2;
-    manager.Configure(settings, logger, false);
-    EXPECT_TRUE(Connects(manager, known));
-    EXPECT_TRUE(Connects(manager, trusted)) << "another certificate with the same key";
-    EXPECT_FALSE(Connects(manager, other));
-    EXPECT_TRUE(logger->Has(3, "Certificate validation returned failure.  Connection will be closed."));
-
-    settings.m_Certificate = "not base64!";
-    manager.Configure(settings, logger, false);
-    EXPECT_FALSE(Connects(manager, known));
-
-    settings.m_ValidationMode = 1;
-    settings.m_TargetName.clear();
-    manager.Configure(settings, logger, false);
-    EXPECT_EQ(manager.GetConnection(), nullptr) << "platform validation without a name would check no name";
-    OmbryZephCore::ZephOpenSSLClientContext::ReplaceAuthorities("");
-}
-
-TEST(ZephSSLClientConnectionManagerInitOnDemandOverOpenSSLTest, ReleaseOfNothingIsHarmless) {
-    ZephSSLClientConnectionManagerInitOnDemand manager;
-    ZephSSLSettings settings;
-    settings.m_ValidationMode = 0;
-    manager.Configure(settings, nullptr, false);
-    manager.ReleaseConnection(manager.GetConnection());
-    manager.ReleaseConnection(nullptr);
 }
 
 }  // namespace

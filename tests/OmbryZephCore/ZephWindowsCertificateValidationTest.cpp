@@ -1,12 +1,13 @@
 #include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephWindowsCertificateValidation.h"
-#include "tests/Fakes/TestCertificates.h"
+#include "tests/Fakes/FixedCertificates.h"
 
 #include <gtest/gtest.h>
 
 namespace Ombry::Tests {
 namespace {
 
+using namespace FixedCertificates;
 using OmbryZephCore::ZephWindowsCertificateValidation::CheckPublicKeyCallback;
 
 bool AcceptsKey(const std::string& expected, const std::string& serverDer) {
@@ -17,75 +18,48 @@ bool AcceptsKey(const std::string& expected, const std::string& serverDer) {
     return CheckPublicKeyCallback(expected)(&pContext);
 }
 
-std::string Pin(const CertificateRecipe& recipe) {
-    return Base64Of(DerOf(MakeCertificate(recipe)));
-}
-
-std::string Server(const CertificateRecipe& recipe) {
-    return DerOf(MakeCertificate(recipe));
-}
-
 TEST(CheckPublicKeyCallbackTest, TheVeryCertificateIsAccepted) {
-    EXPECT_TRUE(AcceptsKey(Pin({}), Server({})));
+    EXPECT_TRUE(AcceptsKey(RsaCertificate, DerOf(RsaCertificate)));
 }
 
 TEST(CheckPublicKeyCallbackTest, Base64WithLineEndsIsAccepted) {
-    const std::string text = Pin({});
+    const std::string text = RsaCertificate;
     for (const char* end : {"\n", "\r\n"}) {
         std::string lines;
         for (std::size_t i = 0; i < text.size(); i += 64)
             lines += text.substr(i, 64) + end;
-        EXPECT_TRUE(AcceptsKey(lines, Server({})));
+        EXPECT_TRUE(AcceptsKey(lines, DerOf(RsaCertificate)));
     }
 }
 
 TEST(CheckPublicKeyCallbackTest, OnlyTheKeyCountsNotDatesNamesIssuerOrSerial) {
-    CertificateRecipe renewed = SignedByAuthority();
-    renewed.commonName = "other.test";
-    renewed.alternativeNames = "DNS:other.test";
-    renewed.validFromSeconds = -100 * 86400;
-    renewed.validToSeconds = -86400;
-    EXPECT_TRUE(AcceptsKey(Pin({}), Server(renewed)));
-    EXPECT_TRUE(AcceptsKey(Pin(renewed), Server({})));
+    EXPECT_TRUE(AcceptsKey(RsaCertificate, DerOf(RenewedRsaCertificate)));
+    EXPECT_TRUE(AcceptsKey(RenewedRsaCertificate, DerOf(RsaCertificate)));
 }
 
 TEST(CheckPublicKeyCallbackTest, SameNameWithANewKeyIsRejected) {
-    CertificateRecipe other;
-    other.key = KeyNamed("rsa2048-other");
-    EXPECT_FALSE(AcceptsKey(Pin({}), Server(other)));
+    EXPECT_FALSE(AcceptsKey(RsaCertificate, DerOf(OtherRsaCertificate)));
 }
 
 TEST(CheckPublicKeyCallbackTest, KeyOfAnotherKindIsRejected) {
-    CertificateRecipe ec;
-    ec.key = KeyNamed("ec256");
-    EXPECT_FALSE(AcceptsKey(Pin({}), Server(ec)));
-    EXPECT_FALSE(AcceptsKey(Pin(ec), Server({})));
-    EXPECT_TRUE(AcceptsKey(Pin(ec), Server(ec)));
+    EXPECT_FALSE(AcceptsKey(RsaCertificate, DerOf(EcCertificate)));
+    EXPECT_FALSE(AcceptsKey(EcCertificate, DerOf(RsaCertificate)));
+    EXPECT_TRUE(AcceptsKey(EcCertificate, DerOf(EcCertificate)));
 }
 
 TEST(CheckPublicKeyCallbackTest, KeyThatDiffersInItsLastBytesOnlyIsRejected) {
-    // The exponent stands behind the modulus, and the second coordinate behind the first.
-    CertificateRecipe rsa;
-    rsa.issuerKey = rsa.key;
-    CertificateRecipe otherExponent = rsa;
-    otherExponent.key = WithExponent(rsa.key, 3);
-    EXPECT_FALSE(AcceptsKey(Pin(rsa), Server(otherExponent)));
-    EXPECT_FALSE(AcceptsKey(Pin(otherExponent), Server(rsa)));
-    EXPECT_TRUE(AcceptsKey(Pin(otherExponent), Server(otherExponent)));
+    EXPECT_FALSE(AcceptsKey(RsaCertificate, DerOf(OtherExponentCertificate)));
+    EXPECT_FALSE(AcceptsKey(OtherExponentCertificate, DerOf(RsaCertificate)));
+    EXPECT_TRUE(AcceptsKey(OtherExponentCertificate, DerOf(OtherExponentCertificate)));
 
-    CertificateRecipe ec;
-    ec.key = KeyNamed("ec256");
-    ec.issuerKey = ec.key;
-    CertificateRecipe otherHalf = ec;
-    otherHalf.key = Mirrored(ec.key);
-    EXPECT_FALSE(AcceptsKey(Pin(ec), Server(otherHalf)));
-    EXPECT_FALSE(AcceptsKey(Pin(otherHalf), Server(ec)));
-    EXPECT_TRUE(AcceptsKey(Pin(otherHalf), Server(otherHalf)));
+    EXPECT_FALSE(AcceptsKey(EcCertificate, DerOf(MirroredEcCertificate)));
+    EXPECT_FALSE(AcceptsKey(MirroredEcCertificate, DerOf(EcCertificate)));
+    EXPECT_TRUE(AcceptsKey(MirroredEcCertificate, DerOf(MirroredEcCertificate)));
 }
 
 TEST(CheckPublicKeyCallbackTest, WhatCannotBeDecodedOrParsedRejectsEveryServer) {
-    const std::string good = Pin({});
-    const std::string der = DerOf(MakeCertificate({}));
+    const std::string good = RsaCertificate;
+    const std::string der = DerOf(RsaCertificate);
     const std::string bad[] = {"",
                                " \r\n",
                                "not base64!",
@@ -98,23 +72,23 @@ TEST(CheckPublicKeyCallbackTest, WhatCannotBeDecodedOrParsedRejectsEveryServer) 
                                "-----BEGIN CERTIFICATE-----\n" + good + "\n-----END CERTIFICATE-----\n"};
     for (const std::string& text : bad) {
         SCOPED_TRACE(text);
-        EXPECT_FALSE(AcceptsKey(text, Server({})));
+        EXPECT_FALSE(AcceptsKey(text, DerOf(RsaCertificate)));
     }
 }
 
 TEST(CheckPublicKeyCallbackTest, ServerWithoutACertificateIsRejected) {
-    const CheckPublicKeyCallback callback(Pin({}));
+    const CheckPublicKeyCallback callback(RsaCertificate);
     EXPECT_FALSE(callback(nullptr));
     Platform::CertificateContextPointer none = nullptr;
     EXPECT_FALSE(callback(&none));
-    EXPECT_FALSE(AcceptsKey(Pin({}), "no certificate"));
-    EXPECT_FALSE(AcceptsKey(Pin({}), ""));
+    EXPECT_FALSE(AcceptsKey(RsaCertificate, "no certificate"));
+    EXPECT_FALSE(AcceptsKey(RsaCertificate, ""));
 }
 
 TEST(CheckPublicKeyCallbackTest, CopyChecksAsTheOriginalDoes) {
-    const CheckPublicKeyCallback original(Pin({}));
+    const CheckPublicKeyCallback original(RsaCertificate);
     const CheckPublicKeyCallback copy = original;
-    const std::string der = Server({});
+    const std::string der = DerOf(RsaCertificate);
     const Platform::CertificateContext context{Platform::CertificateEncoding,
                                                reinterpret_cast<const std::uint8_t*>(der.data()),
                                                static_cast<std::uint32_t>(der.size())};
@@ -167,12 +141,12 @@ TEST(CheckPublicKeyCallbackTest, EachFailingOperationRejectsAndEndsTheCheck) {
     const std::vector<std::string> steps = {"measure", "decode", "create", "compare"};
     FailingCertificates certificates;
     const Platform::Testing::Replace<Platform::ICertificates> replaced(certificates);
-    ASSERT_TRUE(AcceptsKey(Pin({}), Server({})));
+    ASSERT_TRUE(AcceptsKey(RsaCertificate, DerOf(RsaCertificate)));
     EXPECT_EQ(certificates.calls, steps);
     for (std::size_t i = 0; i < steps.size(); ++i) {
         certificates.failing = steps[i];
         certificates.calls.clear();
-        EXPECT_FALSE(AcceptsKey(Pin({}), Server({})));
+        EXPECT_FALSE(AcceptsKey(RsaCertificate, DerOf(RsaCertificate)));
         EXPECT_EQ(certificates.calls, std::vector<std::string>(
                                           steps.begin(), steps.begin() + static_cast<std::ptrdiff_t>(i) + 1));
     }
@@ -182,14 +156,14 @@ TEST(CheckPublicKeyCallbackTest, MoreThanWasMeasuredIsRejectedAndNotRead) {
     FailingCertificates certificates;
     const Platform::Testing::Replace<Platform::ICertificates> replaced(certificates);
     certificates.tooMuch = true;
-    EXPECT_FALSE(AcceptsKey(Pin({}), Server({})));
+    EXPECT_FALSE(AcceptsKey(RsaCertificate, DerOf(RsaCertificate)));
     EXPECT_EQ(certificates.calls, (std::vector<std::string>{"measure", "decode"}));
 }
 
 TEST(CheckPublicKeyCallbackTest, FailingAllocationRejects) {
     const auto before =
         OmbryZephCore::ZephIOBuffer::ReplaceAllocator([](std::uint64_t) -> std::uint8_t* { return nullptr; });
-    const bool accepted = AcceptsKey(Pin({}), Server({}));
+    const bool accepted = AcceptsKey(RsaCertificate, DerOf(RsaCertificate));
     OmbryZephCore::ZephIOBuffer::ReplaceAllocator(before);
     EXPECT_FALSE(accepted);
 }

@@ -1,9 +1,7 @@
 #include "Platform/IClock.h"
 #include "tests/Fakes/ObservedThread.h"
-#include "tests/Platform/SystemCalls.h"
 
 #include <atomic>
-#include <cerrno>
 #include <deque>
 #include <limits>
 
@@ -35,43 +33,6 @@ TEST_F(ClockTest, SteadyNowIsTheMonotonicClockCutToTicks) {
     const Duration now = clock.SteadyNow();
     EXPECT_GE(now, before);
     EXPECT_LE(now, steady());
-}
-
-TEST_F(ClockTest, SleepEndsBehindTheLastTickOfItsSliceAndGoesOnAfterSignals) {
-    const Duration slice(123);
-    SystemCalls calls;
-    calls.Fail("clock_nanosleep", EINTR, 2);
-    const Duration before = clock.SteadyNow();
-    clock.Sleep(slice);
-    const Duration after = clock.SteadyNow();
-
-    EXPECT_GE(after - before, slice);
-    ASSERT_THAT(calls.Names(), ElementsAre("clock_nanosleep", "clock_nanosleep", "clock_nanosleep"));
-    for (const SystemCalls::Call& call : calls.Calls()) {
-        // The clock is cut down to ticks, so that the whole of the last one has to pass.
-        EXPECT_EQ(call.argument % 100, 99);
-        const Duration end(std::stoll(call.text) * TicksPerSecond + call.argument / 100);
-        EXPECT_GE(end, before + slice);
-        EXPECT_LE(end, after);
-        EXPECT_EQ(call.argument, calls.Calls()[0].argument);  // the same end, however often it is woken
-    }
-}
-
-TEST_F(ClockTest, SleepOfNoTimeReturnsAtOnce) {
-    SystemCalls calls;
-    clock.Sleep(Duration(0));
-    clock.Sleep(-Tick);
-    clock.Sleep(Duration::min());
-    EXPECT_THAT(calls.Names(), IsEmpty());
-}
-
-TEST_F(ClockTest, SleepBeyondTheEndOfTimeEndsThere) {
-    SystemCalls calls;
-    calls.Fail("clock_nanosleep", EINVAL);  // so that nobody sleeps
-    clock.Sleep(Duration::max());
-    ASSERT_EQ(calls.Calls().size(), 1u);
-    EXPECT_EQ(calls.Calls()[0].text,
-              std::to_string(std::numeric_limits<std::int64_t>::max() / TicksPerSecond));
 }
 
 TEST_F(ClockTest, WaitOfNoTimeKeepsTheLock) {

@@ -10,23 +10,6 @@ namespace {
 
 using namespace Platform;
 
-TEST(SecurityProviderTest, NoLibraryIsFoundOnLinux) {
-    for (const char* name : {"SCHANNEL.DLL", "SECUR32.DLL", "SECURITY.DLL"}) {
-        const auto module = SecurityProvider().LoadModule(name);
-        EXPECT_FALSE(module) << name;
-        EXPECT_EQ(module.Error(), 2) << name;
-    }
-}
-
-TEST(SecurityProviderTest, NothingBehindTheLibraryIsFoundOnLinux) {
-    const auto entryPoint = SecurityProvider().FindEntryPoint(1, "InitSecurityInterfaceA");
-    EXPECT_FALSE(entryPoint);
-    EXPECT_EQ(entryPoint.Error(), 2);
-    const auto table = SecurityProvider().CallEntryPoint(1);
-    EXPECT_FALSE(table);
-    EXPECT_EQ(table.Error(), 2);
-}
-
 TEST(SecurityProviderTest, StatusesAre32BitsAndNegativeExactlyForFailures) {
     static_assert(std::is_same_v<SECURITY_STATUS, std::int32_t>);
     static_assert(sizeof(SecHandle) == 2 * sizeof(std::uintptr_t));

@@ -3,8 +3,8 @@
 #include "Sandbox/Calls.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeRandom.h"
+#include "tests/Fakes/Linux/TestCertificates.h"
 #include "tests/Fakes/TemporaryDirectory.h"
-#include "tests/Fakes/TestCertificates.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -53,7 +53,7 @@ TEST(SandboxConnectionsTest, EachRequestFindsItsOwnConnection) {
 }
 
 TEST(SandboxConnectionsTest, ConnectionOverIPv6IsFoundToo) {
-    LoopbackListener listener(AF_INET6);
+    LoopbackListener listener(true);
     if (listener.Port() == 0) return LeaveOut("this machine has no IPv6");
     Connection connection(listener, AF_INET6);
     EXPECT_GE(Sandbox::FindConnection(connection.request), 3);

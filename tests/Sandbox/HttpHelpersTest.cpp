@@ -1,6 +1,6 @@
 #include "Sandbox/HttpHelpers.h"
 #include "tests/Fakes/FakeClock.h"
-#include "tests/Fakes/TestCertificates.h"
+#include "tests/Fakes/Linux/TestCertificates.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 #include "Sandbox/Identity.h"
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Fakes/FaultyFiles.h"
+#include "tests/Fakes/Linux/TestCertificates.h"
 #include "tests/Fakes/TemporaryDirectory.h"
-#include "tests/Fakes/TestCertificates.h"
 
 #include <gtest/gtest.h>
 #include <openssl/pem.h>

@@ -38,7 +38,7 @@ TEST_F(SandboxServiceTest, BodyAndPathReachTheCallAndTheQueryDoesNot) {
 }
 
 TEST_F(SandboxServiceTest, IPv6AddressStandsInBracketsInTheBaseUrl) {
-    if (LoopbackListener(AF_INET6).Port() == 0) return LeaveOut("this machine has no IPv6");
+    if (LoopbackListener(true).Port() == 0) return LeaveOut("this machine has no IPv6");
     Start({"--address", "::1"});
     EXPECT_EQ(service->BaseUrl(), "http://[::1]:" + std::to_string(port) + "/b");
     EXPECT_EQ(Get(Datacenters).status, 200);

@@ -1,6 +1,6 @@
 #include "Sandbox/Tokens.h"
+#include "tests/Fakes/Linux/TestCertificates.h"
 #include "tests/Fakes/TemporaryDirectory.h"
-#include "tests/Fakes/TestCertificates.h"
 
 #include <gtest/gtest.h>
 #include <openssl/hmac.h>

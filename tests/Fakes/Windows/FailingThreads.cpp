@@ -1,0 +1,32 @@
+#include "tests/Fakes/FailingThreads.h"
+
+#include <pthread.h>
+
+#include <cerrno>
+
+namespace Ombry::Tests {
+namespace {
+
+thread_local FailingThreads* watching = nullptr;
+
+}  // namespace
+
+FailingThreads::FailingThreads(std::size_t n) : failAt(n) {
+    watching = this;
+}
+
+FailingThreads::~FailingThreads() {
+    watching = nullptr;
+}
+
+}  // namespace Ombry::Tests
+
+// The linker sends whoever calls the library's function of that name here, the standard library too.
+extern "C" int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                                     void* (*work)(void*), void* argument);
+extern "C" int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                                     void* (*work)(void*), void* argument) {
+    using Ombry::Tests::watching;
+    if (watching && watching->FailsNext()) return EAGAIN;
+    return __real_pthread_create(thread, attributes, work, argument);
+}

@@ -1,0 +1,114 @@
+// What the whole client does with TLS alone, against servers on loopback.
+
+#include "tests/OmbryZephCore/Linux/LoopbackRecipe.h"
+#include "tests/OmbryZephCore/SyncHttpClientLoopbackFixture.h"
+
+#include <gmock/gmock.h>
+
+namespace Ombry::Tests {
+namespace {
+
+using std::chrono::seconds;
+
+class SyncHttpClientTlsLoopbackTest : public SyncHttpClientLoopbackTest {};
+INSTANTIATE_TEST_SUITE_P(Tls, SyncHttpClientTlsLoopbackTest, ::testing::Values(true));
+
+TEST_P(SyncHttpClientTlsLoopbackTest, AnotherKeyThanTheRegisteredOneIsRefusedBeforeAnythingIsSent) {
+    CertificateRecipe other;
+    other.key = KeyNamed("rsa2048-other");
+    TlsServerRecipe recipe;
+    recipe.certificate = MakeCertificate(other);
+    recipe.key = other.key;
+    server.emplace(LoopbackServer::Answering(LoopbackServer::Response("stolen")), recipe);
+    EXPECT_EQ(Get().nResult, 11u);
+    EXPECT_THAT(server->Requests(), ::testing::IsEmpty());
+    EXPECT_EQ(server->Connections(), 2u);
+}
+
+TEST_P(SyncHttpClientTlsLoopbackTest, WithoutValidationAnyCertificateWill) {
+    server.emplace(LoopbackServer::Answering(LoopbackServer::Response("x")), LoopbackRecipe());
+    ZephSorrelConnectionParameters params = Params();
+    params.SetCertificateValidation({ValidateNothing, ""});
+    ZephSorrelSyncHttpClient client(logger, false, params, &pool);
+    EXPECT_EQ(client.DoRequest("GET", "/"), 0u);
+}
+
+TEST_P(SyncHttpClientTlsLoopbackTest, PlainHttpOnTheTlsPortIsAFailure) {
+    server.emplace([](Connection& connection) {
+        connection.ReadBytes(1);
+        connection.Send("HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+    });
+    EXPECT_EQ(Get().nResult, 11u);
+    EXPECT_EQ(server->Connections(), 2u);
+}
+
+TEST_P(SyncHttpClientTlsLoopbackTest, AServerThatIsSilentInTheHandshakeTimesOut) {
+    server.emplace([&](Connection& connection) {
+        connection.ReadBytes(1);
+        sockets.BeSilent([&] { clock.Advance(seconds(5)); });
+        connection.AwaitClose();
+    });
+    const Outcome outcome = Get();
+    EXPECT_EQ(outcome.nResult, 11u);
+    EXPECT_EQ(outcome.nIOResult, 13u);
+    EXPECT_EQ(server->Connections(), 1u);
+}
+
+TEST_P(SyncHttpClientTlsLoopbackTest, ABodyUntilCloseThatIsCutWithoutACloseAlertIsAFailure) {
+    Serve([](Connection& connection) {
+        connection.ReadRequest();
+        connection.Send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\nhalf of it");
+        connection.Close(false);
+    });
+    EXPECT_EQ(Get().nResult, 11u);
+}
+
+TEST_P(SyncHttpClientTlsLoopbackTest, BytesInClearTextBehindTheCloseAlertNeverReachTheBody) {
+    Serve([](Connection& connection) {
+        connection.ReadRequest();
+        connection.Send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\nsafe");
+        connection.SendCloseAlert();
+        connection.SendRaw(" and forged");
+    });
+    const Outcome outcome = Get();
+    EXPECT_EQ(outcome.nResult, 0u);
+    EXPECT_EQ(outcome.body, "safe");
+}
+
+TEST_P(SyncHttpClientTlsLoopbackTest, AServerMayRenegotiateInTheMiddleOfItsAnswer) {
+    TlsServerRecipe recipe = LoopbackRecipe();
+    recipe.version = TLS1_2_VERSION;
+    server.emplace(
+        [](Connection& connection) {
+            const auto askForAHandshake = [](SSL* end) {
+                SSL_renegotiate(end);
+                SSL_do_handshake(end);
+            };
+            while (!connection.ReadRequest().empty()) {
+                connection.Send("HTTP/1.1 200 OK\r\nContent-Length: 13\r\n\r\none, ");
+                const std::string request = Capture(connection, askForAHandshake);
+                connection.SendRaw(request + connection.Encode("two, "));
+                connection.AwaitReadable();  // the client has begun its handshake
+                connection.Send("six");
+            }
+        },
+        recipe);
+    Body body("question", true);
+    EXPECT_EQ(Get().body, "one, two, six");
+    EXPECT_EQ(Request("POST", "/", &body).body, "one, two, six");
+    EXPECT_EQ(Get().body, "one, two, six");
+    EXPECT_EQ(server->Requests().size(), 3u) << "none was asked twice";
+    EXPECT_EQ(server->Connections(), 1u);
+}
+
+class SyncHttpClientPlainLoopbackTest : public SyncHttpClientLoopbackTest {};
+INSTANTIATE_TEST_SUITE_P(Plain, SyncHttpClientPlainLoopbackTest, ::testing::Values(false));
+
+TEST_P(SyncHttpClientPlainLoopbackTest, TlsOnThePlainPortIsAFailure) {
+    server.emplace(LoopbackServer::Answering(LoopbackServer::Response("x")), LoopbackRecipe());
+    EXPECT_EQ(Get().nResult, 11u);
+    EXPECT_EQ(server->Connections(), 2u);
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
