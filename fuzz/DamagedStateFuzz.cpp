@@ -17,9 +17,9 @@
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FakeMachineId.h"
+#include "tests/Fakes/FakeOneCertificateStore.h"
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Fakes/MemoryFiles.h"
-#include "tests/Fakes/OneCertificateStore.h"
 #include "tests/Fakes/ScriptedSockets.h"
 
 #include <algorithm>
@@ -118,7 +118,7 @@ struct Machine {
     FakeKnownFolders folders{"/m"};
     FakeMachineId machineId{"machine"};
     MemoryFiles files;
-    OneCertificateStore certificates{"DiscoveryServiceBootstrap", "certificate"};
+    FakeOneCertificateStore certificates{"DiscoveryServiceBootstrap", "certificate"};
     ScriptedSockets sockets;
     Service service{sockets};
     const Platform::Testing::Replace<Platform::IClock> replacedClock{clock};

@@ -13,7 +13,7 @@
 #include "ObjectMapping/Serialization.h"
 #include "fuzz/Require.h"
 #include "tests/Fakes/FakeClock.h"
-#include "tests/Fakes/MapKeyValueStorage.h"
+#include "tests/Fakes/MemoryKeyValueStorage.h"
 #include "tests/Fakes/ScriptedGateway.h"
 
 #include <algorithm>
@@ -175,7 +175,8 @@ private:
     Tests::FakeClock clock{TimePoint(Duration(SecondsToTicks(Now)))};
     const Platform::Testing::Replace<Platform::IClock> replaced{clock};
     const std::shared_ptr<Tests::ScriptedGateway> gateway = std::make_shared<Tests::ScriptedGateway>();
-    const std::shared_ptr<Tests::MapKeyValueStorage> cache = std::make_shared<Tests::MapKeyValueStorage>();
+    const std::shared_ptr<Tests::MemoryKeyValueStorage> cache =
+        std::make_shared<Tests::MemoryKeyValueStorage>();
 };
 
 }  // namespace
