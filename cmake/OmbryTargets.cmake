@@ -69,11 +69,6 @@ if(OMBRY_SANITIZE)
         add_link_options(-shared-libsan -Wl,-rpath,${runtime_dir})
     endif()
 endif()
-if(OMBRY_FUZZ)
-    # Every library is instrumented, so that coverage guides the fuzzer through the whole stack.
-    add_compile_options(-fsanitize=fuzzer-no-link,address,undefined,float-cast-overflow -fno-sanitize-recover=all)
-    add_link_options(-fsanitize=address,undefined)
-endif()
 
 # RapidJSON. The macros change the library's inline code, so they stand here alone: two translation units with
 # different values would break the one-definition rule.
@@ -93,7 +88,7 @@ target_compile_options(ombry_rapidjson INTERFACE
     $<BUILD_INTERFACE:-DRAPIDJSON_PARSE_DEFAULT_FLAGS=kParseIterativeFlag>
     "$<BUILD_INTERFACE:-DRAPIDJSON_ASSERT(x)=((void)0)>")
 # The library's stack adds an offset to a null pointer before its first allocation, which clang reports.
-if(OMBRY_FUZZ OR OMBRY_SANITIZE MATCHES "undefined")
+if(OMBRY_SANITIZE MATCHES "undefined")
     target_compile_options(ombry_rapidjson INTERFACE $<BUILD_INTERFACE:-fno-sanitize=pointer-overflow>)
 endif()
 
@@ -109,6 +104,10 @@ function(ombry_library name)
         add_library(${name} STATIC ${sources} ${headers})
         target_link_libraries(${name} PUBLIC ombry_options ${arg_PUBLIC} PRIVATE ${arg_PRIVATE})
         target_compile_options(${name} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wconversion>)
+        if(OMBRY_FUZZ)
+            # Coverage guides the fuzzer through the whole stack.
+            target_compile_options(${name} PRIVATE -fsanitize=fuzzer-no-link)
+        endif()
         if(OMBRY_COVERAGE)
             # The libraries alone: what the tests reach of themselves is of no interest. Threads count too.
             target_compile_options(${name} PRIVATE --coverage -fprofile-update=atomic)
