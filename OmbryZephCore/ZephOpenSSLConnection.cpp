@@ -100,7 +100,7 @@ bool ZephOpenSSLConnection::MakeSession(const ZephOpenSSLClientContext& context)
     }
     SSL_set_bio(m_Session.get(), input, output);
     SSL_set_connect_state(m_Session.get());
-    SSL_set_app_data(m_Session.get(), this);
+    if (SSL_set_app_data(m_Session.get(), this) != 1) return false;
     SSL_set_info_callback(m_Session.get(), NoteHandshake);
     return true;
 }

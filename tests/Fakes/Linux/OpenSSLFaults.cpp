@@ -122,6 +122,11 @@ long SSL_ctrl(SSL* session, int command, long number, void* pointer) {
     return real(session, command, number, pointer);
 }
 
+int SSL_set_ex_data(SSL* session, int index, void* data) {
+    static const auto real = TheLibrarys<decltype(SSL_set_ex_data)>("SSL_set_ex_data");
+    return Fails("SSL_set_ex_data") ? 0 : real(session, index, data);
+}
+
 int SSL_set1_host(SSL* session, const char* name) {
     static const auto real = TheLibrarys<decltype(SSL_set1_host)>("SSL_set1_host");
     return Fails("SSL_set1_host") ? 0 : real(session, name);

@@ -118,7 +118,8 @@ class ZephOpenSSLStartFaultTest : public testing::TestWithParam<StartStep> {};
 
 INSTANTIATE_TEST_SUITE_P(Steps, ZephOpenSSLStartFaultTest,
                          testing::Values(StartStep{"SSL_new", 0}, StartStep{"BIO_new", 0},
-                                         StartStep{"BIO_new", 1}, StartStep{"SSL_set_tlsext_host_name", 0},
+                                         StartStep{"BIO_new", 1}, StartStep{"SSL_set_ex_data", 0},
+                                         StartStep{"SSL_set_tlsext_host_name", 0},
                                          StartStep{"SSL_set1_host", 0}),
                          [](const auto& info) {
                              return info.param.function + std::to_string(info.param.passing);
