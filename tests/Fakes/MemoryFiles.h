@@ -173,10 +173,9 @@ private:
     }
 
     static std::string Normal(const std::string& path) {
-        std::string normal;
-        for (const char character : path) {
-            if (character != '/' || !normal.ends_with('/')) normal += character;
-        }
+        std::string normal = path;
+        for (std::size_t at = 0; (at = normal.find("//", at)) != std::string::npos;)
+            normal.erase(at, 1);
         while (normal.starts_with("./"))
             normal.erase(0, 2);
         if (normal.size() > 1 && normal.ends_with('/')) normal.pop_back();

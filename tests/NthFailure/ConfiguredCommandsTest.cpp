@@ -47,7 +47,8 @@ public:
                memory.Clients().contains(ConfiguredMachine::Store()->Load("New")->GetClientId());
     }
 
-    /// What the machine has changed since then, and what the service knows, as a hash.
+    /// What the machine has changed since then, and what the service knows, as a hash; whatever port the
+    /// service has this time.
     std::size_t StateSince(const std::map<std::string, std::string>& before) const {
         std::string text;
         for (const auto& [path, content] : machine.files.Contents()) {
@@ -59,6 +60,9 @@ public:
                 text += id + "\n";
             text += "\n";
         }
+        const std::string url = machine.web.server.Url();
+        for (std::size_t at = 0; (at = text.find(url, at)) != std::string::npos;)
+            text.erase(at, url.size());
         return std::hash<std::string>()(text);
     }
 
