@@ -1,13 +1,16 @@
 // The commands that need no configured machine, and those that fail for a reason of their own, with each
-// allocation, each start of a thread and each call of the platform failing.
+// allocation, each start of a thread and each call of the platform failing; the one that goes over TLS with
+// the allocations of the crypto library as well.
 
+#include "ClientCommunications/Impl/BootstrapCertificate.h"
+#include "Platform/Base64Text.h"
 #include "tests/Fakes/Linux/BootstrapService.h"
 #include "tests/NthFailure/FailingPlatform.h"
 #include "tests/NthFailure/StarvedRun.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
 
+#include <algorithm>
 #include <filesystem>
-#include <set>
 
 namespace Ombry::Tests {
 namespace {
@@ -16,14 +19,6 @@ using Texts = std::vector<std::string>;
 
 class BootstrapWorld {
 public:
-    std::string Content(const std::string& file) const {
-        return service.directory.Read("Quennet/OmbrySecurity/" + file);
-    }
-    std::size_t Certificates() const {
-        const std::filesystem::directory_iterator store(service.Path("CertificateStores/OmbrySecurity"));
-        return static_cast<std::size_t>(std::distance(begin(store), end(store)));
-    }
-
     BootstrapService service{false};
     UndisturbedClock clock;
     FailingPlatform platform{{.sockets = true}};
@@ -50,6 +45,100 @@ TEST(NthFailureOfBootstrapCommandsTest, CommandThatIsRefusedEndsAsItWouldOrForLa
             return run.happened;
         });
     }
+}
+
+/// A machine on the real disk and a service that shows a certificate of its own.
+class TlsWorld {
+public:
+    TlsWorld(const TemporaryDirectory& machine, long serial)
+        : machine(machine), service(true, {.serial = serial}), folders(machine.Path()) {
+        // Whoever could not send waits for an answer until the silence has lasted too long.
+        service.sockets.OnIdle(
+            [this](std::int64_t milliseconds) { time.Advance(std::chrono::milliseconds(milliseconds)); });
+    }
+
+    std::string Address() const { return machine.Read("Quennet/OmbrySecurity/ombrysecurity.config"); }
+    std::string Datacenter() const { return machine.Read("Quennet/OmbrySecurity/CS/datacenterid.config"); }
+    /// Base64 of the certificate that the machine trusts; empty for none.
+    std::string Trusted() const {
+        try {
+            return ClientCommunications::getBootstrapSsdsCertificate(
+                ClientCommunications::CommunicationsParameters(""));
+        } catch (const std::runtime_error&) {
+            return "";
+        }
+    }
+    std::string Shown() const {
+        const auto* const bytes = reinterpret_cast<const std::uint8_t*>(service.certificate.data());
+        return *Platform::Base64Text({bytes, service.certificate.size()});
+    }
+
+private:
+    const TemporaryDirectory& machine;
+    BootstrapService service;
+    FakeKnownFolders folders;
+    FakeClock time;
+    const Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};
+    const Platform::Testing::Replace<Platform::IClock> replacedTime{time};
+    UndisturbedClock clock;
+};
+
+TEST(NthFailureOfBootstrapCommandsTest, MachineIsTiedOrKeepsItsFilesWholeAndTheNextRunTiesIt) {
+    const Texts words{"configure-bootstrap-url", "-t", "t", "-d", "i2", "-r", "https://new/x"};
+    const std::string newAddress = "{\n    \"ssdsUri\": \"https://new/x\"\n}";
+    const std::string oldAddress = "{\n    \"ssdsUri\": \"https://old/x\"\n}";
+    // One folder for all runs: a process remembers those that it has swept.
+    const TemporaryDirectory machine;
+    const TemporaryDirectory before;
+    const auto copyAll = std::filesystem::copy_options::recursive;
+    std::string oldTrusted;
+    {
+        const TlsWorld world(machine, 1);
+        ASSERT_EQ(Tool({"configure-bootstrap-url", "-t", "t", "-d", "i1", "-r", "https://old/x"}).error, "");
+        oldTrusted = world.Trusted();
+        std::filesystem::copy(machine.Path(), before.Path(), copyAll);
+    }
+    // What was left behind once, and was seen to be mended by the next run; room for all.
+    std::vector<std::string> proven;
+    proven.reserve(100);
+
+    const auto once = [&](const NthFailure::Plan& plan) {
+        std::filesystem::remove_all(machine / "Quennet");
+        std::filesystem::copy(before.Path(), machine.Path(), copyAll);
+        const TlsWorld world(machine, 2);
+        const auto isTied = [&] {
+            return world.Trusted() == world.Shown() && world.Address() == newAddress &&
+                   world.Datacenter() == "i2";
+        };
+        StarvedRun run;
+        {
+            const FailingPlatform platform{{.sockets = true}};
+            run = RunStarved(words, plan);
+        }
+
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.exitCode, run.error.empty() ? 0 : -1) << run.error;
+        if (run.exitCode == 0) {
+            EXPECT_TRUE(isTied());
+            return run.happened;
+        }
+        EXPECT_TRUE(run.error.starts_with("Caught exception: ")) << run.error;
+        const std::string trusted = world.Trusted(), address = world.Address(), id = world.Datacenter();
+        EXPECT_TRUE(trusted == "" || trusted == oldTrusted || trusted == world.Shown()) << trusted;
+        EXPECT_TRUE(address == oldAddress || address == newAddress) << address;
+        EXPECT_TRUE(id == "i1" || id == "i2") << id;
+        // The address never leads to a service that is not trusted yet.
+        EXPECT_TRUE(address == oldAddress || trusted == world.Shown());
+        const std::string state = (trusted == world.Shown() ? "shown" : trusted) + "\n" + address + "\n" + id;
+        if (std::ranges::count(proven, state) == 0) {
+            proven.push_back(state);
+            EXPECT_EQ(Tool(words).error, "") << "after " << run.error;
+            EXPECT_TRUE(isTied());
+        }
+        return run.happened;
+    };
+    FailEverywhere(0, once);
+    FailEach(NthFailure::Of::CryptoAllocation, 0, once);
 }
 
 }  // namespace

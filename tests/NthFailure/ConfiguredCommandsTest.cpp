@@ -80,13 +80,14 @@ struct Subject {
     bool takesItsIdentity = false;
     /// What can't be loaded counts as not enrolled from here: on purpose, there is nothing to do then.
     bool mayFindNothing = false;
+    bool protects = false;  ///< and so is to lack the crypto library's memory as well
 };
 
 void FailEverywhereOf(const Subject& subject) {
     // States, as hashes, that the next run was seen to mend. They are not to be taken for lost memory.
     std::vector<std::size_t> proven;
     proven.reserve(10000);
-    FailEverywhere(0, [&](const NthFailure::Plan& plan) {
+    const auto once = [&](const NthFailure::Plan& plan) {
         ConfiguredWorld world;
         subject.prepare(world);
         const auto before = world.machine.files.Contents();
@@ -116,13 +117,16 @@ void FailEverywhereOf(const Subject& subject) {
         EXPECT_EQ(again.error, "") << "after " << run.error;
         EXPECT_TRUE(subject.isDone(world));
         return run.happened;
-    });
+    };
+    FailEverywhere(0, once);
+    if (subject.protects) FailEach(NthFailure::Of::CryptoAllocation, 0, once);
 }
 
 TEST(NthFailureOfConfiguredCommandsTest, ClientIsEnrolledOrTheNextRunEnrollsIt) {
-    FailEverywhereOf({{"enroll-client", "-n", "c1", "-nn", "New"},
-                      [](ConfiguredWorld&) {},
-                      [](const ConfiguredWorld& world) { return world.KnowsNewClient(); }});
+    FailEverywhereOf({.words = {"enroll-client", "-n", "c1", "-nn", "New"},
+                      .prepare = [](ConfiguredWorld&) {},
+                      .isDone = [](const ConfiguredWorld& world) { return world.KnowsNewClient(); },
+                      .protects = true});
 }
 
 TEST(NthFailureOfConfiguredCommandsTest, ServiceIsEnrolledOrTheNextRunEnrollsIt) {

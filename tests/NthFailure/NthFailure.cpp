@@ -1,5 +1,7 @@
 #include "tests/NthFailure/NthFailure.h"
 
+#include <openssl/crypto.h>
+
 #include <dlfcn.h>
 #include <pthread.h>
 #include <signal.h>
@@ -31,6 +33,27 @@ void NameThePlace(int signal) {
     raise(signal);
 }
 
+void* AllocateForCrypto(std::size_t size, const char*, int) {
+    if (size == 0 || NthFailure::Strikes(NthFailure::Of::CryptoAllocation)) return nullptr;
+    const NthFailure::Pause pause;
+    return std::malloc(size);
+}
+
+void FreeForCrypto(void* memory, const char*, int) {
+    std::free(memory);
+}
+
+void* ReallocateForCrypto(void* memory, std::size_t size, const char* file, int line) {
+    if (!memory) return AllocateForCrypto(size, file, line);
+    if (size == 0) return std::free(memory), nullptr;
+    return NthFailure::Strikes(NthFailure::Of::CryptoAllocation) ? nullptr : std::realloc(memory, size);
+}
+
+// Taken by the library only before its first allocation.
+[[maybe_unused]] const int taken =
+    CRYPTO_set_mem_functions(AllocateForCrypto, ReallocateForCrypto, FreeForCrypto) == 1 ? 1
+                                                                                         : (std::abort(), 0);
+
 struct Start {
     void* (*work)(void*);
     void* argument;
@@ -47,7 +70,8 @@ void* Run(void* start) {
 }  // namespace
 
 std::string NthFailure::Plan::Text() const {
-    static const char* const kinds[] = {"allocation", "start of a thread", "call of the platform"};
+    static const char* const kinds[] = {"allocation", "allocation of the crypto library", "start of a thread",
+                                        "call of the platform"};
     return std::string(kinds[static_cast<int>(what)]) + " " + std::to_string(n) + " of thread " +
            std::to_string(thread) + (forGood ? " and all behind it" : "") + " failing";
 }
@@ -100,19 +124,37 @@ long NthFailure::LiveBlocks() {
 
 }  // namespace Ombry::Tests
 
+// The linker leads `malloc` and `free` of everything in the executable here, and the real ones stand under
+// these names.
+extern "C" {
+void* __real_malloc(std::size_t size);
+void __real_free(void* memory);
+void* __wrap_malloc(std::size_t size);
+void __wrap_free(void* memory);
+
+void* __wrap_malloc(std::size_t size) {
+    using Ombry::Tests::NthFailure;
+    if (NthFailure::Strikes(NthFailure::Of::Allocation)) return nullptr;
+    void* const memory = __real_malloc(size);
+    if (memory) ++Ombry::Tests::liveBlocks;
+    return memory;
+}
+
+void __wrap_free(void* memory) {
+    if (memory) --Ombry::Tests::liveBlocks;
+    __real_free(memory);
+}
+}
+
 // These stand before those of the libraries, also for the libraries themselves.
 
 void* operator new(std::size_t size) {
-    using Ombry::Tests::NthFailure;
-    if (NthFailure::Strikes(NthFailure::Of::Allocation)) throw std::bad_alloc();
     void* const memory = std::malloc(size != 0 ? size : 1);
     if (!memory) throw std::bad_alloc();
-    ++Ombry::Tests::liveBlocks;
     return memory;
 }
 
 void operator delete(void* memory) noexcept {
-    if (memory) --Ombry::Tests::liveBlocks;
     std::free(memory);
 }
 
@@ -128,6 +170,7 @@ extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* 
     static const auto real = reinterpret_cast<decltype(pthread_create)*>(dlsym(RTLD_NEXT, "pthread_create"));
     if (thisThread == NthFailure::Foreign || pauses != 0) return real(thread, attributes, work, argument);
     if (NthFailure::Strikes(NthFailure::Of::ThreadStart)) return EAGAIN;
+    const NthFailure::Pause pause;
     void* const start = std::malloc(sizeof(Start));
     const int error = real(thread, attributes, Run, new (start) Start{work, argument, ++threads});
     if (error != 0) std::free(start);

@@ -6,13 +6,14 @@
 
 namespace Ombry::Tests {
 
-/// Lets one thing fail on one thread while it lives: the n-th allocation with `new`, the n-th start of a
-/// thread or the n-th call of the platform, alone or with all that come behind it. The thread that makes this
-/// object is number 0, those that it or they start are 1, 2 and so on; nobody else notices anything. One
-/// object at a time.
+/// Lets one thing fail on one thread while it lives: the n-th allocation, the n-th one of the crypto library,
+/// the n-th start of a thread or the n-th call of the platform, alone or with all that come behind it.
+/// Allocations are those with `new` and those with `malloc` from what is linked into the executable: ours,
+/// and what library headers leave in it. The thread that makes this object is number 0, those that it or they
+/// start are 1, 2 and so on; nobody else notices anything. One object at a time.
 class NthFailure {
 public:
-    enum class Of { Allocation, ThreadStart, PlatformCall };
+    enum class Of { Allocation, CryptoAllocation, ThreadStart, PlatformCall };
 
     struct Plan {
         Of what = Of::Allocation;
@@ -49,7 +50,7 @@ public:
     static std::size_t ThisThread();
     static constexpr std::size_t Foreign = static_cast<std::size_t>(-1);
 
-    /// Blocks that were allocated with `new` and not deleted, in the whole process.
+    /// Blocks of either kind that were allocated and not given back, in the whole process.
     static long LiveBlocks();
 
 private:

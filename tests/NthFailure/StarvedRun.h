@@ -96,32 +96,40 @@ inline StarvedRun RunStarved(const std::vector<std::string>& words, const NthFai
     return run;
 }
 
-/// Calls `once` for every n until nothing is left that could fail, for each kind of failure, alone and for
-/// good; `once` says whether it happened, and must give back all the memory that it takes. The further from
-/// the start, the wider the steps, but not for what fails alone where no sanitizer slows it down.
+/// Calls `once` for every n until nothing of that kind is left that could fail, alone and for good; `once`
+/// says whether it happened, and must give back all the memory that it takes. The further from the start, the
+/// wider the steps, but not for what of ours fails alone where no sanitizer slows it down.
+inline void FailEach(NthFailure::Of what, std::size_t thread,
+                     const std::function<bool(const NthFailure::Plan&)>& once) {
+    for (const bool forGood : {false, true}) {
+        const std::size_t every = what == NthFailure::Of::CryptoAllocation ? 25
+                                  : IsSanitized                            ? 50
+                                  : forGood                                ? 200
+                                            : std::numeric_limits<std::size_t>::max();
+        std::size_t n = 1;
+        for (bool happened = true; happened; n += 1 + n / every) {
+            const NthFailure::Plan plan{what, n, forGood, thread};
+            SCOPED_TRACE(plan.Text());
+            long growth = 0;
+            int tries = 0;
+            do {
+                const long before = NthFailure::LiveBlocks();
+                happened = once(plan);
+                growth = NthFailure::LiveBlocks() - before;
+            } while (growth > 0 && ++tries < 3 && !testing::Test::HasFailure());
+            EXPECT_LE(growth, 0) << "blocks are lost each time";
+            if (testing::Test::HasFailure()) return;
+        }
+    }
+}
+
+/// Each kind of failure but those of the crypto library.
 inline void FailEverywhere(std::size_t thread, const std::function<bool(const NthFailure::Plan&)>& once) {
     using Of = NthFailure::Of;
     once({});  // what is made once and stays
     for (const Of what : {Of::Allocation, Of::ThreadStart, Of::PlatformCall}) {
-        for (const bool forGood : {false, true}) {
-            const std::size_t every = IsSanitized ? 50
-                                      : forGood   ? 200
-                                                  : std::numeric_limits<std::size_t>::max();
-            std::size_t n = 1;
-            for (bool happened = true; happened; n += 1 + n / every) {
-                const NthFailure::Plan plan{what, n, forGood, thread};
-                SCOPED_TRACE(plan.Text());
-                long growth = 0;
-                int tries = 0;
-                do {
-                    const long before = NthFailure::LiveBlocks();
-                    happened = once(plan);
-                    growth = NthFailure::LiveBlocks() - before;
-                } while (growth > 0 && ++tries < 3 && !testing::Test::HasFailure());
-                EXPECT_LE(growth, 0) << "blocks are lost each time";
-                if (testing::Test::HasFailure()) return;
-            }
-        }
+        FailEach(what, thread, once);
+        if (testing::Test::HasFailure()) return;
     }
 }
 
