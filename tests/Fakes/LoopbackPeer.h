@@ -66,7 +66,10 @@ public:
         return socket == BlockingSockets::None ? 0 : BlockingSockets::PortOf(socket);
     }
 
-    LoopbackPeer Accept() { return LoopbackPeer(BlockingSockets::Accept(socket)); }
+    LoopbackPeer Accept() { return LoopbackPeer(Take()); }
+
+    /// The next connection as the system's own handle, which the caller closes.
+    BlockingSockets::Socket Take() const { return BlockingSockets::Accept(socket); }
 
 private:
     const BlockingSockets::Socket socket;

@@ -19,38 +19,6 @@ using testing::ElementsAre;
 
 class SocketsSelectTest : public SocketsTest {};
 
-TEST_F(SocketsSelectTest, SelectLeavesOnlyReadyHandlesInEachSet) {
-    const Pair quiet = Connected();
-    const Pair loud = Connected();
-    ASSERT_EQ(sockets.Send(loud.server, "x", 1).count, 1);
-    SocketSet read = SetOf({quiet.client, loud.client});
-    SocketSet write = SetOf({quiet.client});
-    SocketSet except = SetOf({quiet.client, loud.client});
-    const SelectResult result = sockets.Select(&read, &write, &except, 5000);
-    EXPECT_EQ(result.count, 2);
-    EXPECT_EQ(result.error, 0);
-    EXPECT_THAT(Members(read), ElementsAre(SocketHandle(loud.client)));
-    EXPECT_THAT(Members(write), ElementsAre(SocketHandle(quiet.client)));
-    EXPECT_EQ(except.Count(), 0u);
-}
-
-TEST_F(SocketsSelectTest, SelectWithNothingReadyTimesOutWithEmptySets) {
-    const Pair pair = Connected();
-    SocketSet read = SetOf({pair.client});
-    SocketSet except = SetOf({pair.client});
-    const SelectResult result = sockets.Select(&read, nullptr, &except, 0);
-    EXPECT_EQ(result.count, 0);
-    EXPECT_EQ(result.error, 0);
-    EXPECT_EQ(read.Count(), 0u);
-    EXPECT_EQ(except.Count(), 0u);
-}
-
-TEST_F(SocketsSelectTest, SelectWithoutSetsJustWaits) {
-    const SelectResult result = sockets.Select(nullptr, nullptr, nullptr, 1);
-    EXPECT_EQ(result.count, 0);
-    EXPECT_EQ(result.error, 0);
-}
-
 TEST_F(SocketsSelectTest, HangUpShowsInReadSetAndNeverInExceptionSet) {
     Pair pair = Connected();
     ASSERT_EQ(sockets.Send(pair.server, "last", 4).count, 4);
@@ -325,23 +293,6 @@ TEST_F(SocketsSelectTest, WaitThatOneCallCanWaitEndsWithThatCall) {
     EXPECT_EQ(sockets.Select(&read, nullptr, nullptr, std::numeric_limits<int>::max()).count, 0);
     EXPECT_EQ(calls.Count("poll"), 1u);
     EXPECT_EQ(read.Count(), 0u);
-}
-
-// Transfers.
-
-TEST(SocketSetTest, HoldsEachHandleOnceAndSixtyFourAtMost) {
-    SocketSet set;
-    for (SocketHandle handle = 0; handle < 70; ++handle) {
-        set.Add(handle);
-        set.Add(handle);
-    }
-    EXPECT_EQ(set.Count(), 64u);
-    EXPECT_TRUE(set.Contains(63));
-    EXPECT_FALSE(set.Contains(64));
-    EXPECT_EQ(set[63], 63);
-    set.Clear();
-    EXPECT_EQ(set.Count(), 0u);
-    EXPECT_FALSE(set.Contains(0));
 }
 
 }  // namespace

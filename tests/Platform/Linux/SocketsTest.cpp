@@ -18,13 +18,6 @@ namespace {
 using namespace Platform;
 using testing::ElementsAre;
 
-TEST_F(SocketsTest, StartupOffersTheVersionThatWasAskedFor) {
-    const auto version = sockets.Startup(2);
-    ASSERT_TRUE(version);
-    EXPECT_EQ(*version, 2);
-    EXPECT_TRUE(sockets.Cleanup());
-}
-
 // Creation.
 
 TEST_F(SocketsTest, NewSocketIsCloseOnExecAndSendsWithoutDelay) {
@@ -123,18 +116,6 @@ TEST_F(SocketsTest, AddressLongerThanAnyIsRefused) {
 
 // Connecting.
 
-TEST_F(SocketsTest, NonBlockingConnectIsInProgressByTheNumberOfTheCore) {
-    const Handle listener = Listen();
-    const Handle client = NewSocket();
-    ASSERT_TRUE(sockets.SetNonBlocking(client, true));
-    const auto result = sockets.Connect(client, Loopback(PortOf(listener)));
-    ASSERT_FALSE(result);
-    EXPECT_EQ(result.Error(), 10036);
-    SocketSet write = SetOf({client});
-    EXPECT_EQ(sockets.Select(nullptr, &write, nullptr, 5000).count, 1);
-    EXPECT_EQ(*sockets.GetSocketError(client), 0);
-}
-
 TEST_F(SocketsTest, InterruptedConnectIsInProgress) {
     const Handle client = NewSocket();
     SystemCalls calls;
@@ -173,37 +154,6 @@ TEST_F(SocketsTest, RefusedConnectShowsInWriteSetAndItsErrorIsReadOnce) {
 }
 
 // Waiting.
-
-TEST_F(SocketsTest, TransfersNeverBlockOnBlockingSocket) {
-    const Pair pair = Connected();
-    char buffer[16];
-    const TransferResult received = sockets.Receive(pair.client, buffer, sizeof buffer);
-    EXPECT_EQ(received.count, -1);
-    EXPECT_EQ(received.error, 10035);
-
-    const std::string large(32 << 20, 'x');
-    const TransferResult sent =
-        sockets.Send(pair.client, large.data(), static_cast<std::uint32_t>(large.size()));
-    EXPECT_GT(sent.count, 0);
-    EXPECT_LT(sent.count, static_cast<std::int32_t>(large.size()));
-    TransferResult more = sent;
-    while (more.count > 0)
-        more = sockets.Send(pair.client, large.data(), static_cast<std::uint32_t>(large.size()));
-    EXPECT_EQ(more.count, -1);
-    EXPECT_EQ(more.error, 10035);
-}
-
-TEST_F(SocketsTest, TransferMovesExactlyWhatFits) {
-    const Pair pair = Connected();
-    EXPECT_EQ(sockets.Send(pair.client, "abcdef", 6).count, 6);
-    SocketSet read = SetOf({pair.server});
-    ASSERT_EQ(sockets.Select(&read, nullptr, nullptr, 5000).count, 1);
-    std::string buffer(4, '.');
-    EXPECT_EQ(sockets.Receive(pair.server, buffer.data(), 3).count, 3);
-    EXPECT_EQ(buffer, "abc.");
-    EXPECT_EQ(sockets.Receive(pair.server, buffer.data(), 4).count, 3);
-    EXPECT_EQ(buffer, "def.");
-}
 
 TEST_F(SocketsTest, OnlyBytesThatMoreFollowMayBeHeldBack) {
     const Pair pair = Connected();
@@ -295,15 +245,6 @@ TEST_F(SocketsTest, HintsOfTypeAndProtocolLimitTheEntries) {
     ASSERT_TRUE(byProtocol);
     ASSERT_EQ(byProtocol->size(), 1u);
     EXPECT_EQ(byProtocol->front().protocol, IPPROTO_TCP);
-}
-
-TEST_F(SocketsTest, NullHostGivesLoopback) {
-    const auto list = sockets.GetAddressInfo(nullptr, "80", {0, FamilyIPv4, SocketTypeStream, ProtocolTcp});
-    ASSERT_TRUE(list);
-    const auto name = sockets.NumericNameOf(list->front(), 46, 6);
-    ASSERT_TRUE(name);
-    EXPECT_EQ(name->host, "127.0.0.1");
-    EXPECT_EQ(name->service, "80");
 }
 
 TEST_F(SocketsTest, ResolverFailuresKeepTheResolversNumbers) {
