@@ -38,15 +38,14 @@ SOCKET Number(SocketHandle socket) {
 }
 
 struct SocketAddress {
-    explicit SocketAddress(const AddressEntry& entry) : length(static_cast<int>(entry.address.size())) {
-        if (entry.address.size() > sizeof storage) {
-            length = 0;  // the system refuses an address without bytes
-            return;
-        }
+    explicit SocketAddress(const AddressEntry& entry)
+        : fits(entry.address.size() <= sizeof storage), length(static_cast<int>(entry.address.size())) {
+        if (!fits) return;
         std::copy(entry.address.begin(), entry.address.end(), reinterpret_cast<std::uint8_t*>(&storage));
     }
     const sockaddr* Pointer() const { return reinterpret_cast<const sockaddr*>(&storage); }
 
+    const bool fits;  // longer than any address is none
     sockaddr_storage storage{};
     int length;
 };
@@ -133,6 +132,7 @@ public:
     ValueOr<NumericName> NumericNameOf(const AddressEntry& address, std::size_t hostRoom,
                                        std::size_t serviceRoom) override {
         const SocketAddress from(address);
+        if (!from.fits) return Result::Failure(WSAEFAULT);
         std::vector<char> host(hostRoom + 1);
         std::vector<char> service(serviceRoom + 1);
         const int error =
@@ -163,6 +163,7 @@ public:
 
     Result Bind(SocketHandle socket, const AddressEntry& address) override {
         const SocketAddress local(address);
+        if (!local.fits) return Result::Failure(WSAEFAULT);
         return Outcome(bind(Number(socket), local.Pointer(), local.length));
     }
 
@@ -171,6 +172,7 @@ public:
 
     Result Connect(SocketHandle socket, const AddressEntry& address) override {
         const SocketAddress peer(address);
+        if (!peer.fits) return Result::Failure(WSAEFAULT);
         return Outcome(connect(Number(socket), peer.Pointer(), peer.length));
     }
 
