@@ -7,9 +7,6 @@
 namespace Ombry::Platform::Windows {
 namespace {
 
-/// What the console takes at a time; older ones have no more room.
-constexpr std::size_t MostUnits = 8192;
-
 /// The length of a text less what may be the beginning of a character at its end.
 std::size_t LengthOfWhole(std::string_view text) {
     const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
@@ -49,12 +46,10 @@ bool ConsoleBuffer::Show(std::string_view text) const {
     const std::wstring units = Wide(text);
     for (std::wstring_view left = units; !left.empty();) {
         std::size_t length = std::min(left.size(), MostUnits);
-        // The two units of one character stay together.
-        if (length < left.size() && IS_HIGH_SURROGATE(left[length - 1])) --length;
-        DWORD shown = 0;
-        if (!WriteConsoleW(console, left.data(), static_cast<DWORD>(length), &shown, nullptr) || shown == 0) {
-            return false;
-        }
+        const bool endsWithinPair = left[length - 1] >= 0xD800 && left[length - 1] <= 0xDBFF;
+        if (length < left.size() && endsWithinPair) --length;
+        const std::size_t shown = console(left.substr(0, length));
+        if (shown == 0) return false;
         left.remove_prefix(shown);
     }
     return true;

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Platform/Windows/Api.h"
-
+#include <functional>
 #include <streambuf>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Ombry::Platform::Windows {
 
@@ -13,8 +13,14 @@ namespace Ombry::Platform::Windows {
 /// come.
 class ConsoleBuffer : public std::streambuf {
 public:
-    /// `console` stays the caller's.
-    explicit ConsoleBuffer(HANDLE console) : console(console) {}
+    /// Shows some units, never half of a pair, and no more than `MostUnits` at a time; the value is how many
+    /// were taken, 0 for a failure.
+    using Console = std::function<std::size_t(std::wstring_view units)>;
+
+    /// Older consoles have no more room.
+    static constexpr std::size_t MostUnits = 8192;
+
+    explicit ConsoleBuffer(Console console) : console(std::move(console)) {}
 
 protected:
     int_type overflow(int_type byte) override;
@@ -24,7 +30,7 @@ protected:
 private:
     bool Show(std::string_view text) const;
 
-    HANDLE console;
+    const Console console;
     std::string pending;  // less than a character
 };
 

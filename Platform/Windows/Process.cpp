@@ -1,5 +1,6 @@
 #include "Platform/Process.h"
 
+#include "Platform/Windows/Api.h"
 #include "Platform/Windows/ConsoleBuffer.h"
 #include "Platform/Windows/Utf8.h"
 
@@ -59,8 +60,14 @@ void PrepareStandardStreams() noexcept {
 void ShowOnConsole(std::ostream& stream, DWORD standard) {
     const HANDLE handle = GetStdHandle(standard);
     DWORD mode = 0;
+    if (!GetConsoleMode(handle, &mode)) return;
+    const auto show = [handle](std::wstring_view units) -> std::size_t {
+        DWORD shown = 0;
+        const auto length = static_cast<DWORD>(units.size());
+        return WriteConsoleW(handle, units.data(), length, &shown, nullptr) ? shown : 0;
+    };
     // As long as the process lives: other threads may still write when it ends.
-    if (GetConsoleMode(handle, &mode)) stream.rdbuf(new Windows::ConsoleBuffer(handle));
+    stream.rdbuf(new Windows::ConsoleBuffer(show));
 }
 
 }  // namespace
