@@ -41,7 +41,6 @@ void LeaveNoMemoryBehind() noexcept {
 /// whoever filled a folder of downloads may have put another.
 void LoadFromTheSystemAlone() noexcept {
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
-    SetDllDirectoryW(L"");
 }
 
 /// Puts something harmless in the place of each standard stream that is closed, opened the wrong way round,
