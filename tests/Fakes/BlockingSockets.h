@@ -29,6 +29,8 @@ void EndAccepting(Socket listener);
 
 /// Whether all bytes were taken.
 bool Send(Socket socket, const char* bytes, std::size_t size);
+/// Sends one byte out of band.
+bool SendUrgent(Socket socket);
 /// Waits for bytes, and gives what there is; 0 at the end of the stream, after a failure and once `Shutdown`
 /// was called.
 std::size_t Receive(Socket socket, char* bytes, std::size_t room);

@@ -94,6 +94,10 @@ bool Send(Socket socket, const char* bytes, std::size_t size) {
     return send(Number(socket), bytes, size, MSG_NOSIGNAL) == static_cast<ssize_t>(size);
 }
 
+bool SendUrgent(Socket socket) {
+    return send(Number(socket), "!", 1, MSG_OOB | MSG_NOSIGNAL) == 1;
+}
+
 std::size_t Receive(Socket socket, char* bytes, std::size_t room) {
     const ssize_t received = recv(Number(socket), bytes, room, 0);
     return received < 0 ? 0 : static_cast<std::size_t>(received);

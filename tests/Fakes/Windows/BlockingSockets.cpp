@@ -108,6 +108,10 @@ bool Send(Socket socket, const char* bytes, std::size_t size) {
     return send(Number(socket), bytes, static_cast<int>(size), 0) == static_cast<int>(size);
 }
 
+bool SendUrgent(Socket socket) {
+    return send(Number(socket), "!", 1, MSG_OOB) == 1;
+}
+
 std::size_t Receive(Socket socket, char* bytes, std::size_t room) {
     const int received = recv(Number(socket), bytes, static_cast<int>(room), 0);
     return received < 0 ? 0 : static_cast<std::size_t>(received);
