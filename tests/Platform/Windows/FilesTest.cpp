@@ -3,6 +3,7 @@
 #include "Platform/Windows/OpenFile.h"
 #include "Platform/Windows/TemporaryFile.h"
 #include "Platform/Windows/WidePath.h"
+#include "tests/Fakes/LeftOut.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 #include "tests/Platform/Windows/HeldFile.h"
 #include "tests/Platform/Windows/SecondProcess.h"
@@ -323,6 +324,19 @@ TEST_F(FilesTest, SizeThatNoFileCanHaveIsRefused) {
                   ERROR_FILE_TOO_LARGE);
     }
     EXPECT_THAT(Names(), IsEmpty());
+}
+
+TEST_F(FilesTest, FullDiskShowsWhenTheReplacementBegins) {
+    char disk[MAX_PATH] = {};
+    if (GetEnvironmentVariableA("OMBRY_SMALL_DISK", disk, sizeof disk) == 0) {
+        return LeaveOut("needs a folder on a disk of less than a megabyte, in OMBRY_SMALL_DISK");
+    }
+    const std::string path = std::string(disk) + "/file";
+    ASSERT_TRUE(Save(path, "old", Durability::Synced));
+    EXPECT_EQ(files.BeginReplace(path, 1 << 20, Durability::Synced).Error(), ERROR_DISK_FULL);
+    EXPECT_EQ(*files.Read(path), "old");
+    EXPECT_THAT(*files.List(disk), ElementsAre("file"));
+    EXPECT_TRUE(files.Remove(path, Durability::Synced));
 }
 
 TEST_F(FilesTest, FileOfMoreThanOneTransferIsWrittenAndReadWhole) {
