@@ -45,7 +45,33 @@ protected:
     Platform::IFiles& files = Platform::Production<Platform::IFiles>();
 };
 
+/// Whether the system can do such a thing to a file that is open.
+template <class Information>
+bool Can(int what, Information information, const std::string& scratch) {
+    const Platform::Windows::Handle file(CreateFileW(WidePath(scratch)->c_str(), GENERIC_WRITE | DELETE,
+                                                     ShareAll, nullptr, CREATE_ALWAYS, 0, nullptr));
+    const bool can = SetFileInformationByHandle(file.Get(), static_cast<FILE_INFO_BY_HANDLE_CLASS>(what),
+                                                &information, sizeof information);
+    static_cast<void>(Platform::Windows::Remove(file));
+    return can;
+}
+
 // Files that others have open.
+
+TEST_F(FilesTest, ReaderThatNeverLetsGoKeepsTheOldFileAndIsInNobodysWay) {
+    if (!Can(21, FILE_DISPOSITION_INFO_EX{FILE_DISPOSITION_FLAG_POSIX_SEMANTICS}, directory / "scratch")) {
+        return LeaveOut("this system cannot replace a file that is open");
+    }
+    const std::string path = directory.Write("file", "old");
+    const HeldFile reader(path, ShareAll);
+    EXPECT_TRUE(Save(path, "new"));
+    EXPECT_EQ(*files.Read(path), "new");
+    const HeldFile another(path, ShareAll);
+    EXPECT_TRUE(files.Remove(path, Durability::Synced));
+    EXPECT_THAT(Names(), IsEmpty());
+    EXPECT_EQ(reader.Read(), "old");
+    EXPECT_EQ(another.Read(), "new");
+}
 
 TEST_F(FilesTest, ReaderKeepsTheOldFileWhileItIsReplaced) {
     for (const Durability durability : {Durability::Synced, Durability::Unsynced}) {
@@ -324,6 +350,16 @@ TEST_F(FilesTest, SizeThatNoFileCanHaveIsRefused) {
                   ERROR_FILE_TOO_LARGE);
     }
     EXPECT_THAT(Names(), IsEmpty());
+}
+
+TEST_F(FilesTest, ReservedSpaceIsNoPartOfTheFileThatAPowerCutCouldLeaveFullOfNuls) {
+    if (!Can(FileAllocationInfo, FILE_ALLOCATION_INFO{}, directory / "scratch")) {
+        return LeaveOut("this system cannot reserve space");
+    }
+    const auto replacement = files.BeginReplace(directory / "file", 12345, Durability::Synced);
+    ASSERT_TRUE(replacement);
+    ASSERT_EQ(Names().size(), 1u);
+    EXPECT_EQ(files.State(directory / Names()[0])->size, 0u);
 }
 
 TEST_F(FilesTest, FullDiskShowsWhenTheReplacementBegins) {
