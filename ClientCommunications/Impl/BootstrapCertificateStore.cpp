@@ -1,5 +1,6 @@
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
 #include "Platform/Base64Text.h"
+#include "Platform/ErrorNumber.h"
 #include "Platform/ICertificates.h"
 
 #include <algorithm>
@@ -40,7 +41,7 @@ template <class Outcome>
 void Require(const Outcome& outcome, const char* function, const char* operation) {
     if (outcome) return;
     throw std::runtime_error(std::string(function) + operation +
-                             " failed with last error = " + std::to_string(outcome.Error()));
+                             " failed with last error = " + Platform::ErrorNumber(outcome.Error()));
 }
 
 StoreLocation LocationOf(const CommunicationsParameters& parameters) {

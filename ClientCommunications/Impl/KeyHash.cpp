@@ -3,6 +3,7 @@
 #include "ClientCommunications/Impl/Base64.h"
 #include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephResultCodes.h"
+#include "Platform/ErrorNumber.h"
 #include "Platform/IHash.h"
 
 #include <stdexcept>
@@ -13,7 +14,7 @@ namespace {
 /// Throws if `outcome` is a failure, with its number behind `text`.
 template <class Outcome>
 void Require(const Outcome& outcome, const char* text) {
-    if (!outcome) throw std::runtime_error(text + std::to_string(outcome.Error()));
+    if (!outcome) throw std::runtime_error(text + Platform::ErrorNumber(outcome.Error()));
 }
 
 std::string Sha256(const std::string& text) {

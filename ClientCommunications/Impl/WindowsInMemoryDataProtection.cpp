@@ -2,6 +2,7 @@
 
 #include "ClientCommunications/Impl/Base64.h"
 #include "ClientCommunications/Impl/SecretBuffer.h"
+#include "Platform/ErrorNumber.h"
 #include "Platform/IMemoryProtection.h"
 #include "Platform/SecureWipe.h"
 
@@ -40,7 +41,8 @@ void WindowsInMemoryDataProtection::Protect(std::string& data) {
     std::fill(bytes.end() - static_cast<std::ptrdiff_t>(padding), bytes.end(),
               static_cast<std::uint8_t>(padding));
     if (const Platform::Result result = Platform::MemoryProtection().Protect(bytes, flags); !result) {
-        throw std::runtime_error("CryptProtectMemory failed with error " + std::to_string(result.Error()));
+        throw std::runtime_error("CryptProtectMemory failed with error " +
+                                 Platform::ErrorNumber(result.Error()));
     }
     Platform::SecureWipe(data);
     Assign(data, bytes);
@@ -54,7 +56,8 @@ void WindowsInMemoryDataProtection::Unprotect(std::string& data) {
     const std::span<std::uint8_t> bytes = buffer.Bytes();
     std::copy(data.begin(), data.end(), bytes.begin());
     if (const Platform::Result result = Platform::MemoryProtection().Unprotect(bytes, flags); !result) {
-        throw std::runtime_error("CryptUnprotectMemory failed with error " + std::to_string(result.Error()));
+        throw std::runtime_error("CryptUnprotectMemory failed with error " +
+                                 Platform::ErrorNumber(result.Error()));
     }
     if (!IsPaddingCorrect(bytes)) {
         throw std::runtime_error("Padding is incorrect after CryptUnprotectMemory.");

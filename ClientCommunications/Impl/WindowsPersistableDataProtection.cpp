@@ -1,5 +1,6 @@
 #include "ClientCommunications/Impl/WindowsPersistableDataProtection.h"
 
+#include "Platform/ErrorNumber.h"
 #include "Platform/IMachineProtection.h"
 #include "Platform/SecureWipe.h"
 
@@ -17,7 +18,7 @@ void Take(Platform::ValueOr<std::optional<std::string>> outcome, const char* ope
     if (!outcome) {
         const std::string_view remedy = Platform::MachineProtection().Remedy(outcome.Error());
         throw std::runtime_error(std::string(operation) + " failed with error " +
-                                 std::to_string(outcome.Error()) +
+                                 Platform::ErrorNumber(outcome.Error()) +
                                  (remedy.empty() ? "" : ". " + std::string(remedy)));
     }
     if (!outcome->has_value()) {

@@ -59,6 +59,8 @@ TEST_F(WindowsPersistableDataProtectionTest, FailuresHaveTheirTextsAndLeaveTheDa
     machine.failing = "Protect";
     machine.error = 5;
     EXPECT_EQ(FailureOf([&] { protection.Protect(data); }), "CryptProtectData failed with error 5");
+    machine.error = static_cast<int>(0x8009000B);
+    EXPECT_EQ(FailureOf([&] { protection.Protect(data); }), "CryptProtectData failed with error 2148073483");
     machine.error = 0;
     EXPECT_EQ(FailureOf([&] { protection.Protect(data); }),
               "CryptProtectData succeeded but returned no data");

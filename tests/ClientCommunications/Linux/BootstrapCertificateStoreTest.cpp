@@ -220,9 +220,9 @@ TEST_F(BootstrapCertificateStoreTest, EachFailingStepOfSavingHasItsTextAndNumber
 }
 
 TEST_F(BootstrapCertificateStoreTest, AFailureToAddHasTheTextOfTheDeletionOnPurpose) {
-    certificates.Fail("AddReplaceExisting", 88);
+    certificates.Fail("AddReplaceExisting", static_cast<int>(0x80070005));
     EXPECT_EQ(FailureOf([&] { SaveDer(first); }),
-              Save + "CertDeleteCertificateFromStore failed with last error = 88");
+              Save + "CertDeleteCertificateFromStore failed with last error = 2147942405");
     EXPECT_THAT(Stored(), IsEmpty());
 }
 
