@@ -1,0 +1,76 @@
+#include "Platform/ICertificates.h"
+#include "tests/Fakes/FixedCertificates.h"
+
+#include <gtest/gtest.h>
+
+#include <span>
+#include <string>
+#include <vector>
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace Platform;
+
+/// What another handle to the store sees while the first is open, which is what another process sees.
+class SystemStoreTest : public testing::Test {
+protected:
+    SystemStoreTest() { Empty(); }
+    ~SystemStoreTest() override { Empty(); }
+
+    static std::unique_ptr<ICertificateStore> Open(StoreAccess access) {
+        auto store = Certificates().OpenStore(StoreLocation::CurrentUser, access, L"OmbrySystemStoreTest");
+        EXPECT_TRUE(store) << store.Error();
+        return store ? std::move(*store) : nullptr;
+    }
+
+    static void Empty() {
+        const auto store = Open(StoreAccess::ReadWrite);
+        for (auto at = store->FindNext(nullptr); at; at = store->FindNext(nullptr))
+            ASSERT_TRUE(store->Delete(at));
+    }
+
+    /// The size of the friendly name of the one certificate; -1 without a name, -2 without a certificate.
+    static int Seen() {
+        const auto store = Open(StoreAccess::ReadOnlyExisting);
+        const auto context = store->FindNext(nullptr);
+        if (context == nullptr) return -2;
+        EXPECT_EQ(store->FindNext(context), nullptr);
+        std::vector<std::uint8_t> buffer(64);
+        const auto size = store->GetFriendlyName(context, buffer);
+        return size ? static_cast<int>(*size) : -1;
+    }
+
+    const std::string der = FixedCertificates::DerOf(FixedCertificates::RsaCertificate);
+    const CertificateContext certificate{CertificateEncoding,
+                                         reinterpret_cast<const std::uint8_t*>(der.data()),
+                                         static_cast<std::uint32_t>(der.size())};
+};
+
+TEST_F(SystemStoreTest, ChangeIsInTheStoreWhenItsOperationReturns) {
+    const auto store = Open(StoreAccess::ReadWrite);
+    EXPECT_EQ(Seen(), -2);
+    const auto added = store->AddReplaceExisting(certificate);
+    ASSERT_TRUE(added);
+    EXPECT_EQ(Seen(), -1);
+    const std::vector<std::uint8_t> name{'a', 0, 'b', 0, 0, 0};
+    ASSERT_TRUE(store->SetFriendlyName(*added, name));
+    EXPECT_EQ(Seen(), 6);
+    const auto replaced = store->AddReplaceExisting(certificate);
+    ASSERT_TRUE(replaced);
+    EXPECT_EQ(Seen(), -1);
+    ASSERT_TRUE(store->Delete(*replaced));
+    EXPECT_EQ(Seen(), -2);
+}
+
+TEST_F(SystemStoreTest, CertificateThatSomebodyElseDeletedIsStillThereToBeRead) {
+    ASSERT_TRUE(Open(StoreAccess::ReadWrite)->AddReplaceExisting(certificate));
+    const auto store = Open(StoreAccess::ReadOnlyExisting);
+    const auto context = store->FindNext(nullptr);
+    ASSERT_NE(context, nullptr);
+    Empty();
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(context->encoded), context->encodedLength), der);
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
