@@ -5,7 +5,7 @@
 namespace Ombry::Tests {
 namespace {
 
-std::span<const std::uint8_t> Bytes(std::string_view text) {
+std::span<const std::uint8_t> BinaryOf(std::string_view text) {
     return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
@@ -13,10 +13,10 @@ class PlatformBase64Test : public testing::Test {
 protected:
     /// The text of these bytes, measured first.
     std::string Encode(std::string_view binary) {
-        const auto size = certificates.BinaryToBase64(Bytes(binary), nullptr, 0);
+        const auto size = certificates.BinaryToBase64(BinaryOf(binary), nullptr, 0);
         EXPECT_TRUE(size);
         std::string text(*size + 1, '#');
-        const auto written = certificates.BinaryToBase64(Bytes(binary), text.data(), *size);
+        const auto written = certificates.BinaryToBase64(BinaryOf(binary), text.data(), *size);
         EXPECT_EQ(*written, *size);
         EXPECT_EQ(text.back(), '#');
         text.pop_back();
@@ -100,7 +100,7 @@ TEST_F(PlatformBase64Test, BitsThatBelongToNoByteMustBeZero) {
 
 TEST_F(PlatformBase64Test, RoomThatIsOneTooSmallIsFailure) {
     char text[4];
-    EXPECT_FALSE(certificates.BinaryToBase64(Bytes("f"), text, 3));
+    EXPECT_FALSE(certificates.BinaryToBase64(BinaryOf("f"), text, 3));
     std::uint8_t binary[3];
     EXPECT_FALSE(certificates.Base64ToBinary("Zm9v", binary, 2));
     EXPECT_EQ(*certificates.Base64ToBinary("Zm9v", binary, 3), 3u);

@@ -12,7 +12,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr Duration Tick(1);
+constexpr Duration OneTick(1);
 
 class SleepTest : public testing::Test {
 protected:
@@ -42,7 +42,7 @@ TEST_F(SleepTest, SleepEndsBehindTheLastTickOfItsSliceAndGoesOnAfterSignals) {
 TEST_F(SleepTest, SleepOfNoTimeReturnsAtOnce) {
     SystemCalls calls;
     clock.Sleep(Duration(0));
-    clock.Sleep(-Tick);
+    clock.Sleep(-OneTick);
     clock.Sleep(Duration::min());
     EXPECT_THAT(calls.Names(), IsEmpty());
 }
