@@ -5,13 +5,14 @@
 
 namespace Ombry::Tests {
 
-/// The text of the runtime error that `act` throws. Exceptions of other types pass through.
-template <class Act>
+/// The text of the failure that `act` throws, a runtime error unless told otherwise. Exceptions of other
+/// types pass through.
+template <class Failure = std::runtime_error, class Act>
 std::string FailureOf(const Act& act) {
     try {
         act();
         return "no failure";
-    } catch (const std::runtime_error& failure) {
+    } catch (const Failure& failure) {
         return failure.what();
     }
 }

@@ -81,20 +81,22 @@ TEST(MakeConnectionParametersTest, SchemeHostAndPortOfTheLowerCasedUrlDecide) {
 TEST(MakeConnectionParametersTest, APortThatIsNoNumberOrTooLargeFailsInKnownWords) {
     for (const std::string port : {"x", "x1", "-", "+"}) {
         EXPECT_THROW(MakeConnectionParameters("https://server:" + port), std::invalid_argument);
-        EXPECT_EQ(FailureOf([&] { MakeConnectionParameters("https://server:" + port + "/p"); }),
-                  "invalid stoul argument");
+        EXPECT_EQ(
+            FailureOf<std::logic_error>([&] { MakeConnectionParameters("https://server:" + port + "/p"); }),
+            "invalid stoul argument");
     }
     for (const std::string port : {"4294967296", "99999999999999999999999999", "-4294967296"}) {
         EXPECT_THROW(MakeConnectionParameters("https://server:" + port), std::out_of_range);
-        EXPECT_EQ(FailureOf([&] { MakeConnectionParameters("https://server:" + port); }),
+        EXPECT_EQ(FailureOf<std::logic_error>([&] { MakeConnectionParameters("https://server:" + port); }),
                   "stoul argument out of range");
     }
 }
 
 TEST(MakeConnectionParametersTest, ConstructionOfAClientFailsWithTheSameWords) {
     const BootstrapService service;
-    EXPECT_EQ(FailureOf([] { ClientConfigParameters("").SetSfsUrl("https://s:x").Build(); }),
-              "invalid stoul argument");
+    EXPECT_EQ(
+        FailureOf<std::logic_error>([] { ClientConfigParameters("").SetSfsUrl("https://s:x").Build(); }),
+        "invalid stoul argument");
     EXPECT_THAT(service.sockets.Calls(), IsEmpty());
 }
 
