@@ -352,6 +352,38 @@ TEST_F(IndefinitelyStickyIteratePolicyTest, AServerEstablishedByACallWithinACall
     EXPECT_EQ(finder->Calls(), 1u);
 }
 
+TEST_F(IndefinitelyStickyIteratePolicyTest,
+       AServerEstablishedByACallWithinACallStaysWhenTheOuterOneSucceeds) {
+    finder->Set({"l"}, {"r"});
+    const CallPtr outer = NewCall();
+    EXPECT_EQ(Next(outer), "l local");
+    EXPECT_EQ(Run(), "l local");
+    outer->MarkSuccess();
+    EXPECT_EQ(failed->Changes(), (Lines{"removed l", "removed l"}));
+    EXPECT_EQ(Run(), "l local");
+    EXPECT_EQ(finder->Calls(), 1u);
+}
+
+TEST_F(IndefinitelyStickyIteratePolicyTest, AMemoryThatThrowsAtACallWithinACallLeavesTheSearchToTheOuterOne) {
+    finder->Set({"l"}, {"r"});
+    const CallPtr outer = NewCall();
+    EXPECT_EQ(Next(outer), "l local");
+    failed->FailRecording(std::make_exception_ptr(std::bad_alloc()));
+    {
+        const CallPtr inner = NewCall();
+        EXPECT_EQ(Next(inner), "l local");
+        EXPECT_THROW(Next(inner), std::bad_alloc);
+    }
+    // Another search would have begun at once.
+    std::string result;
+    std::thread beside = CallBeside(result);
+    clock.AwaitWaiters(1);
+    outer->MarkSuccess();
+    beside.join();
+    EXPECT_EQ(result, "l local");
+    EXPECT_EQ(finder->Calls(), 1u);
+}
+
 TEST_F(IndefinitelyStickyIteratePolicyTest, ThreadsInOneExecutorSearchOneAfterTheOtherAndThenStay) {
     ServiceIteratePolicyFactory policies(failed, nullptr);
     finder->Set({"l"}, {"r"});

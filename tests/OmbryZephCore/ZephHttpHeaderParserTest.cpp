@@ -390,7 +390,7 @@ TEST(ZephHttpHeaderParserTest, MalformedRequestsFailWithTheRequestCode) {
     for (const std::string text :
          {"GET /  HTTP/1.1\r\n\r\n", "GET / HTTP/1.1 x\r\n\r\n", "GET\r\n\r\n", "GET /\r\n\r\n",
           "GET / HTTP/1.1\n\n", "GET / HTTP/1.1\r\nno colon\r\n\r\n", "GET / HTTP/1.1\nA: b\r\n\r\n",
-          "GET / HTTP/1.1 xxA: b\r\n\r\n"}) {
+          "GET / HTTP/1.1 xxA: b\r\n\r\n", "GET  ", "GET / HTTP/1.1  "}) {
         SCOPED_TRACE(text);
         ZephHttpHeaderParser parser(ZephHttpHeaderParser::ModeRequest);
         EXPECT_EQ(eRC_HTTP_BadRequestHeader, Parse(parser, text));
