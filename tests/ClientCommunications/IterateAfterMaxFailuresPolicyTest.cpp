@@ -275,6 +275,18 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, WithoutALocalServerTheRemoteOneStaysAn
     }
 }
 
+TEST_F(IterateAfterMaxFailuresPolicyTest, AServerThatASuccessPutsBackInUseCountsFromThatSuccess) {
+    UsePolicy(1);
+    finder->Set({}, {"r", "x"});
+    const CallPtr call = NewCall();
+    const std::string server = Next(call);
+    EXPECT_NE(Run(1), (Lines{server, server}));  // now the other one is in use
+    call->MarkSuccess();
+    finder->Set({"l"}, {});
+    Repeat(49, server);
+    EXPECT_EQ(Run(), (Lines{"l local"}));
+}
+
 TEST_F(IterateAfterMaxFailuresPolicyTest, ARemoteServerIsNoWayHome) {
     UsePolicy(1);
     finder->Set({}, {"r"});
