@@ -1,4 +1,5 @@
 #include "Platform/ICertificates.h"
+#include "tests/Fakes/CertificateBytes.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FixedCertificates.h"
 #include "tests/Fakes/TemporaryDirectory.h"
@@ -15,18 +16,6 @@ namespace {
 using namespace Platform;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
-
-std::span<const std::uint8_t> Bytes(std::string_view text) {
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
-
-CertificateContext ContextOf(const std::string& der) {
-    return {CertificateEncoding, Bytes(der).data(), static_cast<std::uint32_t>(der.size())};
-}
-
-std::string DerOf(const CertificateContext& context) {
-    return {reinterpret_cast<const char*>(context.encoded), context.encodedLength};
-}
 
 /// UTF-16LE with its terminator.
 std::string Name(std::u16string_view text) {
@@ -79,7 +68,7 @@ protected:
         const auto store = Open();
         const auto added = store->AddReplaceExisting(ContextOf(der));
         ASSERT_TRUE(added) << added.Error();
-        ASSERT_TRUE(store->SetFriendlyName(*added, Bytes(Name(name))));
+        ASSERT_TRUE(store->SetFriendlyName(*added, BytesOf(Name(name))));
     }
 
     static void Empty() {
@@ -136,7 +125,7 @@ TEST_F(CertificateStoreContractTest, EqualCertificateIsReplacedAndLosesItsName) 
         EXPECT_EQ(FriendlyName(*store, *added), "failure");
         EXPECT_EQ(DerOf(**added), first);
         EXPECT_EQ(DerOf(*old), first);
-        EXPECT_NE((*added)->encoded, Bytes(first).data());
+        EXPECT_NE((*added)->encoded, BytesOf(first).data());
     }
     const auto store = Open(StoreAccess::ReadOnlyExisting);
     EXPECT_THAT(All(*store), UnorderedElementsAre(first, second));
@@ -177,7 +166,7 @@ TEST_F(CertificateStoreContractTest, ContextOfAnotherStoreIsRefused) {
         std::vector<std::uint8_t> buffer(64);
         EXPECT_FALSE(store->GetFriendlyName(&foreign, buffer));
         EXPECT_FALSE(store->Delete(&foreign));
-        EXPECT_FALSE(store->SetFriendlyName(&foreign, Bytes(Name(u"x"))));
+        EXPECT_FALSE(store->SetFriendlyName(&foreign, BytesOf(Name(u"x"))));
         EXPECT_EQ(store->FindNext(&foreign), nullptr);
     }
     EXPECT_THAT(AllAfterReopening(), UnorderedElementsAre(first));
@@ -221,7 +210,7 @@ TEST_F(CertificateStoreContractTest, ReadOnlyStoreRefusesEveryChange) {
     const auto context = store->FindNext(nullptr);
     EXPECT_FALSE(store->Delete(context));
     EXPECT_FALSE(store->AddReplaceExisting(ContextOf(second)));
-    EXPECT_FALSE(store->SetFriendlyName(context, Bytes(Name(u"x"))));
+    EXPECT_FALSE(store->SetFriendlyName(context, BytesOf(Name(u"x"))));
     EXPECT_EQ(FriendlyName(*store, context), Name(u"name"));
     EXPECT_THAT(AllAfterReopening(), UnorderedElementsAre(first));
 }

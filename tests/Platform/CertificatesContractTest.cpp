@@ -1,4 +1,5 @@
 #include "Platform/ICertificates.h"
+#include "tests/Fakes/CertificateBytes.h"
 #include "tests/Fakes/FixedCertificates.h"
 
 #include <gtest/gtest.h>
@@ -9,14 +10,6 @@ namespace Ombry::Tests {
 namespace {
 
 using Platform::CertificateContext;
-
-std::span<const std::uint8_t> Bytes(std::string_view text) {
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
-
-CertificateContext ContextOf(const std::string& der) {
-    return {Platform::CertificateEncoding, Bytes(der).data(), static_cast<std::uint32_t>(der.size())};
-}
 
 class CertificatesContractTest : public testing::Test {
 protected:
@@ -33,30 +26,30 @@ protected:
 
 TEST_F(CertificatesContractTest, ParsedCertificateGivesItsBytes) {
     for (const std::string& der : {first, elliptic}) {
-        const auto certificate = certificates.CreateCertificate(Bytes(der));
+        const auto certificate = certificates.CreateCertificate(BytesOf(der));
         ASSERT_TRUE(certificate) << certificate.Error();
         const CertificateContext& context = (*certificate)->Context();
         EXPECT_EQ(context.encodingType, Platform::CertificateEncoding);
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(context.encoded), context.encodedLength), der);
-        EXPECT_NE(context.encoded, Bytes(der).data());
+        EXPECT_NE(context.encoded, BytesOf(der).data());
     }
 }
 
 TEST_F(CertificatesContractTest, TruncatedOrLengthenedOrForeignBytesAreNoCertificate) {
     const std::string der = first;
     for (std::size_t length = 0; length < der.size(); ++length) {
-        const auto cut = certificates.CreateCertificate(Bytes(der).first(length));
+        const auto cut = certificates.CreateCertificate(BytesOf(der).first(length));
         ASSERT_FALSE(cut) << length;
         ASSERT_NE(cut.Error(), 0) << length;
     }
-    EXPECT_FALSE(certificates.CreateCertificate(Bytes(der + std::string(1, '\0'))));
-    EXPECT_FALSE(certificates.CreateCertificate(Bytes("no certificate")));
+    EXPECT_FALSE(certificates.CreateCertificate(BytesOf(der + std::string(1, '\0'))));
+    EXPECT_FALSE(certificates.CreateCertificate(BytesOf("no certificate")));
 }
 
 TEST_F(CertificatesContractTest, LengthThatIsLongerThanWhatFollowsIsNoCertificate) {
     for (const std::string text : {"\x30", "\x30\x05", "\x30\x80", "\x30\x84\xFF\xFF\xFF\xFF", "\x30\x85",
                                    "\x30\x88\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"}) {
-        EXPECT_FALSE(certificates.CreateCertificate(Bytes(text))) << testing::PrintToString(text);
+        EXPECT_FALSE(certificates.CreateCertificate(BytesOf(text))) << testing::PrintToString(text);
         EXPECT_FALSE(Equal(text, text)) << testing::PrintToString(text);
     }
 }

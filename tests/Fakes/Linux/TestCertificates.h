@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Platform/ICertificates.h"
 #include "Platform/Linux/OpenSSLInit.h"
+#include "tests/Fakes/CertificateBytes.h"
 
 #include <openssl/bn.h>
 #include <openssl/core_names.h>
@@ -193,19 +193,6 @@ inline std::string DerOf(const TestCertificate& certificate) {
     std::string der(reinterpret_cast<const char*>(encoded), static_cast<std::size_t>(length));
     OPENSSL_free(encoded);
     return der;
-}
-
-inline std::string DerOf(const Platform::CertificateContext& context) {
-    return {reinterpret_cast<const char*>(context.encoded), context.encodedLength};
-}
-
-inline std::span<const std::uint8_t> BytesOf(std::string_view text) {
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
-
-/// A view: `der` has to outlive it.
-inline Platform::CertificateContext ContextOf(const std::string& der) {
-    return {Platform::CertificateEncoding, BytesOf(der).data(), static_cast<std::uint32_t>(der.size())};
 }
 
 /// Base64 without line breaks.
