@@ -110,5 +110,16 @@ TEST(HardenProcessTest, OpenStandardStreamsAreLeftAlone) {
         });
 }
 
+TEST(TakeArgumentsTest, ArgumentsStayAsTheyWereGiven) {
+    char word[] = "\xFF*";
+    char* words[] = {word, nullptr};
+    int count = 1;
+    char** values = words;
+    Platform::TakeArguments(count, values);
+    EXPECT_EQ(count, 1);
+    EXPECT_EQ(values, words);
+    EXPECT_STREQ(word, "\xFF*");
+}
+
 }  // namespace
 }  // namespace Ombry::Tests
