@@ -179,6 +179,10 @@ TEST_F(FilesTest, FileOfALivingProcessStays) {
         EXPECT_EQ(files.List(folder)->size(), 2u);
         return;
     }
+    ASSERT_EQ(Names().size(), 1u);
+    const Platform::Windows::Handle toRemove(CreateFileW(WidePath(directory / Names()[0])->c_str(), DELETE,
+                                                         ShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
+    EXPECT_FALSE(toRemove);
     SecondProcess other(directory.Path());
     EXPECT_EQ(other.Wait(), 0u);
     EXPECT_TRUE((*begun)->Complete("new"));
