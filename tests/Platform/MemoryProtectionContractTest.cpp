@@ -5,10 +5,10 @@
 namespace Ombry::Tests {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
 class MemoryProtectionContractTest : public testing::Test {
 protected:
+    using Bytes = std::vector<std::uint8_t>;
+
     static Bytes Counting(std::size_t size) {
         Bytes bytes(size);
         std::iota(bytes.begin(), bytes.end(), std::uint8_t{0});
