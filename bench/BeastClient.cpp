@@ -8,6 +8,7 @@
 #include <boost/beast/ssl.hpp>
 
 #include <array>
+#include <limits>
 #include <optional>
 #include <stdexcept>
 
@@ -52,7 +53,7 @@ private:
         if (!stream) Connect();
         http::write(*stream, request);
         http::response_parser<http::buffer_body> parser;
-        parser.body_limit(boost::none);
+        parser.body_limit(std::numeric_limits<std::uint64_t>::max());
         http::read_header(*stream, buffer, parser);
         const unsigned status = parser.get().result_int();
         if (status != 200 && status != 204)

@@ -13,8 +13,8 @@ struct Target {
     std::string pin;          ///< the same key as libcurl takes it
 };
 
-/// One of the two clients that are compared. Both hold one connection that they keep alive, check the server
-/// by its public key alone, leave Nagle's algorithm off, and throw `std::runtime_error` if an exchange ends
+/// One of the clients that are compared. Each holds one connection that it keeps alive, checks the server
+/// by its public key alone, leaves Nagle's algorithm off, and throws `std::runtime_error` if an exchange ends
 /// with anything but 200 or 204.
 class HttpClient {
 public:
@@ -31,5 +31,14 @@ std::unique_ptr<HttpClient> MakeOmbryClient(const Target& target);
 
 /// One easy handle of libcurl for all requests.
 std::unique_ptr<HttpClient> MakeCurlClient(const Target& target);
+
+/// Boost.Beast over Boost.Asio's TLS stream, with blocking calls.
+std::unique_ptr<HttpClient> MakeBeastClient(const Target& target);
+
+/// OpenSSL on a blocking socket, which parses no answer but the first of each path: what nobody can undercut.
+std::unique_ptr<HttpClient> MakeOpenSSLClient(const Target& target);
+
+/// "ours", "libcurl", "Beast" or "OpenSSL alone"; throws `std::runtime_error` for another name.
+std::unique_ptr<HttpClient> MakeClient(const std::string& name, const Target& target);
 
 }  // namespace Ombry::Bench

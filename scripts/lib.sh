@@ -15,7 +15,7 @@ test_packages=(git libgtest-dev libgmock-dev nginx-light curl strace clang clang
 # The other system: a compiler for it, what runs its programs here, its installers, and GoogleTest to be compiled for it.
 windows_packages=(g++-mingw-w64-x86-64-posix wine wine64 nsis googletest)
 coverage_packages=(gcovr)
-bench_packages=(libbenchmark-dev libcurl4-openssl-dev nginx-light curl strace)
+bench_packages=(libbenchmark-dev libcurl4-openssl-dev libboost-dev nginx-light curl strace valgrind)
 
 # Two jobs unless the machine has more; the tests and builds are planned for two cores.
 jobs=$(nproc)
