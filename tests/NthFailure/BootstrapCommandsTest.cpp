@@ -119,6 +119,11 @@ TEST(NthFailureOfBootstrapCommandsTest, MachineIsTiedOrKeepsItsFilesWholeAndTheN
         EXPECT_EQ(run.out, "");
         EXPECT_EQ(run.exitCode, run.error.empty() ? 0 : -1) << run.error;
         if (run.exitCode == 0) {
+            // A certificate whose name cannot be read is no candidate, and stays: which of the two is found
+            // then is up to the order of the store. The next run removes both.
+            if (world.Trusted() == oldTrusted) {
+                EXPECT_EQ(Tool(words).error, "");
+            }
             EXPECT_TRUE(isTied());
             return run.happened;
         }
