@@ -7,16 +7,16 @@
 namespace Ombry::Tests {
 namespace {
 
-thread_local FailingThreads* watching = nullptr;
+thread_local FailingThreads* failing = nullptr;
 
 }  // namespace
 
 FailingThreads::FailingThreads(std::size_t n) : failAt(n) {
-    watching = this;
+    failing = this;
 }
 
 FailingThreads::~FailingThreads() {
-    watching = nullptr;
+    failing = nullptr;
 }
 
 }  // namespace Ombry::Tests
@@ -26,7 +26,7 @@ extern "C" int __real_pthread_create(pthread_t* thread, const pthread_attr_t* at
                                      void* (*work)(void*), void* argument);
 extern "C" int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                                      void* (*work)(void*), void* argument) {
-    using Ombry::Tests::watching;
-    if (watching && watching->FailsNext()) return EAGAIN;
+    using Ombry::Tests::failing;
+    if (failing && failing->FailsNext()) return EAGAIN;
     return __real_pthread_create(thread, attributes, work, argument);
 }

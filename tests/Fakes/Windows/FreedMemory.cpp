@@ -10,13 +10,13 @@
 namespace Ombry::Tests {
 namespace {
 
-thread_local FreedMemory* watching = nullptr;
+thread_local FreedMemory* looking = nullptr;
 
 /// Looks at a block that is about to be freed and wipes it, so that whoever gets it next does not seem to
 /// leave in it what others left.
 void Take(void* memory) {
     const std::size_t size = _msize(memory);
-    if (watching) watching->Look({static_cast<const char*>(memory), size});
+    if (looking) looking->Look({static_cast<const char*>(memory), size});
     std::memset(memory, 0, size);
 }
 
@@ -24,11 +24,11 @@ void Take(void* memory) {
 
 // Emptying a string overwrites its first byte and leaves the others.
 FreedMemory::FreedMemory(const std::string& text) : secret(text.substr(1)) {
-    watching = this;
+    looking = this;
 }
 
 FreedMemory::~FreedMemory() {
-    watching = nullptr;
+    looking = nullptr;
 }
 
 void FreedMemory::Look(std::string_view block) {
