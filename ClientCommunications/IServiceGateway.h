@@ -13,7 +13,7 @@ namespace Ombry::ClientCommunications {
 /// Bytes of a body that an answer holds in memory at most: the body of `CallForString`, and of
 /// `CallForStream` that of a status of 300 and above. Far above every real answer, and there so that no
 /// service can use up the memory. What `CallForStream` hands to its writer has no limit.
-inline constexpr std::uint64_t MaxBodyInMemory = 256 * 1024 * 1024;
+inline constexpr std::uint64_t MaxBodyInMemory = std::uint64_t{256} * 1024 * 1024;
 
 /// Makes calls. Every HTTP status comes back as a response; the lack of an answer is an exception:
 /// `CommunicationsError` or `Cancellation::TimeoutException` where another server may help,

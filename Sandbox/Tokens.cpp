@@ -6,6 +6,7 @@
 #include <openssl/ecdsa.h>
 #include <openssl/err.h>
 
+#include <cstddef>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -14,7 +15,7 @@ namespace Ombry::Sandbox {
 namespace {
 
 // The signature on the wire is r and s, 32 bytes each (RFC 7518, section 3.4); OpenSSL speaks DER.
-constexpr int ScalarSize = 32;
+constexpr std::size_t ScalarSize = 32;
 
 constexpr char Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 

@@ -10,7 +10,7 @@ started=$SECONDS
 build_packages=(g++ cmake ninja-build rapidjson-dev libssl-dev libcpp-httplib-dev libcli11-dev libsqlite3-dev openssl
     jq)
 # ... and to run every test: test libraries, real peers, fuzzers, lint, packaging, disks to cut the power of.
-test_packages=(git libgtest-dev libgmock-dev nginx-light curl strace clang clang-format libclang-rt-dev
+test_packages=(git libgtest-dev libgmock-dev nginx-light curl strace clang clang-format clang-tidy libclang-rt-dev
     util-linux procps dpkg-dev lintian doxygen file bash-completion groff-base e2fsprogs xfsprogs btrfs-progs mount)
 # The other system: a compiler for it, what runs its programs here, its installers, and GoogleTest to be compiled for it.
 windows_packages=(g++-mingw-w64-x86-64-posix wine wine64 nsis googletest)
@@ -58,14 +58,20 @@ only_tenths() {
     done
 }
 
+# Configures one preset; what CMake says is shown only if it fails.
+configure_preset() {
+    # In a tree that had another compiler CMake forgets what the preset sets, until it is told once more.
+    local log="$root/build/$1.configure.log"
+    mkdir -p "$root/build"
+    (cd "$root" && cmake --preset "$1" >"$log" 2>&1 && { ! grep -q 'require your cache to be deleted' "$log" ||
+        cmake --preset "$1" >"$log" 2>&1; }) || { cat "$log"; return 1; }
+}
+
 # Configures and builds one preset. A terminal gets ninja's one moving line; what compilers say comes whole everywhere.
 build_preset() {
     local preset=$1
     shift
-    # In a tree that had another compiler CMake forgets what the preset sets, until it is told once more.
-    local log="$root/build/$preset.configure.log"
-    (cd "$root" && cmake --preset "$preset" >"$log" 2>&1 && { ! grep -q 'require your cache to be deleted' "$log" ||
-        cmake --preset "$preset" >"$log" 2>&1; }) || { cat "$log"; return 1; }
+    configure_preset "$preset" || return 1
     local build=(cmake --build "$root/build/$preset" --parallel "$jobs" "$@")
     if [ -t 1 ] && [ "${TERM:-dumb}" != dumb ]; then
         NINJA_STATUS="[$preset %f/%t %es] " "${build[@]}"

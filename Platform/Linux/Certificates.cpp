@@ -64,7 +64,7 @@ std::string PublicKeyInfo(const CertificateContext& context) {
     // version that may be left out, the only one of these with a tag of its own.
     const ASN1_TYPE* first = body ? sk_ASN1_TYPE_value(body.get(), 0) : nullptr;
     const int index = first != nullptr && first->type == V_ASN1_OTHER ? 6 : 5;
-    const std::string info(InnerSequence(body, index));
+    std::string info(InnerSequence(body, index));
     ERR_clear_error();
     return info;
 }
