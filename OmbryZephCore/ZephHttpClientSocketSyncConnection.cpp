@@ -23,6 +23,22 @@ std::string MakeHostValue(const std::string& host, std::uint16_t nPort) {
     return text;
 }
 
+/// All of the parameters, apart from each other whatever they hold: the texts come last, behind their
+/// lengths.
+std::string MakeSessionScope(const ZephSorrelConnectionParameters& params) {
+    const ZephCertificateValidation validation = params.GetCertificateValidation();
+    const std::string host = params.GetHost(), bindAddress = params.GetBindAddress();
+    std::string scope;
+    for (const std::uint64_t number :
+         {std::uint64_t{params.GetUseSSL()}, std::uint64_t{params.GetPort()},
+          std::uint64_t{params.GetBindPort()}, std::uint64_t{params.GetConnectTimeout()},
+          static_cast<std::uint64_t>(validation.m_Mode), std::uint64_t{host.size()},
+          std::uint64_t{bindAddress.size()}}) {
+        scope += std::to_string(number) + ' ';
+    }
+    return scope + host + bindAddress + validation.m_Certificate;
+}
+
 }  // namespace
 
 ZephHttpClientSocketSyncConnection::ZephHttpClientSocketSyncConnection(
@@ -69,6 +85,7 @@ std::uint32_t ZephHttpClientSocketSyncConnection::BuildStack() {
     settings.m_TargetName = m_Parameters.GetHost();
     settings.m_ValidationMode = validation.m_Mode;
     settings.m_Certificate = validation.m_Certificate;
+    settings.m_SessionScope = MakeSessionScope(m_Parameters);
     auto manager = std::make_unique<ZephSSLClientConnectionManagerInitOnDemand>();
     manager->Configure(settings, m_Logger, m_Verbose);
     m_SSLManager = std::move(manager);

@@ -22,7 +22,7 @@ std::uint32_t ZephOpenSSLClientConnectionManager::Initialize(const std::string& 
 ZephSSLConnectionIf* ZephOpenSSLClientConnectionManager::GetConnection() {
     auto connection = std::make_unique<ZephOpenSSLConnection>(m_Logger);
     connection->SetVerbose(m_Verbose);
-    if (connection->InitializeAsClient(m_Context, m_TargetName) != 0) return nullptr;
+    if (connection->InitializeAsClient(m_Context, m_TargetName, m_SessionScope) != 0) return nullptr;
     connection->SetValidator(m_Validator);
     return connection.release();
 }

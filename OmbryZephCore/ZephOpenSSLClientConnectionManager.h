@@ -16,6 +16,7 @@ public:
 
     std::uint32_t Initialize(const std::string& targetName, bool bManualValidation,
                              const ZephCertificateValidator& validator) override;
+    void SetSessionScope(const std::string& scope) override { m_SessionScope = scope; }
     /// Null before `Initialize` succeeded, and without manual validation for a target name that no
     /// certificate can be checked against.
     ZephSSLConnectionIf* GetConnection() override;
@@ -26,6 +27,7 @@ private:
     bool m_Verbose;
     ZephOpenSSLClientContext m_Context;
     std::string m_TargetName;
+    std::string m_SessionScope;
     ZephCertificateValidator m_Validator;
 };
 

@@ -1,6 +1,7 @@
 #include "OmbryZephCore/ZephOpenSSLClientContext.h"
 
 #include "LibraryLogger/LogCall.h"
+#include "OmbryZephCore/ZephOpenSSLConnection.h"
 #include "OmbryZephCore/ZephOpenSSLErrors.h"
 #include "Platform/Linux/OpenSSLInit.h"
 #include "Platform/MadeOnce.h"
@@ -49,6 +50,8 @@ int DecideSecurity(const SSL* session, const SSL_CTX*, int operation, int bits, 
             return CipherAllowed(static_cast<const SSL_CIPHER*>(other), bits);
         case SSL_SECOP_COMPRESSION:
             return 0;
+        case SSL_SECOP_TICKET:
+            return 1;
         case SSL_SECOP_SIGALG_SUPPORTED:
         case SSL_SECOP_SIGALG_SHARED:
             return bits >= Sha1Bits;
@@ -79,8 +82,9 @@ void SetModes(SSL_CTX* context) {
         context, SSL_MODE_AUTO_RETRY | SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
     // Reading ahead would swallow the bytes behind the peer's close, which have to be given back.
     SSL_CTX_set_read_ahead(context, 0);
-    // A resumed session would skip the server's certificate, and with it every check.
-    SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_OFF);
+    // The library tells of sessions and keeps none, since it knows of no trusted key.
+    SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_CLIENT | SSL_SESS_CACHE_NO_INTERNAL);
+    SSL_CTX_sess_set_new_cb(context, ZephOpenSSLConnection::NoteNewSession);
 }
 
 // The library's own way to the platform's authorities obeys environment variables; the two names are asked

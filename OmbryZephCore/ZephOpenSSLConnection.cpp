@@ -4,6 +4,7 @@
 #include "OmbryZephCore/ZephOpenSSLClientContext.h"
 #include "OmbryZephCore/ZephOpenSSLErrors.h"
 #include "OmbryZephCore/ZephOpenSSLServerName.h"
+#include "OmbryZephCore/ZephOpenSSLSessions.h"
 
 #include <openssl/bio.h>
 #include <openssl/crypto.h>
@@ -61,6 +62,9 @@ void ForgetStaleErrors() {
 }  // namespace
 
 void ZephOpenSSLConnection::SessionDeleter::operator()(ssl_st* session) const {
+    // The library would spoil the session of a connection that was dropped without a close; only TLS 1.0
+    // asked for that (RFC 5246, section 7.2.1).
+    SSL_set_shutdown(session, SSL_SENT_SHUTDOWN | SSL_RECEIVED_SHUTDOWN);
     SSL_free(session);
 }
 
@@ -70,12 +74,16 @@ ZephOpenSSLConnection::ZephOpenSSLConnection(std::shared_ptr<Ombry::LibraryLogge
 ZephOpenSSLConnection::~ZephOpenSSLConnection() = default;
 
 std::int32_t ZephOpenSSLConnection::InitializeAsClient(const ZephOpenSSLClientContext& context,
-                                                       const std::string& targetName) {
+                                                       const std::string& targetName,
+                                                       const std::string& sessionScope) {
     Clear();
     ForgetStaleErrors();
+    // The library judges chain and name in a full handshake alone.
+    m_SessionScope = context.VerifiesServer() ? std::string() : sessionScope;
     if (!MakeSession(context) || !SetServerName(targetName, context.VerifiesServer())) {
         return Fail("Starting a TLS session");
     }
+    OfferKeptSession();
     return ContinueInitIfNecessary() < 0 ? -1 : 0;
 }
 
@@ -83,8 +91,8 @@ void ZephOpenSSLConnection::Clear() {
     m_Session.reset();
     m_Input.Clear();
     m_Output.Clear();
-    m_NeedInput = m_InputUsedUp = m_Failed = m_Handshaking = m_Established = m_Unjudged = m_PeerClosed =
-        m_ShutdownSent = m_WaitForPeer = false;
+    m_NeedInput = m_InputUsedUp = m_Failed = m_Handshaking = m_Established = m_Unjudged = m_SessionIsNew =
+        m_PeerClosed = m_ShutdownSent = m_WaitForPeer = false;
 }
 
 bool ZephOpenSSLConnection::MakeSession(const ZephOpenSSLClientContext& context) {
@@ -103,6 +111,29 @@ bool ZephOpenSSLConnection::MakeSession(const ZephOpenSSLClientContext& context)
     if (SSL_set_app_data(m_Session.get(), this) != 1) return false;
     SSL_set_info_callback(m_Session.get(), NoteHandshake);
     return true;
+}
+
+// A server that does not know the session, or its key no more, makes a full handshake.
+void ZephOpenSSLConnection::OfferKeptSession() {
+    if (m_SessionScope.empty()) return;
+    const auto session = ZephOpenSSLSessions::Shared().Take(m_SessionScope);
+    if (session && SSL_set_session(m_Session.get(), session.get()) != 1) ERR_clear_error();
+}
+
+// Up to TLS 1.2 a session is there before the server has proved itself and was judged, and is kept behind
+// that alone. The tickets of TLS 1.3 come behind the handshake.
+int ZephOpenSSLConnection::NoteNewSession(ssl_st* connection, ssl_session_st*) {
+    auto& self = *static_cast<ZephOpenSSLConnection*>(SSL_get_app_data(connection));
+    self.m_SessionIsNew = true;
+    if (SSL_version(connection) >= TLS1_3_VERSION && self.m_Established && !self.m_Failed) self.KeepSession();
+    return 0;
+}
+
+void ZephOpenSSLConnection::KeepSession() {
+    if (!std::exchange(m_SessionIsNew, false) || m_SessionScope.empty()) return;
+    if (SSL_SESSION* session = SSL_get_session(m_Session.get())) {
+        ZephOpenSSLSessions::Shared().Keep(m_SessionScope, *session);
+    }
 }
 
 // The library can end a handshake and begin the next one in one call; that the first has ended shows here.
@@ -181,7 +212,10 @@ int ZephOpenSSLConnection::Look() {
 // the key.
 std::int32_t ZephOpenSSLConnection::ValidateServer() {
     m_Unjudged = false;
-    if (!m_Validator) return 1;
+    if (!m_Validator) {
+        KeepSession();
+        return 1;
+    }
     m_Failed = true;  // also if the validator throws
     bool accepted = false;
     unsigned char* encoded = nullptr;
@@ -201,6 +235,7 @@ std::int32_t ZephOpenSSLConnection::ValidateServer() {
         return -1;
     }
     m_Failed = false;
+    KeepSession();
     return 1;
 }
 
@@ -348,6 +383,8 @@ bool ZephOpenSSLConnection::HoldsInput() const {
 
 std::int32_t ZephOpenSSLConnection::Fail(const char* operation) {
     m_Failed = true;
+    // What was offered may be why.
+    if (!m_Established && !m_SessionScope.empty()) ZephOpenSSLSessions::Shared().Forget(m_SessionScope);
     const long verification = m_Session ? SSL_get_verify_result(m_Session.get()) : X509_V_OK;
     if (m_Session && SSL_get_verify_mode(m_Session.get()) != SSL_VERIFY_NONE && verification != X509_V_OK) {
         LogCall(m_Logger, "OmbryZephCore::ZephOpenSSLConnection::Fail", 4, operation,

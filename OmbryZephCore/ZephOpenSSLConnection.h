@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+struct ssl_session_st;
 struct ssl_st;
 
 namespace OmbryZephCore {
@@ -28,11 +29,18 @@ public:
 
     /// Drops any earlier session and starts a new one, whose ClientHello can be extracted at once.
     /// `targetName`: as `ZephOpenSSLServerName` takes it; where the context verifies servers it must not be
-    /// empty. 0 or -1.
-    std::int32_t InitializeAsClient(const ZephOpenSSLClientContext& context, const std::string& targetName);
+    /// empty. `sessionScope`: under which `ZephOpenSSLSessions` keeps what this session leaves behind for
+    /// later ones, and has what this one may resume; empty for neither, as where the context verifies
+    /// servers. 0 or -1.
+    std::int32_t InitializeAsClient(const ZephOpenSSLClientContext& context, const std::string& targetName,
+                                    const std::string& sessionScope = {});
 
     /// Asked at the end of every handshake; to be set before any ciphertext is injected.
     void SetValidator(const ZephCertificateValidator& validator) { m_Validator = validator; }
+
+    /// For the library alone: a session of `connection` can be resumed from now on. Always 0: it was not
+    /// taken.
+    static int NoteNewSession(ssl_st* connection, ssl_session_st* session);
 
     void SetVerbose(bool b) override { m_Verbose = b; }
     std::int32_t read_plaintext(std::uint8_t* pBuffer, std::int32_t nBytes) override;
@@ -61,6 +69,8 @@ private:
 
     void Clear();
     bool MakeSession(const ZephOpenSSLClientContext& context);
+    void OfferKeptSession();
+    void KeepSession();
     static void NoteHandshake(const ssl_st* session, int where, int result);
     bool SetServerName(const std::string& targetName, bool bVerify);
     std::int32_t ContinueInitIfNecessary();
@@ -80,12 +90,14 @@ private:
     ZephOpenSSLBuffer m_Input;   // ciphertext injected and not consumed
     ZephOpenSSLBuffer m_Output;  // ciphertext not extracted
     std::unique_ptr<ssl_st, SessionDeleter> m_Session;
+    std::string m_SessionScope;
     bool m_NeedInput = false;
     bool m_InputUsedUp = false;  // a read found nothing more, and nothing was injected since
     bool m_Failed = false;
     bool m_Handshaking = false;
-    bool m_Established = false;  // the first handshake is over
-    bool m_Unjudged = false;     // a handshake has ended, and ValidateServer was not asked since
+    bool m_Established = false;   // the first handshake is over
+    bool m_Unjudged = false;      // a handshake has ended, and ValidateServer was not asked since
+    bool m_SessionIsNew = false;  // there is a session to be kept once the server is accepted
     bool m_PeerClosed = false;
     bool m_ShutdownSent = false;
     bool m_Verbose = false;

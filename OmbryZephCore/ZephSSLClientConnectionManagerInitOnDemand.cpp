@@ -36,6 +36,8 @@ void ZephSSLClientConnectionManagerInitOnDemand::MakeManager() {
     }
     const bool bManualValidation = m_Settings.m_ValidationMode != ValidateByPlatform;
     if (manager->Initialize(m_Settings.m_TargetName, bManualValidation, validator) != 0) return;
+    // Where no key is trusted, each connection is to see what the server shows it.
+    if (validator) manager->SetSessionScope(m_Settings.m_SessionScope);
     m_Manager = std::move(manager);
 }
 

@@ -20,6 +20,11 @@ public:
     /// decides. 0, or the platform's error; then no connection can be had.
     virtual std::uint32_t Initialize(const std::string& targetName, bool bManualValidation,
                                      const ZephCertificateValidator& validator) = 0;
+
+    /// Connections may resume the TLS sessions of earlier ones of the same scope, a text that names all that
+    /// they were asked for, the trusted key included. Without a scope none is resumed, nor by an engine that
+    /// cannot.
+    virtual void SetSessionScope(const std::string&) {}
 };
 
 /// Makes the managers of the platform's TLS engine, so that nothing above knows which engine runs. The

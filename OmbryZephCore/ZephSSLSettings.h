@@ -21,6 +21,8 @@ struct ZephSSLSettings {
     std::int32_t m_Role = ClientRole;
     std::string m_Unused1;  ///< nothing reads it
     std::string m_Unused2;  ///< nothing reads it
+    /// Of `ZephSSLInitializableManagerIf::SetSessionScope`; counts for `ValidateByPublicKey` alone.
+    std::string m_SessionScope;
 };
 
 }  // namespace OmbryZephCore

@@ -40,7 +40,7 @@ public:
         Exchange(request);
     }
 
-    void GetAnew(const std::string& path) override {
+    void GetAnew(const std::string& path, Handshake) override {
         BeastClient fresh(target);
         fresh.Get(path);
     }

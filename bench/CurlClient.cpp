@@ -29,8 +29,6 @@ public:
         Set(CURLOPT_SSL_VERIFYPEER, 0L);
         Set(CURLOPT_SSL_VERIFYHOST, 0L);
         Set(CURLOPT_PINNEDPUBLICKEY, target.pin.c_str());
-        // The other side does not resume sessions, so that every new connection proves the key.
-        Set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
         Set(CURLOPT_WRITEFUNCTION, Count);
         Set(CURLOPT_WRITEDATA, &received);
     }
@@ -50,7 +48,8 @@ public:
         Perform(path);
     }
 
-    void GetAnew(const std::string& path) override {
+    void GetAnew(const std::string& path, Handshake handshake) override {
+        Set(CURLOPT_SSL_SESSIONID_CACHE, handshake == Handshake::Resumed ? 1L : 0L);
         Set(CURLOPT_FRESH_CONNECT, 1L);
         Set(CURLOPT_FORBID_REUSE, 1L);
         Get(path);

@@ -13,6 +13,9 @@ struct Target {
     std::string pin;          ///< the same key as libcurl takes it
 };
 
+/// Whether a new connection proves the server's key anew.
+enum class Handshake { Full, Resumed };
+
 /// One of the clients that are compared. Each holds one connection that it keeps alive, checks the server
 /// by its public key alone, leaves Nagle's algorithm off, and throws `std::runtime_error` if an exchange ends
 /// with anything but 200 or 204.
@@ -22,8 +25,8 @@ public:
     /// Returns the number of body bytes.
     virtual std::uint64_t Get(const std::string& path) = 0;
     virtual void Post(const std::string& path, const std::string& body) = 0;
-    /// A GET on a connection made for it, without a session to resume.
-    virtual void GetAnew(const std::string& path) = 0;
+    /// A GET on a connection made for it. Beast and OpenSSL alone make a full handshake in either case.
+    virtual void GetAnew(const std::string& path, Handshake handshake) = 0;
 };
 
 /// `ZephSorrelSyncHttpClient` over a `ZephSorrelSyncConnectionPool`, one client object for all requests.

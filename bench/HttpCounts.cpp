@@ -36,7 +36,7 @@ void Repeat(HttpClient& client, const std::string& method, int count) {
         if (method == "GET") {
             client.Get("/small");
         } else if (method == NewConnection) {
-            client.GetAnew("/small");
+            client.GetAnew("/small", Handshake::Full);
         } else {
             client.Post("/submit", body);
         }

@@ -62,9 +62,12 @@ public:
         Require(client.DoRequest("POST", path));
     }
 
-    void GetAnew(const std::string& path) override {
+    void GetAnew(const std::string& path, Handshake handshake) override {
+        // Parameters that no connection had have no session to resume.
+        ZephSorrelConnectionParameters own = parameters;
+        if (handshake == Handshake::Full) own.SetConnectTimeout(1000 + ++fullHandshakes);
         // Without a pool the connection is the client's own, and goes with it.
-        ZephSorrelSyncHttpClient fresh(nullptr, false, parameters, nullptr);
+        ZephSorrelSyncHttpClient fresh(nullptr, false, own, nullptr);
         Get(fresh, path);
     }
 
@@ -84,6 +87,7 @@ private:
     const ZephSorrelConnectionParameters parameters;
     ZephSorrelSyncConnectionPool pool;
     ZephSorrelSyncHttpClient client;
+    std::uint32_t fullHandshakes = 0;
 };
 
 }  // namespace

@@ -52,7 +52,7 @@ public:
         Exchange(path, request);
     }
 
-    void GetAnew(const std::string& path) override { OpenSSLClient(target).Get(path); }
+    void GetAnew(const std::string& path, Handshake) override { OpenSSLClient(target).Get(path); }
 
 private:
     /// Every answer of a path is as long as the first one, whose head is looked at.

@@ -15,6 +15,7 @@ using OmbryZephCore::ZephSSLSettings;
 struct Journal {
     std::vector<std::string> lines;
     std::vector<OmbryZephCore::ZephCertificateValidator> validators;
+    std::vector<std::string> sessionScopes;
     std::shared_ptr<LibraryLogger::ILogger> logger;
     std::uint32_t initializeResult = 0;
     ZephSSLConnectionIf* connection = nullptr;
@@ -32,6 +33,7 @@ public:
         journal.validators.push_back(validator);
         return journal.initializeResult;
     }
+    void SetSessionScope(const std::string& scope) override { journal.sessionScopes.push_back(scope); }
     ZephSSLConnectionIf* GetConnection() override {
         journal.lines.push_back("GetConnection");
         return journal.connection;
@@ -149,6 +151,16 @@ TEST_F(ZephSSLClientConnectionManagerInitOnDemandTest, ValidatorOfModeTwoChecksT
     manager.Configure(settings, logger, false);
     manager.GetConnection();
     EXPECT_FALSE(asks(FixedCertificates::RsaCertificate)) << "no certificate configured rejects every server";
+}
+
+TEST_F(ZephSSLClientConnectionManagerInitOnDemandTest, SessionsMayBeResumedWhereAKeyIsTrusted) {
+    for (const std::int32_t mode : {0, 1, 2}) {
+        ZephSSLSettings settings = Settings(mode);
+        settings.m_SessionScope = "scope of " + std::to_string(mode);
+        manager.Configure(settings, logger, false);
+        manager.GetConnection();
+    }
+    EXPECT_EQ(journal.sessionScopes, Lines{"scope of 2"});
 }
 
 TEST_F(ZephSSLClientConnectionManagerInitOnDemandTest, RoleThreeGetsNoManagerAndAnyOtherRoleIsAClient) {

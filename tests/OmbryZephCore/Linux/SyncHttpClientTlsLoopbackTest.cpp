@@ -27,6 +27,37 @@ TEST_P(SyncHttpClientTlsLoopbackTest, AnotherKeyThanTheRegisteredOneIsRefusedBef
     EXPECT_EQ(server->Connections(), 2u);
 }
 
+TEST_P(SyncHttpClientTlsLoopbackTest, ASessionIsResumedByConnectionsOfTheSameParametersAlone) {
+    Serve([](Connection& connection) {
+        connection.ReadRequest();
+        std::string handshake;
+        Capture(connection, [&](SSL* end) { handshake = SSL_session_reused(end) == 1 ? "resumed" : "full"; });
+        connection.Send(LoopbackServer::Response(handshake, "200 OK", "Connection: close\r\n"));
+    });
+    const auto get = [&](const ZephSorrelConnectionParameters& params) {
+        ZephSorrelSyncHttpClient client(logger, false, params, &pool);
+        Text text;
+        client.SetDataWriter(&text);
+        EXPECT_EQ(client.DoRequest("GET", "/"), 0u);
+        return text.text;
+    };
+    const ZephSorrelConnectionParameters params = Params();
+    EXPECT_EQ(get(params), "full");
+    EXPECT_EQ(get(params), "resumed");
+
+    std::vector<ZephSorrelConnectionParameters> others(5, params);
+    others[0].SetCertificateValidation({ValidateNothing, ""});
+    others[1].SetCertificateValidation({ValidateByPublicKey, LoopbackTls::Certificate() + "\n"});
+    others[2].SetConnectTimeout(params.GetConnectTimeout() + 1);
+    others[3].SetBindAddress("127.0.0.1");
+    others[4].SetHost("localhost");
+    for (std::size_t i = 0; i < others.size(); ++i) {
+        EXPECT_EQ(get(others[i]), "full") << i;
+        EXPECT_EQ(get(others[i]), i == 0 ? "full" : "resumed") << i;
+    }
+    EXPECT_EQ(get(params), "resumed");
+}
+
 TEST_P(SyncHttpClientTlsLoopbackTest, WithoutValidationAnyCertificateWill) {
     server.emplace(LoopbackServer::Answering(LoopbackServer::Response("x")), LoopbackRecipe());
     ZephSorrelConnectionParameters params = Params();

@@ -182,7 +182,7 @@ TEST_P(ZephOpenSSLHandshakeTest, ForgedSignatureFailsBeforeTheValidatorIsAsked) 
     EXPECT_EQ(asked, 0);
 }
 
-TEST_P(ZephOpenSSLHandshakeTest, LaterSessionsWithTheSameServerAreNotResumed) {
+TEST_P(ZephOpenSSLHandshakeTest, LaterSessionsOfTheSameServerAreNotResumedWithoutAScope) {
     const auto context = MakeTlsServerContext(ServerOf(GetParam().number));
     OmbryZephCore::ZephOpenSSLClientConnectionManager manager(nullptr, false);
     int asked = 0;
@@ -203,7 +203,7 @@ TEST_P(ZephOpenSSLHandshakeTest, LaterSessionsWithTheSameServerAreNotResumed) {
         std::int32_t result = 0;
         ASSERT_EQ(Read(*client, result), "x");  // any ticket was processed
         EXPECT_EQ(SSL_session_reused(server.Get()), 0) << i;
-        EXPECT_EQ(asked, i) << "a resumed session would show no certificate";
+        EXPECT_EQ(asked, i);
         client->shutdown(false);
         exchange();
         manager.ReleaseConnection(client);

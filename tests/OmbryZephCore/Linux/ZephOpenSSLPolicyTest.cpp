@@ -75,9 +75,13 @@ TEST_P(ZephOpenSSLPolicyTest, HandshakeMayBeSignedWithSha1ButWithNothingWeaker) 
     }
 }
 
+TEST_P(ZephOpenSSLPolicyTest, TicketsAreAllowed_WhichHaveNoStrengthOfTheirOwn) {
+    EXPECT_TRUE(Allows(SSL_SECOP_TICKET, 0));
+}
+
 TEST_P(ZephOpenSSLPolicyTest, EverythingElseNeeds112Bits) {
     for (const int operation : {SSL_SECOP_TMP_DH, SSL_SECOP_CURVE_SUPPORTED, SSL_SECOP_CURVE_SHARED,
-                                SSL_SECOP_CURVE_CHECK, SSL_SECOP_TICKET, SSL_SECOP_EE_KEY}) {
+                                SSL_SECOP_CURVE_CHECK, SSL_SECOP_EE_KEY}) {
         EXPECT_TRUE(Allows(operation, 112)) << operation;
         EXPECT_FALSE(Allows(operation, 111)) << operation;
     }

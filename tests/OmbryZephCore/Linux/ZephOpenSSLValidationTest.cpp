@@ -256,7 +256,8 @@ TEST(ZephOpenSSLClientContextTest, SettingsAreTheOnesThatTheSessionsRelyOn) {
         EXPECT_EQ(SSL_CTX_get_max_proto_version(c), 0);
         EXPECT_EQ(SSL_CTX_get_security_level(c), 2);
         EXPECT_EQ(SSL_CTX_get_read_ahead(c), 0);
-        EXPECT_EQ(SSL_CTX_get_session_cache_mode(c), SSL_SESS_CACHE_OFF);
+        EXPECT_EQ(SSL_CTX_get_session_cache_mode(c), SSL_SESS_CACHE_CLIENT | SSL_SESS_CACHE_NO_INTERNAL)
+            << "the library knows of no trusted key";
         EXPECT_EQ(SSL_CTX_get_mode(c) & (SSL_MODE_AUTO_RETRY | SSL_MODE_ENABLE_PARTIAL_WRITE |
                                          SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER | SSL_MODE_RELEASE_BUFFERS),
                   SSL_MODE_AUTO_RETRY | SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER)
