@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 
 namespace Ombry::Tests {
 namespace {
@@ -51,7 +52,7 @@ TEST(NthFailureOfBootstrapCommandsTest, CommandThatIsRefusedEndsAsItWouldOrForLa
 class TlsWorld {
 public:
     TlsWorld(const TemporaryDirectory& machine, long serial)
-        : machine(machine), service(true, {.serial = serial}), folders(machine.Path()) {
+        : machine(machine), service(CertificateOf(serial), QuickestKey()), folders(machine.Path()) {
         // Whoever could not send waits for an answer until the silence has lasted too long.
         service.sockets.OnIdle(
             [this](std::int64_t milliseconds) { time.Advance(std::chrono::milliseconds(milliseconds)); });
@@ -74,6 +75,15 @@ public:
     }
 
 private:
+    static TestKey QuickestKey() { return KeyNamed("ec256"); }
+    /// Made once and for all runs.
+    static TestCertificate CertificateOf(long serial) {
+        static std::map<long, TestCertificate> made;
+        TestCertificate& certificate = made[serial];
+        if (!certificate) certificate = MakeCertificate({.key = QuickestKey(), .serial = serial});
+        return certificate;
+    }
+
     const TemporaryDirectory& machine;
     BootstrapService service;
     FakeKnownFolders folders;

@@ -103,9 +103,8 @@ inline void FailEach(NthFailure::Of what, std::size_t thread,
                      const std::function<bool(const NthFailure::Plan&)>& once) {
     for (const bool forGood : {false, true}) {
         const std::size_t every = what == NthFailure::Of::CryptoAllocation ? 25
-                                  : IsSanitized                            ? 50
-                                  : forGood                                ? 200
-                                            : std::numeric_limits<std::size_t>::max();
+                                  : IsSanitized || forGood                 ? 50
+                                                           : std::numeric_limits<std::size_t>::max();
         std::size_t n = 1;
         for (bool happened = true; happened; n += 1 + n / every) {
             const NthFailure::Plan plan{what, n, forGood, thread};

@@ -32,9 +32,7 @@ public:
         : certificates("DiscoveryServiceBootstrap", certificate) {
         files.Put(Security + "/CS/datacenterid.config", "dc-1");
         TieTo(web.server.Url());
-        Store()->Save(std::make_shared<ClientCommunications::ClientCredentials>(
-            std::make_shared<ClientCommunications::WindowsInMemoryDataProtection>(), "c1", "c1-id",
-            "c1-secret"));
+        files.Put(Security + "/Components/c1/ombrycomponent.config", SavedCredentials());
     }
 
     /// The machine finds its service at this address, and has a list of it that is not due.
@@ -50,6 +48,24 @@ public:
 
     static std::shared_ptr<ClientCommunications::IClientCredentialsStore> Store() {
         return ClientCommunications::CreateClientCredentialsStore(Security, true, nullptr);
+    }
+
+    /// What the store has written for "c1", once for all machines: they have one key and one identity.
+    static const std::string& SavedCredentials() {
+        static const std::string saved = [] {
+            const std::string file = Security + "/Components/c1/ombrycomponent.config";
+            FakeKnownFolders folders{"/m"};
+            FakeMachineId machineId{"machine"};
+            MemoryFiles files;
+            const Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};
+            const Platform::Testing::Replace<Platform::IMachineId> replacedMachineId{machineId};
+            const Platform::Testing::Replace<Platform::IFiles> replacedFiles{files};
+            Store()->Save(std::make_shared<ClientCommunications::ClientCredentials>(
+                std::make_shared<ClientCommunications::WindowsInMemoryDataProtection>(), "c1", "c1-id",
+                "c1-secret"));
+            return *files.Content(file);
+        }();
+        return saved;
     }
 
     FakeClock clock;

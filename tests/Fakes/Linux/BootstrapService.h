@@ -16,12 +16,14 @@ namespace Ombry::Tests {
 /// thread: the world in which a machine is configured.
 class BootstrapService {
 public:
-    explicit BootstrapService(bool withTls = true, const CertificateRecipe& recipe = {}) {
+    explicit BootstrapService(bool withTls = true, const CertificateRecipe& recipe = {})
+        : BootstrapService(withTls ? MakeCertificate(recipe) : nullptr, recipe.key) {}
+    /// Shows this certificate; without one there is no TLS.
+    BootstrapService(const TestCertificate& shown, const TestKey& key) {
         std::optional<TlsServerRecipe> tls;
-        if (withTls) {
-            tls.emplace();
-            tls->certificate = MakeCertificate(recipe);
-            certificate = DerOf(tls->certificate);
+        if (shown) {
+            tls.emplace(TlsServerRecipe{.certificate = shown, .key = key});
+            certificate = DerOf(shown);
         }
         server = std::make_unique<MemoryServer>(
             sockets, [this](const std::string& request) { return Answer(request); }, tls);
