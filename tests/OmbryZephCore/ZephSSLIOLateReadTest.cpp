@@ -126,6 +126,20 @@ TEST_F(ZephSSLIOLateReadTest, BytesWithoutAReaderAreKeptForTheNextRead) {
     EXPECT_THAT(lower.events, IsEmpty());
 }
 
+TEST_F(ZephSSLIOLateReadTest, CompletionOfMoreThanWasAskedForIsCut) {
+    TurnOn();
+    engine.wants = true;
+    engine.acceptAtMost = 0;
+    Read(20000);
+    lower.CompleteRead("left");
+    engine.shutdownComplete = true;
+    ssl.StopSSL(false);
+    scheduler.RunTasks();
+    listener.events.clear();
+    ssl.CompleteTask(TaskTypeRead, true, 0xFFFFFFFF);
+    EXPECT_THAT(listener.events, ElementsAre("read ok 8096"));
+}
+
 TEST_F(ZephSSLIOLateReadTest, TheBufferItFillsIsNeitherGrownNorWritten) {
     StopWithAReadBelow();
     // What the engine held was the beginning of a record whose rest is still under way.

@@ -66,6 +66,19 @@ TEST_F(ZephSSLIOSilenceTest, BytesOfTheSessionAheadOfTheRequestDoNotCount) {
     ExpectRefused();
 }
 
+TEST_F(ZephSSLIOSilenceTest, FirstByteBehindBytesOfTheSessionThatLeftInPiecesEndsTheSilence) {
+    TurnOn();
+    engine.wants = true;
+    engine.output = "finished";
+    engine.onWritePlaintext = [this] { engine.output += "request"; };
+    ExpectAndWrite();
+    lower.CompleteWrite(3);
+    lower.CompleteWrite(5);
+    lower.CompleteWrite(1);
+    PeerSays("answer");
+    EXPECT_THAT(listener.events, ElementsAre("read ok 6"));
+}
+
 TEST_F(ZephSSLIOSilenceTest, OneSendOfBothIsPastTheFirstByte) {
     TurnOn();
     engine.wants = true;

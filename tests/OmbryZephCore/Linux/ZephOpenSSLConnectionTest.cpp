@@ -1,6 +1,7 @@
 #include "OmbryZephCore/ZephOpenSSLConnection.h"
 #include "tests/OmbryZephCore/Linux/ZephOpenSSLTestPair.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
@@ -411,6 +412,37 @@ TEST_P(ZephOpenSSLConnectionTest, AnotherHandshakeBeforeTheVerdictOnTheLastIsAFa
         EXPECT_EQ(Read(fresh.client, result), "");
         EXPECT_EQ(result, -1);
         EXPECT_EQ(Write(fresh.client, "secret"), -1);
+    }
+}
+
+TEST_P(ZephOpenSSLConnectionTest, RenegotiationThatBreaksOffIsAFailureAndNoClose) {
+    if (GetParam().number == TLS1_3_VERSION) return;
+    for (const bool closed : {true, false}) {
+        SCOPED_TRACE(closed ? "by a close" : "by a record that does not verify");
+        ZephOpenSSLTestPair fresh(ServerOf(GetParam().number));
+        int asked = 0;
+        fresh.client.SetValidator([&](auto*) { return ++asked > 0; });
+        ASSERT_TRUE(fresh.Handshake());
+        fresh.server.Renegotiate();
+        Inject(fresh.client, fresh.server.Take());
+        Read(fresh.client, result);
+        ASSERT_TRUE(fresh.client.IsOutputBlocked()) << "the new ClientHello";
+        if (closed) {
+            fresh.server.Close();
+        } else {
+            fresh.server.Write("data");
+        }
+
+        std::string wire = fresh.server.Take();
+        if (!closed) wire.back() ^= 1;
+        EXPECT_EQ(Inject(fresh.client, wire), -1);
+        EXPECT_THAT(fresh.logger->Messages(),
+                    testing::ElementsAre(testing::StartsWith("Renegotiation failed: ")));
+        EXPECT_FALSE(fresh.client.IsShuttingDown());
+        EXPECT_EQ(Read(fresh.client, result), "");
+        EXPECT_EQ(result, -1);
+        EXPECT_EQ(Write(fresh.client, "secret"), -1);
+        EXPECT_EQ(asked, 1);
     }
 }
 

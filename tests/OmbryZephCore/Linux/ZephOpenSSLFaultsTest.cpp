@@ -194,6 +194,21 @@ TEST_F(ZephOpenSSLSessionFaultTest, PlaintextThatCannotBeEncryptedIsAFailure) {
     ExpectFailedWith("SSL_write_ex");
 }
 
+TEST_F(ZephOpenSSLSessionFaultTest, WriteThatWaitsForThePeerTakesNothingAndWantsInput) {
+    std::int32_t result = -1;
+    Read(pair.client, result);  // leaves the library waiting for input
+    Inject(pair.client, "");
+    ASSERT_FALSE(pair.client.WantsCiphertext());
+    {
+        const OpenSSLFault fault("SSL_write_ex", 0, 0);
+        EXPECT_EQ(Write(pair.client, "x"), 0);
+        EXPECT_TRUE(fault.Happened());
+    }
+    EXPECT_TRUE(pair.client.WantsCiphertext());
+    EXPECT_THAT(pair.logger->Messages(), IsEmpty());
+    EXPECT_EQ(Write(pair.client, "x"), 1);
+}
+
 TEST_F(ZephOpenSSLSessionFaultTest, CiphertextThatCannotBeDecryptedIsAFailureAndNoClose) {
     const OpenSSLFault fault("SSL_read_ex");
     std::int32_t result = 0;
