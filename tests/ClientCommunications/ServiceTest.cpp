@@ -150,7 +150,9 @@ INSTANTIATE_TEST_SUITE_P(All, ParseUnsigned32Test,
                                            NumberCase{"0x10", 0}));
 
 TEST(RuntimeTextsTest, ANumberThatIsNoneOrTooLargeThrowsTheTextsOfTheDesignedPlatform) {
-    for (const char* text : {"", " ", "x", "-", "+", "+-1", "- 1"}) {
+    for (const char* text : {"", " ", "x", "-", "+", "+-1", "- 1", "\b1",
+                             "\x0E"
+                             "1"}) {
         try {
             ParseUnsigned32(text);
             FAIL() << text;

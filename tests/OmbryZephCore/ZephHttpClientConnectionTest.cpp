@@ -103,6 +103,32 @@ TEST_F(ZephHttpClientConnectionTest, FailTerminatesThenTellsNotifiersThenHandler
     EXPECT_TRUE(log.empty());
 }
 
+/// Resets the connection from its report of a failed request.
+class ResettingExchange : public RecordingExchange {
+public:
+    ResettingExchange(std::vector<std::string>& log, ZephHttpClientConnection& connection)
+        : RecordingExchange(log, connection, "1 "), connection(connection) {}
+    void OnRequestFailed() override {
+        RecordingExchange::OnRequestFailed();
+        connection.Reset();
+    }
+
+private:
+    ZephHttpClientConnection& connection;
+};
+
+TEST_F(ZephHttpClientConnectionTest, ResetFromAReportTellsTheOthersAndNobodyIsToldTwice) {
+    ResettingExchange first(log, connection);
+    RecordingExchange second(log, connection, "2 ");
+    connection.SendRequest("PUT", "/", false, &first, &first, &first, false, 9);
+    io.CompleteWrite();
+    connection.SendRequest("PUT", "/", false, &second, &second, &second, false, 9);
+    log.clear();
+    connection.AbortTask(0);
+    EXPECT_EQ((Log{"Terminate", "1 RequestFailed", "2 RequestSent", "1 ResponseFailed", "2 ResponseFailed"}),
+              log);
+}
+
 TEST_F(ZephHttpClientConnectionTest, EveryFailureOfATransferFailsTheConnection) {
     const Log failed{"Terminate", "RequestFailed", "ResponseFailed"};
     const std::vector<std::function<void()>> failures = {
@@ -229,6 +255,16 @@ TEST_F(ZephHttpClientConnectionTest, NullHandlerFailsAtTheStartOfAStreamedAnswer
         EXPECT_EQ((Log{"Terminate"}), log);
         connection.Close();
     }
+}
+
+TEST_F(ZephHttpClientConnectionTest, ChunksOfAnInterimAnswerNeedNoHandler) {
+    connection.SendRequest("GET", "/", false, nullptr, nullptr, nullptr, false, 0);
+    io.CompleteWrite();
+    log.clear();
+    io.Feed("HTTP/1.1 103 Early Hints\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n0\r\n\r\n");
+    EXPECT_EQ((Log{}), Events());
+    io.Feed("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+    EXPECT_EQ((Log{"Terminate"}), Events());
 }
 
 TEST_F(ZephHttpClientConnectionTest, ResponseHeadersAreThereWithTheAnswerAndUntilTheNextIsLookedFor) {

@@ -32,6 +32,42 @@ TEST_F(SChannelDataTest, WithoutInputAReadWantsCiphertextAndAsksNobody) {
     EXPECT_THAT(provider.calls, IsEmpty());
 }
 
+TEST_F(SChannelDataTest, AnEmptyWriteMakesARecordWithoutPlaintext) {
+    EXPECT_EQ(Write(""), 0);
+    EXPECT_EQ(Extract(), Result(7, "<<<<<>>"));
+}
+
+TEST_F(SChannelDataTest, InputIsUnreadUntilItsPlaintextWasRead) {
+    EXPECT_FALSE(connection->HasUnread());
+    Receive("HHdataT", 2, 4);
+    EXPECT_TRUE(connection->HasUnread());
+    EXPECT_EQ(Read(1), Result(1, "d"));
+    EXPECT_TRUE(connection->HasUnread());
+    EXPECT_EQ(Read(), Result(3, "ata"));
+    EXPECT_FALSE(connection->HasUnread());
+}
+
+TEST_F(SChannelDataTest, AHandshakeHoldsNothingUnreadAndWhatIsClosedMayNotBeUsedAgain) {
+    StartClient();
+    provider.steps = {{SecEIncompleteMessage}};
+    ASSERT_EQ(Inject("half a hello"), 12);
+    EXPECT_FALSE(connection->HasUnread());
+
+    Connect();
+    ASSERT_FALSE(connection->HasUnread());
+    provider.steps = {{SecEOk, "close"}};
+    ASSERT_EQ(connection->shutdown(true), 0);
+    EXPECT_TRUE(connection->HasUnread());
+}
+
+TEST_F(SChannelDataTest, APeerThatWasRefusedMayNotBeUsedAgain) {
+    connection->SetValidator([](CertificateContextPointer*) { return false; });
+    StartClient();
+    provider.steps = {{SecEOk}};
+    ASSERT_EQ(Inject("server"), -1);
+    EXPECT_TRUE(connection->HasUnread());
+}
+
 TEST_F(SChannelDataTest, DecryptsInPlaceWithFourBuffersOverAllInput) {
     Receive("HHdataT", 2, 4);
     EXPECT_EQ(Read(), Result(4, "data"));

@@ -44,6 +44,23 @@ TEST_F(ZephSSLIOGuardTest, WriteAfterTLSIsRefused) {
     EXPECT_THAT(listener.events, IsEmpty());
 }
 
+TEST_F(ZephSSLIOGuardTest, BytesOfAReadThatOutlivesTLSAreDroppedAndNoUnaskedAnswer) {
+    TurnOn();
+    engine.wants = true;
+    Write("w");
+    scheduler.RunTasks();
+    engine.shutdownComplete = true;
+    ASSERT_EQ(ssl.StopSSL(false), 0u);
+    ASSERT_NE(lower.pRead, nullptr);
+    ssl.ExpectSilenceUntilSent();
+    Take(listener.events);
+    Take(lower.events);
+    lower.CompleteRead("clear");
+    EXPECT_THAT(listener.events, IsEmpty());
+    EXPECT_THAT(lower.events, IsEmpty());
+    EXPECT_FALSE(ssl.HasUnread());
+}
+
 TEST_F(ZephSSLIOGuardTest, ReadAfterTLSCompletesWithNothingThroughATask) {
     Close();
     EXPECT_EQ(Read(10), 0u);

@@ -540,5 +540,25 @@ TEST_F(ZephSSLIONotifyTest, SecondTaskWaitsForTheFirstOnAnotherThread) {
     EXPECT_THAT(listener.events, ElementsAre("read ok 3", "write ok 3"));
 }
 
+TEST_F(ZephSSLIONotifyTest, DrainRequestWithoutALayerBelowIsAskedOfNobody) {
+    ZephSSLIO alone(logger);
+    ASSERT_EQ(alone.Initialize(&manager, nullptr, &scheduler, 7, &listener, &scheduler, nullptr), 0u);
+    EXPECT_EQ(alone.RequestDrainNotification(), 0u);
+    scheduler.RunTasks();
+    EXPECT_THAT(listener.events, IsEmpty());
+    EXPECT_THAT(lower.events, IsEmpty());
+}
+
+TEST_F(ZephSSLIONotifyTest, DrainThatArrivesWhenNobodyListensIsToldToNobody) {
+    Register();
+    ssl.RequestDrainNotification();
+    scheduler.RunTasks();
+    ASSERT_THAT(lower.events, ElementsAre("drain"));
+    ssl.UnRegisterIOCompletionHandler();
+    ssl.OnDrained();
+    scheduler.RunTasks();
+    EXPECT_THAT(listener.events, IsEmpty());
+}
+
 }  // namespace
 }  // namespace Ombry::Tests

@@ -6,8 +6,10 @@ namespace Ombry::Tests {
 namespace {
 
 using namespace OmbryZephCore;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 /// What the peer says before the first byte of a request was handed to the layer below.
 class ZephSSLIOSilenceTest : public SSLIOFixture {
@@ -201,6 +203,32 @@ TEST_F(ZephSSLIOSilenceTest, BytesBehindACloseOfTLSAreNotTheAnswerToALaterReques
     ssl.ExpectSilenceUntilSent();
     EXPECT_EQ(Read(100), eRC_IO_ConnectionFailed);
     EXPECT_THAT(lower.events, ElementsAre("unregister"));
+}
+
+TEST_F(ZephSSLIOSilenceTest, PartOfARecordWhileTLSStopsIsLeftToTheClose) {
+    BeginRequest();
+    lower.CompleteWrite();
+    PeerSays("answer");
+    ASSERT_EQ(ssl.StopSSL(true), 0u);
+    ssl.ExpectSilenceUntilSent();
+    engine.unread = true;
+    Take(lower.events);
+    PeerSays("");
+    EXPECT_THAT(lower.events, Not(Contains("unregister")));
+}
+
+TEST_F(ZephSSLIOSilenceTest, WithoutAnEngineThereIsNobodyToAskForUnreadBytes) {
+    BeginRequest();
+    lower.CompleteWrite();
+    PeerSays("answer");
+    engine.shutdownComplete = true;
+    ssl.StopSSL(false);
+    manager.next.clear();
+    ASSERT_EQ(ssl.StartSSL(), eRC_Fail);
+    Take(lower.events);
+    ssl.ExpectSilenceUntilSent();
+    EXPECT_EQ(Read(100), 0u);
+    EXPECT_THAT(lower.events, IsEmpty());
 }
 
 TEST_F(ZephSSLIOSilenceTest, TerminateEndsTheSilence) {

@@ -110,6 +110,7 @@ public:
         std::span<const std::uint8_t> encoded) override {
         calls.push_back("create");
         if (failing == "create") return Platform::Result::Failure(5);
+        if (empty == "create") return std::unique_ptr<Platform::ICertificate>();
         return real.CreateCertificate(encoded);
     }
     bool EqualPublicKeys(const Platform::CertificateContext& left,
@@ -125,11 +126,13 @@ public:
                                                     std::uint32_t room) override {
         calls.push_back(binary == nullptr ? "measure" : "decode");
         if (failing == calls.back()) return Platform::Result::Failure(5);
+        if (empty == calls.back()) return 0U;
         if (binary != nullptr && tooMuch) return room + 1;
         return real.Base64ToBinary(text, binary, room);
     }
 
     std::string failing;
+    std::string empty;     ///< the operation that succeeds with nothing
     bool tooMuch = false;  ///< the decoder says that it has written more than there was room for
     std::vector<std::string> calls;
 
@@ -158,6 +161,17 @@ TEST(CheckPublicKeyCallbackTest, MoreThanWasMeasuredIsRejectedAndNotRead) {
     certificates.tooMuch = true;
     EXPECT_FALSE(AcceptsKey(RsaCertificate, DerOf(RsaCertificate)));
     EXPECT_EQ(certificates.calls, (std::vector<std::string>{"measure", "decode"}));
+}
+
+TEST(CheckPublicKeyCallbackTest, SuccessThatGivesNothingRejectsAndEndsTheCheck) {
+    FailingCertificates certificates;
+    const Platform::Testing::Replace<Platform::ICertificates> replaced(certificates);
+    for (const char* const step : {"measure", "create"}) {
+        certificates.empty = step;
+        certificates.calls.clear();
+        EXPECT_FALSE(AcceptsKey(RsaCertificate, DerOf(RsaCertificate)));
+        EXPECT_EQ(certificates.calls.back(), step);
+    }
 }
 
 TEST(CheckPublicKeyCallbackTest, FailingAllocationRejects) {

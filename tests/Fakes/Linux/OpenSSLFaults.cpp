@@ -93,6 +93,7 @@ long SSL_CTX_ctrl(SSL_CTX* context, int command, long number, void* pointer) {
     static const auto real = TheLibrarys<decltype(SSL_CTX_ctrl)>("SSL_CTX_ctrl");
     if (command == SSL_CTRL_SET_MIN_PROTO_VERSION && Fails("SSL_CTX_set_min_proto_version")) return 0;
     if (command == SSL_CTRL_SET_MAX_PROTO_VERSION && Fails("SSL_CTX_set_max_proto_version")) return 0;
+    if (command == SSL_CTRL_SET_SIGALGS_LIST && Fails("SSL_CTX_set1_sigalgs_list")) return 0;
     return real(context, command, number, pointer);
 }
 
@@ -109,6 +110,11 @@ int SSL_CTX_set_ciphersuites(SSL_CTX* context, const char* list) {
 SSL* SSL_new(SSL_CTX* context) {
     static const auto real = TheLibrarys<decltype(SSL_new)>("SSL_new");
     return Fails("SSL_new") ? nullptr : real(context);
+}
+
+BIO_METHOD* BIO_meth_new(int type, const char* name) {
+    static const auto real = TheLibrarys<decltype(BIO_meth_new)>("BIO_meth_new");
+    return Fails("BIO_meth_new") ? nullptr : real(type, name);
 }
 
 BIO* BIO_new(const BIO_METHOD* method) {
@@ -140,6 +146,11 @@ int SSL_do_handshake(SSL* session) {
 int SSL_read_ex(SSL* session, void* data, std::size_t room, std::size_t* count) {
     static const auto real = TheLibrarys<decltype(SSL_read_ex)>("SSL_read_ex");
     return Fails("SSL_read_ex") ? 0 : real(session, data, room, count);
+}
+
+int SSL_peek_ex(SSL* session, void* data, std::size_t room, std::size_t* count) {
+    static const auto real = TheLibrarys<decltype(SSL_peek_ex)>("SSL_peek_ex");
+    return Fails("SSL_peek_ex") ? 0 : real(session, data, room, count);
 }
 
 int SSL_write_ex(SSL* session, const void* data, std::size_t length, std::size_t* written) {

@@ -1,8 +1,10 @@
 #include "OmbryZephCore/ZephOpenSSLBuffer.h"
+#include "tests/Fakes/Linux/OpenSSLFaults.h"
 
 #include <gtest/gtest.h>
 #include <openssl/bio.h>
 
+#include <cstdlib>
 #include <memory>
 #include <random>
 #include <string>
@@ -95,6 +97,33 @@ TEST(ZephOpenSSLBufferTest, WithoutMemoryNothingIsAdded) {
     EXPECT_EQ(Take(buffer, 10), "abc");
     EXPECT_TRUE(Append(buffer, large));
     EXPECT_EQ(buffer.Pending(), 100'000u);
+}
+
+TEST(ZephOpenSSLBufferTest, MoreThanTheLibraryCanCountIsRefusedUnseen) {
+    ZephOpenSSLBuffer buffer;
+    const Bio bio(buffer.MakeBio(), BIO_free);
+    ASSERT_TRUE(Append(buffer, "abc"));
+    EXPECT_FALSE(buffer.Append(nullptr, 0x7FFFFFFF - 2));
+    std::size_t written = 1;
+    EXPECT_EQ(BIO_write_ex(bio.get(), "", std::size_t{0x80000000}, &written), 0);
+    EXPECT_EQ(written, 0u);
+    EXPECT_EQ(Take(buffer, 10), "abc");
+}
+
+// What is made of the library's is made once, so this is a process of its own.
+TEST(ZephOpenSSLBufferDeathTest, WithoutMemoryThereIsNoBioAndTheNextOneTriesAgain) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto makeTwo = [] {
+        ZephOpenSSLBuffer buffer;
+        bool refused = false;
+        {
+            const OpenSSLFault fault("BIO_meth_new");
+            refused = buffer.MakeBio() == nullptr && fault.Happened();
+        }
+        const Bio bio(buffer.MakeBio(), BIO_free);
+        std::exit(refused && bio ? 0 : 1);
+    };
+    EXPECT_EXIT(makeTwo(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

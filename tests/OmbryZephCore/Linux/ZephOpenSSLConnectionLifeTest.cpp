@@ -38,6 +38,13 @@ TEST(ZephOpenSSLConnectionLifeTest, EachOperationWithoutASessionFails) {
     }
 }
 
+TEST(ZephOpenSSLConnectionLifeTest, WithoutASessionThereIsNoMemoryToGiveBackAndNothingToTrust) {
+    OmbryZephCore::ZephOpenSSLConnection connection(nullptr);
+    connection.ReleaseIdleMemory();
+    ExpectNoSession(connection);
+    EXPECT_TRUE(connection.HasUnread()) << "nobody may use it again";
+}
+
 TEST(ZephOpenSSLConnectionLifeTest, FailedSecondStartLeavesNothingOfTheFirstSession) {
     ZephOpenSSLTestPair pair(ServerOf(TLS1_2_VERSION));
     ASSERT_TRUE(pair.Handshake());

@@ -105,6 +105,11 @@ TEST_P(ZephOpenSSLConnectionTest, EmptyCallsMoveNothing) {
     EXPECT_EQ(pair->client.read_plaintext(&byte, -1), 0);
     EXPECT_EQ(byte, 0);
     EXPECT_EQ(ReadAll(), "x");
+    ASSERT_EQ(Write(pair->client, "y"), 1);
+    EXPECT_EQ(pair->client.extract_ciphertext(&byte, 0), 0);
+    EXPECT_EQ(pair->client.extract_ciphertext(&byte, -1), 0);
+    pair->server.Put(Extract(pair->client));
+    EXPECT_EQ(pair->server.received, "y");
 }
 
 TEST_P(ZephOpenSSLConnectionTest, SmallReadsTakeARecordPieceByPieceWithoutMoreInput) {
@@ -358,6 +363,9 @@ TEST_P(ZephOpenSSLConnectionTest, DataBehindTheRequestForARenegotiationIsHandedO
         EXPECT_EQ(Read(fresh.client, result), " the ");
         EXPECT_EQ(Write(fresh.client, "not now"), 0);
         EXPECT_EQ(Read(fresh.client, result), "old keys");
+        fresh.server.Write("!");
+        Inject(fresh.client, fresh.server.Take());
+        EXPECT_EQ(Read(fresh.client, result), "!");
         EXPECT_EQ(Read(fresh.client, result), "");
         EXPECT_EQ(result, 0);
         EXPECT_TRUE(fresh.client.WantsCiphertext());
@@ -486,6 +494,26 @@ TEST_P(ZephOpenSSLConnectionTest, WhatIsNoDataIsNotUnread) {
     EXPECT_FALSE(pair->client.HasUnread());
     EXPECT_FALSE(pair->client.WantsCiphertext()) << "the question alone starts no read";
     ASSERT_TRUE(pair->Exchange());
+    EXPECT_EQ(Write(pair->client, "x"), 1);
+}
+
+TEST_P(ZephOpenSSLConnectionTest, ARenegotiationHoldsNothingUnread) {
+    if (GetParam().number == TLS1_3_VERSION) return;
+    pair->server.Renegotiate();
+    const std::string request = pair->server.Take();
+    pair->server.Write("data");
+    const std::string data = pair->server.Take();
+    Inject(pair->client, request + data.substr(0, 3));
+    EXPECT_FALSE(pair->client.HasUnread()) << "also with the beginning of a record behind the request";
+    Inject(pair->client, data.substr(3));
+    EXPECT_EQ(ReadAll(), "data");
+    pair->server.Put(Extract(pair->client));
+    const std::string wire = pair->server.Take();
+    Inject(pair->client, wire.substr(0, wire.size() - 1));
+    EXPECT_FALSE(pair->client.HasUnread());
+    Inject(pair->client, wire.substr(wire.size() - 1));
+    ASSERT_TRUE(pair->Exchange());
+    EXPECT_FALSE(pair->client.HasUnread());
     EXPECT_EQ(Write(pair->client, "x"), 1);
 }
 

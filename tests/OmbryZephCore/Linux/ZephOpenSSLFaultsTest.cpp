@@ -61,7 +61,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Steps, ZephOpenSSLContextFaultTest,
                          testing::Values("SSL_CTX_new", "SSL_CTX_set_min_proto_version",
                                          "SSL_CTX_set_max_proto_version", "SSL_CTX_set_cipher_list",
-                                         "SSL_CTX_set_ciphersuites"));
+                                         "SSL_CTX_set1_sigalgs_list", "SSL_CTX_set_ciphersuites"));
 
 TEST_P(ZephOpenSSLContextFaultTest, FailureGivesTheOldestErrorsNumberAndNoContext) {
     {
@@ -245,6 +245,18 @@ TEST(ZephOpenSSLHandshakeFaultTest, HandshakeThatBreaksOffIsAFailureAndNoClose) 
     EXPECT_EQ(Write(pair.client, "secret"), -1);
 }
 
+TEST(ZephOpenSSLHandshakeFaultTest, HandshakeThatCannotBeginFailsTheStart) {
+    const auto logger = std::make_shared<RecordingLogger>();
+    ZephOpenSSLClientContext context(logger);
+    ASSERT_EQ(context.Initialize(true), 0u);
+    OmbryZephCore::ZephOpenSSLConnection client(logger);
+    const OpenSSLFault fault("SSL_do_handshake");
+    EXPECT_EQ(client.InitializeAsClient(context, "server.test"), -1);
+    EXPECT_THAT(logger->Messages(), ElementsAre("SSL_do_handshake failed: " + TextOf(1)));
+    std::uint8_t byte = 0;
+    EXPECT_EQ(client.extract_ciphertext(&byte, 1), -1);
+}
+
 TEST(ZephOpenSSLHandshakeFaultTest, ExtractionCarriesTheHandshakeOnToo) {
     ZephOpenSSLTestPair pair(ServerOf(TLS1_2_VERSION));
     const OpenSSLFault fault("SSL_do_handshake");
@@ -271,6 +283,12 @@ TEST_F(ZephOpenSSLSessionFaultTest, RenegotiationThatCannotBeginIsAFailure) {
     const OpenSSLFault fault("SSL_renegotiate");
     EXPECT_EQ(pair.client.request_renegotiate(), -1);
     ExpectFailedWith("SSL_renegotiate");
+}
+
+TEST_F(ZephOpenSSLSessionFaultTest, RenegotiationThatFailsAtItsFirstStepIsAFailure) {
+    const OpenSSLFault fault("SSL_peek_ex");
+    EXPECT_EQ(pair.client.request_renegotiate(), -1);
+    ExpectFailedWith("Renegotiation");
 }
 
 TEST_F(ZephOpenSSLSessionFaultTest, CloseThatCannotBeMadeIsAFailure) {

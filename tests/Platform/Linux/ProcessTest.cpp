@@ -76,14 +76,19 @@ TEST(HardenProcessTest, NoNewFileTakesThePlaceOfAClosedStandardStream) {
 }
 
 TEST(HardenProcessTest, WithoutAFreeDescriptorTheRestIsDoneAllTheSame) {
+    static rlimit before;
     ExpectInAChild(
         [] {
-            const rlimit none{0, 0};
+            getrlimit(RLIMIT_NOFILE, &before);
+            const rlimit none{0, before.rlim_max};
             close(0);
             setrlimit(RLIMIT_NOFILE, &none);
             umask(0);
         },
-        [] { return fcntl(0, F_GETFD) == -1 && fcntl(1, F_GETFD) != -1 && umask(0) == 077; });
+        [] {
+            const bool isFree = fcntl(0, F_GETFD) == -1 && fcntl(1, F_GETFD) != -1;
+            return setrlimit(RLIMIT_NOFILE, &before) == 0 && isFree && umask(0) == 077;
+        });
 }
 
 TEST(HardenProcessTest, UsingAClosedStandardStreamStaysAnError) {
