@@ -20,10 +20,9 @@ Group& Current() {
     return Production<Group>();
 }
 
-namespace Testing {
-
 /// Puts `group` in the place of the current implementation for the life of this object. Not owned; it must
-/// outlive this object. Scopes nest. To be used before any thread starts that might ask for the group.
+/// outlive this object. Scopes nest. To be used before any thread starts that might ask for the group: by
+/// tests, and by a program that narrows what the libraries under it may do.
 template <class Group>
 class Replace {
 public:
@@ -36,5 +35,8 @@ private:
     Group* previous;
 };
 
-}  // namespace Testing
+namespace Testing {
+using Platform::Replace;
+}
+
 }  // namespace Ombry::Platform

@@ -25,8 +25,9 @@ inline constexpr std::uint32_t CertificateEncoding = 0x10001;
 
 enum class StoreLocation { CurrentUser, LocalMachine };
 enum class StoreAccess {
-    ReadWrite,        ///< created on first use; locked against other writers until closed if it is ours
-    ReadOnlyExisting  ///< a store that does not exist fails with number 2
+    ReadWrite,         ///< created on first use; locked against other writers until closed if it is ours
+    ReadOnlyExisting,  ///< a store that does not exist fails with number 2
+    ReadOnlyUnlocked   ///< the same, in nobody's way: takes no lock, and may see a change half done
 };
 
 /// An open certificate store. A context that an operation returns is owned by the store and valid until the

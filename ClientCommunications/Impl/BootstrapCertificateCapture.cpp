@@ -46,7 +46,8 @@ bool TakeCertificate(const Platform::CertificateContext& shown, ZephIOBuffer& ce
 
 /// Runs one handshake over the connected socket. Returns the code of the network core; what was shown is in
 /// the validator's hands by then.
-std::uint32_t RunHandshake(ZephSocketConnector& connector, std::shared_ptr<LibraryLogger::ILogger> logger,
+std::uint32_t RunHandshake(ZephSocketConnector& connector, std::uint32_t silenceSeconds,
+                           const Cancellation::Token& token, std::shared_ptr<LibraryLogger::ILogger> logger,
                            ZephSSLConnectionManagerIf& manager, bool verbose) {
     ZephIOTaskManager_Sync taskManager(logger);
     ZephSocketIO socketIO;
@@ -61,7 +62,7 @@ std::uint32_t RunHandshake(ZephSocketConnector& connector, std::shared_ptr<Libra
     if (code == eRC_Success) code = sslIO.RegisterIOCompletionHandler(&receiver);
     if (code == eRC_Success) {
         sslIO.StartSSL();
-        code = taskManager.DoPendingIO(SilenceSeconds, Cancellation::Token());
+        code = taskManager.DoPendingIO(silenceSeconds, token);
     }
     sslIO.UnRegisterIOCompletionHandler();
     sslIO.Terminate();
@@ -70,6 +71,19 @@ std::uint32_t RunHandshake(ZephSocketConnector& connector, std::shared_ptr<Libra
 }
 
 }  // namespace
+
+std::uint32_t captureCertificate(ZephSocketConnector& connector, const std::string& host,
+                                 std::uint32_t silenceSeconds, const Cancellation::Token& token,
+                                 std::shared_ptr<LibraryLogger::ILogger> logger, bool verbose,
+                                 ZephIOBuffer& certificate, std::string& text) {
+    const auto manager = ZephSSLManagerProvider().MakeManager(logger, verbose);
+    const std::uint32_t code =
+        manager->Initialize(host, true, [&](Platform::CertificateContextPointer* ppShown) {
+            return TakeCertificate(**ppShown, certificate, text);
+        });
+    if (code != eRC_Success) return code;
+    return RunHandshake(connector, silenceSeconds, token, logger, *manager, verbose);
+}
 
 std::string getCertificateByConnecting(ZephIOBuffer& certificate,
                                        std::shared_ptr<LibraryLogger::ILogger> logger,
@@ -81,11 +95,8 @@ std::string getCertificateByConnecting(ZephIOBuffer& certificate,
     if (code != eRC_Success) ThrowUnableToConnect(connection, code);
 
     std::string text;
-    const auto manager = ZephSSLManagerProvider().MakeManager(logger, verbose);
-    code = manager->Initialize(host, true, [&](Platform::CertificateContextPointer* ppShown) {
-        return TakeCertificate(**ppShown, certificate, text);
-    });
-    if (code == eRC_Success) code = RunHandshake(connector, logger, *manager, verbose);
+    code = captureCertificate(connector, host, SilenceSeconds, Cancellation::Token(), logger, verbose,
+                              certificate, text);
     connector.Close();
     // Whoever is not seen is not trusted: without a certificate nothing is written, and the earlier trust
     // stays.

@@ -20,16 +20,14 @@ constexpr const char* SaveFunction = "Ombry::ClientCommunications::ClientConfig:
 constexpr const char* ReadFunction =
     "Ombry::ClientCommunications::ClientCommunications::getBootstrapSsdsCertificate: ";
 
-constexpr char16_t FriendlyNameText[] = u"DiscoveryServiceBootstrap";
-constexpr std::size_t FriendlyNameSize = sizeof FriendlyNameText;
+constexpr std::size_t FriendlyNameSize = 2 * sizeof BootstrapCertificateName;
 static_assert(FriendlyNameSize == 52);
 
 /// The name as the store keeps it: UTF-16LE with its terminator.
 constexpr std::array<std::uint8_t, FriendlyNameSize> MakeFriendlyName() {
     std::array<std::uint8_t, FriendlyNameSize> bytes{};
     for (std::size_t i = 0; i < FriendlyNameSize / 2; ++i) {
-        bytes[2 * i] = static_cast<std::uint8_t>(FriendlyNameText[i] & 0xff);
-        bytes[2 * i + 1] = static_cast<std::uint8_t>(FriendlyNameText[i] >> 8);
+        bytes[2 * i] = static_cast<std::uint8_t>(BootstrapCertificateName[i]);
     }
     return bytes;
 }
@@ -48,11 +46,13 @@ StoreLocation LocationOf(const CommunicationsParameters& parameters) {
     return parameters.useCurrentUserStore ? StoreLocation::CurrentUser : StoreLocation::LocalMachine;
 }
 
-/// The first certificate with the bootstrap name; null if there is none. One without a name, or with one that
-/// does not fit in 64 bytes, is passed over.
-CertificateContextPointer FindBootstrapCertificate(ICertificateStore& store) {
+/// The first certificate with the bootstrap name behind `previous`; null if there is none. One without a
+/// name, or with one that does not fit in 64 bytes, is passed over.
+CertificateContextPointer FindBootstrapCertificate(ICertificateStore& store,
+                                                   CertificateContextPointer previous = nullptr) {
     std::array<std::uint8_t, 64> name;
-    for (auto certificate = store.FindNext(nullptr); certificate; certificate = store.FindNext(certificate)) {
+    for (auto certificate = store.FindNext(previous); certificate;
+         certificate = store.FindNext(certificate)) {
         const auto size = store.GetFriendlyName(certificate, name);
         if (size &&
             std::equal(name.begin(), name.begin() + *size, FriendlyName.begin(), FriendlyName.end())) {
@@ -82,6 +82,18 @@ void saveBootstrapCertificate(const CommunicationsParameters& parameters,
     Require(stored, SaveFunction, "CertDeleteCertificateFromStore");
     Require((*store)->SetFriendlyName(*stored, FriendlyName), SaveFunction,
             "CertSetCertificateContextProperty");
+}
+
+std::vector<std::string> getBootstrapCertificates(const CommunicationsParameters& parameters) {
+    const auto store = Platform::Certificates().OpenStore(
+        LocationOf(parameters), StoreAccess::ReadOnlyUnlocked, parameters.storeName);
+    Require(store, ReadFunction, "CertOpenStore");
+    std::vector<std::string> certificates;
+    for (auto found = FindBootstrapCertificate(**store); found;
+         found = FindBootstrapCertificate(**store, found)) {
+        certificates.emplace_back(reinterpret_cast<const char*>(found->encoded), found->encodedLength);
+    }
+    return certificates;
 }
 
 std::string getBootstrapSsdsCertificate(const CommunicationsParameters& parameters) {

@@ -28,14 +28,6 @@ constexpr const char* DoRequestName = "Ombry::ClientCommunications::HttpClientSe
 /// Holds the correlation string of an ordinary request, so that it is not copied while it grows.
 constexpr std::size_t OrdinaryCorrelationLength = 640;
 
-/// The port by the rules of a 32-bit strtol, of which the low 16 bits count; text that is no number gives 0.
-std::uint16_t ParsePort(const std::string& text) {
-    constexpr long long lowest = std::numeric_limits<std::int32_t>::min();
-    constexpr long long highest = std::numeric_limits<std::int32_t>::max();
-    const long long value = std::strtoll(text.c_str(), nullptr, 10);
-    return static_cast<std::uint16_t>(std::clamp(value, lowest, highest) & 0xffff);
-}
-
 /// Whole seconds; what is below one second becomes 0, which is no limit at all.
 std::uint32_t ToSeconds(Duration timeout) {
     constexpr std::int64_t highest = std::numeric_limits<std::uint32_t>::max();
@@ -43,6 +35,13 @@ std::uint32_t ToSeconds(Duration timeout) {
 }
 
 }  // namespace
+
+std::uint16_t ParsePort(const std::string& text) {
+    constexpr long long lowest = std::numeric_limits<std::int32_t>::min();
+    constexpr long long highest = std::numeric_limits<std::int32_t>::max();
+    const long long value = std::strtoll(text.c_str(), nullptr, 10);
+    return static_cast<std::uint16_t>(std::clamp(value, lowest, highest) & 0xffff);
+}
 
 HttpClientServiceGateway::HttpClientServiceGateway(
     std::shared_ptr<IService> service,

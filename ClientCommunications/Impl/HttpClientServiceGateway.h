@@ -7,6 +7,9 @@
 
 namespace Ombry::ClientCommunications {
 
+/// The port by the rules of a 32-bit strtol, of which the low 16 bits count; text that is no number gives 0.
+std::uint16_t ParsePort(const std::string& text);
+
 /// Makes one HTTP exchange with one instance of a service. A service with a registered certificate is
 /// accepted by its public key; one without is not checked at all. Holds no state of a call: several threads
 /// may call at once.

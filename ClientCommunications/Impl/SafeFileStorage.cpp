@@ -52,6 +52,10 @@ std::string SafeFileStorage::CommittedPathOf(const std::string& path) {
     return path + Committed;
 }
 
+std::string SafeFileStorage::StagedPathOf(const std::string& path) {
+    return path + Staging;
+}
+
 std::string SafeFileStorage::BlobNameOf(const std::string& fileName) {
     const std::string_view name = fileName;
     for (const std::string_view suffix : {Committed, Staging}) {

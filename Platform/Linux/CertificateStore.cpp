@@ -2,6 +2,7 @@
 
 #include "Platform/IClock.h"
 #include "Platform/IFiles.h"
+#include "Platform/IKnownFolders.h"
 #include "Platform/ITextConversion.h"
 #include "Platform/Linux/Descriptor.h"
 #include "Platform/Linux/ProgramData.h"
@@ -215,6 +216,20 @@ Result AwaitLock(int folder, int kind) {
 
 }  // namespace
 
+ValueOr<std::string> CertificateStoreFolder(StoreLocation location, std::wstring_view name) {
+    if (name.empty() || name == L"." || name == L"..") return Result::Failure(EINVAL);
+    const bool leadsAway = std::any_of(name.begin(), name.end(), [](wchar_t unit) {
+        return unit == L'/' || unit == L'\\' || unit == L'\0';
+    });
+    if (leadsAway) return Result::Failure(EINVAL);
+    auto folder =
+        location == StoreLocation::CurrentUser ? KnownFolders().CurrentUserQuennet() : ProgramDataFolder();
+    if (!folder) return folder;
+    auto text = Utf8(name);
+    if (!text) return text;
+    return *folder + "/CertificateStores/" + *text;
+}
+
 ValueOr<std::unique_ptr<ICertificateStore>> OpenCertificateStore(const std::string& folder,
                                                                  StoreAccess access) {
     if (access == StoreAccess::ReadWrite) {
@@ -224,8 +239,10 @@ ValueOr<std::unique_ptr<ICertificateStore>> OpenCertificateStore(const std::stri
     Descriptor lock(
         Retry([&] { return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));
     if (!lock) return Result::Failure(errno);
-    const int kind = access == StoreAccess::ReadWrite ? LOCK_EX : LOCK_SH;
-    if (const Result result = AwaitLock(lock.Number(), kind); !result) return result;
+    if (access != StoreAccess::ReadOnlyUnlocked) {
+        const int kind = access == StoreAccess::ReadWrite ? LOCK_EX : LOCK_SH;
+        if (const Result result = AwaitLock(lock.Number(), kind); !result) return result;
+    }
     auto store = std::make_unique<FolderStore>(folder, std::move(lock), access);
     if (access == StoreAccess::ReadWrite) {
         if (const Result result = store->Reserve(); !result) return result;

@@ -1,12 +1,9 @@
 #include "Platform/ICertificates.h"
-#include "Platform/IKnownFolders.h"
 #include "Platform/Linux/Base64.h"
 #include "Platform/Linux/CertificateStore.h"
-#include "Platform/Linux/ProgramData.h"
 #include "Platform/Linux/X509.h"
 #include "Platform/MadeOnce.h"
 
-#include <algorithm>
 #include <limits>
 #include <mutex>
 #include <string_view>
@@ -69,26 +66,11 @@ std::string PublicKeyInfo(const CertificateContext& context) {
     return info;
 }
 
-/// The folder of a store. Its name must not lead anywhere else.
-ValueOr<std::string> StoreFolder(StoreLocation location, std::wstring_view name) {
-    if (name.empty() || name == L"." || name == L"..") return Result::Failure(EINVAL);
-    const bool leadsAway = std::any_of(name.begin(), name.end(), [](wchar_t unit) {
-        return unit == L'/' || unit == L'\\' || unit == L'\0';
-    });
-    if (leadsAway) return Result::Failure(EINVAL);
-    auto folder = location == StoreLocation::CurrentUser ? KnownFolders().CurrentUserQuennet()
-                                                         : Linux::ProgramDataFolder();
-    if (!folder) return folder;
-    auto text = Linux::Utf8(name);
-    if (!text) return text;
-    return *folder + "/CertificateStores/" + *text;
-}
-
 class LinuxCertificates : public ICertificates {
 public:
     ValueOr<std::unique_ptr<ICertificateStore>> OpenStore(StoreLocation location, StoreAccess access,
                                                           std::wstring_view name) override {
-        const auto folder = StoreFolder(location, name);
+        const auto folder = Linux::CertificateStoreFolder(location, name);
         if (!folder) return Result::Failure(folder.Error());
         return Linux::OpenCertificateStore(*folder, access);
     }

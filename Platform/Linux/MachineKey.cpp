@@ -68,10 +68,15 @@ Result MakeKey(const std::string& folder, const std::string& path) {
 
 }  // namespace
 
-ValueOr<std::string> LoadKey(KeyScope scope) {
+ValueOr<std::string> KeyFile(KeyScope scope) {
     auto folder = KeyFolder(scope);
     if (!folder) return folder;
-    return ReadKey(KeyPath(*folder));
+    return KeyPath(*folder);
+}
+
+ValueOr<std::string> LoadKey(KeyScope scope) {
+    const auto path = KeyFile(scope);
+    return path ? ReadKey(*path) : path;
 }
 
 ValueOr<std::string> LoadOrMakeKey(KeyScope scope) {

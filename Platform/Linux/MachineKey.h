@@ -13,6 +13,9 @@ enum class KeyScope { Machine, User };
 /// key is read with gives this number.
 inline constexpr int KeyIsNotPrivate = EKEYREJECTED;
 
+/// Where the key of that scope lies, whether it is there or not.
+ValueOr<std::string> KeyFile(KeyScope scope);
+
 /// The 32 random bytes behind what is protected for the machine or for the current user. They lie in
 /// "Keys/protection.key" of the Quennet folder, apart from the folders that hold what they protect. Whoever
 /// gets the bytes wipes them.

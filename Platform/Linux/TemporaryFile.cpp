@@ -12,7 +12,6 @@
 #include <cstdio>
 #include <mutex>
 #include <set>
-#include <string_view>
 
 namespace Ombry::Platform::Linux {
 namespace {
@@ -28,13 +27,6 @@ std::string NameOf(std::uint64_t chance) {
     char digits[Digits + 1];
     std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(chance));
     return std::string(NameBegin).append(digits).append(NameEnd);
-}
-
-bool IsTemporaryName(std::string_view name) {
-    if (name.size() != NameBegin.size() + Digits + NameEnd.size()) return false;
-    const std::string_view digits = name.substr(NameBegin.size(), Digits);
-    return name.starts_with(NameBegin) && name.ends_with(NameEnd) &&
-           digits.find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 
 /// Whether locking failed because this file system has no locks. Then nobody can hold one, either.
@@ -105,6 +97,13 @@ Result TemporaryFile::RenameTo(const std::string& target) {
     if (rename(path.c_str(), target.c_str()) != 0) return Result::Failure(errno);
     path.clear();
     return Result::Success();
+}
+
+bool IsTemporaryName(std::string_view name) {
+    if (name.size() != NameBegin.size() + Digits + NameEnd.size()) return false;
+    const std::string_view digits = name.substr(NameBegin.size(), Digits);
+    return name.starts_with(NameBegin) && name.ends_with(NameEnd) &&
+           digits.find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 
 void RemoveLeftovers(const std::string& folder) {

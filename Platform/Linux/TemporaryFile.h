@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace Ombry::Platform::Linux {
@@ -48,6 +49,9 @@ private:
     Descriptor lock;   // the same open file once more: it is locked until its last descriptor is closed
     std::string path;  // empty once renamed
 };
+
+/// Whether a file of that name is such a new one.
+bool IsTemporaryName(std::string_view name);
 
 /// Removes the temporary files in a folder that no living process holds. What cannot be looked at, locked or
 /// removed stays, as everything does on a file system without locks.

@@ -107,6 +107,15 @@ protected:
 
 // Opening.
 
+TEST_F(CertificateStoreTest, ReaderThatAsksForNoLockIsNotHeldUpByAWriterNorHoldsOneUp) {
+    const std::string der = Der(1);
+    ASSERT_TRUE(Open()->AddReplaceExisting(ContextOf(der)));
+    const auto writer = Open();
+    const auto reader = Open(StoreAccess::ReadOnlyUnlocked);
+    EXPECT_THAT(All(*reader), ElementsAre(der));
+    EXPECT_FALSE(reader->Delete(reader->FindNext(nullptr)));
+}
+
 TEST_F(CertificateStoreTest, ReadOnlyOpenOfMissingStoreFailsWithTwoAndMakesNone) {
     const auto store = Certificates().OpenStore(StoreLocation::LocalMachine, StoreAccess::ReadOnlyExisting,
                                                 L"OmbrySecurity");
