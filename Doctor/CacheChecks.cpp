@@ -1,0 +1,323 @@
+#include "Doctor/CacheChecks.h"
+
+#include "ClientCommunications/FoundServicesDto.h"
+#include "ClientCommunications/Impl/DirectoryKeyValueStorage.h"
+#include "ClientCommunications/Impl/EndpointPaths.h"
+#include "ClientCommunications/Impl/JwtAuthenticator.h"
+#include "ClientCommunications/Impl/MachineFiles.h"
+#include "ClientCommunications/Impl/SafeFileStorage.h"
+#include "ClientCommunications/Impl/SecretBuffer.h"
+#include "Doctor/StateChecks.h"
+#include "Doctor/Texts.h"
+#include "ObjectMapping/Serialization.h"
+
+#include <algorithm>
+#include <limits>
+#include <map>
+#include <optional>
+
+namespace Ombry::Doctor {
+namespace {
+
+namespace MachineFiles = ClientCommunications::MachineFiles;
+using ClientCommunications::FoundServicesDto;
+using ClientCommunications::SafeFileStorage;
+using Platform::FileKind;
+
+constexpr const char* const CacheNames[] = {MachineFiles::FinderCache, MachineFiles::TokenCache};
+
+/// A blob of a cache: its two files, where they are, and what its reader gets.
+class Blob {
+public:
+    Blob(const Machine& machine, std::string folder, const std::string& name)
+        : folder(std::move(folder)), path(this->folder + "/" + name) {
+        for (const Entry& entry : machine.Tree().Children(this->folder)) {
+            if (entry.name == name || SafeFileStorage::BlobNameOf(entry.name) != name) continue;
+            const bool isCommitted = entry.name == SafeFileStorage::CommittedPathOf(name);
+            (isCommitted ? committed : staged) = &entry;
+        }
+    }
+    Blob(std::string theFolder, const std::string& name, const Entry* committed, const Entry* staged)
+        : folder(std::move(theFolder)), path(folder + "/" + name), committed(committed), staged(staged) {}
+
+    bool Exists() const { return committed || staged; }
+    const std::string& Path() const { return path; }
+    std::string Load() const { return SafeFileStorage(path, false).Load(); }
+    /// When the copy that counts was written.
+    TimePoint Modified() const {
+        const bool isWhole = committed && committed->details.kind == FileKind::File;
+        return (isWhole || !staged ? committed : staged)->details.modified;
+    }
+    /// Something that is no file and takes the place of one; empty for none.
+    std::string InTheWay() const {
+        for (const Entry* entry : {committed, staged}) {
+            if (entry && entry->details.kind != FileKind::File) return folder + "/" + entry->name;
+        }
+        return {};
+    }
+    /// Whether what is in the way is where a save begins, which then fails.
+    bool IsSaveBlocked() const { return staged && staged->details.kind != FileKind::File; }
+    std::string RemoveCommand() const {
+        std::string command = "rm -rf --";
+        for (const Entry* entry : {committed, staged}) {
+            if (entry) command += " " + Quoted(folder + "/" + entry->name);
+        }
+        return command;
+    }
+
+private:
+    const std::string folder;
+    const std::string path;
+    const Entry* committed = nullptr;
+    const Entry* staged = nullptr;
+};
+
+/// Hands over all blobs of the caches of that name.
+template <class Visit>
+void ForEachEntry(const Machine& machine, const char* cache, Visit visit) {
+    for (const CacheFolder& folder : CacheFoldersOf(machine)) {
+        const std::string path = folder.path + cache;
+        const std::vector<Entry>& entries = machine.Tree().Children(path);
+        for (auto entry = entries.begin(); entry != entries.end(); ++entry) {
+            const std::string name = SafeFileStorage::BlobNameOf(entry->name);
+            if (name == entry->name) continue;  // no copy of a blob
+            // By name the committed copy comes before the staging copy of the same blob.
+            if (entry->name == SafeFileStorage::CommittedPathOf(name)) {
+                const Entry* staged = machine.Tree().Child(path, SafeFileStorage::StagedPathOf(name));
+                visit(folder, Blob(path, name, &*entry, staged));
+            } else if (!machine.Tree().Child(path, SafeFileStorage::CommittedPathOf(name))) {
+                visit(folder, Blob(path, name, nullptr, &*entry));
+            }
+        }
+    }
+}
+
+std::optional<FoundServicesDto> Parse(const std::string& text) {
+    try {
+        FoundServicesDto dto;
+        ObjectMapping::DeserializeObject(dto, text, nullptr, false);
+        return dto;
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+std::string OwnerText(const CacheFolder& folder) {
+    return folder.owner.empty() ? "users and tokens" : folder.owner;
+}
+
+Finding Begin(const CacheFolder& folder, const Blob& blob, const Machine& machine) {
+    return {.pairs = {{"owner", folder.owner},
+                      {"path", blob.Path()},
+                      {"age_seconds", machine.AgeOf(blob.Modified()).count() / TicksPerSecond}}};
+}
+
+/// What holds for each cache alike. Nothing if the blob is a file that holds something.
+std::optional<Finding> JudgePlace(const CacheFolder& folder, const Blob& blob, const Machine& machine,
+                                  const std::string& text, const std::string& what) {
+    const std::string inTheWay = blob.InTheWay();
+    if (inTheWay.empty() && !text.empty()) return std::nullopt;
+    Finding finding = Begin(folder, blob, machine);
+    if (!inTheWay.empty()) {
+        const bool fails = blob.IsSaveBlocked();
+        finding.severity = fails ? Severity::Error : Severity::Warning;
+        finding.message = inTheWay + " is in the way of " + what +
+                          (fails ? ", which cannot be saved" : ", which is asked for each time");
+        finding.remedy = blob.RemoveCommand();
+        return finding;
+    }
+    const auto reading = machine.WhyUnreadable(SafeFileStorage::CommittedPathOf(blob.Path()));
+    if (reading.isForbidden) {
+        finding.severity = Severity::Error;
+        finding.message = blob.Path() + " " + reading.failure;
+        finding.remedy = "sudo ombry-doctor";
+        finding.isUndecided = true;
+    } else {
+        finding.message = OwnerText(folder) + ": " + what + " is empty, and will be asked for";
+    }
+    return finding;
+}
+
+void Damaged(const CacheFolder& folder, const Blob& blob, const std::string& what, Finding& finding) {
+    finding.severity = Severity::Error;
+    finding.message = OwnerText(folder) + ": " + what + " is damaged, and fails what needs it";
+    finding.remedy = blob.RemoveCommand();
+}
+
+std::string ServersText(const FoundServicesDto& dto) {
+    return std::to_string(dto.local.size()) + " local, " + std::to_string(dto.remote.size()) + " remote";
+}
+
+void AddServers(const FoundServicesDto& dto, Finding& finding) {
+    finding.pairs.emplace_back("local", static_cast<long long>(dto.local.size()));
+    finding.pairs.emplace_back("remote", static_cast<long long>(dto.remote.size()));
+}
+
+TimePoint AtSecond(long long seconds) {
+    return TimePoint(Duration(SecondsToTicks(seconds)));
+}
+
+/// How far a time is away, as a part of a sentence.
+std::string FromNow(const Machine& machine, TimePoint time) {
+    const std::int64_t ahead =
+        SaturatingAdd(time.time_since_epoch().count(), -machine.Now().time_since_epoch().count());
+    return ahead >= 0 ? "for " + LengthText(Duration(ahead)) : "no more";
+}
+
+std::string NameOfSearch(const FoundServicesDto& dto, const std::string& entry) {
+    static const std::string authorization = ClientCommunications::DirectoryKeyValueStorage::EntryNameOf(
+        ClientCommunications::EndpointPaths::OpenDiscoveryOfAuthorization);
+    if (entry == authorization) return "the authorization service";
+    for (const auto* servers : {&dto.local, &dto.remote}) {
+        if (!servers->empty()) return servers->front().serviceName;
+    }
+    return "a service that was not found";
+}
+
+Finding JudgeDiscovery(const Machine& machine, const CacheFolder& folder, const Blob& blob) {
+    const std::string text = blob.Load();
+    const std::string what = "the list of discovery servers";
+    if (auto finding = JudgePlace(folder, blob, machine, text, what)) return *finding;
+    Finding finding = Begin(folder, blob, machine);
+    const auto dto = Parse(text);
+    if (!dto) {
+        Damaged(folder, blob, what, finding);
+        return finding;
+    }
+    const TimePoint due = AtSecond(dto->expiryTime);
+    AddServers(*dto, finding);
+    finding.pairs.emplace_back("fresh_until", TimeText(due));
+    finding.message = OwnerText(folder) + ": discovery servers: " + ServersText(*dto) + ", " +
+                      LengthText(machine.AgeOf(blob.Modified())) + " old, fresh " + FromNow(machine, due) +
+                      ", and used until replaced";
+    return finding;
+}
+
+Finding JudgeSearch(const Machine& machine, const CacheFolder& folder, const Blob& blob) {
+    const std::string text = blob.Load();
+    if (auto finding = JudgePlace(folder, blob, machine, text, "a search")) return *finding;
+    Finding finding = Begin(folder, blob, machine);
+    const auto dto = Parse(text);
+    if (!dto) {
+        Damaged(folder, blob, "a search, " + blob.Path() + ",", finding);
+        return finding;
+    }
+    const TimePoint fresh = AtSecond(dto->expiryTime);
+    const TimePoint stale = AtSecond(SaturatingAdd(dto->expiryTime, dto->maxStaleTime));
+    const std::string service = NameOfSearch(*dto, blob.Path().substr(blob.Path().rfind('/') + 1));
+    AddServers(*dto, finding);
+    finding.pairs.insert(
+        finding.pairs.end(),
+        {{"service", service}, {"fresh_until", TimeText(fresh)}, {"stale_until", TimeText(stale)}});
+    finding.message = OwnerText(folder) + ": search for " + service + ": " + ServersText(*dto) + ", " +
+                      LengthText(machine.AgeOf(blob.Modified())) + " old, fresh " + FromNow(machine, fresh) +
+                      ", may serve " + FromNow(machine, stale);
+    return finding;
+}
+
+bool ParseToken(const std::string& text, ClientCommunications::JwtCachedToken& token) {
+    try {
+        ObjectMapping::DeserializeObject(token, text, nullptr, false);
+        return true;
+    } catch (const std::exception&) {
+        return false;  // what it says holds the token
+    }
+}
+
+Finding JudgeToken(const Machine& machine, const CacheFolder& folder, const Blob& blob) {
+    std::string text = blob.Load();
+    const ClientCommunications::ScopedWipe wipe(text);
+    if (auto finding = JudgePlace(folder, blob, machine, text, "a token")) return *finding;
+    Finding finding = Begin(folder, blob, machine);
+    ClientCommunications::JwtCachedToken token;
+    if (!ParseToken(text, token)) {
+        Damaged(folder, blob, "a token, " + blob.Path() + ",", finding);
+        return finding;
+    }
+    constexpr unsigned long long most = std::numeric_limits<std::int64_t>::max();
+    const auto life = static_cast<std::int64_t>(std::min<unsigned long long>(token.token.expiresIn, most));
+    const TimePoint end = SaturatingAdd(token.lastRefreshed, Duration(SecondsToTicks(life)));
+    // Proved by the name of the file: damage can put other bytes of the entry there, those of the token too.
+    const bool isNamed = blob.Path().ends_with(
+        "/" + ClientCommunications::DirectoryKeyValueStorage::EntryNameOf(token.serviceName));
+    const std::string service = isNamed ? token.serviceName : "a service that it does not name";
+    finding.pairs.insert(
+        finding.pairs.end(),
+        {{"service", service}, {"asked_for", TimeText(token.lastRefreshed)}, {"until", TimeText(end)}});
+    finding.message = OwnerText(folder) + ": token for " + service + ", good " +
+                      (token.IsExpired(machine.Now()) ? "no more" : FromNow(machine, end));
+    if (token.lastRefreshed > SaturatingAdd(machine.Now(), ClockTolerance)) {
+        finding.severity = Severity::Warning;
+        finding.message +=
+            ", from the future: while the clock is behind, it is kept though it may have ended";
+        finding.remedy = blob.RemoveCommand();
+    }
+    return finding;
+}
+
+template <class Judge>
+Findings JudgeEach(const Machine& machine, const char* cache, const char* none, Judge judge) {
+    Findings findings;
+    ForEachEntry(machine, cache, [&](const CacheFolder& folder, const Blob& blob) {
+        findings.push_back(judge(machine, folder, blob));
+    });
+    if (findings.empty()) findings.push_back({.message = none});
+    return findings;
+}
+
+}  // namespace
+
+std::vector<CacheFolder> CacheFoldersOf(const Machine& machine) {
+    const std::string base = machine.CachesFolder();
+    std::vector<CacheFolder> folders;
+    for (const auto& [path, entries] : machine.Tree().Folders()) {
+        if (path != base && !path.starts_with(base + "/")) continue;
+        const bool isCache = std::any_of(std::begin(CacheNames), std::end(CacheNames), [&](const char* name) {
+            return path.ends_with(name) || path.find(std::string(name) + "/") != std::string::npos;
+        });
+        if (isCache) continue;
+        folders.push_back({path, path == base ? std::string() : path.substr(base.size() + 1)});
+    }
+    return folders;
+}
+
+Findings CheckDiscoveryCaches(const Machine& machine) {
+    Findings findings;
+    for (const CacheFolder& folder : CacheFoldersOf(machine)) {
+        const Blob blob(machine, folder.path, std::string(MachineFiles::DiscoveryCache).substr(1));
+        if (blob.Exists()) findings.push_back(JudgeDiscovery(machine, folder, blob));
+    }
+    if (findings.empty()) findings.push_back({.message = "No list of discovery servers was kept yet"});
+    return findings;
+}
+
+Findings CheckSearchCaches(const Machine& machine) {
+    return JudgeEach(machine, MachineFiles::FinderCache, "No search was kept", JudgeSearch);
+}
+
+Findings CheckTokens(const Machine& machine) {
+    return JudgeEach(machine, MachineFiles::TokenCache, "No token was kept", JudgeToken);
+}
+
+std::vector<KnownServer> DiscoveryServersOf(const Machine& machine) {
+    std::map<std::pair<std::string, std::string>, std::size_t> places;
+    std::vector<KnownServer> servers;
+    for (const CacheFolder& folder : CacheFoldersOf(machine)) {
+        const std::string path = folder.path + MachineFiles::DiscoveryCache;
+        const auto dto = Parse(SafeFileStorage(path, false).Load());
+        if (!dto) continue;
+        for (const auto* list : {&dto->local, &dto->remote}) {
+            for (const auto& server : *list) {
+                const auto [place, isNew] =
+                    places.try_emplace({server.endpointUrl, server.endpointCert}, servers.size());
+                if (isNew) servers.push_back({server.endpointUrl, server.endpointCert, {}});
+                std::vector<std::string>& lists = servers[place->second].lists;
+                const std::string file = SafeFileStorage::CommittedPathOf(path);
+                if (lists.empty() || lists.back() != file) lists.push_back(file);
+            }
+        }
+    }
+    return servers;
+}
+
+}  // namespace Ombry::Doctor

@@ -1,0 +1,217 @@
+#include "Doctor/StateChecks.h"
+
+#include "ClientCommunications/Impl/BootstrapCertificate.h"
+#include "ClientCommunications/Impl/MachineFiles.h"
+#include "ClientCommunications/Impl/SafeFileStorage.h"
+#include "Doctor/Texts.h"
+
+#include <functional>
+#include <set>
+
+namespace Ombry::Doctor {
+namespace {
+
+namespace MachineFiles = ClientCommunications::MachineFiles;
+using ClientCommunications::SafeFileStorage;
+using Platform::FileKind;
+
+/// Hands over everything of the tool's own, the folders themselves included.
+void ForEach(const Machine& machine,
+             const std::function<void(const std::string& path, const Platform::FileDetails&)>& visit) {
+    for (const std::string& folder : machine.OwnFolders()) {
+        if (const auto details = Platform::Inspection().Details(folder)) visit(folder, *details);
+    }
+    for (const auto& [folder, entries] : machine.Tree().Folders()) {
+        for (const Entry& entry : entries)
+            visit(folder + "/" + entry.name, entry.details);
+    }
+}
+
+/// The folders of the tool's own that are there, behind a command.
+std::string WithOwnFolders(const Machine& machine, std::string command) {
+    for (const std::string& folder : machine.OwnFolders()) {
+        if (machine.Tree().Folders().contains(folder)) command += " " + Quoted(folder);
+    }
+    return command;
+}
+
+/// Everything of a kind, told as one.
+class Summary {
+public:
+    void Add(const std::string& path) {
+        if (++count == 1) first = path;
+    }
+    bool IsEmpty() const { return count == 0; }
+
+    Finding Told(Severity severity, const std::string& what, std::string remedy) const {
+        return {.severity = severity,
+                .message = CountText(count, "file") + (count == 1 ? " or folder " : " or folders ") + what +
+                           ", among them " + first,
+                .pairs = {{"count", static_cast<long long>(count)}, {"first", first}},
+                .remedy = std::move(remedy)};
+    }
+
+private:
+    std::size_t count = 0;
+    std::string first;
+};
+
+Finding Obstacle(const Machine& machine, const std::string& path) {
+    const auto isBelow = [&path](const std::string& folder) { return path.starts_with(folder + "/"); };
+    const bool ofAll = path != machine.KeyFolder() && path != machine.ComponentsFolder() &&
+                       !isBelow(machine.ComponentsFolder()) && !isBelow(machine.CachesFolder());
+    return {.severity = ofAll ? Severity::Critical : Severity::Error,
+            .message = path + " is not the folder that it should be",
+            .pairs = {{"path", path}},
+            .remedy = "rm -f -- " + Quoted(path)};
+}
+
+/// The folders of clients' caches and records that something else stands in the place of: what is to be saved
+/// there fails.
+void AddObstaclesOfClients(const Machine& machine, std::set<std::string>& obstacles) {
+    for (const auto& [folder, entries] : machine.Tree().Folders()) {
+        if (!folder.starts_with(machine.CachesFolder())) continue;
+        for (const char* cache : {MachineFiles::FinderCache, MachineFiles::TokenCache}) {
+            const std::string obstacle = machine.ObstacleTo(folder + cache + "/entry");
+            if (!obstacle.empty()) obstacles.insert(obstacle);
+        }
+    }
+    for (const Entry& client : machine.Tree().Children(machine.ComponentsFolder())) {
+        if (client.details.kind != FileKind::Folder) continue;
+        for (const std::string& path :
+             {machine.CachesFolder() + "/" + client.name + MachineFiles::DiscoveryCache,
+              MachineFiles::ServicesOf(machine.Parameters().securityDirectory, client.name) + "record"}) {
+            const std::string obstacle = machine.ObstacleTo(path);
+            if (!obstacle.empty()) obstacles.insert(obstacle);
+        }
+    }
+}
+
+}  // namespace
+
+Findings CheckPlace(const Machine& machine) {
+    const std::string& root = machine.Root();
+    Platform::IInspection& inspection = Platform::Inspection();
+    const auto details = inspection.Target(root);
+    if (!details && inspection.MeansForbidden(details.Error())) {
+        return {{.severity = Severity::Critical,
+                 .message = root + " may not be looked at by this user",
+                 .pairs = {{"path", root}},
+                 .remedy = "sudo ombry-doctor",
+                 .isUndecided = true}};
+    }
+    if (!inspection.Details(root)) {
+        return {{.severity = Severity::Critical,
+                 .message = "There is no state: the machine was never tied to a service",
+                 .pairs = {{"path", root}},
+                 .remedy = machine.ConfigureCommand()}};
+    }
+    const std::string& security = machine.Parameters().securityDirectory;
+    std::set<std::string> obstacles;
+    for (const std::string& path :
+         {security + MachineFiles::Bootstrap, security + MachineFiles::DatacenterId, machine.Key().path,
+          machine.ComponentsFolder() + "/client", machine.CachesFolder() + MachineFiles::DiscoveryCache,
+          machine.StoreFolder() + "/certificate"}) {
+        const std::string obstacle = machine.ObstacleTo(path);
+        if (!obstacle.empty()) obstacles.insert(obstacle);
+    }
+    // The folder of the certificates itself is not looked for behind a link.
+    const auto store = inspection.Details(machine.StoreFolder());
+    if (store && store->kind == FileKind::Link) obstacles.insert(machine.StoreFolder());
+    AddObstaclesOfClients(machine, obstacles);
+    Findings findings;
+    for (const std::string& obstacle : obstacles)
+        findings.push_back(Obstacle(machine, obstacle));
+    if (findings.empty()) {
+        findings.push_back({.message = "The state lies in " + root, .pairs = {{"path", root}}});
+    }
+    return findings;
+}
+
+Findings CheckOwners(const Machine& machine) {
+    const std::uint32_t user = Platform::Inspection().User();
+    Summary foreign;
+    ForEach(machine, [&](const std::string& path, const Platform::FileDetails& details) {
+        if (details.owner != 0 && details.owner != user) foreign.Add(path);
+    });
+    if (foreign.IsEmpty()) return {{.message = "Everything belongs to root or to the user who looks"}};
+    return {foreign.Told(Severity::Warning, "belong to somebody else",
+                         WithOwnFolders(machine, "chown -hR " + std::to_string(user) + " --"))};
+}
+
+Findings CheckModes(const Machine& machine) {
+    constexpr std::uint32_t others = 077;
+    constexpr std::uint32_t othersWrite = 022;
+    Findings findings;
+    Summary open;
+    ForEach(machine, [&](const std::string& path, const Platform::FileDetails& details) {
+        if (details.kind != FileKind::Link && (details.mode & others) != 0) open.Add(path);
+    });
+    if (!open.IsEmpty()) {
+        findings.push_back(open.Told(Severity::Warning, "can be used by others than the owner",
+                                     WithOwnFolders(machine, "chmod -R go= --")));
+    }
+    // These two are shared with other programs, which may want them to be read.
+    for (const std::string& path : {machine.Root(), machine.Parameters().commonConfigPath}) {
+        const auto details = Platform::Inspection().Details(path);
+        if (!details || details->kind == FileKind::Link || (details->mode & othersWrite) == 0) continue;
+        findings.push_back({.severity = Severity::Warning,
+                            .message = path + " can be written by others than the owner",
+                            .pairs = {{"path", path}},
+                            .remedy = "chmod go-w -- " + Quoted(path)});
+    }
+    if (findings.empty()) findings.push_back({.message = "Nothing is open to others"});
+    return findings;
+}
+
+Findings CheckLeftovers(const Machine& machine) {
+    Platform::IInspection& inspection = Platform::Inspection();
+    Findings findings;
+    const auto add = [&](const std::string& path, const Platform::FileDetails& details, const char* what) {
+        const Duration age = machine.AgeOf(details.modified);
+        findings.push_back({.severity = Severity::Warning,
+                            .message = path + " is " + what + ", " + LengthText(age) + " old",
+                            .pairs = {{"path", path}, {"age_seconds", age.count() / TicksPerSecond}},
+                            .remedy = "rm -f -- " + Quoted(path)});
+    };
+    for (const auto& [folder, entries] : machine.Tree().Folders()) {
+        const bool isCache = folder.starts_with(machine.CachesFolder());
+        for (const Entry& entry : entries) {
+            if (entry.details.kind != FileKind::File) continue;
+            const std::string path = folder + "/" + entry.name;
+            if (inspection.IsUnnamed(entry.name)) {
+                if (inspection.LockHolder(entry.details)) continue;  // a save under way
+                const bool isKey = folder == machine.KeyFolder() && entry.details.links > 1;
+                add(path, entry.details,
+                    isKey ? "a second name of the key that a killed run left" : "what a killed run left");
+            } else if (isCache) {
+                const std::string committed =
+                    SafeFileStorage::CommittedPathOf(SafeFileStorage::BlobNameOf(entry.name));
+                if (committed == entry.name || SafeFileStorage::BlobNameOf(entry.name) == entry.name)
+                    continue;
+                // Alone it is the entry: the next reader gives it its name.
+                if (machine.Tree().Child(folder, committed)) {
+                    add(path, entry.details, "the copy of an entry that a killed run left");
+                }
+            }
+        }
+    }
+    if (findings.empty()) findings.push_back({.message = "No killed run has left anything"});
+    return findings;
+}
+
+Findings CheckClock(const Machine& machine) {
+    const TimePoint latest = SaturatingAdd(machine.Now(), ClockTolerance);
+    std::string fromFuture;
+    ForEach(machine, [&](const std::string& path, const Platform::FileDetails& details) {
+        if (details.modified > latest && fromFuture.empty()) fromFuture = path;
+    });
+    const std::string now = TimeText(machine.Now());
+    if (fromFuture.empty()) return {{.message = "It is " + now, .pairs = {{"now", now}}}};
+    return {{.severity = Severity::Warning,
+             .message = fromFuture + " was written later than now, " + now + ": the clock has been set back",
+             .pairs = {{"now", now}, {"path", fromFuture}},
+             .remedy = "timedatectl set-ntp true"}};
+}
+
+}  // namespace Ombry::Doctor

@@ -1,0 +1,175 @@
+#include "Doctor/TrustChecks.h"
+
+#include "ClientCommunications/Impl/BootstrapCertificate.h"
+#include "Doctor/StateChecks.h"
+#include "Doctor/Texts.h"
+#include "Platform/IClock.h"
+#include "Platform/IHash.h"
+
+#include <array>
+#include <optional>
+#include <stdexcept>
+
+namespace Ombry::Doctor {
+namespace {
+
+/// What the store gave: certificates, or none because it cannot be read.
+using Certificates = std::optional<std::vector<std::string>>;
+
+Certificates ReadStore(const Machine& machine) {
+    try {
+        return ClientCommunications::getBootstrapCertificates(machine.Parameters());
+    } catch (const std::runtime_error&) {
+        return std::nullopt;
+    }
+}
+
+std::optional<std::int64_t> WriterOf(const Machine& machine) {
+    const auto folder = Platform::Inspection().Details(machine.StoreFolder());
+    return folder ? Platform::Inspection().LockHolder(*folder) : std::nullopt;
+}
+
+/// A writer removes the old certificate before the new one is there: what is missing while one is at work
+/// may be there a moment later.
+Certificates ReadBetweenWrites(const Machine& machine) {
+    constexpr int mostTries = 20;
+    constexpr Duration slice = std::chrono::milliseconds(100);
+    Certificates certificates = ReadStore(machine);
+    for (int tries = 0; tries < mostTries; ++tries) {
+        const bool isWhole = certificates && !certificates->empty();
+        if (isWhole || !WriterOf(machine)) break;
+        Platform::Clock().Sleep(slice);
+        certificates = ReadStore(machine);
+    }
+    return certificates;
+}
+
+/// What is no file and stands where a certificate's file would: the new one could not be stored.
+std::string RemoveWhatIsInTheWay(const Machine& machine) {
+    constexpr std::size_t nameLength = 64;  // a fingerprint
+    std::string command;
+    for (const Entry& entry : machine.Tree().Children(machine.StoreFolder())) {
+        if (entry.details.kind == Platform::FileKind::File || entry.name.size() != nameLength) continue;
+        command += (command.empty() ? "rm -rf -- " : " ") + Quoted(machine.StoreFolder() + "/" + entry.name);
+    }
+    return command.empty() ? command : command + " && ";
+}
+
+Finding Missing(const Machine& machine, bool isReadable) {
+    Finding finding{.severity = Severity::Critical,
+                    .pairs = {{"path", machine.StoreFolder()}},
+                    .remedy = RemoveWhatIsInTheWay(machine) + machine.ConfigureCommand()};
+    if (isReadable) {
+        finding.message =
+            "No certificate in " + machine.StoreFolder() + " is the one that the machine's trust begins with";
+        return finding;
+    }
+    Platform::IInspection& inspection = Platform::Inspection();
+    const auto details = inspection.Target(machine.StoreFolder());
+    if (!details && inspection.MeansForbidden(details.Error())) {
+        finding.isUndecided = true;
+    } else if (!details) {
+        finding.message = "There are no certificates: " + machine.StoreFolder() + " is missing";
+        return finding;
+    }
+    if (!finding.isUndecided) {
+        for (const Entry& entry : machine.Tree().Children(machine.StoreFolder())) {
+            const auto reading = machine.WhyUnreadable(machine.StoreFolder() + "/" + entry.name);
+            finding.isUndecided |= reading.isForbidden;
+        }
+    }
+    finding.message = "The certificates in " + machine.StoreFolder() + " cannot be read";
+    if (finding.isUndecided) finding.remedy = "sudo ombry-doctor";
+    return finding;
+}
+
+/// What the dates say; the tool does not look at them.
+void JudgeDates(const Machine& machine, const Platform::CertificateFacts& facts, long long warnDays,
+                Finding& finding) {
+    const long long days = DaysBetween(machine.Now(), facts.notAfter);
+    if (facts.notBefore > SaturatingAdd(machine.Now(), ClockTolerance)) {
+        finding.severity = Severity::Warning;
+        finding.message += ". It begins in the future: is the clock right?";
+        finding.remedy = "timedatectl set-ntp true";
+    } else if (days < warnDays) {
+        finding.severity = Severity::Warning;
+        finding.message += days < 0 ? ". It has ended" : ". It ends soon";
+        finding.message += "; one with another key will be refused until the machine is tied again";
+        finding.remedy = machine.ConfigureCommand();
+    }
+}
+
+Finding Told(const Machine& machine, const std::string& encoded, long long warnDays) {
+    const Platform::CertificateContext context{Platform::CertificateEncoding,
+                                               reinterpret_cast<const std::uint8_t*>(encoded.data()),
+                                               static_cast<std::uint32_t>(encoded.size())};
+    Finding finding{.pairs = {{"alias", ClientCommunications::BootstrapCertificateName},
+                              {"sha256", FingerprintOf(encoded)}}};
+    const auto facts = Platform::Inspection().Facts(context);
+    if (!facts) {
+        finding.severity = Severity::Critical;
+        finding.message = "The certificate that the machine's trust begins with is damaged";
+        finding.remedy = machine.ConfigureCommand();
+        return finding;
+    }
+    const long long days = DaysBetween(machine.Now(), facts->notAfter);
+    finding.pairs.insert(finding.pairs.end(), {{"subject", facts->subject},
+                                               {"key_type", facts->keyType},
+                                               {"key_bits", static_cast<long long>(facts->keyBits)},
+                                               {"not_before", TimeText(facts->notBefore)},
+                                               {"not_after", TimeText(facts->notAfter)},
+                                               {"days", days}});
+    finding.message = facts->subject + ", " + facts->keyType + " " + std::to_string(facts->keyBits) +
+                      ", until " + TimeText(facts->notAfter) + " (" + std::to_string(days) +
+                      " days), SHA-256 " + FingerprintOf(encoded);
+    JudgeDates(machine, *facts, warnDays, finding);
+    return finding;
+}
+
+}  // namespace
+
+Findings CheckTrust(const Machine& machine, long long warnDays) {
+    const Certificates certificates = ReadBetweenWrites(machine);
+    if (!certificates || certificates->empty()) return {Missing(machine, certificates.has_value())};
+    Findings findings{Told(machine, certificates->front(), warnDays)};
+    if (certificates->size() > 1) {
+        findings.push_back({.severity = Severity::Warning,
+                            .message = CountText(certificates->size(), "certificate") +
+                                       " bear the name of the one that trust begins with; the first counts",
+                            .pairs = {{"count", static_cast<long long>(certificates->size())},
+                                      {"second_sha256", FingerprintOf((*certificates)[1])}},
+                            .remedy = machine.ConfigureCommand()});
+    }
+    if (const auto process = WriterOf(machine)) {
+        findings.push_back({.severity = Severity::Warning,
+                            .message = "Process " + std::to_string(*process) +
+                                       " holds the certificates locked; commands wait for it",
+                            .pairs = {{"process", static_cast<long long>(*process)}},
+                            .remedy = "flock --shared " + Quoted(machine.StoreFolder()) + " true"});
+    }
+    return findings;
+}
+
+std::string FingerprintOf(std::string_view encoded) {
+    const auto provider = Platform::Hash().AcquireProvider();
+    if (!provider) return {};
+    const auto hash = (*provider)->CreateSha256();
+    std::array<std::uint8_t, 32> value{};
+    if (!hash || !(*hash)->Update(encoded) || !(*hash)->GetValue(value)) return {};
+    constexpr char digits[] = "0123456789ABCDEF";
+    std::string text;
+    for (const std::uint8_t byte : value) {
+        if (!text.empty()) text += ':';
+        text += digits[byte >> 4];
+        text += digits[byte & 0x0F];
+    }
+    return text;
+}
+
+long long DaysBetween(TimePoint from, TimePoint to) {
+    constexpr std::int64_t day = 24 * 60 * 60 * TicksPerSecond;
+    const std::int64_t ticks = to.time_since_epoch().count() - from.time_since_epoch().count();
+    return ticks >= 0 ? ticks / day : -((-ticks + day - 1) / day);
+}
+
+}  // namespace Ombry::Doctor

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "Doctor/Finding.h"
+#include "Doctor/Machine.h"
+
+#include <string_view>
+
+namespace Ombry::Doctor {
+
+/// The certificate that the machine's trust begins with. `warnDays`: before a certificate ends.
+Findings CheckTrust(const Machine& machine, long long warnDays);
+
+/// SHA-256 of the bytes as upper-case pairs between colons; empty if it cannot be made.
+std::string FingerprintOf(std::string_view encoded);
+
+/// Whole days from the one time to the other, rounded down.
+long long DaysBetween(TimePoint from, TimePoint to);
+
+}  // namespace Ombry::Doctor

@@ -1,0 +1,143 @@
+#include "ClientCommunications/Impl/EndpointPaths.h"
+#include "Doctor/CacheChecks.h"
+#include "Doctor/Texts.h"
+#include "tests/Doctor/DoctorFixture.h"
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace Doctor;
+using testing::HasSubstr;
+using testing::Not;
+
+class CacheChecksTest : public DoctorFixture {
+protected:
+    std::string Found(long long freshSeconds, const std::string& more = "") {
+        const long long now = Platform::WallSeconds();
+        return "{\"expiryTime\": " + std::to_string(now + freshSeconds) + more +
+               ", \"local\": [{\"serviceName\": \"v1-x\", \"endpointUrl\": \"https://a\"}], \"remote\": "
+               "[{\"endpointUrl\": \"https://b\", \"endpointCert\": \"cert\"}, {\"endpointUrl\": "
+               "\"https://a\"}]}";
+    }
+};
+
+const std::string Aa = ClientCommunications::EndpointPaths::OpenDiscoveryOfAuthorization;
+
+TEST_F(CacheChecksTest, NoCachesAreFine) {
+    for (auto* check : {CheckDiscoveryCaches, CheckSearchCaches, CheckTokens})
+        EXPECT_EQ(RunForOne(check).severity, Severity::Success);
+}
+
+TEST_F(CacheChecksTest, DiscoveryListTellsItsServersAndItsAge) {
+    folder.Write(Caches + "a/b/v1-service.cache-p", Found(7200));
+    clock.Advance(std::chrono::minutes(10) + std::chrono::seconds(1));
+    const Finding finding = RunForOne(CheckDiscoveryCaches);
+    EXPECT_EQ(finding.severity, Severity::Success);
+    EXPECT_EQ(Text(finding, "owner"), "a/b");
+    EXPECT_EQ(Text(finding, "local"), "1");
+    EXPECT_EQ(Text(finding, "remote"), "2");
+    EXPECT_THAT(finding.message, HasSubstr("10 min old, fresh for 109 min"));
+}
+
+TEST_F(CacheChecksTest, SearchTellsUntilWhenItServes) {
+    PutEntry("c1/finder_cache", Aa, Found(100, ", \"maxStaleTime\": 1000"));
+    Finding finding = RunForOne(CheckSearchCaches);
+    EXPECT_EQ(Text(finding, "owner"), "c1");
+    EXPECT_EQ(Text(finding, "service"), "the authorization service");
+    EXPECT_THAT(finding.message, HasSubstr("fresh for 99 s, may serve for 18 min"));
+    clock.Advance(std::chrono::seconds(500));
+    EXPECT_THAT(RunForOne(CheckSearchCaches).message, HasSubstr("fresh no more, may serve for"));
+    clock.Advance(std::chrono::seconds(1000));
+    finding = RunForOne(CheckSearchCaches);
+    EXPECT_THAT(finding.message, HasSubstr("fresh no more, may serve no more"));
+    EXPECT_EQ(finding.severity, Severity::Success) << "the tool asks again";
+}
+
+TEST_F(CacheChecksTest, TokenTellsItsServiceAndNothingOfItself) {
+    PutEntry("aa_token", "v1-auth", TokenFor("v1-auth", clock.Now()));
+    Finding finding = RunForOne(CheckTokens);
+    EXPECT_EQ(finding.severity, Severity::Success);
+    EXPECT_EQ(Text(finding, "service"), "v1-auth");
+    EXPECT_EQ(Text(finding, "owner"), "");
+    EXPECT_THAT(finding.message, HasSubstr("good for 60 min"));
+    clock.Advance(std::chrono::hours(2));
+    EXPECT_THAT(RunForOne(CheckTokens).message, HasSubstr("good no more"));
+    for (const auto& [key, value] : finding.pairs)
+        EXPECT_THAT(Text(finding, key), Not(HasSubstr(Secret)));
+    EXPECT_THAT(finding.message, Not(HasSubstr(Secret)));
+}
+
+TEST_F(CacheChecksTest, ServiceThatTheFileIsNotNamedAfterMayBeAPartOfTheTokenAndIsNotTold) {
+    PutEntry("aa_token", "v1-auth", TokenFor(Secret, clock.Now()));
+    const Finding finding = RunForOne(CheckTokens);
+    EXPECT_EQ(Text(finding, "service"), "a service that it does not name");
+    EXPECT_THAT(finding.message, Not(HasSubstr(Secret)));
+}
+
+TEST_F(CacheChecksTest, TokenFromTheFutureIsAWarning) {
+    const std::string path =
+        PutEntry("aa_token", "v1-auth", TokenFor("v1-auth", clock.Now() + std::chrono::hours(1)));
+    const Finding finding = RunForOne(CheckTokens);
+    EXPECT_EQ(finding.severity, Severity::Warning);
+    EXPECT_EQ(finding.remedy, "rm -rf -- " + Quoted(folder / path));
+}
+
+TEST_F(CacheChecksTest, DamagedEntriesAreErrorsAndGo) {
+    const std::string list = Caches + "c1/v1-service.cache-p";
+    folder.Write(list, "{\"expiryTime\": 17");
+    const std::string search = PutEntry("finder_cache", Aa, std::string(10, '\0'));
+    const std::string token =
+        PutEntry("c1/aa_token", "v1-auth", TokenFor("v1-auth", clock.Now()).substr(0, 150));
+    const std::vector<std::pair<Findings (*)(const Machine&), std::string>> checks{
+        {CheckDiscoveryCaches, list}, {CheckSearchCaches, search}, {CheckTokens, token}};
+    for (const auto& [check, path] : checks) {
+        const Finding finding = RunForOne(check);
+        EXPECT_EQ(finding.severity, Severity::Error);
+        EXPECT_EQ(finding.remedy, "rm -rf -- " + Quoted(folder / path));
+        EXPECT_THAT(finding.message, Not(HasSubstr(Secret)));
+    }
+}
+
+TEST_F(CacheChecksTest, CopyOfASaveThatWasCutOffCountsIfThereIsNoOther) {
+    folder.Write(Caches + "v1-service.cache-s", Found(100));
+    EXPECT_EQ(RunForOne(CheckDiscoveryCaches).severity, Severity::Success);
+    const std::string search = PutEntry("finder_cache", Aa, "damaged");
+    const std::string staged = search.substr(0, search.size() - 1) + "s";
+    std::filesystem::rename(folder / search, folder / staged);
+    EXPECT_EQ(RunForOne(CheckSearchCaches).remedy, "rm -rf -- " + Quoted(folder / staged));
+    PutEntry("finder_cache", Aa, Found(100));
+    EXPECT_EQ(RunForOne(CheckSearchCaches).severity, Severity::Success);
+    EXPECT_TRUE(std::filesystem::exists(folder / staged)) << "nothing is repaired here";
+}
+
+TEST_F(CacheChecksTest, EmptyEntryCountsAsNone) {
+    PutEntry("finder_cache", Aa, "");
+    folder.Write(Caches + "v1-service.cache-p", "");
+    EXPECT_EQ(RunForOne(CheckSearchCaches).severity, Severity::Success);
+    EXPECT_EQ(RunForOne(CheckDiscoveryCaches).severity, Severity::Success);
+}
+
+TEST_F(CacheChecksTest, FolderInThePlaceOfAnEntryIsAskedAroundUnlessASaveBeginsThere) {
+    const std::string list = folder / (Caches + "v1-service.cache");
+    std::filesystem::create_directories(list + "-p");
+    EXPECT_EQ(RunForOne(CheckDiscoveryCaches).severity, Severity::Warning);
+    EXPECT_EQ(RunForOne(CheckDiscoveryCaches).remedy, "rm -rf -- " + list + "-p");
+    std::filesystem::create_directories(list + "-s");
+    EXPECT_EQ(RunForOne(CheckDiscoveryCaches).severity, Severity::Error);
+    EXPECT_EQ(RunForOne(CheckDiscoveryCaches).remedy, "rm -rf -- " + list + "-p " + list + "-s");
+}
+
+TEST_F(CacheChecksTest, DiscoveryServersAreGatheredFromAllListsThatCanBeRead) {
+    folder.Write(Caches + "v1-service.cache-p", Found(1));
+    folder.Write(Caches + "c1/v1-service.cache-p", Found(2));
+    folder.Write(Caches + "c2/v1-service.cache-p", "damaged");
+    const Doctor::ReadOnlyPlatform nothingChanges;
+    const auto servers = DiscoveryServersOf(Machine());
+    ASSERT_EQ(servers.size(), 2u);
+    EXPECT_EQ(servers[0].url, "https://a");
+    EXPECT_EQ(servers[1].url, "https://b");
+    EXPECT_EQ(servers[1].certificate, "cert");
+}
+
+}  // namespace
+}  // namespace Ombry::Tests

@@ -1,0 +1,195 @@
+#include "Doctor/Reports.h"
+#include "Doctor/RunDoctor.h"
+#include "tests/Doctor/DoctorFixture.h"
+#include "tests/EndToEnd/Machine.h"
+
+#include <rapidjson/document.h>
+#include <rapidjson/schema.h>
+#include <rapidjson/stringbuffer.h>
+
+#include <fstream>
+#include <sstream>
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace Doctor;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+struct DoctorRun {
+    int exitCode;
+    std::string out;
+    std::string error;
+};
+
+class RunDoctorTest : public DoctorFixture {
+protected:
+    static DoctorRun RunWith(Words words) {
+        words.insert(words.begin(), "ombry-doctor");
+        std::vector<char*> argv;
+        for (std::string& word : words)
+            argv.push_back(word.data());
+        argv.push_back(nullptr);
+        std::ostringstream out, error;
+        const int exitCode = RunDoctor(static_cast<int>(words.size()), argv.data(), out, error);
+        return {exitCode, out.str(), error.str()};
+    }
+
+    /// What the text of the document breaks of the schema; empty for nothing.
+    static std::string Violation(const std::string& text) {
+        std::ifstream file(OMBRY_SOURCE_DIR "/Doctor/ombry-doctor.schema.json");
+        const std::string schemaText{std::istreambuf_iterator<char>(file), {}};
+        rapidjson::Document schema, document;
+        if (schema.Parse(schemaText.c_str()).HasParseError()) return "the schema is no JSON";
+        if (document.Parse(text.c_str()).HasParseError()) return "the document is no JSON";
+        const rapidjson::SchemaDocument compiled(schema);
+        rapidjson::SchemaValidator validator(compiled);
+        if (document.Accept(validator)) return "";
+        rapidjson::StringBuffer at;
+        validator.GetInvalidDocumentPointer().StringifyUriFragment(at);
+        return std::string(at.GetString()) + " " + validator.GetInvalidSchemaKeyword();
+    }
+
+    /// A machine with something to say of each check.
+    void MakeIll() {
+        Chmod(Address, 0644);
+        folder.Write(Caches + "v1-service.cache-p", "damaged");
+        PutEntry("c1/aa_token", "v1-auth", TokenFor("v1-auth", clock.Now()));
+        folder.Write(Record, "{}");
+        std::filesystem::remove(folder / Datacenter);
+    }
+};
+
+TEST_F(RunDoctorTest, MachineThatIsWellIsFineInEachForm) {
+    const DoctorRun table = RunWith({});
+    EXPECT_EQ(table.exitCode, 0);
+    EXPECT_THAT(table.out, StartsWith("State of this machine, below " + (folder / "Quennet")));
+    EXPECT_THAT(table.out, EndsWith("15 ok, 0 warnings, 0 errors, 0 critical\n"));
+    EXPECT_THAT(table.out, Not(HasSubstr("\x1b")));
+    const DoctorRun line = RunWith({"--check"});
+    EXPECT_EQ(line.exitCode, 0);
+    EXPECT_EQ(line.out,
+              "OMBRY OK - 15 findings, nothing to do | findings=15;;;0 warnings=0;0;;0 "
+              "errors=0;;0;0 trust_certificate_days=100;30:\n");
+    EXPECT_EQ(RunWith({"--json"}).exitCode, 0);
+}
+
+TEST_F(RunDoctorTest, DocumentKeepsItsSchema) {
+    EXPECT_EQ(Violation(RunWith({"--json"}).out), "");
+    MakeIll();
+    const std::string ill = RunWith({"--json"}).out;
+    EXPECT_EQ(Violation(ill), "");
+    EXPECT_THAT(ill, HasSubstr("\"severity\": \"critical\""));
+    // And the schema refuses what is none of its documents.
+    for (const auto& [from, to] :
+         std::vector<std::pair<std::string, std::string>>{{"\"version\": 1", "\"version\": 2"},
+                                                          {"\"success\"", "\"good\""},
+                                                          {"\"pairs\"", "\"pears\""},
+                                                          {"\"source\": \"trust\"", "\"source\": \"luck\""},
+                                                          {"Z\",", "\","}}) {
+        std::string other = ill;
+        ASSERT_NE(other.find(from), std::string::npos) << from;
+        other.replace(other.find(from), from.size(), to);
+        EXPECT_NE(Violation(other), "") << from;
+    }
+}
+
+TEST_F(RunDoctorTest, WorstFindingDecidesAndIsNamed) {
+    Chmod(Address, 0644);
+    EXPECT_EQ(RunWith({}).exitCode, 1);
+    EXPECT_THAT(RunWith({"--check"}).out, StartsWith("OMBRY WARNING - state.modes: 1 file or folder can be"));
+    MakeIll();
+    EXPECT_EQ(RunWith({}).exitCode, 2);
+    EXPECT_THAT(RunWith({"--check"}).out, StartsWith("OMBRY CRITICAL - bootstrap.datacenter: "));
+    EXPECT_THAT(RunWith({"--check"}).out, HasSubstr(" warnings=2;0;;0 errors=2;;0;0"));
+}
+
+TEST_F(RunDoctorTest, WhatTheUserMayNotSeeIsUnknown) {
+    inspection.forbidden = folder / "Quennet";
+    const DoctorRun run = RunWith({"--check", "--only", "state.place"});
+    EXPECT_EQ(run.exitCode, 3);
+    EXPECT_THAT(run.out, StartsWith("OMBRY UNKNOWN - "));
+}
+
+TEST_F(RunDoctorTest, LineStaysOneLineWithOneBarWhateverNamesHold) {
+    folder.Write(Security + "/Components/a|b\n\x1b[2J/ombrycomponent.config", "damaged");
+    const std::string line = RunWith({"--check", "--only", "clients.credentials"}).out;
+    EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1);
+    EXPECT_EQ(std::count(line.begin(), line.end(), '|'), 1);
+    EXPECT_THAT(line, Not(HasSubstr("\x1b")));
+    EXPECT_THAT(RunWith({}).out, Not(HasSubstr("\x1b")));
+    EXPECT_EQ(Violation(RunWith({"--json"}).out), "");
+}
+
+TEST_F(RunDoctorTest, TerminalGetsColours) {
+    inspection.takesColours = true;
+    Chmod(Address, 0644);
+    const std::string table = RunWith({}).out;
+    EXPECT_THAT(table, HasSubstr("\x1b[32mok      \x1b[0m  state.place"));
+    EXPECT_THAT(table, HasSubstr("\x1b[33mWARNING \x1b[0m  state.modes"));
+    EXPECT_THAT(RunWith({"--json"}).out, Not(HasSubstr("\x1b")));
+    EXPECT_THAT(RunWith({"--check"}).out, Not(HasSubstr("\x1b")));
+}
+
+TEST_F(RunDoctorTest, OnlyWhatIsNamedIsChecked) {
+    const std::string table = RunWith({"--only", "trust", "--only", "state.place"}).out;
+    EXPECT_THAT(table, HasSubstr("trust.certificate"));
+    EXPECT_THAT(table, HasSubstr("state.place"));
+    EXPECT_THAT(table, EndsWith("2 ok, 0 warnings, 0 errors, 0 critical\n"));
+}
+
+TEST_F(RunDoctorTest, ChecksAreListedWithoutALook) {
+    folders.programDataError = 5;
+    const DoctorRun run = RunWith({"--list-checks"});
+    EXPECT_EQ(run.exitCode, 0);
+    for (const Check& check : AllChecks())
+        EXPECT_THAT(run.out, HasSubstr(check.FullName() + " "));
+}
+
+TEST_F(RunDoctorTest, BadOptionsAreUnknownAndSaySo) {
+    const std::vector<std::pair<Words, std::string>> bad{
+        {{"--only", "luck"}, "ombry-doctor: --only knows no check 'luck'\n"},
+        {{"--none"}, "ombry-doctor: The following argument was not expected: --none\n"},
+        {{"--check", "--json"}, "ombry-doctor: --json excludes --check\n"},
+        {{"--warn-days", "x"}, "ombry-doctor: "}};
+    for (const auto& [words, error] : bad) {
+        const DoctorRun run = RunWith(words);
+        EXPECT_EQ(run.exitCode, 3);
+        EXPECT_EQ(run.out, "");
+        EXPECT_THAT(run.error, StartsWith(error));
+    }
+    EXPECT_EQ(RunWith({"--help"}).exitCode, 0);
+}
+
+TEST_F(RunDoctorTest, SystemThatDoesNotTellWhereToLookIsUnknown) {
+    folders.programDataError = 5;
+    const DoctorRun run = RunWith({});
+    EXPECT_EQ(run.exitCode, 3);
+    EXPECT_THAT(run.error, StartsWith("ombry-doctor: "));
+}
+
+TEST_F(RunDoctorTest, NothingIsChangedAndNoSecretIsTold) {
+    folder.Write(Security + "/.ombry-0123456789abcdef.tmp", "left");
+    folder.Write("Quennet/Keys/.ombry-0123456789abcdef.tmp", "left");
+    folder.Write(Caches + "v1-service.cache-s", "{}");
+    PutEntry("aa_token", "v1-auth", TokenFor("v1-auth", clock.Now() - std::chrono::hours(9)));
+    MakeIll();
+    const auto stampsOf = [this] {
+        std::map<std::string, std::pair<std::filesystem::file_time_type, std::uintmax_t>> stamps;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.Path()))
+            stamps[entry.path()] = {entry.last_write_time(), entry.hard_link_count()};
+        return stamps;
+    };
+    const Tree before = TreeOf(folder.Path());
+    const auto stamps = stampsOf();
+    for (const Words& words : {Words{}, Words{"--json"}, Words{"--check"}})
+        EXPECT_THAT(RunWith(words).out, Not(HasSubstr(Secret)));
+    EXPECT_EQ(TreeOf(folder.Path()), before);
+    EXPECT_EQ(stampsOf(), stamps);
+}
+
+}  // namespace
+}  // namespace Ombry::Tests

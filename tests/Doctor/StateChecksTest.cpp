@@ -1,0 +1,160 @@
+#include "Doctor/StateChecks.h"
+#include "Doctor/Texts.h"
+#include "tests/Doctor/DoctorFixture.h"
+
+#include <sys/file.h>
+#include <unistd.h>
+
+namespace Ombry::Tests {
+namespace {
+
+using namespace Doctor;
+using testing::HasSubstr;
+
+class StateChecksTest : public DoctorFixture {
+protected:
+    const std::string temporary = ".ombry-0123456789abcdef.tmp";
+};
+
+TEST_F(StateChecksTest, MachineThatIsWellIsFine) {
+    for (auto* check : {CheckPlace, CheckOwners, CheckModes, CheckLeftovers, CheckClock}) {
+        const Finding finding = RunForOne(check);
+        EXPECT_EQ(finding.severity, Severity::Success) << finding.message;
+        EXPECT_EQ(finding.remedy, "");
+    }
+    EXPECT_THAT(RunForOne(CheckPlace).message, HasSubstr(folder / "Quennet"));
+}
+
+TEST_F(StateChecksTest, NoStateIsCriticalAndBeginsWithConfiguring) {
+    std::filesystem::remove_all(folder / "Quennet");
+    const Finding finding = RunForOne(CheckPlace);
+    EXPECT_EQ(finding.severity, Severity::Critical);
+    EXPECT_EQ(finding.remedy,
+              "Ombry.SecClientConfig configure-bootstrap-url -u USER -p PASSWORD -dn DATACENTER -r URL");
+    EXPECT_FALSE(finding.isUndecided);
+}
+
+TEST_F(StateChecksTest, StateThatMayNotBeLookedAtIsLeftOpen) {
+    inspection.forbidden = folder / "Quennet";
+    const Finding finding = RunForOne(CheckPlace);
+    EXPECT_TRUE(finding.isUndecided);
+    EXPECT_EQ(finding.remedy, "sudo ombry-doctor");
+}
+
+TEST_F(StateChecksTest, FileInThePlaceOfAFolderIsInTheWay) {
+    const std::vector<std::pair<std::string, Severity>> places{
+        {"Quennet", Severity::Critical},
+        {Security, Severity::Critical},
+        {Security + "/CS", Severity::Critical},
+        {Security + "/CS-cpp", Severity::Critical},
+        {Security + "/CS-cpp/cache/c1", Severity::Error},
+        {Security + "/CS-cpp/cache/c1/aa_token", Severity::Error},
+        {Security + "/CS-cpp/cache/finder_cache", Severity::Error},
+        {Security + "/Components", Severity::Error},
+        {Security + "/Components/c1/Services", Severity::Error},
+        {"Quennet/Keys", Severity::Error},
+        {Store, Severity::Critical}};
+    for (const auto& [path, severity] : places) {
+        SCOPED_TRACE(path);
+        std::filesystem::remove_all(folder / "Quennet");
+        std::filesystem::create_directories(folder / (Security + "/Components/c1"));
+        std::filesystem::create_directories(folder / (Security + "/CS-cpp/cache"));
+        std::filesystem::remove_all(folder / path);
+        folder.Write(path, "in the way");
+        const Finding finding = RunForOne(CheckPlace);
+        EXPECT_EQ(finding.severity, severity);
+        EXPECT_EQ(finding.remedy, "rm -f -- " + (folder / path));
+    }
+}
+
+TEST_F(StateChecksTest, LinkIsAFolderUnlessItIsTheOneOfTheCertificates) {
+    for (const std::string& path : {Security, Store}) {
+        std::filesystem::rename(folder / path, folder / "elsewhere");
+        std::filesystem::create_symlink(folder / "elsewhere", folder / path);
+        const Finding finding = RunForOne(CheckPlace);
+        EXPECT_EQ(finding.severity, path == Store ? Severity::Critical : Severity::Success) << path;
+        std::filesystem::remove(folder / path);
+        std::filesystem::rename(folder / "elsewhere", folder / path);
+    }
+}
+
+TEST_F(StateChecksTest, FilesOfSomebodyElseAreCounted) {
+    for (const char* path : {"Quennet/Keys", "Quennet/OmbrySecurity"})
+        inspection.owners[folder / path] = 4711;
+    // Folders of others in the same place are their business.
+    std::filesystem::create_directory(folder / "Quennet/Other");
+    inspection.owners[folder / "Quennet/Other"] = 4711;
+    const Finding finding = RunForOne(CheckOwners);
+    EXPECT_EQ(finding.severity, Severity::Warning);
+    EXPECT_EQ(Text(finding, "count"), "2");
+    EXPECT_EQ(finding.remedy, "chown -hR " + std::to_string(geteuid()) + " -- " + (folder / Security) + " " +
+                                  (folder / "Quennet/CertificateStores") + " " + (folder / "Quennet/Keys"));
+}
+
+TEST_F(StateChecksTest, WhatOthersMayUseIsCounted) {
+    Chmod(Address, 0640);
+    Chmod(Key, 0601);
+    std::filesystem::create_symlink("nowhere", folder / (Security + "/link"));  // has no mode of its own
+    const Finding finding = RunForOne(CheckModes);
+    EXPECT_EQ(finding.severity, Severity::Warning);
+    EXPECT_EQ(Text(finding, "count"), "2");
+    EXPECT_THAT(finding.remedy, testing::StartsWith("chmod -R go= -- " + (folder / Security)));
+}
+
+TEST_F(StateChecksTest, SharedFolderAndFileMayBeReadByOthersAndNotWritten) {
+    folder.Write("Quennet/common.config", "");
+    Chmod("Quennet", 0755);
+    Chmod("Quennet/common.config", 0644);
+    EXPECT_EQ(RunForOne(CheckModes).severity, Severity::Success);
+    Chmod("Quennet", 0775);
+    Chmod("Quennet/common.config", 0646);
+    const Findings findings = Run(CheckModes);
+    ASSERT_EQ(findings.size(), 2u);
+    EXPECT_EQ(findings[0].remedy, "chmod go-w -- " + (folder / "Quennet"));
+    EXPECT_EQ(findings[1].remedy, "chmod go-w -- " + (folder / "Quennet/common.config"));
+}
+
+TEST_F(StateChecksTest, TemporaryFileOfAKilledRunIsTold) {
+    folder.Write(Security + "/" + temporary, "half");
+    folder.Write(Security + "/.ombry-other.tmp", "not ours");
+    clock.Advance(std::chrono::hours(3) + std::chrono::seconds(1));
+    const Finding finding = RunForOne(CheckLeftovers);
+    EXPECT_EQ(finding.severity, Severity::Warning);
+    EXPECT_THAT(finding.message, HasSubstr("3 h old"));
+    EXPECT_EQ(finding.remedy, "rm -f -- " + (folder / (Security + "/" + temporary)));
+}
+
+TEST_F(StateChecksTest, TemporaryFileOfALivingRunIsNone) {
+    const int file = open(folder.Write(Security + "/" + temporary, "half").c_str(), O_WRONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(file, LOCK_EX), 0);
+    EXPECT_EQ(RunForOne(CheckLeftovers).severity, Severity::Success);
+    close(file);
+    EXPECT_EQ(RunForOne(CheckLeftovers).severity, Severity::Warning);
+}
+
+TEST_F(StateChecksTest, SecondNameOfTheKeyIsTold) {
+    std::filesystem::create_hard_link(folder / Key, folder / ("Quennet/Keys/" + temporary));
+    EXPECT_THAT(RunForOne(CheckLeftovers).message, HasSubstr("second name of the key"));
+}
+
+TEST_F(StateChecksTest, StagedCopyIsALeftoverBesideTheCommittedOneAlone) {
+    folder.Write(Caches + "v1-service.cache-s", "{}");
+    EXPECT_EQ(RunForOne(CheckLeftovers).severity, Severity::Success);
+    folder.Write(Caches + "v1-service.cache-p", "{}");
+    EXPECT_EQ(RunForOne(CheckLeftovers).remedy, "rm -f -- " + (folder / (Caches + "v1-service.cache-s")));
+    // Elsewhere a name may end as it likes.
+    std::filesystem::remove(folder / (Caches + "v1-service.cache-s"));
+    folder.Write(Security + "/x-s", "");
+    folder.Write(Security + "/x-p", "");
+    EXPECT_EQ(RunForOne(CheckLeftovers).severity, Severity::Success);
+}
+
+TEST_F(StateChecksTest, FileFromTheFutureIsAMatterOfTheClock) {
+    clock.SetNow(clock.Now() - std::chrono::hours(1));
+    const Finding finding = RunForOne(CheckClock);
+    EXPECT_EQ(finding.severity, Severity::Warning);
+    EXPECT_THAT(finding.message, HasSubstr("the clock has been set back"));
+}
+
+}  // namespace
+}  // namespace Ombry::Tests

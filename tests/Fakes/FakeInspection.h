@@ -1,0 +1,57 @@
+#pragma once
+
+#include "Platform/IInspection.h"
+
+#include <map>
+#include <string>
+#include <utility>
+
+namespace Ombry::Tests {
+
+/// Looks at the real machine, and sees some of it as the test says.
+class FakeInspection : public Platform::IInspection {
+public:
+    Platform::ValueOr<Platform::FileDetails> Details(const std::string& path) override {
+        if (path.starts_with(forbidden) && !forbidden.empty()) return Platform::Result::Failure(Forbidden);
+        auto details = real.Details(path);
+        const auto owner = owners.find(path);
+        if (details && owner != owners.end()) details->owner = owner->second;
+        return details;
+    }
+    Platform::ValueOr<Platform::FileDetails> Target(const std::string& path) override {
+        if (path.starts_with(forbidden) && !forbidden.empty()) return Platform::Result::Failure(Forbidden);
+        return real.Target(path);
+    }
+    bool MeansForbidden(int error) override { return error == Forbidden || real.MeansForbidden(error); }
+    std::uint32_t User() override { return real.User(); }
+    std::optional<std::int64_t> LockHolder(const Platform::FileDetails& details) override {
+        return holder ? holder : real.LockHolder(details);
+    }
+    bool IsUnnamed(std::string_view fileName) override { return real.IsUnnamed(fileName); }
+    Platform::ValueOr<std::string> StoreFolder(std::wstring_view name) override {
+        return real.StoreFolder(name);
+    }
+    Platform::ValueOr<Platform::KeyState> MachineKey() override {
+        auto key = real.MachineKey();
+        if (key && keyVerdict) key->verdict = *keyVerdict;
+        return key;
+    }
+    Platform::ValueOr<Platform::CertificateFacts> Facts(
+        const Platform::CertificateContext& certificate) override {
+        return real.Facts(certificate);
+    }
+    bool TakesColours() override { return takesColours; }
+
+    static constexpr int Forbidden = 13;
+
+    std::map<std::string, std::uint32_t> owners;            ///< by path
+    std::string forbidden;                                  ///< what begins so may not be looked at
+    std::optional<std::int64_t> holder;                     ///< of each lock
+    std::optional<Platform::KeyState::Verdict> keyVerdict;  ///< in the place of what the key's file says
+    bool takesColours = false;
+
+private:
+    Platform::IInspection& real = Platform::Production<Platform::IInspection>();
+};
+
+}  // namespace Ombry::Tests
