@@ -1,0 +1,102 @@
+// The program itself: what it asks of the system, and whom it connects to.
+
+#include "tests/Doctor/EndToEnd/Patient.h"
+#include "tests/Fakes/HeldPort.h"
+
+#include <gmock/gmock.h>
+
+namespace Ombry::Tests {
+namespace {
+
+using testing::HasSubstr;
+
+class DoctorProcessTest : public testing::Test {
+protected:
+    void TieToTheSandbox() {
+        ExpectSuccess(
+            machine.Run({"configure-bootstrap-url", "-t", "t", "-dn", "Sandbox", "-r", sandbox.Url()}));
+        ExpectSuccess(machine.Run({"enroll-client", "-u", "admin", "-p", "secret", "-nn", "c1"}));
+    }
+    /// The lines of a trace of the doctor.
+    Words Trace(const Words& options) const {
+        Words words{"strace", "-f", "-qq", "-o", machine.Folder() / "trace", OMBRY_DOCTOR_HERE};
+        words.insert(words.end(), options.begin(), options.end());
+        RunProcess(words, {.folder = machine.Folder().Path()});
+        std::istringstream text(machine.Folder().Read("trace"));
+        std::filesystem::remove(machine.Folder() / "trace");
+        Words lines;
+        for (std::string line; std::getline(text, line);)
+            lines.push_back(line);
+        return lines;
+    }
+
+    const Sandbox sandbox{Words{"--install-token", "t"}};
+    const Machine machine{};
+};
+
+TEST_F(DoctorProcessTest, NeitherWritesNorLocksNorConnects) {
+    TieToTheSandbox();
+    machine.Folder().Write(SecurityFolder + "/.ombry-0123456789abcdef.tmp", "left");
+    machine.Folder().Write("Quennet/Keys/.ombry-0123456789abcdef.tmp", "left");
+    machine.Folder().Write(SecurityFolder + "/CS-cpp/cache/c1/v1-service.cache-s", "left");
+    const Tree before = machine.Files();
+    int reads = 0;
+    for (const Words& options : {Words{}, Words{"--json"}, Words{"--check"}}) {
+        for (const std::string& line : Trace(options)) {
+            reads += line.find("O_RDONLY") != std::string::npos && line.find("Quennet") != std::string::npos;
+            static const std::regex changes(
+                "O_WRONLY|O_RDWR|O_CREAT|O_TRUNC| (mkdir|rmdir|rename|unlink|link|symlink|chmod|fchmod|chown|"
+                "fchown|utime|ftruncate|fallocate|flock|socket|connect|mknod)[a-z0-9]*\\(");
+            EXPECT_FALSE(std::regex_search(line, changes)) << line;
+        }
+    }
+    EXPECT_GT(reads, 30);
+    EXPECT_EQ(machine.Files(), before);
+}
+
+TEST_F(DoctorProcessTest, ServiceThatAnswersWithTheTrustedKeyIsTold) {
+    TieToTheSandbox();
+    const ProcessOutcome outcome =
+        RunProcess({OMBRY_DOCTOR_HERE, "--connect"}, {.folder = machine.Folder().Path()});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.out;
+    EXPECT_THAT(outcome.out, HasSubstr("connect.server       " + sandbox.Url() + ": resolved in "));
+    EXPECT_THAT(outcome.out, HasSubstr("its key is the trusted one; its certificate ends in 36"));
+}
+
+TEST_F(DoctorProcessTest, ServiceWithAnotherKeyIsCriticalUntilTheMachineIsTiedAgain) {
+    const Sandbox other{Words{"--install-token", "t"}};
+    ExpectSuccess(machine.Run({"configure-bootstrap-url", "-t", "t", "-dn", "Sandbox", "-r", other.Url()}));
+    machine.Folder().Write(SecurityFolder + "/ombrysecurity.config",
+                           "{\"ssdsUri\": \"" + sandbox.Url() + "\"}");
+    RunProcess({"touch", machine.Folder() / DatacenterFile});
+    RunProcess({"chmod", "-R", "go=", machine.Folder() / "Quennet"});
+    EXPECT_TRUE(Examine(machine.Folder().Path()).IsFine());
+
+    const Verdict verdict = Examine(machine.Folder().Path(), {"--connect"});
+    EXPECT_TRUE(verdict.Says("connect.server", "critical")) << verdict.Text();
+    // It would try again and again, for five minutes.
+    EXPECT_EQ(CopiedMachine(machine.Folder().Path())
+                  .RunBelow({"timeout", "2"}, {"enroll-client", "-t", "t", "-nn", "c"})
+                  .exitCode,
+              124);
+
+    TypeRemedies(machine.Folder().Path(), verdict, sandbox.Url());
+    EXPECT_TRUE(Examine(machine.Folder().Path(), {"--connect"}).IsFine());
+    ExpectSuccess(machine.Run({"enroll-client", "-t", "t", "-nn", "c"}));
+}
+
+TEST_F(DoctorProcessTest, DiscoveryServerThatIsGoneIsAWarningWhileAnotherAnswers) {
+    TieToTheSandbox();
+    const std::string list = SecurityFolder + "/CS-cpp/cache/v1-service.cache-p";
+    machine.Folder().Write(list,
+                           "{\"expiryTime\": 1, \"local\": [{\"endpointUrl\": \"" + RefusingUrl() + "\"}]}");
+    RunProcess({"chmod", "go=", machine.Folder() / list});
+    const Verdict verdict = Examine(machine.Folder().Path(), {"--connect"});
+    EXPECT_EQ(verdict.exitCode, 1);
+    EXPECT_THAT(verdict.Text(), HasSubstr(RefusingUrl() + ": nobody can be connected to"));
+    TypeRemedies(machine.Folder().Path(), verdict, sandbox.Url());
+    EXPECT_TRUE(Examine(machine.Folder().Path(), {"--connect"}).IsFine());
+}
+
+}  // namespace
+}  // namespace Ombry::Tests

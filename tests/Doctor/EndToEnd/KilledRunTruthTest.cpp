@@ -1,0 +1,121 @@
+// A command is killed at each change of a file; what the doctor says of the machine that is left is held
+// against the next command, and what it advises to type is typed.
+
+#include "tests/Doctor/EndToEnd/Patient.h"
+#include "tests/EndToEnd/Faults/Strace.h"
+
+#include <atomic>
+#include <functional>
+
+namespace Ombry::Tests {
+namespace {
+
+class KilledRunTruthTest : public testing::Test {
+protected:
+    Words ConfigureFor(const Sandbox& service, const std::string& name) const {
+        return {"configure-bootstrap-url", "-t", "t", "-dn", name, "-r", service.Url()};
+    }
+    static Words Next() { return {"enroll-client", "-t", "t", "-nn", "next"}; }
+
+    /// Kills `command` at each change of a file, on a machine of its own behind `prepare`, two at a time.
+    /// `mend` says whether what is left has to be mended, or is as it was before.
+    void ForEachKill(const std::vector<Words>& prepare, const Words& command,
+                     const std::function<void(const Machine&, const std::string& when)>& check) const {
+        const auto prepared = [&](const Machine& machine) {
+            for (const Words& words : prepare)
+                ExpectSuccess(machine.Run(words));
+        };
+        std::vector<TracedCall> calls;
+        {
+            const Machine machine{};
+            prepared(machine);
+            static const std::regex changes(
+                "openat|mkdir|chmod|fchmod|fallocate|write|fsync|rename|renameat2?|link|unlink|flock");
+            for (const TracedCall& call : TraceOf(machine, command)) {
+                const bool isChange = std::regex_match(call.name, changes) &&
+                                      call.line.find("Quennet") != std::string::npos &&
+                                      call.line.find("O_RDONLY") == std::string::npos;
+                if (isChange) calls.push_back(call);
+            }
+        }
+        ASSERT_GT(calls.size(), 10u);
+        std::atomic<std::size_t> next = 0;
+        const auto work = [&] {
+            for (std::size_t place; (place = next++) < calls.size();) {
+                const Machine machine{};
+                prepared(machine);
+                RunWithFate(machine, calls[place], "signal=KILL", command);
+                check(machine, calls[place].line);
+            }
+        };
+        std::thread second(work);
+        work();
+        second.join();
+    }
+
+    /// Warnings say that it cannot be told, and what to type all the same.
+    void ExpectTruth(const Machine& machine, const std::string& when, const Words& next,
+                     const Sandbox& service) {
+        const std::string folder = machine.Folder().Path();
+        const Verdict verdict = Examine(folder);
+        // One of two services whose key is trusted and whose address is known would be tried for minutes.
+        if (verdict.exitCode == 1) {
+            ++doubtful;
+        } else {
+            const ProcessOutcome outcome = CopiedMachine(folder).Run(next);
+            EXPECT_EQ(outcome.exitCode == 0, verdict.IsFine()) << when << outcome.error << verdict.Text();
+            broken += verdict.IsBroken();
+        }
+        TypeRemedies(folder, verdict, service.Url());
+        const Verdict mended = Examine(folder);
+        EXPECT_TRUE(mended.IsFine()) << when << "\n" << verdict.Text() << "and then\n" << mended.Text();
+        const ProcessOutcome last = machine.Run(next);
+        EXPECT_EQ(last.exitCode, 0) << when << "\n" << verdict.Text() << last.error;
+    }
+
+    std::atomic<int> broken = 0;
+    std::atomic<int> doubtful = 0;
+};
+
+TEST_F(KilledRunTruthTest, MachineThatWasBeingTiedToAService) {
+    const Sandbox service{Words{"--install-token", "t"}};
+    ForEachKill({}, ConfigureFor(service, "Sandbox"), [&](const Machine& machine, const std::string& when) {
+        ExpectTruth(machine, when, Next(), service);
+    });
+    EXPECT_GT(broken, 10);
+}
+
+TEST_F(KilledRunTruthTest, MachineThatWasBeingTiedToAnotherService) {
+    const Sandbox older{Words{"--datacenter", "old=Old", "--install-token", "t"}};
+    const Sandbox newer{Words{"--datacenter", "new=Sandbox", "--install-token", "t"}};
+    ForEachKill(
+        {ConfigureFor(older, "Old")}, ConfigureFor(newer, "Sandbox"),
+        [&](const Machine& machine, const std::string& when) { ExpectTruth(machine, when, Next(), newer); });
+    EXPECT_GT(broken, 2);
+    EXPECT_GT(doubtful, 2);
+}
+
+TEST_F(KilledRunTruthTest, MachineThatWasEnrollingOrRemoving) {
+    const Sandbox service{
+        Words{"--install-token", "t", "--cache-control", "max-age=0, stale-while-revalidate=604500"}};
+    const Words configure = ConfigureFor(service, "Sandbox");
+    const Words enrollClient{"enroll-client", "-t", "t", "-nn", "c1"};
+    const Words enrollService{"enroll-service", "-t",         "t",  "-owner",    "c1", "-name", "svc", "-url",
+                              "https://h:1/x",  "-namespace", "ns", "-hostname", "h"};
+    const Words unenrollService{"unenroll-service", "-t", "t", "-on", "c1", "-s", "svc"};
+    const Words unenrollClient{"unenroll-client", "-t", "t", "-un", "c1"};
+    const auto check = [&](const Words& next) {
+        return [&, next](const Machine& machine, const std::string& when) {
+            ExpectTruth(machine, when, next, service);
+        };
+    };
+    ForEachKill({configure}, enrollClient, check(enrollClient));
+    ForEachKill({configure, enrollClient}, enrollService, check(enrollService));
+    ForEachKill({configure, enrollClient, enrollService}, unenrollService, check(unenrollService));
+    ForEachKill({configure, enrollClient}, unenrollClient, check(unenrollClient));
+    EXPECT_EQ(broken, 0) << "what these leave is mended by the next run";
+    EXPECT_GT(doubtful, 5);
+}
+
+}  // namespace
+}  // namespace Ombry::Tests
