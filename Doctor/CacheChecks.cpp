@@ -270,7 +270,8 @@ Findings JudgeEach(const Machine& machine, const char* cache, const char* none, 
 std::vector<CacheFolder> CacheFoldersOf(const Machine& machine) {
     const std::string base = machine.CachesFolder();
     std::vector<CacheFolder> folders;
-    for (const auto& [path, entries] : machine.Tree().Folders()) {
+    for (const auto& folder : machine.Tree().Folders()) {
+        const std::string& path = folder.first;
         if (path != base && !path.starts_with(base + "/")) continue;
         const bool isCache = std::any_of(std::begin(CacheNames), std::end(CacheNames), [&](const char* name) {
             return path.ends_with(name) || path.find(std::string(name) + "/") != std::string::npos;

@@ -88,7 +88,7 @@ TEST_F(CacheChecksTest, DamagedEntriesAreErrorsAndGo) {
     const std::string search = PutEntry("finder_cache", Aa, std::string(10, '\0'));
     const std::string token =
         PutEntry("c1/aa_token", "v1-auth", TokenFor("v1-auth", clock.Now()).substr(0, 150));
-    const std::vector<std::pair<Findings (*)(const Machine&), std::string>> checks{
+    const std::vector<std::pair<Findings (*)(const Doctor::Machine&), std::string>> checks{
         {CheckDiscoveryCaches, list}, {CheckSearchCaches, search}, {CheckTokens, token}};
     for (const auto& [check, path] : checks) {
         const Finding finding = RunForOne(check);
@@ -132,7 +132,7 @@ TEST_F(CacheChecksTest, DiscoveryServersAreGatheredFromAllListsThatCanBeRead) {
     folder.Write(Caches + "c1/v1-service.cache-p", Found(2));
     folder.Write(Caches + "c2/v1-service.cache-p", "damaged");
     const Doctor::ReadOnlyPlatform nothingChanges;
-    const auto servers = DiscoveryServersOf(Machine());
+    const auto servers = DiscoveryServersOf(Doctor::Machine());
     ASSERT_EQ(servers.size(), 2u);
     EXPECT_EQ(servers[0].url, "https://a");
     EXPECT_EQ(servers[1].url, "https://b");

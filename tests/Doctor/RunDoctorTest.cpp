@@ -175,6 +175,7 @@ TEST_F(RunDoctorTest, NothingIsChangedAndNoSecretIsTold) {
     folder.Write(Security + "/.ombry-0123456789abcdef.tmp", "left");
     folder.Write("Quennet/Keys/.ombry-0123456789abcdef.tmp", "left");
     folder.Write(Caches + "v1-service.cache-s", "{}");
+    folder.Write(Caches + "c1/v1-service.cache-s", "{}");  // alone: a reader would give it its name
     PutEntry("aa_token", "v1-auth", TokenFor("v1-auth", clock.Now() - std::chrono::hours(9)));
     MakeIll();
     const auto stampsOf = [this] {
