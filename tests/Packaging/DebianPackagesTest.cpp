@@ -60,6 +60,8 @@ TEST_F(DebianPackagesTest, ToolNeedsItsSharedLibraries_AndBringsNoneOfTheDevelop
     EXPECT_THAT(content.output, HasSubstr(" ./usr/share/man/man1/Ombry.SecClientConfig.1.gz\n"));
     EXPECT_THAT(content.output,
                 HasSubstr(" ./usr/share/bash-completion/completions/Ombry.SecClientConfig\n"));
+    EXPECT_THAT(content.output, HasSubstr(" ./usr/bin/ombry-doctor\n"));
+    EXPECT_THAT(content.output, HasSubstr(" ./usr/share/man/man1/ombry-doctor.1.gz\n"));
     EXPECT_THAT(content.output, Not(HasSubstr("/usr/include")));
     EXPECT_THAT(content.output, Not(HasSubstr(".a\n")));
 }

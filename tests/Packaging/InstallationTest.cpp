@@ -38,17 +38,20 @@ TEST_F(InstallationTest, HoldsTheToolTheLibrariesAndTheirDocuments_AndNothingOfT
         "cd " + prefix + " && find . -type f -not -path './include/*' -not -path '*/html/*' | LC_ALL=C sort");
     std::vector<std::string> lines = found.Lines();
     std::erase_if(lines, [](const std::string& line) { return line.find("/OmbryTargets") != line.npos; });
-    EXPECT_THAT(lines,
-                ElementsAre("./bin/Ombry.SecClientConfig", "./lib/cmake/Ombry/OmbryConfig.cmake",
-                            "./lib/cmake/Ombry/OmbryConfigVersion.cmake", "./lib/libombry_cancellation.a",
-                            "./lib/libombry_client_communications.a", "./lib/libombry_object_mapping.a",
-                            "./lib/libombry_platform.a", "./lib/libombry_zeph_core.a",
-                            "./share/bash-completion/completions/Ombry.SecClientConfig",
-                            "./share/doc/libombry-dev/changelog.gz", "./share/doc/libombry-dev/copyright",
-                            "./share/doc/libombry-doc/changelog.gz", "./share/doc/libombry-doc/copyright",
-                            "./share/doc/ombry-sec-client-config/changelog.gz",
-                            "./share/doc/ombry-sec-client-config/copyright",
-                            "./share/man/man1/Ombry.SecClientConfig.1.gz"));
+    EXPECT_THAT(
+        lines,
+        ElementsAre("./bin/Ombry.SecClientConfig", "./bin/ombry-doctor",
+                    "./lib/cmake/Ombry/OmbryConfig.cmake", "./lib/cmake/Ombry/OmbryConfigVersion.cmake",
+                    "./lib/libombry_cancellation.a", "./lib/libombry_client_communications.a",
+                    "./lib/libombry_object_mapping.a", "./lib/libombry_platform.a",
+                    "./lib/libombry_zeph_core.a", "./share/bash-completion/completions/Ombry.SecClientConfig",
+                    "./share/bash-completion/completions/ombry-doctor",
+                    "./share/doc/libombry-dev/changelog.gz", "./share/doc/libombry-dev/copyright",
+                    "./share/doc/libombry-doc/changelog.gz", "./share/doc/libombry-doc/copyright",
+                    "./share/doc/ombry-sec-client-config/changelog.gz",
+                    "./share/doc/ombry-sec-client-config/copyright",
+                    "./share/doc/ombry-sec-client-config/ombry-doctor.schema.json",
+                    "./share/man/man1/Ombry.SecClientConfig.1.gz", "./share/man/man1/ombry-doctor.1.gz"));
 }
 
 TEST_F(InstallationTest, HoldsThePublicHeadersOfEveryFolder_UnderTheNamesThatTheTreeIncludesThemBy) {
@@ -65,6 +68,12 @@ TEST_F(InstallationTest, ToolRunsFromWhereItWasInstalled) {
     const ShellRun run = Shell(prefix + "/bin/Ombry.SecClientConfig help help");
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_THAT(run.output, HasSubstr("Ombry.SecClientConfig help command\n"));
+}
+
+TEST_F(InstallationTest, DoctorRunsFromWhereItWasInstalled) {
+    const ShellRun run = Shell(prefix + "/bin/ombry-doctor --list-checks");
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_THAT(run.output, HasSubstr("trust.certificate "));
 }
 
 TEST_F(InstallationTest, ConsumerFindsThePackageBuildsAndRuns) {
