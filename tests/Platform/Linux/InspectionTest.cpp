@@ -5,6 +5,8 @@
 #include "tests/Fakes/Linux/TestCertificates.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 
+#include <openssl/err.h>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
