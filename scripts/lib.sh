@@ -12,8 +12,9 @@ build_packages=(g++ cmake ninja-build rapidjson-dev libssl-dev libcpp-httplib-de
 # ... and to run every test: test libraries, real peers, fuzzers, lint, packaging, disks to cut the power of.
 test_packages=(git libgtest-dev libgmock-dev nginx-light curl strace clang clang-format clang-tidy libclang-rt-dev
     util-linux procps dpkg-dev lintian doxygen file bash-completion groff-base e2fsprogs xfsprogs btrfs-progs mount)
-# The other system: a compiler for it, what runs its programs here, its installers, and GoogleTest to be compiled for it.
-windows_packages=(g++-mingw-w64-x86-64-posix wine wine64 nsis googletest)
+# The other system: a compiler for it and a linker that is quick, what runs its programs here, what makes its installers
+# and the manual that goes with them, and GoogleTest to be compiled for it.
+windows_packages=(g++-mingw-w64-x86-64-posix lld wine wine64 nsis mandoc groff-base googletest)
 coverage_packages=(gcovr)
 bench_packages=(libbenchmark-dev libcurl4-openssl-dev libboost-dev nginx-light curl strace valgrind)
 

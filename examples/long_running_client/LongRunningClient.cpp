@@ -25,7 +25,7 @@ constexpr const char* UsageText =
     "\n"
     "Calls GET PATH at the service SERVICE, as the client CLIENT that is enrolled on this machine, again and "
     "again\n"
-    "with MILLISECONDS (5000) between two calls. Prints a line for each; SIGINT or SIGTERM ends it.\n";
+    "with MILLISECONDS (5000) between two calls. Prints a line for each; Ctrl+C or SIGTERM ends it.\n";
 
 struct Options {
     std::string client;

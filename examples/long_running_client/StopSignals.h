@@ -2,16 +2,14 @@
 
 #include "Cancellation/Token.h"
 
-#include <csignal>
-#include <thread>
+#include <memory>
 
 namespace Example {
 
-/// Turns the first SIGINT or SIGTERM into the cancellation of a token.
+/// Turns the first request to end into the cancellation of a token: SIGINT and SIGTERM on Linux; on Windows
+/// Ctrl+C, Ctrl+Break, the closing of the console, the end of the session, and the stop of the machine.
 ///
-/// A signal handler may do next to nothing: no lock, no allocation, no logging. So there is none. The signals
-/// are blocked, and one thread waits for them as for any other event. Threads inherit the block, so this
-/// object must be made before anything starts one, the client libraries included.
+/// Made before anything starts a thread, the client libraries included; one at a time.
 class StopSignals {
 public:
     explicit StopSignals(Ombry::Cancellation::Token token);
@@ -20,8 +18,8 @@ public:
     StopSignals& operator=(const StopSignals&) = delete;
 
 private:
-    sigset_t signals;
-    std::thread waiter;
+    class System;
+    const std::unique_ptr<System> system;
 };
 
 }  // namespace Example

@@ -2,12 +2,12 @@
 #include "ClientCommunications/Impl/KeyHash.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FaultyFiles.h"
+#include "tests/Fakes/Meeting.h"
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/ObservedThread.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 
 #include <algorithm>
-#include <barrier>
 #include <cerrno>
 #include <filesystem>
 
@@ -177,17 +177,17 @@ TEST_F(DirectoryKeyValueStorageTest, AReadOfAKeyWaitsForItsWriterAndReadsOfOther
 
 TEST_F(DirectoryKeyValueStorageTest, RemovalWaitsForReadersAndReadersShare) {
     files.Put(AbcFile + "-p", "value");
-    std::barrier bothRead(2);
+    Meeting bothRead(2);
     std::atomic<int> reads{0};
     std::unique_ptr<ObservedThread> remover;
     files.Decide([&](const FileOperation& operation) -> std::optional<int> {
         if (operation.name != "Read" || operation.path != AbcFile + "-p") return std::nullopt;
-        bothRead.arrive_and_wait();  // only two reads at once get past this
+        bothRead.ArriveAndWait();  // only two reads at once get past this
         if (reads++ == 0) {
             remover = std::make_unique<ObservedThread>([&] { storage.RemoveByKey("abc"); });
             EXPECT_TRUE(remover->IsBlocked());
         }
-        bothRead.arrive_and_wait();
+        bothRead.ArriveAndWait();
         return std::nullopt;
     });
     std::string first;

@@ -1,6 +1,7 @@
 #include "ClientCommunications/Impl/ICandidateServiceFinder.h"
 #include "ClientCommunications/Impl/IndefinitelyStickyPolicyCandidateFinderFactory.h"
 #include "tests/Fakes/LockFree.h"
+#include "tests/Fakes/Meeting.h"
 
 #include <gtest/gtest.h>
 
@@ -57,14 +58,14 @@ TEST_F(IndefinitelyStickyIteratePolicyThreadsTest, ASearchThatIsGivenUpWhileAnot
 }
 
 TEST_F(IndefinitelyStickyIteratePolicyThreadsTest, ASearchThatComesToAServerWhileAnotherCallWaits) {
-    std::barrier<> found(2);
-    finder->onFind = [&] { found.arrive_and_wait(); };
+    Meeting found(2);
+    finder->onFind = [&] { found.ArriveAndWait(); };
     RunInStep({[&](int thread) {
         if (thread == 0) {
             Ask(searching);
             return;
         }
-        found.arrive_and_wait();
+        found.ArriveAndWait();
         EXPECT_THROW(waiting->GetNextCandidate(Cancellation::CreateTimeout(Duration(0))),
                      Cancellation::TimeoutException);
     }});

@@ -2,6 +2,7 @@
 #include "ClientCommunications/Impl/ICandidateServiceFinder.h"
 #include "ClientCommunications/Impl/IterateAfterMaxFailuresPolicyCandidateFinderFactory.h"
 #include "tests/Fakes/LockFree.h"
+#include "tests/Fakes/Meeting.h"
 
 #include <gtest/gtest.h>
 
@@ -43,7 +44,7 @@ protected:
         made->remote = {"r", "s"};
         return made;
     }();
-    std::barrier<> inFind{2};
+    Meeting inFind{2};
 };
 
 TEST_F(IterateAfterMaxFailuresPolicyThreadsTest, CallsThatSelectTogether) {
@@ -76,7 +77,7 @@ TEST_F(IterateAfterMaxFailuresPolicyThreadsTest, ACallThatBeginsWhileAnotherSucc
 TEST_F(IterateAfterMaxFailuresPolicyThreadsTest, CallsThatFindAWayHomeTogether) {
     Succeed(50);
     finder->local = {"l"};
-    finder->onFind = [&] { inFind.arrive_and_wait(); };
+    finder->onFind = [&] { inFind.ArriveAndWait(); };
     std::array<CallPtr, 2> calls{NewCall(), NewCall()};
     RunInStep({[&](int thread) { Ask(calls[thread]); }});
 }
@@ -84,7 +85,7 @@ TEST_F(IterateAfterMaxFailuresPolicyThreadsTest, CallsThatFindAWayHomeTogether) 
 TEST_F(IterateAfterMaxFailuresPolicyThreadsTest, CallsWhoseSearchForAWayHomeFailsTogether) {
     Succeed(50);
     finder->onFind = [&] {
-        inFind.arrive_and_wait();
+        inFind.ArriveAndWait();
         throw CommunicationsError("down");
     };
     std::array<CallPtr, 2> calls{NewCall(), NewCall()};

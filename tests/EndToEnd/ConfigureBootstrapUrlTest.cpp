@@ -1,6 +1,7 @@
 // `configure-bootstrap-url`: what it leaves on the machine, and what stays when it fails.
 
 #include "tests/EndToEnd/Sandbox.h"
+#include "tests/Fakes/LeftOut.h"
 #include "tests/Fakes/Linux/TlsStream.h"
 
 namespace Ombry::Tests {
@@ -46,6 +47,7 @@ TEST(ConfigureBootstrapUrlTest, LeavesTheCertificateTheUrlAndTheDatacenter) {
 }
 
 TEST(ConfigureBootstrapUrlTest, CertificateIsReadableByOpenSSLWithItsAlias) {
+    if (ToolUnderTest::IsForWindows()) return LeaveOut("the store of Windows is no folder");
     Sandbox sandbox;
     const Machine machine{};
     machine.Run(Configure({"-u", "admin", "-p", "secret", "-dn", "Sandbox", "-r", sandbox.Url()}));
@@ -149,6 +151,7 @@ TEST(ConfigureBootstrapUrlTest, SameRunTwiceLeavesTheSame) {
 }
 
 TEST(ConfigureBootstrapUrlTest, OtherCertificatesAndFilesAreLeftAlone) {
+    if (ToolUnderTest::IsForWindows()) return LeaveOut("the store of Windows is no folder");
     Sandbox sandbox;
     const TestCertificate other = MakeCertificate({});
     const TestCertificate old = MakeCertificate({.commonName = "old"});
@@ -205,7 +208,9 @@ TEST(ConfigureBootstrapUrlTest, FailureOfEveryKindKeepsEarlierTrustAndFiles) {
             connection.Send("HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n");
             connection.AwaitClose();
         });
-        fails({"-t", "t", "-d", "i", "-r", isPlain.Url()}, isPlain.CaptureFailed(11));
+        // Wine takes anything for the start of a record, and waits for the rest until the time is over.
+        const int code = ToolUnderTest::IsForWindows() ? 13 : 11;
+        fails({"-t", "t", "-d", "i", "-r", isPlain.Url()}, isPlain.CaptureFailed(code));
     }
     sandbox.Stop();
     fails({"-t", "t", "-dn", "Sandbox", "-r", sandbox.Url()}, "Error 11.0");

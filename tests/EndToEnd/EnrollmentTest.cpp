@@ -339,6 +339,7 @@ TEST_F(EnrollmentTest, RunsAtOnceOnEmptyCachesDoNoHarmToIdentityTrustConfigurati
         const Tree files = machine.Files();
         for (const auto& [path, content] : configured)
             EXPECT_EQ(files.at(path), content) << path;
+        if (ToolUnderTest::IsForWindows()) continue;  // which keeps the key itself
         if (key.empty()) key = files.at("Quennet/Keys/protection.key");
         EXPECT_EQ(files.at("Quennet/Keys/protection.key"), key);
     }

@@ -23,7 +23,9 @@ TEST(HelpAndOptionsTest, HelpPrintsTheUsageOfEachCommand) {
 }
 
 TEST(HelpAndOptionsTest, InstalledToolAndTheOneOfTheTestsSayTheSame) {
-    ExpectSuccess(RunProcess({OMBRY_TOOL, "help", "help"}), GeneralHelp);
+    Words words = ToolUnderTest::Shipped();
+    words.insert(words.end(), {"help", "help"});
+    ExpectSuccess(RunProcess(words), GeneralHelp);
 }
 
 TEST(HelpAndOptionsTest, OddNumberOfWordsPrintsNothingButTheUsage) {
@@ -60,9 +62,15 @@ TEST(HelpAndOptionsTest, EmptyValuesCountAsNotGiven) {
 }
 
 TEST(HelpAndOptionsTest, UnknownOptionsAreRepeatedAsTheyAreWhateverTheyHold) {
-    // The largest argument that the kernel takes is 128 KiB with its terminator.
-    for (const std::string& name : {std::string("-\x1b[31m\a\n"), std::string("-\xff\xfe\xc0"), std::string(),
-                                    std::string(128 * 1024 - 1, 'x')}) {
+    Words names{"-\x1b[31m\a\n", "", "-\" \\\" \\\\", "-\xC3\xBC\xE2\x82\xAC\xF0\x9F\x98\x80"};
+    // The largest argument that the kernel takes is 128 KiB with its terminator. On the other system a
+    // command line is text, and has at most 32,767 letters.
+    if (ToolUnderTest::IsForWindows()) {
+        names.push_back(std::string(30000, 'x'));
+    } else {
+        names.insert(names.end(), {"-\xff\xfe\xc0", std::string(128 * 1024 - 1, 'x')});
+    }
+    for (const std::string& name : names) {
         ExpectFailure(Tool({"get-datacenters", name, "v", "-t", "t", "-r", "u"}),
                       "ERROR: Unrecognized option " + name + "\n\n" + Usages.at("get-datacenters"));
     }

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "tests/EndToEnd/CertificateTexts.h"
-#include "tests/EndToEnd/ChildProcess.h"
+#include "tests/EndToEnd/ToolUnderTest.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -17,12 +16,6 @@
 
 namespace Ombry::Tests {
 
-using Words = std::vector<std::string>;
-
-/// Everything below a folder: by path, the mode and the content of a file, the mode of a folder, the target
-/// of a link.
-using Tree = std::map<std::string, std::string>;
-
 inline Tree TreeOf(const std::filesystem::path& folder) {
     namespace fs = std::filesystem;
     Tree tree;
@@ -30,7 +23,7 @@ inline Tree TreeOf(const std::filesystem::path& folder) {
         std::ostringstream text;
         struct stat status {};
         lstat(entry.path().c_str(), &status);
-        text << std::oct << (status.st_mode & 07777);
+        text << std::oct << ToolUnderTest::ShownMode(status);
         if (entry.is_symlink()) {
             text << " -> " << fs::read_symlink(entry.path()).string();
         } else if (entry.is_directory()) {
@@ -44,7 +37,6 @@ inline Tree TreeOf(const std::filesystem::path& folder) {
     return tree;
 }
 
-inline const std::string StoreFolder = "Quennet/CertificateStores/OmbrySecurity";
 inline const std::string SecurityFolder = "Quennet/OmbrySecurity";
 inline const std::string DatacenterFile = SecurityFolder + "/CS/datacenterid.config";
 
@@ -70,18 +62,22 @@ inline Tree ConfiguredTree(const std::string& url, const std::string& datacenter
 /// A machine of a test's own: a folder with the whole state of the tool, which runs there.
 class Machine {
 public:
-    ProcessOutcome Run(Words words) const {
-        words.insert(words.begin(), OMBRY_TOOL_HERE);
-        return RunProcess(words, {.folder = folder.Path()});
-    }
+    Machine() { ToolUnderTest::EmptyStore(); }
+
+    ProcessOutcome Run(const Words& words) const { return RunBelow({}, words); }
     /// Runs the tool below another program, whose words come first.
     ProcessOutcome RunBelow(Words runner, const Words& words) const {
-        runner.push_back(OMBRY_TOOL_HERE);
+        const Words tool = ToolUnderTest::Here();
+        runner.insert(runner.end(), tool.begin(), tool.end());
         runner.insert(runner.end(), words.begin(), words.end());
         return RunProcess(runner, {.folder = folder.Path()});
     }
 
-    Tree Files() const { return TreeOf(folder.Path()); }
+    Tree Files() const {
+        Tree tree = TreeOf(folder.Path());
+        ToolUnderTest::AddStore(tree);
+        return tree;
+    }
     const TemporaryDirectory& Folder() const { return folder; }
 
 private:

@@ -31,8 +31,13 @@ Nginx::Identity SelfSigned(const std::string& key) {
     return {MakeCertificate(WithKey(key)), KeyNamed(key)};
 }
 
+/// The versions of TLS to be tried; Wine speaks but one.
+Words Spoken(const Words& versions, const std::string& below) {
+    return ToolUnderTest::IsForWindows() ? Words{below} : versions;
+}
+
 TEST(NginxTest, EachProtocolVersionAndKindOfKeyIsListedAndCaptured) {
-    for (const std::string version : {"TLSv1.2", "TLSv1.3"}) {
+    for (const std::string& version : Spoken({"TLSv1.2", "TLSv1.3"}, "TLSv1.2")) {
         for (const std::string key : {"rsa2048", "ec256"}) {
             SCOPED_TRACE(version + " " + key);
             const Nginx::Identity identity = SelfSigned(key);
@@ -56,14 +61,15 @@ TEST(NginxTest, EachProtocolVersionAndKindOfKeyIsListedAndCaptured) {
 }
 
 TEST(NginxTest, ServerThatClosesAfterEachAnswerIsConnectedAnew) {
+    const std::string version = Spoken({"TLSv1.3"}, "TLSv1.2").front();
     for (const bool tls : {false, true}) {
-        Nginx nginx("keepalive_timeout 0;\nssl_protocols TLSv1.3;\n" + ListLocation + TokenLocation,
+        Nginx nginx("keepalive_timeout 0;\nssl_protocols " + version + ";\n" + ListLocation + TokenLocation,
                     tls ? std::optional(SelfSigned("ec256")) : std::nullopt);
 
         ExpectSuccess(Machine().Run(ListAsUser((tls ? "https://" : "http://") + nginx.HostAndPort())),
                       "i\tn\n");
 
-        const std::string protocol = tls ? "TLSv1.3" : "-";
+        const std::string protocol = tls ? version : "-";
         EXPECT_EQ(nginx.AccessLog(), "1 " + protocol +
                                          " \"POST /v1/auth/users/servicetokens HTTP/1.1\" 200\n" + "1 " +
                                          protocol + " \"GET /v1/ddb/datacenters HTTP/1.1\" 200\n");
@@ -137,7 +143,7 @@ void ExpectCaptured(const TestCertificate& certificate, const TestKey& key, cons
 }
 
 TEST(OpenSSLServerTest, EachProtocolVersionAndKindOfKeyIsListedAndCaptured) {
-    for (const std::string version : {"-tls1", "-tls1_1", "-tls1_2", "-tls1_3"}) {
+    for (const std::string& version : Spoken({"-tls1", "-tls1_1", "-tls1_2", "-tls1_3"}, "-tls1_2")) {
         for (const std::string key : {"rsa2048", "ec256"}) {
             SCOPED_TRACE(version + " " + key);
             ExpectCaptured(MakeCertificate(WithKey(key)), KeyNamed(key), {version});

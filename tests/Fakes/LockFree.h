@@ -4,11 +4,11 @@
 #include "ClientCommunications/IServiceFinder.h"
 #include "Platform/IClock.h"
 #include "tests/Fakes/FakeService.h"
+#include "tests/Fakes/Meeting.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <barrier>
 #include <chrono>
 #include <functional>
 #include <string>
@@ -24,10 +24,10 @@ namespace Ombry::Tests {
 /// Runs steps on two threads, with the number of the thread. Both begin a step together, and neither begins
 /// the next before both have ended it.
 inline void RunInStep(const std::vector<std::function<void(int thread)>>& steps) {
-    std::barrier<> barrier(2);
+    Meeting barrier(2);
     const auto run = [&](int thread) {
         for (const auto& step : steps) {
-            barrier.arrive_and_wait();
+            barrier.ArriveAndWait();
             step(thread);
         }
     };

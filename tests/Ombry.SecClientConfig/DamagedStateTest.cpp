@@ -1,6 +1,7 @@
 // Whole commands on a configured machine one of whose files is damaged: each ends in a text that names what
 // is wrong, or goes on where that is stated, and the file stays as it was.
 
+#include "Platform/IMachineProtection.h"
 #include "tests/Ombry.SecClientConfig/ConfiguredMachine.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
 
@@ -77,7 +78,10 @@ TEST_F(DamagedStateTest, DatacenterThatIsMissing) {
 
 TEST_F(DamagedStateTest, CredentialsThatAreDamaged) {
     const std::string whole = *files.Content(Credentials);
-    const std::string foreign = "CryptUnprotectData failed with error 74";
+    // The number is the system's own.
+    const int notOurs =
+        Platform::MachineProtection().Unprotect("{}", {}, Platform::IMachineProtection::LocalMachine).Error();
+    const std::string foreign = "CryptUnprotectData failed with error " + std::to_string(notOurs);
     ExpectFailureWith(Credentials, "", EnrollNewAsClient, "The credentials file of 'c1' is empty.");
     ExpectFailureWith(Credentials, whole.substr(0, whole.size() / 2), EnrollNewAsClient, foreign);
     ExpectFailureWith(Credentials, "{}", EnrollNewAsClient, foreign);

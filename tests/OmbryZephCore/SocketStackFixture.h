@@ -42,6 +42,17 @@ protected:
         EXPECT_EQ(socket.RegisterIOCompletionHandler(&stage), 0u);
         return listener.Accept();
     }
+    /// Asked of another connection, below what is tested.
+    bool TellsAResetFromAnEnd() {
+        ZephSocketConnector other{logger};
+        EXPECT_EQ(other.Connect("127.0.0.1", listener.Port(), 3, nullptr, 0), 0u);
+        listener.Accept().Reset();
+        Platform::SocketSet readable;
+        readable.Add(other.GetSocket());
+        EXPECT_EQ(Platform::Sockets().Select(&readable, nullptr, nullptr, 10000).count, 1);
+        char byte = 0;
+        return Platform::Sockets().Receive(other.GetSocket(), &byte, 1).count < 0;
+    }
     std::uint32_t Run() { return manager.DoPendingIO(10, Token()); }
 
     std::shared_ptr<RecordingLogger> logger = std::make_shared<RecordingLogger>(1);

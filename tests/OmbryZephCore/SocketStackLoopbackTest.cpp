@@ -1,6 +1,7 @@
 // Connector, reactor and socket stage over real sockets on loopback.
 
 #include "tests/Fakes/HeldPort.h"
+#include "tests/Fakes/LeftOut.h"
 #include "tests/OmbryZephCore/SocketStackFixture.h"
 
 #include <gmock/gmock.h>
@@ -45,8 +46,10 @@ TEST_F(SocketStackLoopbackTest, AClosedPortFailsWithTheSystemsReasonInTheLog) {
                     "Failed to connect to server '" + server + "'"));
 }
 
+/// A label is longer than any may be (RFC 1035, section 2.3.4), so no server of names is asked.
 TEST_F(SocketStackLoopbackTest, ANameThatCannotExistDoesNotResolve) {
-    EXPECT_EQ(connector.Connect("", listener.Port(), 3, nullptr, 0), 14u);
+    const std::string noHost(64, 'h');
+    EXPECT_EQ(connector.Connect(noHost.c_str(), listener.Port(), 3, nullptr, 0), 14u);
     EXPECT_FALSE(connector.IsConnected());
 }
 
@@ -91,6 +94,7 @@ TEST_F(SocketStackLoopbackTest, BytesBeforeTheCloseAreReadFirst) {
 }
 
 TEST_F(SocketStackLoopbackTest, AResetFailsTheRead) {
+    if (!TellsAResetFromAnEnd()) return LeaveOut("this system shows a reset as an end");
     LoopbackPeer peer = ConnectPair();
     peer.Reset();
     socket.StartRead(100, buffer.data());

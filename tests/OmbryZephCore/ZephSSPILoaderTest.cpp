@@ -137,21 +137,5 @@ TEST_F(SSPILoaderTest, CanSucceedAfterAFailure) {
     EXPECT_EQ(loader.GetFunctions(), &provider);
 }
 
-TEST(SSPILoaderOnLinuxTest, SaysThatTheLibraryIsNotThere) {
-    auto logger = std::make_shared<RecordingLogger>();
-    ZephSSPILoader loader(logger);
-    EXPECT_EQ(loader.Initialize(true), 2u);
-    EXPECT_EQ(loader.Initialize(false), 2u);
-    EXPECT_THAT(logger->Messages(4),
-                ElementsAre("Cannot load SCHANNEL.DLL (error 2).",
-                            "Cannot load SECUR32.DLL (error 2) or SECURITY.DLL (error 2)."));
-    EXPECT_EQ(logger->Entries()[0].function, "OmbryZephCore::ZephSSPILoader::Initialize");
-}
-
-TEST(SSPILoaderOnLinuxTest, NeedsNoLogger) {
-    ZephSSPILoader loader(nullptr);
-    EXPECT_EQ(loader.Initialize(true), 2u);
-}
-
 }  // namespace
 }  // namespace Ombry::Tests

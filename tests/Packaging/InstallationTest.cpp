@@ -96,7 +96,8 @@ TEST_F(InstallationTest, ConsumerThatWantsAnotherMajorVersionIsRefused) {
 
 TEST_F(InstallationTest, ExampleBuildsOutsideTheTree) {
     const std::string example = directory / "example";
-    std::filesystem::copy(OMBRY_SOURCE_DIR "/examples/long_running_client", example);
+    std::filesystem::copy(OMBRY_SOURCE_DIR "/examples/long_running_client", example,
+                          std::filesystem::copy_options::recursive);
     const ShellRun built =
         Shell("cmake -G Ninja -S " + example + " -B " + example + "/build -DCMAKE_PREFIX_PATH=" + prefix +
               " && cmake --build " + example + "/build");

@@ -6,7 +6,11 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <filesystem>
+#include <iterator>
+#include <thread>
+#include <vector>
 
 namespace Ombry::Tests {
 namespace {
@@ -92,6 +96,29 @@ TEST(FileStorageOnThisDiskTest, AFileInThePlaceOfAFolderIsAFilesystemError) {
         EXPECT_EQ(failure.what(), "create_directories: Not a directory: \"" + directory / "file" + "\"");
     }
     EXPECT_EQ(directory.Read("file"), "content");
+}
+
+/// Below Wine, which cannot replace a file that is open, a save is refused here.
+TEST(FileStorageOnThisDiskTest, WhatTwoProcessesSaveAtOnceIsWholeAndNeverMissing) {
+    const TemporaryDirectory directory;
+    const std::string even(5000, 'e'), odd(7000, 'o');
+    FileStorage(directory / "file", true).Save(even);
+    std::atomic<int> writers{2};
+    std::vector<std::thread> threads;
+    for (const std::string& text : {even, odd}) {
+        threads.emplace_back([&directory, &writers, text] {
+            for (int i = 0; i < 50; ++i)
+                FileStorage(directory / "file", true).Save(text);
+            --writers;
+        });
+    }
+    while (writers > 0) {
+        const std::string seen = FileStorage(directory / "file", true).Load();  // throws if it is missing
+        EXPECT_TRUE(seen == even || seen == odd) << seen.size();
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.Path()), {}), 1);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "tests/Fakes/ThreadState.h"
 
 #include <pthread.h>
+#include <windows.h>
 
 #include <atomic>
 
@@ -11,9 +12,27 @@ namespace {
 
 using Waits = std::atomic<int>;
 
-/// How many waits the calling thread is in; others may look at it after its end.
+constinit std::atomic<DWORD> slot{TLS_OUT_OF_INDEXES};
+
+DWORD Slot() {
+    DWORD known = slot;
+    if (known != TLS_OUT_OF_INDEXES) return known;
+    const DWORD made = TlsAlloc();
+    if (slot.compare_exchange_strong(known, made)) return made;
+    TlsFree(made);
+    return known;
+}
+
+/// How many waits the calling thread is in; others may look at it after its end. In the system's own storage
+/// of a thread: a thread that the library is still making may have to wait for a lock of the library's, and
+/// what is `thread_local` would make it another one by then, which never gets to its work.
 Waits& WaitsOfThisThread() {
-    thread_local Waits* const waits = new Waits(0);
+    const DWORD place = Slot();
+    auto* waits = static_cast<Waits*>(TlsGetValue(place));
+    if (!waits) {
+        waits = new Waits(0);
+        TlsSetValue(place, waits);
+    }
     return *waits;
 }
 
