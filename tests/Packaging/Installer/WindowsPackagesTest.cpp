@@ -41,16 +41,17 @@ protected:
         const std::string folder = *directory / ("unpacked-" + package);
         const std::string archive = *directory / (package + "-1.0.0-win64.zip");
         const ShellRun run = Shell("cmake -E make_directory " + folder + " && cd " + folder +
-                                   " && cmake -E tar xf " + archive + " && mv */* .");
+                                   " && cmake -E tar xf " + archive);
         EXPECT_EQ(run.exitCode, 0) << run.output;
         return folder;
     }
     static ShellRun Files(const std::string& folder) {
         return Shell("cd " + folder + " && find . -type f | LC_ALL=C sort");
     }
-    /// Runs a program of Windows, and waits for what it leaves behind as well.
+    /// Runs a program of Windows, and waits for what it leaves behind as well. Lines end as on Linux.
     static ShellRun Windows(const std::string& line) {
         ShellRun run = Shell(Named("OMBRY_WINE") + " " + line + " </dev/null");
+        std::erase(run.output, '\r');
         Shell("PATH=$PATH:/usr/lib/wine wineserver -w");
         return run;
     }
@@ -123,8 +124,8 @@ TEST_F(WindowsPackagesTest, InstallsAndGoesWithoutAQuestion_AndLeavesTheStateOfT
 
 TEST_F(WindowsPackagesTest, RemovalLeavesWhatSomebodyElsePutBesideTheTool) {
     const std::string installer = *directory / "ombry-sec-client-config-1.0.0-win64.exe";
-    EXPECT_EQ(Windows(installer + R"( /S '/D=C:\of my own')").exitCode, 0);
-    const std::string home = OnDrive("of my own");
+    EXPECT_EQ(Windows(installer + R"( /S '/D=C:\own')").exitCode, 0);
+    const std::string home = OnDrive("own");
     Shell("touch '" + home + "/mine.txt'");
     EXPECT_EQ(Windows("'" + home + "/Uninstall.exe' /S").exitCode, 0);
     EXPECT_THAT(Files("'" + home + "'").Lines(), ElementsAre("./mine.txt"));
@@ -137,9 +138,8 @@ protected:
     static ShellRun Build(const std::string& source, const std::string& build) {
         return Shell("cmake -G Ninja -S " + source + " -B " + build +
                      " -DCMAKE_TOOLCHAIN_FILE=" OMBRY_SOURCE_DIR "/cmake/toolchains/mingw-w64-x86_64.cmake" +
-                     " -DOmbry_ROOT=" + Unpacked("libombry-dev") +
-                     " -DCMAKE_FIND_ROOT_PATH_MODE_PACKAGE=BOTH -DWANTED_VERSION=1.0 && cmake --build " +
-                     build);
+                     " -DOmbry_DIR=" + Unpacked("libombry-dev") +
+                     "/lib/cmake/Ombry -DWANTED_VERSION=1.0 && cmake --build " + build);
     }
 };
 
@@ -147,7 +147,7 @@ TEST_F(WindowsConsumerTest, FindsThePackageBuildsAndRuns) {
     const std::string build = *directory / "consumer";
     const ShellRun built = Build(OMBRY_SOURCE_DIR "/tests/Packaging/Consumer", build);
     ASSERT_EQ(built.exitCode, 0) << built.output;
-    const ShellRun run = Windows(build + "/consumer.exe | tr -d '\\r'");
+    const ShellRun run = Windows(build + "/consumer.exe");
     EXPECT_EQ(run.output,
               "lines 1\n1970-01-01T00:00:00.0000005Z\nclock runs 1\ncancelled 1\n1 Sandbox\n"
               "SF-Root-Request-Type: PrintLabels\ninvalid stoul argument\n");

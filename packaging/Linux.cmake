@@ -1,0 +1,78 @@
+# The doctor, manual pages, completions, and the Debian packages.
+#
+#   component "tool"         -> ombry-sec-client-config
+#   component "development"  -> libombry-dev
+#   component "reference"    the pages made of the public headers, if doxygen is at hand   -> libombry-doc
+set(components tool development)
+set(packages ombry-sec-client-config libombry-dev)
+if(NOT OMBRY_SANITIZE)  # nobody packs those
+    find_package(Doxygen QUIET)
+endif()
+if(DOXYGEN_FOUND)
+    list(APPEND components reference)
+    list(APPEND packages libombry-doc)
+endif()
+
+# Documents are installed compressed, without a time stamp, so that equal sources give equal packages.
+find_program(GZIP gzip REQUIRED)
+function(install_compressed name destination component)
+    configure_file(${name} ${name} @ONLY)
+    execute_process(COMMAND "${GZIP}" -9nf ${name} WORKING_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}"
+                    COMMAND_ERROR_IS_FATAL ANY)
+    install(FILES "${CMAKE_CURRENT_BINARY_DIR}/${name}.gz" DESTINATION ${destination} COMPONENT ${component})
+endfunction()
+
+install(TARGETS ombry-doctor RUNTIME COMPONENT tool)
+foreach(program Ombry.SecClientConfig ombry-doctor)
+    install_compressed(${program}.1 ${CMAKE_INSTALL_MANDIR}/man1 tool)
+    install(FILES ${program}.bash-completion RENAME ${program}
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tool)
+endforeach()
+install(FILES "${PROJECT_SOURCE_DIR}/Doctor/ombry-doctor.schema.json"
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/ombry-sec-client-config COMPONENT tool)
+foreach(component package IN ZIP_LISTS components packages)
+    set(documents "${CMAKE_INSTALL_DATADIR}/doc/${package}")
+    install(FILES copyright DESTINATION ${documents} COMPONENT ${component})
+    install_compressed(changelog ${documents} ${component})
+endforeach()
+
+if(DOXYGEN_FOUND)
+    include(Reference.cmake)
+    install(DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/reference/html"
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libombry-doc COMPONENT reference)
+endif()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME ombry)
+set(CPACK_PACKAGE_VENDOR Ombry)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_COMPONENTS_ALL ${components})
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
+    WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Ombry maintainers <maintainers@ombry.invalid>")
+
+set(CPACK_DEBIAN_TOOL_PACKAGE_NAME ombry-sec-client-config)
+set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_TOOL_PACKAGE_SHLIBDEPS ON)
+# The first line is the synopsis; of the others, the packer indents the first alone.
+set(CPACK_COMPONENT_TOOL_DESCRIPTION "tie a machine to a Security Framework service
+Lists the datacenters of a Security Framework service, ties this machine to
+ one of them, and enrols and removes clients and services. A second program,
+ ombry-doctor, tells what state the machine is in.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libombry-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libssl-dev (>= 3)")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "client libraries for a Security Framework service
+Discovery with fail-over, token caches, protected secrets, object mapping and
+ a network core with TLS, as static libraries with headers and a CMake package.")
+
+set(CPACK_DEBIAN_REFERENCE_PACKAGE_NAME libombry-doc)
+set(CPACK_DEBIAN_REFERENCE_PACKAGE_SECTION doc)
+set(CPACK_DEBIAN_REFERENCE_PACKAGE_ARCHITECTURE all)
+set(CPACK_COMPONENT_REFERENCE_DESCRIPTION "client libraries for a Security Framework service (reference)
+What a program can call of the libraries in libombry-dev: settings with units
+ and defaults, failures, ownership and threads, as pages for a browser.")
