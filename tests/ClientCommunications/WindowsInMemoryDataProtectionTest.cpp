@@ -3,6 +3,8 @@
 #include "tests/Fakes/FailureOf.h"
 #include "tests/Fakes/FakeProtections.h"
 #include "tests/Fakes/FreedMemory.h"
+#include "tests/Fakes/LeftOut.h"
+#include "tests/Fakes/SystemProtection.h"
 
 namespace Ombry::Tests {
 namespace {
@@ -111,6 +113,7 @@ TEST_F(WindowsInMemoryDataProtectionTest, PlainTextIsWipedInPlaceBeforeTheString
 }
 
 TEST(WindowsInMemoryDataProtectionOnSystemTest, NoPlainTextIsLeftInFreedMemory) {
+    if (!SystemProtectsMemory()) return LeaveOut("this system leaves protected memory as it is");
     WindowsInMemoryDataProtection protection;
     const std::string plain = "a secret too long for a string object";
     std::string data = plain;
@@ -208,6 +211,7 @@ TEST_F(WindowsInMemoryDataProtectionTest, ABlockOfNothingButPaddingIsAnEmptyText
 }
 
 TEST(WindowsInMemoryDataProtectionOnSystemTest, SecretsComeBackAndNeverStandInTheProtectedForm) {
+    if (!SystemProtectsMemory()) return LeaveOut("this system leaves protected memory as it is");
     WindowsInMemoryDataProtection protection;
     for (std::size_t length = 1; length <= 64; ++length) {
         std::string plain;
