@@ -17,12 +17,9 @@ using OmbryZephCore::ZephOpenSSLBuffer;
 
 using Bio = std::unique_ptr<BIO, int (*)(BIO*)>;
 
-const std::uint8_t* Bytes(const std::string& text) {
-    return reinterpret_cast<const std::uint8_t*>(text.data());
-}
-
 bool Append(ZephOpenSSLBuffer& buffer, const std::string& text) {
-    return buffer.Append(Bytes(text), static_cast<std::uint32_t>(text.size()));
+    return buffer.Append(reinterpret_cast<const std::uint8_t*>(text.data()),
+                         static_cast<std::uint32_t>(text.size()));
 }
 
 std::string Take(ZephOpenSSLBuffer& buffer, std::uint32_t atMost) {
