@@ -234,21 +234,21 @@ TEST_P(ZephOpenSSLSessionsTest, ScopesUsedLongestAgoGo) {
     EXPECT_NE(few.Take("one more"), nullptr);
 }
 
-TEST_P(ZephOpenSSLSessionsTest, ManyThreadsShareAScope) {
-    const ServerContext servers = Servers(Version());
-    std::vector<Meeting> meetings(100);
-    std::vector<std::thread> threads;
-    for (Meeting& meeting : meetings) {
-        threads.emplace_back([&] {
-            Meet(servers, scope, Trusting(SelfSigned()));
-            meeting = Meet(servers, scope, Trusting(SelfSigned()));
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    for (const Meeting& meeting : meetings) {
-        EXPECT_TRUE(meeting.established);
-        EXPECT_EQ(meeting.received, "data");
+TEST(ZephOpenSSLTicketsTest, ManyThreadsShareAScope) {
+    for (const int version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
+        const std::string scope = NewScope();
+        const ServerContext servers = Servers(version);
+        Meet(servers, scope, Trusting(SelfSigned()));
+        std::vector<Meeting> meetings(100);
+        std::vector<std::thread> threads;
+        for (Meeting& meeting : meetings)
+            threads.emplace_back([&] { meeting = Meet(servers, scope, Trusting(SelfSigned())); });
+        for (std::thread& thread : threads)
+            thread.join();
+        for (const Meeting& meeting : meetings) {
+            EXPECT_TRUE(meeting.established);
+            EXPECT_EQ(meeting.received, "data");
+        }
     }
 }
 
