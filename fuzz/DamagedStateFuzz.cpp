@@ -11,6 +11,7 @@
 #include "ClientCommunications/Impl/ClientCredentialsStore.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
 #include "Ombry.SecClientConfig/RunTool.h"
+#include "fuzz/Input.h"
 #include "fuzz/Require.h"
 #include "tests/Fakes/CapturedOutput.h"
 #include "tests/Fakes/DrawnSeeds.h"
@@ -33,6 +34,7 @@
 
 using namespace Ombry;
 using namespace Ombry::Tests;
+using Ombry::Fuzz::Input;
 using Ombry::Fuzz::Require;
 
 namespace {
@@ -192,22 +194,6 @@ const Contents& Whole() {
     }();
     return contents;
 }
-
-class Input {
-public:
-    Input(const std::uint8_t* data, std::size_t size) : rest(reinterpret_cast<const char*>(data), size) {}
-
-    bool Empty() const { return rest.empty(); }
-    std::size_t Byte() { return static_cast<unsigned char>(Bytes(1).append(1, '\0')[0]); }
-    std::string Bytes(std::size_t count) {
-        const std::string bytes(rest.substr(0, count));
-        rest.remove_prefix(bytes.size());
-        return bytes;
-    }
-
-private:
-    std::string_view rest;
-};
 
 void Damage(MemoryFiles& files, Input& input) {
     auto file = Whole().begin();

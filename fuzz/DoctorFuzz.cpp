@@ -11,6 +11,7 @@
 #include "ClientCommunications/Impl/DirectoryKeyValueStorage.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
 #include "Doctor/RunDoctor.h"
+#include "fuzz/Input.h"
 #include "fuzz/Require.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FakeMachineId.h"
@@ -29,6 +30,7 @@
 
 using namespace Ombry;
 using namespace Ombry::Tests;
+using Ombry::Fuzz::Input;
 using Ombry::Fuzz::Require;
 
 namespace {
@@ -118,22 +120,6 @@ const Contents& Whole() {
     }();
     return contents;
 }
-
-class Input {
-public:
-    Input(const std::uint8_t* data, std::size_t size) : rest(reinterpret_cast<const char*>(data), size) {}
-
-    bool Empty() const { return rest.empty(); }
-    std::size_t Byte() { return static_cast<unsigned char>(Bytes(1).append(1, '\0')[0]); }
-    std::string Bytes(std::size_t count) {
-        const std::string bytes(rest.substr(0, count));
-        rest.remove_prefix(bytes.size());
-        return bytes;
-    }
-
-private:
-    std::string_view rest;
-};
 
 /// Bytes that can be the name of a file.
 std::string NameOf(std::string bytes) {
