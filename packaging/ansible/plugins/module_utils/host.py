@@ -1,0 +1,190 @@
+"""The machine that a module runs on: the two programs, and the few files that the modules look after themselves."""
+
+import errno
+import hashlib
+import json
+import os
+import re
+import shutil
+import socket
+import ssl
+from urllib.parse import urlsplit
+
+from ansible_collections.ombry.sec_client.plugins.module_utils.report import Report, hints
+
+TOOL = 'Ombry.SecClientConfig'
+DOCTOR = 'ombry-doctor'
+STATE = '/var/lib/Quennet'
+CACHES = 'OmbrySecurity/CS-cpp/cache'
+CERTIFICATES = 'CertificateStores/OmbrySecurity'
+# Of a whole enrolment with its caches; what is left below it would be used up in the middle of a command.
+ROOM = 256 * 1024
+UNKNOWN = 3  # the doctor's exit code if it may not look
+
+
+class Failure(Exception):
+    """Ends the module; `facts` stand beside the message in its result."""
+
+    def __init__(self, message, **facts):
+        super().__init__(message)
+        self.message = message
+        self.facts = facts
+
+
+def without_tokens(text):
+    """The tool quotes an answer that does not fit, and that of the token service holds a token."""
+    return re.sub(r'("\w*token"\s*:\s*")[^"]*', r'\1********', text, flags=re.IGNORECASE)
+
+
+class Host:
+    """Owns nothing. Every operation that fails raises Failure."""
+
+    def __init__(self, module):
+        self.module = module
+        self.doctor = module.get_bin_path(DOCTOR)
+        self.tool = module.get_bin_path(TOOL)
+
+    @property
+    def check_mode(self):
+        return self.module.check_mode
+
+    def warn(self, text):
+        self.module.warn(text)
+
+    @property
+    def is_installed(self):
+        return bool(self.doctor and self.tool)
+
+    def require_installed(self):
+        if not self.is_installed:
+            raise Failure('%s and %s are not both installed on this host' % (TOOL, DOCTOR))
+
+    def report(self, connect=False):
+        """What the doctor finds. Where neither it nor any state is, there is nothing to be found."""
+        if not self.is_installed and not (os.path.exists(STATE) and os.listdir(STATE)):
+            if self.check_mode:
+                self.warn('%s is not installed yet: this host is taken for one that was never enrolled' % DOCTOR)
+            return Report.of_nothing(STATE)
+        self.require_installed()
+        return self._ask([self.doctor, '--json'] + (['--connect'] if connect else []))
+
+    def _ask(self, words):
+        code, out, error = self.module.run_command(words)
+        try:
+            report = Report(json.loads(out))
+        except ValueError as failure:
+            raise Failure('%s gave no document that can be read: %s' % (DOCTOR, error.strip() or failure), rc=code,
+                          stdout=out, stderr=error)
+        if code == UNKNOWN or report.undecided:
+            raise Failure('%s may not look at the state in %s; run the task as root (become: true)'
+                          % (DOCTOR, report.state), rc=code, hints=hints(report.undecided))
+        return report
+
+    def run(self, words):
+        """Runs the tool; its text and its exit code are handed on whole if it fails."""
+        self.require_installed()
+        code, out, error = self.module.run_command([self.tool] + words)
+        if code == 0:
+            return out
+        out, error = without_tokens(out), without_tokens(error)
+        raise Failure('%s %s ended with exit code %d: %s' % (TOOL, words[0], code, (error or out).strip()),
+                      rc=code, stdout=out, stderr=error, hints=self._hints())
+
+    def _hints(self):
+        try:
+            report = self.report(connect=True)
+        except Failure as failure:
+            return [failure.message]
+        return hints(finding for finding in report.findings if finding['severity'] != 'success')
+
+    def require_room(self, state):
+        """A command whose state cannot be saved leaves at the service what nobody can use: it is not begun."""
+        folder = state
+        while not os.path.exists(folder):
+            folder = os.path.dirname(folder)
+        disk = os.statvfs(folder)
+        free = disk.f_bavail * disk.f_frsize
+        # Where inodes are made as they are needed the system counts none at all.
+        if free < ROOM or (disk.f_files and not disk.f_favail):
+            raise Failure('The disk below %s is full: %d bytes and %d files are free, %d bytes are needed. Nothing was '
+                          'changed' % (folder, free, disk.f_favail, ROOM))
+
+    def require_service(self):
+        """The tool tries for minutes to reach a service, and does not tell why it could not. The doctor tells at once."""
+        found = self.report(connect=True).unreachable
+        if found:
+            raise Failure('The service cannot be reached from this host: %s. Nothing was changed' % found['message'],
+                          hints=hints([found]))
+
+    def fingerprint_of(self, url):
+        """SHA-256 of the certificate that is shown at an address. Nothing is sent there."""
+        address = urlsplit(url)
+        try:
+            context = ssl.SSLContext(ssl.PROTOCOL_TLS_CLIENT)
+            context.check_hostname = False
+            context.verify_mode = ssl.CERT_NONE  # the caller compares it
+            with socket.create_connection((address.hostname, address.port or 443), timeout=15) as connection:
+                with context.wrap_socket(connection, server_hostname=address.hostname) as tls:
+                    return hashlib.sha256(tls.getpeercert(binary_form=True)).hexdigest()
+        except (OSError, ValueError) as failure:
+            raise Failure('The service at %s does not show a certificate: %s' % (url, failure))
+
+    def modified(self, path):
+        """When a file was written, in nanoseconds, or None."""
+        try:
+            return os.stat(path).st_mtime_ns
+        except OSError:
+            return None
+
+    def exists(self, path):
+        return os.path.lexists(path)
+
+    def remove(self, path):
+        try:
+            if os.path.isdir(path) and not os.path.islink(path):
+                shutil.rmtree(path)
+            else:
+                os.remove(path)
+        except OSError as failure:
+            if failure.errno != errno.ENOENT:
+                raise Failure('%s cannot be removed: %s' % (path, failure.strerror))
+
+    def remove_empty(self, folder, top):
+        """Removes a folder, and those above it up to `top`, as long as nothing is in them."""
+        try:
+            while True:
+                if os.path.isdir(folder):
+                    os.rmdir(folder)
+                if folder == top or len(folder) <= len(top):
+                    return
+                folder = os.path.dirname(folder)
+        except OSError:
+            return
+
+    def read_json(self, path):
+        """None if there is no such document: nobody but these modules needs it."""
+        try:
+            with open(path) as file:
+                return json.load(file)
+        except (OSError, ValueError):
+            return None
+
+    def write_json(self, path, value):
+        temporary = path + '.new'
+        try:
+            descriptor = os.open(temporary, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o600)
+            with os.fdopen(descriptor, 'w') as file:
+                json.dump(value, file, sort_keys=True)
+            os.rename(temporary, path)
+        except OSError as failure:
+            raise Failure('%s cannot be written: %s' % (path, failure.strerror))
+
+
+def caches(report):
+    return '%s/%s' % (report.state, CACHES)
+
+
+def require_name(value, what):
+    """The tool makes a path of a name. One that leads elsewhere is not for a module that also removes."""
+    if not value or '/' in value or '\0' in value or value in ('.', '..'):
+        raise Failure("'%s' cannot be the name of a %s: it must be a name for a file" % (value, what))

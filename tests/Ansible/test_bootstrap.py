@@ -1,0 +1,96 @@
+"""When a machine is tied, and when it is left alone."""
+from fake_host import BERLIN, FINGERPRINT, OSLO, URL, plain_words
+from module_test import ENROLLED, ModuleTest
+
+from ansible_collections.ombry.sec_client.plugins.module_utils.host import Failure
+
+
+class BootstrapTest(ModuleTest):
+    def test_EmptyMachine_IsTied_AndTheSecondTimeLeftAlone(self):
+        host = self.make()
+        result = self.run_module(host, "bootstrap")
+        self.assertTrue(result["changed"])
+        self.assertEqual((result["address"], result["datacenter"], result["fingerprint"]), (URL, BERLIN, FINGERPRINT))
+        self.assertEqual(plain_words(host), ["configure-bootstrap-url -t t -r %s -d %s" % (URL, BERLIN)])
+        self.assertFalse(self.run_module(host, "bootstrap")["changed"])
+        self.assertEqual(len(host.ran), 1)
+
+    def test_HostStandsForTheUsualAddress_AsTheToolMakesIt(self):
+        host = self.make()
+        for given, url in (("Server1", URL), ("server1:99", URL.replace("8181", "99"))):
+            self.run_module(host, "bootstrap", {"url": None, "host": given})
+            self.assertEqual(host.report().address, url)
+
+    def test_AnotherAddressOrDatacenter_TiesItAnew(self):
+        for other in ({"url": URL + "2"}, {"datacenter_id": OSLO}):
+            host = self.make("bootstrap")
+            self.assertTrue(self.run_module(host, "bootstrap", other)["changed"], other)
+
+    def test_DatacenterByName_IsComparedByTheIdThatTheServiceTells(self):
+        host = self.make("bootstrap")
+        self.assertFalse(self.run_module(host, "bootstrap", {"datacenter_id": None, "datacenter": "Berlin"})["changed"])
+        self.assertTrue(self.run_module(host, "bootstrap", {"datacenter_id": None, "datacenter": "Oslo"})["changed"])
+        with self.assertRaisesRegex(Failure, "no datacenter 'Rome'"):
+            self.run_module(host, "bootstrap", {"datacenter_id": None, "datacenter": "Rome"})
+
+    def test_LostCertificate_TiesItAnew(self):
+        host = self.make("bootstrap")
+        host.certificate().unlink()
+        self.assertTrue(self.run_module(host, "bootstrap")["changed"])
+
+    def test_FingerprintInAnyForm_IsCompared(self):
+        host = self.make("bootstrap")
+        self.assertFalse(self.run_module(host, "bootstrap", {"fingerprint": "abcd"})["changed"])
+
+    def test_ServiceWithAnotherFingerprint_IsSentNothing(self):
+        host = self.make()
+        with self.assertRaisesRegex(Failure, "Nothing was sent"):
+            self.run_module(host, "bootstrap", {"fingerprint": "12:34"})
+        self.assertEqual(host.ran, [])
+
+    def test_CertificateThatTurnsOutToBeAnother_IsNotTrustedAfterwards(self):
+        host = self.make()
+        host.fingerprint_of = lambda url: "1234"  # another one answered there than later the tool
+        with self.assertRaisesRegex(Failure, "not trusted any more"):
+            self.run_module(host, "bootstrap", {"fingerprint": "12:34"})
+        self.assertIsNone(host.certificate())
+
+    def test_DatacenterOfAFileThatTheToolDoesNotWrite_IsAFailure(self):
+        host = self.make("bootstrap")
+        host.common_datacenter = OSLO
+        with self.assertRaisesRegex(Failure, "common.config"):
+            self.run_module(host, "bootstrap")
+
+    def test_FullDisk_IsToldBeforeAnythingIsDone(self):
+        host = self.make()
+        host.is_full = True
+        with self.assertRaisesRegex(Failure, "full"):
+            self.run_module(host, "bootstrap")
+        self.assertEqual(host.ran, [])
+
+    def test_Absent_LeavesNothing_AndTheSecondTimeChangesNothing(self):
+        host = self.make("bootstrap", "client", ("client", {"state": "absent"}))
+        self.assertTrue(self.run_module(host, "bootstrap", {"state": "absent"})["changed"])
+        self.assertFalse(host.state.exists())
+        self.assertFalse(self.run_module(host, "bootstrap", {"state": "absent"})["changed"])
+
+    def test_Absent_LeavesWhatIsNotTheTools(self):
+        host = self.make("bootstrap")
+        host.write("common.config", "x")
+        self.run_module(host, "bootstrap", {"state": "absent"})
+        self.assertEqual(list(host.tree()), ["Quennet/common.config"])
+
+    def test_Absent_IsRefusedWhileAClientIsEnrolled(self):
+        host = self.make(*ENROLLED)
+        before = host.tree()
+        with self.assertRaisesRegex(Failure, "printer"):
+            self.run_module(host, "bootstrap", {"state": "absent"})
+        self.assertEqual(host.tree(), before)
+
+    def test_FailureOfTheTool_IsHandedOn(self):
+        host = self.make()
+        host.failure = "Caught exception: Error 11.0"
+        with self.assertRaises(Failure) as caught:
+            self.run_module(host, "bootstrap")
+        self.assertIn("Error 11.0", caught.exception.message)
+        self.assertEqual(caught.exception.facts["rc"], 255)

@@ -1,0 +1,142 @@
+"""When a client is enrolled, replaced and removed."""
+from fake_host import MOMENT, plain_words
+from module_test import ENROLLED, ModuleTest
+
+from ansible_collections.ombry.sec_client.plugins.module_utils.host import Failure
+from ansible_collections.ombry.sec_client.plugins.modules.client import nanoseconds
+
+BEFORE_ALL = "2023-11-14T22:13:19Z"  # a second before MOMENT
+AFTER_ALL = "2023-11-14T23:00:00Z"
+
+
+class ClientTest(ModuleTest):
+    def test_NewClient_IsEnrolled_AndTheSecondTimeLeftAlone(self):
+        host = self.make("bootstrap")
+        self.assertTrue(self.run_module(host, "client", {"description": "First floor"})["changed"])
+        self.assertEqual(plain_words(host), ["enroll-client -t t -nn printer -desc First floor"])
+        self.assertFalse(self.run_module(host, "client", {"description": "Second floor"})["changed"])
+        self.assertEqual(host.service.clients, ["client1"])
+
+    def test_UserActsWithItsPassword(self):
+        host = self.make("bootstrap")
+        self.run_module(host, "client", {"token": None, "user": "admin", "password": "secret"})
+        self.assertEqual(plain_words(host), ["enroll-client -u admin -p secret -nn printer"])
+
+    def test_Rotation_ReplacesTheClient_EachTime(self):
+        host = self.make("bootstrap", "client")
+        for name in ("client2", "client3"):
+            self.assertTrue(self.run_module(host, "client", {"rotate": True})["changed"])
+            self.assertEqual(host.service.clients, [name])
+
+    def test_RotationOfWhatIsOlder_ReplacesItOnce(self):
+        host = self.make("bootstrap", "client")
+        self.assertFalse(self.run_module(host, "client", {"rotate_before": BEFORE_ALL})["changed"])
+        moment = host.modified(str(host.components() / "printer/ombrycomponent.config"))
+        # Half a second after it was made; what is made next comes a second later.
+        between = "2023-11-14T22:13:%02d.5Z" % (20 + moment // 10 ** 9 - MOMENT)
+        self.assertTrue(self.run_module(host, "client", {"rotate_before": between})["changed"])
+        self.assertFalse(self.run_module(host, "client", {"rotate_before": between})["changed"])
+
+    def test_MomentIsReadToTheNanosecond_AndAnythingElseRefused(self):
+        self.assertEqual(nanoseconds("2023-11-14T22:13:20.000000001Z"), MOMENT * 10 ** 9 + 1)
+        for wrong in ("", "yesterday", "2023-11-14", "2023-11-14T22:13:20", "2023-13-14T22:13:20Z", "2023-11-14T22:13:20+01:00"):
+            with self.assertRaisesRegex(Failure, "no moment"):
+                nanoseconds(wrong)
+
+    def test_TokensOfTheClientThatWas_AreGoneBeforeTheNewOneActs(self):
+        host = self.make("bootstrap", "client")
+        host.write("OmbrySecurity/CS-cpp/cache/printer/aa_token/old", "client1")
+        self.run_module(host, "client", {"rotate": True})
+        self.assertEqual([text for path, text in host.tree().items() if "aa_token" in path], ["client2"])
+
+    def test_UnreadableCredentials_AreReplaced_WhereThatHelps(self):
+        for cause in ("damaged", "cloned", "damaged-or-cloned", "key-lost"):
+            host = self.make("bootstrap", "client")
+            host.unreadable["printer"] = cause
+            self.assertTrue(self.run_module(host, "client")["changed"], cause)
+
+    def test_UnreadableCredentials_AreAFailureWithTheRemedy_WhereANewClientWouldBeLost(self):
+        for cause in ("key-damaged", "key-not-private", "key-out-of-reach", "no-file"):
+            host = self.make("bootstrap", "client")
+            host.unreadable["printer"] = cause
+            with self.assertRaises(Failure) as caught:
+                self.run_module(host, "client")
+            self.assertEqual(len(caught.exception.facts["hints"]), 1)
+            self.assertEqual(host.ran, [])
+
+    def test_KeyThatCannotBeUsed_KeepsNewClientsAway(self):
+        host = self.make("bootstrap", ("client", {"name": "other"}))
+        host.has_key_trouble = True
+        with self.assertRaisesRegex(Failure, "key"):
+            self.run_module(host, "client")
+        self.assertEqual(host.ran, [])
+
+    def test_KeyThatIsLost_DoesNot(self):
+        host = self.make("bootstrap", ("client", {"name": "other"}))
+        host.has_key_trouble = True
+        (host.state / "Keys/protection.key").unlink()
+        self.assertTrue(self.run_module(host, "client")["changed"])
+
+    def test_FullDiskOrServiceOutOfReach_IsToldBeforeTheOldClientGoes(self):
+        for trouble in ("disk", "service"):
+            host = self.make("bootstrap", "client")
+            host.is_full = trouble == "disk"
+            host.service.is_up = trouble != "service"
+            with self.assertRaisesRegex(Failure, "full|reached"):
+                self.run_module(host, "client", {"rotate": True})
+            self.assertEqual(host.ran, [])
+            self.assertEqual(host.service.clients, ["client1"])
+
+    def test_MachineThatIsNotTied_IsAFailure(self):
+        host = self.make()
+        with self.assertRaisesRegex(Failure, "tied to no service"):
+            self.run_module(host, "client")
+
+    def test_ClientThatWouldReplaceItself_IsRefused(self):
+        host = self.make("bootstrap", "client")
+        with self.assertRaisesRegex(Failure, "cannot enrol itself"):
+            self.run_module(host, "client", {"token": None, "acting_client": "printer", "rotate": True})
+
+    def test_NobodyWhoActs_IsRefused_WhereSomethingIsToBeDone(self):
+        host = self.make("bootstrap")
+        with self.assertRaisesRegex(Failure, "was given"):
+            self.run_module(host, "client", {"token": None})
+        self.run_module(host, "client")
+        self.assertFalse(self.run_module(host, "client", {"token": None})["changed"])
+
+    def test_NamesThatLeadElsewhere_AreRefused(self):
+        host = self.make(*ENROLLED)
+        before = host.tree()
+        for name in ("", ".", "..", "../x", "a/b", "a\0"):
+            for state in ("present", "absent"):
+                with self.assertRaisesRegex(Failure, "name of a client"):
+                    self.run_module(host, "client", {"name": name, "state": state})
+        self.assertEqual(host.tree(), before)
+
+    def test_Absent_RemovesItsServicesFirst_AndLeavesNothingOfIt(self):
+        host = self.make(*ENROLLED, ("service", {"name": "v2-print"}))
+        result = self.run_module(host, "client", {"state": "absent"})
+        self.assertEqual(result["commands"], ["unenroll-service printer v1-print", "unenroll-service printer v2-print",
+                                              "unenroll-client printer"])
+        self.assertEqual((host.service.clients, host.service.services), ([], {}))
+        self.assertEqual([path for path in host.tree() if "printer" in path], [])
+        self.assertFalse(self.run_module(host, "client", {"state": "absent"})["changed"])
+
+    def test_Absent_ByTheClientItself(self):
+        host = self.make(*ENROLLED)
+        self.run_module(host, "client", {"state": "absent", "token": None, "acting_client": "printer"})
+        self.assertEqual(plain_words(host)[-1], "unenroll-client-self -n printer")
+        self.assertEqual((host.service.clients, host.service.services), ([], {}))
+
+    def test_Absent_OfCredentialsThatNobodyCanRead_IsAFailure(self):
+        host = self.make("bootstrap", "client")
+        host.unreadable["printer"] = "cloned"
+        with self.assertRaisesRegex(Failure, "cannot be told"):
+            self.run_module(host, "client", {"state": "absent"})
+        self.assertEqual(host.ran, [])
+
+    def test_Absent_ThatTheToolDidNotDo_IsAFailure(self):
+        host = self.make("bootstrap", "client")
+        host.unenroll_client = lambda options: None
+        with self.assertRaisesRegex(Failure, "still there"):
+            self.run_module(host, "client", {"state": "absent"})
