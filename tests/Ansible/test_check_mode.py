@@ -44,6 +44,7 @@ class CheckModeTest(ModuleTest):
             result = self.run_module(host, module, given, check)
         except Failure as failure:
             return "failed", failure.message.replace(str(host.folder), "")
+        self.assertEqual(result["changed"], result["diff"]["before"] != result["diff"]["after"])
         return result["changed"], result["commands"], result["diff"]
 
     def test_CheckChangesNothing_AndTellsWhatTheRunDoes(self):

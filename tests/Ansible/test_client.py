@@ -1,4 +1,6 @@
 """When a client is enrolled, replaced and removed."""
+import os
+
 from fake_host import MOMENT, plain_words
 from module_test import ENROLLED, ModuleTest
 
@@ -6,7 +8,6 @@ from ansible_collections.ombry.sec_client.plugins.module_utils.host import Failu
 from ansible_collections.ombry.sec_client.plugins.modules.client import nanoseconds
 
 BEFORE_ALL = "2023-11-14T22:13:19Z"  # a second before MOMENT
-AFTER_ALL = "2023-11-14T23:00:00Z"
 
 
 class ClientTest(ModuleTest):
@@ -31,9 +32,10 @@ class ClientTest(ModuleTest):
     def test_RotationOfWhatIsOlder_ReplacesItOnce(self):
         host = self.make("bootstrap", "client")
         self.assertFalse(self.run_module(host, "client", {"rotate_before": BEFORE_ALL})["changed"])
-        moment = host.modified(str(host.components() / "printer/ombrycomponent.config"))
-        # Half a second after it was made; what is made next comes a second later.
-        between = "2023-11-14T22:13:%02d.5Z" % (20 + moment // 10 ** 9 - MOMENT)
+        made = str(host.components() / "printer/ombrycomponent.config")
+        os.utime(made, (MOMENT, MOMENT))
+        self.assertFalse(self.run_module(host, "client", {"rotate_before": "2023-11-14T22:13:20Z"})["changed"])
+        between = "2023-11-14T22:13:20.000000001Z"
         self.assertTrue(self.run_module(host, "client", {"rotate_before": between})["changed"])
         self.assertFalse(self.run_module(host, "client", {"rotate_before": between})["changed"])
 

@@ -34,6 +34,19 @@ class ServiceTest(ModuleTest):
         self.assertEqual(len(host.service.services), 1)
         self.assertFalse(self.run_module(host, "service")["changed"])
 
+    def test_RegistrationThatSomebodyElseHasReplacedSince_IsReplacedAgain(self):
+        host = self.make(*ENROLLED)
+        host.run(["enroll-service", "-n", "printer", "-owner", "printer", "-name", "v1-print", "-url", "u",
+                  "-namespace", "Office", "-hostname", "printer"])
+        self.assertTrue(self.run_module(host, "service")["changed"])
+
+    def test_FullDisk_IsToldBeforeTheOldRegistrationGoes(self):
+        host = self.make(*ENROLLED)
+        host.is_full = True
+        with self.assertRaisesRegex(Failure, "full"):
+            self.run_module(host, "service", {"namespace": "Factory"})
+        self.assertEqual((host.ran, len(host.service.services)), ([], 1))
+
     def test_RegistrationOfAClientThatWasReplaced_IsReplaced(self):
         host = self.make(*ENROLLED, ("client", {"rotate": True}))
         self.assertTrue(self.run_module(host, "service")["changed"])
