@@ -6,9 +6,7 @@ import json
 import os
 import pathlib
 import secrets
-import select
 import shutil
-import socket
 import sqlite3
 import subprocess
 import tempfile
@@ -25,19 +23,10 @@ PYTHON = "/usr/bin/python3"
 
 
 def run(*words, **named):
-    return subprocess.run(words, check=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **named).stdout
-
-
-def await_port(address, port):
-    """Until something listens there; a host that has ended is noticed by its exit code."""
-    deadline = time.monotonic() + 60
-    while time.monotonic() < deadline:
-        with socket.socket() as attempt:
-            attempt.settimeout(5)
-            if attempt.connect_ex((address, port)) == 0:
-                return
-        select.select([], [], [], 0.1)
-    raise RuntimeError("nobody listens on %s:%d" % (address, port))
+    done = subprocess.run(words, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **named)
+    if done.returncode != 0:
+        raise RuntimeError("%s: %s" % (" ".join(map(str, words)), done.stdout))
+    return done.stdout
 
 
 class FleetHost:
@@ -48,33 +37,27 @@ class FleetHost:
         self.place.mkdir()
         run("ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", keys / self.name)
         (keys / (self.name + ".machine-id")).write_text(secrets.token_hex(16) + "\n")
-        self.log = open(place / (self.name + ".log"), "w")
         self.process = subprocess.Popen(
             ["unshare", "--mount", "--net", "--uts", "--ipc", "--pid", "--fork", "--kill-child", "--propagation",
              "private", "sh", HERE / "start_host.sh", self.place, self.name, keys, STATE_SIZE],
-            stdin=subprocess.DEVNULL, stdout=self.log, stderr=subprocess.STDOUT)
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
+        self.process.stdout.readline()  # it is where it is to be
+        self.process.stdout.close()
         wire = "wire%d" % number
-        run("ip", "link", "add", wire, "type", "veth", "peer", "name", "eth0", "netns", self.pid_in_its_network())
+        run("ip", "link", "add", wire, "type", "veth", "peer", "name", "eth0", "netns", str(self.process.pid))
         run("ip", "link", "set", wire, "master", "bridge", "up")
         self.ip("link", "set", "lo", "up")
         self.ip("address", "add", self.address + "/24", "dev", "eth0")
         self.ip("link", "set", "eth0", "up")
 
-    def pid_in_its_network(self):
-        """`unshare` itself goes into the new network at once; before that it is still in ours."""
-        ours = os.readlink("/proc/self/ns/net")
-        while os.readlink("/proc/%d/ns/net" % self.process.pid) == ours:
-            select.select([], [], [], 0.01)
-        return str(self.process.pid)
+    def await_ready(self, ssh_options):
+        try:
+            run("ssh", *ssh_options, "-o", "ConnectionAttempts=30", "root@" + self.address, "true")
+        except RuntimeError as failure:
+            raise RuntimeError("%s\n%s" % (failure, self.place.with_suffix(".log").read_text()))
 
     def ip(self, *words):
         run("nsenter", "--net", "--target", str(self.process.pid), "ip", *words)
-
-    def await_ready(self):
-        try:
-            await_port(self.address, 22)
-        except RuntimeError as failure:
-            raise RuntimeError("%s: %s\n%s" % (self.name, failure, pathlib.Path(self.log.name).read_text()))
 
     def first_process(self):
         return pathlib.Path("/proc", run("pgrep", "--parent", str(self.process.pid)).split()[0])
@@ -84,9 +67,11 @@ class FleetHost:
         return self.first_process() / "root" / file
 
     def processor_seconds(self):
-        """What its first process and all those that it has waited for have used."""
-        times = (self.first_process() / "stat").read_text().rpartition(")")[2].split()[11:15]
-        return sum(map(int, times)) / os.sysconf("SC_CLK_TCK")
+        """What its processes have used, and those that they have waited for."""
+        ticks = 0
+        for stat in self.path("proc").glob("[0-9]*/stat"):
+            ticks += sum(map(int, stat.read_text().rpartition(")")[2].split()[11:15]))
+        return ticks / os.sysconf("SC_CLK_TCK")
 
     def state(self):
         folder = self.path(STATE)
@@ -113,7 +98,6 @@ class FleetHost:
     def stop(self):
         self.process.kill()
         self.process.wait()
-        self.log.close()
 
 
 class Fleet:
@@ -153,7 +137,10 @@ class Fleet:
             env=self.environment)
         self.write_files(keys)
         for host in self.hosts:
-            host.await_ready()
+            host.await_ready(self.ssh_options() + ["-i", keys / "controller"])
+
+    def ssh_options(self):
+        return ["-F", "none", "-o", "UserKnownHostsFile=%s/known_hosts" % self.place]
 
     def start_service(self, build):
         self.token = secrets.token_hex(16)
@@ -182,8 +169,9 @@ class Fleet:
                 "services": [{"name": "v1-print", "url": "https://{{ ansible_host }}:9443/print", "namespace": "Office"}],
             }],
         }))
-        (self.place / "site.yml").write_text(json.dumps([{
-            "name": "Enrol the fleet", "hosts": "all", "gather_facts": False, "roles": ["ombry.sec_client.machine"]}]))
+        for name, content in (("enrol", {"roles": ["ombry.sec_client.machine"]}),
+                              ("look", {"tasks": [{"ombry.sec_client.machine_info": {"connect": True}}]})):
+            (self.place / (name + ".yml")).write_text(json.dumps([dict(content, hosts="all", gather_facts=False)]))
         (self.place / "ansible.cfg").write_text("""[defaults]
 inventory = {place}/inventory
 collections_path = {place}/collections
@@ -197,21 +185,27 @@ local_tmp = {place}/tmp
 [ssh_connection]
 pipelining = true
 control_path_dir = {place}/ssh
-ssh_args = -F none -o ControlMaster=auto -o ControlPersist=300 -o UserKnownHostsFile={place}/known_hosts
-""".format(place=self.place, here=HERE, python=PYTHON, forks=len(self.hosts)))
+ssh_args = {ssh} -o ControlMaster=auto -o ControlPersist=300
+""".format(place=self.place, ssh=" ".join(self.ssh_options()), here=HERE, python=PYTHON, forks=len(self.hosts)))
 
-    def play(self, *options, **variables):
-        """Runs the role over all hosts. What each task came to stands in the answer's `lines`."""
+    def play(self, *options, playbook="enrol", **variables):
+        """Runs the role, or another playbook, on all hosts. What each task came to stands in the answer's `lines`."""
         record = self.place / "record"
         record.write_text("")
-        began = time.monotonic()
+        began, used = time.monotonic(), self.processor_seconds()
         played = subprocess.run(
-            ["ansible-playbook", self.place / "site.yml", "-e", "@%s/variables.json" % self.place, "-e",
+            ["ansible-playbook", "%s/%s.yml" % (self.place, playbook), "-e", "@%s/variables.json" % self.place, "-e",
              json.dumps(variables), *options], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
             env=self.environment, stdin=subprocess.DEVNULL)
         outcome = Outcome(played, [json.loads(line) for line in record.read_text().splitlines()])
-        self.runs.append((" ".join(options) + " " + json.dumps(variables), time.monotonic() - began))
+        self.runs.append((" ".join([playbook, *options, *("%s=%s" % entry for entry in variables.items())]),
+                          time.monotonic() - began, self.processor_seconds() - used))
         return outcome
+
+    def processor_seconds(self):
+        """What controller and hosts have used so far."""
+        here = os.times()
+        return here.children_user + here.children_system + sum(host.processor_seconds() for host in self.hosts)
 
     def ask(self, query):
         """What the service has written down."""

@@ -3,7 +3,9 @@
 #   start_host.sh PLACE NAME KEYS STATE-SIZE
 # Its files are those of this machine until it writes them, and its own from then on: below PLACE, in memory.
 set -e
+echo made
 place=$1 name=$2 keys=$3 size=$4
+exec >"$place.log" 2>&1
 mount -t tmpfs -o mode=755,size=512m none "$place"
 mkdir "$place/changed" "$place/work" "$place/root"
 mount -t overlay -o "lowerdir=/,upperdir=$place/changed,workdir=$place/work" overlay "$place/root"
@@ -17,8 +19,9 @@ echo "$name" >etc/hostname
 rm -f etc/machine-id
 cp "$keys/$name.machine-id" etc/machine-id
 chroot . dpkg --purge ombry-sec-client-config >/dev/null 2>&1
-# It knows no sources of packages; to read what this machine knows of them would take longer than all the rest.
+# It knows no sources of packages, and keeps no index of its manual: both would take longer than all the rest.
 mount -t tmpfs none var/lib/apt/lists
+rm -f var/lib/man-db/auto-update
 rm -rf var/lib/Quennet var/cache/ombry-sec-client-config.deb
 mkdir var/lib/Quennet
 mount -t tmpfs -o "mode=700,size=$size" none var/lib/Quennet

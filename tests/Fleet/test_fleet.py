@@ -25,11 +25,9 @@ class FleetTest(unittest.TestCase):
     @classmethod
     def tearDownClass(cls):
         print()
-        for what, seconds in cls.fleet.runs:
-            print("%6.1f s on %d hosts: ansible-playbook %s" % (seconds, HOSTS, what))
-        used = os.times()
-        print("processor seconds: %.1f of the controller and the service, %.1f of all hosts"
-              % (used.children_user + used.children_system, sum(host.processor_seconds() for host in cls.fleet.hosts)))
+        for what, seconds, used in cls.fleet.runs:
+            print("%6.1f s, %6.1f of processor time, on %d hosts: %s" % (seconds, used, HOSTS, what))
+        print("%.1f s of processor time in all" % cls.fleet.processor_seconds())
 
     def expect_success(self, outcome):
         self.assertEqual((outcome.code, outcome.failed()), (0, {}), outcome.output)
@@ -73,6 +71,13 @@ class FleetTest(unittest.TestCase):
         self.assertEqual(outcome.changes(), {})
         self.assertEqual(outcome.output.count("changed=0"), HOSTS)
         self.assertEqual(self.fleet.clients(), clients)
+
+    def test_3_WhatTheMachinesSayOfThemselves_IsWhatTheServiceKnows(self):
+        outcome = self.fleet.play(playbook="look")
+        self.expect_success(outcome)
+        self.assertEqual([line["host"] for line in outcome.lines if line["result"]["report"]["status"] != "ok"], [])
+        told = {line["result"]["clients"]["printer"]["services"]["v1-print"] for line in outcome.lines}
+        self.assertEqual(told, {key for key, in self.fleet.ask("SELECT id FROM services")})
 
     def test_4_RotationMeetsAFullDiskAndALostService_WhichFailAlone_AndLoseNothing(self):
         before = self.expect_enrolled()

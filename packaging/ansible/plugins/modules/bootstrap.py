@@ -103,6 +103,7 @@ from ansible.module_utils.basic import AnsibleModule
 from ansible_collections.ombry.sec_client.plugins.module_utils import identity
 from ansible_collections.ombry.sec_client.plugins.module_utils.host import CERTIFICATES, Failure, Host, caches
 from ansible_collections.ombry.sec_client.plugins.module_utils.plan import Plan, end
+from ansible_collections.ombry.sec_client.plugins.module_utils.report import hints
 
 
 def url_of(params):
@@ -212,7 +213,8 @@ def bootstrap(params, host, check):
         plan.carry_out()
         report = host.report()
         if params['state'] == 'present' and not report.is_tied:
-            raise Failure('The tool was content, but this host is not tied to the service', problems=report.bad())
+            raise Failure('The tool was content, but this host is not tied to the service',
+                          hints=hints(report.bad('bootstrap', 'trust')))
     if params['state'] == 'present':
         result.update((name, value) for name, value in told(report).items() if value)
     return result
