@@ -14,6 +14,7 @@ mount --rbind /dev dev
 mount -t proc proc proc
 mount -t tmpfs -o mode=755 none run
 mount -t tmpfs -o mode=1777 none tmp
+mount -t tmpfs -o mode=700 none root
 hostname "$name"
 echo "$name" >etc/hostname
 rm -f etc/machine-id
