@@ -41,9 +41,11 @@ class ClientTest(ModuleTest):
 
     def test_MomentIsReadToTheNanosecond_AndAnythingElseRefused(self):
         self.assertEqual(nanoseconds("2023-11-14T22:13:20.000000001Z"), MOMENT * 10 ** 9 + 1)
-        for wrong in ("", "yesterday", "2023-11-14", "2023-11-14T22:13:20", "2023-13-14T22:13:20Z", "2023-11-14T22:13:20+01:00"):
+        host = self.make("bootstrap")
+        for wrong in ("yesterday", "2023-11-14", "2023-11-14T22:13:20", "2023-13-14T22:13:20Z",
+                      "2023-11-14T22:13:20+01:00"):
             with self.assertRaisesRegex(Failure, "no moment"):
-                nanoseconds(wrong)
+                self.run_module(host, "client", {"rotate_before": wrong})
 
     def test_TokensOfTheClientThatWas_AreGoneBeforeTheNewOneActs(self):
         host = self.make("bootstrap", "client")
@@ -56,6 +58,7 @@ class ClientTest(ModuleTest):
             host = self.make("bootstrap", "client")
             host.unreadable["printer"] = cause
             self.assertTrue(self.run_module(host, "client")["changed"], cause)
+            self.assertRegex(host.warnings[0], "keeps the client")
 
     def test_UnreadableCredentials_AreAFailureWithTheRemedy_WhereANewClientWouldBeLost(self):
         for cause in ("key-damaged", "key-not-private", "key-out-of-reach", "no-file"):

@@ -47,7 +47,8 @@ class DocumentsTest(unittest.TestCase):
                              {option: self.shape(taken) for option, taken in arguments_of(name).items()}, name)
 
     def shape(self, option):
-        return {key: option[key] for key in ("type", "choices", "default", "required") if option.get(key) not in (None, False)}
+        return {key: option[key] for key in ("type", "choices", "default", "required")
+                if option.get(key) not in (None, False)}
 
     def test_SecretsAreNeverLogged(self):
         for name in MODULES:

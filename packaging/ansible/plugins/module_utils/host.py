@@ -12,11 +12,11 @@ from urllib.parse import urlsplit
 
 from ansible_collections.ombry.sec_client.plugins.module_utils.report import Report, hints
 
-TOOL = 'Ombry.SecClientConfig'
-DOCTOR = 'ombry-doctor'
-STATE = '/var/lib/Quennet'
-CACHES = 'OmbrySecurity/CS-cpp/cache'
-CERTIFICATES = 'CertificateStores/OmbrySecurity'
+TOOL = "Ombry.SecClientConfig"
+DOCTOR = "ombry-doctor"
+STATE = "/var/lib/Quennet"
+CACHES = "OmbrySecurity/CS-cpp/cache"
+CERTIFICATES = "CertificateStores/OmbrySecurity"
 # Of a whole enrolment with its caches; what is left below it would be used up in the middle of a command.
 ROOM = 256 * 1024
 UNKNOWN = 3  # the doctor's exit code if it may not look
@@ -33,7 +33,7 @@ class Failure(Exception):
 
 def without_tokens(text):
     """The tool quotes an answer that does not fit, and that of the token service holds a token."""
-    return re.sub(r'("\w*token"\s*:\s*")[^"]*', r'\1********', text, flags=re.IGNORECASE)
+    return re.sub(r'("\w*token"\s*:\s*")[^"]*', r"\1********", text, flags=re.IGNORECASE)
 
 
 class Host:
@@ -57,26 +57,26 @@ class Host:
 
     def require_installed(self):
         if not self.is_installed:
-            raise Failure('%s and %s are not both installed on this host' % (TOOL, DOCTOR))
+            raise Failure("%s and %s are not both installed on this host" % (TOOL, DOCTOR))
 
     def report(self, connect=False):
         """What the doctor finds. Where neither it nor any state is, there is nothing to be found."""
         if not self.is_installed and not (os.path.exists(STATE) and os.listdir(STATE)):
             if self.check_mode:
-                self.warn('%s is not installed yet: this host is taken for one that was never enrolled' % DOCTOR)
+                self.warn("%s is not installed yet: this host is taken for one that was never enrolled" % DOCTOR)
             return Report.of_nothing(STATE)
         self.require_installed()
-        return self._ask([self.doctor, '--json'] + (['--connect'] if connect else []))
+        return self._ask([self.doctor, "--json"] + (["--connect"] if connect else []))
 
     def _ask(self, words):
         code, out, error = self.module.run_command(words)
         try:
             report = Report(json.loads(out))
         except ValueError as failure:
-            raise Failure('%s gave no document that can be read: %s' % (DOCTOR, error.strip() or failure), rc=code,
+            raise Failure("%s gave no document that can be read: %s" % (DOCTOR, error.strip() or failure), rc=code,
                           stdout=out, stderr=error)
         if code == UNKNOWN or report.undecided:
-            raise Failure('%s may not look at the state in %s; run the task as root (become: true)'
+            raise Failure("%s may not look at the state in %s; run the task as root (become: true)"
                           % (DOCTOR, report.state), rc=code, hints=hints(report.undecided))
         return report
 
@@ -87,7 +87,7 @@ class Host:
         if code == 0:
             return out
         out, error = without_tokens(out), without_tokens(error)
-        raise Failure('%s %s ended with exit code %d: %s' % (TOOL, words[0], code, (error or out).strip()),
+        raise Failure("%s %s ended with exit code %d: %s" % (TOOL, words[0], code, (error or out).strip()),
                       rc=code, stdout=out, stderr=error, hints=self._hints())
 
     def _hints(self):
@@ -95,7 +95,7 @@ class Host:
             report = self.report(connect=True)
         except Failure as failure:
             return [failure.message]
-        return hints(finding for finding in report.findings if finding['severity'] != 'success')
+        return hints(finding for finding in report.findings if finding["severity"] != "success")
 
     def require_room(self, state):
         """A command whose state cannot be saved leaves at the service what nobody can use: it is not begun."""
@@ -106,14 +106,14 @@ class Host:
         free = disk.f_bavail * disk.f_frsize
         # Where inodes are made as they are needed the system counts none at all.
         if free < ROOM or (disk.f_files and not disk.f_favail):
-            raise Failure('The disk below %s is full: %d bytes and %d files are free, %d bytes are needed. Nothing was '
-                          'changed' % (folder, free, disk.f_favail, ROOM))
+            raise Failure("The disk below %s is full: %d bytes and %d files are free, %d bytes are needed. Nothing was "
+                          "changed" % (folder, free, disk.f_favail, ROOM))
 
     def require_service(self):
         """The tool tries for minutes to reach a service, and does not tell why it could not. The doctor tells at once."""
         found = self.report(connect=True).unreachable
         if found:
-            raise Failure('The service cannot be reached from this host: %s. Nothing was changed' % found['message'],
+            raise Failure("The service cannot be reached from this host: %s. Nothing was changed" % found["message"],
                           hints=hints([found]))
 
     def fingerprint_of(self, url):
@@ -127,7 +127,7 @@ class Host:
                 with context.wrap_socket(connection, server_hostname=address.hostname) as tls:
                     return hashlib.sha256(tls.getpeercert(binary_form=True)).hexdigest()
         except (OSError, ValueError) as failure:
-            raise Failure('The service at %s does not show a certificate: %s' % (url, failure))
+            raise Failure("The service at %s does not show a certificate: %s" % (url, failure))
 
     def modified(self, path):
         """When a file was written, in nanoseconds, or None."""
@@ -147,7 +147,7 @@ class Host:
                 os.remove(path)
         except OSError as failure:
             if failure.errno != errno.ENOENT:
-                raise Failure('%s cannot be removed: %s' % (path, failure.strerror))
+                raise Failure("%s cannot be removed: %s" % (path, failure.strerror))
 
     def remove_empty(self, folder, top):
         """Removes a folder, and those above it up to `top`, as long as nothing is in them."""
@@ -170,21 +170,21 @@ class Host:
             return None
 
     def write_json(self, path, value):
-        temporary = path + '.new'
+        temporary = path + ".new"
         try:
             descriptor = os.open(temporary, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o600)
-            with os.fdopen(descriptor, 'w') as file:
+            with os.fdopen(descriptor, "w") as file:
                 json.dump(value, file, sort_keys=True)
             os.rename(temporary, path)
         except OSError as failure:
-            raise Failure('%s cannot be written: %s' % (path, failure.strerror))
+            raise Failure("%s cannot be written: %s" % (path, failure.strerror))
 
 
 def caches(report):
-    return '%s/%s' % (report.state, CACHES)
+    return "%s/%s" % (report.state, CACHES)
 
 
 def require_name(value, what):
     """The tool makes a path of a name. One that leads elsewhere is not for a module that also removes."""
-    if not value or '/' in value or '\0' in value or value in ('.', '..'):
+    if not value or "/" in value or "\0" in value or value in (".", ".."):
         raise Failure("'%s' cannot be the name of a %s: it must be a name for a file" % (value, what))

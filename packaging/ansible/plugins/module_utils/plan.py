@@ -17,8 +17,8 @@ class Plan:
         return not self.steps
 
     def result(self):
-        result = {'changed': not self.is_empty, 'commands': [told for told, function in self.steps if told]}
-        result['diff'] = {'before': self.before, 'after': self.before if self.is_empty else self.after}
+        result = {"changed": not self.is_empty, "commands": [told for told, function in self.steps if told]}
+        result["diff"] = {"before": self.before, "after": self.before if self.is_empty else self.after}
         return result
 
     def carry_out(self):

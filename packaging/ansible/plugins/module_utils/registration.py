@@ -6,43 +6,43 @@ from ansible_collections.ombry.sec_client.plugins.module_utils import identity
 from ansible_collections.ombry.sec_client.plugins.module_utils.host import Failure, caches
 from ansible_collections.ombry.sec_client.plugins.module_utils.report import hints
 
-RECORD = '.config'
-NOTE = '.registration.json'
+RECORD = ".config"
+NOTE = ".registration.json"
 
 
 def require_identity(params):
     if not identity.is_given(params):
-        raise Failure('Neither a user, a token nor an acting client was given')
+        raise Failure("Neither a user, a token nor an acting client was given")
 
 
 def require_service(host, report):
     if report.is_tied:
         host.require_service()
     elif host.check_mode:
-        host.warn('This host is tied to no service yet: a run fails here unless it ties it before')
+        host.warn("This host is tied to no service yet: a run fails here unless it ties it before")
     else:
-        raise Failure('This host is tied to no service', hints=hints(report.bad('state', 'bootstrap', 'trust')))
+        raise Failure("This host is tied to no service", hints=hints(report.bad("state", "bootstrap", "trust")))
 
 
 def forget_searches(params, host, report):
     """The older registration is looked up through searches that are kept, and one that is fresh does not show it."""
-    host.remove(os.path.join(caches(report), identity.cache_owner(params), 'finder_cache'))
+    host.remove(os.path.join(caches(report), identity.cache_owner(params), "finder_cache"))
 
 
 def note_path(record):
     """Where the module keeps what a service was registered as, which the tool's own record does not tell: beside it."""
-    path = record['pairs']['path']
+    path = record["pairs"]["path"]
     return path[:-len(RECORD)] + NOTE
 
 
 def remove(params, host, record):
-    pairs = record['pairs']
-    host.run(['unenroll-service'] + identity.words(params) + ['-on', pairs['client'], '-s', pairs['service']])
+    pairs = record["pairs"]
+    host.run(["unenroll-service"] + identity.words(params) + ["-on", pairs["client"], "-s", pairs["service"]])
     host.remove(note_path(record))
-    if host.exists(pairs['path']):
-        raise Failure('The tool was content, but %s is still there' % pairs['path'])
+    if host.exists(pairs["path"]):
+        raise Failure("The tool was content, but %s is still there" % pairs["path"])
 
 
 def plan_removal(plan, params, host, report, client, service):
     record = report.services(client)[service]
-    plan.add('unenroll-service %s %s' % (client, service), lambda: remove(params, host, record))
+    plan.add("unenroll-service %s %s" % (client, service), lambda: remove(params, host, record))

@@ -108,101 +108,101 @@ from ansible_collections.ombry.sec_client.plugins.module_utils.report import hin
 
 def url_of(params):
     """As the tool makes it of a host."""
-    if params['url']:
-        return params['url']
-    return 'https://%s%s/securityframeworkservice' % (params['host'].lower(), '' if ':' in params['host'] else ':8181')
+    if params["url"]:
+        return params["url"]
+    return "https://%s%s/securityframeworkservice" % (params["host"].lower(), "" if ":" in params["host"] else ":8181")
 
 
 def plain(fingerprint):
-    return fingerprint.replace(':', '').lower() if fingerprint else None
+    return fingerprint.replace(":", "").lower() if fingerprint else None
 
 
 def told(report):
     if not (report.address or report.datacenter or report.fingerprint):
         return {}
-    return {'address': report.address, 'datacenter': report.datacenter, 'fingerprint': report.fingerprint}
+    return {"address": report.address, "datacenter": report.datacenter, "fingerprint": report.fingerprint}
 
 
 def has_datacenter(params, host, report):
-    if params['datacenter_id']:
-        return report.datacenter == params['datacenter_id']
-    lines = host.run(['get-datacenters', '-r', url_of(params)] + identity.words(params)).splitlines()
-    ids = [line.partition('\t')[0] for line in lines if line.partition('\t')[2] == params['datacenter']]
+    if params["datacenter_id"]:
+        return report.datacenter == params["datacenter_id"]
+    lines = host.run(["get-datacenters", "-r", url_of(params)] + identity.words(params)).splitlines()
+    ids = [line.partition("\t")[0] for line in lines if line.partition("\t")[2] == params["datacenter"]]
     if not ids:
-        raise Failure("The service at %s has no datacenter '%s'" % (url_of(params), params['datacenter']))
+        raise Failure("The service at %s has no datacenter '%s'" % (url_of(params), params["datacenter"]))
     return report.datacenter in ids
 
 
 def is_as_wanted(params, host, report):
     return report.is_tied_in_one_run and report.address == url_of(params) \
-        and (not params['fingerprint'] or plain(report.fingerprint) == plain(params['fingerprint'])) \
+        and (not params["fingerprint"] or plain(report.fingerprint) == plain(params["fingerprint"])) \
         and has_datacenter(params, host, report)
 
 
 def remove_trust(host, report):
     for fingerprint in report.fingerprints:
-        host.remove('%s/%s/%s' % (report.state, CERTIFICATES, plain(fingerprint)))
+        host.remove("%s/%s/%s" % (report.state, CERTIFICATES, plain(fingerprint)))
 
 
 def configure(params, host):
-    words = ['configure-bootstrap-url'] + identity.words(params) + ['-r', url_of(params)]
-    if params['datacenter_id']:
-        words += ['-d', params['datacenter_id']]
+    words = ["configure-bootstrap-url"] + identity.words(params) + ["-r", url_of(params)]
+    if params["datacenter_id"]:
+        words += ["-d", params["datacenter_id"]]
     else:
-        words += ['-dn', params['datacenter']]
+        words += ["-dn", params["datacenter"]]
     host.run(words)
     report = host.report()
-    if params['fingerprint'] and plain(report.fingerprint) != plain(params['fingerprint']):
+    if params["fingerprint"] and plain(report.fingerprint) != plain(params["fingerprint"]):
         remove_trust(host, report)
-        raise Failure('The service at %s showed the certificate %s, which is not the one that was asked for. It is not '
-                      'trusted any more' % (url_of(params), report.fingerprint))
+        raise Failure("The service at %s showed the certificate %s, which is not the one that was asked for. It is not "
+                      "trusted any more" % (url_of(params), report.fingerprint))
 
 
 def plan_present(params, host, report):
     if not identity.is_given(params):
-        raise Failure('Neither a user nor a token was given')
-    after = {'address': url_of(params), 'datacenter': params['datacenter_id'] or params['datacenter'],
-             'fingerprint': params['fingerprint'] or 'as the service shows it'}
+        raise Failure("Neither a user nor a token was given")
+    after = {"address": url_of(params), "datacenter": params["datacenter_id"] or params["datacenter"],
+             "fingerprint": params["fingerprint"] or "as the service shows it"}
     plan = Plan(told(report), after)
     if is_as_wanted(params, host, report):
         return plan
     if not report.is_datacenter_ours:
-        raise Failure('Which datacenter this is says %s, which the tool does not write and cannot overrule'
-                      % report.pair('bootstrap', 'datacenter', 'path'))
+        raise Failure("Which datacenter this is says %s, which the tool does not write and cannot overrule"
+                      % report.pair("bootstrap", "datacenter", "path"))
     host.require_room(report.state)
-    if params['fingerprint']:
+    if params["fingerprint"]:
         shown = host.fingerprint_of(url_of(params))
-        if plain(shown) != plain(params['fingerprint']):
-            raise Failure('The service at %s shows the certificate %s, not %s. Nothing was sent to it, and nothing was '
-                          'changed' % (url_of(params), shown, params['fingerprint']))
-    plan.add('configure-bootstrap-url', lambda: configure(params, host))
+        if plain(shown) != plain(params["fingerprint"]):
+            raise Failure("The service at %s shows the certificate %s, not %s. Nothing was sent to it, and nothing was "
+                          "changed" % (url_of(params), shown, params["fingerprint"]))
+    plan.add("configure-bootstrap-url", lambda: configure(params, host))
     return plan
 
 
 def plan_absent(params, host, report):
     plan = Plan(told(report), {})
-    enrolled = sorted(set(report.clients) | set(finding['pairs']['client'] for finding in report.of('clients', 'service')
-                                                if 'client' in finding['pairs']))
+    enrolled = sorted(set(report.clients) | set(finding["pairs"]["client"] for finding in report.of("clients", "service")
+                                                if "client" in finding["pairs"]))
     if enrolled:
-        raise Failure('These are still enrolled on this host, and have to be removed first: %s' % ', '.join(enrolled))
-    files = [report.pair('bootstrap', 'address', 'path'), report.pair('clients', 'key', 'path')]
+        raise Failure("These are still enrolled on this host, and have to be removed first: %s" % ", ".join(enrolled))
+    files = [report.pair("bootstrap", "address", "path"), report.pair("clients", "key", "path")]
     if report.is_datacenter_ours:
-        files.append(report.pair('bootstrap', 'datacenter', 'path'))
-    files += ['%s/%s/%s' % (report.state, CERTIFICATES, plain(fingerprint)) for fingerprint in report.fingerprints]
+        files.append(report.pair("bootstrap", "datacenter", "path"))
+    files += ["%s/%s/%s" % (report.state, CERTIFICATES, plain(fingerprint)) for fingerprint in report.fingerprints]
     files.append(caches(report))
     files = [file for file in files if file and host.exists(file)]
     for file in files:
         plan.add(None, lambda file=file: host.remove(file))
     if files:
-        security = report.state + '/OmbrySecurity'
-        for folder in (security + '/CS', security + '/CS-cpp', security + '/Components',
-                       report.state + '/' + CERTIFICATES, report.state + '/Keys'):
+        security = report.state + "/OmbrySecurity"
+        for folder in (security + "/CS", security + "/CS-cpp", security + "/Components",
+                       report.state + "/" + CERTIFICATES, report.state + "/Keys"):
             plan.add(None, lambda folder=folder: host.remove_empty(folder, report.state))
     return plan
 
 
 def decide(params, host, report):
-    return (plan_present if params['state'] == 'present' else plan_absent)(params, host, report)
+    return (plan_present if params["state"] == "present" else plan_absent)(params, host, report)
 
 
 def bootstrap(params, host, check):
@@ -212,27 +212,27 @@ def bootstrap(params, host, check):
     if not check and not plan.is_empty:
         plan.carry_out()
         report = host.report()
-        if params['state'] == 'present' and not report.is_tied:
-            raise Failure('The tool was content, but this host is not tied to the service',
-                          hints=hints(report.bad('bootstrap', 'trust')))
-    if params['state'] == 'present':
+        if params["state"] == "present" and not report.is_tied:
+            raise Failure("The tool was content, but this host is not tied to the service",
+                          hints=hints(report.bad("bootstrap", "trust")))
+    if params["state"] == "present":
         result.update((name, value) for name, value in told(report).items() if value)
     return result
 
 
 def main():
-    spec = dict(identity.arguments(with_client=False), state={'type': 'str', 'choices': ['present', 'absent'],
-                                                              'default': 'present'},
-                url={'type': 'str'}, host={'type': 'str'}, datacenter={'type': 'str'}, datacenter_id={'type': 'str'},
-                fingerprint={'type': 'str'})
+    spec = dict(identity.arguments(with_client=False), state={"type": "str", "choices": ["present", "absent"],
+                                                              "default": "present"},
+                url={"type": "str"}, host={"type": "str"}, datacenter={"type": "str"}, datacenter_id={"type": "str"},
+                fingerprint={"type": "str"})
     module = AnsibleModule(argument_spec=spec, supports_check_mode=True,
                            mutually_exclusive=identity.mutually_exclusive(with_client=False)
-                           + [['url', 'host'], ['datacenter', 'datacenter_id']],
+                           + [["url", "host"], ["datacenter", "datacenter_id"]],
                            required_together=identity.REQUIRED_TOGETHER,
-                           required_if=[['state', 'present', ['url', 'host'], True],
-                                        ['state', 'present', ['datacenter', 'datacenter_id'], True]])
+                           required_if=[["state", "present", ["url", "host"], True],
+                                        ["state", "present", ["datacenter", "datacenter_id"], True]])
     end(module, lambda: bootstrap(module.params, Host(module), module.check_mode))
 
 
-if __name__ == '__main__':
+if __name__ == "__main__":
     main()

@@ -109,123 +109,127 @@ from ansible_collections.ombry.sec_client.plugins.module_utils.plan import Plan,
 from ansible_collections.ombry.sec_client.plugins.module_utils.report import hints
 
 # With these a client can be enrolled, but not be saved, or not be read by who needs it.
-IN_THE_WAY = ('key-damaged', 'key-not-private', 'key-out-of-reach', 'no-file')
+IN_THE_WAY = ("key-damaged", "key-not-private", "key-out-of-reach", "no-file")
 
 
 def nanoseconds(moment):
-    found = re.match(r'^(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d)(?:\.(\d{1,9}))?Z$', moment)
+    found = re.match(r"^(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d)(?:\.(\d{1,9}))?Z$", moment)
     try:
-        whole = datetime.strptime(found.group(1), '%Y-%m-%dT%H:%M:%S').replace(tzinfo=timezone.utc)
+        whole = datetime.strptime(found.group(1), "%Y-%m-%dT%H:%M:%S").replace(tzinfo=timezone.utc)
     except (AttributeError, ValueError):
         raise Failure("rotate_before is no moment such as 2026-11-22T15:30:00Z: '%s'" % moment)
-    return int(whole.timestamp()) * 10 ** 9 + int((found.group(2) or '').ljust(9, '0'))
+    return int(whole.timestamp()) * 10 ** 9 + int((found.group(2) or "").ljust(9, "0"))
 
 
 def is_due(params, host, finding):
-    if params['rotate'] or not params['rotate_before']:
-        return params['rotate']
-    made = host.modified(finding['pairs']['path'])
-    return made is not None and made < nanoseconds(params['rotate_before'])
+    if params["rotate"] or not params["rotate_before"]:
+        return params["rotate"]
+    made = host.modified(finding["pairs"]["path"])
+    return made is not None and made < nanoseconds(params["rotate_before"])
 
 
 def why_not(host, report, finding):
     """What has to be mended before the client can be enrolled, or None."""
-    if finding and finding['pairs'].get('cause') in IN_THE_WAY:
+    if finding and finding["pairs"].get("cause") in IN_THE_WAY:
         return finding
     key = report.key
-    return key if key and host.exists(key['pairs']['path']) else None
+    return key if key and host.exists(key["pairs"]["path"]) else None
 
 
 def enroll(params, host, report):
     # Tokens of the client that it was would be used, and refused, while they are young.
-    host.remove('%s/%s/aa_token' % (caches(report), params['name']))
-    words = ['enroll-client'] + identity.words(params) + ['-nn', params['name']]
-    host.run(words + (['-desc', params['description']] if params['description'] else []))
+    host.remove("%s/%s/aa_token" % (caches(report), params["name"]))
+    words = ["enroll-client"] + identity.words(params) + ["-nn", params["name"]]
+    host.run(words + (["-desc", params["description"]] if params["description"] else []))
 
 
 def plan_present(params, host, report):
-    finding = report.clients.get(params['name'])
-    is_there = finding is not None and finding['severity'] == 'success'
+    finding = report.clients.get(params["name"])
+    is_there = finding is not None and finding["severity"] == "success"
     before = {}
     if finding:
-        before = {'client': params['name'], 'credentials': 'there' if is_there else 'not readable'}
-    plan = Plan(before, {'client': params['name'], 'credentials': 'new'})
+        before = {"client": params["name"], "credentials": "there" if is_there else "not readable"}
+    plan = Plan(before, {"client": params["name"], "credentials": "new"})
     if is_there and not is_due(params, host, finding):
         return plan
     obstacle = why_not(host, report, finding)
     if obstacle:
-        raise Failure('%s. Nothing was changed' % obstacle['message'], hints=hints([obstacle]))
+        raise Failure("%s. Nothing was changed" % obstacle["message"], hints=hints([obstacle]))
     registration.require_identity(params)
-    if params['acting_client'] == params['name']:
-        raise Failure('A client cannot enrol itself anew: it is removed first, and may do nothing then')
+    if params["acting_client"] == params["name"]:
+        raise Failure("A client cannot enrol itself anew: it is removed first, and may do nothing then")
     host.require_room(report.state)
     registration.require_service(host, report)
-    plan.add('enroll-client ' + params['name'], lambda: enroll(params, host, report))
+    if finding and not is_there:
+        host.warn("The service keeps the client that these credentials were of, until its administrator removes it there")
+    plan.add("enroll-client " + params["name"], lambda: enroll(params, host, report))
     return plan
 
 
 def remove(params, host, report):
-    name = params['name']
-    if params['acting_client'] == name:
-        host.run(['unenroll-client-self', '-n', name])
+    name = params["name"]
+    if params["acting_client"] == name:
+        host.run(["unenroll-client-self", "-n", name])
     else:
-        host.run(['unenroll-client'] + identity.words(params) + ['-un', name])
-    host.remove('%s/%s' % (caches(report), name))
-    folder = '%s/OmbrySecurity/Components/%s' % (report.state, name)
-    host.remove_empty(folder + '/Services', folder)
+        host.run(["unenroll-client"] + identity.words(params) + ["-un", name])
+    host.remove("%s/%s" % (caches(report), name))
+    folder = "%s/OmbrySecurity/Components/%s" % (report.state, name)
+    host.remove_empty(folder + "/Services", folder)
 
 
 def plan_absent(params, host, report):
-    name = params['name']
+    name = params["name"]
     finding = report.clients.get(name)
     services = report.services(name)
     before = {}
     if finding or services:
-        before = {'client': name, 'services': sorted(services)}
+        before = {"client": name, "services": sorted(services)}
     plan = Plan(before, {})
     if not before:
         return plan
     for bad in ([finding] if finding else []) + list(services.values()):
-        if bad['severity'] == 'error':
-            raise Failure('The service cannot be told to remove it: %s. Have it removed there by its administrator'
-                          % bad['message'], hints=hints([bad]))
+        if bad["severity"] == "error":
+            raise Failure("The service cannot be told to remove it: %s. Have it removed there by its administrator"
+                          % bad["message"], hints=hints([bad]))
     registration.require_identity(params)
     registration.require_service(host, report)
     for service in sorted(services):
         registration.plan_removal(plan, params, host, report, name, service)
     if finding:
-        plan.add('unenroll-client %s' % name, lambda: remove(params, host, report))
+        plan.add("unenroll-client %s" % name, lambda: remove(params, host, report))
     return plan
 
 
 def decide(params, host, report):
-    require_name(params['name'], 'client')
-    return (plan_present if params['state'] == 'present' else plan_absent)(params, host, report)
+    require_name(params["name"], "client")
+    if params["rotate_before"]:
+        nanoseconds(params["rotate_before"])
+    return (plan_present if params["state"] == "present" else plan_absent)(params, host, report)
 
 
 def client(params, host, check):
     plan = decide(params, host, host.report())
-    result = dict(plan.result(), client=params['name'])
+    result = dict(plan.result(), client=params["name"])
     if not check and not plan.is_empty:
         plan.carry_out()
-        left = host.report().clients.get(params['name'])
-        if params['state'] == 'absent' and left:
-            raise Failure('The tool was content, but credentials of %s are still there' % params['name'])
-        if params['state'] == 'present' and not (left and left['severity'] == 'success'):
-            raise Failure('The tool was content, but there are no credentials of %s that can be read' % params['name'],
+        left = host.report().clients.get(params["name"])
+        if params["state"] == "absent" and left:
+            raise Failure("The tool was content, but credentials of %s are still there" % params["name"])
+        if params["state"] == "present" and not (left and left["severity"] == "success"):
+            raise Failure("The tool was content, but there are no credentials of %s that can be read" % params["name"],
                           hints=hints([left] if left else []))
     return result
 
 
 def main():
-    spec = dict(identity.arguments(), name={'type': 'str', 'required': True}, description={'type': 'str'},
-                state={'type': 'str', 'choices': ['present', 'absent'], 'default': 'present'},
-                rotate={'type': 'bool', 'default': False}, rotate_before={'type': 'str'})
+    spec = dict(identity.arguments(), name={"type": "str", "required": True}, description={"type": "str"},
+                state={"type": "str", "choices": ["present", "absent"], "default": "present"},
+                rotate={"type": "bool", "default": False}, rotate_before={"type": "str"})
     module = AnsibleModule(argument_spec=spec, supports_check_mode=True,
                            mutually_exclusive=identity.mutually_exclusive(),
                            required_together=identity.REQUIRED_TOGETHER)
     end(module, lambda: client(module.params, Host(module), module.check_mode))
 
 
-if __name__ == '__main__':
+if __name__ == "__main__":
     main()

@@ -90,24 +90,24 @@ from ansible_collections.ombry.sec_client.plugins.module_utils.report import hin
 def gather(params, host):
     if not host.check_mode:
         host.require_installed()
-    report = host.report(connect=params['connect'])
-    result = {'changed': False, 'status': report.status, 'report': report.document}
-    for name in ('address', 'datacenter', 'fingerprint'):
+    report = host.report(connect=params["connect"])
+    result = {"changed": False, "status": report.status, "report": report.document}
+    for name in ("address", "datacenter", "fingerprint"):
         value = getattr(report, name)
         if value:
             result[name] = value
-    result['clients'] = dict((name, {'readable': finding['severity'] == 'success',
-                                     'services': dict((service, record['pairs'].get('id'))
+    result["clients"] = dict((name, {"readable": finding["severity"] == "success",
+                                     "services": dict((service, record["pairs"].get("id"))
                                                       for service, record in report.services(name).items())})
                              for name, finding in report.clients.items())
-    result['problems'] = hints(finding for finding in report.findings if finding['severity'] != 'success')
+    result["problems"] = hints(finding for finding in report.findings if finding["severity"] != "success")
     return result
 
 
 def main():
-    module = AnsibleModule(argument_spec={'connect': {'type': 'bool', 'default': False}}, supports_check_mode=True)
+    module = AnsibleModule(argument_spec={"connect": {"type": "bool", "default": False}}, supports_check_mode=True)
     end(module, lambda: gather(module.params, Host(module)))
 
 
-if __name__ == '__main__':
+if __name__ == "__main__":
     main()

@@ -115,88 +115,88 @@ from ansible_collections.ombry.sec_client.plugins.module_utils.host import Failu
 from ansible_collections.ombry.sec_client.plugins.module_utils.plan import Plan, end
 from ansible_collections.ombry.sec_client.plugins.module_utils.report import hints
 
-PLACE = ('namespace', 'hostname')
+PLACE = ("namespace", "hostname")
 
 
 def wanted(params):
-    return dict((name, params[name]) for name in ('url',) + PLACE)
+    return dict((name, params[name]) for name in ("url",) + PLACE)
 
 
 def known(host, record):
     """What the record was registered as; None if somebody else than this module did it."""
-    if record is None or 'id' not in record['pairs']:
+    if record is None or "id" not in record["pairs"]:
         return None
     note = host.read_json(registration.note_path(record))
-    if not isinstance(note, dict) or note.pop('id', None) != record['pairs']['id']:
+    if not isinstance(note, dict) or note.pop("id", None) != record["pairs"]["id"]:
         return None
     return note
 
 
 def is_of_replaced_client(host, report, client, record):
     credentials = report.clients.get(client)
-    made = host.modified(credentials['pairs']['path']) if credentials else None
-    registered = host.modified(record['pairs']['path'])
+    made = host.modified(credentials["pairs"]["path"]) if credentials else None
+    registered = host.modified(record["pairs"]["path"])
     return made is not None and registered is not None and registered < made
 
 
 def enroll(params, host, report):
     registration.forget_searches(params, host, report)
-    host.run(['enroll-service'] + identity.words(params)
-             + ['-owner', params['client'], '-name', params['name'], '-url', params['url'],
-                '-namespace', params['namespace'], '-hostname', params['hostname']])
-    record = host.report().services(params['client']).get(params['name'])
-    if not record or record['severity'] != 'success':
-        raise Failure('The tool was content, but there is no good record of %s' % params['name'],
+    host.run(["enroll-service"] + identity.words(params)
+             + ["-owner", params["client"], "-name", params["name"], "-url", params["url"],
+                "-namespace", params["namespace"], "-hostname", params["hostname"]])
+    record = host.report().services(params["client"]).get(params["name"])
+    if not record or record["severity"] != "success":
+        raise Failure("The tool was content, but there is no good record of %s" % params["name"],
                       hints=hints([record] if record else []))
-    host.write_json(registration.note_path(record), dict(wanted(params), id=record['pairs']['id']))
+    host.write_json(registration.note_path(record), dict(wanted(params), id=record["pairs"]["id"]))
 
 
 def plan_present(params, host, report):
-    record = report.services(params['client']).get(params['name'])
+    record = report.services(params["client"]).get(params["name"])
     was = known(host, record)
-    is_good = record is not None and record['severity'] == 'success'
+    is_good = record is not None and record["severity"] == "success"
     before = {}
     if record:
-        before = dict({'client': params['client'], 'service': params['name']}, **(was or {'url': 'not known'}))
-    plan = Plan(before, dict(wanted(params), client=params['client'], service=params['name']))
-    is_stale = is_good and (params['renew'] or is_of_replaced_client(host, report, params['client'], record))
+        before = dict({"client": params["client"], "service": params["name"]}, **(was or {"url": "not known"}))
+    plan = Plan(before, dict(wanted(params), client=params["client"], service=params["name"]))
+    is_stale = is_good and (params["renew"] or is_of_replaced_client(host, report, params["client"], record))
     if is_good and was == wanted(params) and not is_stale:
         return plan
     if is_stale:
-        plan.before = dict(before, registration='of the client that was')
-        plan.after['registration'] = 'new'
+        plan.before = dict(before, registration="of the client that was")
+        plan.after["registration"] = "new"
     registration.require_identity(params)
-    if params['client'] not in report.clients:
+    if params["client"] not in report.clients:
         if not host.check_mode:
-            raise Failure('The client %s is not enrolled on this host' % params['client'])
-        host.warn('The client %s is not enrolled on this host yet: a run fails here unless it enrols it before'
-                  % params['client'])
+            raise Failure("The client %s is not enrolled on this host" % params["client"])
+        host.warn("The client %s is not enrolled on this host yet: a run fails here unless it enrols it before"
+                  % params["client"])
     host.require_room(report.state)
     registration.require_service(host, report)
     # The one of the same name, namespace and host goes by itself; another would be out of this host's reach.
-    if record and record['pairs'].get('id') and (was is None or any(was.get(part) != params[part] for part in PLACE)):
-        registration.plan_removal(plan, params, host, report, params['client'], params['name'])
-    plan.add('enroll-service %s %s' % (params['client'], params['name']), lambda: enroll(params, host, report))
+    if record and record["pairs"].get("id") and (was is None or any(was.get(part) != params[part] for part in PLACE)):
+        registration.plan_removal(plan, params, host, report, params["client"], params["name"])
+    plan.add("enroll-service %s %s" % (params["client"], params["name"]), lambda: enroll(params, host, report))
     return plan
 
 
 def plan_absent(params, host, report):
-    record = report.services(params['client']).get(params['name'])
+    record = report.services(params["client"]).get(params["name"])
     if record is None:
         return Plan({}, {})
-    plan = Plan({'client': params['client'], 'service': params['name']}, {})
-    if record['severity'] == 'error':
-        raise Failure('The service cannot be told to remove it: %s' % record['message'], hints=hints([record]))
+    plan = Plan({"client": params["client"], "service": params["name"]}, {})
+    if record["severity"] == "error":
+        raise Failure("The service cannot be told to remove it: %s" % record["message"], hints=hints([record]))
     registration.require_identity(params)
     registration.require_service(host, report)
-    registration.plan_removal(plan, params, host, report, params['client'], params['name'])
+    registration.plan_removal(plan, params, host, report, params["client"], params["name"])
     return plan
 
 
 def decide(params, host, report):
-    require_name(params['client'], 'client')
-    require_name(params['name'], 'service')
-    return (plan_present if params['state'] == 'present' else plan_absent)(params, host, report)
+    require_name(params["client"], "client")
+    require_name(params["name"], "service")
+    return (plan_present if params["state"] == "present" else plan_absent)(params, host, report)
 
 
 def service(params, host, check):
@@ -206,22 +206,22 @@ def service(params, host, check):
     if not check and not plan.is_empty:
         plan.carry_out()
         report = host.report()
-    record = report.services(params['client']).get(params['name'])
-    if record and 'id' in record['pairs']:
-        result['id'] = record['pairs']['id']
+    record = report.services(params["client"]).get(params["name"])
+    if record and "id" in record["pairs"]:
+        result["id"] = record["pairs"]["id"]
     return result
 
 
 def main():
-    spec = dict(identity.arguments(), name={'type': 'str', 'required': True}, client={'type': 'str', 'required': True},
-                state={'type': 'str', 'choices': ['present', 'absent'], 'default': 'present'}, url={'type': 'str'},
-                namespace={'type': 'str'}, hostname={'type': 'str'}, renew={'type': 'bool', 'default': False})
+    spec = dict(identity.arguments(), name={"type": "str", "required": True}, client={"type": "str", "required": True},
+                state={"type": "str", "choices": ["present", "absent"], "default": "present"}, url={"type": "str"},
+                namespace={"type": "str"}, hostname={"type": "str"}, renew={"type": "bool", "default": False})
     module = AnsibleModule(argument_spec=spec, supports_check_mode=True,
                            mutually_exclusive=identity.mutually_exclusive(),
                            required_together=identity.REQUIRED_TOGETHER,
-                           required_if=[['state', 'present', ['url', 'namespace', 'hostname']]])
+                           required_if=[["state", "present", ["url", "namespace", "hostname"]]])
     end(module, lambda: service(module.params, Host(module), module.check_mode))
 
 
-if __name__ == '__main__':
+if __name__ == "__main__":
     main()
