@@ -170,7 +170,8 @@ class Fleet:
             }],
         }))
         for name, content in (("enrol", {"roles": ["ombry.sec_client.machine"]}),
-                              ("look", {"tasks": [{"ombry.sec_client.machine_info": {"connect": True}}]})):
+                              ("look", {"tasks": [{"ombry.sec_client.machine_info": {"connect": True}}]}),
+                              ("intrude", {"tasks": [{"ombry.sec_client.client": {"name": "spy", "token": "wrong"}}]})):
             (self.place / (name + ".yml")).write_text(json.dumps([dict(content, hosts="all", gather_facts=False)]))
         (self.place / "ansible.cfg").write_text("""[defaults]
 inventory = {place}/inventory

@@ -79,6 +79,15 @@ class FleetTest(unittest.TestCase):
         told = {line["result"]["clients"]["printer"]["services"]["v1-print"] for line in outcome.lines}
         self.assertEqual(told, {key for key, in self.fleet.ask("SELECT id FROM services")})
 
+    def test_3_WhatTheToolSays_WhenTheServiceRefuses_IsHandedOn(self):
+        outcome = self.fleet.play("--limit", self.names[0], playbook="intrude")
+        self.assertEqual(outcome.code, 2, outcome.output)
+        failed = outcome.failed()[self.names[0]]
+        self.assertEqual(failed["rc"], 255)
+        self.assertRegex(failed["stderr"], r"^Caught exception: .*\b40[13]\b")
+        self.assertIn(failed["stderr"].strip(), failed["msg"])
+        self.expect_enrolled()
+
     def test_4_RotationMeetsAFullDiskAndALostService_WhichFailAlone_AndLoseNothing(self):
         before = self.expect_enrolled()
         type(self).before = before

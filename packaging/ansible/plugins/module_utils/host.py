@@ -14,7 +14,7 @@ from ansible_collections.ombry.sec_client.plugins.module_utils.report import Rep
 
 TOOL = "Ombry.SecClientConfig"
 DOCTOR = "ombry-doctor"
-STATE = "/var/lib/Quennet"
+STATE = "/var/lib/Quennet"  # as the package has it; where the doctor is, its word counts
 CACHES = "OmbrySecurity/CS-cpp/cache"
 CERTIFICATES = "CertificateStores/OmbrySecurity"
 # Of a whole enrolment with its caches; what is left below it would be used up in the middle of a command.
