@@ -149,7 +149,7 @@ void Calls::IssueToken(const Request& request, Response& response, bool forUsers
     const std::int64_t now = Platform::WallSeconds();
     const TokenClaims claims{NewId(), forUsers ? "user:" + *name : *name, serviceName,
                              now + options.tokenSeconds};
-    state.AddToken(claims.id, claims.subject, claims.expires);
+    state.AddToken(claims.id, claims.subject, now, claims.expires);
     response.set_header("Cache-Control", "no-store");
     response.set_header("Pragma", "no-cache");
     SendJson(response, 200, [&](JsonWriter& writer) {

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <utility>
 
 namespace Ombry::Sandbox {
 namespace {
@@ -44,7 +45,22 @@ End EndOf(int socket, AskForEnd ask) {
     return {};
 }
 
+void Find(int socket, AskForEnd ask, std::string& address, int& port) {
+    End end = EndOf(socket, ask);
+    if (end.port < 0) return;
+    address = std::move(end.address);
+    port = end.port;
+}
+
 }  // namespace
+
+void FindPeer(int socket, std::string& address, int& port) {
+    Find(socket, getpeername, address, port);
+}
+
+void FindOwnEnd(int socket, std::string& address, int& port) {
+    Find(socket, getsockname, address, port);
+}
 
 int FindConnection(const httplib::Request& request) {
     for (int socket = FirstSocket; socket < EndOfSockets; ++socket) {

@@ -3,8 +3,13 @@
 #include <httplib.h>
 
 #include <set>
+#include <string>
 
 namespace Ombry::Sandbox {
+
+/// Address and port of a connection's other end, or of its own; as they were if it has none any more.
+void FindPeer(int socket, std::string& address, int& port);
+void FindOwnEnd(int socket, std::string& address, int& port);
 
 /// The socket that a request came over; -1 if its connection is gone. Valid while the request is handled.
 int FindConnection(const httplib::Request& request);

@@ -107,7 +107,7 @@ Options ParseOptions(int argc, char** argv) {
     };
     filled("--address", options.address, "listening address")->type_name("ADDRESS");
     number("--port", options.port, 0, 65535, "listening port; 0 lets the system pick")->type_name("PORT");
-    number("--threads", options.threads, 1, 1000, "kept connections that are served at once; others wait")
+    number("--threads", options.threads, 1, 1000, "connections that are served at once; others wait")
         ->type_name("NUMBER");
     filled("--state", options.stateFolder, "key, certificate and database; two instances may share one")
         ->type_name("FOLDER");

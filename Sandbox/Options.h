@@ -25,7 +25,7 @@ struct Options {
     std::vector<std::string> faults;
     std::string cacheControl = "max-age=300, stale-while-revalidate=604500";
     long tokenSeconds = 3600;
-    long threads = 8;  ///< kept connections that are served at once; others wait for one of them to end
+    long threads = 8;  ///< connections that are served at once; others wait, and then none is kept
     bool plainHttp = false;
     bool tokenForDatacenters = false;
     std::string help;  ///< what is asked for instead of the service; empty unless it is

@@ -27,6 +27,8 @@ const char* DescribeStatus(int status) {
             return "The body is too large.";
         case 414:
             return "The address is too long.";
+        case 431:
+            return "The headers are too many or too large.";
         default:
             return "The request cannot be understood.";
     }
@@ -60,41 +62,44 @@ bool ReadBody(const httplib::Request& request, httplib::Response& response,
 }  // namespace
 
 Service::Service(const Options& options, const Identity& identity, State& state)
-    : options(options), identity(identity), state(state), calls(options, identity, state, faults) {
-    if (options.plainHttp) {
-        server = std::make_unique<httplib::Server>();
-    } else {
-        server = std::make_unique<httplib::SSLServer>(identity.Certificate(), identity.Key());
-    }
-    if (!server->is_valid()) throw std::runtime_error("Cannot set TLS up.");
+    : options(options),
+      identity(identity),
+      state(state),
+      server(options.plainHttp ? nullptr : &identity),
+      calls(options, identity, state, faults) {
     for (const std::string& fault : options.faults)
         faults.Add(fault);
-    server->set_tcp_nodelay(true);
-    server->set_payload_max_length(LargestBody);
+    server.set_tcp_nodelay(true);
+    server.set_payload_max_length(LargestBody);
     // The library asks for its threads when it begins to serve.
-    server->new_task_queue = [this, threads = static_cast<std::size_t>(options.threads)] {
+    server.new_task_queue = [this, threads = static_cast<std::size_t>(options.threads)] {
         std::lock_guard guard(mutex);
         serving = true;
         condition.notify_all();
-        return new httplib::ThreadPool(threads);  // the library deletes it
+        return server.MakeQueue(threads).release();  // the library deletes it
     };
     // Without the library's default, which lets a second service listen on a port that is taken.
-    server->set_socket_options([](socket_t socket) {
+    server.set_socket_options([](socket_t socket) {
         const int on = 1;
         setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     });
+    server.set_pre_routing_handler([](const Request& request, Response& response) {
+        if (!Server::HasTooLargeHead(request)) return httplib::Server::HandlerResponse::Unhandled;
+        response.status = 431;
+        return httplib::Server::HandlerResponse::Handled;
+    });
     // The library's own logger runs behind the answer, when the caller may have sent its next request
     // already: the lines would not stand in the order of the requests.
-    server->set_post_routing_handler(
+    server.set_post_routing_handler(
         [](const Request& request, const Response& response) { LogRequest(request, response); });
-    server->set_logger([this](const Request& request, const Response&) {
+    server.set_logger([this](const Request& request, const Response&) {
         std::lock_guard guard(mutex);
         answering.erase(request.remote_port);
     });
-    server->set_exception_handler([](const Request&, Response& response, std::exception_ptr) {
+    server.set_exception_handler([](const Request&, Response& response, std::exception_ptr) {
         SendError(response, 500, "server_error", "The request could not be carried out.");
     });
-    server->set_error_handler([](const Request&, Response& response) {
+    server.set_error_handler([](const Request&, Response& response) {
         if (response.body.empty())
             SendError(response, response.status, "invalid_request", DescribeStatus(response.status));
     });
@@ -104,8 +109,8 @@ Service::Service(const Options& options, const Identity& identity, State& state)
 int Service::Bind() {
     port = options.port;
     if (port == 0) {
-        port = server->bind_to_any_port(options.address);
-    } else if (!server->bind_to_port(options.address, port)) {
+        port = server.bind_to_any_port(options.address);
+    } else if (!server.bind_to_port(options.address, port)) {
         port = -1;
     }
     if (port < 0) {
@@ -116,19 +121,19 @@ int Service::Bind() {
     baseUrl = std::string(options.plainHttp ? "http://" : "https://") +
               (isIPv6 ? "[" + options.address + "]" : options.address) + ":" + std::to_string(port) +
               options.basePath;
-    state.AddInstance(
-        {baseUrl, options.plainHttp ? std::string() : identity.CertificateBase64(), options.ownDatacenter});
+    registration.emplace(state, InstanceRecord{baseUrl, options.plainHttp ? "" : identity.CertificateBase64(),
+                                               options.ownDatacenter});
     return port;
 }
 
 void Service::Serve() {
-    const bool stopped = server->listen_after_bind();
+    const bool stopped = server.listen_after_bind();
     {
         std::lock_guard guard(mutex);
         served = true;
         condition.notify_all();
     }
-    state.RemoveInstance(baseUrl);
+    registration->Withdraw();
     if (!stopped) throw std::runtime_error("Connections can no longer be accepted.");
 }
 
@@ -143,7 +148,7 @@ void Service::Stop() {
         std::unique_lock lock(mutex);
         condition.wait(lock, [this] { return serving; });
     }
-    server->stop();
+    server.stop();
     // What is being answered is waited for, but neither connections that idle nor requests that never end.
     // One that was accepted at the last moment, or has its answer now, is found in a later round.
     do {
@@ -167,9 +172,9 @@ void Service::AddRoutes() {
             Request request = head;
             if (ReadBody(head, response, reader, request.body)) answer(request, response);
         };
-        if (call.method == "GET") server->Get(base + call.path, answer);
-        if (call.method == "POST") server->Post(base + call.path, answerBody);
-        if (call.method == "DELETE") server->Delete(base + call.path, answer);
+        if (call.method == "GET") server.Get(base + call.path, answer);
+        if (call.method == "POST") server.Post(base + call.path, answerBody);
+        if (call.method == "DELETE") server.Delete(base + call.path, answer);
     }
 }
 

@@ -4,14 +4,16 @@
 #include "Sandbox/Faults.h"
 #include "Sandbox/Identity.h"
 #include "Sandbox/Options.h"
+#include "Sandbox/Registration.h"
+#include "Sandbox/Server.h"
 #include "Sandbox/State.h"
 
 #include <httplib.h>
 
 #include <chrono>
 #include <condition_variable>
-#include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -43,9 +45,10 @@ private:
     const Options& options;
     const Identity& identity;
     State& state;
-    std::unique_ptr<httplib::Server> server;
+    Server server;
     int port = 0;
     std::string baseUrl;
+    std::optional<Registration> registration;  // from the binding to the end of the serving
     Faults faults;
     Calls calls;
     std::mutex mutex;

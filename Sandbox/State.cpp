@@ -9,6 +9,7 @@
 
 #include <array>
 #include <initializer_list>
+#include <iterator>
 #include <stdexcept>
 
 namespace Ombry::Sandbox {
@@ -44,7 +45,10 @@ std::string JoinRoles(const std::vector<std::string>& roles) {
     });
 }
 
-constexpr const char* Schema =
+/// What makes the database of one version that of the next; the first makes one from nothing. Its version is
+/// the number of those that it has behind it. That of the first was not written down, so that it may be made
+/// again.
+constexpr const char* Steps[] = {
     "CREATE TABLE IF NOT EXISTS clients (id TEXT PRIMARY KEY, salt BLOB NOT NULL, hash BLOB NOT NULL,"
     " description TEXT, datacenter TEXT NOT NULL);"
     "CREATE TABLE IF NOT EXISTS services (id TEXT PRIMARY KEY, name TEXT NOT NULL, client TEXT NOT NULL,"
@@ -53,7 +57,15 @@ constexpr const char* Schema =
     "CREATE TABLE IF NOT EXISTS tokens (id TEXT PRIMARY KEY, subject TEXT NOT NULL, expires INTEGER NOT "
     "NULL);"
     "CREATE TABLE IF NOT EXISTS instances (url TEXT PRIMARY KEY, cert TEXT NOT NULL, datacenter TEXT NOT "
-    "NULL);";
+    "NULL);"
+    "PRAGMA user_version=1;",
+    "BEGIN;"
+    "ALTER TABLE tokens ADD COLUMN issued INTEGER NOT NULL DEFAULT 0;"
+    "CREATE INDEX tokens_by_end ON tokens (expires);"
+    "ALTER TABLE instances ADD COLUMN seen INTEGER NOT NULL DEFAULT 0;"
+    "PRAGMA user_version=2;"
+    "COMMIT;",
+};
 
 }  // namespace
 
@@ -99,6 +111,7 @@ public:
         return data ? std::string(static_cast<const char*>(data), static_cast<std::size_t>(size))
                     : std::string();
     }
+    std::int64_t Number(int column) const { return sqlite3_column_int64(statement, column); }
 
 private:
     [[noreturn]] void Fail() {
@@ -120,7 +133,7 @@ State::State(const std::string& stateFolder) {
     bool opened = sqlite3_open(path.c_str(), &database) == SQLITE_OK;
     if (opened) {
         sqlite3_busy_timeout(database, BusyMilliseconds);
-        opened = Execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;") && Execute(Schema);
+        opened = Execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;") && BringUpToDate();
     }
     if (opened) return;
     const std::string text = sqlite3_errmsg(database);
@@ -134,6 +147,19 @@ State::~State() {
 
 bool State::Execute(const char* sql) {
     return sqlite3_exec(database, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+bool State::BringUpToDate() {
+    std::string version;
+    {
+        Statement statement(database, "PRAGMA user_version", {});
+        statement.Step();
+        version = statement.Text(0);
+    }
+    for (std::size_t done = std::stoul(version); done < std::size(Steps); ++done) {
+        if (!Execute(Steps[done])) return false;
+    }
+    return true;
 }
 
 bool State::AddClient(const ClientRecord& client) {
@@ -216,9 +242,12 @@ std::vector<ServiceRecord> State::FindServices(const ServiceQuery& query) {
     return services;
 }
 
-void State::AddToken(const std::string& id, const std::string& subject, std::int64_t expires) {
+void State::AddToken(const std::string& id, const std::string& subject, std::int64_t issued,
+                     std::int64_t expires) {
     std::lock_guard guard(mutex);
-    Statement(database, "INSERT INTO tokens VALUES (?,?,?)", {id, subject, std::to_string(expires)}).Insert();
+    Statement(database, "INSERT INTO tokens (id, subject, issued, expires) VALUES (?,?,?,?)",
+              {id, subject, std::to_string(issued), std::to_string(expires)})
+        .Insert();
 }
 
 bool State::HasToken(const std::string& id) {
@@ -226,10 +255,10 @@ bool State::HasToken(const std::string& id) {
     return Statement(database, "SELECT 1 FROM tokens WHERE id=?", {id}).Step();
 }
 
-void State::AddInstance(const InstanceRecord& instance) {
+void State::AddInstance(const InstanceRecord& instance, std::int64_t seen) {
     std::lock_guard guard(mutex);
-    Statement(database, "INSERT OR REPLACE INTO instances VALUES (?,?,?)",
-              {instance.baseUrl, instance.certificate, instance.datacenterId})
+    Statement(database, "INSERT OR REPLACE INTO instances (url, cert, datacenter, seen) VALUES (?,?,?,?)",
+              {instance.baseUrl, instance.certificate, instance.datacenterId, std::to_string(seen)})
         .Step();
 }
 
@@ -240,11 +269,18 @@ void State::RemoveInstance(const std::string& baseUrl) {
 
 std::vector<InstanceRecord> State::Instances() {
     std::lock_guard guard(mutex);
-    Statement statement(database, "SELECT url, cert, datacenter FROM instances ORDER BY url", {});
+    Statement statement(database, "SELECT url, cert, datacenter, seen FROM instances ORDER BY url", {});
     std::vector<InstanceRecord> instances;
     while (statement.Step())
-        instances.push_back({statement.Text(0), statement.Text(1), statement.Text(2)});
+        instances.push_back({statement.Text(0), statement.Text(1), statement.Text(2), statement.Number(3)});
     return instances;
+}
+
+void State::RemoveExpired(std::int64_t now, std::int64_t seenSince) {
+    std::lock_guard guard(mutex);
+    Statement(database, "DELETE FROM tokens WHERE expires<=CAST(? AS INTEGER)", {std::to_string(now)}).Step();
+    Statement(database, "DELETE FROM instances WHERE seen<CAST(? AS INTEGER)", {std::to_string(seenSince)})
+        .Step();
 }
 
 }  // namespace Ombry::Sandbox

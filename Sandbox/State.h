@@ -34,6 +34,7 @@ struct InstanceRecord {
     std::string baseUrl;
     std::string certificate;
     std::string datacenterId;
+    std::int64_t seen = 0;  ///< when it last said that it is there, in seconds since 1970
 };
 
 /// How services are looked up: all given parts must match.
@@ -65,17 +66,24 @@ public:
     bool RemoveService(const std::string& id);
     std::vector<ServiceRecord> FindServices(const ServiceQuery& query);
 
-    void AddToken(const std::string& id, const std::string& subject, std::int64_t expires);
+    /// Times are in seconds since 1970.
+    void AddToken(const std::string& id, const std::string& subject, std::int64_t issued,
+                  std::int64_t expires);
     bool HasToken(const std::string& id);
 
-    void AddInstance(const InstanceRecord& instance);
+    /// An instance that is there already is seen again; the record's own time does not matter.
+    void AddInstance(const InstanceRecord& instance, std::int64_t seen);
     void RemoveInstance(const std::string& baseUrl);
     std::vector<InstanceRecord> Instances();
+
+    /// Removes tokens that have expired by `now`, and instances that were last seen before `seenSince`.
+    void RemoveExpired(std::int64_t now, std::int64_t seenSince);
 
 private:
     class Statement;
 
     bool Execute(const char* sql);
+    bool BringUpToDate();
 
     std::mutex mutex;
     sqlite3* database = nullptr;  // guarded by mutex

@@ -71,7 +71,7 @@ class SandboxCallsTest : public testing::Test {
 protected:
     void Start(const Words& words = {}) {
         TakeOptions(words);
-        state.AddInstance({baseUrl, {}, options.ownDatacenter});
+        state.AddInstance({baseUrl, {}, options.ownDatacenter}, 0);
         calls.emplace(options, identity, state, faults);
     }
 

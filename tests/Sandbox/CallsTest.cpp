@@ -92,7 +92,7 @@ TEST_F(SandboxCallsTest, TokenThatIsSignedButWasNotIssuedIsRefused) {
     const std::string token = Sandbox::SignToken(
         {"never-issued", "user:admin", "v1-ddbmanagement", 1'600'000'060}, 1'600'000'000, identity);
     EXPECT_EQ(Get(Datacenters, Bearer(token)).status, 401);
-    state.AddToken("never-issued", "user:admin", 1'600'000'060);
+    state.AddToken("never-issued", "user:admin", 0, 1'600'000'060);
     EXPECT_EQ(Get(Datacenters, Bearer(token)).status, 200);
 }
 
@@ -101,7 +101,7 @@ TEST_F(SandboxCallsTest, TokenOfAClientThatIsNoneIsRefused) {
     Start({"--datacenters-need-token"});
     const std::string token =
         Sandbox::SignToken({"t", "gone", "v1-ddbmanagement", 1'600'000'060}, 1'600'000'000, identity);
-    state.AddToken("t", "gone", 1'600'000'060);
+    state.AddToken("t", "gone", 0, 1'600'000'060);
     EXPECT_EQ(Get(Datacenters, Bearer(token)).status, 401);
 }
 
@@ -228,8 +228,8 @@ TEST_F(SandboxCallsTest, OwnServicesAreFoundByTheirNameAlone) {
 
 TEST_F(SandboxCallsTest, OwnServicesHaveTheHostAndTheDatacenterOfTheirInstance) {
     Start();
-    state.AddInstance({"https://far.test:8443/b", "CERT", "e"});
-    state.AddInstance({"https://[::2]:8443", "CERT", "e"});
+    state.AddInstance({"https://far.test:8443/b", "CERT", "e"}, 0);
+    state.AddInstance({"https://[::2]:8443", "CERT", "e"}, 0);
     const std::string body = Get("/services/services/nonsecure/name/ssds").body;
     EXPECT_THAT(body, HasSubstr(R"("remote":[{"serviceHostname":"::2",)"));
     EXPECT_THAT(body, HasSubstr(R"({"serviceHostname":"far.test","serviceNamespace":"Ombry",)"

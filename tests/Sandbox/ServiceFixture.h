@@ -7,6 +7,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <future>
@@ -15,6 +16,9 @@
 #include <thread>
 
 namespace Ombry::Tests::SandboxService {
+
+/// Between two looks at a connection or of a stop.
+constexpr auto HangUpInterval = std::chrono::milliseconds(100);
 
 /// The service in this process, asked over loopback.
 class SandboxServiceTest : public SandboxCallsTest {
@@ -52,6 +56,17 @@ protected:
         request.path = askedBasePath + question.path;
         const httplib::Result result = client.send(request);
         return result ? Answer{result->status, result->body, result->headers} : Answer{};
+    }
+
+    /// How often a thread of the service has waited for this long; the heart-beat of the service waits as
+    /// well.
+    std::size_t CountOfWaits(Duration length) {
+        const std::vector<Duration> waits = clock.Waits();
+        return static_cast<std::size_t>(std::count(waits.begin(), waits.end(), length));
+    }
+    void AwaitWaits(Duration length, std::size_t count) {
+        for (std::size_t all = count; CountOfWaits(length) < count; ++all)
+            clock.AwaitWaits(all);
     }
 
     /// A connection that this test writes to itself.

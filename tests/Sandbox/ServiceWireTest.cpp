@@ -37,13 +37,56 @@ TEST_F(SandboxServiceTest, HugeHeadsAreRefused) {
     };
     EXPECT_EQ(ask("GET /b" + std::string(9000, 'a') + " HTTP/1.1\r\n\r\n", "The address is too long."),
               "HTTP/1.1 414");
-    EXPECT_EQ(ask("GET /b HTTP/1.1\r\nX: " + std::string(9000, 'a') + "\r\n\r\n",
-                  "The request cannot be understood."),
-              "HTTP/1.1 400");
+    const std::string tooLarge = "The headers are too many or too large.";
+    EXPECT_EQ(ask("GET /b HTTP/1.1\r\nX: " + std::string(9000, 'a') + "\r\n\r\n", tooLarge), "HTTP/1.1 431");
+    // Neither of these waits for the end of the head, which never comes.
+    EXPECT_EQ(ask("GET /b HTTP/1.1\r\nX: " + std::string(9000, 'a'), tooLarge), "HTTP/1.1 431");
+    EXPECT_EQ(ask("GET /b" + std::string(70000, 'a'), "The address is too long."), "HTTP/1.1 414");
     EXPECT_EQ(Get(Datacenters, Bearer(std::string(8000, 'a'))).status, 200);
     EXPECT_EQ(
         Get("/services/service/secure/id/" + std::string(8000, 'a'), Bearer(UserToken("v1-service"))).status,
         200);
+}
+
+TEST_F(SandboxServiceTest, HeadHasAHundredHeadersAnd64KiBAndNoMore) {
+    Start();
+    const auto statusOf = [&](int count, std::size_t each) {
+        std::string head = "GET /b" + Datacenters + " HTTP/1.1\r\nConnection: close\r\n";
+        for (int i = 1; i < count; ++i)
+            head += "X: " + std::string(each, 'a') + "\r\n";
+        const std::string answer = Raw(head + "\r\n");
+        return answer.substr(0, answer.find("\r\n"));
+    };
+    EXPECT_EQ(statusOf(100, 10), "HTTP/1.1 200 OK");
+    EXPECT_EQ(statusOf(101, 10), "HTTP/1.1 431 Request Header Fields Too Large");
+    EXPECT_EQ(statusOf(16, 4096), "HTTP/1.1 200 OK");
+    EXPECT_EQ(statusOf(17, 4096), "HTTP/1.1 431 Request Header Fields Too Large");
+}
+
+TEST_F(SandboxServiceTest, WhatFollowsAHeadThatIsTooLargeIsNoRequest) {
+    Start();
+    // Much follows, and the answer arrives all the same.
+    const std::string answer =
+        Raw("GET /b HTTP/1.1\r\nX: " + std::string(500000, 'a') + "\r\n\r\n" + RequestFor(Datacenters));
+    EXPECT_EQ(answer.find("HTTP/1.1 431 "), 0u);
+    EXPECT_TRUE(answer.ends_with(ErrorDocument("invalid_request", "The headers are too many or too large.")));
+    // Nor is the head of what is no request one.
+    EXPECT_EQ(Raw("nonsense\r\n" + RequestFor(Datacenters)).find("HTTP/1.1 400 "), 0u);
+    EXPECT_EQ(Raw("nonsense\r\n" + RequestFor(Datacenters)).find("HTTP/1.1 200 "), std::string::npos);
+}
+
+TEST_F(SandboxServiceTest, HeadInPiecesIsReadLikeAWholeOne) {
+    Start();
+    const std::string request = RequestFor(Datacenters);
+    LoopbackPeer peer = Connect();
+    for (const char byte : request)
+        peer.Send(std::string(1, byte));
+    EXPECT_THAT(peer.Receive(1 << 20), HasSubstr("HTTP/1.1 200 "));
+    // Two requests in one piece, the second with what makes the service close.
+    const std::string two = "GET /b" + Datacenters + " HTTP/1.1\r\n\r\n" + request;
+    const std::string answers = Raw(two);
+    EXPECT_EQ(answers.find("HTTP/1.1 200 "), 0u);
+    EXPECT_NE(answers.find("HTTP/1.1 200 ", 1), std::string::npos);
 }
 
 TEST_F(SandboxServiceTest, BodyIsTakenUpToItsLimitAndNoFurther) {
@@ -126,8 +169,7 @@ TEST_F(SandboxServiceTest, StatusFaultHasTheDocumentUnlessTheStatusForbidsABody)
 TEST_F(SandboxServiceTest, DelayFaultAnswersWhenItsTimeIsUp) {
     Start({"--fault", "/v1/ddb:1:delay=30000"});
     auto answer = std::async(std::launch::async, [&] { return Get(Datacenters).status; });
-    clock.AwaitWaiters(1);
-    EXPECT_EQ(clock.Waits().front(), Duration(std::chrono::seconds(30)));
+    AwaitWaits(std::chrono::seconds(30), 1);
     clock.Advance(std::chrono::seconds(30));
     EXPECT_EQ(answer.get(), 200);
 }
@@ -164,9 +206,9 @@ TEST_F(SandboxServiceTest, SilencesGiveTheirThreadsBackWhenTheClientsHangUp) {
             silent.push_back(Connect());
             silent.back().Send(RequestFor(Datacenters));
         }
-        clock.AwaitWaiters(silent.size());
-        clock.Advance(std::chrono::hours(2));  // however long they wait
-        clock.AwaitWaiters(silent.size());
+        clock.AwaitWaiters(silent.size() + 1);  // and the heart-beat
+        clock.Advance(std::chrono::hours(2));   // however long they wait
+        clock.AwaitWaiters(silent.size() + 1);
     }
     auto answer = std::async(std::launch::async, [&] { return Get("/nosuch").status; });
     while (answer.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready)
@@ -187,7 +229,7 @@ TEST_F(SandboxServiceTest, StopWaitsForNeitherIdleNorSilentNorUnfinishedConnecti
     half.Send("POST /b" + UserTokens + " HTTP/1.1\r\nContent-Length: 5\r\n\r\n1");
     LoopbackPeer silent = Connect();
     silent.Send(RequestFor(Datacenters));
-    clock.AwaitWaiters(1);
+    AwaitWaits(HangUpInterval, 1);
     // The library alone would wait for the next byte of each, five seconds at a time.
     Stop([&] { unfinished.Send("X: y\r\n"); });
 }
@@ -196,7 +238,7 @@ TEST_F(SandboxServiceTest, DelayEndsWithItsAnswerWhenTheServiceStops) {
     Start({"--fault", "/v1/ddb:1:delay=600000"});
     LoopbackPeer peer = Connect();
     peer.Send(RequestFor(Datacenters));
-    clock.AwaitWaiters(1);
+    AwaitWaits(std::chrono::minutes(10), 1);
     Stop();
     EXPECT_THAT(peer.Receive(1 << 20), HasSubstr(R"([{"id":"d","name":"Here"},)"));
 }
@@ -224,7 +266,7 @@ TEST_F(SandboxServiceTest, AnswerUnderWayIsFinishedHoweverOftenTheOthersWereEnde
     bool isOpen = false;
     Stop([&] {
         // Each round of the stop ends with a wait.
-        if (isOpen || clock.Waits().size() < 3) return;
+        if (isOpen || CountOfWaits(HangUpInterval) < 3) return;
         isOpen = true;
         gated.opened.count_down();
     });

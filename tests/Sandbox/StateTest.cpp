@@ -142,10 +142,10 @@ TEST_F(SandboxStateTest, NothingIsStoredWithoutASalt) {
 TEST_F(SandboxStateTest, TokensOfARemovedClientAreGoneAndNoOthers) {
     state.AddClient({"c", "s", "", "d"});
     state.AddClient({"other", "s", "", "d"});
-    state.AddToken("1", "c", 100);
-    state.AddToken("2", "c", 100);
-    state.AddToken("3", "other", 100);
-    state.AddToken("4", "user:c", 100);
+    state.AddToken("1", "c", 0, 100);
+    state.AddToken("2", "c", 0, 100);
+    state.AddToken("3", "other", 0, 100);
+    state.AddToken("4", "user:c", 0, 100);
     EXPECT_TRUE(state.HasToken("1"));
     EXPECT_FALSE(state.HasToken("5"));
     EXPECT_FALSE(state.HasToken(""));
@@ -159,15 +159,15 @@ TEST_F(SandboxStateTest, TokensOfARemovedClientAreGoneAndNoOthers) {
 }
 
 TEST_F(SandboxStateTest, RemovingWhatIsNoClientTakesNoTokens) {
-    state.AddToken("1", "user:admin", 100);
+    state.AddToken("1", "user:admin", 0, 100);
     EXPECT_FALSE(state.RemoveClient("user:admin"));
     EXPECT_TRUE(state.HasToken("1"));
 }
 
 TEST_F(SandboxStateTest, TokenIsStoredWithItsSubjectAndItsEndAsANumber) {
-    state.AddToken("1", "c", 1'600'000'000);
-    EXPECT_EQ(Hand(folder).Ask("SELECT id, subject, expires, typeof(expires) FROM tokens"),
-              "1;c;1600000000;integer;");
+    state.AddToken("1", "c", 1'599'999'000, 1'600'000'000);
+    EXPECT_EQ(Hand(folder).Ask("SELECT id, subject, issued, expires, typeof(expires) FROM tokens"),
+              "1;c;1599999000;1600000000;integer;");
 }
 
 TEST_F(SandboxStateTest, ServiceComesBackAsItWasEnrolled) {
@@ -249,9 +249,9 @@ TEST_F(SandboxStateTest, ValuesAreNeverReadAsStatements) {
 }
 
 TEST_F(SandboxStateTest, InstancesAreListedInOrderUntilTheyStop) {
-    state.AddInstance({"https://b", "cert", "1"});
-    state.AddInstance({"https://a", "", "2"});
-    state.AddInstance({"https://b", "new", "3"});  // as after a kill, on the same port
+    state.AddInstance({"https://b", "cert", "1"}, 0);
+    state.AddInstance({"https://a", "", "2"}, 0);
+    state.AddInstance({"https://b", "new", "3"}, 0);  // as after a kill, on the same port
     const auto instances = state.Instances();
     ASSERT_EQ(instances.size(), 2u);
     EXPECT_EQ(instances[0].baseUrl, "https://a");
@@ -269,7 +269,7 @@ TEST_F(SandboxStateTest, InstancesAreListedInOrderUntilTheyStop) {
 TEST_F(SandboxStateTest, SecondStateOnTheFolderSeesAllAndSoDoesALaterOne) {
     State beside(folder.Path());
     state.AddClient({"c", "s", "", "d"});
-    state.AddToken("1", "c", 100);
+    state.AddToken("1", "c", 0, 100);
     beside.AddService({"i", "n", "c", "u", "", "h", "s", "d", {}});
     EXPECT_TRUE(beside.IsClientSecret("c", "s"));
     EXPECT_TRUE(beside.HasToken("1"));
@@ -282,6 +282,27 @@ TEST_F(SandboxStateTest, SecondStateOnTheFolderSeesAllAndSoDoesALaterOne) {
     EXPECT_FALSE(later.HasClient("c"));
 }
 
+TEST(SandboxStateFolderTest, DatabaseOfTheFirstVersionIsBroughtUpToDateWithWhatIsInIt) {
+    const TemporaryDirectory folder;
+    Hand(folder).Execute(
+        "CREATE TABLE clients (id TEXT PRIMARY KEY, salt BLOB NOT NULL, hash BLOB NOT NULL, description TEXT,"
+        " datacenter TEXT NOT NULL);"
+        "CREATE TABLE tokens (id TEXT PRIMARY KEY, subject TEXT NOT NULL, expires INTEGER NOT NULL);"
+        "CREATE TABLE instances (url TEXT PRIMARY KEY, cert TEXT NOT NULL, datacenter TEXT NOT NULL);"
+        "INSERT INTO clients VALUES ('c', 'salt', 'hash', '', 'd');"
+        "INSERT INTO tokens VALUES ('1', 'c', 100);"
+        "INSERT INTO instances VALUES ('https://a', '', 'd')");
+    for (int start = 0; start < 2; ++start) {
+        State state(folder.Path());
+        EXPECT_TRUE(state.HasClient("c"));
+        EXPECT_TRUE(state.HasToken("1"));
+        ASSERT_EQ(state.Instances().size(), 1u);
+        EXPECT_EQ(state.Instances()[0].seen, 0);
+        state.AddToken("2", "c", 50, 100);
+        EXPECT_TRUE(state.HasToken("2"));
+    }
+}
+
 TEST(SandboxStateFolderTest, StatesThatOpenAtOnceAllWriteAndOneIdIsTakenOnce) {
     for (int round = 0; round < 3; ++round) {
         const TemporaryDirectory folder;
@@ -292,7 +313,7 @@ TEST(SandboxStateFolderTest, StatesThatOpenAtOnceAllWriteAndOneIdIsTakenOnce) {
                 State state(folder.Path());
                 (state.AddClient({"same", "s", "", "d"}) ? added : taken) += 1;
                 for (int n = 0; n < 5; ++n)
-                    state.AddToken(std::to_string(i) + "-" + std::to_string(n), "c", 100);
+                    state.AddToken(std::to_string(i) + "-" + std::to_string(n), "c", 0, 100);
             });
         }
         for (std::thread& instance : instances)
@@ -306,8 +327,8 @@ TEST(SandboxStateFolderTest, StatesThatOpenAtOnceAllWriteAndOneIdIsTakenOnce) {
 TEST_F(SandboxStateTest, DatabaseThatAnotherHandHoldsIsWaitedFor) {
     Hand hand(folder);
     hand.Execute("BEGIN IMMEDIATE");
-    std::thread writer([&] { state.AddToken("1", "c", 100); });
-    hand.Execute("INSERT INTO tokens VALUES ('2', 'c', 1)");
+    std::thread writer([&] { state.AddToken("1", "c", 0, 100); });
+    hand.Execute("INSERT INTO tokens VALUES ('2', 'c', 1, 0)");
     hand.Execute("COMMIT");
     writer.join();
     EXPECT_TRUE(state.HasToken("1"));
@@ -325,7 +346,7 @@ TEST_F(SandboxStateTest, FailuresOfTheDatabaseAreNamed) {
         }
     };
     EXPECT_EQ(failureOf([&] { state.HasToken("1"); }), "Database: no such table: tokens");
-    EXPECT_EQ(failureOf([&] { state.AddToken("1", "c", 1); }), "Database: no such table: tokens");
+    EXPECT_EQ(failureOf([&] { state.AddToken("1", "c", 0, 1); }), "Database: no such table: tokens");
     EXPECT_EQ(failureOf([&] { state.AddClient({"c", "s", "", "d"}); }), "Database: no such table: clients");
     // It holds no lock for that.
     EXPECT_TRUE(state.AddService({"i", "n", "c", "u", "", "h", "s", "d", {}}));
