@@ -5,8 +5,6 @@
 #include "Sandbox/HttpHelpers.h"
 #include "Sandbox/Tokens.h"
 
-#include <openssl/crypto.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <stdexcept>
@@ -25,10 +23,6 @@ std::string NewId() {
                   guid.data2, guid.data3, guid.data4[0], guid.data4[1], guid.data4[2], guid.data4[3],
                   guid.data4[4], guid.data4[5], guid.data4[6], guid.data4[7]);
     return text;
-}
-
-bool IsEqualSecret(const std::string& left, const std::string& right) {
-    return left.size() == right.size() && CRYPTO_memcmp(left.data(), right.data(), left.size()) == 0;
 }
 
 /// Where the authorisation of a request by name and secret failed.
@@ -104,8 +98,7 @@ std::optional<std::string> Calls::CheckBasic(const Request& request, bool forUse
     const auto basic = ParseBasic(request);
     if (!basic) return std::nullopt;
     const auto& [name, secret] = *basic;
-    const bool good = forUsers ? name == options.user && IsEqualSecret(secret, options.password)
-                               : state.IsClientSecret(name, secret);
+    const bool good = forUsers ? IsUser(options, name, secret) : state.IsClientSecret(name, secret);
     return good ? std::optional(name) : std::nullopt;
 }
 

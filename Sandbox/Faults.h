@@ -14,6 +14,16 @@ struct Fault {
     int argument = 0;  ///< status code, or milliseconds
 };
 
+/// "status=503", as faults are asked for.
+std::string TextOf(const Fault& fault);
+
+/// A fault for the next `count` requests below a path.
+struct FaultRule {
+    std::string path;
+    long count;
+    Fault fault;
+};
+
 /// Faults on demand: each stands for a number of requests below a path. Any thread may call it.
 class Faults {
 public:
@@ -23,15 +33,16 @@ public:
     /// The fault of a request for `path`, counted down; the oldest that fits comes first.
     std::optional<Fault> Take(const std::string& path);
 
-private:
-    struct Rule {
-        std::string path;
-        long count;
-        Fault fault;
-    };
+    /// What is still to come, the oldest first.
+    std::vector<FaultRule> Waiting() const;
 
-    std::mutex mutex;
-    std::vector<Rule> rules;  // guarded by mutex
+    /// Takes back what is still to come of one kind: its word before the equals sign. `std::invalid_argument`
+    /// with a message for the user.
+    void Remove(const std::string& kind);
+
+private:
+    mutable std::mutex mutex;
+    std::vector<FaultRule> rules;  // guarded by mutex
 };
 
 }  // namespace Ombry::Sandbox

@@ -3,6 +3,9 @@
 #include "Platform/ICertificates.h"
 #include "Platform/IClock.h"
 
+#include <openssl/crypto.h>
+#include <openssl/sha.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -68,22 +71,6 @@ bool Fits(const rapidjson::Value& value, Shape shape) {
     return false;
 }
 
-/// Bytes that could end the line or command a terminal are written as their numbers.
-std::string Printable(const std::string& text) {
-    std::string line;
-    for (const char c : text) {
-        if (c >= ' ' && c <= '~') {
-            line += c;
-        } else {
-            char number[5];
-            std::snprintf(number, sizeof number, "\\x%02X",
-                          static_cast<unsigned>(static_cast<unsigned char>(c)));
-            line += number;
-        }
-    }
-    return line;
-}
-
 }  // namespace
 
 void SendJson(httplib::Response& response, int status, const std::function<void(JsonWriter&)>& write) {
@@ -120,6 +107,19 @@ std::optional<std::pair<std::string, std::string>> ParseBasic(const httplib::Req
 
 std::string ParseBearer(const httplib::Request& request) {
     return CredentialsOf(request, "Bearer").value_or(std::string());
+}
+
+bool IsEqualSecret(std::string_view left, std::string_view right) {
+    unsigned char digests[2][SHA256_DIGEST_LENGTH];
+    SHA256(reinterpret_cast<const unsigned char*>(left.data()), left.size(), digests[0]);
+    SHA256(reinterpret_cast<const unsigned char*>(right.data()), right.size(), digests[1]);
+    return CRYPTO_memcmp(digests[0], digests[1], SHA256_DIGEST_LENGTH) == 0;
+}
+
+bool IsUser(const Options& options, const std::string& name, const std::string& password) {
+    const bool nameFits = IsEqualSecret(name, options.user);
+    const bool passwordFits = IsEqualSecret(password, options.password);
+    return nameFits && passwordFits;
 }
 
 bool HasMediaType(const httplib::Request& request, std::string_view type) {
@@ -218,6 +218,21 @@ void WriteService(JsonWriter& writer, const ServiceRecord& service, const std::s
     }
     writer.EndArray();
     writer.EndObject();
+}
+
+std::string Printable(std::string_view text) {
+    std::string line;
+    for (const char c : text) {
+        if (c >= ' ' && c <= '~') {
+            line += c;
+        } else {
+            char number[5];
+            std::snprintf(number, sizeof number, "\\x%02X",
+                          static_cast<unsigned>(static_cast<unsigned char>(c)));
+            line += number;
+        }
+    }
+    return line;
 }
 
 void LogRequest(const httplib::Request& request, const httplib::Response& response) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Sandbox/Json.h"
+#include "Sandbox/Options.h"
 #include "Sandbox/State.h"
 
 #include <httplib.h>
@@ -31,6 +32,12 @@ std::optional<std::pair<std::string, std::string>> ParseBasic(const httplib::Req
 /// The token of a Bearer header (RFC 6750); empty if there is none.
 std::string ParseBearer(const httplib::Request& request);
 
+/// Takes as long whatever they hold, and whether they are equal or not.
+bool IsEqualSecret(std::string_view left, std::string_view right);
+
+/// Whether these are the name and the password of the one user.
+bool IsUser(const Options& options, const std::string& name, const std::string& password);
+
 /// Whether the body is said to be of a media type, whatever its parameters (RFC 9110, section 8.3.1).
 bool HasMediaType(const httplib::Request& request, std::string_view type);
 
@@ -58,6 +65,9 @@ std::vector<std::string> TextsMember(const rapidjson::Value& object, const char*
 std::optional<ServiceQuery> ParseServiceQuery(const std::string& path);
 
 void WriteService(JsonWriter& writer, const ServiceRecord& service, const std::string& signingCertificate);
+
+/// The text with bytes that could end a line or command a terminal written as their numbers.
+std::string Printable(std::string_view text);
 
 /// One line on the standard error stream, whatever the path holds, without headers, queries or bodies, which
 /// may hold secrets.

@@ -3,6 +3,7 @@
 #include "Sandbox/Identity.h"
 #include "Sandbox/Json.h"
 #include "Sandbox/Options.h"
+#include "Sandbox/Password.h"
 #include "Sandbox/Service.h"
 #include "Sandbox/State.h"
 
@@ -41,7 +42,7 @@ void PrintReadyLine(const Service& service, int port, const Identity& identity) 
 }
 
 int Run(int argc, char** argv) {
-    const Options options = ParseOptions(argc, argv);
+    Options options = ParseOptions(argc, argv);
     if (!options.help.empty()) {
         std::fputs(options.help.c_str(), stdout);
         return 0;
@@ -53,6 +54,7 @@ int Run(int argc, char** argv) {
         !made) {
         throw std::runtime_error("Cannot make the folder '" + options.stateFolder + "'.");
     }
+    if (!options.passwordFile.empty()) options.password = ReadOrMakePassword(options.passwordFile);
     const Identity identity(options.stateFolder);
     State state(options.stateFolder);
     Service service(options, identity, state);

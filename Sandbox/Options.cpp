@@ -114,6 +114,18 @@ Options ParseOptions(int argc, char** argv) {
     app.add_option("--base-path", options.basePath, "base path of all calls")->type_name("PATH");
     app.add_option("--user", options.user, "the one user")->type_name("NAME");
     app.add_option("--password", options.password, "and its password")->type_name("PASSWORD");
+    filled("--password-file", options.passwordFile,
+           "the password is its first line, and not that of --password; made with a\n"
+           "random one, for its owner alone, where there is no such file")
+        ->type_name("FILE")
+        ->default_str("");
+    app.add_option("--page-host", options.pageHosts,
+                   "a name by which the page at / is reached, besides addresses and\n"
+                   "localhost; may be repeated")
+        ->type_name("NAME")
+        ->default_str("")
+        ->take_all()
+        ->allow_extra_args(false);
     app.add_option("--install-token", options.installToken,
                    "a fixed token that may enrol clients and services; none unless given")
         ->type_name("TOKEN");

@@ -18,6 +18,7 @@ struct Options {
     std::string basePath = "/securityframeworkservice";
     std::string user = "admin";
     std::string password = "secret";
+    std::string passwordFile;  ///< whose first line takes the place of the password; empty for none
     std::string installToken;
     std::vector<DatacenterOption> datacenters;
     std::string ownDatacenter;  ///< of this instance; the first of the list if empty
@@ -26,6 +27,8 @@ struct Options {
     std::string cacheControl = "max-age=300, stale-while-revalidate=604500";
     long tokenSeconds = 3600;
     long threads = 8;  ///< connections that are served at once; others wait, and then none is kept
+    std::vector<std::string>
+        pageHosts;  ///< names by which the page is reached, besides addresses and localhost
     bool plainHttp = false;
     bool tokenForDatacenters = false;
     std::string help;  ///< what is asked for instead of the service; empty unless it is

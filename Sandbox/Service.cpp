@@ -1,11 +1,16 @@
 #include "Sandbox/Service.h"
 
 #include "Platform/IClock.h"
+#include "Sandbox/BrowserGuard.h"
 #include "Sandbox/Connections.h"
+#include "Sandbox/EventStream.h"
 #include "Sandbox/HttpHelpers.h"
 
 #include <chrono>
+#include <memory>
+#include <set>
 #include <stdexcept>
+#include <utility>
 
 namespace Ombry::Sandbox {
 namespace {
@@ -66,13 +71,14 @@ Service::Service(const Options& options, const Identity& identity, State& state)
       identity(identity),
       state(state),
       server(options.plainHttp ? nullptr : &identity),
-      calls(options, identity, state, faults) {
+      calls(options, identity, state, faults),
+      page(options, state, faults, journal) {
     for (const std::string& fault : options.faults)
         faults.Add(fault);
     server.set_tcp_nodelay(true);
     server.set_payload_max_length(LargestBody);
     // The library asks for its threads when it begins to serve.
-    server.new_task_queue = [this, threads = static_cast<std::size_t>(options.threads)] {
+    server.new_task_queue = [this, threads = static_cast<std::size_t>(options.threads) + MostStreams] {
         std::lock_guard guard(mutex);
         serving = true;
         condition.notify_all();
@@ -83,7 +89,11 @@ Service::Service(const Options& options, const Identity& identity, State& state)
         const int on = 1;
         setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     });
-    server.set_pre_routing_handler([](const Request& request, Response& response) {
+    server.set_pre_routing_handler([this](const Request& request, Response& response) {
+        {
+            std::lock_guard guard(mutex);
+            underWay[request.remote_port] = UnderWay{Platform::Clock().SteadyNow()};
+        }
         if (!Server::HasTooLargeHead(request)) return httplib::Server::HandlerResponse::Unhandled;
         response.status = 431;
         return httplib::Server::HandlerResponse::Handled;
@@ -92,10 +102,7 @@ Service::Service(const Options& options, const Identity& identity, State& state)
     // already: the lines would not stand in the order of the requests.
     server.set_post_routing_handler(
         [](const Request& request, const Response& response) { LogRequest(request, response); });
-    server.set_logger([this](const Request& request, const Response&) {
-        std::lock_guard guard(mutex);
-        answering.erase(request.remote_port);
-    });
+    server.set_logger([this](const Request& request, const Response& response) { Note(request, response); });
     server.set_exception_handler([](const Request&, Response& response, std::exception_ptr) {
         SendError(response, 500, "server_error", "The request could not be carried out.");
     });
@@ -104,6 +111,7 @@ Service::Service(const Options& options, const Identity& identity, State& state)
             SendError(response, response.status, "invalid_request", DescribeStatus(response.status));
     });
     AddRoutes();
+    AddPage();
 }
 
 int Service::Bind() {
@@ -143,6 +151,7 @@ void Service::Stop() {
         stopping = true;
         condition.notify_all();
     }
+    journal.Close();
     {
         // The library forgets a stop that comes before it serves.
         std::unique_lock lock(mutex);
@@ -155,7 +164,9 @@ void Service::Stop() {
         std::set<int> peerPorts;
         {
             std::lock_guard guard(mutex);
-            peerPorts = answering;
+            for (const auto& [peerPort, request] : underWay) {
+                if (request.isRead) peerPorts.insert(peerPort);
+            }
         }
         EndReading(port, peerPorts);
     } while (!Await(HangUpInterval, served));
@@ -165,7 +176,8 @@ void Service::AddRoutes() {
     const std::string base = EscapeForRegex(options.basePath);
     for (const Calls::Call& call : Calls::All()) {
         const auto answer = [this, carryOut = call.carryOut](const Request& request, Response& response) {
-            if (!InjectFault(request, response)) (calls.*carryOut)(request, response);
+            if (!Refuse(request, response) && !InjectFault(request, response))
+                (calls.*carryOut)(request, response);
         };
         const auto answerBody = [answer](const Request& head, Response& response,
                                          const httplib::ContentReader& reader) {
@@ -178,23 +190,97 @@ void Service::AddRoutes() {
     }
 }
 
+void Service::AddPage() {
+    server.Get("/", [this](const Request& request, Response& response) {
+        if (!Refuse(request, response) && page.Admit(request, response)) page.Show(response);
+    });
+    server.Get("/page/events", [this](const Request& request, Response& response) {
+        if (!Refuse(request, response) && page.Admit(request, response)) StreamEvents(request, response);
+    });
+    server.Post("/page/faults",
+                [this](const Request& head, Response& response, const httplib::ContentReader& reader) {
+                    Request request = head;
+                    if (!ReadBody(head, response, reader, request.body)) return;
+                    if (!Refuse(request, response) && page.Admit(request, response))
+                        page.SwitchFault(request, response);
+                });
+}
+
+/// What no page of another origin may do, whatever it knows: a browser that was given the user's name and
+/// password sends them along with its requests. Behind the reading of the body, as below.
+bool Service::Refuse(const Request& request, Response& response) const {
+    if (!BrowserGuard::IsFromAnotherOrigin(request, options.plainHttp)) return false;
+    SendError(response, 403, "access_denied", "Pages of other origins have no access.");
+    return true;
+}
+
+void Service::StreamEvents(const Request&, Response& response) {
+    if (streams.fetch_add(1) >= MostStreams) {
+        --streams;
+        response.set_header("Retry-After", "5");
+        return SendError(response, 503, "temporarily_unavailable", "Too many pages are open.");
+    }
+    const auto stream = std::make_shared<EventStream>(page, journal, baseUrl);
+    const auto provide = [stream](std::size_t, httplib::DataSink& sink) {
+        if (!sink.is_writable()) return false;
+        try {
+            const auto piece = stream->Next();
+            if (!piece) {
+                sink.done();
+                return true;
+            }
+            return piece->empty() || sink.write(piece->data(), piece->size());
+        } catch (const std::runtime_error&) {
+            return false;  // of the database; the page tries again
+        }
+    };
+    response.set_chunked_content_provider("text/event-stream", provide, [this](bool) { --streams; });
+}
+
+/// Behind the answer: what it was, and how long it took.
+void Service::Note(const Request& request, const Response& response) {
+    UnderWay ended;
+    const Duration now = Platform::Clock().SteadyNow();
+    ended.begin = now;
+    {
+        std::lock_guard guard(mutex);
+        const auto found = underWay.find(request.remote_port);
+        if (found != underWay.end()) {
+            ended = std::move(found->second);
+            underWay.erase(found);
+        }
+    }
+    if (request.path == "/" || request.path.starts_with("/page/")) return;
+    JournalEntry entry;
+    entry.time = Platform::WallSeconds();
+    entry.method = request.method;
+    entry.path = BelowBase(request.path);
+    entry.status = response.status;
+    entry.duration = now - ended.begin;
+    entry.fault = std::move(ended.fault);
+    journal.Add(std::move(entry));
+}
+
 /// Waits for one of the guarded members to become true; returns what it is.
 bool Service::Await(std::chrono::milliseconds atMost, const bool& member) {
     std::unique_lock lock(mutex);
     return Platform::WaitFor(condition, lock, atMost, [&] { return member; });
 }
 
+std::string Service::BelowBase(const std::string& path) const {
+    return path.starts_with(options.basePath) ? path.substr(options.basePath.size()) : path;
+}
+
 /// Runs before the work of each call, but behind the reading of its body: bytes that are left unread would be
 /// taken for the next request. Whether the fault was all that there is to the call.
 bool Service::InjectFault(const Request& request, Response& response) {
+    const auto fault = faults.Take(BelowBase(request.path));
     {
         std::lock_guard guard(mutex);
-        answering.insert(request.remote_port);
+        UnderWay& own = underWay[request.remote_port];
+        own.isRead = true;
+        if (fault) own.fault = TextOf(*fault);
     }
-    const std::string path = request.path.starts_with(options.basePath)
-                                 ? request.path.substr(options.basePath.size())
-                                 : request.path;
-    const auto fault = faults.Take(path);
     if (!fault) return false;
     const int connection = FindConnection(request);
     switch (fault->kind) {

@@ -3,26 +3,31 @@
 #include "Sandbox/Calls.h"
 #include "Sandbox/Faults.h"
 #include "Sandbox/Identity.h"
+#include "Sandbox/Journal.h"
 #include "Sandbox/Options.h"
+#include "Sandbox/Page.h"
 #include "Sandbox/Registration.h"
 #include "Sandbox/Server.h"
 #include "Sandbox/State.h"
 
 #include <httplib.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 
 namespace Ombry::Sandbox {
 
-/// Serves the calls of a Security Framework service over HTTP, and the faults that it was asked for. Requests
-/// run on the threads of the server.
+/// Serves the calls of a Security Framework service over HTTP, the faults that it was asked for, and the page
+/// that shows all that. Requests run on the threads of the server.
 class Service {
 public:
+    static constexpr int MostStreams = 4;  ///< open pages; each has a thread beside those of the calls
+
     Service(const Options& options, const Identity& identity, State& state);
 
     /// Binds the listening socket; `std::runtime_error` if that fails. Returns the port.
@@ -38,8 +43,20 @@ private:
     using Request = httplib::Request;
     using Response = httplib::Response;
 
+    /// A request whose head was read and that is not yet answered.
+    struct UnderWay {
+        Duration begin{};
+        bool isRead = false;  ///< to its end
+        std::string fault = {};
+    };
+
     void AddRoutes();
+    void AddPage();
+    bool Refuse(const Request& request, Response& response) const;
+    std::string BelowBase(const std::string& path) const;
     bool InjectFault(const Request& request, Response& response);
+    void StreamEvents(const Request& request, Response& response);
+    void Note(const Request& request, const Response& response);
     bool Await(std::chrono::milliseconds atMost, const bool& member);
 
     const Options& options;
@@ -51,13 +68,16 @@ private:
     std::optional<Registration> registration;  // from the binding to the end of the serving
     Faults faults;
     Calls calls;
+    Journal journal;
+    Page page;
+    std::atomic<int> streams = 0;
     std::mutex mutex;
     std::condition_variable condition;
     // Guarded by mutex:
     bool serving = false;
     bool stopping = false;
     bool served = false;
-    std::set<int> answering;  ///< ports of the clients whose requests were read and not yet answered
+    std::map<int, UnderWay> underWay;  ///< by the port of the client
 };
 
 }  // namespace Ombry::Sandbox

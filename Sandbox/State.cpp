@@ -7,15 +7,18 @@
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <array>
 #include <initializer_list>
 #include <iterator>
 #include <stdexcept>
+#include <utility>
 
 namespace Ombry::Sandbox {
 namespace {
 
 constexpr int HashRounds = 10000;
+constexpr std::int64_t TokenAges[] = {60, 300, 900, 3600, 0};  ///< ends of the ages that are told apart
 constexpr int BusyMilliseconds = 5000;  ///< how long another instance may hold the database
 
 std::string HashSecret(const std::string& secret, const std::string& salt) {
@@ -274,6 +277,53 @@ std::vector<InstanceRecord> State::Instances() {
     while (statement.Step())
         instances.push_back({statement.Text(0), statement.Text(1), statement.Text(2), statement.Number(3)});
     return instances;
+}
+
+Summary State::Summarize(std::int64_t now, int most) {
+    const std::string limit = std::to_string(most);
+    Summary summary;
+    for (const std::int64_t below : TokenAges)
+        summary.tokens.push_back({below});
+    std::lock_guard guard(mutex);
+    Statement counts(database, "SELECT (SELECT count(*) FROM clients), (SELECT count(*) FROM services)", {});
+    counts.Step();
+    summary.clients = counts.Number(0);
+    summary.services = counts.Number(1);
+    Statement clients(database,
+                      "SELECT substr(id,1,200), substr(description,1,200), datacenter,"
+                      " (SELECT count(*) FROM services WHERE client=clients.id)"
+                      " FROM clients ORDER BY rowid DESC LIMIT CAST(? AS INTEGER)",
+                      {limit});
+    while (clients.Step())
+        summary.newestClients.push_back(
+            {clients.Text(0), clients.Text(1), clients.Text(2), clients.Number(3)});
+    Statement services(database,
+                       "SELECT id, substr(name,1,200), substr(client,1,200), substr(url,1,200),"
+                       " substr(host,1,200), substr(namespace,1,200), datacenter"
+                       " FROM services ORDER BY rowid DESC LIMIT CAST(? AS INTEGER)",
+                       {limit});
+    while (services.Step()) {
+        ServiceRecord service;
+        service.id = services.Text(0);
+        service.name = services.Text(1);
+        service.clientId = services.Text(2);
+        service.endpointUrl = services.Text(3);
+        service.hostname = services.Text(4);
+        service.nameSpace = services.Text(5);
+        service.datacenterId = services.Text(6);
+        summary.newestServices.push_back(std::move(service));
+    }
+    // No client's id holds a colon.
+    Statement tokens(database,
+                     "SELECT ?1-issued, subject GLOB 'user:*' FROM tokens WHERE expires>CAST(?1 AS INTEGER)",
+                     {std::to_string(now)});
+    while (tokens.Step()) {
+        const auto age = std::find_if(
+            summary.tokens.begin(), summary.tokens.end(),
+            [&](const Summary::TokenAge& each) { return each.below == 0 || tokens.Number(0) < each.below; });
+        ++(tokens.Number(1) ? age->users : age->clients);
+    }
+    return summary;
 }
 
 void State::RemoveExpired(std::int64_t now, std::int64_t seenSince) {

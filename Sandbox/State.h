@@ -47,6 +47,26 @@ struct ServiceQuery {
     std::optional<std::string> host = {};
 };
 
+/// What there is, for people to look at: nothing in it is secret.
+struct Summary {
+    struct Client {
+        std::string id;
+        std::string description;
+        std::string datacenterId;
+        std::int64_t services = 0;
+    };
+    struct TokenAge {
+        std::int64_t below = 0;  ///< seconds since they were issued; the last one has no end, and 0 here
+        std::int64_t users = 0;
+        std::int64_t clients = 0;
+    };
+    std::int64_t clients = 0;
+    std::int64_t services = 0;
+    std::vector<Client> newestClients;
+    std::vector<ServiceRecord> newestServices;
+    std::vector<TokenAge> tokens;  ///< those that have not expired
+};
+
 /// What the service knows, in an SQLite file that several instances may share. It survives a restart. Any
 /// thread may call it. Failures of the database are `std::runtime_error`.
 class State {
@@ -75,6 +95,9 @@ public:
     void AddInstance(const InstanceRecord& instance, std::int64_t seen);
     void RemoveInstance(const std::string& baseUrl);
     std::vector<InstanceRecord> Instances();
+
+    /// At most so many of the newest of each. Long texts are cut.
+    Summary Summarize(std::int64_t now, int most);
 
     /// Removes tokens that have expired by `now`, and instances that were last seen before `seenSince`.
     void RemoveExpired(std::int64_t now, std::int64_t seenSince);
