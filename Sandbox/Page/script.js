@@ -130,9 +130,10 @@ function showFaults(faults) {
     each.setAttribute("aria-checked", String(own.length > 0));
     each.parentElement.querySelector("p").textContent = own.map((fault) => {
       const argument = fault.fault.split("=")[1];
-      const calls = fault.path === "" ? "of any call" : "of " + (pathNames.get(fault.path) || fault.path);
-      return (argument ? argument + (each.dataset.kind === "delay" ? " ms" : "") + ": " : "") + "the next " +
-        (fault.count === 1 ? "one " : fault.count.toLocaleString("en") + " ") + calls;
+      const words = [fault.count === 1 ? "next call" : "next " + plural(fault.count, "call"),
+        pathNames.get(fault.path) || fault.path];
+      if (argument) words.unshift(each.dataset.kind === "delay" ? argument + " ms" : argument);
+      return words.join(" · ");
     }).join("; ");
   }
 }
