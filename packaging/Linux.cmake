@@ -2,9 +2,14 @@
 #
 #   component "tool"         -> ombry-sec-client-config
 #   component "development"  -> libombry-dev
+#   component "sandbox"      the service to rehearse with, if it is built                  -> ombry-sandbox
 #   component "reference"    the pages made of the public headers, if doxygen is at hand   -> libombry-doc
 set(components tool development)
 set(packages ombry-sec-client-config libombry-dev)
+if(OMBRY_SANDBOX)
+    list(APPEND components sandbox)
+    list(APPEND packages ombry-sandbox)
+endif()
 if(NOT OMBRY_SANITIZE)  # nobody packs those
     find_package(Doxygen QUIET)
 endif()
@@ -36,6 +41,11 @@ foreach(component package IN ZIP_LISTS components packages)
     install_compressed(changelog ${documents} ${component})
 endforeach()
 
+if(OMBRY_SANDBOX)
+    install(TARGETS ombry-sandbox RUNTIME COMPONENT sandbox)
+    install_compressed(ombry-sandbox.1 ${CMAKE_INSTALL_MANDIR}/man1 sandbox)
+    install(FILES ombry-sandbox.service DESTINATION lib/systemd/system COMPONENT sandbox)
+endif()
 if(DOXYGEN_FOUND)
     include(Reference.cmake)
     install(DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/reference/html"
@@ -69,6 +79,14 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libssl-dev (>= 3)")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "client libraries for a Security Framework service
 Discovery with fail-over, token caches, protected secrets, object mapping and
  a network core with TLS, as static libraries with headers and a CMake package.")
+
+set(CPACK_DEBIAN_SANDBOX_PACKAGE_NAME ombry-sandbox)
+set(CPACK_DEBIAN_SANDBOX_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_SANDBOX_PACKAGE_SHLIBDEPS ON)
+set(CPACK_COMPONENT_SANDBOX_DESCRIPTION "Security Framework service to rehearse with
+A small service that machines can be tied to and clients enrolled with, before
+ that is done with a real one. It shows on a page what it is asked as it comes,
+ and fails as it is told to.")
 
 set(CPACK_DEBIAN_REFERENCE_PACKAGE_NAME libombry-doc)
 set(CPACK_DEBIAN_REFERENCE_PACKAGE_SECTION doc)

@@ -51,10 +51,11 @@ function beginRun(name) {
 function showRequests(news) {
   beginRun(news.run);
   const rows = byId("request-rows");
+  const mark = lastNumber > 0 ? "new" : "";  // not what was there before the page
   for (const request of news.requests) {
     if (request.number <= lastNumber) continue;
     lastNumber = request.number;
-    const row = element("tr", "new", cell(timeOf(request.time)), statusCell(request),
+    const row = element("tr", mark, cell(timeOf(request.time)), statusCell(request),
       cell(request.method + " " + request.path, "path"), cell(tookText(request.milliseconds), "number"));
     rows.prepend(row);
   }

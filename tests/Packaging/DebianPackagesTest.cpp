@@ -36,8 +36,8 @@ protected:
 
 /// Lintian reads each object of an archive for longer than a compiler takes to make it. The archives are made
 /// alike, so that it gets the smallest of them.
-TEST_F(DebianPackagesTest, AreThree_AndLintianFindsNothingInThem) {
-    EXPECT_EQ(Shell("ls " + directory->Path() + "/*.deb").Lines().size(), 3u);
+TEST_F(DebianPackagesTest, AreFour_AndLintianFindsNothingInThem) {
+    EXPECT_EQ(Shell("ls " + directory->Path() + "/*.deb").Lines().size(), 4u);
     const ShellRun reduced =
         Shell("cd " + directory->Path() + R"( && dpkg-deb -R libombry-dev_*.deb reduced && cd reduced &&
         for archive in $(ls -S usr/lib/*.a | sed '$d'); do rm $archive; sed -i "\,$archive,d" DEBIAN/md5sums; done &&
@@ -45,7 +45,7 @@ TEST_F(DebianPackagesTest, AreThree_AndLintianFindsNothingInThem) {
     ASSERT_EQ(reduced.exitCode, 0) << reduced.output;
     const ShellRun checked =
         Shell("lintian --allow-root --fail-on error,warning " + Package("ombry-sec-client-config") + " " +
-              directory->Path() + "/reduced.deb " + Package("libombry-doc"));
+              directory->Path() + "/reduced.deb " + Package("libombry-doc") + " " + Package("ombry-sandbox"));
     EXPECT_EQ(checked.exitCode, 0);
     EXPECT_EQ(checked.output, "");
 }
@@ -64,6 +64,18 @@ TEST_F(DebianPackagesTest, ToolNeedsItsSharedLibraries_AndBringsNoneOfTheDevelop
     EXPECT_THAT(content.output, HasSubstr(" ./usr/share/man/man1/ombry-doctor.1.gz\n"));
     EXPECT_THAT(content.output, Not(HasSubstr("/usr/include")));
     EXPECT_THAT(content.output, Not(HasSubstr(".a\n")));
+}
+
+TEST_F(DebianPackagesTest, SandboxBringsItsUnitAndItsManual_AndNeedsNoScriptOfAMaintainer) {
+    const std::string package = Package("ombry-sandbox");
+    const ShellRun content = Shell("dpkg-deb -c " + package + " | grep -v '/$' | sed 's/.* //'");
+    EXPECT_EQ(content.output,
+              "./usr/bin/ombry-sandbox\n./usr/lib/systemd/system/ombry-sandbox.service\n"
+              "./usr/share/doc/ombry-sandbox/changelog.gz\n./usr/share/doc/ombry-sandbox/copyright\n"
+              "./usr/share/man/man1/ombry-sandbox.1.gz\n");
+    EXPECT_THAT(Shell("dpkg-deb -f " + package + " Depends").output, HasSubstr("libsqlite3-0"));
+    EXPECT_EQ(Shell("dpkg-deb --ctrl-tarfile " + package + " | tar -t | sort").output,
+              "./control\n./md5sums\n");
 }
 
 TEST_F(DebianPackagesTest, LibrariesNeedThoseThatTheirUsersLink_AndBringNoExecutable) {
