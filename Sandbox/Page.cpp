@@ -98,8 +98,9 @@ void Page::Show(Response& response) const {
 }
 
 void Page::SwitchFault(const Request& request, Response& response) {
-    rapidjson::Document body;
-    if (!ParseObject(request, response, body)) return;
+    rapidjson::Document parsed;
+    if (!ParseObject(request, response, parsed)) return;
+    const rapidjson::Value& body = parsed;
     const auto on = body.FindMember("on");
     if (FindUnfit(body, SwitchMembers) || on == body.MemberEnd() || !on->value.IsBool())
         return SendError(response, 400, "invalid_request", "A switch is a fault, and whether it is on.");
