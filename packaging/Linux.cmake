@@ -23,6 +23,14 @@ function(install_compressed name destination component)
 endfunction()
 
 install(TARGETS ombry-doctor RUNTIME COMPONENT tool)
+# What the compiler's own start-up code says of itself is no use to anybody, and stripping leaves it.
+foreach(program Ombry.SecClientConfig ombry-doctor)
+    install(CODE "if(CMAKE_INSTALL_DO_STRIP)
+        execute_process(COMMAND \"${CMAKE_OBJCOPY}\" --remove-section=.comment
+                        \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/${program}\"
+                        COMMAND_ERROR_IS_FATAL ANY)
+    endif()" COMPONENT tool)
+endforeach()
 foreach(program Ombry.SecClientConfig ombry-doctor)
     install_compressed(${program}.1 ${CMAKE_INSTALL_MANDIR}/man1 tool)
     install(FILES ${program}.bash-completion RENAME ${program}
@@ -36,10 +44,18 @@ foreach(component package IN ZIP_LISTS components packages)
     install_compressed(changelog ${documents} ${component})
 endforeach()
 
+# For those who build without CMake. It finds its prefix from where it lies, as the CMake package does.
+cmake_path(SET pkgconfig_dir NORMALIZE "lib/${CMAKE_LIBRARY_ARCHITECTURE}/pkgconfig")
+file(RELATIVE_PATH pkgconfig_to_prefix "/${pkgconfig_dir}" /)
+configure_file(ombry.pc.in ombry.pc @ONLY)
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/ombry.pc" DESTINATION ${pkgconfig_dir} COMPONENT development)
+
 if(DOXYGEN_FOUND)
     include(Reference.cmake)
     install(DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/reference/html"
             DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libombry-doc COMPONENT reference)
+    install(FILES libombry-doc.doc-base RENAME libombry-doc
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/doc-base COMPONENT reference)
 endif()
 
 set(CPACK_GENERATOR DEB)
@@ -57,22 +73,25 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Ombry maintainers <maintainers@ombry.invali
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME ombry-sec-client-config)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SHLIBDEPS ON)
-# The first line is the synopsis; of the others, the packer indents the first alone.
+configure_file(postrm.in postrm @ONLY)
+set(CPACK_DEBIAN_TOOL_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_BINARY_DIR}/postrm")
+set(CPACK_DEBIAN_TOOL_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
+# The first line is the synopsis; the packer indents the others.
 set(CPACK_COMPONENT_TOOL_DESCRIPTION "tie a machine to a Security Framework service
 Lists the datacenters of a Security Framework service, ties this machine to
- one of them, and enrols and removes clients and services. A second program,
- ombry-doctor, tells what state the machine is in.")
+one of them, and enrols and removes clients and services. A second program,
+ombry-doctor, tells what state the machine is in.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libombry-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libssl-dev (>= 3)")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "client libraries for a Security Framework service
 Discovery with fail-over, token caches, protected secrets, object mapping and
- a network core with TLS, as static libraries with headers and a CMake package.")
+a network core with TLS, as static libraries with headers and a CMake package.")
 
 set(CPACK_DEBIAN_REFERENCE_PACKAGE_NAME libombry-doc)
 set(CPACK_DEBIAN_REFERENCE_PACKAGE_SECTION doc)
 set(CPACK_DEBIAN_REFERENCE_PACKAGE_ARCHITECTURE all)
 set(CPACK_COMPONENT_REFERENCE_DESCRIPTION "client libraries for a Security Framework service (reference)
 What a program can call of the libraries in libombry-dev: settings with units
- and defaults, failures, ownership and threads, as pages for a browser.")
+and defaults, failures, ownership and threads, as pages for a browser.")
