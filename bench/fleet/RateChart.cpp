@@ -77,7 +77,7 @@ std::string RateChart::Svg(const RequestLog& log) const {
                           Left + Width);
             svg += Text(Left - 6, y + 4, "end", Format("%g", std::pow(10, power)));
         }
-        for (std::size_t second = 0; second <= log.Seconds(); second += 6 * 3600)
+        for (std::size_t second = 0; second <= log.Seconds(); second += std::size_t{6} * 3600)
             svg += Text(XOf(second, log.Seconds()), top + PanelHeight + 15, "middle",
                         Format("%zu h", second / 3600));
         svg += Line(log, each, top, 1, "stroke-width=\"0.6\" stroke-opacity=\"0.6\"");
