@@ -41,6 +41,10 @@ set(OMBRY_COMPILE_OPTIONS
     # GCC 12 sees overlapping copies in the standard library's own string code once it optimises.
     $<$<AND:$<CXX_COMPILER_ID:GNU>,$<NOT:$<CONFIG:Debug>>>:-Wno-restrict>
     -fstack-protector-strong
+    # What ships is the same wherever it was built: log lines name their source by its place in the tree. And it does not
+    # say by which compiler.
+    $<$<CONFIG:Release>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=>
+    $<$<CONFIG:Release>:-fno-ident>
     $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
 target_compile_options(ombry_options INTERFACE "$<BUILD_INTERFACE:${OMBRY_COMPILE_OPTIONS}>")
 target_link_libraries(ombry_options INTERFACE Threads::Threads)

@@ -72,7 +72,9 @@ std::shared_ptr<IAuthenticator> MakeAuthenticator(
 
 // Each step is a statement of its own: the steps fail in their order, and what the earlier ones started is
 // joined.
-ClientCommunications::ClientCommunications(const CommunicationsParameters& parameters)
+ClientCommunications::ClientCommunications(
+    const CommunicationsParameters& parameters,
+    std::shared_ptr<IHttpClientServiceGatewayFactory> httpGatewayFactory)
     : logger(parameters.logger) {
     const auto credentials = CreateCredentials(parameters);
     const std::string datacenterId = GetDatacenterId(parameters);
@@ -85,8 +87,8 @@ ClientCommunications::ClientCommunications(const CommunicationsParameters& param
     const auto failedServices = std::make_shared<FailedServices>(retryFactory, FailureRetention);
     policyFactory = std::make_shared<ServiceIteratePolicyFactory>(failedServices, logger);
     const auto policy = policyFactory->CreateIterateAfterMaxFailures(1);
-    const auto httpGatewayFactory =
-        std::make_shared<HttpClientServiceGatewayFactory>(logger, parameters.verbose);
+    if (!httpGatewayFactory)
+        httpGatewayFactory = std::make_shared<HttpClientServiceGatewayFactory>(logger, parameters.verbose);
     const GatewayFactoryMaker makeGatewayFactory = [&](std::shared_ptr<IAuthenticator> authenticator) {
         return std::make_shared<ServiceGatewayFactory>(httpGatewayFactory, std::move(authenticator), policy);
     };

@@ -3,6 +3,7 @@
 #include "ClientCommunications/IAuthenticator.h"
 #include "ClientCommunications/IClientCommunications.h"
 #include "ClientCommunications/IClientCredentials.h"
+#include "ClientCommunications/IHttpClientServiceGatewayFactory.h"
 #include "ClientCommunications/Impl/FoundServices.h"
 #include "ClientCommunications/Impl/SSDCacheMaintainer.h"
 
@@ -12,7 +13,11 @@ namespace Ombry::ClientCommunications {
 /// failures, the one connection pool, the caches and the authenticator.
 class ClientCommunications : public IClientCommunications {
 public:
-    explicit ClientCommunications(const CommunicationsParameters& parameters);
+    /// `httpGatewayFactory`: what carries an exchange with one server; null, as by default, for HTTP over a
+    /// connection pool of its own.
+    explicit ClientCommunications(
+        const CommunicationsParameters& parameters,
+        std::shared_ptr<IHttpClientServiceGatewayFactory> httpGatewayFactory = nullptr);
 
     std::shared_ptr<IServiceGatewayFactory> GetServiceGatewayFactory() override { return gatewayFactory; }
     std::shared_ptr<IServiceFinderFactory> GetServiceFinderFactory() override { return finderFactory; }

@@ -35,7 +35,8 @@ protected:
 };
 
 /// Lintian reads each object of an archive for longer than a compiler takes to make it. The archives are made
-/// alike, so that it gets the smallest of them.
+/// alike, so that it gets the smallest of them. What it says for information is for a release:
+/// scripts/try-packages.
 TEST_F(DebianPackagesTest, AreFour_AndLintianFindsNothingInThem) {
     EXPECT_EQ(Shell("ls " + directory->Path() + "/*.deb").Lines().size(), 4u);
     const ShellRun reduced =
@@ -44,10 +45,36 @@ TEST_F(DebianPackagesTest, AreFour_AndLintianFindsNothingInThem) {
         ls usr/lib/*.a && dpkg-deb --root-owner-group -b . ../reduced.deb)");
     ASSERT_EQ(reduced.exitCode, 0) << reduced.output;
     const ShellRun checked =
-        Shell("lintian --allow-root --fail-on error,warning " + Package("ombry-sec-client-config") + " " +
+        Shell("lintian --allow-root --pedantic " + Package("ombry-sec-client-config") + " " +
               directory->Path() + "/reduced.deb " + Package("libombry-doc") + " " + Package("ombry-sandbox"));
     EXPECT_EQ(checked.exitCode, 0);
     EXPECT_EQ(checked.output, "");
+}
+
+/// A line behind two blanks would be shown as it stands, without being wrapped.
+TEST_F(DebianPackagesTest, DescriptionsAreParagraphs) {
+    for (const char* name : {"ombry-sec-client-config", "libombry-dev", "libombry-doc"}) {
+        const ShellRun description = Shell("dpkg-deb -f " + Package(name) + " Description");
+        EXPECT_GE(description.Lines().size(), 3u);
+        EXPECT_THAT(description.output, Not(HasSubstr("\n  ")));
+    }
+}
+
+TEST_F(DebianPackagesTest, PurgeTakesTheCachesAlone) {
+    const TemporaryDirectory control;
+    ASSERT_EQ(Shell("dpkg-deb -e " + Package("ombry-sec-client-config") + " " + control.Path()).exitCode, 0);
+    // The script, with the machine's folder in the place of the real one.
+    const std::string state = control / "Quennet/OmbrySecurity";
+    ASSERT_EQ(Shell("mkdir -p " + state + "/CS-cpp/cache/c1 " + state + "/CS && touch " + state +
+                    "/CS-cpp/cache/c1/entry " + state + "/CS/datacenterid.config && sed -i 's,/var/lib," +
+                    control.Path() + ",' " + (control / "postrm"))
+                  .exitCode,
+              0);
+    for (const char* step : {"remove", "upgrade", "purge"}) {
+        EXPECT_EQ(Shell((control / "postrm") + " " + step + " && find " + state + " -type f").Lines().size(),
+                  std::string(step) == "purge" ? 1u : 2u)
+            << step;
+    }
 }
 
 TEST_F(DebianPackagesTest, ToolNeedsItsSharedLibraries_AndBringsNoneOfTheDevelopersFiles) {

@@ -14,6 +14,7 @@ namespace Ombry::Tests {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 
 class InstallationTest : public ::testing::Test {
@@ -44,9 +45,10 @@ TEST_F(InstallationTest, HoldsTheToolTheLibrariesAndTheirDocuments_AndNothingOfT
                     "./lib/cmake/Ombry/OmbryConfig.cmake", "./lib/cmake/Ombry/OmbryConfigVersion.cmake",
                     "./lib/libombry_cancellation.a", "./lib/libombry_client_communications.a",
                     "./lib/libombry_object_mapping.a", "./lib/libombry_platform.a",
-                    "./lib/libombry_zeph_core.a", "./lib/systemd/system/ombry-sandbox.service",
+                    "./lib/libombry_zeph_core.a", EndsWith("/pkgconfig/ombry.pc"),
+                    "./lib/systemd/system/ombry-sandbox.service",
                     "./share/bash-completion/completions/Ombry.SecClientConfig",
-                    "./share/bash-completion/completions/ombry-doctor",
+                    "./share/bash-completion/completions/ombry-doctor", "./share/doc-base/libombry-doc",
                     "./share/doc/libombry-dev/changelog.gz", "./share/doc/libombry-dev/copyright",
                     "./share/doc/libombry-doc/changelog.gz", "./share/doc/libombry-doc/copyright",
                     "./share/doc/ombry-sandbox/changelog.gz", "./share/doc/ombry-sandbox/copyright",
