@@ -13,7 +13,7 @@ build_packages=(g++ cmake ninja-build rapidjson-dev libssl-dev libcpp-httplib-de
 # collection for Ansible and hosts for it.
 test_packages=(git libgtest-dev libgmock-dev nginx-light curl strace clang clang-format clang-tidy libclang-rt-dev
     util-linux procps dpkg-dev lintian doxygen file bash-completion groff-base e2fsprogs xfsprogs btrfs-progs mount
-    python3 python3-apt ansible-core ansible-lint openssh-server openssh-client iproute2)
+    valgrind python3 python3-apt ansible-core ansible-lint openssh-server openssh-client iproute2)
 # The other system: a compiler for it and a linker that is quick, what runs its programs here, what makes its installers
 # and the manual that goes with them, and GoogleTest to be compiled for it.
 windows_packages=(g++-mingw-w64-x86-64-posix lld wine wine64 nsis mandoc groff-base googletest)
