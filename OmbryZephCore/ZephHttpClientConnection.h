@@ -74,6 +74,8 @@ public:
     /// Of the answer at hand; valid until the next one is looked for.
     const char* GetResponseHeader(const char* pName) override;
     void ForEachResponseHeader(ZephHeaderCallback callback) override;
+    void CopyResponseHeaders(ZephHttpHeaderCopy& to) override;
+    void Abandon() override { Fail(); }
     bool IsOpen() override { return m_IO != nullptr; }
     bool IsCloseRequested() override { return m_CloseAfter; }
 

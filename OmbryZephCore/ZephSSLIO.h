@@ -85,7 +85,7 @@ public:
     void CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes) override;
     void AbortTask(std::uint32_t nTaskType) override;
     void OnDrained() override;
-    bool HasMoreToWrite() override;
+    WriteTail TakeWriteTail() override;
 
     // ZephTaskIf, called by the scheduler
 
@@ -148,6 +148,7 @@ private:
     Next RunRound(Round& round);
     bool InjectCiphertext(Round& round);
     bool ExtractCiphertext(Round& round);
+    bool FillWriteBuffer(Round& round);
     Next MovePlaintext(Round& round);
     Next ReadPlaintext(Round& round);
     Next WritePlaintext(Round& round);
@@ -189,8 +190,8 @@ private:
     bool BeginTask();
     void EndTask();
     void DoPendingNotifications();
-    void DispatchRead(bool bSuccess, std::uint32_t nBytes);
-    void DispatchWrite(bool bSuccess, std::uint32_t nBytes);
+    void DispatchRead(ZephIOCompletionHandlerIf* pHandler, bool bSuccess, std::uint32_t nBytes);
+    void DispatchWrite(ZephIOCompletionHandlerIf* pHandler, bool bSuccess, std::uint32_t nBytes);
     void NotifyDrain();
     void HandleFatalError();
     ZephIOCompletionHandlerIf* GetHandler();

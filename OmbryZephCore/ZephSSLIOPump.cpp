@@ -68,7 +68,11 @@ bool ZephSSLIO::InjectCiphertext(Round& round) {
 }
 
 bool ZephSSLIO::ExtractCiphertext(Round& round) {
-    if (m_WriteInProgress || m_WriteFill >= m_WriteBuffer.GetLength()) return true;
+    return m_WriteInProgress || FillWriteBuffer(round);
+}
+
+bool ZephSSLIO::FillWriteBuffer(Round& round) {
+    if (m_WriteFill >= m_WriteBuffer.GetLength()) return true;
     const std::int32_t nGiven = m_Connection->extract_ciphertext(
         m_WriteBuffer.GetData() + m_WriteFill, Capped(m_WriteBuffer.GetLength() - m_WriteFill));
     if (nGiven < 0) {
