@@ -374,6 +374,8 @@ bool ZephOpenSSLConnection::HasUnread() {
 // The library keeps its two buffers where they hold anything.
 void ZephOpenSSLConnection::ReleaseIdleMemory() {
     if (m_Session) SSL_free_buffers(m_Session.get());
+    m_Input.ReleaseIdleMemory();
+    m_Output.ReleaseIdleMemory();
 }
 
 // The library takes a record in two steps; between them it holds the header alone, and only its state says

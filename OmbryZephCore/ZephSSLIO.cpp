@@ -9,12 +9,6 @@
 
 namespace OmbryZephCore {
 
-namespace {
-
-constexpr std::uint32_t BufferLength = 8096;
-
-}  // namespace
-
 ZephSSLIO::ZephSSLIO(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger) : m_Logger(std::move(logger)) {}
 
 ZephSSLIO::~ZephSSLIO() {
@@ -147,6 +141,8 @@ void ZephSSLIO::SetVerbose(bool b) {
 void ZephSSLIO::ReleaseIdleMemory() {
     std::lock_guard lock(m_Mutex);
     if (m_Connection) m_Connection->ReleaseIdleMemory();
+    if (!m_ReadInProgress && m_ReadFill == 0) m_ReadBuffer.Release();
+    if (!m_WriteInProgress && m_WriteFill == 0) m_WriteBuffer.Release();
 }
 
 void ZephSSLIO::SetClearTextGuard(bool bGuard) {

@@ -58,7 +58,8 @@ public:
     /// Turns trace lines on, here and in the engine; survives `Terminate`.
     void SetVerbose(bool b);
 
-    /// As the engine's operation of that name.
+    /// Gives back the memory of both buffers and of the engine, where they hold nothing, until the next
+    /// transfer.
     void ReleaseIdleMemory();
 
     /// With the guard on, nothing of a connection on which TLS was on ever travels in clear text: once TLS is
@@ -144,7 +145,9 @@ private:
     };
 
     // The pump, in ZephSSLIOPump.cpp; m_Mutex is held.
+    static constexpr std::uint32_t BufferLength = 8096;
     std::uint32_t ContinueSSL();
+    bool TakeBuffers();
     Next RunRound(Round& round);
     bool InjectCiphertext(Round& round);
     bool ExtractCiphertext(Round& round);

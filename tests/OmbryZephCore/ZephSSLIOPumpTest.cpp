@@ -554,6 +554,29 @@ TEST_F(ZephSSLIOPumpTest, NoMemoryForBytesBehindTheCloseIsFatal) {
     EXPECT_THAT(listener.events, ElementsAre("fatal"));
 }
 
+// Idle
+
+TEST_F(ZephSSLIOPumpTest, AnIdleStageHoldsNoBuffersAndTakesThemForTheNextTransfer) {
+    TurnOn();
+    ssl.ReleaseIdleMemory();
+    const auto previous =
+        ZephIOBuffer::ReplaceAllocator([](std::uint64_t) -> std::uint8_t* { return nullptr; });
+    const std::uint8_t byte = 'a';
+    EXPECT_EQ(ssl.StartWrite(1, &byte), 3u) << "they were given back";
+    ZephIOBuffer::ReplaceAllocator(previous);
+    engine.output = "record";
+    OpenWrite("abc");
+    EXPECT_EQ(lower.CompleteWrite(), "record");
+}
+
+TEST_F(ZephSSLIOPumpTest, BuffersThatHoldSomethingStay) {
+    TurnOn();
+    engine.output = "record";
+    OpenWrite("abc");
+    ssl.ReleaseIdleMemory();
+    EXPECT_EQ(lower.CompleteWrite(), "record");
+}
+
 // What follows a write
 
 TEST_F(ZephSSLIOPumpTest, WhatTheEngineHoldsByNowGoesWithTheWriteUnderWay) {
