@@ -18,7 +18,7 @@ test_packages=(git libgtest-dev libgmock-dev nginx-light curl strace clang clang
 # and the manual that goes with them, and GoogleTest to be compiled for it.
 windows_packages=(g++-mingw-w64-x86-64-posix lld wine wine64 nsis mandoc groff-base googletest)
 coverage_packages=(gcovr)
-bench_packages=(libbenchmark-dev libcurl4-openssl-dev libboost-dev nginx-light curl strace valgrind)
+bench_packages=(libbenchmark-dev libcurl4-openssl-dev libboost-dev libhttp-parser-dev nginx-light curl strace valgrind)
 
 # Two jobs unless the machine has more; the tests and builds are planned for two cores.
 jobs=$(nproc)
