@@ -100,6 +100,14 @@ void ZephHttpClientConnection::DoTask() {
     if (m_BodyNotifier) m_BodyNotifier->OnReadyForBody();
 }
 
+void ZephHttpClientConnection::ReleaseIdleMemory() {
+    if (m_ReadPending || m_WritePending || !m_ResponseHandlers.empty()) return;
+    m_ReadFill = m_Consumed = m_Searched = 0;
+    m_ReadBuffer.Release();
+    m_WriteBuffer.Release();
+    m_WriteOffset = 0;
+}
+
 // Sending
 
 std::uint32_t ZephHttpClientConnection::AddHeader(const char* pName, const char* pValue) {

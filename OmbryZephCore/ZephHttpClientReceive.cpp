@@ -56,6 +56,14 @@ void ZephHttpClientConnection::ForEachResponseHeader(ZephHeaderCallback callback
     if (m_HaveHead) m_Parser.ForEachHeader(std::move(callback));
 }
 
+void ZephHttpClientConnection::CopyResponseHeaders(ZephHttpHeaderCopy& to) {
+    if (m_HaveHead) {
+        m_Parser.CopyHeaders(to);
+    } else {
+        to.Clear();
+    }
+}
+
 void ZephHttpClientConnection::ContinueReceive() {
     if (m_CallbackThread == std::this_thread::get_id()) {
         m_CallbackThread = {};  // the code around the handler goes on when it returns

@@ -35,7 +35,10 @@ public:
     void Disconnect();
     bool IsConnected();
     /// Gives back memory that is only needed during an exchange; for a connection that is likely to rest.
-    void ReleaseIdleMemory() { m_SSLIO.ReleaseIdleMemory(); }
+    void ReleaseIdleMemory() {
+        m_Http.ReleaseIdleMemory();
+        m_SSLIO.ReleaseIdleMemory();
+    }
 
     ZephHttpClientConnection& GetHttpConnection() { return m_Http; }
     ZephSyncIOControllerIf& GetSyncIOController() { return m_IOManager; }

@@ -11,7 +11,6 @@
 namespace OmbryZephCore {
 namespace {
 
-constexpr const char* LineEnd = "\r\n";
 constexpr std::size_t LineEndLength = 2;
 
 // The character classes are those of ASCII: a head means the same under every locale.
@@ -26,10 +25,6 @@ bool IsBlankOrLineEnd(std::uint8_t byte) {
 /// TAB is not a separator of the start line.
 bool IsTokenEnd(std::uint8_t byte) {
     return byte == ' ' || byte == '\r' || byte == '\n';
-}
-
-std::uint8_t Lower(std::uint8_t byte) {
-    return byte >= 'A' && byte <= 'Z' ? static_cast<std::uint8_t>(byte + ('a' - 'A')) : byte;
 }
 
 /// As `strcmp`, which mostly is decided by the first bytes.
@@ -105,6 +100,15 @@ void ZephHttpHeaderParser::ForEachHeader(ZephHeaderCallback callback) const {
         callback(pName, pValue);
 }
 
+void ZephHttpHeaderParser::CopyHeaders(ZephHttpHeaderCopy& to) const {
+    to.m_Bytes.assign(m_Begin, m_Cursor);
+    to.m_Headers.resize(m_Headers.size());
+    for (std::size_t i = 0; i < m_Headers.size(); ++i) {
+        to.m_Headers[i] = {static_cast<std::uint32_t>(m_Headers[i].pName - Text(m_Begin)),
+                           static_cast<std::uint32_t>(m_Headers[i].pValue - Text(m_Begin))};
+    }
+}
+
 bool ZephHttpHeaderParser::ParseHead() {
     if (!ParseStartLine()) return false;
     for (bool bEnd = false; !bEnd;) {
@@ -146,7 +150,7 @@ bool ZephHttpHeaderParser::ParseRequestLine() {
 
     m_Version = Text(m_Cursor);
     if (!SkipToTokenEnd() || !SkipBlanks()) return false;
-    if (!Match(LineEnd)) return Fail();
+    if (!MatchLineEnd()) return Fail();
     *m_Cursor = 0;
     m_Cursor += LineEndLength;
     return true;
@@ -189,53 +193,36 @@ bool ZephHttpHeaderParser::ParseStatusLine() {
 bool ZephHttpHeaderParser::ParseHeaderLine(bool& bEnd) {
     bEnd = false;
     if (!SkipBlanks()) return false;
-    if (Match(LineEnd)) {
+    if (MatchLineEnd()) {
         bEnd = true;
         m_Cursor += LineEndLength;
         return true;
     }
 
     std::uint8_t* const pName = m_Cursor;
-    if (!FindColon(pName)) return Fail();
-    EndTrimmed(pName, m_Cursor);
-    ++m_Cursor;
-    if (m_Cursor == m_End) return Fail();
-    if (!SkipBlanks()) return false;
+    std::uint8_t* const pEnd = FindEndOfLines(pName);
+    if (!pEnd) return Fail();
+    auto* const pColon =
+        static_cast<std::uint8_t*>(std::memchr(pName, ':', static_cast<std::size_t>(pEnd - pName)));
+    if (!pColon) return Fail();
+    EndTrimmed(pName, pColon);
 
-    std::uint8_t* const pValue = m_Cursor;
-    if (!FindValueEnd()) return Fail();
+    std::uint8_t* pValue = pColon + 1;
+    while (IsBlank(*pValue))  // a line end stops it
+        ++pValue;
     // A folded value keeps the line end and the blank of its fold; only what trails the value is cut.
-    EndTrimmed(pValue, m_Cursor);
+    EndTrimmed(pValue, pEnd);
     m_Headers.push_back({Text(pName), Text(pValue)});
-    m_Cursor += LineEndLength;
+    m_Cursor = pEnd + LineEndLength;
     return true;
 }
 
-/// Moves to the ":" of the line that begins at `pLineStart`, over its continuation lines; false if it has
-/// none.
-bool ZephHttpHeaderParser::FindColon(std::uint8_t* pLineStart) {
-    m_Cursor = pLineStart;
-    auto* const pColon = static_cast<std::uint8_t*>(std::memchr(pLineStart, ':', Remaining()));
-    if (!pColon) return false;
-    while (auto* const pReturn = static_cast<std::uint8_t*>(
-               std::memchr(m_Cursor, '\r', static_cast<std::size_t>(pColon - m_Cursor)))) {
-        if (IsLineEnd(pReturn) && !IsContinued(pReturn)) return false;
-        m_Cursor = pReturn + 1;
+/// The line end behind a line and its continuation lines; null if the data ends first.
+std::uint8_t* ZephHttpHeaderParser::FindEndOfLines(std::uint8_t* pAt) const {
+    for (;; ++pAt) {
+        pAt = static_cast<std::uint8_t*>(std::memchr(pAt, '\r', static_cast<std::size_t>(m_End - pAt)));
+        if (!pAt || (IsLineEnd(pAt) && !IsContinued(pAt))) return pAt;
     }
-    m_Cursor = pColon;
-    return true;
-}
-
-/// Moves to the line end behind a value and its continuation lines; false if the data ends first.
-bool ZephHttpHeaderParser::FindValueEnd() {
-    while (Remaining() >= LineEndLength) {
-        auto* const pReturn = static_cast<std::uint8_t*>(std::memchr(m_Cursor, '\r', Remaining()));
-        if (!pReturn) return false;
-        m_Cursor = pReturn;
-        if (IsLineEnd(m_Cursor) && !IsContinued(m_Cursor)) return true;
-        ++m_Cursor;
-    }
-    return false;
 }
 
 std::uint32_t ZephHttpHeaderParser::FailureCode() const {
@@ -265,15 +252,10 @@ bool ZephHttpHeaderParser::EndToken() {
     return m_Cursor < m_End || Fail();
 }
 
-/// Whether the given text stands at the cursor, in any case of its letters. Forgets an earlier failure.
-bool ZephHttpHeaderParser::Match(const char* pText) {
+/// Whether a line end stands at the cursor. Forgets an earlier failure.
+bool ZephHttpHeaderParser::MatchLineEnd() {
     m_Error = eRC_Success;
-    const std::size_t length = std::strlen(pText);
-    if (Remaining() < length) return false;
-    for (std::size_t i = 0; i < length; ++i) {
-        if (Lower(m_Cursor[i]) != Lower(static_cast<std::uint8_t>(pText[i]))) return false;
-    }
-    return true;
+    return IsLineEnd(m_Cursor);
 }
 
 bool ZephHttpHeaderParser::IsLineEnd(const std::uint8_t* pAt) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "OmbryZephCore/ZephHttpClientConnectionIf.h"
+#include "OmbryZephCore/ZephHttpHeaderCopy.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -56,6 +57,8 @@ public:
     const char* GetHeader(const char* pName) const override;
     std::uint32_t GetHeaderSize() const override { return static_cast<std::uint32_t>(m_Cursor - m_Begin); }
     void ForEachHeader(ZephHeaderCallback callback) const override;
+    /// Replaces what `to` held.
+    void CopyHeaders(ZephHttpHeaderCopy& to) const;
 
 private:
     /// A block above this size goes with its head.
@@ -74,12 +77,11 @@ private:
     bool ParseStatusLine();
     void ReduceAbsoluteUrl();
     bool ParseHeaderLine(bool& bEnd);
-    bool FindColon(std::uint8_t* pLineStart);
-    bool FindValueEnd();
+    std::uint8_t* FindEndOfLines(std::uint8_t* pAt) const;
     void SortHeaders();
     bool SkipToTokenEnd();
     bool SkipBlanks();
-    bool Match(const char* pText);
+    bool MatchLineEnd();
     bool EndToken();
     std::size_t Remaining() const { return static_cast<std::size_t>(m_End - m_Cursor); }
     bool IsLineEnd(const std::uint8_t* pAt) const;

@@ -27,6 +27,12 @@ ZephIOBuffer::~ZephIOBuffer() {
     delete[] m_Data;
 }
 
+void ZephIOBuffer::Release() {
+    delete[] m_Data;
+    m_Data = nullptr;
+    m_Length = m_Capacity = 0;
+}
+
 ZephIOBuffer::Allocator ZephIOBuffer::ReplaceAllocator(Allocator allocator) {
     return currentAllocator.exchange(allocator);
 }

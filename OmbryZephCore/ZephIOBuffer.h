@@ -27,6 +27,9 @@ public:
     std::uint8_t* GetData() override { return m_Data; }
     std::uint32_t SetLength(std::uint32_t nLength) override;
 
+    /// Gives the memory back; as at the beginning.
+    void Release();
+
     /// Bytes allocated.
     std::uint32_t GetCapacity() const { return m_Capacity; }
 

@@ -25,8 +25,14 @@ public:
     /// Answer to `ZephIOObjectIf::RequestDrainNotification`.
     virtual void OnDrained() = 0;
 
-    /// Asked just before a write goes out: whether the completion of this write starts another one at once.
-    virtual bool HasMoreToWrite() { return false; }
+    /// What goes with a write, or behind it.
+    struct WriteTail {
+        std::uint32_t nBytes = 0;   ///< that lie behind those of the write by now, and are to go with them
+        bool bMoreFollows = false;  ///< the completion of this write starts another one at once
+    };
+
+    /// Asked just before a write goes out. The write is longer by the tail from then on.
+    virtual WriteTail TakeWriteTail() { return {}; }
 };
 
 }  // namespace OmbryZephCore

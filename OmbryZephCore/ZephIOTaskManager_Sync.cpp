@@ -245,8 +245,10 @@ void ZephIOTaskManager_Sync::ProcessWrite(ZephHandleState& state, bool bAbort) {
     if (IsInExceptSet(state.h, pFunction)) return CompleteWrite(state, false, 0);
     if (!m_WriteSet.Contains(state.h)) return;
 
-    const TransferResult result = Ombry::Platform::Sockets().Send(
-        state.h, state.pWriteBuffer, state.nWriteBytes, state.pHandler->HasMoreToWrite());
+    const ZephIOCompletionHandlerIf::WriteTail tail = state.pHandler->TakeWriteTail();
+    state.nWriteBytes += tail.nBytes;
+    const TransferResult result =
+        Ombry::Platform::Sockets().Send(state.h, state.pWriteBuffer, state.nWriteBytes, tail.bMoreFollows);
     if (IsNothingYet(result)) return;
     if (result.count == -1) {
         LogCall(m_Logger, pFunction, 3, "send failed. socket = ", state.h, ", Last error = ", result.error);

@@ -9,7 +9,8 @@ struct bio_st;
 namespace OmbryZephCore {
 
 /// Bytes between a TLS session and the stage around it, first in, first out: the session sees a BIO, the
-/// stage calls it directly. Keeps the memory of the most that it ever held. One thread at a time.
+/// stage calls it directly. Keeps the memory of the most that it
+/// held since it gave any back. One thread at a time.
 class ZephOpenSSLBuffer {
 public:
     ZephOpenSSLBuffer() = default;
@@ -26,6 +27,10 @@ public:
     /// At most `nBytes` of the oldest bytes; how many.
     std::uint32_t Take(std::uint8_t* pBytes, std::uint32_t nBytes);
     void Clear() { m_Begin = m_End = 0; }
+    /// Gives the memory back, if nothing is in it.
+    void ReleaseIdleMemory() {
+        if (Pending() == 0) m_Buffer.Release();
+    }
 
 private:
     ZephIOBuffer m_Buffer;

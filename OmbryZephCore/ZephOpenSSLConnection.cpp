@@ -91,8 +91,8 @@ void ZephOpenSSLConnection::Clear() {
     m_Session.reset();
     m_Input.Clear();
     m_Output.Clear();
-    m_NeedInput = m_InputUsedUp = m_Failed = m_Handshaking = m_Established = m_Unjudged = m_SessionIsNew =
-        m_PeerClosed = m_ShutdownSent = m_WaitForPeer = false;
+    m_NeedInput = m_InputUsedUp = m_HoldsNothing = m_Failed = m_Handshaking = m_Established = m_Unjudged =
+        m_SessionIsNew = m_PeerClosed = m_ShutdownSent = m_WaitForPeer = false;
 }
 
 bool ZephOpenSSLConnection::MakeSession(const ZephOpenSSLClientContext& context) {
@@ -108,6 +108,7 @@ bool ZephOpenSSLConnection::MakeSession(const ZephOpenSSLClientContext& context)
     }
     SSL_set_bio(m_Session.get(), input, output);
     SSL_set_connect_state(m_Session.get());
+    m_Handshaking = true;
     if (SSL_set_app_data(m_Session.get(), this) != 1) return false;
     SSL_set_info_callback(m_Session.get(), NoteHandshake);
     return true;
@@ -156,11 +157,10 @@ bool ZephOpenSSLConnection::SetServerName(const std::string& targetName, bool bV
 }
 
 // 1 when data can flow both ways, 0 when the handshake waits for the peer or for someone to read, -1 on a
-// failure. The library starts a renegotiation inside its reading; the state is asked for each time so that no
-// data is read past a handshake whose certificate was not checked.
+// failure. The library starts a renegotiation inside its reading; its state is asked for behind each call of
+// it, so that no data is read past a handshake whose certificate was not checked.
 std::int32_t ZephOpenSSLConnection::ContinueInitIfNecessary() {
     if (m_Failed) return -1;
-    if (SSL_in_init(m_Session.get())) m_Handshaking = true;
     if (!m_Handshaking) return 1;
     if (m_Established) return ContinueRenegotiation();
     ForgetStaleErrors();
@@ -241,7 +241,7 @@ std::int32_t ZephOpenSSLConnection::ValidateServer() {
 
 std::int32_t ZephOpenSSLConnection::inject_ciphertext(const std::uint8_t* pBuffer, std::int32_t nBytes) {
     if (m_Failed) return -1;
-    m_NeedInput = m_InputUsedUp = false;
+    m_NeedInput = m_InputUsedUp = m_HoldsNothing = false;
     const std::int32_t nCount = std::max(nBytes, 0);
     if (!m_Input.Append(pBuffer, static_cast<std::uint32_t>(nCount))) {
         ForgetStaleErrors();
@@ -280,8 +280,9 @@ std::int32_t ZephOpenSSLConnection::Read(std::uint8_t* pBuffer, std::int32_t nBy
     std::size_t nCount = 0;
     ForgetStaleErrors();
     const int result = SSL_read_ex(m_Session.get(), pBuffer, static_cast<std::size_t>(nBytes), &nCount);
+    if (SSL_in_init(m_Session.get())) m_Handshaking = true;
     if (result == 1) {
-        m_InputUsedUp = !HoldsInput();
+        m_InputUsedUp = m_HoldsNothing = !HoldsInput();
         return static_cast<std::int32_t>(nCount);
     }
     const int error = SSL_get_error(m_Session.get(), result);
@@ -304,6 +305,7 @@ std::int32_t ZephOpenSSLConnection::write_plaintext(const std::uint8_t* pBuffer,
     std::size_t nCount = 0;
     ForgetStaleErrors();
     const int result = SSL_write_ex(m_Session.get(), pBuffer, static_cast<std::size_t>(nOffered), &nCount);
+    if (SSL_in_init(m_Session.get())) m_Handshaking = true;
     if (result == 1) return static_cast<std::int32_t>(nCount);
     if (SSL_get_error(m_Session.get(), result) != SSL_ERROR_WANT_READ) return Fail("SSL_write_ex");
     m_NeedInput = true;
@@ -372,11 +374,14 @@ bool ZephOpenSSLConnection::HasUnread() {
 // The library keeps its two buffers where they hold anything.
 void ZephOpenSSLConnection::ReleaseIdleMemory() {
     if (m_Session) SSL_free_buffers(m_Session.get());
+    m_Input.ReleaseIdleMemory();
+    m_Output.ReleaseIdleMemory();
 }
 
 // The library takes a record in two steps; between them it holds the header alone, and only its state says
 // so.
 bool ZephOpenSSLConnection::HoldsInput() const {
+    if (m_HoldsNothing) return false;
     return Pending(m_Input) > 0 || SSL_has_pending(m_Session.get()) == 1 ||
            std::strcmp(SSL_rstate_string(m_Session.get()), "RB") == 0;
 }

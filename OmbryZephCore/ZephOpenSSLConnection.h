@@ -92,7 +92,8 @@ private:
     std::unique_ptr<ssl_st, SessionDeleter> m_Session;
     std::string m_SessionScope;
     bool m_NeedInput = false;
-    bool m_InputUsedUp = false;  // a read found nothing more, and nothing was injected since
+    bool m_InputUsedUp = false;   // a read found nothing more, and nothing was injected since
+    bool m_HoldsNothing = false;  // the last read left nothing, and nothing was injected since
     bool m_Failed = false;
     bool m_Handshaking = false;
     bool m_Established = false;   // the first handshake is over

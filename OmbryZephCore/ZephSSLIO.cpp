@@ -9,12 +9,6 @@
 
 namespace OmbryZephCore {
 
-namespace {
-
-constexpr std::uint32_t BufferLength = 8096;
-
-}  // namespace
-
 ZephSSLIO::ZephSSLIO(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger) : m_Logger(std::move(logger)) {}
 
 ZephSSLIO::~ZephSSLIO() {
@@ -147,6 +141,8 @@ void ZephSSLIO::SetVerbose(bool b) {
 void ZephSSLIO::ReleaseIdleMemory() {
     std::lock_guard lock(m_Mutex);
     if (m_Connection) m_Connection->ReleaseIdleMemory();
+    if (!m_ReadInProgress && m_ReadFill == 0) m_ReadBuffer.Release();
+    if (!m_WriteInProgress && m_WriteFill == 0) m_WriteBuffer.Release();
 }
 
 void ZephSSLIO::SetClearTextGuard(bool bGuard) {
@@ -302,11 +298,16 @@ void ZephSSLIO::OnDrained() {
     SchedulePendingNotifications();
 }
 
-/// The completion of the running write fetches what the engine still holds: the body of a small request,
-/// whose head is the one that is about to leave. An engine never goes before its last write has ended.
-bool ZephSSLIO::HasMoreToWrite() {
+/// The engine may hold output that was made since the write began: the body of a small request, whose head is
+/// what is about to leave. What does not fit behind that, the completion of the write fetches. An engine
+/// never goes before its last write has ended.
+ZephIOCompletionHandlerIf::WriteTail ZephSSLIO::TakeWriteTail() {
     std::lock_guard lock(m_Mutex);
-    return m_State == eState_On && m_WriteInProgress && m_Connection->IsOutputBlocked();
+    if (m_State != eState_On || !m_WriteInProgress || !m_Connection->IsOutputBlocked()) return {};
+    const std::uint32_t nBefore = m_WriteFill;
+    Round round;
+    FillWriteBuffer(round);  // a failure shows again when the write is over
+    return {m_WriteFill - nBefore, m_Connection->IsOutputBlocked()};
 }
 
 void ZephSSLIO::CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes) {
@@ -318,7 +319,7 @@ void ZephSSLIO::CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32
                 pHandler->CompleteTask(nTaskType, bSuccess, nBytes);
             break;
         case Completion::Refused:
-            DispatchRead(false, 0);
+            DispatchRead(GetHandler(), false, 0);
             break;
         case Completion::Handled:
             DoPendingNotifications();
@@ -456,14 +457,19 @@ void ZephSSLIO::EndTask() {
 void ZephSSLIO::DoPendingNotifications() {
     UserTransfer<std::uint8_t> read;
     UserTransfer<const std::uint8_t> write;
+    ZephIOCompletionHandlerIf* pHandler = nullptr;
     {
         std::lock_guard lock(m_Mutex);
         if (IsComplete(m_UserRead)) read = std::exchange(m_UserRead, {});
         if (IsComplete(m_UserWrite)) write = std::exchange(m_UserWrite, {});
+        pHandler = m_Handler;
     }
-    if (read.Exists()) DispatchRead(true, read.nDone);
+    if (read.Exists()) {
+        DispatchRead(pHandler, true, read.nDone);
+        if (write.Exists()) pHandler = GetHandler();  // it may have unregistered itself
+    }
     // Only behind the guard is a write over of which nothing was done: it came too late.
-    if (write.Exists()) DispatchWrite(write.nDone != 0, write.nDone);
+    if (write.Exists()) DispatchWrite(pHandler, write.nDone != 0, write.nDone);
     NotifyDrain();
 }
 
@@ -500,14 +506,12 @@ void ZephSSLIO::HandleFatalError() {
         bRead = std::exchange(m_UserRead, {}).Exists();
         bWrite = std::exchange(m_UserWrite, {}).Exists();
     }
-    if (bRead) DispatchRead(false, 0);
-    if (bWrite) DispatchWrite(false, 0);
+    if (bRead) DispatchRead(GetHandler(), false, 0);
+    if (bWrite) DispatchWrite(GetHandler(), false, 0);  // the first may have unregistered it
     if (!bRead && !bWrite && m_Notifier) m_Notifier->OnSSLFatalError();
 }
 
-/// The handler is looked up for each call: the one before may have unregistered it.
-void ZephSSLIO::DispatchRead(bool bSuccess, std::uint32_t nBytes) {
-    ZephIOCompletionHandlerIf* const pHandler = GetHandler();
+void ZephSSLIO::DispatchRead(ZephIOCompletionHandlerIf* pHandler, bool bSuccess, std::uint32_t nBytes) {
     if (!pHandler) return;
     Trace("OmbryZephCore::ZephSSLIO::DispatchRead",
           bSuccess ? "Dispatching read completion notification.  sessionid = "
@@ -515,8 +519,7 @@ void ZephSSLIO::DispatchRead(bool bSuccess, std::uint32_t nBytes) {
     pHandler->CompleteTask(TaskTypeRead, bSuccess, nBytes);
 }
 
-void ZephSSLIO::DispatchWrite(bool bSuccess, std::uint32_t nBytes) {
-    ZephIOCompletionHandlerIf* const pHandler = GetHandler();
+void ZephSSLIO::DispatchWrite(ZephIOCompletionHandlerIf* pHandler, bool bSuccess, std::uint32_t nBytes) {
     if (!pHandler) return;
     Trace("OmbryZephCore::ZephSSLIO::DispatchWrite",
           bSuccess ? "Dispatching write completion notification.  sessionid = "

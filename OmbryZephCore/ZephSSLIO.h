@@ -58,7 +58,8 @@ public:
     /// Turns trace lines on, here and in the engine; survives `Terminate`.
     void SetVerbose(bool b);
 
-    /// As the engine's operation of that name.
+    /// Gives back the memory of both buffers and of the engine, where they hold nothing, until the next
+    /// transfer.
     void ReleaseIdleMemory();
 
     /// With the guard on, nothing of a connection on which TLS was on ever travels in clear text: once TLS is
@@ -85,7 +86,7 @@ public:
     void CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes) override;
     void AbortTask(std::uint32_t nTaskType) override;
     void OnDrained() override;
-    bool HasMoreToWrite() override;
+    WriteTail TakeWriteTail() override;
 
     // ZephTaskIf, called by the scheduler
 
@@ -144,10 +145,13 @@ private:
     };
 
     // The pump, in ZephSSLIOPump.cpp; m_Mutex is held.
+    static constexpr std::uint32_t BufferLength = 8096;
     std::uint32_t ContinueSSL();
+    bool TakeBuffers();
     Next RunRound(Round& round);
     bool InjectCiphertext(Round& round);
     bool ExtractCiphertext(Round& round);
+    bool FillWriteBuffer(Round& round);
     Next MovePlaintext(Round& round);
     Next ReadPlaintext(Round& round);
     Next WritePlaintext(Round& round);
@@ -189,8 +193,8 @@ private:
     bool BeginTask();
     void EndTask();
     void DoPendingNotifications();
-    void DispatchRead(bool bSuccess, std::uint32_t nBytes);
-    void DispatchWrite(bool bSuccess, std::uint32_t nBytes);
+    void DispatchRead(ZephIOCompletionHandlerIf* pHandler, bool bSuccess, std::uint32_t nBytes);
+    void DispatchWrite(ZephIOCompletionHandlerIf* pHandler, bool bSuccess, std::uint32_t nBytes);
     void NotifyDrain();
     void HandleFatalError();
     ZephIOCompletionHandlerIf* GetHandler();

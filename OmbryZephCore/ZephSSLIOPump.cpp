@@ -29,6 +29,7 @@ std::int32_t Capped(std::uint32_t nBytes) {
 /// count, and only the next round fetches it; so it takes two rounds in a row in which nothing moved to show
 /// that the engine has nothing more to give, whatever it says.
 std::uint32_t ZephSSLIO::ContinueSSL() {
+    if (!TakeBuffers()) return eRC_OutOfMemory;
     bool bIdle = false;
     while (m_Connection) {
         Round round;
@@ -47,6 +48,14 @@ std::uint32_t ZephSSLIO::ContinueSSL() {
         return eRC_Fail;
     }
     return m_Handler ? StartPendingIO() : eRC_Success;
+}
+
+/// Those that an idle connection gave back.
+bool ZephSSLIO::TakeBuffers() {
+    const auto take = [](ZephIOBuffer& buffer) {
+        return buffer.GetLength() != 0 || buffer.SetLength(BufferLength) == eRC_Success;
+    };
+    return take(m_ReadBuffer) && take(m_WriteBuffer);
 }
 
 ZephSSLIO::Next ZephSSLIO::RunRound(Round& round) {
@@ -68,7 +77,11 @@ bool ZephSSLIO::InjectCiphertext(Round& round) {
 }
 
 bool ZephSSLIO::ExtractCiphertext(Round& round) {
-    if (m_WriteInProgress || m_WriteFill >= m_WriteBuffer.GetLength()) return true;
+    return m_WriteInProgress || FillWriteBuffer(round);
+}
+
+bool ZephSSLIO::FillWriteBuffer(Round& round) {
+    if (m_WriteFill >= m_WriteBuffer.GetLength()) return true;
     const std::int32_t nGiven = m_Connection->extract_ciphertext(
         m_WriteBuffer.GetData() + m_WriteFill, Capped(m_WriteBuffer.GetLength() - m_WriteFill));
     if (nGiven < 0) {

@@ -35,7 +35,7 @@ public:
     void CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes) override;
     void AbortTask(std::uint32_t nTaskType) override;
     void OnDrained() override {}
-    bool HasMoreToWrite() override { return m_Handler && m_Handler->HasMoreToWrite(); }
+    WriteTail TakeWriteTail() override { return m_Handler ? m_Handler->TakeWriteTail() : WriteTail(); }
 
     void DoTask() override;
 

@@ -3,8 +3,6 @@
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephSorrelTrivialSyncConnectionPool.h"
 
-#include <cstring>
-#include <map>
 #include <utility>
 
 namespace OmbryZephCore {
@@ -29,7 +27,6 @@ public:
         m_Client.m_Reader = nullptr;
         m_Client.m_Writer = nullptr;
         m_Client.m_RequestHeaders.Clear();
-        m_Client.m_ReaderFailed = Ombry::Cancellation::Token();
         if (pConnection) m_Client.m_Pool->ReleaseConnection(pConnection);
     }
     RequestScope(const RequestScope&) = delete;
@@ -80,7 +77,7 @@ std::uint32_t ZephSorrelSyncHttpClient_Impl::DoRequest(const std::string& method
         m_IOResult = 0;
         m_RequestResult = 0;
         m_HttpStatus = 0;
-        m_ResponseHeaders.clear();
+        m_ResponseHeaders.Clear();
         nResult = PrepareBody(bChunked, nLength);
         if (nResult != eRC_Success) break;
         nResult = Exchange(method, bChunked, nLength);
@@ -116,16 +113,8 @@ std::uint32_t ZephSorrelSyncHttpClient_Impl::Exchange(const std::string& method,
     const std::uint32_t nResult = m_Connection->GetHttpConnection().SendRequest(
         method.c_str(), m_Url.c_str(), m_CloseAfterRequest, this, this, this, bChunked, nLength);
     if (nResult != eRC_Success) return nResult;
-    m_IOResult = m_Connection->GetSyncIOController().DoPendingIO(m_TimeoutSeconds, MakeExchangeToken());
+    m_IOResult = m_Connection->GetSyncIOController().DoPendingIO(m_TimeoutSeconds, m_Token);
     return JudgeExchange();
-}
-
-/// The caller's token; with a body, one that fires when the reader fails too: no answer will come to half a
-/// request, and nothing else would end the wait for it.
-Ombry::Cancellation::Token ZephSorrelSyncHttpClient_Impl::MakeExchangeToken() {
-    if (!m_Reader) return m_Token;
-    m_ReaderFailed = Ombry::Cancellation::CreateCancellable();
-    return Ombry::Cancellation::Link(m_Token, m_ReaderFailed);
 }
 
 std::uint32_t ZephSorrelSyncHttpClient_Impl::JudgeExchange() {
@@ -222,7 +211,7 @@ void ZephSorrelSyncHttpClient_Impl::OnReadyForBody() {
     bool bMore = false;
     m_RequestResult = CallOut([&] { bMore = m_Reader->Read(m_BodyBuffer.GetData(), &nBytes); });
     if (m_RequestResult != eRC_Success) {
-        m_ReaderFailed.Cancel();
+        http.Abandon();  // no answer will come to half a request
     } else {
         m_RequestResult = bMore ? http.WriteBody(nBytes, m_BodyBuffer.GetData()) : http.EndBody();
     }
@@ -230,22 +219,12 @@ void ZephSorrelSyncHttpClient_Impl::OnReadyForBody() {
 
 void ZephSorrelSyncHttpClient_Impl::ExtractResponseHeaders(std::uint32_t nStatus) {
     m_HttpStatus = nStatus;
-    m_Connection->GetHttpConnection().ForEachResponseHeader([this](const char* pName, const char* pValue) {
-        m_ResponseHeaders.append(pName, std::strlen(pName) + 1).append(pValue, std::strlen(pValue) + 1);
-    });
+    m_Connection->GetHttpConnection().CopyResponseHeaders(m_ResponseHeaders);
 }
 
 void ZephSorrelSyncHttpClient_Impl::ForEachResponseHeader(
     const std::function<void(const std::string& name, const std::string& value)>& callback) const {
-    std::map<std::string, std::string> headers;
-    const char* const pEnd = m_ResponseHeaders.data() + m_ResponseHeaders.size();
-    for (const char* pAt = m_ResponseHeaders.data(); pAt != pEnd;) {
-        const char* const pValue = pAt + std::strlen(pAt) + 1;
-        headers.insert_or_assign(headers.end(), pAt, pValue);
-        pAt = pValue + std::strlen(pValue) + 1;
-    }
-    for (const auto& [name, value] : headers)
-        callback(name, value);
+    m_ResponseHeaders.ForEach([&](const char* pName, const char* pValue) { callback(pName, pValue); });
 }
 
 }  // namespace OmbryZephCore

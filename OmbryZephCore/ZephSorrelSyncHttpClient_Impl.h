@@ -2,6 +2,7 @@
 
 #include "OmbryZephCore/ZephHeaderMap.h"
 #include "OmbryZephCore/ZephHttpClientConnectionIf.h"
+#include "OmbryZephCore/ZephHttpHeaderCopy.h"
 #include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
 
@@ -53,7 +54,6 @@ private:
     void MakeUrl(const std::string& path);
     std::uint32_t PrepareBody(bool& bChunked, std::uint32_t& nLength);
     std::uint32_t Exchange(const std::string& method, bool bChunked, std::uint32_t nLength);
-    Ombry::Cancellation::Token MakeExchangeToken();
     std::uint32_t JudgeExchange();
     void ExtractResponseHeaders(std::uint32_t nStatus);
     template <class Call>
@@ -73,8 +73,7 @@ private:
     std::uint32_t m_IOResult = 0;
     std::uint32_t m_RequestResult = 0;
     std::uint32_t m_HttpStatus = 0;
-    /// Name, NUL, value, NUL, and so on as they came: made into a map only for who asks.
-    std::string m_ResponseHeaders;
+    ZephHttpHeaderCopy m_ResponseHeaders;
     std::unique_ptr<ZephSorrelSyncConnectionPoolIf> m_OwnedPool;
     ZephSorrelSyncConnectionIf* m_Connection = nullptr;
     ZephIOBuffer m_BodyBuffer;
@@ -82,7 +81,6 @@ private:
     bool m_RequestSent = false;
     bool m_ResponseEnded = false;
     std::exception_ptr m_CallerThrew;  // by the reader or the writer: passed on once the core is left
-    Ombry::Cancellation::Token m_ReaderFailed;  // only with a reader
 };
 
 }  // namespace OmbryZephCore

@@ -9,6 +9,7 @@
 #include "bench/Measurement.h"
 
 #include <benchmark/benchmark.h>
+#include <rapidjson/document.h>
 
 #include <string>
 
@@ -37,16 +38,32 @@ std::string MakeText(std::int64_t count) {
     return ObjectMapping::SerializeObject(answer, nullptr);
 }
 
+/// Beside the parse of the same text into RapidJSON's document, in turn; the counter is ours divided by that.
 void DiscoveryRead(benchmark::State& state) {
     const std::string text = MakeText(state.range(0));
+    double ourSeconds = 0, plainSeconds = 0;
     for (auto _ : state) {
-        FoundServicesDto answer;
-        ObjectMapping::DeserializeObject(answer, text, nullptr, false);
-        benchmark::DoNotOptimize(std::make_shared<FoundServices>(std::move(answer)));
+        const double start = Now();
+        {
+            FoundServicesDto answer;
+            ObjectMapping::DeserializeObject(answer, text, nullptr, false);
+            benchmark::DoNotOptimize(std::make_shared<FoundServices>(std::move(answer)));
+        }
+        const double between = Now();
+        {
+            rapidjson::Document document;
+            document.Parse(text.data(), text.size());
+            if (document.HasParseError()) state.SkipWithError("RapidJSON refused the text.");
+        }
+        const double end = Now();
+        state.SetIterationTime(between - start);
+        ourSeconds += between - start;
+        plainSeconds += end - between;
     }
+    state.counters["times_rapidjson_parse"] = ourSeconds / plainSeconds;
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
-BENCHMARK(DiscoveryRead)->Arg(1)->Arg(100)->Arg(10000);
+BENCHMARK(DiscoveryRead)->Arg(1)->Arg(100)->Arg(10000)->UseManualTime();
 
 void DiscoveryFromCache(benchmark::State& state) {
     const TemporaryFolder folder;

@@ -77,6 +77,8 @@ LocalServer::LocalServer() : port(FreePort()) {
     std::filesystem::permissions(base, std::filesystem::perms(0755));
     std::filesystem::create_directory(folder.Path("root"));
     Write(folder.Path("root/small"), std::string(200, 'x'));
+    for (const std::uint64_t size : Sizes)
+        Write(folder.Path("root/size-" + std::to_string(size)), std::string(size, 'x'));
     Write(folder.Path("root/large"), "");
     std::filesystem::resize_file(folder.Path("root/large"), LargeBytes);
     Write(folder.Path("nginx.conf"), Configuration(base, port));

@@ -2,6 +2,7 @@
 
 #include "bench/Measurement.h"
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -12,11 +13,14 @@ namespace Ombry::Bench {
 /// writes no log.
 ///
 ///   GET  /small      a file of 200 bytes
+///   GET  /size-N     a file of that size, one of `Sizes`
 ///   GET  /large      a file of 100 MB
 ///   POST /submit     reads the body and answers 204
 class LocalServer {
 public:
     static constexpr std::uint64_t LargeBytes = 100'000'000;
+    static constexpr std::array<std::uint64_t, 7> Sizes{200,    1'000,   4'000,    16'000,
+                                                        64'000, 256'000, 1'000'000};
 
     LocalServer();
 

@@ -96,12 +96,4 @@ std::unique_ptr<HttpClient> MakeOmbryClient(const Target& target) {
     return std::make_unique<OmbryClient>(target);
 }
 
-std::unique_ptr<HttpClient> MakeClient(const std::string& name, const Target& target) {
-    if (name == "ours") return MakeOmbryClient(target);
-    if (name == "libcurl") return MakeCurlClient(target);
-    if (name == "Beast") return MakeBeastClient(target);
-    if (name == "OpenSSL alone") return MakeOpenSSLClient(target);
-    throw std::runtime_error("There is no client of the name " + name);
-}
-
 }  // namespace Ombry::Bench

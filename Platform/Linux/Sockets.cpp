@@ -69,7 +69,8 @@ AddressEntry EntryOf(const addrinfo& info) {
 
 /// One wait on up to three sets, by poll, which takes a descriptor of any number. A handle has one entry,
 /// however many sets it is in: the system works through each entry before and after its sleep. The sets
-/// remember the entries of their members, so that an event is counted only where it was asked for.
+/// remember the entries of their members, so that an event is counted only where it was asked for; they are
+/// empty until the wait ends.
 class PollWait {
 public:
     PollWait(SocketSet* read, SocketSet* write, SocketSet* except) {
@@ -94,14 +95,11 @@ public:
                 const SelectResult result = KeepReady();
                 if (result.count != 0) return result;
             }
-            if (count == 0 && slice == left) break;
+            if (count == 0 && slice == left) return {0, 0};
             if (milliseconds > 0) {
                 left = std::max<std::int64_t>(milliseconds - Milliseconds(clock.SteadyNow() - start), 0);
             }
         }
-        for (std::size_t i = 0; i < setCount; ++i)
-            sets[i].set->Clear();
-        return {0, 0};
     }
 
 private:
@@ -127,6 +125,7 @@ private:
             entries[at].events = static_cast<short>(entries[at].events | asked);
             member.at[member.count++] = static_cast<std::uint8_t>(at);
         }
+        set->Clear();  // to hold what is ready
     }
 
     std::size_t EntryOf(int descriptor) {
@@ -141,27 +140,20 @@ private:
         int ready = 0;
         for (std::size_t i = 0; i < setCount; ++i) {
             for (std::size_t k = 0; k < sets[i].count; ++k) {
-                const short events = entries[sets[i].at[k]].revents;
-                if (events & POLLNVAL) return {-1, EBADF};
-                if (events & sets[i].reported) ++ready;
-            }
-        }
-        if (ready == 0) {
-            // An error or a hang-up of a handle that is only in the exception set: not asked for, and it
-            // would end every further wait at once.
-            for (std::size_t at = 0; at < used; ++at) {
-                if (entries[at].revents != 0) entries[at].fd = -1;
-            }
-            return {0, 0};
-        }
-        for (std::size_t i = 0; i < setCount; ++i) {
-            sets[i].set->Clear();
-            for (std::size_t k = 0; k < sets[i].count; ++k) {
                 const pollfd& entry = entries[sets[i].at[k]];
-                if (entry.revents & sets[i].reported) sets[i].set->Add(entry.fd);
+                if (entry.revents & POLLNVAL) return {-1, EBADF};
+                if ((entry.revents & sets[i].reported) == 0) continue;
+                sets[i].set->Add(entry.fd);
+                ++ready;
             }
         }
-        return {ready, 0};
+        if (ready != 0) return {ready, 0};
+        // An error or a hang-up of a handle that is only in the exception set: not asked for, and it would
+        // end every further wait at once.
+        for (std::size_t at = 0; at < used; ++at) {
+            if (entries[at].revents != 0) entries[at].fd = -1;
+        }
+        return {0, 0};
     }
 
     std::array<pollfd, 3 * SocketSet::Capacity> entries;  // only the first `used` have a meaning

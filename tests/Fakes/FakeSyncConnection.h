@@ -1,5 +1,6 @@
 #pragma once
 
+#include "OmbryZephCore/ZephHttpHeaderParser.h"
 #include "OmbryZephCore/ZephResultCodes.h"
 #include "OmbryZephCore/ZephSorrelSyncConnectionIf.h"
 
@@ -134,6 +135,21 @@ public:
     void ForEachResponseHeader(OmbryZephCore::ZephHeaderCallback callback) override {
         for (const auto& [name, value] : responseHeaders)
             callback(name.c_str(), value.c_str());
+    }
+    /// By way of the parser, which alone can fill one: of a name the first counts.
+    void CopyResponseHeaders(OmbryZephCore::ZephHttpHeaderCopy& to) override {
+        std::string head = "HTTP/1.1 200\r\n";
+        for (const auto& [name, value] : responseHeaders)
+            head += name + ": " + value + "\r\n";
+        head += "\r\n";
+        OmbryZephCore::ZephHttpHeaderParser parser(OmbryZephCore::ZephHttpHeaderParser::ModeResponse);
+        parser.Parse(reinterpret_cast<const std::uint8_t*>(head.data()), static_cast<Code>(head.size()));
+        parser.CopyHeaders(to);
+    }
+    void Abandon() override {
+        calls.push_back("Abandon");
+        request->OnRequestFailed();
+        response->OnResponseFailed();
     }
     bool IsOpen() override { return true; }
     bool IsCloseRequested() override { return false; }

@@ -36,9 +36,10 @@ public:
     }
     void AbortTask(std::uint32_t) override { events.push_back(name + " abort"); }
     void OnDrained() override { events.push_back(name + " drained"); }
-    bool HasMoreToWrite() override { return hasMore; }
+    WriteTail TakeWriteTail() override { return {tailBytes, hasMore}; }
 
     bool hasMore = false;
+    std::uint32_t tailBytes = 0;
     std::function<void(std::uint32_t nTaskType)> onComplete;
     int completions = 0;
     std::uint32_t lastBytes = 0;

@@ -285,6 +285,18 @@ TEST_F(ZephHttpClientConnectionTest, ResponseHeadersAreThereWithTheAnswerAndUnti
     connection.ForEachResponseHeader([](const char*, const char*) { FAIL(); });
 }
 
+TEST_F(ZephHttpClientConnectionTest, MemoryGoesBetweenTwoRequestsAndNotDuringOne) {
+    for (int i = 0; i < 2; ++i) {
+        SendGet();
+        io.Feed("HTTP/1.1 200 OK\r\nA: b\r\nConte");
+        connection.ReleaseIdleMemory();
+        io.Feed("nt-Length: 0\r\n\r\n");
+        EXPECT_STREQ("b", connection.GetResponseHeader("A"));
+        connection.ReleaseIdleMemory();
+        EXPECT_STREQ("b", connection.GetResponseHeader("A"));
+    }
+}
+
 TEST_F(ZephHttpClientConnectionTest, ARequestThatDoesNotAskToCloseTakesBackWhatTheOneBeforeAsked) {
     const std::string data = "x";
     for (const bool bWithBody : {false, true}) {

@@ -96,6 +96,16 @@ TEST_F(ZephIOTaskManager_SyncTest, AWriteThatAnotherFollowsAtOnceIsSentWithThatP
     EXPECT_THAT(events, ElementsAre("a write 1 ok 5", "a write 1 ok 4"));
 }
 
+TEST_F(ZephIOTaskManager_SyncTest, WhatLiesBehindAWriteByNowGoesWithIt) {
+    const SocketHandle h = Connect(a);
+    a.tailBytes = 2;
+    Write(h, 3);
+    EXPECT_EQ(manager.DoPendingIO(5, Token()), 0u);
+    EXPECT_THAT(sockets.Calls(), ElementsAre("Select({}, {100}, {100}, 1000)", "Send(100, 5)"));
+    EXPECT_THAT(events, ElementsAre("a write 1 ok 5"));
+    EXPECT_EQ(sockets.Sent(h), "hello");
+}
+
 TEST_F(ZephIOTaskManager_SyncTest, AnyTaskTypeButZeroIsAWrite) {
     for (std::uint32_t nType : {1u, 2u, 7u, 0xFFFFFFFFu}) {
         events.clear();

@@ -554,33 +554,71 @@ TEST_F(ZephSSLIOPumpTest, NoMemoryForBytesBehindTheCloseIsFatal) {
     EXPECT_THAT(listener.events, ElementsAre("fatal"));
 }
 
+// Idle
+
+TEST_F(ZephSSLIOPumpTest, AnIdleStageHoldsNoBuffersAndTakesThemForTheNextTransfer) {
+    TurnOn();
+    ssl.ReleaseIdleMemory();
+    const auto previous =
+        ZephIOBuffer::ReplaceAllocator([](std::uint64_t) -> std::uint8_t* { return nullptr; });
+    const std::uint8_t byte = 'a';
+    EXPECT_EQ(ssl.StartWrite(1, &byte), 3u) << "they were given back";
+    ZephIOBuffer::ReplaceAllocator(previous);
+    engine.output = "record";
+    OpenWrite("abc");
+    EXPECT_EQ(lower.CompleteWrite(), "record");
+}
+
+TEST_F(ZephSSLIOPumpTest, BuffersThatHoldSomethingStay) {
+    TurnOn();
+    engine.output = "record";
+    OpenWrite("abc");
+    ssl.ReleaseIdleMemory();
+    EXPECT_EQ(lower.CompleteWrite(), "record");
+}
+
 // What follows a write
 
-TEST_F(ZephSSLIOPumpTest, MoreFollowsAWriteWhileTheEngineHoldsOutputForIt) {
+TEST_F(ZephSSLIOPumpTest, WhatTheEngineHoldsByNowGoesWithTheWriteUnderWay) {
     TurnOn();
     engine.output = "head";
     OpenWrite("abc");
     ASSERT_EQ(lower.nWrite, 4u);
-    EXPECT_FALSE(ssl.HasMoreToWrite());
+    EXPECT_EQ(ssl.TakeWriteTail().nBytes, 0u);
     engine.output = "body";
-    EXPECT_TRUE(ssl.HasMoreToWrite());
-    lower.CompleteWrite(4);
-    ASSERT_EQ(lower.nWrite, 4u);
-    EXPECT_FALSE(ssl.HasMoreToWrite());
-    lower.CompleteWrite(4);
+    const auto tail = ssl.TakeWriteTail();
+    EXPECT_EQ(tail.nBytes, 4u);
+    EXPECT_FALSE(tail.bMoreFollows);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(lower.pWrite), 8), "headbody");
+    lower.nWrite += tail.nBytes;
+    lower.CompleteWrite();
+    EXPECT_EQ(lower.pWrite, nullptr);  // nothing is left
 }
 
-TEST_F(ZephSSLIOPumpTest, NothingIsPromisedBehindAWriteOfAnotherState) {
-    EXPECT_FALSE(ssl.HasMoreToWrite());
+TEST_F(ZephSSLIOPumpTest, WhatDoesNotFitBehindAWriteFollowsIt) {
+    TurnOn();
+    engine.output = "head";
+    OpenWrite("abc");
+    engine.output = std::string(9000, 'b');
+    const auto tail = ssl.TakeWriteTail();
+    EXPECT_EQ(tail.nBytes, 8092u);  // what is left of the buffer
+    EXPECT_TRUE(tail.bMoreFollows);
+    lower.nWrite += tail.nBytes;
+    lower.CompleteWrite();
+    EXPECT_EQ(lower.nWrite, 908u);
+}
+
+TEST_F(ZephSSLIOPumpTest, NothingGoesWithAWriteOfAnotherState) {
+    EXPECT_EQ(ssl.TakeWriteTail().nBytes, 0u);
     TurnOn();
     engine.blocked = true;
-    EXPECT_FALSE(ssl.HasMoreToWrite());  // no write is under way
+    EXPECT_FALSE(ssl.TakeWriteTail().bMoreFollows);  // no write is under way
     engine.blocked = false;
     engine.output = "head";
     OpenWrite("abc");
     ASSERT_EQ(ssl.StopSSL(false), 0u);
     engine.output = "alert";
-    EXPECT_FALSE(ssl.HasMoreToWrite());
+    EXPECT_EQ(ssl.TakeWriteTail().nBytes, 0u);
 }
 
 }  // namespace

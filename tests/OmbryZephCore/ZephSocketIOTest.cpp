@@ -83,8 +83,8 @@ public:
         if (during) during();
     }
     void OnDrained() override { events.push_back("drained"); }
-    bool HasMoreToWrite() override { return hasMore; }
-    bool hasMore = false;
+    WriteTail TakeWriteTail() override { return tail; }
+    WriteTail tail;
     std::function<void()> during;
 
 private:
@@ -121,13 +121,13 @@ TEST_F(ZephSocketIOTest, AnUnboundObjectAnswersNotInitialized) {
     EXPECT_EQ(socket.GetLastActivity(), 0);
 }
 
-TEST_F(ZephSocketIOTest, WhetherMoreFollowsIsTheHandlersAnswer) {
-    stage.hasMore = true;
-    EXPECT_FALSE(socket.HasMoreToWrite());
+TEST_F(ZephSocketIOTest, WhatGoesWithAWriteIsTheHandlersAnswer) {
+    stage.tail = {3, true};
+    EXPECT_EQ(socket.TakeWriteTail().nBytes, 0u);
+    EXPECT_FALSE(socket.TakeWriteTail().bMoreFollows);
     Bind();
-    EXPECT_TRUE(socket.HasMoreToWrite());
-    stage.hasMore = false;
-    EXPECT_FALSE(socket.HasMoreToWrite());
+    EXPECT_EQ(socket.TakeWriteTail().nBytes, 3u);
+    EXPECT_TRUE(socket.TakeWriteTail().bMoreFollows);
 }
 
 TEST_F(ZephSocketIOTest, InitializeRegistersItselfForTheSocket) {

@@ -192,8 +192,8 @@ TEST_F(ZephSorrelSyncHttpClientTest, AResponseWithoutAWriterIsReadAllTheSame) {
     EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "ContinueReceive"), 2);
 }
 
-TEST_F(ZephSorrelSyncHttpClientTest, ResponseHeadersComeInMapOrderAndTheLastOfANameStays) {
-    world.responseHeaders = {{"B", "1"}, {"A", "2"}, {"B", "3"}, {"b", "4"}};
+TEST_F(ZephSorrelSyncHttpClientTest, ResponseHeadersComeInMapOrder) {
+    world.responseHeaders = {{"B", "3"}, {"A", "2"}, {"b", "4"}};
     world.exchanges = {FakeSyncConnection::Answer(200)};
     client.DoRequest("GET", "/");
     std::vector<std::string> seen;
@@ -451,13 +451,12 @@ TEST_F(ZephSorrelSyncHttpClientTest, AnExceptionOfTheReaderEndsTheWaitAndIsThrow
     reader.onRead = [] { throw std::out_of_range("of the reader"); };
     client.SetDataReader(&reader);
     world.exchanges = {[](FakeSyncConnection& http) {
-        EXPECT_FALSE(http.token.IsCancelled());
         http.body->OnReadyForBody();
         http.body->OnReadyForBody();
-        return http.token.IsCancelled() ? 13u : 0u;
+        return 0u;
     }};
     EXPECT_THROW(client.DoRequest("POST", "/"), std::out_of_range);
-    EXPECT_EQ(client.GetIOResult(), 13u);
+    EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "Abandon"), 1);
     EXPECT_EQ(reader.rooms.size(), 1u) << "not asked again";
     EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "EndBody"), 0)
         << "half a body must not look like a whole one";

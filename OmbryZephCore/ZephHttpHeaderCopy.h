@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace OmbryZephCore {
+
+/// The headers of a parsed head, on their own: they outlive the parser's copy. Taking the next ones keeps the
+/// memory. Not thread-safe.
+class ZephHttpHeaderCopy {
+public:
+    void Clear() { m_Headers.clear(); }
+
+    /// Visits all headers by name and value, NUL-terminated, in the byte order of their names.
+    template <class Callback>
+    void ForEach(Callback callback) const {
+        const char* const pBytes = reinterpret_cast<const char*>(m_Bytes.data());
+        for (const auto& [nName, nValue] : m_Headers)
+            callback(pBytes + nName, pBytes + nValue);
+    }
+
+private:
+    friend class ZephHttpHeaderParser;
+
+    /// Where the two texts begin.
+    struct Header {
+        std::uint32_t nName;
+        std::uint32_t nValue;
+    };
+
+    std::vector<std::uint8_t> m_Bytes;
+    std::vector<Header> m_Headers;
+};
+
+}  // namespace OmbryZephCore

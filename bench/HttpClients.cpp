@@ -1,0 +1,15 @@
+#include "bench/HttpClients.h"
+
+#include <stdexcept>
+
+namespace Ombry::Bench {
+
+std::unique_ptr<HttpClient> MakeClient(const std::string& name, const Target& target) {
+    if (name == "ours") return MakeOmbryClient(target);
+    if (name == "libcurl") return MakeCurlClient(target);
+    if (name == "Beast") return MakeBeastClient(target);
+    if (name == "OpenSSL alone") return MakeOpenSSLClient(target);
+    throw std::runtime_error("There is no client of the name " + name);
+}
+
+}  // namespace Ombry::Bench
