@@ -92,6 +92,9 @@ public:
                                                   std::uint32_t room) = 0;
 };
 
+template <>
+ICertificates& Production<ICertificates>();
+
 inline ICertificates& Certificates() {
     return Current<ICertificates>();
 }

@@ -30,6 +30,9 @@ public:
     virtual void Sleep(Duration slice) = 0;
 };
 
+template <>
+IClock& Production<IClock>();
+
 inline IClock& Clock() {
     return Current<IClock>();
 }

@@ -81,6 +81,9 @@ public:
     virtual Result CreateDirectories(const std::string& directory, Durability durability) = 0;
 };
 
+template <>
+IFiles& Production<IFiles>();
+
 inline IFiles& Files() {
     return Current<IFiles>();
 }

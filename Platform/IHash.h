@@ -34,6 +34,9 @@ public:
     virtual ValueOr<std::unique_ptr<IHashProvider>> AcquireProvider() = 0;
 };
 
+template <>
+IHash& Production<IHash>();
+
 inline IHash& Hash() {
     return Current<IHash>();
 }

@@ -86,6 +86,9 @@ public:
     virtual bool TakesColours() = 0;
 };
 
+template <>
+IInspection& Production<IInspection>();
+
 inline IInspection& Inspection() {
     return Current<IInspection>();
 }

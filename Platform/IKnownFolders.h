@@ -20,6 +20,9 @@ public:
     virtual ValueOr<std::string> CurrentUserQuennet() = 0;
 };
 
+template <>
+IKnownFolders& Production<IKnownFolders>();
+
 inline IKnownFolders& KnownFolders() {
     return Current<IKnownFolders>();
 }

@@ -28,6 +28,9 @@ public:
     virtual std::string_view Remedy(int /*error*/) const { return {}; }
 };
 
+template <>
+IMachineProtection& Production<IMachineProtection>();
+
 inline IMachineProtection& MachineProtection() {
     return Current<IMachineProtection>();
 }

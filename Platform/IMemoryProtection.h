@@ -22,6 +22,9 @@ public:
     virtual Result Unprotect(std::span<std::uint8_t> memory, std::uint32_t flags) = 0;
 };
 
+template <>
+IMemoryProtection& Production<IMemoryProtection>();
+
 inline IMemoryProtection& MemoryProtection() {
     return Current<IMemoryProtection>();
 }

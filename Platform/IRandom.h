@@ -32,6 +32,9 @@ public:
     virtual Guid NewGuid() = 0;
 };
 
+template <>
+IRandom& Production<IRandom>();
+
 inline IRandom& Random() {
     return Current<IRandom>();
 }

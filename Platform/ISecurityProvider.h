@@ -189,6 +189,9 @@ public:
     virtual void FreeCertificate(CertificateContextPointer certificate) = 0;
 };
 
+template <>
+ISecurityProvider& Production<ISecurityProvider>();
+
 inline ISecurityProvider& SecurityProvider() {
     return Current<ISecurityProvider>();
 }

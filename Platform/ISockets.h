@@ -138,6 +138,9 @@ public:
                                 bool moreFollows = false) = 0;
 };
 
+template <>
+ISockets& Production<ISockets>();
+
 inline ISockets& Sockets() {
     return Current<ISockets>();
 }

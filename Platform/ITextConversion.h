@@ -25,6 +25,9 @@ public:
     virtual Count WideToUtf8(std::wstring_view text, char* out, std::size_t room) = 0;
 };
 
+template <>
+ITextConversion& Production<ITextConversion>();
+
 inline ITextConversion& TextConversion() {
     return Current<ITextConversion>();
 }

@@ -17,6 +17,9 @@ public:
     virtual ValueOr<std::string> MachineId() = 0;
 };
 
+template <>
+IMachineId& Production<IMachineId>();
+
 inline IMachineId& MachineIdentity() {
     return Current<IMachineId>();
 }

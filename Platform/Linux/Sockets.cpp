@@ -32,7 +32,7 @@ int CoreError(int error) {
     return error;
 }
 
-Result Outcome(int returned) {
+Result CoreOutcome(int returned) {
     return returned == 0 ? Result::Success() : Result::Failure(CoreError(errno));
 }
 
@@ -210,24 +210,24 @@ public:
     }
 
     Result Close(SocketHandle socket) override {
-        const Result result = Outcome(close(Descriptor(socket)));
+        const Result result = CoreOutcome(close(Descriptor(socket)));
         // An interrupted close has closed all the same; repeating it could hit another thread's descriptor.
         return !result && result.Error() == EINTR ? Result::Success() : result;
     }
 
     Result Bind(SocketHandle socket, const AddressEntry& address) override {
         const SocketAddress local(address);
-        return Outcome(bind(Descriptor(socket), local.Pointer(), local.length));
+        return CoreOutcome(bind(Descriptor(socket), local.Pointer(), local.length));
     }
 
     Result SetNonBlocking(SocketHandle socket, bool nonBlocking) override {
         int mode = nonBlocking ? 1 : 0;
-        return Outcome(ioctl(Descriptor(socket), FIONBIO, &mode));
+        return CoreOutcome(ioctl(Descriptor(socket), FIONBIO, &mode));
     }
 
     Result Connect(SocketHandle socket, const AddressEntry& address) override {
         const SocketAddress peer(address);
-        const Result result = Outcome(connect(Descriptor(socket), peer.Pointer(), peer.length));
+        const Result result = CoreOutcome(connect(Descriptor(socket), peer.Pointer(), peer.length));
         // A signal ends the call, not the attempt.
         return !result && result.Error() == EINTR ? Result::Failure(ErrorInProgress) : result;
     }

@@ -29,7 +29,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 /// UTF-16LE with its terminator.
-std::string Name(std::u16string_view text) {
+std::string FriendlyNameBytes(std::u16string_view text) {
     std::string bytes;
     for (const char16_t unit : std::u16string(text) + u'\0') {
         bytes += static_cast<char>(unit & 0xFF);
@@ -80,7 +80,7 @@ protected:
         const auto added = store->AddReplaceExisting(ContextOf(der));
         ASSERT_TRUE(added);
         if (name.empty()) return;
-        ASSERT_TRUE(store->SetFriendlyName(*added, BytesOf(Name(name))));
+        ASSERT_TRUE(store->SetFriendlyName(*added, BytesOf(FriendlyNameBytes(name))));
     }
 
     std::vector<std::string> FileNames() {
@@ -194,7 +194,7 @@ TEST_F(CertificateStoreTest, AddedCertificateIsThereAfterReopeningUnderItsFinger
     EXPECT_THAT(All(*store), ElementsAre(Der(1)));
     const auto context = store->FindNext(nullptr);
     EXPECT_EQ(context->encodingType, 0x10001u);
-    EXPECT_EQ(FriendlyName(*store, context), Name(u"DiscoveryServiceBootstrap"));
+    EXPECT_EQ(FriendlyName(*store, context), FriendlyNameBytes(u"DiscoveryServiceBootstrap"));
     EXPECT_EQ(FriendlyName(*store, context).size(), 52u);
 
     const auto names = FileNames();
@@ -325,7 +325,7 @@ TEST_F(CertificateStoreTest, ContextOfAnotherStoreIsRefused) {
     std::vector<std::uint8_t> buffer(64);
     EXPECT_EQ(store->GetFriendlyName(&foreign, buffer).Error(), EINVAL);
     EXPECT_EQ(store->Delete(&foreign).Error(), EINVAL);
-    EXPECT_EQ(store->SetFriendlyName(&foreign, BytesOf(Name(u"x"))).Error(), EINVAL);
+    EXPECT_EQ(store->SetFriendlyName(&foreign, BytesOf(FriendlyNameBytes(u"x"))).Error(), EINVAL);
     EXPECT_EQ(store->FindNext(&foreign), nullptr);
 }
 
@@ -335,7 +335,7 @@ TEST_F(CertificateStoreTest, FriendlyNameMustFitExactlyWithItsTerminator) {
     Add(1, u"DiscoveryServiceBootstrap");
     const auto store = Open(StoreAccess::ReadOnlyExisting);
     const auto context = store->FindNext(nullptr);
-    EXPECT_EQ(FriendlyName(*store, context, 52), Name(u"DiscoveryServiceBootstrap"));
+    EXPECT_EQ(FriendlyName(*store, context, 52), FriendlyNameBytes(u"DiscoveryServiceBootstrap"));
     EXPECT_EQ(FriendlyName(*store, context, 51), "failure");
     EXPECT_EQ(FriendlyName(*store, context, 0), "failure");
 }
@@ -345,14 +345,14 @@ TEST_F(CertificateStoreTest, FriendlyNameLongerThanSixtyFourBytesFailsToReadAndS
     Add(1, name);
     const auto store = Open(StoreAccess::ReadOnlyExisting);
     EXPECT_EQ(FriendlyName(*store, store->FindNext(nullptr), 64), "failure");
-    EXPECT_EQ(FriendlyName(*store, store->FindNext(nullptr), 66), Name(name));
+    EXPECT_EQ(FriendlyName(*store, store->FindNext(nullptr), 66), FriendlyNameBytes(name));
 }
 
 TEST_F(CertificateStoreTest, FriendlyNameBeyondAsciiKeepsItsUnits) {
     const std::u16string name = u"\u00FC\u20AC\U0001F600";
     Add(1, name);
     const auto store = Open(StoreAccess::ReadOnlyExisting);
-    EXPECT_EQ(FriendlyName(*store, store->FindNext(nullptr)), Name(name));
+    EXPECT_EQ(FriendlyName(*store, store->FindNext(nullptr)), FriendlyNameBytes(name));
     EXPECT_EQ(Output("openssl x509 -in " + directory / (folder + "/" + FileNames()[0]) + " -alias -noout"),
               "\xC3\xBC\xE2\x82\xAC\xF0\x9F\x98\x80\n");
 }
@@ -362,21 +362,22 @@ TEST_F(CertificateStoreTest, EmptyFriendlyNameIsNotTheSameAsNone) {
     {
         const auto store = Open();
         EXPECT_EQ(FriendlyName(*store, store->FindNext(nullptr)), "failure");
-        ASSERT_TRUE(store->SetFriendlyName(store->FindNext(nullptr), BytesOf(Name(u""))));
+        ASSERT_TRUE(store->SetFriendlyName(store->FindNext(nullptr), BytesOf(FriendlyNameBytes(u""))));
     }
     const auto store = Open(StoreAccess::ReadOnlyExisting);
-    EXPECT_EQ(FriendlyName(*store, store->FindNext(nullptr)), Name(u""));
+    EXPECT_EQ(FriendlyName(*store, store->FindNext(nullptr)), FriendlyNameBytes(u""));
 }
 
 TEST_F(CertificateStoreTest, NameWithoutProperTerminatorIsRefused) {
     Add(1, u"old");
     const auto store = Open();
     const auto context = store->FindNext(nullptr);
-    for (const std::string& name : {std::string(), std::string("\0", 1), std::string("a\0", 2),
-                                    std::string("a\0\0", 3), Name(u"a") + Name(u"b")}) {
+    for (const std::string& name :
+         {std::string(), std::string("\0", 1), std::string("a\0", 2), std::string("a\0\0", 3),
+          FriendlyNameBytes(u"a") + FriendlyNameBytes(u"b")}) {
         EXPECT_EQ(store->SetFriendlyName(context, BytesOf(name)).Error(), EINVAL);
     }
-    EXPECT_EQ(FriendlyName(*store, context), Name(u"old"));
+    EXPECT_EQ(FriendlyName(*store, context), FriendlyNameBytes(u"old"));
 }
 
 TEST_F(CertificateStoreTest, NewNameReplacesTheOldAndKeepsOtherTrustSettings) {
@@ -386,7 +387,7 @@ TEST_F(CertificateStoreTest, NewNameReplacesTheOldAndKeepsOtherTrustSettings) {
            path + ".new " + path);
     {
         const auto store = Open();
-        ASSERT_TRUE(store->SetFriendlyName(store->FindNext(nullptr), BytesOf(Name(u"new"))));
+        ASSERT_TRUE(store->SetFriendlyName(store->FindNext(nullptr), BytesOf(FriendlyNameBytes(u"new"))));
     }
     EXPECT_EQ(Output("openssl x509 -in " + path + " -alias -noout"), "new\n");
     EXPECT_THAT(Output("openssl x509 -in " + path + " -text -noout"),
@@ -416,8 +417,8 @@ TEST_F(CertificateStoreTest, ReadOnlyStoreRefusesEveryChange) {
     const std::string der = Der(2);
     EXPECT_EQ(store->Delete(context).Error(), EACCES);
     EXPECT_EQ(store->AddReplaceExisting(ContextOf(der)).Error(), EACCES);
-    EXPECT_EQ(store->SetFriendlyName(context, BytesOf(Name(u"x"))).Error(), EACCES);
-    EXPECT_EQ(FriendlyName(*store, context), Name(u"name"));
+    EXPECT_EQ(store->SetFriendlyName(context, BytesOf(FriendlyNameBytes(u"x"))).Error(), EACCES);
+    EXPECT_EQ(FriendlyName(*store, context), FriendlyNameBytes(u"name"));
     EXPECT_EQ(FileNames().size(), 1u);
 }
 
@@ -445,15 +446,15 @@ TEST_F(CertificateStoreTest, FailedWriteIsReportedAndLeavesEntryAndFileAsTheyWer
         const auto store = Open();
         files.FailEvery(operation, ENOSPC);
         const auto context = store->FindNext(nullptr);
-        EXPECT_EQ(store->SetFriendlyName(context, BytesOf(Name(u"new"))).Error(), ENOSPC);
+        EXPECT_EQ(store->SetFriendlyName(context, BytesOf(FriendlyNameBytes(u"new"))).Error(), ENOSPC);
         EXPECT_EQ(store->AddReplaceExisting(ContextOf(der)).Error(), ENOSPC);
         EXPECT_EQ(store->AddReplaceExisting(ContextOf(other)).Error(), ENOSPC);
-        EXPECT_EQ(FriendlyName(*store, context), Name(u"old"));
+        EXPECT_EQ(FriendlyName(*store, context), FriendlyNameBytes(u"old"));
         EXPECT_THAT(All(*store), ElementsAre(der));
     }
     const auto store = Open(StoreAccess::ReadOnlyExisting);
     EXPECT_THAT(All(*store), ElementsAre(der));
-    EXPECT_EQ(FriendlyName(*store, store->FindNext(nullptr)), Name(u"old"));
+    EXPECT_EQ(FriendlyName(*store, store->FindNext(nullptr)), FriendlyNameBytes(u"old"));
 }
 
 TEST_F(CertificateStoreTest, FullDiskFailsTheOpenForWritingSoThatNothingIsDeletedForNothing) {
