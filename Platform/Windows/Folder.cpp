@@ -9,8 +9,6 @@
 namespace Ombry::Platform::Windows {
 namespace {
 
-constexpr DWORD ShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
 /// Opens what stands at a path, or behind it if it is a link, as a folder alone can be opened.
 Handle OpenFolder(const std::wstring& path, DWORD access) {
     return Handle(CreateFileW(path.c_str(), access, ShareAll, nullptr, OPEN_EXISTING,

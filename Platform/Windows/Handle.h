@@ -6,6 +6,9 @@
 
 namespace Ombry::Platform::Windows {
 
+/// What leaves a file or folder to everybody else while it is open.
+inline constexpr DWORD ShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
 /// Owns one handle of an open file or folder.
 class Handle {
 public:

@@ -9,8 +9,6 @@
 namespace Ombry::Platform::Windows {
 namespace {
 
-constexpr DWORD ShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
 // By their numbers: some sets of headers have the names for a later system only.
 constexpr auto DispositionEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(21);  // FileDispositionInfoEx
 constexpr auto RenameEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22);       // FileRenameInfoEx

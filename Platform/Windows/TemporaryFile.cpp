@@ -45,8 +45,7 @@ Handle CreatePrivate(const std::wstring& path, SECURITY_ATTRIBUTES access) {
 
 /// Whoever made the file has it open as long as he lives, and then this one does not open.
 void RemoveIfAbandoned(const std::wstring& path) {
-    const Handle file(CreateFileW(path.c_str(), DELETE | FILE_READ_ATTRIBUTES,
-                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+    const Handle file(CreateFileW(path.c_str(), DELETE | FILE_READ_ATTRIBUTES, ShareAll, nullptr,
                                   OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
     if (file && CheckRegular(file)) static_cast<void>(Remove(file));
 }

@@ -4,6 +4,8 @@
 #include <windows.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <new>
 
 // Wine does not tell what a thread waits for. The linker sends whoever takes a lock, or waits for a
 // condition, here first, the standard library too.
@@ -25,12 +27,13 @@ DWORD Slot() {
 
 /// How many waits the calling thread is in; others may look at it after its end. In the system's own storage
 /// of a thread: a thread that the library is still making may have to wait for a lock of the library's, and
-/// what is `thread_local` would make it another one by then, which never gets to its work.
+/// what is `thread_local` would make it another one by then, which never gets to its work. So would `new`,
+/// where tests count by a `thread_local` what it is asked for.
 Waits& WaitsOfThisThread() {
     const DWORD place = Slot();
     auto* waits = static_cast<Waits*>(TlsGetValue(place));
     if (!waits) {
-        waits = new Waits(0);
+        waits = new (std::malloc(sizeof(Waits))) Waits(0);
         TlsSetValue(place, waits);
     }
     return *waits;
