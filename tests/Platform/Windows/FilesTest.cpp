@@ -120,7 +120,8 @@ TEST_F(FilesTest, FileThatIsScannedIsWaitedFor) {
             begun = true;
             done = one.work();
         });
-        // Time for the first try, which must not be the last, and little enough for the last on a busy machine.
+        // Time for the first try, which must not be the last, and little enough for the last on a busy
+        // machine.
         for (int left = 20; !begun || left > 0; --left)
             std::this_thread::yield();
         scanner.Release();
