@@ -201,8 +201,10 @@ private:
                 m_Answering = true;
                 Say(answer);
             }
+            const std::size_t nHeard = exchange.body.size();
             if (m_Script.holds && exchange.cEnd == 0) m_Connection.ContinueReceive();
-            if (Deliver() || bWrote) {
+            // A close under TLS ends everything at once, also what a reader that holds has not asked for yet.
+            if (Deliver() || bWrote || exchange.body.size() != nHeard) {
                 nIdle = 0;
             } else if (++nIdle > 3) {
                 nIdle = 0;
