@@ -13,9 +13,9 @@
 namespace Ombry::Tests {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
+using ::testing::UnorderedElementsAre;
 
 class InstallationTest : public ::testing::Test {
 protected:
@@ -41,22 +41,22 @@ TEST_F(InstallationTest, HoldsTheToolTheLibrariesAndTheirDocuments_AndNothingOfT
     std::erase_if(lines, [](const std::string& line) { return line.find("/OmbryTargets") != line.npos; });
     EXPECT_THAT(
         lines,
-        ElementsAre("./bin/Ombry.SecClientConfig", "./bin/ombry-doctor", "./bin/ombry-sandbox",
-                    "./lib/cmake/Ombry/OmbryConfig.cmake", "./lib/cmake/Ombry/OmbryConfigVersion.cmake",
-                    "./lib/libombry_cancellation.a", "./lib/libombry_client_communications.a",
-                    "./lib/libombry_object_mapping.a", "./lib/libombry_platform.a",
-                    "./lib/libombry_zeph_core.a", EndsWith("/pkgconfig/ombry.pc"),
-                    "./lib/systemd/system/ombry-sandbox.service",
-                    "./share/bash-completion/completions/Ombry.SecClientConfig",
-                    "./share/bash-completion/completions/ombry-doctor", "./share/doc-base/libombry-doc",
-                    "./share/doc/libombry-dev/changelog.gz", "./share/doc/libombry-dev/copyright",
-                    "./share/doc/libombry-doc/changelog.gz", "./share/doc/libombry-doc/copyright",
-                    "./share/doc/ombry-sandbox/changelog.gz", "./share/doc/ombry-sandbox/copyright",
-                    "./share/doc/ombry-sec-client-config/changelog.gz",
-                    "./share/doc/ombry-sec-client-config/copyright",
-                    "./share/doc/ombry-sec-client-config/ombry-doctor.schema.json",
-                    "./share/man/man1/Ombry.SecClientConfig.1.gz", "./share/man/man1/ombry-doctor.1.gz",
-                    "./share/man/man1/ombry-sandbox.1.gz"));
+        UnorderedElementsAre(
+            "./bin/Ombry.SecClientConfig", "./bin/ombry-doctor", "./bin/ombry-sandbox",
+            "./lib/cmake/Ombry/OmbryConfig.cmake", "./lib/cmake/Ombry/OmbryConfigVersion.cmake",
+            "./lib/libombry_cancellation.a", "./lib/libombry_client_communications.a",
+            "./lib/libombry_object_mapping.a", "./lib/libombry_platform.a", "./lib/libombry_zeph_core.a",
+            "./lib/systemd/system/ombry-sandbox.service", EndsWith("/pkgconfig/ombry.pc"),
+            "./share/bash-completion/completions/Ombry.SecClientConfig",
+            "./share/bash-completion/completions/ombry-doctor", "./share/doc-base/libombry-doc",
+            "./share/doc/libombry-dev/changelog.gz", "./share/doc/libombry-dev/copyright",
+            "./share/doc/libombry-doc/changelog.gz", "./share/doc/libombry-doc/copyright",
+            "./share/doc/ombry-sandbox/changelog.gz", "./share/doc/ombry-sandbox/copyright",
+            "./share/doc/ombry-sec-client-config/changelog.gz",
+            "./share/doc/ombry-sec-client-config/copyright",
+            "./share/doc/ombry-sec-client-config/ombry-doctor.schema.json",
+            "./share/man/man1/Ombry.SecClientConfig.1.gz", "./share/man/man1/ombry-doctor.1.gz",
+            "./share/man/man1/ombry-sandbox.1.gz"));
 }
 
 TEST_F(InstallationTest, HoldsThePublicHeadersOfEveryFolder_UnderTheNamesThatTheTreeIncludesThemBy) {
