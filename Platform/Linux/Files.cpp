@@ -168,9 +168,9 @@ public:
 
     Result Remove(const std::string& path, Durability durability) override {
         const auto folder = FolderToSync(path, durability);
-        if (!folder) return Result::Failure(folder.Error());
+        // What cannot be synced goes all the same: who removes a secret must not find it still there.
         if (unlink(path.c_str()) != 0) return Result::Failure(errno);
-        return SyncIfOpen(*folder);
+        return folder ? SyncIfOpen(*folder) : Result::Failure(folder.Error());
     }
 
     Result Rename(const std::string& from, const std::string& to) override {

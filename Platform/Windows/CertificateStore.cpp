@@ -110,14 +110,14 @@ private:
         held;  // what was handed out; goes before the store
 };
 
-DWORD FlagsFor(StoreLocation location, StoreAccess access) {
-    const DWORD place = location == StoreLocation::CurrentUser ? CERT_SYSTEM_STORE_CURRENT_USER
-                                                               : CERT_SYSTEM_STORE_LOCAL_MACHINE;
+}  // namespace
+
+std::uint32_t FlagsFor(StoreLocation location, StoreAccess access) {
+    const std::uint32_t place = location == StoreLocation::CurrentUser ? CERT_SYSTEM_STORE_CURRENT_USER
+                                                                       : CERT_SYSTEM_STORE_LOCAL_MACHINE;
     if (access == StoreAccess::ReadWrite) return place;
     return place | CERT_STORE_OPEN_EXISTING_FLAG | CERT_STORE_READONLY_FLAG;
 }
-
-}  // namespace
 
 ValueOr<std::unique_ptr<ICertificateStore>> OpenCertificateStore(StoreLocation location, StoreAccess access,
                                                                  const std::wstring& name) {

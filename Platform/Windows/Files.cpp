@@ -173,12 +173,12 @@ public:
         const auto target = Windows::WidePath(path);
         if (!target) return Result::Failure(target.Error());
         const auto folder = FolderToFlush(*target, durability);
-        if (!folder) return Result::Failure(folder.Error());
+        // What cannot be flushed goes all the same: who removes a secret must not find it still there.
         const auto file = Windows::Open(*target, DELETE | FILE_READ_ATTRIBUTES);
         if (!file) return Result::Failure(file.Error());
         if (const Result result = Windows::CheckReplaceable(*file); !result) return result;
         if (const Result result = Windows::Remove(*file); !result) return result;
-        return FlushIfOpen(*folder);
+        return folder ? FlushIfOpen(*folder) : Result::Failure(folder.Error());
     }
 
     Result Rename(const std::string& from, const std::string& to) override {
@@ -203,7 +203,9 @@ public:
     }
 
     Result CreateDirectories(const std::string& directory, Durability durability) override {
-        const auto path = Windows::WidePath(directory);
+        // In front of the solidus of "C:/file" stands "C:", by which the root of the drive is meant here.
+        const bool isDrive = directory.size() == 2 && directory[1] == ':';
+        const auto path = Windows::WidePath(isDrive ? directory + '/' : directory);
         if (!path) return Result::Failure(path.Error());
         if (Windows::CheckFolder(*path)) return Result::Success();
         std::size_t end = Windows::EndOfRoot(*path);

@@ -1,4 +1,5 @@
 #include "ClientCommunications/Impl/BootstrapServiceRequestFactory.h"
+#include "ClientCommunications/RootRequestMetaData.h"
 #include "tests/Fakes/HeadersOf.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +14,7 @@ using testing::Pair;
 TEST(BootstrapServiceRequestFactoryTest, RequestsCarryTheContractVersionAndNothingElse) {
     BootstrapServiceRequestFactory factory;
     const auto plain = factory.Create("GET", "/path", "7");
-    const auto dropped = factory.Create("GET", "/path", "7", nullptr);
+    const auto dropped = factory.Create("GET", "/path", "7", RootRequestMetaData::create("Type"));
     for (const auto& request : {plain, dropped}) {
         EXPECT_EQ(request->GetMethod(), "GET");
         EXPECT_EQ(request->GetPath(), "/path");

@@ -106,6 +106,24 @@ TEST_F(ClientCommunicationsTest, WhicheverThreadCannotStartTheOthersEndAndTheFai
     }
 }
 
+// What starts a thread is made before and after the bootstrap file is read, which tells the order of both.
+TEST_F(ClientCommunicationsTest, BootstrapFileIsReadOnceTwoThreadsRun) {
+    const std::string bootstrap = "Read " + Security + "/ombrysecurity.config";
+    static_cast<void>(files.Remove(Security + "/ombrysecurity.config"));
+    for (std::size_t n = 1; n <= 3; ++n) {
+        const FailingThreads threads(n);
+        files.ClearOperations();
+        if (n <= 2) {
+            EXPECT_THROW(MakeClientCommunications(Parameters("c1", "", "")), std::system_error) << n;
+            EXPECT_THAT(files.Texts(), testing::Not(testing::Contains(bootstrap))) << n;
+        } else {
+            EXPECT_THAT(Failure(Parameters("c1", "", "")),
+                        testing::HasSubstr("ombrysecurity.config' for read."));
+            EXPECT_EQ(threads.Count(), 2u);
+        }
+    }
+}
+
 struct Identity {
     const char* name;
     std::string clientName, userName, token;

@@ -123,12 +123,17 @@ TEST_F(CommunicationsParametersTest, ACopyIsItsOwn) {
 }
 
 TEST_F(CommunicationsParametersTest, WithoutAProgramDataFolderConstructionFailsWithTheNumber) {
-    folders.programDataError = 42;
-    try {
-        CommunicationsParameters("client");
-        FAIL() << "nothing thrown";
-    } catch (const std::runtime_error& failure) {
-        EXPECT_STREQ(failure.what(), "Ombry::ClientCommunications: SHGetFolderPath failed with error 42");
+    // The system's result has a sign, and so has its text.
+    for (const auto& [error, text] :
+         {std::pair(42, "42"), std::pair(static_cast<int>(0x80070003), "-2147024893")}) {
+        folders.programDataError = error;
+        try {
+            CommunicationsParameters("client");
+            FAIL() << "nothing thrown";
+        } catch (const std::runtime_error& failure) {
+            EXPECT_EQ(failure.what(),
+                      std::string("Ombry::ClientCommunications: SHGetFolderPath failed with error ") + text);
+        }
     }
 }
 

@@ -134,6 +134,25 @@ TEST_F(RootRequestMetaDataTest, AGuidIsWrittenInLowerCaseWithAllItsZeros) {
     EXPECT_EQ(MakeGuidText(), "00000002-0203-4405-8607-08090a0b0c0d");
 }
 
+/// Gives one GUID in whose every field another digit would show.
+class RandomOfAllDigits : public FakeRandom {
+public:
+    Platform::Guid NewGuid() override {
+        Platform::Guid guid;
+        guid.data1 = 0xFEDCBA98;
+        guid.data2 = 0xFEDC;
+        guid.data3 = 0xFBA9;
+        guid.data4 = {0xFE, 0xDC, 0xBA, 0x98, 0x76, 0x54, 0x32, 0x1F};
+        return guid;
+    }
+};
+
+TEST_F(RootRequestMetaDataTest, EveryBitOfAGuidIsInItsText) {
+    RandomOfAllDigits random;
+    const Platform::Testing::Replace<Platform::IRandom> replaced(random);
+    EXPECT_EQ(MakeGuidText(), "fedcba98-fedc-fba9-fedc-ba987654321f");
+}
+
 // --- Headers for a time ---
 
 class ScopedNewHeaderTest : public RootRequestMetaDataTest {};

@@ -305,6 +305,31 @@ TEST_F(EnrollmentManagerClientTest,
     EXPECT_EQ(steps, Texts{"Read " + CredentialsPath("a")});
 }
 
+// The credentials are read, and then the id in them cannot be made plain.
+TEST_F(EnrollmentManagerClientTest, AnIdThatCannotBeReadEndsAnUnenrollmentInSilence) {
+    PutClient("a", "old-id");
+    memory.failing = "Unprotect";
+    memory.error = 5;
+
+    Manager().UnenrollClient("a");
+
+    EXPECT_EQ(steps, Texts{"Read " + CredentialsPath("a")});
+}
+
+TEST_F(EnrollmentManagerClientTest, AnIdThatCannotBeReadIsNoReasonNotToEnrolAnew) {
+    PutClient("a", "old-id");
+    Answer({{"POST " + ClientsPath, {201, ""}}});
+    memory.failing = "Unprotect";
+    memory.error = 5;
+
+    Manager().EnrollClient(Request("a"));
+
+    EXPECT_EQ(steps, Join({{"Read " + CredentialsPath("a")},
+                           ReadDatacenter(),
+                           EnrollCall(),
+                           Save(CredentialsPath("a"))}));
+}
+
 TEST_F(EnrollmentManagerClientTest, UnenrollmentThatTheServiceRefusesKeepsTheCredentials) {
     for (const int status : {200, 401, 403, 500}) {
         PutClient("a", "old-id");

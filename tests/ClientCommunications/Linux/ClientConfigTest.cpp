@@ -97,6 +97,10 @@ TEST(MakeConnectionParametersTest, ConstructionOfAClientFailsWithTheSameWords) {
     EXPECT_EQ(
         FailureOf<std::logic_error>([] { ClientConfigParameters("").SetSfsUrl("https://s:x").Build(); }),
         "invalid stoul argument");
+    // The port is looked at before the credentials, which are missing as well.
+    ClientConfigParameters unknown("nosuch");
+    unknown.SetSfsUrl("https://s:x");
+    EXPECT_EQ(FailureOf<std::logic_error>([&] { unknown.Build(); }), "invalid stoul argument");
     EXPECT_THAT(service.sockets.Calls(), IsEmpty());
 }
 
@@ -182,6 +186,9 @@ TEST_F(ClientConfigTest, ABodyThatIsNoListFailsInTheWordsOfTheReader) {
     EXPECT_EQ(FailureOf([&] { List(); }).find("ERROR: Expected type '"), 0u) << FailureOf([&] { List(); });
     service.list = "null";
     EXPECT_EQ(FailureOf([&] { List(); }).find("ERROR: Expected type 'array' when processing '"), 0u);
+    service.list = "[null]";
+    EXPECT_EQ(FailureOf([&] { List(); }),
+              "ERROR: Expected type 'object' when processing '[0]' serialization_='[null]'");
     service.list = R"([{"id":7}])";
     EXPECT_EQ(FailureOf([&] { List(); }).find("ERROR: Expected type 'string' when processing '"), 0u)
         << FailureOf([&] { List(); });

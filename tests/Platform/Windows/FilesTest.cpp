@@ -266,6 +266,12 @@ TEST_F(FilesTest, NameThatTheSystemWouldTakeForAnotherOrForADeviceIsRefusedByEve
     EXPECT_EQ(directory.Read("file"), "x");
 }
 
+TEST_F(FilesTest, FolderOfAFileInTheRootOfADriveIsThere) {
+    EXPECT_TRUE(files.CreateDirectories("C:", Durability::Unsynced));
+    EXPECT_EQ(files.CreateDirectories("C:a", Durability::Unsynced).Error(), ERROR_INVALID_NAME);
+    EXPECT_EQ(files.CreateDirectories("1:", Durability::Unsynced).Error(), ERROR_INVALID_NAME);
+}
+
 TEST_F(FilesTest, PathMayBeLongerThanTwoHundredAndSixtyUnits) {
     std::string folder = directory.Path();
     for (int i = 0; i < 10; ++i)

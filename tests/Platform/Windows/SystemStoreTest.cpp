@@ -1,4 +1,6 @@
 #include "Platform/ICertificates.h"
+#include "Platform/Windows/Api.h"
+#include "Platform/Windows/CertificateStore.h"
 #include "tests/Fakes/FixedCertificates.h"
 
 #include <gtest/gtest.h>
@@ -46,6 +48,17 @@ protected:
                                          reinterpret_cast<const std::uint8_t*>(der.data()),
                                          static_cast<std::uint32_t>(der.size())};
 };
+
+// Rights are the system's, so that only the flags tell whether a user without them could read.
+TEST(SystemStoreFlagsTest, WhoReadsAsksForNoMoreThanThat) {
+    using Platform::Windows::FlagsFor;
+    constexpr std::uint32_t reads = CERT_STORE_OPEN_EXISTING_FLAG | CERT_STORE_READONLY_FLAG;
+    constexpr std::uint32_t user = CERT_SYSTEM_STORE_CURRENT_USER, machine = CERT_SYSTEM_STORE_LOCAL_MACHINE;
+    EXPECT_EQ(FlagsFor(StoreLocation::CurrentUser, StoreAccess::ReadOnlyExisting), user | reads);
+    EXPECT_EQ(FlagsFor(StoreLocation::LocalMachine, StoreAccess::ReadOnlyExisting), machine | reads);
+    EXPECT_EQ(FlagsFor(StoreLocation::CurrentUser, StoreAccess::ReadWrite), user);
+    EXPECT_EQ(FlagsFor(StoreLocation::LocalMachine, StoreAccess::ReadWrite), machine);
+}
 
 TEST_F(SystemStoreTest, ChangeIsInTheStoreWhenItsOperationReturns) {
     const auto store = Open(StoreAccess::ReadWrite);
