@@ -3,6 +3,7 @@
 #include "ClientCommunications/Impl/KeyHash.h"
 #include "ClientCommunications/Impl/SafeFileStorage.h"
 #include "Platform/IClock.h"
+#include "Platform/TemporaryName.h"
 
 #include <algorithm>
 
@@ -81,7 +82,7 @@ std::set<std::string> DirectoryKeyValueStorage::getEntriesNames() {
     const auto files = Platform::Files().List(directory);
     if (!files) return names;
     for (const std::string& file : *files) {
-        if (file.starts_with('.')) continue;  // a save that is under way, or that a crash cut off
+        if (Platform::IsTemporaryName<char>(file)) continue;
         names.insert(SafeFileStorage::BlobNameOf(file));
     }
     return names;

@@ -24,8 +24,6 @@ OAuth2ServiceGatewayClient::OAuth2ServiceGatewayClient(std::shared_ptr<IServiceG
 OAuth2Token OAuth2ServiceGatewayClient::GetToken(const std::string& serviceName,
                                                  std::shared_ptr<IRootRequestMetaData> metaData,
                                                  Cancellation::Token token) {
-    // A command that is ending must not ask for one more token.
-    token.ThrowIfCancelled();
     // The name goes out as it stands: the services register names that need no encoding, and compare them
     // raw.
     const std::string body = "grant_type=client_credentials&servicename=" + serviceName;
@@ -34,6 +32,8 @@ OAuth2Token OAuth2ServiceGatewayClient::GetToken(const std::string& serviceName,
     request->SetHeader("Content-Type", "application/x-www-form-urlencoded");
     request->SetBody(body);
     LibraryLogger::LogCall(logger, GetTokenName, 0, "Getting token for ", serviceName);
+    // A program that is ending must not ask for one more token.
+    token.ThrowIfCancelled();
     const std::shared_ptr<IStringServiceResponse> response = gateway->CallForString(request, token);
     const int status = response->GetStatusCode();
     std::string answer = response->GetBody();

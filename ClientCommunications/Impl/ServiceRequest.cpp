@@ -17,10 +17,12 @@ ServiceRequest::~ServiceRequest() {
 }
 
 void ServiceRequest::SetHeader(const std::string& name, const std::string& value) {
-    std::string& held = headers[name];
-    if (&held == &value) return;  // from a walk through these headers
-    Platform::SecureWipe(held);
-    held = value;
+    // Whatever memory lacks, the header is as it was or as it is to be.
+    const auto [header, isNew] = headers.try_emplace(name, value);
+    if (isNew || &header->second == &value) return;  // the latter from a walk through these headers
+    std::string fresh = value;
+    header->second.swap(fresh);
+    Platform::SecureWipe(fresh);
 }
 
 void ServiceRequest::RemoveHeader(const std::string& name) {

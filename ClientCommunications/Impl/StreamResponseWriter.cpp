@@ -5,7 +5,9 @@
 namespace Ombry::ClientCommunications {
 
 void StreamResponseWriter::Begin() {
-    if (IsGood()) writer.Reset();
+    if (!IsGood()) return;
+    errorBody.clear();  // of an exchange that broke off, and was repeated
+    writer.Reset();
 }
 
 void StreamResponseWriter::Expect(std::uint32_t nBytes) {

@@ -4,10 +4,10 @@
 #include "Platform/Linux/Descriptor.h"
 #include "Platform/Linux/IMachineId.h"
 #include "Platform/Linux/MachineKey.h"
-#include "Platform/Linux/TemporaryFile.h"
 #include "Platform/Linux/X509.h"
 #include "Platform/MadeOnce.h"
 #include "Platform/SecureWipe.h"
+#include "Platform/TemporaryName.h"
 
 #include <sys/stat.h>
 
@@ -97,7 +97,7 @@ public:
         return std::nullopt;
     }
 
-    bool IsUnnamed(std::string_view fileName) override { return Linux::IsTemporaryName(fileName); }
+    bool IsUnnamed(std::string_view fileName) override { return IsTemporaryName(fileName); }
 
     ValueOr<std::string> StoreFolder(std::wstring_view name) override {
         return Linux::CertificateStoreFolder(StoreLocation::LocalMachine, name);

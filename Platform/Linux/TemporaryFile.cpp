@@ -2,6 +2,7 @@
 
 #include "Platform/IFiles.h"
 #include "Platform/MadeOnce.h"
+#include "Platform/TemporaryName.h"
 
 #include <sys/file.h>
 #include <sys/random.h>
@@ -16,17 +17,12 @@
 namespace Ombry::Platform::Linux {
 namespace {
 
-// ".ombry-", 16 hexadecimal digits, ".tmp". The name does not grow with the target's, which may already be as
-// long as the system allows.
-constexpr std::string_view NameBegin = ".ombry-";
-constexpr std::string_view NameEnd = ".tmp";
-constexpr std::size_t Digits = 16;
 constexpr int MostTries = 100;
 
 std::string NameOf(std::uint64_t chance) {
-    char digits[Digits + 1];
+    char digits[TemporaryNameDigits + 1];
     std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(chance));
-    return std::string(NameBegin).append(digits).append(NameEnd);
+    return std::string(TemporaryNameBegin).append(digits).append(TemporaryNameEnd);
 }
 
 /// Whether locking failed because this file system has no locks. Then nobody can hold one, either.
@@ -99,18 +95,11 @@ Result TemporaryFile::RenameTo(const std::string& target) {
     return Result::Success();
 }
 
-bool IsTemporaryName(std::string_view name) {
-    if (name.size() != NameBegin.size() + Digits + NameEnd.size()) return false;
-    const std::string_view digits = name.substr(NameBegin.size(), Digits);
-    return name.starts_with(NameBegin) && name.ends_with(NameEnd) &&
-           digits.find_first_not_of("0123456789abcdef") == std::string_view::npos;
-}
-
 void RemoveLeftovers(const std::string& folder) {
     const auto names = Production<IFiles>().List(folder);
     if (!names) return;
     for (const std::string& name : *names) {
-        if (IsTemporaryName(name)) RemoveIfAbandoned(folder + "/" + name);
+        if (IsTemporaryName<char>(name)) RemoveIfAbandoned(folder + "/" + name);
     }
 }
 

@@ -50,9 +50,6 @@ private:
     std::string path;  // empty once renamed
 };
 
-/// Whether a file of that name is such a new one.
-bool IsTemporaryName(std::string_view name);
-
 /// Removes the temporary files in a folder that no living process holds. What cannot be looked at, locked or
 /// removed stays, as everything does on a file system without locks.
 void RemoveLeftovers(const std::string& folder);

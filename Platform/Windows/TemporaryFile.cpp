@@ -2,6 +2,7 @@
 
 #include "Platform/IRandom.h"
 #include "Platform/MadeOnce.h"
+#include "Platform/TemporaryName.h"
 #include "Platform/Windows/Folder.h"
 #include "Platform/Windows/PrivateAccess.h"
 #include "Platform/Windows/WidePath.h"
@@ -14,27 +15,16 @@
 namespace Ombry::Platform::Windows {
 namespace {
 
-// ".ombry-", 16 hexadecimal digits, ".tmp". The name does not grow with the target's, which may already be as
-// long as the system allows.
-constexpr std::wstring_view NameBegin = L".ombry-";
-constexpr std::wstring_view NameEnd = L".tmp";
 constexpr std::wstring_view HexDigits = L"0123456789abcdef";
-constexpr std::size_t Digits = 16;
 constexpr int MostTries = 100;
 
-std::wstring NameOf(const std::array<std::uint8_t, Digits / 2>& chance) {
-    std::wstring name(NameBegin);
+std::wstring NameOf(const std::array<std::uint8_t, TemporaryNameDigits / 2>& chance) {
+    std::wstring name(TemporaryNameBegin.begin(), TemporaryNameBegin.end());
     for (const std::uint8_t byte : chance) {
         name += HexDigits[byte >> 4];
         name += HexDigits[byte & 0xF];
     }
-    return name.append(NameEnd);
-}
-
-bool IsTemporaryName(std::wstring_view name) {
-    return name.size() == NameBegin.size() + Digits + NameEnd.size() && name.starts_with(NameBegin) &&
-           name.ends_with(NameEnd) &&
-           name.substr(NameBegin.size(), Digits).find_first_not_of(HexDigits) == std::wstring_view::npos;
+    return name.append(TemporaryNameEnd.begin(), TemporaryNameEnd.end());
 }
 
 /// Makes a file that others may read alone, so that the right to remove it cannot be had beside this handle.
@@ -63,7 +53,7 @@ ValueOr<TemporaryFile> TemporaryFile::CreateBeside(const std::wstring& target) {
     const auto access = PrivateAccess::ToFile();
     if (!access) return Result::Failure(access.Error());
     for (int tries = 0; tries < MostTries; ++tries) {
-        std::array<std::uint8_t, Digits / 2> chance{};
+        std::array<std::uint8_t, TemporaryNameDigits / 2> chance{};
         if (const Result result = Production<IRandom>().Bytes(chance); !result) return result;
         Handle file = CreatePrivate(PathIn(folder, NameOf(chance)), access->Attributes());
         if (file) return TemporaryFile(std::move(file));
@@ -82,7 +72,7 @@ void RemoveLeftovers(const std::wstring& folder) {
     const auto names = NamesIn(folder);
     if (!names) return;
     for (const std::wstring& name : *names) {
-        if (IsTemporaryName(name)) RemoveIfAbandoned(PathIn(folder, name));
+        if (IsTemporaryName<wchar_t>(name)) RemoveIfAbandoned(PathIn(folder, name));
     }
 }
 

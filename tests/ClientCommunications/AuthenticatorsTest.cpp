@@ -80,7 +80,7 @@ TEST_F(AuthenticatorsTest, ClientAuthenticatorLeavesNoSecretInTheMemoryThatItFre
     const std::string encoded = Base64Encode(credentials->id + ":" + credentials->secret);
     // The request keeps the header.
     for (const std::string& trace :
-         {credentials->id, credentials->secret, encoded.substr(encoded.size() - 20)}) {
+         {credentials->id, credentials->secret, encoded.substr(0, 20), encoded.substr(encoded.size() - 20)}) {
         const FreedMemory freed(trace);
         authenticator.AddAuthentication(request, nullptr, Cancellation::Token());
         EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << trace;
@@ -90,10 +90,11 @@ TEST_F(AuthenticatorsTest, ClientAuthenticatorLeavesNoSecretInTheMemoryThatItFre
 
 TEST_F(AuthenticatorsTest, FixedTokenAuthenticatorLeavesNoTokenInTheMemoryThatItFrees) {
     const std::string token = "a token too long for a string object";
-    FixedTokenAuthenticator authenticator(token);
+    auto authenticator = std::make_unique<FixedTokenAuthenticator>(token);
 
     const FreedMemory freed(token);
-    authenticator.AddAuthentication(request, nullptr, Cancellation::Token());
+    authenticator->AddAuthentication(request, nullptr, Cancellation::Token());
+    authenticator.reset();
 
     EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
 }

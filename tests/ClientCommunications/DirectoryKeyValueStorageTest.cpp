@@ -99,14 +99,14 @@ TEST_F(DirectoryKeyValueStorageTest, RemoveTakesBothFilesAndIgnoresTheResults) {
 
 TEST_F(DirectoryKeyValueStorageTest, EntriesAreListedOnceWithoutTheirLastSuffix) {
     for (const std::string file : {"both-p", "both-s", "committed-p", "staged-s", "plain", "x-p-s", "y-s-p",
-                                   "z-s-s", "-p", "p", "w-P"}) {
+                                   "z-s-s", "-p", "p", "w-P", ".hidden-p"}) {
         files.Put("dir/" + file, "");
     }
     files.PutFolder("dir/folder-p");
     files.Put("dir/below/deep-p", "");
 
-    EXPECT_THAT(storage.getEntriesNames(), ElementsAre("", "below", "both", "committed", "folder", "p",
-                                                       "plain", "staged", "w-P", "x-p", "y-s", "z-s"));
+    EXPECT_THAT(storage.getEntriesNames(), ElementsAre("", ".hidden", "below", "both", "committed", "folder",
+                                                       "p", "plain", "staged", "w-P", "x-p", "y-s", "z-s"));
     EXPECT_THAT(files.Texts(), ElementsAre("List dir"));
 }
 
@@ -482,7 +482,7 @@ TEST(DirectoryKeyValueStorageOnDiskTest, ProcessesThatShareAFolderSeeAWholeValue
 
 TEST(DirectoryKeyValueStorageOnDiskTest, WhatACrashLeftOfASaveIsNoEntry) {
     const TemporaryDirectory directory;
-    directory.Write(".0123456789abcdef.tmp", "half");
+    directory.Write(".ombry-0123456789abcdef.tmp", "half");
     directory.Write("entry-s", "staged");
     DirectoryKeyValueStorage storage(directory.Path());
 

@@ -391,6 +391,20 @@ TEST_F(HttpClientServiceGatewayTest, AnotherFailureIsNoReasonToTryAnotherServer)
               (std::pair<int, std::string>(4, "Error 3.0 from GET http://server:8080/base/path")));
 }
 
+TEST_F(HttpClientServiceGatewayTest, ACancelledCallEndsAsCancelledWhateverElseHasFailed) {
+    Call();  // as above
+    request->SetBody(std::string(100'000, 'x'));
+    const Cancellation::Token token = Cancellation::CreateCancellable();
+    token.Cancel();
+    const auto previous =
+        OmbryZephCore::ZephIOBuffer::ReplaceAllocator([](std::uint64_t) -> std::uint8_t* { return nullptr; });
+    EXPECT_EQ(ThrownBy<Cancellation::OperationCancelledException>([&] { Call(token); }),
+              "Operation cancelled.");
+    OmbryZephCore::ZephIOBuffer::ReplaceAllocator(previous);
+    EXPECT_EQ(GatewayLog().back(),
+              (std::pair<int, std::string>(4, "Error 3.0 from GET http://server:8080/base/path")));
+}
+
 struct TimeoutCase {
     std::int64_t ticks;
     int seconds;

@@ -1,4 +1,5 @@
 #include "tests/ClientCommunications/JwtAuthenticatorFixture.h"
+#include "tests/Fakes/ObservedThread.h"
 
 #include <gtest/gtest.h>
 
@@ -231,7 +232,7 @@ TEST_F(JwtAuthenticatorMaintenanceTest, StopDuringTheWaitRunsOnePassWhoseOnlyCal
     EXPECT_EQ(clock.Waits().size(), 1u);
 }
 
-/// A clock that can wake a wait for no reason, and that calls back when it is read.
+/// A clock that can wake a wait for no reason, and that calls back when it is read and when a wait begins.
 class RestlessClock : public FakeClock {
 public:
     Duration SteadyNow() override {
@@ -241,11 +242,14 @@ public:
     void Wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
               Duration atMost) override {
         if (idleWakes-- > 0) return;
+        if (onWait) onWait();
         FakeClock::Wait(condition, lock, atMost);
     }
 
     std::atomic<int> idleWakes{0};
-    std::function<void()> onSteadyNow;  // set before the thread starts
+    // Set before the thread starts:
+    std::function<void()> onSteadyNow;
+    std::function<void()> onWait;
 };
 
 TEST_F(JwtAuthenticatorMaintenanceTest, WakeForNoReasonIsNoEndOfTheWait) {
@@ -283,6 +287,34 @@ TEST_F(JwtAuthenticatorMaintenanceTest, StopThatComesJustBeforeAWaitIsSeenByTheW
         std::this_thread::yield();
 
     EXPECT_EQ(restless.Waits().size(), 1u) << "the second wait did not begin";
+}
+
+// The thread has found nothing to stop for and is about to wait: who stops it then must not notify it
+// earlier.
+TEST_F(JwtAuthenticatorMaintenanceTest, StopThatComesBetweenTheLookAndTheWaitReachesTheWait) {
+    RestlessClock restless;
+    const Platform::Testing::Replace<Platform::IClock> replaced(restless);
+    std::unique_ptr<JwtAuthenticator> authenticator;
+    std::unique_ptr<ObservedThread> ending;
+    std::atomic<bool> made{false}, ended{false};
+    restless.onWait = [&] {
+        if (ending) return;
+        while (!made)
+            std::this_thread::yield();
+        ending = std::make_unique<ObservedThread>([&] {
+            authenticator.reset();
+            ended = true;
+        });
+        ending->IsBlocked();
+    };
+    authenticator = Make();
+    made = true;
+
+    EXPECT_TRUE(EndsUnaided(ended));
+
+    restless.Advance(LongestWait);  // for a thread that was not told
+    while (!ended)
+        std::this_thread::yield();
 }
 
 TEST_F(JwtAuthenticatorMaintenanceTest, StopThatComesBeforeTheFirstWaitIsSeen) {

@@ -2,6 +2,7 @@
 #include "tests/ClientCommunications/JwtAuthenticatorFixture.h"
 #include "tests/Fakes/FailingThreads.h"
 #include "tests/Fakes/FreedMemory.h"
+#include "tests/Fakes/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -320,6 +321,23 @@ TEST_F(JwtAuthenticatorTest, TokenOnARequestIsTheOnlyCopyThatACallLeaves) {
     const std::string token = "a token too long for a string object";
     const auto authenticator = MakeWaiting();
     UseSettled(*authenticator, token);
+    const Request request = MakeRequest();
+    const auto service = MakeService("a");
+
+    const FreedMemory freed(token);
+    authenticator->AddAuthentication(request, service, {});
+
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    EXPECT_EQ(request->GetHeader("Authorization"), "Bearer " + token);
+}
+
+TEST_F(JwtAuthenticatorTest, FreshTokenIsLeftInItsEntryAndOnTheRequestAlone) {
+    const std::string token = "a token too long for a string object";
+    client->AnswerWith([&](const auto&, auto) { return FakeOAuth2Client::Token(token, 3600); });
+    const TemporaryDirectory directory;
+    const Platform::Testing::Replace<Platform::IFiles> onDisk(Platform::Production<Platform::IFiles>());
+    const auto authenticator =
+        std::make_unique<JwtAuthenticator>(client, directory.Path(), FreshnessLimit, logger);
     const Request request = MakeRequest();
     const auto service = MakeService("a");
 

@@ -176,14 +176,6 @@ TEST(KeyLockTableTest, EveryWaiterOfAnEntryThatWentAwayIsServed) {
     EXPECT_EQ(table.Size(), 0u);
 }
 
-/// Whether the thread ends by itself. The number of looks only bounds how long a thread that was forgotten
-/// holds the test up.
-bool EndsUnaided(const std::atomic<bool>& ended) {
-    for (int looks = 0; !ended && looks < 5'000'000; ++looks)
-        std::this_thread::yield();
-    return ended;
-}
-
 TEST(KeyLockTableTest, AnUnlockReachesTheWaiterOfItsKeyPastOneOfAnotherThatCameFirst) {
     for (const bool reading : {false, true}) {
         KeyLockTable table;

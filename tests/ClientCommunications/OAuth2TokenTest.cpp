@@ -1,5 +1,7 @@
+#include "ClientCommunications/Impl/JwtAuthenticator.h"
 #include "ClientCommunications/OAuth2Token.h"
 #include "ObjectMapping/Serialization.h"
+#include "tests/Fakes/FreedMemory.h"
 
 #include <stdexcept>
 
@@ -20,6 +22,22 @@ TEST(OAuth2TokenTest, MapsItsFieldsInOrderAndResets) {
     token.Reset();
     EXPECT_EQ(token.tokenType + token.accessToken + token.scope, "");
     EXPECT_EQ(token.expiresIn, 0u);
+}
+
+TEST(OAuth2TokenTest, ATokenThatIsSetBackLeavesNothingInTheMemoryThatItFrees) {
+    const std::string secret = "a token too long for a string object";
+    const FreedMemory freed(secret);
+    for (const bool cached : {false, true}) {
+        auto entry = std::make_unique<ClientCommunications::JwtCachedToken>();
+        entry->token.accessToken = secret;
+        if (cached) {
+            entry->Reset();
+        } else {
+            entry->token.Reset();
+        }
+        entry.reset();
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << cached;
+    }
 }
 
 TEST(OAuth2TokenTest, AllFieldsAreRequiredByAStrictReader) {

@@ -262,6 +262,16 @@ TEST_F(ServiceIteratePolicyExecutorTest, ATimeOutOfTheSingleAttemptGoesOn) {
               (Lines{"Caught exception: Error 11.13", "Caught exception: Operation cancelled."}));
 }
 
+// Such as that of the search for servers, whose limit is shorter than that of the call.
+TEST_F(ServiceIteratePolicyExecutorTest, ATimeOutOfTheSearchForTheNextServerGoesOn) {
+    candidates->Throw(Cancellation::TimeoutException("late"));
+    candidates->Give("a");
+    const Response good = ResponseWith(200);
+    EXPECT_EQ(Execute([&](auto, bool, Token) { return good; }), good);
+    EXPECT_EQ(candidates->lines, (Lines{"next", "next", "success", "gone"}));
+    EXPECT_EQ(logger->Messages(1), (Lines{"Caught exception: late"}));
+}
+
 TEST_F(ServiceIteratePolicyExecutorTest, ACancelledCallEndsWithTheTokensException) {
     candidates->Give("a");
     candidates->Give("b");

@@ -192,6 +192,26 @@ TEST_F(ServiceRequestFactoryTest, MetadataOfTheCallerGoesOutNormalized) {
     EXPECT_EQ(request->GetHeader("SF-Root-Correlation-Id"), "ClientToService");
 }
 
+/// Metadata of somebody else's making, whose pairs have any name.
+class ForeignMetaData : public IRootRequestMetaData {
+public:
+    bool HasValue(const std::string& key) const override { return key == "SF-Source-Client-Name"; }
+    std::string GetValue(const std::string& key) const override {
+        if (!HasValue(key)) throw std::out_of_range(key);
+        return "other";
+    }
+    void ForEachValue(
+        std::function<void(const std::string& key, const std::string& value)> callback) const override {
+        callback("SF-Source-Client-Name", "other");
+    }
+};
+
+TEST_F(ServiceRequestFactoryTest, MetadataIsPutOnLast) {
+    const auto request = factory.Create("GET", "/", "2", std::make_shared<ForeignMetaData>());
+    EXPECT_EQ(request->GetHeader("SF-Source-Client-Name"), "other");
+    EXPECT_EQ(request->GetHeader("SF-Source-Client-Id"), "client id");
+}
+
 TEST_F(ServiceRequestFactoryTest, EmptyNamesGoOutEmpty) {
     ServiceRequestFactory empty("", "", "");
     const auto lines = HeaderLinesOf(*empty.Create("GET", "/", "2"));

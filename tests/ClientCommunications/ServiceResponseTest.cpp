@@ -146,6 +146,26 @@ TEST_P(StreamResponseWriterTest, SplitsAt300AndNotAt200) {
     }
 }
 
+// An exchange that breaks off is repeated, with an answer of its own.
+TEST_P(StreamResponseWriterTest, AnErrorPageGoesOnInTheNextOneAndIsNoPartOfAGoodAnswer) {
+    class Ignoring : public ISyncWriter {
+    public:
+        void Reset() override {}
+        void Write(const void*, std::size_t) override {}
+        void Finish() override {}
+    };
+    Ignoring ignoring;
+    StreamResponseWriter writer(client, ignoring);
+    Answer(404);
+    writer.Begin();
+    writer.Write(reinterpret_cast<const std::uint8_t*>("ab"), 2);
+    Answer(GetParam().nStatus);
+    writer.Begin();
+    writer.Write(reinterpret_cast<const std::uint8_t*>("c"), 1);
+    writer.End();
+    EXPECT_EQ(writer.GetErrorBody(), GetParam().good ? "" : "abc");
+}
+
 TEST_P(StreamResponseWriterTest, HoldsAnErrorOf256MiBAndHandsOnWhatIsGoodWithoutALimit) {
     class Counting : public ISyncWriter {
     public:

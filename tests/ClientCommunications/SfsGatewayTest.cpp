@@ -160,6 +160,28 @@ TEST(SfsGatewayTest, EnrollmentLeavesNoSecretInTheMemoryThatItFrees) {
     EXPECT_NE(communications->bodies.at(0).find(secret), std::string::npos);
 }
 
+/// Writes a secret, and then cannot be written to its end.
+class HalfWritten : public ObjectMapping::ObjectIf {
+public:
+    explicit HalfWritten(std::string secret) : secret(std::move(secret)) {}
+    void Map(ObjectMapping::MapperIf& mapper) override {
+        mapper.Field("secret", secret, nullptr);
+        throw std::runtime_error("no more");
+    }
+    void Reset() override {}
+
+private:
+    std::string secret;
+};
+
+TEST(SfsGatewayTest, TextThatIsNotFinishedLeavesNoSecretInTheMemoryThatItFrees) {
+    const std::string secret = "a secret too long for a string object";
+    HalfWritten object(secret);
+    const FreedMemory freed(secret);
+    EXPECT_THROW(ObjectMapping::SerializeObject(object, nullptr), std::runtime_error);
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+}
+
 TEST(SfsGatewayTest, FailureOfTheGatewayPassesThrough) {
     for (const Function& function : Functions) {
         const auto communications = std::make_shared<FakeCommunications>();

@@ -41,4 +41,12 @@ private:
     std::thread thread;  // last: started when all else stands
 };
 
+/// Whether a thread comes to its end by itself. The number of looks only bounds how long one that was
+/// forgotten holds the test up.
+inline bool EndsUnaided(const std::atomic<bool>& ended) {
+    for (int looks = 0; !ended && looks < 5'000'000; ++looks)
+        std::this_thread::yield();
+    return ended;
+}
+
 }  // namespace Ombry::Tests

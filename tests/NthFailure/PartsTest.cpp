@@ -2,6 +2,7 @@
 // lacks.
 
 #include "ClientCommunications/Impl/Service.h"
+#include "ClientCommunications/Impl/ServiceRequest.h"
 #include "ClientCommunications/Impl/WindowsPersistableDataProtection.h"
 #include "ObjectMapping/Serialization.h"
 #include "Platform/IMachineProtection.h"
@@ -57,6 +58,33 @@ TEST(NthFailureOfPartsTest, ServicesAreComparedOrMemoryLacks) {
         EXPECT_EQ(areEqual, !happened);
         return happened;
     });
+}
+
+TEST(NthFailureOfPartsTest, AHeaderIsSetOrAllStandAsTheyWere) {
+    const std::string before = Long("before"), after = Long("after");
+    for (const std::string& name : {Long("new"), std::string("held")}) {
+        FailEach(NthFailure::Of::Allocation, 0, [&](const NthFailure::Plan& plan) {
+            ClientCommunications::ServiceRequest request("GET", "/", "1");
+            request.SetHeader("held", before);
+            bool happened = false;
+            {
+                const NthFailure failure(plan);
+                try {
+                    request.SetHeader(name, after);
+                } catch (const std::bad_alloc&) {
+                }
+                happened = failure.HasHappened();
+            }
+            std::string headers;
+            request.ForEachHeader([&](const std::string& key, const std::string& value) {
+                if (key != "Contract-Version") headers += key + ": " + value + "\n";
+            });
+            const std::string held = "held: " + before + "\n";
+            const std::string set = name + ": " + after + "\n";
+            EXPECT_EQ(headers, happened ? held : name == "held" ? set : held + set);
+            return happened;
+        });
+    }
 }
 
 /// Whether what was planned has happened: then the part lacked memory, otherwise it threw this text.

@@ -1,3 +1,4 @@
+#include "ObjectMapping/Impl/JSONSerializer_Impl.h"
 #include "ObjectMapping/ListArray.h"
 #include "tests/ObjectMapping/MappingSupport.h"
 
@@ -72,6 +73,34 @@ TEST(JSONSerializer_ImplTest, WritesALongThroughTheSameKeyAndFlagAsAnyOther) {
     "c": 4294967295,
     "d": null
 })");
+}
+
+/// Notes the wide numbers that pass through it.
+class WideNumbers : public Impl::JSONSerializer_Impl {
+public:
+    using Impl::JSONSerializer_Impl::Field;
+    void Field(const char* name, long long& value, bool* present) override {
+        EXPECT_EQ(value, -7);
+        seen.emplace_back(name, present);
+    }
+    void Field(const char* name, unsigned long long& value, bool* present) override {
+        EXPECT_EQ(value, 7u);
+        seen.emplace_back(name, present);
+    }
+
+    std::vector<std::pair<const char*, bool*>> seen;
+};
+
+TEST(JSONSerializer_ImplTest, HandsALongToWhateverWritesWideNumbers) {
+    WideNumbers serializer;
+    const char name[] = "n";
+    bool present = true;
+    long value = -7;
+    unsigned long unsignedValue = 7;
+    serializer.Field(name, value, &present);
+    serializer.Field(nullptr, unsignedValue, nullptr);
+    EXPECT_THAT(serializer.seen,
+                testing::ElementsAre(testing::Pair(name, &present), testing::Pair(nullptr, nullptr)));
 }
 
 TEST(JSONSerializer_ImplTest, WritesDoublesInShortestRoundTripForm) {
