@@ -2,7 +2,6 @@
 #
 #   ombry_library(NAME ...)      static library of all sources of the current folder, less those behind EXCLUDE; of its
 #                                folders Linux/ and Windows/, what the system is that is built for
-#   ombry_test(NAME FOLDER ...)  GoogleTest executable of all tests of one folder
 #   ombry_rapidjson              RapidJSON with the one set of macros that the whole tree shares
 
 set(CMAKE_CXX_STANDARD 20)

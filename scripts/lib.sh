@@ -22,7 +22,7 @@ coverage_packages=(gcovr)
 bench_packages=(libbenchmark-dev libcurl4-openssl-dev libboost-dev libboost-context-dev libhttp-parser-dev
     nginx-light curl strace valgrind)
 
-# Two jobs unless the machine has more; the tests and builds are planned for two cores.
+# As many jobs as processors; the tests and builds are planned for two.
 jobs=$(nproc)
 
 step() {

@@ -7,8 +7,8 @@
 
 namespace Ombry::Platform::Windows {
 
-/// How the system is asked for a store. Who only reads says so, since the machine's store may be read by users
-/// who may not change it.
+/// How the system is asked for a store. Who only reads says so, since the machine's store may be read by
+/// users who may not change it.
 std::uint32_t FlagsFor(StoreLocation location, StoreAccess access);
 
 /// Opens a store of the system's by its name, which has no terminator within. Other processes may change the

@@ -324,10 +324,9 @@ TEST_F(EnrollmentManagerClientTest, AnIdThatCannotBeReadIsNoReasonNotToEnrolAnew
 
     Manager().EnrollClient(Request("a"));
 
-    EXPECT_EQ(steps, Join({{"Read " + CredentialsPath("a")},
-                           ReadDatacenter(),
-                           EnrollCall(),
-                           Save(CredentialsPath("a"))}));
+    EXPECT_EQ(
+        steps,
+        Join({{"Read " + CredentialsPath("a")}, ReadDatacenter(), EnrollCall(), Save(CredentialsPath("a"))}));
 }
 
 TEST_F(EnrollmentManagerClientTest, UnenrollmentThatTheServiceRefusesKeepsTheCredentials) {
