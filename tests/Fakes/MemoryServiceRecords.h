@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/Fakes/LoopbackSecurityFramework.h"
+#include "tests/Fakes/FakeSecurityFramework.h"
 
 #include <mutex>
 #include <optional>

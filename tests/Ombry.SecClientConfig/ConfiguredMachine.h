@@ -24,24 +24,29 @@ inline const std::string Security = "/m/Quennet/OmbrySecurity";
 inline const std::vector<std::string> EnrollNew{"enroll-client", "-t", "t", "-nn", "New"};
 inline const std::vector<std::string> EnrollNewAsClient{"enroll-client", "-n", "c1", "-nn", "New"};
 
-/// A machine in memory that is tied to a service on loopback and where the client "c1" is enrolled. Nothing
-/// is refreshed beside a command, so all that goes out is the command's own.
-class ConfiguredMachine {
+/// A machine in memory that is tied to a service, a `FakeSecurityFramework` of some kind, and where the
+/// client "c1" is enrolled. Nothing is refreshed beside a command, so all that goes out is the command's own.
+template <class Service>
+class ConfiguredMachineOn {
 public:
-    explicit ConfiguredMachine(const std::string& certificate = "certificate")
-        : certificates("DiscoveryServiceBootstrap", certificate) {
+    /// The service is made of what stands behind the certificate that is trusted.
+    template <class... Recipe>
+    explicit ConfiguredMachineOn(const std::string& certificate = "certificate", const Recipe&... recipe)
+        : certificates("DiscoveryServiceBootstrap", certificate), web(recipe...) {
         files.Put(Security + "/CS/datacenterid.config", "dc-1");
-        TieTo(web.server.Url());
+        TieTo(web.url);
         files.Put(Security + "/Components/c1/ombrycomponent.config", SavedCredentials());
     }
 
-    /// The machine finds its service at this address, and has a list of it that is not due.
-    void TieTo(const std::string& url) {
+    /// The machine finds its service at this address, and has a list of it that is not due before that
+    /// second.
+    void TieTo(const std::string& url, const std::string& due = "1700000000") {
         files.Put(Security + "/ombrysecurity.config", "{\"ssdsUri\": \"" + url + "\"}");
         for (const char* const directory : {"", "c1", "u"}) {
             files.Put(Security + "/CS-cpp/cache/" + directory + "/v1-service.cache-p",
-                      "{\"expiryTime\": 1700000000, \"local\": [{\"serviceName\": \"v1-service\", "
-                      "\"endpointUrl\": \"" +
+                      "{\"expiryTime\": " + due +
+                          ", \"local\": [{\"serviceName\": \"v1-service\", "
+                          "\"endpointUrl\": \"" +
                           url + "\", \"endpointCert\": \"" + certificates.Base64() + "\"}]}");
         }
     }
@@ -85,7 +90,10 @@ public:
     const Platform::Testing::Replace<Platform::IMachineId> replacedMachineId{machineId};
     const Platform::Testing::Replace<Platform::IFiles> replacedFiles{files};
     const Platform::Testing::Replace<Platform::ICertificates> replacedCertificates{certificates};
-    LoopbackSecurityFramework web;
+    Service web;
 };
+
+/// A service on loopback, whose requests can be looked at.
+using ConfiguredMachine = ConfiguredMachineOn<LoopbackSecurityFramework>;
 
 }  // namespace Ombry::Tests

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <functional>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -13,7 +15,7 @@
 
 namespace Ombry::Tests {
 
-/// An HTTP server behind scripted sockets, on the thread of its client: whatever host and port is connected
+/// An HTTP server behind scripted sockets, on the threads of its clients: whatever host and port is connected
 /// to, this server answers, with TLS or without. What is no HTTP request where one should be is answered with
 /// status 400 and a close.
 class MemoryServer {
@@ -21,8 +23,9 @@ public:
     using Answer = std::function<std::string(const std::string& request)>;
 
     /// `answer`: the whole response to a whole request. `tls`: none for plain HTTP.
-    MemoryServer(ScriptedSockets& sockets, Answer answer, std::optional<TlsServerRecipe> tls = std::nullopt)
-        : sockets(sockets), answer(std::move(answer)), tls(std::move(tls)) {
+    MemoryServer(ScriptedSockets& sockets, Answer answer,
+                 const std::optional<TlsServerRecipe>& tls = std::nullopt)
+        : sockets(sockets), answer(std::move(answer)), tls(tls ? ContextOf(*tls) : nullptr) {
         sockets.OnSend(
             [this](ScriptedSockets::Handle handle, const std::string& bytes) { Take(handle, bytes); });
     }
@@ -42,7 +45,16 @@ private:
         bool named = false;
     };
 
+    /// One context for all connections, which is what takes the time; none resumes the session of another.
+    static std::shared_ptr<SSL_CTX> ContextOf(const TlsServerRecipe& recipe) {
+        auto context = MakeTlsServerContext(recipe);
+        SSL_CTX_set_session_cache_mode(context.get(), SSL_SESS_CACHE_OFF);
+        SSL_CTX_set_options(context.get(), SSL_OP_NO_TICKET);
+        return context;
+    }
+
     void Take(ScriptedSockets::Handle handle, const std::string& bytes) {
+        const std::lock_guard guard(mutex);
         Connection& connection = connections[handle];
         if (!tls) {
             connection.pending += bytes;
@@ -56,7 +68,7 @@ private:
                 sockets.Deliver(handle, *response);
             return;
         }
-        if (!connection.end) connection.end = std::make_unique<TlsServerEnd>(*tls);
+        if (!connection.end) connection.end = std::make_unique<TlsServerEnd>(tls);
         connection.end->Put(bytes);
         if (connection.end->Ready() && !connection.named) {
             connection.named = true;
@@ -84,7 +96,9 @@ private:
 
     ScriptedSockets& sockets;
     const Answer answer;
-    const std::optional<TlsServerRecipe> tls;
+    const std::shared_ptr<SSL_CTX> tls;  // null: none
+    std::mutex mutex;
+    // Guarded by mutex, and what is public as well:
     std::map<ScriptedSockets::Handle, Connection> connections;
 };
 
