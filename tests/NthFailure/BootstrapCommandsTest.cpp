@@ -6,12 +6,12 @@
 #include "Platform/Base64Text.h"
 #include "tests/Fakes/Linux/BootstrapService.h"
 #include "tests/NthFailure/FailingPlatform.h"
+#include "tests/NthFailure/QuickestServer.h"
 #include "tests/NthFailure/StarvedRun.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
 
 #include <algorithm>
 #include <filesystem>
-#include <map>
 
 namespace Ombry::Tests {
 namespace {
@@ -21,7 +21,7 @@ using Texts = std::vector<std::string>;
 class BootstrapWorld {
 public:
     BootstrapService service{false};
-    UndisturbedClock clock;
+    JumpingClock clock;
     FailingPlatform platform{{.sockets = true}};
 };
 
@@ -52,7 +52,9 @@ TEST(NthFailureOfBootstrapCommandsTest, CommandThatIsRefusedEndsAsItWouldOrForLa
 class TlsWorld {
 public:
     TlsWorld(const TemporaryDirectory& machine, long serial)
-        : machine(machine), service(CertificateOf(serial), QuickestKey()), folders(machine.Path()) {
+        : machine(machine),
+          service(QuickestServer(serial).certificate, QuickestServer(serial).key),
+          folders(machine.Path()) {
         // Whoever could not send waits for an answer until the silence has lasted too long.
         service.sockets.OnIdle(
             [this](std::int64_t milliseconds) { time.Advance(std::chrono::milliseconds(milliseconds)); });
@@ -75,22 +77,13 @@ public:
     }
 
 private:
-    static TestKey QuickestKey() { return KeyNamed("ec256"); }
-    /// Made once and for all runs.
-    static TestCertificate CertificateOf(long serial) {
-        static std::map<long, TestCertificate> made;
-        TestCertificate& certificate = made[serial];
-        if (!certificate) certificate = MakeCertificate({.key = QuickestKey(), .serial = serial});
-        return certificate;
-    }
-
     const TemporaryDirectory& machine;
     BootstrapService service;
     FakeKnownFolders folders;
     FakeClock time;
     const Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};
     const Platform::Testing::Replace<Platform::IClock> replacedTime{time};
-    UndisturbedClock clock;
+    JumpingClock clock;
 };
 
 TEST(NthFailureOfBootstrapCommandsTest, MachineIsTiedOrKeepsItsFilesWholeAndTheNextRunTiesIt) {
@@ -121,14 +114,16 @@ TEST(NthFailureOfBootstrapCommandsTest, MachineIsTiedOrKeepsItsFilesWholeAndTheN
                    world.Datacenter() == "i2";
         };
         StarvedRun run;
+        bool hasFailedUnseen = false;
         {
             const FailingPlatform platform{{.sockets = true}};
             run = RunStarved(words, plan);
+            hasFailedUnseen = platform.HasFailedUnseen();
         }
 
         EXPECT_EQ(run.out, "");
         EXPECT_EQ(run.exitCode, run.error.empty() ? 0 : -1) << run.error;
-        if (run.exitCode == 0) {
+        if (run.exitCode == 0 && !hasFailedUnseen) {
             // A certificate whose name cannot be read is no candidate, and stays: which of the two is found
             // then is up to the order of the store. The next run removes both.
             if (world.Trusted() == oldTrusted) {
@@ -137,7 +132,7 @@ TEST(NthFailureOfBootstrapCommandsTest, MachineIsTiedOrKeepsItsFilesWholeAndTheN
             EXPECT_TRUE(isTied());
             return run.happened;
         }
-        EXPECT_TRUE(run.error.starts_with("Caught exception: ")) << run.error;
+        EXPECT_TRUE(run.exitCode == 0 || run.error.starts_with("Caught exception: ")) << run.error;
         const std::string trusted = world.Trusted(), address = world.Address(), id = world.Datacenter();
         EXPECT_TRUE(trusted == "" || trusted == oldTrusted || trusted == world.Shown()) << trusted;
         EXPECT_TRUE(address == oldAddress || address == newAddress) << address;
@@ -152,7 +147,7 @@ TEST(NthFailureOfBootstrapCommandsTest, MachineIsTiedOrKeepsItsFilesWholeAndTheN
         }
         return run.happened;
     };
-    FailEverywhere(0, once);
+    FailEverywhere(0, once, TlsWidth);
     FailEach(NthFailure::Of::CryptoAllocation, 0, once);
 }
 

@@ -13,8 +13,12 @@
 #include "Platform/Linux/IMachineId.h"
 #include "tests/NthFailure/NthFailure.h"
 
+#include <algorithm>
+#include <array>
+#include <atomic>
 #include <cerrno>
-#include <condition_variable>
+#include <initializer_list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -24,9 +28,9 @@
 namespace Ombry::Tests {
 
 /// The groups of the platform that are in force when it is made, each of whose calls can be the one that
-/// fails. The two that tests replace with fakes of their own, files and sockets, are not disturbed by lack of
-/// memory while they work if the test says so. The clock can't fail and is not here; nor do the calls fail
-/// whose results are ignored on purpose.
+/// fails, and a network that can break behind each byte. The two that tests replace with fakes of their own,
+/// files and sockets, are not disturbed by lack of memory while they work if the test says so. The clock
+/// can't fail and is not here.
 class FailingPlatform {
 public:
     struct Fakes {
@@ -34,7 +38,11 @@ public:
         bool sockets = false;
     };
 
-    explicit FailingPlatform(Fakes fakes) : files(fakes.files), sockets(fakes.sockets) {}
+    explicit FailingPlatform(Fakes fakes) : files(*this, fakes.files), sockets(fakes.sockets) {}
+
+    /// Whether a call has failed whose result is ignored on purpose, so that nobody was told: a removal, a
+    /// renaming, or what goes wrong with a file once it is open.
+    bool HasFailedUnseen() const { return hasFailedUnseen; }
 
 private:
     using Result = Platform::Result;
@@ -63,26 +71,36 @@ private:
         const Platform::Testing::Replace<Group> replaced{*this};
     };
 
-    /// Its one call does not fail: what fails once a file is open goes unreported on purpose.
+    /// As `Try`, and notes that nobody was told.
+    template <class Call>
+    Result TryUnseen(bool isFake, Call call) {
+        bool called = false;
+        const Result result = Try(isFake, [&] {
+            called = true;
+            return call();
+        });
+        if (!called) hasFailedUnseen = true;
+        return result;
+    }
+
     class Replacement : public Platform::IFileReplacement {
     public:
-        Replacement(std::unique_ptr<IFileReplacement> inner, bool isFake)
-            : inner(std::move(inner)), isFake(isFake) {}
+        Replacement(FailingPlatform& platform, std::unique_ptr<IFileReplacement> inner, bool isFake)
+            : platform(platform), inner(std::move(inner)), isFake(isFake) {}
         Result Complete(std::string_view data) override {
-            std::optional<NthFailure::Pause> pause;
-            if (isFake) pause.emplace();
-            return inner->Complete(data);
+            return platform.TryUnseen(isFake, [&] { return inner->Complete(data); });
         }
         bool IsRefused() const override { return inner->IsRefused(); }
 
     private:
+        FailingPlatform& platform;
         const std::unique_ptr<IFileReplacement> inner;
         const bool isFake;
     };
 
     class FailingFiles : public Failing<Platform::IFiles> {
     public:
-        explicit FailingFiles(bool isFake) : isFake(isFake) {}
+        FailingFiles(FailingPlatform& platform, bool isFake) : platform(platform), isFake(isFake) {}
         ValueOr<std::string> Read(const std::string& path) override {
             return Try(isFake, [&] { return inner.Read(path); });
         }
@@ -97,17 +115,14 @@ private:
                 if (!begun) return begun;
                 const NthFailure::Pause pause;
                 return std::unique_ptr<Platform::IFileReplacement>(
-                    std::make_unique<Replacement>(std::move(*begun), isFake));
+                    std::make_unique<Replacement>(platform, std::move(*begun), isFake));
             });
         }
-        // These two do not fail: that their results are ignored is on purpose.
         Result Remove(const std::string& path, Platform::Durability durability) override {
-            const NthFailure::Pause pause;
-            return inner.Remove(path, durability);
+            return platform.TryUnseen(isFake, [&] { return inner.Remove(path, durability); });
         }
         Result Rename(const std::string& from, const std::string& to) override {
-            const NthFailure::Pause pause;
-            return inner.Rename(from, to);
+            return platform.TryUnseen(isFake, [&] { return inner.Rename(from, to); });
         }
         ValueOr<std::vector<std::string>> List(const std::string& directory) override {
             return Try(isFake, [&] { return inner.List(directory); });
@@ -117,6 +132,7 @@ private:
         }
 
     private:
+        FailingPlatform& platform;
         const bool isFake;
     };
 
@@ -134,6 +150,7 @@ private:
             return result ? result : (static_cast<void>(inner.Cleanup()), result);
         }
         Result Close(Handle socket) override {
+            Forget(socket);
             const Result result = Try(isFake, [&] { return inner.Close(socket); });
             return result ? result : (static_cast<void>(inner.Close(socket)), result);
         }
@@ -155,10 +172,12 @@ private:
             return Try(isFake, [&] { return inner.SetNonBlocking(socket, nonBlocking); });
         }
         Result Connect(Handle socket, const Platform::AddressEntry& address) override {
+            if (IsDown()) return Result::Failure(ECONNREFUSED);
             return Try(isFake, [&] { return inner.Connect(socket, address); });
         }
         Platform::SelectResult Select(Platform::SocketSet* read, Platform::SocketSet* write,
                                       Platform::SocketSet* except, std::int64_t milliseconds) override {
+            if (const int broken = LeaveBroken({read, write, except})) return {broken, 0};
             const auto outcome = Try(isFake, [&]() -> ValueOr<Platform::SelectResult> {
                 return inner.Select(read, write, except, milliseconds);
             });
@@ -168,21 +187,78 @@ private:
             return Try(isFake, [&] { return inner.GetSocketError(socket); });
         }
         Platform::TransferResult Receive(Handle socket, void* buffer, std::uint32_t length) override {
+            if (const std::optional<End> end = EndOf(socket)) {
+                return *end == End::InOrder ? Platform::TransferResult{0, 0}
+                                            : Platform::TransferResult{-1, ECONNRESET};
+            }
             const auto outcome = Try(isFake, [&]() -> ValueOr<Platform::TransferResult> {
-                return inner.Receive(socket, buffer, length);
+                return inner.Receive(socket, buffer, Before({Of::ReceivedByte, Of::LastByte}, length));
             });
+            if (outcome) BreakBehind({Of::ReceivedByte, Of::LastByte}, socket, outcome->count);
             return outcome ? *outcome : Platform::TransferResult{-1, Error};
         }
         Platform::TransferResult Send(Handle socket, const void* buffer, std::uint32_t length,
                                       bool moreFollows) override {
+            if (EndOf(socket)) return {-1, ECONNRESET};
             const auto outcome = Try(isFake, [&]() -> ValueOr<Platform::TransferResult> {
-                return inner.Send(socket, buffer, length, moreFollows);
+                return inner.Send(socket, buffer, Before({Of::SentByte}, length), moreFollows);
             });
+            if (outcome) BreakBehind({Of::SentByte}, socket, outcome->count);
             return outcome ? *outcome : Platform::TransferResult{-1, Error};
         }
 
     private:
+        using Of = NthFailure::Of;
+        enum class End { Reset, InOrder };
+
+        /// No byte of the calling thread passes any more, on whatever connection.
+        static bool IsDown() { return std::ranges::any_of(NthFailure::Bytes, NthFailure::HasStruckForGood); }
+        std::optional<End> EndOf(Handle socket) {
+            const std::lock_guard guard(mutex);
+            const auto found = ends.find(socket);
+            if (found != ends.end()) return found->second;
+            return IsDown() ? std::optional(End::Reset) : std::nullopt;
+        }
+        void Forget(Handle socket) {
+            const std::lock_guard guard(mutex);
+            ends.erase(socket);
+        }
+        static std::uint32_t Before(std::initializer_list<Of> bytes, std::uint32_t length) {
+            std::size_t left = length;
+            for (const Of what : bytes)
+                left = NthFailure::Before(what, left);
+            return static_cast<std::uint32_t>(left);
+        }
+        void BreakBehind(std::initializer_list<Of> bytes, Handle socket, std::int32_t count) {
+            for (const Of what : bytes) {
+                if (count <= 0 || !NthFailure::StrikesBehind(what, static_cast<std::size_t>(count))) continue;
+                const NthFailure::Pause pause;
+                const std::lock_guard guard(mutex);
+                ends[socket] = what == Of::LastByte ? End::InOrder : End::Reset;
+            }
+        }
+        /// If connections that are waited for are broken, leaves these alone in the sets.
+        int LeaveBroken(std::initializer_list<Platform::SocketSet*> sets) {
+            std::array<Platform::SocketSet, 3> broken;
+            std::size_t count = 0;
+            std::size_t at = 0;
+            for (const Platform::SocketSet* const set : sets) {
+                for (const Handle socket : set ? *set : Platform::SocketSet()) {
+                    if (EndOf(socket)) broken[at].Add(socket);
+                }
+                count += broken[at++].Count();
+            }
+            at = 0;
+            for (Platform::SocketSet* const set : sets) {
+                if (set && count > 0) *set = broken[at];
+                ++at;
+            }
+            return static_cast<int>(count);
+        }
+
         const bool isFake;
+        std::mutex mutex;
+        std::map<Handle, End> ends;  // of connections that have broken; guarded by mutex
     };
 
     class FailingRandom : public Failing<Platform::IRandom> {
@@ -358,6 +434,7 @@ private:
         }
     };
 
+    std::atomic<bool> hasFailedUnseen = false;
     FailingFiles files;
     FailingSockets sockets;
     FailingRandom random;

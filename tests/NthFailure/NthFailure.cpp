@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -70,10 +71,17 @@ void* Run(void* start) {
 }  // namespace
 
 std::string NthFailure::Plan::Text() const {
-    static const char* const kinds[] = {"allocation", "allocation of the crypto library", "start of a thread",
-                                        "call of the platform"};
+    static const char* const kinds[] = {"no allocation",
+                                        "no allocation of the crypto library",
+                                        "no start of a thread",
+                                        "no call of the platform",
+                                        "the clock ahead at look",
+                                        "the clock back at look",
+                                        "the connection reset behind byte sent",
+                                        "the connection reset behind byte received",
+                                        "the connection ended behind byte received"};
     return std::string(kinds[static_cast<int>(what)]) + " " + std::to_string(n) + " of thread " +
-           std::to_string(thread) + (forGood ? " and all behind it" : "") + " failing";
+           std::to_string(thread) + (forGood ? ", for good" : "");
 }
 
 NthFailure::NthFailure(const Plan& plan) : plan(plan) {
@@ -106,12 +114,35 @@ void NthFailure::SpareThisThread() {
     ++pauses;
 }
 
-bool NthFailure::Strikes(Of what) {
-    if (thisThread == Foreign || pauses != 0) return false;
+NthFailure* NthFailure::About(Of what) {
+    if (thisThread == Foreign || pauses != 0) return nullptr;
     NthFailure* const failure = current;
-    if (!failure || failure->plan.what != what || failure->plan.thread != thisThread) return false;
+    return failure && failure->plan.what == what && failure->plan.thread == thisThread ? failure : nullptr;
+}
+
+bool NthFailure::Strikes(Of what) {
+    NthFailure* const failure = About(what);
+    if (!failure) return false;
     const std::size_t n = ++failure->count;
     return failure->plan.forGood ? failure->HasHappened() : n == failure->plan.n;
+}
+
+std::size_t NthFailure::Before(Of what, std::size_t bytes) {
+    const NthFailure* const failure = About(what);
+    if (!failure || failure->count >= failure->plan.n) return bytes;
+    return std::min(bytes, failure->plan.n - failure->count);
+}
+
+bool NthFailure::StrikesBehind(Of what, std::size_t bytes) {
+    NthFailure* const failure = About(what);
+    if (!failure || failure->HasHappened()) return false;
+    failure->count += bytes;
+    return failure->HasHappened();
+}
+
+bool NthFailure::HasStruckForGood(Of what) {
+    const NthFailure* const failure = About(what);
+    return failure && failure->plan.forGood && failure->HasHappened();
 }
 
 std::size_t NthFailure::ThisThread() {

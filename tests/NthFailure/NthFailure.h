@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <string>
@@ -9,11 +10,25 @@ namespace Ombry::Tests {
 /// Lets one thing fail on one thread while it lives: the n-th allocation, the n-th one of the crypto library,
 /// the n-th start of a thread or the n-th call of the platform, alone or with all that come behind it.
 /// Allocations are those with `new` and those with `malloc` from what is linked into the executable: ours,
-/// and what library headers leave in it. The thread that makes this object is number 0, those that it or they
-/// start are 1, 2 and so on; nobody else notices anything. One object at a time.
+/// and what library headers leave in it. A clock does not fail, but the n-th look at it may find that it has
+/// jumped; nor does a byte of the network, but behind the n-th one the connection may break. The thread that
+/// makes this object is number 0, those that it or they start are 1, 2 and so on; nobody else notices
+/// anything. One object at a time.
 class NthFailure {
 public:
-    enum class Of { Allocation, CryptoAllocation, ThreadStart, PlatformCall };
+    enum class Of {
+        Allocation,
+        CryptoAllocation,
+        ThreadStart,
+        PlatformCall,
+        ClockAhead,
+        ClockBack,
+        SentByte,
+        ReceivedByte,
+        LastByte  ///< received; the peer then ends the connection in good order
+    };
+
+    static constexpr std::array Bytes{Of::SentByte, Of::ReceivedByte, Of::LastByte};
 
     struct Plan {
         Of what = Of::Allocation;
@@ -46,6 +61,13 @@ public:
     /// For what can fail: counts, and says whether this one does.
     static bool Strikes(Of what);
 
+    /// For what passes in bytes: how many of those at hand come before it happens; all if nothing is to come.
+    static std::size_t Before(Of what, std::size_t bytes);
+    /// Counts bytes that have passed, and says whether it happens behind them.
+    static bool StrikesBehind(Of what, std::size_t bytes);
+    /// Whether it has happened to the calling thread, for good.
+    static bool HasStruckForGood(Of what);
+
     /// Number of the calling thread; one that was not started below is `Foreign`.
     static std::size_t ThisThread();
     static constexpr std::size_t Foreign = static_cast<std::size_t>(-1);
@@ -53,7 +75,13 @@ public:
     /// Blocks of either kind that were allocated and not given back, in the whole process.
     static long LiveBlocks();
 
+    /// Nothing is passed over where runs are many; for a run by hand.
+    static inline bool isThorough = false;
+
 private:
+    /// The object whose plan is about this, on this thread; null if there is none.
+    static NthFailure* About(Of what);
+
     const Plan plan;
     std::atomic<std::size_t> count = 0;
 };
