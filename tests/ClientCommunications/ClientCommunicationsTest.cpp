@@ -24,7 +24,7 @@ namespace {
 using namespace ClientCommunications;
 using Texts = std::vector<std::string>;
 
-const std::string Security = "/m/Quennet/OmbrySecurity";
+const std::string Security = MemoryMachine() + "/Quennet/OmbrySecurity";
 const std::string Cache = Security + "/CS-cpp/cache/";
 
 class ClientCommunicationsTest : public testing::Test {
@@ -77,7 +77,7 @@ protected:
     FakeClock clock;
     // The token thread's first wait is then long.
     FakeRandom random{SeedThatDraws(0, 720, 500)};
-    FakeKnownFolders folders{"/m"};
+    FakeKnownFolders folders{MemoryMachine()};
     FakeMachineId machineId{"machine"};
     MemoryFiles files;
     FakeOneCertificateStore certificates{"DiscoveryServiceBootstrap", "certificate"};
@@ -388,7 +388,7 @@ TEST_F(ClientCommunicationsTest, StepsFailInTheirOrderAndNothingGoesOut) {
     files.Put(credentials, "");
     expect("The credentials file of 'c1' is empty.", reads);
     files.Put(credentials, saved);
-    reads.push_back("Read /m/Quennet/common.config");
+    reads.push_back("Read " + MemoryMachine() + "/Quennet/common.config");
     reads.push_back("Read " + datacenter);
     expect(notOpened + datacenter + "' for read.", reads);
     files.Put(datacenter, "dc-1");

@@ -14,7 +14,7 @@ using testing::ElementsAre;
 
 class CommunicationsParametersTest : public testing::Test {
 protected:
-    FakeKnownFolders folders{"/base"};
+    FakeKnownFolders folders{"/dev/null/base"};
     Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};
 };
 
@@ -23,17 +23,18 @@ TEST_F(CommunicationsParametersTest, DefaultsLieUnderTheProgramDataFolder) {
 
     EXPECT_EQ(parameters.clientName, "client");
     EXPECT_EQ(parameters.userName + parameters.password + parameters.fixedToken, "");
-    EXPECT_EQ(parameters.securityDirectory, "/base/Quennet/OmbrySecurity");
-    EXPECT_EQ(parameters.cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
+    EXPECT_EQ(parameters.securityDirectory, "/dev/null/base/Quennet/OmbrySecurity");
+    EXPECT_EQ(parameters.cacheDirectory, "/dev/null/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
     EXPECT_FALSE(parameters.useCurrentUserStore);
     EXPECT_EQ(parameters.storeName, L"OmbrySecurity");
     EXPECT_EQ(parameters.logger, nullptr);
-    EXPECT_EQ(parameters.commonConfigPath, "/base/Quennet/common.config");
+    EXPECT_EQ(parameters.commonConfigPath, "/dev/null/base/Quennet/common.config");
     EXPECT_FALSE(parameters.verbose);
 }
 
 TEST_F(CommunicationsParametersTest, WithoutAClientNameTheCacheDirectoryEndsInASlash) {
-    EXPECT_EQ(CommunicationsParameters("").cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/");
+    EXPECT_EQ(CommunicationsParameters("").cacheDirectory,
+              "/dev/null/base/Quennet/OmbrySecurity/CS-cpp/cache/");
 }
 
 TEST_F(CommunicationsParametersTest, PlainSettersStoreAndMoveNothing) {
@@ -45,16 +46,16 @@ TEST_F(CommunicationsParametersTest, PlainSettersStoreAndMoveNothing) {
     EXPECT_EQ(parameters.userName, "user");
     EXPECT_EQ(parameters.password, "password");
     EXPECT_EQ(parameters.fixedToken, "token");
-    EXPECT_EQ(parameters.cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
+    EXPECT_EQ(parameters.cacheDirectory, "/dev/null/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
 }
 
 TEST_F(CommunicationsParametersTest, SetClientNameMovesTheDefaultCacheDirectory) {
     CommunicationsParameters parameters("");
     parameters.SetClientName("client");
     EXPECT_EQ(parameters.clientName, "client");
-    EXPECT_EQ(parameters.cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
+    EXPECT_EQ(parameters.cacheDirectory, "/dev/null/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
     parameters.SetClientName("other");
-    EXPECT_EQ(parameters.cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/other");
+    EXPECT_EQ(parameters.cacheDirectory, "/dev/null/base/Quennet/OmbrySecurity/CS-cpp/cache/other");
 }
 
 TEST_F(CommunicationsParametersTest, AUserNameSetFirstLeavesACacheDirectoryWithNothingBehindItOnPurpose) {
@@ -62,14 +63,14 @@ TEST_F(CommunicationsParametersTest, AUserNameSetFirstLeavesACacheDirectoryWithN
     parameters.SetUserName("user");
     parameters.SetClientName("client");
     EXPECT_EQ(parameters.clientName, "client");
-    EXPECT_EQ(parameters.cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/");
+    EXPECT_EQ(parameters.cacheDirectory, "/dev/null/base/Quennet/OmbrySecurity/CS-cpp/cache/");
 }
 
 TEST_F(CommunicationsParametersTest, AUserNameSetLastLeavesTheClientsCacheDirectory) {
     CommunicationsParameters parameters("");
     parameters.SetClientName("client");
     parameters.SetUserName("user");
-    EXPECT_EQ(parameters.cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
+    EXPECT_EQ(parameters.cacheDirectory, "/dev/null/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
 }
 
 TEST_F(CommunicationsParametersTest, ACacheDirectorySetByHandStaysWhereItIs) {
@@ -90,7 +91,7 @@ TEST_F(CommunicationsParametersTest, SetSecurityDirectoryMovesTheDefaultCacheDir
     parameters.SetSecurityDirectory("/secure");
     EXPECT_EQ(parameters.securityDirectory, "/secure");
     EXPECT_EQ(parameters.cacheDirectory, "/secure/CS-cpp/cache/client");
-    EXPECT_EQ(parameters.commonConfigPath, "/base/Quennet/common.config");
+    EXPECT_EQ(parameters.commonConfigPath, "/dev/null/base/Quennet/common.config");
 
     parameters.SetClientName("other");
     EXPECT_EQ(parameters.cacheDirectory, "/secure/CS-cpp/cache/other");
@@ -107,7 +108,7 @@ TEST_F(CommunicationsParametersTest, OfAUserAndAClientTheUserNamesTheDefaultCach
     CommunicationsParameters parameters("client");
     parameters.SetUserName("user");
     parameters.SetSecurityDirectory("/secure");
-    EXPECT_EQ(parameters.cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
+    EXPECT_EQ(parameters.cacheDirectory, "/dev/null/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
 
     parameters.cacheDirectory = "/secure/CS-cpp/cache/user";
     parameters.SetSecurityDirectory("/other");
@@ -119,7 +120,7 @@ TEST_F(CommunicationsParametersTest, ACopyIsItsOwn) {
     CommunicationsParameters copy = parameters;
     copy.SetClientName("other");
     EXPECT_EQ(parameters.clientName, "client");
-    EXPECT_EQ(parameters.cacheDirectory, "/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
+    EXPECT_EQ(parameters.cacheDirectory, "/dev/null/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
 }
 
 TEST_F(CommunicationsParametersTest, WithoutAProgramDataFolderConstructionFailsWithTheNumber) {
@@ -175,9 +176,9 @@ TEST_F(CommunicationsParametersTest, AFolderThatCannotBeConvertedFailsWithTheNum
 }
 
 TEST_F(CommunicationsParametersTest, APathOutsideAsciiIsUtf8) {
-    FakeKnownFolders umlauts("/b\xc3\xa4se\xe2\x82\xac\xf0\x9f\x99\x82");
+    FakeKnownFolders umlauts("/dev/null/b\xc3\xa4se\xe2\x82\xac\xf0\x9f\x99\x82");
     const Platform::Testing::Replace<Platform::IKnownFolders> replaced(umlauts);
-    EXPECT_EQ(GetProgramDataQuennetPath(), "/b\xc3\xa4se\xe2\x82\xac\xf0\x9f\x99\x82/Quennet");
+    EXPECT_EQ(GetProgramDataQuennetPath(), "/dev/null/b\xc3\xa4se\xe2\x82\xac\xf0\x9f\x99\x82/Quennet");
 }
 
 // --- the datacenter id ---
@@ -185,9 +186,9 @@ TEST_F(CommunicationsParametersTest, APathOutsideAsciiIsUtf8) {
 class GetDatacenterIdTest : public CommunicationsParametersTest {
 protected:
     std::string Id() { return GetDatacenterId(parameters); }
-    void PutCommon(const std::string& text) { files.Put("/base/Quennet/common.config", text); }
+    void PutCommon(const std::string& text) { files.Put("/dev/null/base/Quennet/common.config", text); }
     void PutOwn(const std::string& text) {
-        files.Put("/base/Quennet/OmbrySecurity/CS/datacenterid.config", text);
+        files.Put("/dev/null/base/Quennet/OmbrySecurity/CS/datacenterid.config", text);
     }
 
     MemoryFiles files;
@@ -199,7 +200,7 @@ TEST_F(GetDatacenterIdTest, TheElementOfTheCommonFileWinsAndTheOtherFileIsNotTou
     PutCommon("<DatacenterId>x</DatacenterId>");
     PutOwn("own");
     EXPECT_EQ(Id(), "x");
-    EXPECT_THAT(files.Texts(), ElementsAre("Read /base/Quennet/common.config"));
+    EXPECT_THAT(files.Texts(), ElementsAre("Read /dev/null/base/Quennet/common.config"));
 }
 
 TEST_F(GetDatacenterIdTest, WithoutAnIdInTheCommonFileTheOtherFileIsReadWhole) {
@@ -216,8 +217,9 @@ TEST_F(GetDatacenterIdTest, WithoutAnIdInTheCommonFileTheOtherFileIsReadWhole) {
 TEST_F(GetDatacenterIdTest, AMissingCommonFileIsNoFailure) {
     PutOwn("own");
     EXPECT_EQ(Id(), "own");
-    EXPECT_THAT(files.Texts(), ElementsAre("Read /base/Quennet/common.config",
-                                           "Read /base/Quennet/OmbrySecurity/CS/datacenterid.config"));
+    EXPECT_THAT(files.Texts(),
+                ElementsAre("Read /dev/null/base/Quennet/common.config",
+                            "Read /dev/null/base/Quennet/OmbrySecurity/CS/datacenterid.config"));
 }
 
 TEST_F(GetDatacenterIdTest, TheTextUpToTheNextBracketIsTakenAsItStands) {
@@ -248,7 +250,7 @@ TEST_F(GetDatacenterIdTest, WithNeitherFileTheFailureNamesTheOwnOne) {
     } catch (const std::runtime_error& failure) {
         EXPECT_STREQ(failure.what(),
                      "Ombry::ClientCommunications::FileStorage::Load: Failed to open file "
-                     "'/base/Quennet/OmbrySecurity/CS/datacenterid.config' for read.");
+                     "'/dev/null/base/Quennet/OmbrySecurity/CS/datacenterid.config' for read.");
     }
 }
 

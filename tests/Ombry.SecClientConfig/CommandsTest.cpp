@@ -56,7 +56,7 @@ void ExpectBeginsItsWork(const Words& words) {
                                     ? "CS/datacenterid.config"
                                     : "Components/" + *(client + 1) + "/ombrycomponent.config";
     NoHosts network;
-    FakeKnownFolders folders("/m");
+    FakeKnownFolders folders(MemoryMachine());
     MemoryFiles files;
     const Platform::Testing::Replace<Platform::ISockets> replacedSockets(network);
     const Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders(folders);
@@ -67,8 +67,8 @@ void ExpectBeginsItsWork(const Words& words) {
               needsNoMachine
                   ? "Caught exception: Error 11.0\n"
                   : "Caught exception: Ombry::ClientCommunications::FileStorage::Load: Failed to open file "
-                    "'/m/Quennet/OmbrySecurity/" +
-                        missing + "' for read.\n")
+                    "'" +
+                        MemoryMachine() + "/Quennet/OmbrySecurity/" + missing + "' for read.\n")
         << testing::PrintToString(words);
     EXPECT_EQ(run.out, "");
     EXPECT_EQ(network.asked.empty(), !needsNoMachine) << testing::PrintToString(words);

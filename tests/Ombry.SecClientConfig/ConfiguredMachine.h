@@ -18,7 +18,7 @@
 
 namespace Ombry::Tests {
 
-inline const std::string Security = "/m/Quennet/OmbrySecurity";
+inline const std::string Security = MemoryMachine() + "/Quennet/OmbrySecurity";
 
 /// The command that enrolls a client "New", with a token and as the client of the machine.
 inline const std::vector<std::string> EnrollNew{"enroll-client", "-t", "t", "-nn", "New"};
@@ -59,7 +59,7 @@ public:
     static const std::string& SavedCredentials() {
         static const std::string saved = [] {
             const std::string file = Security + "/Components/c1/ombrycomponent.config";
-            FakeKnownFolders folders{"/m"};
+            FakeKnownFolders folders{MemoryMachine()};
             FakeMachineId machineId{"machine"};
             MemoryFiles files;
             const Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};
@@ -80,7 +80,7 @@ public:
         return seed;
     }
     FakeRandom random{SeedOfALongWait()};
-    FakeKnownFolders folders{"/m"};
+    FakeKnownFolders folders{MemoryMachine()};
     FakeMachineId machineId{"machine"};
     MemoryFiles files;
     FakeOneCertificateStore certificates;

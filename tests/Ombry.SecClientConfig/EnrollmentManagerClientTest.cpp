@@ -222,16 +222,17 @@ TEST_F(EnrollmentManagerClientTest, CredentialsThatCannotBeSavedLeaveAClientThat
 TEST_F(EnrollmentManagerClientTest, RecordsLieWhereTheyLayWhenTheManagerWasMade) {
     Answer({{"POST " + ClientsPath, {201, ""}}});
     auto manager = Manager();
-    FakeKnownFolders moved("/moved");
+    FakeKnownFolders moved("/dev/null/moved");
     const Platform::Testing::Replace<Platform::IKnownFolders> replaced(moved);
 
     manager.EnrollClient(Request("a"));
 
-    EXPECT_EQ(steps,
-              Join({{"Read " + CredentialsPath("a")},
-                    {"Read /moved/Quennet/common.config", "Read " + Security + "/CS/datacenterid.config"},
-                    EnrollCall(),
-                    Save(CredentialsPath("a"))}));
+    EXPECT_EQ(
+        steps,
+        Join({{"Read " + CredentialsPath("a")},
+              {"Read /dev/null/moved/Quennet/common.config", "Read " + Security + "/CS/datacenterid.config"},
+              EnrollCall(),
+              Save(CredentialsPath("a"))}));
 }
 
 TEST_F(EnrollmentManagerClientTest, NameIsRequired) {

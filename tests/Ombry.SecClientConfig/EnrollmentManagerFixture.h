@@ -21,7 +21,7 @@ class EnrollmentManagerFixture : public testing::Test {
 protected:
     using Texts = std::vector<std::string>;
 
-    static inline const std::string Security = "/m/Quennet/OmbrySecurity";
+    static inline const std::string Security = MemoryMachine() + "/Quennet/OmbrySecurity";
 
     EnrollmentManagerFixture() {
         files.Put(Security + "/CS/datacenterid.config", "dc-1");
@@ -99,7 +99,8 @@ protected:
                 "BeginReplace " + path + " Synced", "Complete " + path + " Synced"};
     }
     static Texts ReadDatacenter() {
-        return {"Read /m/Quennet/common.config", "Read " + Security + "/CS/datacenterid.config"};
+        return {"Read " + MemoryMachine() + "/Quennet/common.config",
+                "Read " + Security + "/CS/datacenterid.config"};
     }
     static Texts Join(std::initializer_list<Texts> parts) {
         Texts whole;
@@ -116,7 +117,7 @@ protected:
     }
 
     const CapturedOutput captured;
-    FakeKnownFolders folders{"/m"};
+    FakeKnownFolders folders{MemoryMachine()};
     FakeRandom random;
     MemoryFiles files;
     FakeMemoryProtection memory;

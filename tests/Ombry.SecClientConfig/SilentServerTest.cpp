@@ -58,7 +58,7 @@ protected:
     }
 
     FakeClock clock;
-    FakeKnownFolders folders{"/m"};
+    FakeKnownFolders folders{MemoryMachine()};
     MemoryFiles files;
     ForwardingSockets sockets;
     const Platform::Testing::Replace<Platform::IClock> replacedClock{clock};
