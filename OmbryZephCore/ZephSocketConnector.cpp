@@ -43,6 +43,22 @@ std::uint32_t InitializeWinsock(const std::shared_ptr<ILogger>& logger) {
     return eRC_Success;
 }
 
+// The reference that `InitializeWinsock` took, for as long as no socket bears it.
+class LibraryReference {
+public:
+    LibraryReference() = default;
+    ~LibraryReference() {
+        if (m_Held) (void)Sockets().Cleanup();
+    }
+    LibraryReference(const LibraryReference&) = delete;
+    LibraryReference& operator=(const LibraryReference&) = delete;
+
+    void LeaveToTheSocket() { m_Held = false; }
+
+private:
+    bool m_Held = true;
+};
+
 std::string DescribeAddresses(const char* pHost, std::uint16_t nPort,
                               const std::vector<AddressEntry>& addresses) {
     std::ostringstream text;
@@ -265,13 +281,11 @@ std::uint32_t ZephSocketConnector::Connect(const char* pHost, std::uint16_t nPor
     Close();
     std::uint32_t nResult = InitializeWinsock(m_Logger);
     if (nResult != eRC_Success) return nResult;
+    LibraryReference library;
 
     std::vector<AddressEntry> addresses;
     nResult = ResolveAddresses(pHost, nPort, addresses, m_Logger);
-    if (nResult != eRC_Success) {
-        (void)Sockets().Cleanup();
-        return nResult;
-    }
+    if (nResult != eRC_Success) return nResult;
 
     for (const AddressEntry& address : addresses) {
         ZephConnectSocketHelper helper(m_Logger, address, pBindAddress, nBindPort);
@@ -280,13 +294,13 @@ std::uint32_t ZephSocketConnector::Connect(const char* pHost, std::uint16_t nPor
             helper.SetNonBlockedMode(false)) {
             m_PeerAddress = helper.GetAddressText();
             m_Socket = helper.ReleaseSocket();
+            library.LeaveToTheSocket();
             return eRC_Success;
         }
     }
 
     LogCall(m_Logger, "OmbryZephCore::ZephSocketConnector::Connect", 3, "Failed to connect to server '",
             pHost, ":", nPort, "'");
-    (void)Sockets().Cleanup();
     return eRC_Fail;
 }
 

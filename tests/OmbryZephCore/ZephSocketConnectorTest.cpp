@@ -1,5 +1,6 @@
 #include "OmbryZephCore/ZephResultCodes.h"
 #include "OmbryZephCore/ZephSocketConnector.h"
+#include "tests/Fakes/AllocationCount.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedSockets.h"
 
@@ -7,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <new>
 #include <set>
 
 namespace Ombry::Tests {
@@ -525,6 +527,26 @@ TEST_F(ZephSocketConnectorTest, WhicheverCallFailsNothingLeaks) {
         connector.Close();
         EXPECT_EQ(sockets.OpenSockets(), 0u);
         EXPECT_EQ(sockets.LibraryReferences(), 0);
+    }
+}
+
+TEST_F(ZephSocketConnectorTest, WhereverMemoryEndsNothingLeaks) {
+    Script(111);  // the second address, whose text takes memory, is the one that connects
+    bool failed = true;
+    for (std::size_t n = 1; failed; ++n) {
+        SCOPED_TRACE(n);
+        const FailingAllocation failing(n);
+        try {
+            EXPECT_EQ(connector.Connect("two", 443, 3, "local", 99), 0u);
+            connector.Close();
+        } catch (const std::bad_alloc&) {
+        }
+        failed = failing.Failed();
+        EXPECT_FALSE(connector.IsConnected());
+        EXPECT_EQ(connector.GetPeerAddress(), "");
+        EXPECT_EQ(sockets.OpenSockets(), 0u);
+        EXPECT_EQ(sockets.LibraryReferences(), 0);
+        EXPECT_TRUE(!FailingAllocation::Fails || n > 1 || failed) << "a connect takes memory";
     }
 }
 
