@@ -61,12 +61,12 @@ public:
     virtual std::uint32_t AddHeader(const char* pName, const char* pValue) = 0;
     virtual const char* GetResponseHeader(const char* pName) = 0;
     virtual void ForEachResponseHeader(ZephHeaderCallback callback) = 0;
+    virtual bool IsOpen() = 0;
+    virtual bool IsCloseRequested() = 0;
     /// What `ForEachResponseHeader` would visit.
     virtual void CopyResponseHeaders(ZephHttpHeaderCopy& to) = 0;
     /// Gives the connection up, as where its peer failed: every request on it is told so, and its stack goes.
     virtual void Abandon() = 0;
-    virtual bool IsOpen() = 0;
-    virtual bool IsCloseRequested() = 0;
 };
 
 }  // namespace OmbryZephCore
