@@ -123,7 +123,7 @@ std::uint32_t ZephHttpClientConnection::SendRequest(const char* pMethod, const c
                                                     std::uint32_t nLength) {
     if (!m_IO) return eRC_NotInitialized;
     if (m_WritePending) return eRC_IO_WriteAlreadyInProgress;
-    m_CloseAfter = bClose;
+    m_CloseAfter = m_CloseAsked = bClose;
     m_RequestChunked = bChunked;
     const std::uint32_t nResult = WriteHead(pMethod, pUrl, nLength, {});
     if (nResult != eRC_Success) return nResult;
@@ -136,7 +136,7 @@ std::uint32_t ZephHttpClientConnection::SendRequestWithBody(
     ZephHttpRequestNotifierIf* pRequestNotifier, std::uint32_t nLength, const std::uint8_t* pData) {
     if (!m_IO) return eRC_NotInitialized;
     if (m_WritePending) return eRC_IO_WriteAlreadyInProgress;
-    m_CloseAfter = bClose;
+    m_CloseAfter = m_CloseAsked = bClose;
     m_RequestChunked = false;
     const std::uint32_t nResult = WriteHead(pMethod, pUrl, nLength, Bytes(pData, nLength));
     if (nResult != eRC_Success) return nResult;
@@ -150,7 +150,7 @@ std::uint32_t ZephHttpClientConnection::WriteHead(const char* pMethod, const cha
     char digits[std::numeric_limits<std::uint32_t>::digits10 + 1];
     const char* const pDigitsEnd = std::to_chars(digits, digits + sizeof digits, nLength).ptr;
     std::string_view length(digits, static_cast<std::size_t>(pDigitsEnd - digits));
-    const std::string_view close = m_CloseAfter ? "Connection: close\r\n" : "";
+    const std::string_view close = m_CloseAsked ? "Connection: close\r\n" : "";
     const std::string_view framing = m_RequestChunked ? "Transfer-Encoding: chunked" : "Content-Length: ";
     if (m_RequestChunked) length = {};
     const std::uint32_t nResult =

@@ -124,7 +124,7 @@ private:
     void ClearResponse();
     Progress ReceiveHead();
     std::uint32_t ProcessHead();
-    void DecideKeepAlive();
+    bool SaysClose() const;
     std::uint32_t SwitchProtocols();
     Progress ReadBody(bool bContinue);
     Progress DeliverBody(std::uint32_t nBytes);
@@ -212,9 +212,10 @@ private:
     bool m_HaveHead = false;         ///< a head was parsed, and the next one is not looked for yet
     std::uint32_t m_HeadLength = 0;  ///< of that head, its empty line included
     ZephHttpHeaderParser m_Parser{ZephHttpHeaderParser::ModeResponse};  ///< its status and headers
-    /// The connection is of no use behind this exchange: the request or the answer says so, the protocol was
-    /// switched, or bytes came that nobody asked for. Set anew by each request.
+    /// The connection is of no use behind this exchange: the request or a head of its answer says so, the
+    /// protocol was switched, or bytes came that nobody asked for. Set anew by each request.
     bool m_CloseAfter = false;
+    bool m_CloseAsked = false;       ///< the latest request said "Connection: close"
     bool m_Informational = false;    ///< status 100 to 199: another head follows, for the same handler
     bool m_Chunked = false;          ///< the body comes in chunks, and Content-Length counts for nothing
     bool m_BodyComplete = false;     ///< a body that is not chunked has ended, and nothing is left to tell

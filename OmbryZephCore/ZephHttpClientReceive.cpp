@@ -140,7 +140,9 @@ std::uint32_t ZephHttpClientConnection::ProcessHead() {
     const std::uint32_t nResult = m_Parser.Parse(Front(), m_HeadLength);
     if (nResult != eRC_Success) return nResult;
     ClearResponse();
-    DecideKeepAlive();
+    // What an earlier head said, or a change of the protocol, says nothing of where this body ends.
+    const bool bClose = m_CloseAsked || SaysClose();
+    m_CloseAfter |= bClose;
 
     const char* const pLength = m_Parser.GetHeader("Content-Length");
     m_Chunked = IsChunked(m_Parser.GetHeader("Transfer-Encoding"));
@@ -150,19 +152,17 @@ std::uint32_t ZephHttpClientConnection::ProcessHead() {
     m_Informational = nStatus >= 100 && nStatus <= 199;
     if (nStatus == StatusSwitchingProtocols) return SwitchProtocols();
     // No other status reads until the peer closes: without a length its body is empty.
-    if (nStatus == StatusOK && !pLength && !m_Chunked && m_CloseAfter) m_ReadUntilClose = true;
+    if (nStatus == StatusOK && !pLength && !m_Chunked && bClose) m_ReadUntilClose = true;
     return eRC_Success;
 }
 
-void ZephHttpClientConnection::DecideKeepAlive() {
-    if (m_CloseAfter) return;
-    if (const char* pConnection = m_Parser.GetHeader("Connection")) {
-        m_CloseAfter = std::strcmp(pConnection, "close") == 0;  // "Close" asks for nothing
-    } else {
-        // The version of a response runs on through its head, so this finds no real answer of an HTTP/1.0
-        // peer, which thus counts as keep-alive.
-        m_CloseAfter = std::strcmp(m_Parser.GetVersion(), "HTTP/1.0") == 0;
-    }
+/// Whether the head at hand announces the end of the connection.
+bool ZephHttpClientConnection::SaysClose() const {
+    if (const char* pConnection = m_Parser.GetHeader("Connection"))
+        return std::strcmp(pConnection, "close") == 0;  // "Close" asks for nothing
+    // The version of a response runs on through its head, so this finds no real answer of an HTTP/1.0 peer,
+    // which thus counts as keep-alive.
+    return std::strcmp(m_Parser.GetVersion(), "HTTP/1.0") == 0;
 }
 
 /// A peer that changes the protocol leaves the connection of no use to the next request, asked for or not.
