@@ -142,7 +142,7 @@ void ZephSSLIO::ReleaseIdleMemory() {
     std::lock_guard lock(m_Mutex);
     if (m_Connection) m_Connection->ReleaseIdleMemory();
     if (!m_ReadInProgress && m_ReadFill == 0) m_ReadBuffer.Release();
-    if (!m_WriteInProgress && m_WriteFill == 0) m_WriteBuffer.Release();
+    if (m_WriteFill == 0) m_WriteBuffer.Release();  // what is being sent lies in it
 }
 
 void ZephSSLIO::SetClearTextGuard(bool bGuard) {

@@ -39,6 +39,7 @@ public:
     std::vector<std::string> calls;
     std::vector<bool> verbose;
     std::vector<bool> waits;
+    int idleReleases = 0;
 
     void SetVerbose(bool b) override { verbose.push_back(b); }
 
@@ -92,6 +93,7 @@ public:
     }
 
     bool HasUnread() override { return unread || !plaintext.empty(); }
+    void ReleaseIdleMemory() override { ++idleReleases; }
 
     /// How often an operation was called.
     std::size_t Count(const std::string& name) const {

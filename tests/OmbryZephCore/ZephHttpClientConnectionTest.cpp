@@ -297,6 +297,46 @@ TEST_F(ZephHttpClientConnectionTest, MemoryGoesBetweenTwoRequestsAndNotDuringOne
     }
 }
 
+TEST_F(ZephHttpClientConnectionTest, AnIdleConnectionHoldsNeitherBuffer) {
+    SendGet();
+    io.Feed("HTTP/1.1 204 N\r\n\r\n");
+    const ReplacedAllocator counted(&CountAllocation);
+    allocationsCounted = 0;
+    SendGet();
+    EXPECT_EQ(allocationsCounted, 0);
+    io.Feed("HTTP/1.1 204 N\r\n\r\n");
+    connection.ReleaseIdleMemory();
+    SendGet();
+    EXPECT_EQ(allocationsCounted, 2);
+}
+
+TEST_F(ZephHttpClientConnectionTest, ARequestThatIsAnsweredBeforeItIsSentKeepsItsMemory) {
+    connection.SendRequest("GET", "/", false, &exchange, &exchange, nullptr, false, 0);
+    const std::string head = io.Writing();
+    io.Feed("HTTP/1.1 204 N\r\n\r\n");
+    connection.ReleaseIdleMemory();
+    io.CompleteWrite();
+    EXPECT_EQ(io.written, head);
+    EXPECT_EQ(Events(), (Log{"Complete 204 ", "RequestSent"}));
+}
+
+TEST_F(ZephHttpClientConnectionTest, AnAnswerThatIsHeldBackKeepsItsMemory) {
+    SendGet();
+    exchange.continues = false;
+    io.Feed("HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nab");
+    connection.ReleaseIdleMemory();
+    connection.ContinueReceive();
+    EXPECT_EQ(Events(), (Log{"Start 200 3", "Data ab"}));
+}
+
+TEST_F(ZephHttpClientConnectionTest, AReadThatOutlivesItsRequestKeepsItsMemory) {
+    SendGet();
+    connection.Abandon();
+    connection.ReleaseIdleMemory();
+    io.Feed("late");
+    EXPECT_EQ(Events(), (Log{"Terminate", "ResponseFailed"})) << "there was room for it";
+}
+
 TEST_F(ZephHttpClientConnectionTest, ARequestThatDoesNotAskToCloseTakesBackWhatTheOneBeforeAsked) {
     const std::string data = "x";
     for (const bool bWithBody : {false, true}) {

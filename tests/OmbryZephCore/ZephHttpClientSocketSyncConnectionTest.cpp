@@ -438,6 +438,24 @@ TEST_F(ZephHttpClientSocketSyncConnectionTest, VerbosityReachesTheStagesAndTheEn
         << "the reactor";
 }
 
+TEST_F(ZephHttpClientSocketSyncConnectionTest, AtRestTheHttpStageHoldsNoMemory) {
+    EXPECT_EQ(connection->Connect(Params()), 0u);
+    AnswerWith("HTTP/1.1 204 N\r\n\r\n");
+    EXPECT_EQ(Get(), 0u);
+    connection->ReleaseIdleMemory();
+    const ReplacedAllocator counted(&CountAllocation);
+    allocationsCounted = 0;
+    EXPECT_EQ(Get(), 0u);
+    EXPECT_EQ(allocationsCounted, 2);
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, AtRestTheEngineIsToldToHoldNoMemory) {
+    provider.engine = &engine;
+    EXPECT_EQ(connection->Connect(Secure()), 0u);
+    connection->ReleaseIdleMemory();
+    EXPECT_EQ(engine.idleReleases, 1);
+}
+
 TEST_F(ZephHttpClientSocketSyncConnectionTest, AnAllocationThatFailsTakesEverythingBackDown) {
     {
         const ReplacedAllocator refused(&RefuseEveryAllocation);

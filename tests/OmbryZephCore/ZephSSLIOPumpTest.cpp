@@ -1,4 +1,5 @@
 #include "tests/Fakes/SSLIOFixture.h"
+#include "tests/OmbryZephCore/ReplacedAllocator.h"
 
 #include <gmock/gmock.h>
 
@@ -145,6 +146,29 @@ TEST_F(ZephSSLIOPumpTest, NthStartBelowFailingInACompletionIsFatal) {
         engine.onInject = nullptr;
         engine.output.clear();
     }
+}
+
+TEST_F(ZephSSLIOPumpTest, AFatalErrorReachesAReadThatWasServedAndNotToldYet) {
+    TurnOn();
+    engine.wants = true;
+    OpenRead(10);
+    engine.onInject = [this] { engine.plaintext = "abc", engine.output = "answer"; };
+    lower.results = {201};
+    lower.CompleteRead("cipher");
+    EXPECT_THAT(listener.events, ElementsAre("read failed 0"));
+}
+
+TEST_F(ZephSSLIOPumpTest, AFatalErrorReachesAWriteThatWasTakenAndNotToldYet) {
+    TurnOn();
+    engine.output = "hello";
+    engine.writeAtMost = 0;
+    OpenWrite("abc");
+    engine.writeAtMost = 3;
+    engine.onWritePlaintext = [this] { engine.output = "record"; };
+    lower.results = {201};
+    lower.CompleteWrite();
+    EXPECT_EQ(engine.written, "abc");
+    EXPECT_THAT(listener.events, ElementsAre("write failed 0"));
 }
 
 TEST_F(ZephSSLIOPumpTest, NoReadBelowUnlessTheEngineWantsInput) {
@@ -556,25 +580,54 @@ TEST_F(ZephSSLIOPumpTest, NoMemoryForBytesBehindTheCloseIsFatal) {
 
 // Idle
 
-TEST_F(ZephSSLIOPumpTest, AnIdleStageHoldsNoBuffersAndTakesThemForTheNextTransfer) {
+TEST_F(ZephSSLIOPumpTest, AnIdleStageHoldsNeitherBufferAndTakesBothForTheNextTransfer) {
     TurnOn();
     ssl.ReleaseIdleMemory();
-    const auto previous =
-        ZephIOBuffer::ReplaceAllocator([](std::uint64_t) -> std::uint8_t* { return nullptr; });
-    const std::uint8_t byte = 'a';
-    EXPECT_EQ(ssl.StartWrite(1, &byte), 3u) << "they were given back";
-    ZephIOBuffer::ReplaceAllocator(previous);
+    EXPECT_EQ(engine.idleReleases, 1);
+    {
+        allocationsLeft = 1;
+        const ReplacedAllocator one(RefuseAfterSome);
+        const std::uint8_t byte = 'a';
+        EXPECT_EQ(ssl.StartWrite(1, &byte), 3u) << "room for one of them is not enough";
+    }
     engine.output = "record";
     OpenWrite("abc");
     EXPECT_EQ(lower.CompleteWrite(), "record");
 }
 
-TEST_F(ZephSSLIOPumpTest, BuffersThatHoldSomethingStay) {
+TEST_F(ZephSSLIOPumpTest, OutputThatNobodySendsYetStays) {
+    engine.output = "hello";
+    ASSERT_EQ(ssl.StartSSL(), 0u);
+    ssl.ReleaseIdleMemory();
+    ASSERT_EQ(ssl.RegisterIOCompletionHandler(&listener), 0u);
+    EXPECT_EQ(lower.CompleteWrite(), "hello");
+}
+
+TEST_F(ZephSSLIOPumpTest, OutputThatIsBeingSentStays) {
     TurnOn();
     engine.output = "record";
     OpenWrite("abc");
     ssl.ReleaseIdleMemory();
     EXPECT_EQ(lower.CompleteWrite(), "record");
+}
+
+TEST_F(ZephSSLIOPumpTest, RoomThatTheLayerBelowReadsIntoStays) {
+    TurnOn();
+    engine.wants = true;
+    OpenRead(10);
+    ssl.ReleaseIdleMemory();
+    lower.CompleteRead("c");
+    EXPECT_EQ(engine.injected, "c");
+}
+
+TEST_F(ZephSSLIOPumpTest, BytesBehindTheCloseStayForTheNextRead) {
+    TurnOn();
+    engine.shutdownComplete = true;
+    engine.unprocessed = "clear";
+    ASSERT_EQ(ssl.StopSSL(false), 0u);
+    ssl.ReleaseIdleMemory();
+    OpenRead(10);
+    EXPECT_EQ(ReadText(6), "clear.");
 }
 
 // What follows a write

@@ -1,5 +1,6 @@
 #include "OmbryZephCore/ZephOpenSSLBuffer.h"
 #include "tests/Fakes/Linux/OpenSSLFaults.h"
+#include "tests/OmbryZephCore/ReplacedAllocator.h"
 
 #include <gtest/gtest.h>
 #include <openssl/bio.h>
@@ -94,6 +95,16 @@ TEST(ZephOpenSSLBufferTest, WithoutMemoryNothingIsAdded) {
     EXPECT_EQ(Take(buffer, 10), "abc");
     EXPECT_TRUE(Append(buffer, large));
     EXPECT_EQ(buffer.Pending(), 100'000u);
+}
+
+TEST(ZephOpenSSLBufferTest, MemoryGoesOnlyWithoutBytesInIt) {
+    ZephOpenSSLBuffer buffer;
+    ASSERT_TRUE(Append(buffer, "abc"));
+    buffer.ReleaseIdleMemory();
+    EXPECT_EQ(Take(buffer, 10), "abc");
+    buffer.ReleaseIdleMemory();
+    const ReplacedAllocator none(&RefuseEveryAllocation);
+    EXPECT_FALSE(Append(buffer, "d"));
 }
 
 TEST(ZephOpenSSLBufferTest, MoreThanTheLibraryCanCountIsRefusedUnseen) {

@@ -1,4 +1,5 @@
 #include "tests/OmbryZephCore/Linux/ZephOpenSSLTestPair.h"
+#include "tests/OmbryZephCore/ReplacedAllocator.h"
 
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
@@ -43,6 +44,24 @@ TEST(ZephOpenSSLConnectionLifeTest, WithoutASessionThereIsNoMemoryToGiveBackAndN
     connection.ReleaseIdleMemory();
     ExpectNoSession(connection);
     EXPECT_TRUE(connection.HasUnread()) << "nobody may use it again";
+}
+
+TEST(ZephOpenSSLConnectionLifeTest, AtRestItHoldsNeitherBufferAndGoesOnAllTheSame) {
+    ZephOpenSSLTestPair pair(ServerOf(TLS1_3_VERSION));
+    ASSERT_TRUE(pair.Handshake());
+    std::int32_t result = 0;
+    Read(pair.client, result);  // the tickets
+    pair.client.ReleaseIdleMemory();
+    pair.server.Write("pong");
+    const ReplacedAllocator counted(&CountAllocation);
+    allocationsCounted = 0;
+    Inject(pair.client, pair.server.Take());
+    EXPECT_EQ(allocationsCounted, 1);
+    EXPECT_EQ(Write(pair.client, "ping"), 4);
+    EXPECT_EQ(allocationsCounted, 2);
+    EXPECT_EQ(Read(pair.client, result), "pong");
+    pair.server.Put(Extract(pair.client));
+    EXPECT_EQ(pair.server.received, "ping");
 }
 
 TEST(ZephOpenSSLConnectionLifeTest, FailedSecondStartLeavesNothingOfTheFirstSession) {
