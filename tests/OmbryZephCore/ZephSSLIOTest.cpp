@@ -357,6 +357,18 @@ TEST_F(ZephSSLIOTest, StopWithBytesForAnOpenReadSchedulesItsCompletion) {
     EXPECT_EQ(ReadText(5), "clear");
 }
 
+TEST_F(ZephSSLIOTest, StopBehindAReadThatWasServedStartsNoSecondOneBelow) {
+    TurnOn();
+    engine.plaintext = "abc";
+    EXPECT_EQ(Read(10), 0u);
+    engine.shutdownComplete = true;
+    EXPECT_EQ(ssl.StopSSL(false), 0u);
+    scheduler.RunTasks();
+    EXPECT_THAT(listener.events, ElementsAre("stopped", "read ok 3"));
+    EXPECT_EQ(ReadText(4), "abc.");
+    EXPECT_THAT(lower.events, IsEmpty());
+}
+
 TEST_F(ZephSSLIOTest, StopWithNothingToTellSchedulesNothing) {
     TurnOn();
     engine.shutdownComplete = true;
