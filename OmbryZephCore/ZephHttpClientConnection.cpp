@@ -102,10 +102,9 @@ void ZephHttpClientConnection::DoTask() {
 
 void ZephHttpClientConnection::ReleaseIdleMemory() {
     if (m_ReadPending || m_WritePending || !m_ResponseHandlers.empty()) return;
-    m_ReadFill = m_Consumed = m_Searched = 0;
+    m_ReadFill = m_Consumed = 0;
     m_ReadBuffer.Release();
     m_WriteBuffer.Release();
-    m_WriteOffset = 0;
 }
 
 // Sending

@@ -337,6 +337,16 @@ TEST_F(ZephHttpClientConnectionTest, AReadThatOutlivesItsRequestKeepsItsMemory) 
     EXPECT_EQ(Events(), (Log{"Terminate", "ResponseFailed"})) << "there was room for it";
 }
 
+TEST_F(ZephHttpClientConnectionTest, WhatAnAnswerThatFailedLeftGoesWithTheMemory) {
+    SendGet();
+    io.Feed("HTTP/1.1 200 OK\r\nContent-");
+    io.FailPendingRead();
+    connection.ReleaseIdleMemory();
+    SendGet();
+    io.Feed("HTTP/1.1 204 N\r\n\r\n");
+    EXPECT_EQ(Events(), (Log{"Complete 204 "}));
+}
+
 TEST_F(ZephHttpClientConnectionTest, ARequestThatDoesNotAskToCloseTakesBackWhatTheOneBeforeAsked) {
     const std::string data = "x";
     for (const bool bWithBody : {false, true}) {
