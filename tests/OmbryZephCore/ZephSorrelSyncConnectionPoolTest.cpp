@@ -242,6 +242,21 @@ TEST_F(ZephSorrelSyncConnectionPoolTest, TheOldestGoAndTheYoungerStay) {
     pool->ReleaseConnection(pYoung);
 }
 
+TEST_F(ZephSorrelSyncConnectionPoolTest, BehindAYoungOneAnOlderOneStaysToo) {
+    ZephSorrelSyncConnectionIf* const pFirst = Connected();
+    ZephSorrelSyncConnectionIf* const pSecond = Connected();
+    Start(300, 10);
+    const TimePoint begin = clock.Now();
+    pool->ReleaseConnection(pFirst);
+    clock.SetNow(begin - seconds(100));
+    pool->ReleaseConnection(pSecond);
+    clock.SetNow(begin + seconds(240));
+    Scan(seconds(10));
+    EXPECT_EQ(sockets.OpenSockets(), 2u) << "idle for 250 and 350 seconds";
+    Scan(seconds(51));
+    EXPECT_EQ(sockets.OpenSockets(), 0u);
+}
+
 TEST_F(ZephSorrelSyncConnectionPoolTest, OneScanDeletesAllThatAreTooOld) {
     std::vector<ZephSorrelSyncConnectionIf*> all{Connected(), Connected(), Connected(Params("elsewhere")),
                                                  Connected(Params("elsewhere"))};

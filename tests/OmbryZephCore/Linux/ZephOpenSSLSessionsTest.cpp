@@ -227,10 +227,11 @@ TEST_P(ZephOpenSSLSessionsTest, ScopesUsedLongestAgoGo) {
     for (std::size_t i = 0; i < ZephOpenSSLSessions::MostScopes; ++i)
         few.Keep(name(i), *session);
     few.Keep(name(0), *session);
+    EXPECT_NE(few.Take(name(1)), nullptr);
     few.Keep("one more", *session);
-    EXPECT_EQ(few.Take(name(1)), nullptr);
+    EXPECT_EQ(few.Take(name(2)), nullptr);
     EXPECT_NE(few.Take(name(0)), nullptr);
-    EXPECT_NE(few.Take(name(2)), nullptr);
+    EXPECT_NE(few.Take(name(3)), nullptr);
     EXPECT_NE(few.Take("one more"), nullptr);
 }
 
@@ -250,6 +251,39 @@ TEST(ZephOpenSSLTicketsTest, ManyThreadsShareAScope) {
             EXPECT_EQ(meeting.received, "data");
         }
     }
+}
+
+TEST(ZephOpenSSLTicketsTest, AnAlertOfTheServerSpoilsTheSessionThatWasKeptBefore) {
+    const std::string scope = NewScope();
+    ZephOpenSSLTestPair pair(ServerOf(TLS1_2_VERSION));
+    ASSERT_EQ(pair.client.InitializeAsClient(pair.context, "server.test", scope), 0);
+    ASSERT_TRUE(pair.Handshake());
+    EXPECT_TRUE(Holds(scope));
+    ASSERT_EQ(Write(pair.client, "data"), 4);
+    std::string record = Extract(pair.client);
+    record.back() ^= 1;
+    pair.server.Put(record);
+    Inject(pair.client, pair.server.Take());
+    std::int32_t result = 0;
+    Read(pair.client, result);
+    EXPECT_EQ(result, -1);
+    EXPECT_FALSE(Holds(scope));
+}
+
+TEST(ZephOpenSSLTicketsTest, WhatBreaksBehindAHandshakeSaysNothingAgainstTheOtherTickets) {
+    const std::string scope = NewScope();
+    ZephOpenSSLTestPair pair(ServerOf(TLS1_3_VERSION));
+    ASSERT_EQ(pair.client.InitializeAsClient(pair.context, "server.test", scope), 0);
+    ASSERT_TRUE(pair.Handshake());
+    std::int32_t result = 0;
+    Read(pair.client, result);  // the tickets
+    pair.server.Write("data");
+    std::string record = pair.server.Take();
+    record.back() ^= 1;
+    Inject(pair.client, record);
+    Read(pair.client, result);
+    EXPECT_EQ(result, -1);
+    EXPECT_TRUE(Holds(scope));
 }
 
 TEST(ZephOpenSSLTicketsTest, ATicketWithoutALifeIsNotKept) {
