@@ -20,7 +20,7 @@ namespace OmbryZephCore {
 /// all; they hold plain pointers to each other. One thread at a time. The stack never goes down from inside a
 /// completion: a fatal error schedules this object as a task.
 class ZephHttpClientSocketSyncConnection : private ZephSSLNotifierIf,
-                                           private ZephSSLControlIf,
+                                           public ZephSSLControlIf,
                                            private ZephTaskIf {
 public:
     ZephHttpClientSocketSyncConnection(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger, bool bVerbose);
@@ -43,12 +43,15 @@ public:
     ZephHttpClientConnection& GetHttpConnection() { return m_Http; }
     ZephSyncIOControllerIf& GetSyncIOController() { return m_IOManager; }
 
-private:
-    void OnSSLStopped() override {}
-    void OnSSLFatalError() override { ScheduleDisconnect(); }
+    /// Whether TLS was asked for: by the parameters, and since then by the server, which may change the
+    /// protocol.
     bool IsSSLEnabled() override { return m_Parameters.GetUseSSL(); }
     void EnableSSL() override;
     void DisableSSL() override;
+
+private:
+    void OnSSLStopped() override {}
+    void OnSSLFatalError() override { ScheduleDisconnect(); }
     void DoTask() override { Disconnect(); }
 
     void ScheduleDisconnect();

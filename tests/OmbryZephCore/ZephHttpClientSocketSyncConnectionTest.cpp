@@ -9,14 +9,18 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <set>
 
 namespace Ombry::Tests {
 namespace {
 
 using namespace OmbryZephCore;
+using ::testing::AllOf;
 using ::testing::Contains;
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 /// Engines of a fake, with a journal of what the assembly asks of their managers.
 class EngineProvider : public ZephSSLManagerProviderIf {
@@ -34,6 +38,7 @@ public:
                                            (validator ? " pinned" : ""));
                 return 0;
             }
+            void SetSessionScope(const std::string& scope) override { provider.scopes.push_back(scope); }
             ZephSSLConnectionIf* GetConnection() override {
                 provider.journal.push_back("GetConnection");
                 if (provider.onGetConnection) provider.onGetConnection();
@@ -52,6 +57,7 @@ public:
     }
 
     std::vector<std::string> journal;
+    std::vector<std::string> scopes;
     ZephSSLConnectionIf* engine = nullptr;
     std::function<void()> onGetConnection;
     std::shared_ptr<LibraryLogger::ILogger> loggerOfLast;
@@ -327,6 +333,35 @@ INSTANTIATE_TEST_SUITE_P(All, ZephHttpClientSocketSyncConnectionRuleTest,
                                            RuleCase{1, "Initialize host platform"},
                                            RuleCase{2, "Initialize host manual pinned"}));
 
+TEST_F(ZephHttpClientSocketSyncConnectionTest, TlsSessionsAreSharedByEqualParametersAndByNoOthers) {
+    provider.engine = &engine;
+    const auto pinned = [](const std::string& host, const std::string& bindAddress,
+                           const std::string& certificate, std::uint16_t nPort = 80) {
+        return Params(host, nPort)
+            .SetUseSSL(true)
+            .SetBindAddress(bindAddress)
+            .SetCertificateValidation({ValidateByPublicKey, certificate});
+    };
+    const std::vector<ZephSorrelConnectionParameters> different = {
+        pinned("a", "b", "cAAAA"),
+        pinned("ab", "c", "AAAA"),  // the same letters, cut elsewhere
+        pinned("a", "bc", "AAAA"),
+        pinned("a", "b", "cAAAB"),
+        pinned("a", "d", "cAAAA"),
+        pinned("d", "b", "cAAAA"),
+        pinned("a", "b", "cAAAA", 81),
+        pinned("a", "b", "cAAAA").SetBindPort(80),
+        pinned("a", "b", "cAAAA").SetConnectTimeout(80),
+    };
+    for (int i = 0; i < 2; ++i) {
+        for (const ZephSorrelConnectionParameters& params : different)
+            EXPECT_EQ(connection->Connect(params), 0u);
+    }
+    const auto second = provider.scopes.begin() + static_cast<std::ptrdiff_t>(different.size());
+    EXPECT_EQ(std::vector(provider.scopes.begin(), second), std::vector(second, provider.scopes.end()));
+    EXPECT_EQ(std::set<std::string>(provider.scopes.begin(), second).size(), different.size());
+}
+
 TEST_F(ZephHttpClientSocketSyncConnectionTest, WithoutAnEngineConnectSucceedsAndTheExchangeFails) {
     EXPECT_EQ(connection->Connect(Secure()), 0u) << "the result of the start of TLS is not looked at";
     EXPECT_TRUE(connection->IsConnected());
@@ -396,6 +431,20 @@ TEST_F(ZephHttpClientSocketSyncConnectionTest, APlainConnectionThatTookTlsUpAndP
     EXPECT_EQ(Get(), 0u);
     EXPECT_THAT(log, ElementsAre("RequestSent", "Complete 200 ok"));
     EXPECT_THAT(provider.journal, Contains("ReleaseConnection"));
+}
+
+TEST_F(ZephHttpClientSocketSyncConnectionTest, WhetherTlsIsOnIsWhatTheParametersOrTheServerAskedForLast) {
+    provider.engine = &engine;
+    EXPECT_EQ(connection->Connect(Params()), 0u);
+    EXPECT_FALSE(connection->IsSSLEnabled());
+    TakeTlsUpAndPutItDown(100);
+    std::vector<bool> meanwhile;
+    engine.onReadPlaintext = [&] { meanwhile.push_back(connection->IsSSLEnabled()); };
+    EXPECT_EQ(Get(), 0u);
+    EXPECT_THAT(meanwhile, AllOf(Not(IsEmpty()), Each(true)));
+    EXPECT_FALSE(connection->IsSSLEnabled());
+    EXPECT_EQ(connection->Connect(Secure()), 0u);
+    EXPECT_TRUE(connection->IsSSLEnabled());
 }
 
 TEST_F(ZephHttpClientSocketSyncConnectionTest, APlainConnectionDoesNotInheritTheSecrecyOfTheOneBefore) {
