@@ -7,7 +7,6 @@
 #include "ClientCommunications/Impl/SyncReaderAdapter.h"
 #include "ClientCommunications/Impl/SyncStringWriter.h"
 #include "ClientCommunications/Impl/SyncWriterAdapter.h"
-#include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephUrl.h"
 
 #include <algorithm>
@@ -106,6 +105,19 @@ std::string HttpClientServiceGateway::makeCorrelationString(const IServiceReques
     return text;
 }
 
+/// Logs the parts with what identifies the call behind them. The headers are walked though nobody may log
+/// them: a request whose headers cannot be walked fails alike with a logger and without one.
+template <class... Parts>
+void HttpClientServiceGateway::LogCorrelated(const LibraryLogger::Place& place, int level,
+                                             const IServiceRequest& request, const Parts&... parts) const {
+    bool walked = false;
+    LogCall(logger, place, level, parts..., [&] {
+        walked = true;
+        return makeCorrelationString(request);
+    });
+    if (!walked) request.ForEachHeader([](const std::string&, const std::string&) {});
+}
+
 void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const IServiceRequest& request,
                                          OmbryZephCore::ZephSyncDataWriterIf& writer,
                                          const Cancellation::Token& token) const {
@@ -121,25 +133,22 @@ void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const
     const std::string method = request.GetMethod();
     const std::string path = request.GetPath();
     const std::string url = service->GetEndpointUrl();
-    // The correlation is made though nobody may log it: a request whose headers cannot be walked fails alike
-    // with a logger and without one.
-    LogCall(logger, DoRequestName, 1, "Calling ", method, " ", url, path, makeCorrelationString(request));
+    LogCorrelated(DoRequestName, 1, request, "Calling ", method, " ", url, path);
     std::uint32_t code = OmbryZephCore::eRC_Success;
     try {
         code = client.DoRequest(method, path);
     } catch (const BodyTooLong&) {
         const std::string message = "The answer to " + method + " " + url + path + " is longer than the " +
                                     std::to_string(MaxBodyInMemory) + " bytes that are held in memory.";
-        LogCall(logger, DoRequestName, 4, message, makeCorrelationString(request));
+        LogCorrelated(DoRequestName, 4, request, message);
         throw std::runtime_error(message);
     }
     if (code == OmbryZephCore::eRC_Success || code == OmbryZephCore::eRC_HTTP_StatusFailure) {
-        LogCall(logger, DoRequestName, 1, "Got HTTP status ", client.GetHttpStatus(),
-                makeCorrelationString(request));
+        LogCorrelated(DoRequestName, 1, request, "Got HTTP status ", client.GetHttpStatus());
         return;
     }
-    LogCall(logger, DoRequestName, 4, "Error ", code, ".", client.GetIOResult(), " from ", method, " ", url,
-            path, makeCorrelationString(request));
+    LogCorrelated(DoRequestName, 4, request, "Error ", code, ".", client.GetIOResult(), " from ", method, " ",
+                  url, path);
     ThrowFailure(code, client.GetIOResult(), token);
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "ClientCommunications/IServiceGateway.h"
-#include "LibraryLogger/ILogger.h"
+#include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephSorrelSyncConnectionPool.h"
 #include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
 
@@ -31,6 +31,9 @@ private:
                    OmbryZephCore::ZephSyncDataWriterIf& writer, const Cancellation::Token& token) const;
     [[noreturn]] static void ThrowFailure(std::uint32_t code, std::uint32_t subCode,
                                           const Cancellation::Token& token);
+    template <class... Parts>
+    void LogCorrelated(const LibraryLogger::Place& place, int level, const IServiceRequest& request,
+                       const Parts&... parts) const;
     static std::string makeCorrelationString(const IServiceRequest& request);
 
     const std::shared_ptr<IService> service;

@@ -192,13 +192,15 @@ public:
     mutable int walks = 0;
 };
 
-TEST_F(HttpClientServiceGatewayTest, CorrelationIsMadeThoughNobodyLogsIt) {
-    AnswerWith("200 OK", "");
-    const auto counting = std::make_shared<CountingRequest>();
-    HttpClientServiceGatewayFactory(nullptr, false)
-        .Create(At("http://server:8080"))
-        ->CallForString(counting, {});
-    EXPECT_EQ(counting->walks, 3) << "the headers themselves, the call and its status";
+TEST_F(HttpClientServiceGatewayTest, HeadersAreWalkedForTheLogThoughNobodyLogs) {
+    for (const bool logs : {false, true}) {
+        AnswerWith("200 OK", "");
+        const auto counting = std::make_shared<CountingRequest>();
+        HttpClientServiceGatewayFactory(logs ? logger : nullptr, false)
+            .Create(At("http://server:8080"))
+            ->CallForString(counting, {});
+        EXPECT_EQ(counting->walks, 3) << "the headers themselves, the call and its status";
+    }
 }
 
 TEST_F(HttpClientServiceGatewayTest, CorrelatesByTheHeadersThatBeginWithSFInTheirOrder) {
