@@ -8,59 +8,83 @@
 
 namespace OmbryZephCore {
 
-/// The headers of one message, in the order of their names (plain byte order), each name once. `Clear` keeps
-/// the texts' memory for the next message, so that a client which sends the like again allocates nothing. Not
-/// thread-safe.
+/// The headers of one message, in the order of their names (plain byte order), each name once. Their texts
+/// lie in one piece of memory, which `Clear` keeps for the next message: a client that sends the like again
+/// allocates nothing. Not thread-safe.
 class ZephHeaderMap {
 public:
-    struct Header {
-        std::string name;
-        std::string value;
-    };
-
     /// Adds a header, or replaces the value of the one of exactly that name. Cheapest in the order of names.
     void Set(std::string_view name, std::string_view value) {
+        if (m_Headers.capacity() == 0) {
+            m_Headers.reserve(OrdinaryCount);
+            m_Text.reserve(OrdinaryLength);
+        }
         const auto at = Find(name);
-        if (at != End() && at->name == name) {
-            at->value = value;
+        if (at != m_Headers.end() && NameOf(*at) == name) {
+            Replace(*at, value);
             return;
         }
-        const auto index = at - m_Slots.begin();
-        if (m_Count == m_Slots.size()) m_Slots.emplace_back();
-        Header& fresh = m_Slots[m_Count];
-        fresh.name = name;
-        fresh.value = value;
-        const auto last = End();
-        ++m_Count;
-        std::rotate(m_Slots.begin() + index, last, last + 1);
+        Header header{m_Text.size(), name.size(), 0, value.size()};
+        Append(name);
+        header.nValue = m_Text.size();
+        Append(value);
+        m_Headers.insert(at, header);
     }
 
-    void Clear() { m_Count = 0; }
-    std::size_t Count() const { return m_Count; }
+    void Clear() {
+        m_Headers.clear();
+        m_Text.clear();
+    }
+    std::size_t Count() const { return m_Headers.size(); }
 
-    const Header* begin() const { return m_Slots.data(); }
-    const Header* end() const { return m_Slots.data() + m_Count; }
+    /// Visits all headers by name and value, NUL-terminated, in their order.
+    template <class Callback>
+    void ForEach(Callback callback) const {
+        for (const Header& header : m_Headers)
+            callback(m_Text.data() + header.nName, m_Text.data() + header.nValue);
+    }
 
 private:
-    using Slots = std::vector<Header>;
+    /// What a message with a token and a dozen of headers takes.
+    static constexpr std::size_t OrdinaryCount = 16;
+    static constexpr std::size_t OrdinaryLength = 1024;
 
-    Slots::iterator End() { return m_Slots.begin() + static_cast<Slots::difference_type>(m_Count); }
-    Slots::iterator Find(std::string_view name) {
-        if (m_Count == 0 || IsLess(m_Slots[m_Count - 1].name, name)) return End();
+    /// Where the two texts begin; each has a NUL behind it.
+    struct Header {
+        std::size_t nName;
+        std::size_t nNameLength;
+        std::size_t nValue;
+        std::size_t nValueRoom;  // the longest value that was there: a shorter one takes its place
+    };
+    using Headers = std::vector<Header>;
+
+    std::string_view NameOf(const Header& header) const {
+        return {m_Text.data() + header.nName, header.nNameLength};
+    }
+    Headers::iterator Find(std::string_view name) {
+        if (m_Headers.empty() || NameOf(m_Headers.back()) < name) return m_Headers.end();
         return std::lower_bound(
-            m_Slots.begin(), End(), name,
-            [](const Header& header, std::string_view wanted) { return IsLess(header.name, wanted); });
+            m_Headers.begin(), m_Headers.end(), name,
+            [this](const Header& header, std::string_view wanted) { return NameOf(header) < wanted; });
     }
-    /// The first bytes mostly decide.
-    static bool IsLess(std::string_view left, std::string_view right) {
-        if (!left.empty() && !right.empty() && left[0] != right[0])
-            return static_cast<unsigned char>(left[0]) < static_cast<unsigned char>(right[0]);
-        return left < right;
+    void Append(std::string_view text) {
+        m_Text.append(text);
+        m_Text.push_back('\0');
+    }
+    void Replace(Header& header, std::string_view value) {
+        if (value.size() <= header.nValueRoom) {
+            value.copy(m_Text.data() + header.nValue, value.size());
+            m_Text[header.nValue + value.size()] = '\0';
+            return;
+        }
+        const std::size_t nValue = m_Text.size();
+        Append(value);
+        header.nValue = nValue;
+        header.nValueRoom = value.size();
     }
 
-    /// The first `m_Count` are headers; the rest is memory.
-    Slots m_Slots;
-    std::size_t m_Count = 0;
+    Headers m_Headers;
+    std::string m_Text;
 };
 
 }  // namespace OmbryZephCore

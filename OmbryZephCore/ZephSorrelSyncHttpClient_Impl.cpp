@@ -71,9 +71,9 @@ std::uint32_t ZephSorrelSyncHttpClient_Impl::DoRequest(const std::string& method
     bool bChunked = false;
     std::uint32_t nLength = 0;
     while (nResult == eRC_Success) {
-        for (const auto& [name, value] : m_RequestHeaders) {
-            m_Connection->GetHttpConnection().AddHeader(name.c_str(), value.c_str());
-        }
+        m_RequestHeaders.ForEach([this](const char* pName, const char* pValue) {
+            m_Connection->GetHttpConnection().AddHeader(pName, pValue);
+        });
         m_IOResult = 0;
         m_RequestResult = 0;
         m_HttpStatus = 0;

@@ -14,8 +14,8 @@ using OmbryZephCore::ZephHeaderMap;
 
 std::string TextOf(const ZephHeaderMap& headers) {
     std::string text;
-    for (const auto& [name, value] : headers)
-        text += name + "=" + value + ";";
+    headers.ForEach(
+        [&](const char* pName, const char* pValue) { text += std::string(pName) + "=" + pValue + ";"; });
     return text;
 }
 
@@ -36,6 +36,22 @@ TEST(ZephHeaderMapTest, ValueOfAKnownNameIsReplaced) {
     for (const char* name : {"a", "b", "c"})
         headers.Set(name, std::string("new ") + name);
     EXPECT_EQ(TextOf(headers), "a=new a;b=new b;c=new c;");
+    headers.Set("b", "");
+    EXPECT_EQ(TextOf(headers), "a=new a;b=;c=new c;");
+}
+
+TEST(ZephHeaderMapTest, ValueThatIsReplacedAgainAndAgainTakesNoMoreMemory) {
+    ZephHeaderMap headers;
+    const std::string longer(2000, 'l'), shorter(1000, 's');
+    headers.Set("a", shorter);
+    headers.Set("a", longer);
+    const std::size_t before = AllocationsOfThisThread();
+    for (int i = 0; i < 100; ++i) {
+        headers.Set("a", shorter);
+        headers.Set("a", longer);
+    }
+    EXPECT_EQ(AllocationsOfThisThread(), before);
+    EXPECT_EQ(TextOf(headers), "a=" + longer + ";");
 }
 
 TEST(ZephHeaderMapTest, NothingOfAClearedMessageIsLeftInTheNext) {
