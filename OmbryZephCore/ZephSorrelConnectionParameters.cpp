@@ -67,6 +67,12 @@ ZephSorrelConnectionParameters& ZephSorrelConnectionParameters::SetCertificateVa
     return *this;
 }
 
+ZephSorrelConnectionParameters& ZephSorrelConnectionParameters::SetCertificateValidation(
+    ZephCertificateValidation&& rule) {
+    m_CertificateValidation = std::move(rule);
+    return *this;
+}
+
 bool operator<(const ZephSorrelConnectionParameters& left, const ZephSorrelConnectionParameters& right) {
     const auto order =
         std::tie(left.m_Host, left.m_Port, left.m_UseSSL, left.m_ConnectTimeout, left.m_BindAddress,

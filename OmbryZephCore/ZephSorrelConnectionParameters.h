@@ -14,6 +14,8 @@ public:
     explicit ZephSorrelConnectionParameters(const ZephSorrelConnectionParametersIf& other);
     /// A copy of all fields.
     ZephSorrelConnectionParameters(const ZephSorrelConnectionParameters& other) = default;
+    /// Takes over all fields.
+    ZephSorrelConnectionParameters(ZephSorrelConnectionParameters&& other) = default;
     /// All fields, the port too.
     ZephSorrelConnectionParameters& operator=(const ZephSorrelConnectionParameters& other);
     /// All fields, the port too.
@@ -30,6 +32,8 @@ public:
     ZephSorrelConnectionParameters& SetHost(const std::string& host) override;
     ZephCertificateValidation GetCertificateValidation() const override { return m_CertificateValidation; }
     ZephSorrelConnectionParameters& SetCertificateValidation(const ZephCertificateValidation& rule) override;
+    /// The same, for a rule that nobody needs any more.
+    ZephSorrelConnectionParameters& SetCertificateValidation(ZephCertificateValidation&& rule);
     std::string GetHost() const override { return m_Host; }
     std::uint16_t GetPort() const override { return m_Port; }
 

@@ -5,10 +5,10 @@
 namespace OmbryZephCore {
 
 ZephSorrelSyncHttpClient::ZephSorrelSyncHttpClient(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger,
-                                                   bool bVerbose,
-                                                   const ZephSorrelConnectionParameters& params,
+                                                   bool bVerbose, ZephSorrelConnectionParameters params,
                                                    ZephSorrelSyncConnectionPoolIf* pPool)
-    : m_Impl(std::make_unique<ZephSorrelSyncHttpClient_Impl>(std::move(logger), bVerbose, params, pPool)) {}
+    : m_Impl(std::make_unique<ZephSorrelSyncHttpClient_Impl>(std::move(logger), bVerbose, std::move(params),
+                                                             pPool)) {}
 
 ZephSorrelSyncHttpClient::~ZephSorrelSyncHttpClient() = default;
 

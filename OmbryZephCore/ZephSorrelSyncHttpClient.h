@@ -21,8 +21,7 @@ class ZephSorrelSyncHttpClient {
 public:
     /// `pPool` is not owned and must outlive the client; null makes a trivial pool of one connection.
     ZephSorrelSyncHttpClient(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger, bool bVerbose,
-                             const ZephSorrelConnectionParameters& params,
-                             ZephSorrelSyncConnectionPoolIf* pPool);
+                             ZephSorrelConnectionParameters params, ZephSorrelSyncConnectionPoolIf* pPool);
     virtual ~ZephSorrelSyncHttpClient();
     ZephSorrelSyncHttpClient(const ZephSorrelSyncHttpClient&) = delete;
     ZephSorrelSyncHttpClient& operator=(const ZephSorrelSyncHttpClient&) = delete;

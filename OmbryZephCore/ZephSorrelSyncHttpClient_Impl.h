@@ -20,7 +20,7 @@ class ZephSorrelSyncHttpClient_Impl : private ZephHttpResponseHandlerIf,
                                       private ZephHttpNotifierIf {
 public:
     ZephSorrelSyncHttpClient_Impl(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger, bool bVerbose,
-                                  const ZephSorrelConnectionParameters& params,
+                                  ZephSorrelConnectionParameters params,
                                   ZephSorrelSyncConnectionPoolIf* pPool);
 
     void SetHeader(const std::string& name, const std::string& value) { m_RequestHeaders.Set(name, value); }

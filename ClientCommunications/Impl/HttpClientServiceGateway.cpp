@@ -84,9 +84,9 @@ std::unique_ptr<ZephSorrelSyncHttpClient> HttpClientServiceGateway::GetHttpClien
                 "No certificate is registered so TLS certificate validation will not be done for endpoint ",
                 url);
     }
-    parameters.SetCertificateValidation(rule);
-    auto client =
-        std::make_unique<ZephSorrelSyncHttpClient>(logger, verbose, parameters, connectionPool.get());
+    parameters.SetCertificateValidation(std::move(rule));
+    auto client = std::make_unique<ZephSorrelSyncHttpClient>(logger, verbose, std::move(parameters),
+                                                             connectionPool.get());
     client->SetBasePath(parts.path);
     return client;
 }
