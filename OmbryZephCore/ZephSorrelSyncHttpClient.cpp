@@ -53,4 +53,8 @@ void ZephSorrelSyncHttpClient::ForEachResponseHeader(
     m_Impl->ForEachResponseHeader(callback);
 }
 
+const ZephHttpHeaderCopy& ZephSorrelSyncHttpClient::GetResponseHeaders() const {
+    return m_Impl->GetResponseHeaders();
+}
+
 }  // namespace OmbryZephCore

@@ -13,6 +13,7 @@
 /// The network core: HTTP/1.1 over sockets and TLS.
 namespace OmbryZephCore {
 
+class ZephHttpHeaderCopy;
 class ZephSorrelSyncHttpClient_Impl;
 
 /// Performs one HTTP exchange at a time, blocking, on the caller's thread. Time-out, token, reader, writer
@@ -55,6 +56,8 @@ public:
     /// any case, the first.
     void ForEachResponseHeader(
         std::function<void(const std::string& name, const std::string& value)> callback) const;
+    /// The same in one piece, for who keeps them: valid until the next request.
+    const ZephHttpHeaderCopy& GetResponseHeaders() const;
 
 private:
     std::unique_ptr<ZephSorrelSyncHttpClient_Impl> m_Impl;

@@ -32,6 +32,7 @@ public:
     std::uint32_t DoRequest(const std::string& method, const std::string& path);
     std::uint32_t GetIOResult() const { return m_IOResult; }
     std::uint32_t GetHttpStatus() const { return m_HttpStatus; }
+    const ZephHttpHeaderCopy& GetResponseHeaders() const { return m_ResponseHeaders; }
     void ForEachResponseHeader(
         const std::function<void(const std::string& name, const std::string& value)>& callback) const;
 

@@ -4,8 +4,17 @@
 #include "ClientCommunications/Impl/RuntimeTexts.h"
 
 #include <algorithm>
+#include <map>
 
 namespace Ombry::ClientCommunications {
+namespace {
+
+bool IsSameName(std::string_view left, std::string_view right) {
+    return std::ranges::equal(
+        left, right, {}, [](char c) { return LowerCase(c); }, [](char c) { return LowerCase(c); });
+}
+
+}  // namespace
 
 bool HeaderNameLess::operator()(const std::string& left, const std::string& right) const {
     return std::lexicographical_compare(
@@ -16,22 +25,30 @@ bool HeaderNameLess::operator()(const std::string& left, const std::string& righ
 
 ServiceResponse::ServiceResponse(const OmbryZephCore::ZephSorrelSyncHttpClient& client,
                                  std::shared_ptr<IService> service)
-    : statusCode(static_cast<int>(client.GetHttpStatus())), service(std::move(service)) {
-    // They come in the order of their names, so that each mostly belongs at the end.
-    client.ForEachResponseHeader([this](const std::string& name, const std::string& value) {
-        headers.emplace_hint(headers.end(), name, value);
+    : statusCode(static_cast<int>(client.GetHttpStatus())),
+      service(std::move(service)),
+      headers(client.GetResponseHeaders()) {}
+
+/// The value of the first header of that name in any case; null without one.
+const char* ServiceResponse::Find(std::string_view name) const {
+    const char* found = nullptr;
+    headers.ForEach([&](std::string_view candidate, const char* value) {
+        if (!found && IsSameName(candidate, name)) found = value;
     });
+    return found;
 }
 
 std::string ServiceResponse::GetHeader(const std::string& name) const {
-    const auto found = headers.find(name);
-    if (found == headers.end()) ThrowInvalidMapKey();
-    return found->second;
+    const char* const found = Find(name);
+    if (!found) ThrowInvalidMapKey();
+    return found;
 }
 
 void ServiceResponse::ForEachHeader(
     std::function<void(const std::string& name, const std::string& value)> callback) const {
-    ForEachPair(headers, callback);
+    std::map<std::string, std::string, HeaderNameLess> inOrder;
+    headers.ForEach([&](const char* name, const char* value) { inOrder.emplace(name, value); });
+    ForEachPair(inOrder, callback);
 }
 
 }  // namespace Ombry::ClientCommunications

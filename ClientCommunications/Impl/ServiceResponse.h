@@ -3,9 +3,10 @@
 #include "ClientCommunications/IServiceResponse.h"
 #include "ClientCommunications/IStreamServiceResponse.h"
 #include "ClientCommunications/IStringServiceResponse.h"
+#include "OmbryZephCore/ZephHttpHeaderCopy.h"
 #include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
 
-#include <map>
+#include <string_view>
 
 namespace Ombry::ClientCommunications {
 
@@ -15,7 +16,7 @@ struct HeaderNameLess {
 };
 
 /// Status and headers of an answer. Of a header that was repeated the first stays, with its name as it was
-/// sent.
+/// sent. Few callers ask for more than one or two of them: they stay in the piece in which they came.
 class ServiceResponse : public IServiceResponse {
 public:
     /// `client` has finished the request and is not kept.
@@ -23,15 +24,17 @@ public:
 
     int GetStatusCode() const override { return statusCode; }
     std::shared_ptr<IService> GetService() const override { return service; }
-    bool HasHeader(const std::string& name) const override { return headers.contains(name); }
+    bool HasHeader(const std::string& name) const override { return Find(name) != nullptr; }
     std::string GetHeader(const std::string& name) const override;
     void ForEachHeader(
         std::function<void(const std::string& name, const std::string& value)> callback) const override;
 
 private:
+    const char* Find(std::string_view name) const;
+
     int statusCode;
     std::shared_ptr<IService> service;
-    std::map<std::string, std::string, HeaderNameLess> headers;
+    OmbryZephCore::ZephHttpHeaderCopy headers;
 };
 
 /// A `ServiceResponse` with a body; what the body is, the interface says.
