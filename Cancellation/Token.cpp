@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <utility>
-#include <vector>
 
 namespace Ombry::Cancellation {
 namespace {
@@ -48,11 +47,7 @@ Token CreateTimeout(Duration duration) {
 }
 
 Token Link(Token first, Token second) {
-    std::vector<Token> linkedTokens;
-    linkedTokens.reserve(2);
-    linkedTokens.push_back(std::move(first));
-    linkedTokens.push_back(std::move(second));
-    return Token(std::make_shared<Impl::LinkedTokenState>(std::move(linkedTokens)));
+    return Token(std::make_shared<Impl::LinkedTokenState>(std::move(first), std::move(second)));
 }
 
 void SleepUntil(TimePoint target, const Token& token) {

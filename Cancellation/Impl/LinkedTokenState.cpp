@@ -4,7 +4,8 @@
 
 namespace Ombry::Cancellation::Impl {
 
-LinkedTokenState::LinkedTokenState(std::vector<Token> linkedTokens) : linkedTokens(std::move(linkedTokens)) {}
+LinkedTokenState::LinkedTokenState(Token first, Token second)
+    : linkedTokens{std::move(first), std::move(second)} {}
 
 bool LinkedTokenState::IsCancelled() const noexcept {
     if (TokenStateBool::IsCancelled()) return true;

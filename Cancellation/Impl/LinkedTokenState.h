@@ -3,14 +3,14 @@
 #include "Cancellation/Impl/TokenStateBool.h"
 #include "Cancellation/Token.h"
 
-#include <vector>
+#include <array>
 
 namespace Ombry::Cancellation::Impl {
 
 /// Stopped by its own `Cancel`, which leaves the linked tokens alone, or by any of them. Keeps them alive.
 class LinkedTokenState : public TokenStateBool {
 public:
-    explicit LinkedTokenState(std::vector<Token> linkedTokens);
+    LinkedTokenState(Token first, Token second);
 
     bool IsCancelled() const noexcept override;
 
@@ -18,7 +18,7 @@ public:
     void ThrowIfCancelled() const override;
 
 private:
-    const std::vector<Token> linkedTokens;
+    const std::array<Token, 2> linkedTokens;
 };
 
 }  // namespace Ombry::Cancellation::Impl
