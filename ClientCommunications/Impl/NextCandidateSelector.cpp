@@ -30,70 +30,68 @@ void NextCandidateSelector::SetCandidates(std::list<std::shared_ptr<IService>> l
 
 ServiceCandidate NextCandidateSelector::Next(const Cancellation::Token& token) {
     SelectNext();
-    if (current.service) StartAttempt(token);
-    return current;
+    if (current.candidate.service) StartAttempt(token);
+    return current.candidate;
 }
 
 void NextCandidateSelector::SelectNext() {
-    if (current.service) MarkFailure();
-    ServiceCandidate best;
-    ServiceCandidate fallback;
+    if (current.candidate.service) MarkFailure();
+    Choice best;
+    Choice fallback;
     FailureInfo fallbackInfo;
     Scan(localCandidates, true, best, fallback, fallbackInfo);
-    if (!best.service) Scan(remoteCandidates, false, best, fallback, fallbackInfo);
-    current = best.service ? best : fallback;
+    if (!best.candidate.service) Scan(remoteCandidates, false, best, fallback, fallbackInfo);
+    current = std::move(best.candidate.service ? best : fallback);
 }
 
-void NextCandidateSelector::Scan(const std::list<std::shared_ptr<IService>>& list, bool isLocal,
-                                 ServiceCandidate& best, ServiceCandidate& fallback,
-                                 FailureInfo& fallbackInfo) const {
+void NextCandidateSelector::Scan(const std::list<std::shared_ptr<IService>>& list, bool isLocal, Choice& best,
+                                 Choice& fallback, FailureInfo& fallbackInfo) const {
     for (const std::shared_ptr<IService>& service : list) {
-        const std::string id = service->GetId();
+        std::string id = service->GetId();
         if (triedIds.contains(id)) continue;
         const FailureInfo info = failedServices->Get(id);
         if (!info.failed) {
-            best = {service, isLocal};
+            best = {{service, isLocal}, std::move(id)};
             return;
         }
-        if (!fallback.service || IsBetterFallback(info, fallbackInfo)) {
-            fallback = {service, isLocal};
+        if (!fallback.candidate.service || IsBetterFallback(info, fallbackInfo)) {
+            fallback = {{service, isLocal}, std::move(id)};
             fallbackInfo = info;
         }
     }
 }
 
 void NextCandidateSelector::StartAttempt(const Cancellation::Token& token) {
-    const FailureInfo info = failedServices->Get(current.service->GetId());
+    const FailureInfo info = failedServices->Get(current.id);
     if (!info.failed) return;
     const TimePoint now = Platform::Clock().Now();
     if (info.nextRetryTime <= now) return;
     const std::int64_t waitMs = (info.nextRetryTime - now).count() / 10'000;
     LibraryLogger::LogCall(
         logger, "Ombry::ClientCommunications::NextCandidateSelector::StartAttempt", 1, "Waiting ", waitMs,
-        " milliseconds before trying to call ", [this] { return current.service->GetEndpointUrl(); },
-        " again.");
+        " milliseconds before trying to call ",
+        [this] { return current.candidate.service->GetEndpointUrl(); }, " again.");
     if (!sleeper) throw BadFunctionCall();
     sleeper(info.nextRetryTime, token);
 }
 
 void NextCandidateSelector::RetryCurrent(const Cancellation::Token& token) {
     verifyHaveCurrentCandidate();
-    failedServices->RecordFailure(current.service->GetId(), current.isLocal);
+    failedServices->RecordFailure(current.id, current.candidate.isLocal);
     StartAttempt(token);
 }
 
 void NextCandidateSelector::MarkFailure() {
     verifyHaveCurrentCandidate();
-    const std::string id = current.service->GetId();
-    failedServices->RecordFailure(id, current.isLocal);
-    triedIds.insert(id);
-    current = ServiceCandidate();
+    failedServices->RecordFailure(current.id, current.candidate.isLocal);
+    triedIds.insert(std::move(current.id));
+    current = Choice();
 }
 
 void NextCandidateSelector::MarkSuccess() {
     verifyHaveCurrentCandidate();
-    failedServices->Remove(current.service->GetId());
-    current = ServiceCandidate();
+    failedServices->Remove(current.id);
+    current = Choice();
 }
 
 void NextCandidateSelector::ForgetPassedFailures() {
@@ -101,7 +99,7 @@ void NextCandidateSelector::ForgetPassedFailures() {
 }
 
 void NextCandidateSelector::verifyHaveCurrentCandidate() const {
-    if (current.service) return;
+    if (current.candidate.service) return;
     throw std::logic_error("NextCandidateSelector::verifyHaveCurrentCandidate: No candidate selected.");
 }
 

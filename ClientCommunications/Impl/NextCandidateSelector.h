@@ -38,9 +38,15 @@ public:
     void ForgetPassedFailures();
 
 private:
+    /// A candidate with its id, which is a copy each time that it is asked for.
+    struct Choice {
+        ServiceCandidate candidate;
+        std::string id;
+    };
+
     void SelectNext();
-    void Scan(const std::list<std::shared_ptr<IService>>& list, bool isLocal, ServiceCandidate& best,
-              ServiceCandidate& fallback, FailureInfo& fallbackInfo) const;
+    void Scan(const std::list<std::shared_ptr<IService>>& list, bool isLocal, Choice& best, Choice& fallback,
+              FailureInfo& fallbackInfo) const;
     void StartAttempt(const Cancellation::Token& token);
     void verifyHaveCurrentCandidate() const;
 
@@ -50,7 +56,7 @@ private:
     std::list<std::shared_ptr<IService>> localCandidates;
     std::list<std::shared_ptr<IService>> remoteCandidates;
     std::set<std::string> triedIds;
-    ServiceCandidate current;
+    Choice current;
 };
 
 }  // namespace Ombry::ClientCommunications
