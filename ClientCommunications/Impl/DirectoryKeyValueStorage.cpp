@@ -62,6 +62,15 @@ Platform::ValueOr<Platform::FileState> DirectoryKeyValueStorage::StateOf(const s
     return Platform::Files().State(SafeFileStorage::CommittedPathOf(PathOf(entryName)));
 }
 
+/// With room for what tells the two copies apart: an entry's file is looked at by each call.
+std::string DirectoryKeyValueStorage::PathOf(const std::string& entryName) const {
+    constexpr std::size_t suffixLength = 2;
+    std::string path;
+    path.reserve(directory.size() + 1 + entryName.size() + suffixLength);
+    path.append(directory).append("/").append(entryName);
+    return path;
+}
+
 void DirectoryKeyValueStorage::SetByKey(const std::string& key, const std::string& value) {
     const std::string entryName = EntryNameOf(key);
     const KeyWriteLock lock(&locks, entryName);

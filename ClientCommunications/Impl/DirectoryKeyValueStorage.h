@@ -43,7 +43,7 @@ public:
 
 private:
     Platform::ValueOr<Platform::FileState> StateOf(const std::string& entryName);
-    std::string PathOf(const std::string& entryName) const { return directory + "/" + entryName; }
+    std::string PathOf(const std::string& entryName) const;
 
     const std::string directory;
     KeyLockTable locks;

@@ -48,8 +48,9 @@ void SafeFileStorage::Remove() {
     files.Delete(Staging);
 }
 
-std::string SafeFileStorage::CommittedPathOf(const std::string& path) {
-    return path + Committed;
+std::string SafeFileStorage::CommittedPathOf(std::string path) {
+    path += Committed;
+    return path;
 }
 
 std::string SafeFileStorage::StagedPathOf(const std::string& path) {

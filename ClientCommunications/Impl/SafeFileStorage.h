@@ -23,7 +23,7 @@ public:
     void Remove();
 
     /// The file that holds the committed copy of the blob at that path.
-    static std::string CommittedPathOf(const std::string& path);
+    static std::string CommittedPathOf(std::string path);
     /// The file that a save begins with, and that takes the place of a committed copy that is missing.
     static std::string StagedPathOf(const std::string& path);
     /// The name of the blob that a file is a copy of. A file that is neither copy keeps its name.
