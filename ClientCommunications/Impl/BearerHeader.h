@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ClientCommunications/IServiceRequest.h"
+#include "ClientCommunications/Impl/KnownHeaders.h"
 #include "ClientCommunications/Impl/SecretBuffer.h"
 
 namespace Ombry::ClientCommunications {
@@ -9,7 +10,7 @@ namespace Ombry::ClientCommunications {
 inline void SetBearerHeader(IServiceRequest& request, const std::string& token) {
     std::string value = "Bearer " + token;
     const ScopedWipe wipe(value);
-    request.SetHeader("Authorization", value);
+    request.SetHeader(NameOf(KnownHeader::Authorization), value);
 }
 
 }  // namespace Ombry::ClientCommunications

@@ -1,6 +1,7 @@
 #include "ClientCommunications/Impl/ClientAuthenticator.h"
 
 #include "ClientCommunications/Impl/Base64.h"
+#include "ClientCommunications/Impl/KnownHeaders.h"
 #include "ClientCommunications/Impl/SecretBuffer.h"
 
 #include <string_view>
@@ -27,7 +28,7 @@ void ClientAuthenticator::AddAuthentication(std::shared_ptr<IServiceRequest> req
     std::string value;
     const ScopedWipe wipeValue(value);
     value.append(Scheme).append(encoded);
-    request->SetHeader("Authorization", value);
+    request->SetHeader(NameOf(KnownHeader::Authorization), value);
 }
 
 }  // namespace Ombry::ClientCommunications

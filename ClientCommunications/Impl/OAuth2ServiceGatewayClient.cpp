@@ -1,5 +1,6 @@
 #include "ClientCommunications/Impl/OAuth2ServiceGatewayClient.h"
 
+#include "ClientCommunications/Impl/KnownHeaders.h"
 #include "ClientCommunications/Impl/OAuth2Exception.h"
 #include "ClientCommunications/Impl/SecretBuffer.h"
 #include "LibraryLogger/LogCall.h"
@@ -29,7 +30,7 @@ OAuth2Token OAuth2ServiceGatewayClient::GetToken(const std::string& serviceName,
     const std::string body = "grant_type=client_credentials&servicename=" + serviceName;
     const std::shared_ptr<IServiceRequest> request =
         requestFactory->Create("POST", path, "1", std::move(metaData));
-    request->SetHeader("Content-Type", "application/x-www-form-urlencoded");
+    request->SetHeader(NameOf(KnownHeader::ContentType), "application/x-www-form-urlencoded");
     request->SetBody(body);
     LibraryLogger::LogCall(logger, GetTokenName, 0, "Getting token for ", serviceName);
     // A program that is ending must not ask for one more token.

@@ -1,6 +1,7 @@
 #include "ClientCommunications/Impl/RequestExecutionDelegate.h"
 
 #include "ClientCommunications/Impl/GuidText.h"
+#include "ClientCommunications/Impl/KnownHeaders.h"
 #include "ClientCommunications/Impl/RootAttempt.h"
 #include "ClientCommunications/Impl/RuntimeTexts.h"
 
@@ -19,10 +20,12 @@ std::shared_ptr<IServiceResponse> RequestExecutionDelegate::operator()(std::shar
                                                                        bool isLocal,
                                                                        Cancellation::Token token) {
     authenticator->AddAuthentication(request, service, token);
-    const ScopedNewHeader id(request, "SF-Destination-Service-Id", service->GetId());
-    const ScopedNewHeader name(request, "SF-Destination-Service-Name", service->GetName());
-    const ScopedNewHeader nameSpace(request, "SF-Destination-Service-Namespace", service->GetNamespace());
-    const ScopedNewHeader local(request, "SF-Destination-Service-Is-Local-DC", isLocal ? "true" : "false");
+    const ScopedNewHeader id(request, NameOf(KnownHeader::DestinationServiceId), service->GetId());
+    const ScopedNewHeader name(request, NameOf(KnownHeader::DestinationServiceName), service->GetName());
+    const ScopedNewHeader nameSpace(request, NameOf(KnownHeader::DestinationServiceNamespace),
+                                    service->GetNamespace());
+    const ScopedNewHeader local(request, NameOf(KnownHeader::DestinationServiceIsLocal),
+                                isLocal ? "true" : "false");
     const std::shared_ptr<IServiceGateway> gateway = gatewayFactory->Create(service);
     std::shared_ptr<IServiceResponse> response = Attempt(gateway, token);
     const int status = response->GetStatusCode();
@@ -36,7 +39,7 @@ std::shared_ptr<IServiceResponse> RequestExecutionDelegate::Attempt(std::shared_
                                                                     Cancellation::Token token) {
     ++attemptCount;
     const RootAttempt rootAttempt(request, attemptCount);
-    const ScopedNewHeader requestId(request, "SF-Request-Id", MakeGuidText());
+    const ScopedNewHeader requestId(request, NameOf(KnownHeader::RequestId), MakeGuidText());
     if (!call) throw BadFunctionCall();
     return call(std::move(gateway), std::move(token));
 }

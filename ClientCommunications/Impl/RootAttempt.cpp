@@ -1,8 +1,10 @@
 #include "ClientCommunications/Impl/RootAttempt.h"
 
+#include "ClientCommunications/Impl/KnownHeaders.h"
+
 namespace Ombry::ClientCommunications {
 
 RootAttempt::RootAttempt(std::shared_ptr<IServiceRequest> request, int attempt)
-    : ScopedNewHeader(std::move(request), "SF-Root-Attempt", std::to_string(attempt)) {}
+    : ScopedNewHeader(std::move(request), NameOf(KnownHeader::RootAttempt), std::to_string(attempt)) {}
 
 }  // namespace Ombry::ClientCommunications

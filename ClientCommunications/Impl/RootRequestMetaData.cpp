@@ -1,6 +1,7 @@
 #include "ClientCommunications/RootRequestMetaData.h"
 
 #include "ClientCommunications/Impl/GuidText.h"
+#include "ClientCommunications/Impl/KnownHeaders.h"
 #include "ClientCommunications/Impl/RuntimeTexts.h"
 
 #include <map>
@@ -8,10 +9,6 @@
 namespace Ombry::ClientCommunications::RootRequestMetaData {
 namespace {
 
-constexpr const char* CorrelationId = "SF-Root-Correlation-Id";
-constexpr const char* Attempt = "SF-Root-Attempt";
-constexpr const char* RequestType = "SF-Root-Request-Type";
-constexpr const char* IsInfrastructure = "SF-Root-Request-Is-Infrastructure";
 constexpr const char* Prefix = "SF-Root-";
 
 class RootRequestMetaDataImpl : public IRootRequestMetaData {
@@ -22,7 +19,7 @@ public:
                 [this](const std::string& key, const std::string& value) { Set(key, value); });
     }
 
-    void Set(const std::string& key, const std::string& value) { values[key] = value; }
+    void Set(const std::string& key, std::string value) { values[key] = std::move(value); }
 
     bool HasValue(const std::string& key) const override { return values.contains(key); }
 
@@ -45,29 +42,29 @@ private:
 
 std::shared_ptr<IRootRequestMetaData> create(const std::string& requestType) {
     auto metaData = std::make_shared<RootRequestMetaDataImpl>(nullptr);
-    metaData->Set(RequestType, requestType);
+    metaData->Set(NameOf(KnownHeader::RootRequestType), requestType);
     return metaData;
 }
 
 std::shared_ptr<IRootRequestMetaData> createInfrastructure(const std::string& requestType) {
     auto metaData = std::make_shared<RootRequestMetaDataImpl>(nullptr);
-    metaData->Set(RequestType, requestType);
-    metaData->Set(IsInfrastructure, "true");
+    metaData->Set(NameOf(KnownHeader::RootRequestType), requestType);
+    metaData->Set(NameOf(KnownHeader::RootRequestIsInfrastructure), "true");
     return metaData;
 }
 
 std::shared_ptr<IRootRequestMetaData> normalize(std::shared_ptr<IRootRequestMetaData> given) {
     std::shared_ptr<RootRequestMetaDataImpl> result;
-    const auto ensure = [&](const char* key, const auto& makeValue) {
+    const auto ensure = [&](const std::string& key, const auto& makeValue) {
         if (given && given->HasValue(key)) return;
         if (!result) result = std::make_shared<RootRequestMetaDataImpl>(given);
         result->Set(key, makeValue());
     };
-    ensure(CorrelationId, [] { return MakeGuidText(); });
-    ensure(Attempt, [] { return "1"; });
+    ensure(NameOf(KnownHeader::RootCorrelationId), [] { return MakeGuidText(); });
+    ensure(NameOf(KnownHeader::RootAttempt), [] { return "1"; });
     // The same key once more, on purpose: whoever reads the logs of the services relies on calls without a
     // correlation of their own showing this fixed text, and the request type stays without a default.
-    ensure(CorrelationId, [] { return "ClientToService"; });
+    ensure(NameOf(KnownHeader::RootCorrelationId), [] { return "ClientToService"; });
     if (result) return result;
     return given;
 }

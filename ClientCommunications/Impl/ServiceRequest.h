@@ -1,22 +1,18 @@
 #pragma once
 
 #include "ClientCommunications/IServiceRequest.h"
-
-#include <map>
+#include "ClientCommunications/Impl/RequestHeaders.h"
 
 namespace Ombry::ClientCommunications {
 
-/// A request as a value: what it carries and its limits. One thread at a time. Headers carry credentials:
-/// their values are wiped when they are replaced or removed, and with the request.
+/// A request as a value: what it carries and its limits. One thread at a time. Headers carry credentials,
+/// which are wiped with it.
 class ServiceRequest : public IServiceRequest {
 public:
     ServiceRequest(std::string method, std::string path, const std::string& contractVersion);
-    ~ServiceRequest() override;
-    ServiceRequest(const ServiceRequest&) = delete;
-    ServiceRequest& operator=(const ServiceRequest&) = delete;
 
-    void SetHeader(const std::string& name, const std::string& value) override;
-    void RemoveHeader(const std::string& name) override;
+    void SetHeader(const std::string& name, const std::string& value) override { headers.Set(name, value); }
+    void RemoveHeader(const std::string& name) override { headers.Remove(name); }
     void SetBody(const std::string& text) override;
     void SetBodyReader(std::shared_ptr<ISyncReader> reader) override { body = std::move(reader); }
     void SetBodySource() override;
@@ -32,12 +28,14 @@ public:
     Duration GetAttemptTimeout() const override { return attemptTimeout; }
     Cancellation::Token GetCancellationToken() const override;
     int GetMaxRetries() const override { return maxRetries; }
-    std::string GetHeader(const std::string& name) const override;
+    /// An absent header reads as empty here, while a response's throws: callers of a request ask for headers
+    /// that are often not there.
+    std::string GetHeader(const std::string& name) const override { return headers.Get(name); }
 
 private:
     const std::string method;
     const std::string path;
-    std::map<std::string, std::string> headers;
+    RequestHeaders headers;
     std::shared_ptr<ISyncReader> body;
     Duration attemptTimeout = std::chrono::seconds(100);
     Duration overallTimeout = std::chrono::seconds(300);

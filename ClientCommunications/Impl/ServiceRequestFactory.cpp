@@ -1,5 +1,6 @@
 #include "ClientCommunications/Impl/ServiceRequestFactory.h"
 
+#include "ClientCommunications/Impl/KnownHeaders.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "ClientCommunications/RootRequestMetaData.h"
 
@@ -15,10 +16,10 @@ std::shared_ptr<IServiceRequest> ServiceRequestFactory::Create(
     const std::string& method, const std::string& path, const std::string& contractVersion,
     std::shared_ptr<IRootRequestMetaData> metaData) {
     std::shared_ptr<IServiceRequest> request = CreateServiceRequest(method, path, contractVersion);
-    request->SetHeader("Datacenter-Id", datacenterId);
-    request->SetHeader("SF-Source-Datacenter-Id", datacenterId);
-    request->SetHeader("SF-Source-Client-Id", clientId);
-    request->SetHeader("SF-Source-Client-Name", clientName);
+    request->SetHeader(NameOf(KnownHeader::DatacenterId), datacenterId);
+    request->SetHeader(NameOf(KnownHeader::SourceDatacenterId), datacenterId);
+    request->SetHeader(NameOf(KnownHeader::SourceClientId), clientId);
+    request->SetHeader(NameOf(KnownHeader::SourceClientName), clientName);
     RootRequestMetaData::addToRequest(request, RootRequestMetaData::normalize(std::move(metaData)));
     return request;
 }

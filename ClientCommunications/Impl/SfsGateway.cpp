@@ -1,6 +1,7 @@
 #include "ClientCommunications/SfsGateway.h"
 
 #include "ClientCommunications/Impl/EndpointPaths.h"
+#include "ClientCommunications/Impl/KnownHeaders.h"
 #include "ClientCommunications/Impl/SecretBuffer.h"
 #include "ObjectMapping/Serialization.h"
 
@@ -34,7 +35,7 @@ void Call(IClientCommunications& communications, const Operation& operation,
     const auto request = communications.GetServiceRequestFactory()->Create(operation.method, operation.path,
                                                                            operation.contractVersion);
     if (record) {
-        request->SetHeader("Content-Type", "application/json");
+        request->SetHeader(NameOf(KnownHeader::ContentType), "application/json");
         std::string body = ObjectMapping::SerializeObject(*record, nullptr);
         const ScopedWipe wipe(body);
         request->SetBody(body);

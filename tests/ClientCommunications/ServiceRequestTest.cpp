@@ -94,6 +94,7 @@ TEST_F(ServiceRequestTest, HeaderValuesAndTheBodyAreWipedWithTheRequest) {
     for (const std::string& secret : {header, body}) {
         auto dying = CreateServiceRequest("PUT", "/path", "3");
         dying->SetHeader("Authorization", header);
+        dying->SetHeader("X-Of-The-Caller", header);
         dying->SetBody(body);
 
         const FreedMemory freed(secret);
@@ -106,15 +107,18 @@ TEST_F(ServiceRequestTest, HeaderValuesAndTheBodyAreWipedWithTheRequest) {
 TEST_F(ServiceRequestTest, HeaderValuesAreWipedWhenTheyAreReplacedAndRemoved) {
     const std::string first = "the first value, too long for a string object";
     const std::string second = "the second value: far longer, so that the memory of the first is given back";
-    request->SetHeader("Authorization", first);
-    {
-        const FreedMemory freed(first);
-        request->SetHeader("Authorization", second);
-        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    for (const char* name : {"Authorization", "X-Of-The-Caller"}) {
+        request->SetHeader(name, first);
+        {
+            const FreedMemory freed(first);
+            request->SetHeader(name, second);
+            EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << name;
+        }
+        const FreedMemory freed(second);
+        request->RemoveHeader(name);
+        request = CreateServiceRequest("GET", "/", "3");
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << name;
     }
-    const FreedMemory freed(second);
-    request->RemoveHeader("Authorization");
-    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
 }
 
 TEST_F(ServiceRequestTest, HeaderMayBeSetToItselfFromAWalkThroughTheHeaders) {
