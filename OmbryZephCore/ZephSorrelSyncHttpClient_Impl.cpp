@@ -99,6 +99,8 @@ std::uint32_t ZephSorrelSyncHttpClient_Impl::DoRequest(const std::string& method
 
 /// Sizes the buffer for pieces of the body; a body of unknown length is sent chunked.
 std::uint32_t ZephSorrelSyncHttpClient_Impl::PrepareBody(bool& bChunked, std::uint32_t& nLength) {
+    // Without a reader nobody asks for the buffer: a client that only gets things never takes memory for it.
+    if (!m_Reader && m_BodyBuffer.GetLength() == 0) return eRC_Success;
     if (!m_Reader || !m_Reader->HasData()) return m_BodyBuffer.SetLength(0);
     nLength = m_Reader->GetLength();
     bChunked = nLength == 0;
