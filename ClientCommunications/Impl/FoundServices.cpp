@@ -4,6 +4,7 @@
 #include "Platform/IRandom.h"
 
 #include <algorithm>
+#include <iterator>
 #include <random>
 #include <vector>
 
@@ -12,18 +13,33 @@ namespace {
 
 using Services = std::list<std::shared_ptr<IService>>;
 
-Services MakeServices(std::list<ServiceDto>& dtos) {
-    Services services;
+using Stored = std::vector<std::shared_ptr<IService>>;
+
+Stored MakeServices(std::list<ServiceDto>& dtos) {
+    Stored services;
+    services.reserve(dtos.size());
     for (ServiceDto& dto : dtos)
         services.push_back(std::make_shared<Service>(std::move(dto)));
     return services;
 }
 
-Services Shuffled(const Services& services) {
-    std::vector<std::shared_ptr<IService>> order(services.begin(), services.end());
+/// Shuffles where they stand and not the services, so that each is copied once: a long list is read by each
+/// choice of a server.
+Services Shuffled(const Stored& services) {
+    std::vector<const std::shared_ptr<IService>*> order;
+    order.reserve(services.size());
+    for (const std::shared_ptr<IService>& service : services)
+        order.push_back(&service);
     std::mt19937 generator(Platform::Random().SeedWord());
     std::shuffle(order.begin(), order.end(), generator);
-    return Services(order.begin(), order.end());
+    Services shuffled;
+    for (const std::shared_ptr<IService>* service : order)
+        shuffled.push_back(*service);
+    return shuffled;
+}
+
+void Append(Stored& stored, Services& services) {
+    stored.insert(stored.end(), std::move_iterator(services.begin()), std::move_iterator(services.end()));
 }
 
 }  // namespace
@@ -46,7 +62,7 @@ void FoundServices::AddLocal(std::shared_ptr<IService> service) {
 }
 
 void FoundServices::AddLocal(Services services) {
-    local.splice(local.end(), services);
+    Append(local, services);
 }
 
 Services FoundServices::GetRemote() const {
@@ -58,12 +74,15 @@ void FoundServices::AddRemote(std::shared_ptr<IService> service) {
 }
 
 void FoundServices::AddRemote(Services services) {
-    remote.splice(remote.end(), services);
+    Append(remote, services);
 }
 
 void FoundServices::CopyFrom(std::shared_ptr<IFoundServices> other) {
-    Services newLocal = other->GetLocal();
-    Services newRemote = other->GetRemote();
+    Services otherLocal = other->GetLocal();
+    Services otherRemote = other->GetRemote();
+    Stored newLocal, newRemote;
+    Append(newLocal, otherLocal);
+    Append(newRemote, otherRemote);
     local = std::move(newLocal);
     remote = std::move(newRemote);
 }

@@ -3,6 +3,8 @@
 #include "ClientCommunications/FoundServicesDto.h"
 #include "ClientCommunications/IFoundServices.h"
 
+#include <vector>
+
 namespace Ombry::ClientCommunications {
 
 /// A set of found services. Each reading is shuffled anew, so that the load of many clients spreads; the
@@ -23,8 +25,8 @@ public:
     void CopyFrom(std::shared_ptr<IFoundServices> other) override;
 
 private:
-    std::list<std::shared_ptr<IService>> local;
-    std::list<std::shared_ptr<IService>> remote;
+    std::vector<std::shared_ptr<IService>> local;
+    std::vector<std::shared_ptr<IService>> remote;
 };
 
 }  // namespace Ombry::ClientCommunications
