@@ -11,6 +11,7 @@
 #include <benchmark/benchmark.h>
 #include <rapidjson/document.h>
 
+#include <list>
 #include <string>
 
 namespace Ombry::Bench {
@@ -84,6 +85,15 @@ void DiscoveryChoice(benchmark::State& state) {
     }
 }
 BENCHMARK(DiscoveryChoice)->Arg(1)->Arg(100)->Arg(10000);
+
+/// What the lists cost that a choice is made from, in any order: a node and a reference for each server.
+void DiscoveryListsAlone(benchmark::State& state) {
+    const FoundServices found(MakeAnswer(state.range(0)));
+    const auto services = found.GetAll();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(std::list(services));
+}
+BENCHMARK(DiscoveryListsAlone)->Arg(1)->Arg(100)->Arg(10000);
 
 }  // namespace
 }  // namespace Ombry::Bench

@@ -379,5 +379,36 @@ TEST(JSONTextsTest, ATextThatWasRefusedLeavesNothingToTheNextOne) {
     }
 }
 
+/// A parser that looks at blocks of bytes may miss what it has to stop at: the library's vector instructions
+/// take the last control characters for text.
+TEST(JSONTextsTest, StringsOfAnyLengthHoldAnythingAtAnyPlace) {
+    struct Special {
+        const char* written;
+        const char* read;
+    };
+    const Special specials[] = {
+        {"\\\"", "\""}, {"\\\\", "\\"}, {"\\u00e4", "\xc3\xa4"}, {"\xc3\xa4", "\xc3\xa4"}, {"\x7f", "\x7f"}};
+    for (std::size_t blanks = 0; blanks < 16; ++blanks) {
+        for (std::size_t before = 0; before < 36; ++before) {
+            const std::size_t after = 40 - before;
+            for (const auto& [written, read] : specials) {
+                std::string value;
+                ASSERT_TRUE(
+                    Reads(Times(blanks, " ") + '"' + Times(before, "b") + written + Times(after, "a") + '"',
+                          value));
+                ASSERT_EQ(value, Times(before, "b") + read + Times(after, "a"));
+            }
+            const auto deserializer = CreateJSONDeserializer(true);
+            const std::string text =
+                Times(blanks, " ") + '"' + Times(before, "b") + "\x1f" + Times(after, "a") + '"';
+            EXPECT_NE(FailureOf([&] {
+                          deserializer->Begin(text);
+                      }).find("offset " + std::to_string(blanks + 1 + before) + " due"),
+                      std::string::npos)
+                << Shown(text);
+        }
+    }
+}
+
 }  // namespace
 }  // namespace Ombry::Tests
