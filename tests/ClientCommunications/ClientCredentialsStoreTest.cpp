@@ -1,6 +1,7 @@
 #include "ClientCommunications/Impl/Base64.h"
 #include "ClientCommunications/Impl/ClientCredentials.h"
 #include "ClientCommunications/Impl/ClientCredentialsStore.h"
+#include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FakeMachineId.h"
 #include "tests/Fakes/FakeProtections.h"
@@ -442,6 +443,32 @@ TEST_F(ClientCredentialsStoreOnSystemTest, SavingAndLoadingLeaveNoPlainValueInFr
         EXPECT_EQ(loaded->GetClientId(), id);
         EXPECT_EQ(loaded->GetClientSecret(), secret);
     }
+}
+
+/// Notes what it is to protect with.
+class EntropyNotes : public FakeMachineProtection {
+public:
+    Outcome Protect(std::string_view plain, std::string_view entropy, std::uint32_t flags) override {
+        entropies.emplace_back(entropy);
+        return FakeMachineProtection::Protect(plain, entropy, flags);
+    }
+
+    std::vector<std::string> entropies;
+};
+
+TEST(ClientCredentialsStoreEntropyTest, StaysWhatTheFilesOfAllMachinesWereWrittenWith) {
+    EntropyNotes protection;
+    MemoryFiles files;
+    const Platform::Testing::Replace<Platform::IMachineProtection> replacedProtection(protection);
+    const Platform::Testing::Replace<Platform::IFiles> replacedFiles(files);
+    const std::string value("\xad\x90\x6d\x25\x0c\xb9\x2d\xbf\xaa\xb2\x24\x06", 12);
+    const std::string file("\xb7\x9b\xce\x3f\xd8\x00\x8c\x0b\x94\xa8\x7d", 11);
+
+    CreateClientCredentialsStore("/m", true, nullptr)
+        ->Save(std::make_shared<ClientCredentials>(std::make_shared<WindowsInMemoryDataProtection>(), "c",
+                                                   "id", "secret"));
+
+    EXPECT_EQ(protection.entropies, (std::vector<std::string>{value, value, file}));
 }
 
 }  // namespace
