@@ -39,6 +39,16 @@ public:
         return IsForWindows() ? OnWindows("Ombry.SecClientConfig.exe") : Words{OMBRY_TOOL};
     }
 
+    /// The words of a program of the tests' own, by its path in this build.
+    static Words Program(const std::string& path) {
+        if (!IsForWindows()) return {path};
+        return {Wine(), std::getenv("OMBRY_WINDOWS_BUILD") + ("/tests/" + FileNameOf(path) + ".exe")};
+    }
+
+    /// The signal by which the system asks a program for its end. Wine knows none but that of the user at the
+    /// console, of which it makes the event Ctrl+C.
+    static int Termination() { return IsForWindows() ? SIGINT : SIGTERM; }
+
     /// The mode as Linux would show it. Files and folders for SYSTEM and the Administrators alone have one of
     /// their own below Wine.
     static mode_t ShownMode(const struct stat& status) {
@@ -57,7 +67,9 @@ public:
     /// among the files.
     static void AddStore(Tree& tree) {
         if (!IsForWindows()) return;
-        const std::string text = RunProcess(Registry({"query", StoreKey + "\\Certificates", "/s"})).out;
+        const ProcessOutcome query = RunProcess(Registry({"query", StoreKey + "\\Certificates", "/s"}));
+        if (query.exitCode > 1) throw std::runtime_error("no look into the registry: " + query.error);
+        const std::string& text = query.out;
         static const std::regex blob("Blob +REG_BINARY +([0-9A-F]+)");
         for (std::sregex_iterator found(text.begin(), text.end(), blob), end; found != end; ++found) {
             const StoredBlob stored(FromHex((*found)[1]));
@@ -112,6 +124,9 @@ private:
 
     static Words OnWindows(const std::string& program) {
         return {Wine(), std::getenv("OMBRY_WINDOWS_TOOLS") + ("/" + program)};
+    }
+    static std::string FileNameOf(const std::string& path) {
+        return std::filesystem::path(path).filename().string();
     }
     static Words Registry(Words words) {
         words.insert(words.begin(), {Wine(), "reg"});

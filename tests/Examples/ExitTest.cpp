@@ -24,9 +24,9 @@ TEST_P(ExitTest, ProcessEndsWithItsExitCodeWhateverIsAlive) {
         {"configure-bootstrap-url", "-u", "admin", "-p", "secret", "-dn", "Sandbox", "-r", sandbox.Url()}));
     ExpectSuccess(machine.Run({"enroll-client", "-u", "admin", "-p", "secret", "-nn", "robot"}));
 
-    const ProcessOutcome outcome = RunProcess({OMBRY_EXIT_WITH_FACADE_HERE, GetParam(), "robot", "v1-service",
-                                               "/services/services/secure/name/robots"},
-                                              {.folder = machine.Folder().Path()});
+    Words words = ToolUnderTest::Program(OMBRY_EXIT_WITH_FACADE_HERE);
+    words.insert(words.end(), {GetParam(), "robot", "v1-service", "/services/services/secure/name/robots"});
+    const ProcessOutcome outcome = RunProcess(words, {.folder = machine.Folder().Path()});
 
     EXPECT_EQ(outcome.error, "");
     EXPECT_EQ(outcome.out, "");

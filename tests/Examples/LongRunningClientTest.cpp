@@ -47,10 +47,15 @@ protected:
         ExpectSuccess(machine.Run({"enroll-client", "-u", "admin", "-p", "secret", "-nn", "robot"}));
     }
 
+    static Words Line(const Words& words) {
+        Words line = ToolUnderTest::Program(OMBRY_LONG_RUNNING_CLIENT_HERE);
+        line.insert(line.end(), words.begin(), words.end());
+        return line;
+    }
+
     std::unique_ptr<ChildProcess> StartClient(const std::string& pause) {
-        return std::make_unique<ChildProcess>(
-            Words{OMBRY_LONG_RUNNING_CLIENT_HERE, "robot", Service, Path, pause},
-            ProcessOptions{.folder = machine.Folder().Path()});
+        return std::make_unique<ChildProcess>(Line({"robot", Service, Path, pause}),
+                                              ProcessOptions{.folder = machine.Folder().Path()});
     }
 
     /// The line of the first round from `round` on whose outcome begins with `outcome`; moves `round` behind
@@ -126,7 +131,7 @@ TEST_F(LongRunningClientTest, TokenThatTheServiceRefusesIsReplacedWithinTheCall)
     EnrollRobot();
     auto client = StartClient("0");
     client->AwaitLine("1: 200, ");
-    client->Signal(SIGTERM);
+    client->Signal(ToolUnderTest::Termination());
     EXPECT_EQ(client->Wait().exitCode, 0);
     sandbox->Stop();
 
@@ -134,7 +139,7 @@ TEST_F(LongRunningClientTest, TokenThatTheServiceRefusesIsReplacedWithinTheCall)
     StartService({"--fault", std::string(Path) + ":1:status=401"});
     client = StartClient("0");
     EXPECT_THAT(client->AwaitLine("1: "), StartsWith("1: 200, "));
-    client->Signal(SIGTERM);
+    client->Signal(ToolUnderTest::Termination());
     EXPECT_EQ(client->Wait().exitCode, 0);
     EXPECT_EQ(Count(sandbox->Requests(), TokenCall), 1u);
 }
@@ -160,7 +165,7 @@ TEST_F(LongRunningClientTest, SignalEndsALongPauseAtOnce) {
     const auto client = StartClient("3600000");
     client->AwaitLine("1: 200, ");
     const auto signalled = std::chrono::steady_clock::now();
-    client->Signal(SIGTERM);
+    client->Signal(ToolUnderTest::Termination());
     EXPECT_EQ(client->Wait().exitCode, 0);
     EXPECT_LT(std::chrono::steady_clock::now() - signalled, std::chrono::seconds(15));
 }
@@ -179,22 +184,20 @@ TEST_F(LongRunningClientTest, SignalEndsACallThatGetsNoAnswer) {
 }
 
 TEST_F(LongRunningClientTest, MachineThatIsNotConfiguredIsAnError) {
-    const ProcessOutcome outcome = RunProcess({OMBRY_LONG_RUNNING_CLIENT_HERE, "robot", Service, Path},
-                                              {.folder = machine.Folder().Path()});
+    const ProcessOutcome outcome =
+        RunProcess(Line({"robot", Service, Path}), {.folder = machine.Folder().Path()});
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_THAT(outcome.error, StartsWith("long_running_client: "));
-    EXPECT_THAT(outcome.error, HasSubstr("Components/robot/ombrycomponent.config' for read.\n"));
+    EXPECT_THAT(outcome.error, HasSubstr("Components/robot/ombrycomponent.config' for read."));
 }
 
 TEST_F(LongRunningClientTest, CommandLineThatDoesNotFitPrintsTheUsage) {
     for (const Words& words : {Words{}, Words{"robot", Service}, Words{"robot", Service, Path, "x"},
                                Words{"robot", Service, Path, "-1"}, Words{"robot", Service, Path, "5s"},
                                Words{"robot", Service, Path, "1", "2"}}) {
-        Words line{OMBRY_LONG_RUNNING_CLIENT_HERE};
-        line.insert(line.end(), words.begin(), words.end());
-        const ProcessOutcome outcome = RunProcess(line, {.folder = machine.Folder().Path()});
+        const ProcessOutcome outcome = RunProcess(Line(words), {.folder = machine.Folder().Path()});
         EXPECT_EQ(outcome.exitCode, 2);
-        EXPECT_THAT(outcome.error, StartsWith("long_running_client CLIENT SERVICE PATH [MILLISECONDS]\n"));
+        EXPECT_THAT(outcome.error, StartsWith("long_running_client CLIENT SERVICE PATH [MILLISECONDS]"));
     }
 }
 

@@ -19,8 +19,9 @@ public:
         return text;
     }
 
-    /// `arguments` are what its command line has behind those of the test library.
-    explicit SecondProcess(const std::string& message, const std::wstring& arguments = {}) {
+    /// `arguments` are what its command line has behind those of the test library, `flags` those that a
+    /// process is made with.
+    explicit SecondProcess(const std::string& message, const std::wstring& arguments = {}, DWORD flags = 0) {
         wchar_t program[MAX_PATH] = {};
         GetModuleFileNameW(nullptr, program, MAX_PATH);
         const auto* const test = testing::UnitTest::GetInstance()->current_test_info();
@@ -30,8 +31,8 @@ public:
         SetEnvironmentVariableA(Name, message.c_str());
         STARTUPINFOW start{};
         start.cb = sizeof start;
-        EXPECT_TRUE(CreateProcessW(program, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &start,
-                                   &process));
+        EXPECT_TRUE(CreateProcessW(program, line.data(), nullptr, nullptr, FALSE, flags, nullptr, nullptr,
+                                   &start, &process));
         SetEnvironmentVariableA(Name, nullptr);
     }
     ~SecondProcess() {
