@@ -191,7 +191,6 @@ bool ZephHttpHeaderParser::ParseStatusLine() {
 }
 
 bool ZephHttpHeaderParser::ParseHeaderLine(bool& bEnd) {
-    bEnd = false;
     if (!SkipBlanks()) return false;
     if (MatchLineEnd()) {
         bEnd = true;

@@ -1,3 +1,4 @@
+#include "OmbryZephCore/ZephHttpHeaderCopy.h"
 #include "OmbryZephCore/ZephHttpHeaderParser.h"
 #include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephResultCodes.h"
@@ -372,6 +373,28 @@ TEST(ZephHttpHeaderParserTest, RequestsParseAsTheTableSays) {
         EXPECT_EQ((Headers{{"H", "v"}}), HeadersOf(parser));
         EXPECT_EQ(example.text.size(), parser.GetHeaderSize());
     }
+}
+
+TEST(ZephHttpHeaderParserTest, ACopyOfTheHeadersIsOfOneHeadAloneAndOutlivesIt) {
+    ZephHttpHeaderParser parser(ZephHttpHeaderParser::ModeResponse);
+    ZephHttpHeaderCopy copy;
+    const auto headers = [&copy] {
+        Headers headers;
+        copy.ForEach([&](const char* name, const char* value) { headers.emplace_back(name, value); });
+        return headers;
+    };
+    for (const Headers& expected : {Headers{{"A", "b"}}, Headers{{"A", "longer"}, {"B", ""}, {"C", "d"}},
+                                    Headers{}, Headers{{"X", "y"}, {"Y", "z"}}}) {
+        std::string head = "HTTP/1.1 200 OK\r\n";
+        for (const auto& [name, value] : expected)
+            head += name + ": " + value + "\r\n";
+        ASSERT_EQ(eRC_Success, Parse(parser, head + "\r\n"));
+        parser.CopyHeaders(copy);
+        parser.Reset();
+        EXPECT_EQ(expected, headers());
+    }
+    copy.Clear();
+    EXPECT_EQ(Headers{}, headers());
 }
 
 TEST(ZephHttpHeaderParserTest, EveryTruncatedRequestFailsWithTheRequestCode) {
