@@ -30,6 +30,7 @@ param(
 $ErrorActionPreference = 'Stop'
 $script:failed = @()
 $work = Join-Path ([IO.Path]::GetTempPath()) ('ombry-try-' + [Guid]::NewGuid())
+$failure = -1  # what a program sees of it that runs on the same system; a shell of another shows 255
 $store = 'Cert:\LocalMachine\OmbrySecurity'
 
 function Say([string] $text) {
@@ -85,7 +86,7 @@ if ($Sandbox) {
         $who = @('-u', $User, '-p', $Password)
         Tool 0 @('help', 'help')
         Tool 0 (@('get-datacenters') + $who + @('-r', $Sandbox))
-        Tool 255 @('get-datacenters', '-u', $User, '-p', "not $Password", '-r', $Sandbox)
+        Tool $failure @('get-datacenters', '-u', $User, '-p', "not $Password", '-r', $Sandbox)
         Tool 0 (@('configure-bootstrap-url') + $who + @('-dn', 'Sandbox', '-r', $Sandbox))
         $trusted = @(Get-ChildItem $store | Where-Object { $_.FriendlyName -eq 'DiscoveryServiceBootstrap' })
         Check 'one certificate of the name DiscoveryServiceBootstrap is in the store' ($trusted.Count -eq 1)
@@ -115,7 +116,7 @@ if ($Sandbox) {
         $middle = [int]($changed.Length / 2)
         $changed[$middle] = $changed[$middle] -bxor 1
         [IO.File]::WriteAllBytes($credentials, $changed)
-        Tool 255 @('unenroll-client-self', '-n', 'printer')
+        Tool $failure @('unenroll-client-self', '-n', 'printer')
         [IO.File]::WriteAllBytes($credentials, $bytes)
 
         Say ''
@@ -127,7 +128,7 @@ if ($Sandbox) {
 
         Tool 0 @('unenroll-service', '-n', 'printer', '-on', 'printer', '-s', 'v1-print')
         Tool 0 @('unenroll-client-self', '-n', 'printer')
-        Tool 255 @('unenroll-client-self', '-n', 'printer')
+        Tool $failure @('unenroll-client-self', '-n', 'printer')
         Tool 0 (@('unenroll-client') + $who + @('-un', "M$([char]0xFC)nchen $([char]0x20AC)"))
         Get-ChildItem $store | Remove-Item
     }
