@@ -48,6 +48,32 @@ class BootstrapTest(ModuleTest):
             self.run_module(host, "bootstrap", {"fingerprint": "12:34"})
         self.assertEqual(host.ran, [])
 
+    def test_TiedMachine_SendsNothingToWhoeverShowsAnotherCertificate(self):
+        # The tool's get-datacenters trusts whoever answers, on a tied machine, too.
+        for given in ({"datacenter": "Berlin"}, {"datacenter": "Berlin", "fingerprint": FINGERPRINT},
+                      {"datacenter_id": OSLO}, {"datacenter_id": OSLO, "fingerprint": FINGERPRINT}):
+            for check in (True, False):
+                with self.subTest(given=given, check=check):
+                    host = self.make("bootstrap")
+                    host.service.fingerprint = "99:99"
+                    with self.assertRaisesRegex(Failure, "Nothing was sent"):
+                        self.run_module(host, "bootstrap", dict({"datacenter_id": None}, **given), check)
+                    self.assertEqual(host.ran, [])
+
+    def test_NewCertificateOfTheService_IsTakenIfItIsAskedFor(self):
+        host = self.make("bootstrap")
+        host.service.fingerprint = "99:99"
+        self.assertTrue(self.run_module(host, "bootstrap", {"fingerprint": "99:99"})["changed"])
+        self.assertEqual(host.report().fingerprint, "99:99")
+
+    def test_AnotherAddress_OrAnUntidyTie_IsAFirstContact(self):
+        host = self.make("bootstrap")
+        host.service.fingerprint = "99:99"
+        self.assertTrue(self.run_module(host, "bootstrap", {"url": URL + "2"})["changed"])
+        host.certificate().unlink()
+        host.service.fingerprint = "12:34"
+        self.assertTrue(self.run_module(host, "bootstrap", {"url": URL + "2"})["changed"])
+
     def test_CertificateThatTurnsOutToBeAnother_IsNotTrustedAfterwards(self):
         host = self.make()
         host.fingerprint_of = lambda url: "1234"  # another one answered there than later the tool

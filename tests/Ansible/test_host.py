@@ -92,6 +92,11 @@ class HostTest(unittest.TestCase):
             with self.assertRaisesRegex(Failure, "not both installed"):
                 Host(ScriptedModule(check_mode=True, is_installed=False)).report()
 
+    def test_StateThatMayNotBeLookedAt_IsAFailureThatAsksForRoot(self):
+        with mock.patch.object(os, "listdir", side_effect=PermissionError(13, "Permission denied")):
+            with self.assertRaisesRegex(Failure, "become"):
+                Host(ScriptedModule(is_installed=False)).report()
+
     def test_RoomIsAskedForWhereTheStateWillLie(self):
         host = Host(ScriptedModule())
         host.require_room(self.folder + "/not/there/yet")

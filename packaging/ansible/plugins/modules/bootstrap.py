@@ -7,7 +7,8 @@ short_description: Tie a machine to a Security Framework service
 version_added: 1.0.0
 description:
   - Makes the host a member of one of the service's datacenters, and has it remember the service's certificate.
-  - The first contact trusts whoever answers, unless I(fingerprint) says what it has to be.
+  - The first contact with an address trusts whoever answers, unless I(fingerprint) says what it has to be. Later ones
+    trust the certificate that is there, until I(fingerprint) says another.
 author: The authors of Ombry
 options:
   state:
@@ -39,6 +40,8 @@ options:
     description:
       - SHA-256 of the service's certificate, as C(openssl x509 -fingerprint -sha256) prints it. With another one neither
         password nor token are sent, and nothing is trusted.
+      - The certificate is looked at before each command that sends them. Who takes the address over between the look and
+        the command is not kept out.
     type: str
 extends_documentation_fragment:
   - ombry.sec_client.identity
@@ -123,9 +126,27 @@ def told(report):
     return {"address": report.address, "datacenter": report.datacenter, "fingerprint": report.fingerprint}
 
 
+def expected_fingerprint(params, report):
+    """What the service has to show, or None for a first contact. The tool's two commands here trust whoever answers."""
+    if params["fingerprint"]:
+        return params["fingerprint"]
+    return report.fingerprint if report.is_tied_in_one_run and report.address == url_of(params) else None
+
+
+def require_certificate(params, host, report):
+    expected = expected_fingerprint(params, report)
+    if not expected:
+        return
+    shown = host.fingerprint_of(url_of(params))
+    if plain(shown) != plain(expected):
+        raise Failure("The service at %s shows the certificate %s, not %s. Nothing was sent to it, and nothing was "
+                      "changed" % (url_of(params), shown, expected))
+
+
 def has_datacenter(params, host, report):
     if params["datacenter_id"]:
         return report.datacenter == params["datacenter_id"]
+    require_certificate(params, host, report)
     lines = host.run(["get-datacenters", "-r", url_of(params)] + identity.words(params)).splitlines()
     ids = [line.partition("\t")[0] for line in lines if line.partition("\t")[2] == params["datacenter"]]
     if not ids:
@@ -144,7 +165,7 @@ def remove_trust(host, report):
         host.remove("%s/%s/%s" % (report.state, CERTIFICATES, plain(fingerprint)))
 
 
-def configure(params, host):
+def configure(params, host, expected):
     words = ["configure-bootstrap-url"] + identity.words(params) + ["-r", url_of(params)]
     if params["datacenter_id"]:
         words += ["-d", params["datacenter_id"]]
@@ -152,9 +173,9 @@ def configure(params, host):
         words += ["-dn", params["datacenter"]]
     host.run(words)
     report = host.report()
-    if params["fingerprint"] and plain(report.fingerprint) != plain(params["fingerprint"]):
+    if expected and plain(report.fingerprint) != plain(expected):
         remove_trust(host, report)
-        raise Failure("The service at %s showed the certificate %s, which is not the one that was asked for. It is not "
+        raise Failure("The service at %s showed the certificate %s, which is not the one that it had to show. It is not "
                       "trusted any more" % (url_of(params), report.fingerprint))
 
 
@@ -170,12 +191,9 @@ def plan_present(params, host, report):
         raise Failure("Which datacenter this is says %s, which the tool does not write and cannot overrule"
                       % report.pair("bootstrap", "datacenter", "path"))
     host.require_room(report.state)
-    if params["fingerprint"]:
-        shown = host.fingerprint_of(url_of(params))
-        if plain(shown) != plain(params["fingerprint"]):
-            raise Failure("The service at %s shows the certificate %s, not %s. Nothing was sent to it, and nothing was "
-                          "changed" % (url_of(params), shown, params["fingerprint"]))
-    plan.add("configure-bootstrap-url", lambda: configure(params, host))
+    require_certificate(params, host, report)
+    expected = expected_fingerprint(params, report)
+    plan.add("configure-bootstrap-url", lambda: configure(params, host, expected))
     return plan
 
 
