@@ -78,8 +78,8 @@ class HostTest(unittest.TestCase):
         self.assertEqual(without_tokens("Error 11.0"), "Error 11.0")
 
     def test_NothingInstalledAndNoState_IsAnEmptyMachine_OfWhichACheckWarns(self):
-        with mock.patch.object(host_module, "STATE", self.folder):
-            for check_mode in (True, False):
+        for state, check_mode in ((self.folder, True), (self.folder, False), (self.folder + "/none", False)):
+            with mock.patch.object(host_module, "STATE", state):
                 module = ScriptedModule(check_mode=check_mode, is_installed=False)
                 self.assertFalse(Host(module).report().is_tied)
                 self.assertEqual(len(module.warnings), check_mode)
@@ -88,9 +88,12 @@ class HostTest(unittest.TestCase):
 
     def test_NothingInstalledButAState_IsAFailure(self):
         os.mkdir(self.folder + "/Keys")
-        with mock.patch.object(host_module, "STATE", self.folder):
-            with self.assertRaisesRegex(Failure, "not both installed"):
-                Host(ScriptedModule(check_mode=True, is_installed=False)).report()
+        with open(self.folder + "/file", "w"):
+            pass
+        for state in (self.folder, self.folder + "/file"):
+            with mock.patch.object(host_module, "STATE", state):
+                with self.assertRaisesRegex(Failure, "not both installed"):
+                    Host(ScriptedModule(check_mode=True, is_installed=False)).report()
 
     def test_StateThatMayNotBeLookedAt_IsAFailureThatAsksForRoot(self):
         with mock.patch.object(os, "listdir", side_effect=PermissionError(13, "Permission denied")):

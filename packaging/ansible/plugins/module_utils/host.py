@@ -61,12 +61,23 @@ class Host:
 
     def report(self, connect=False):
         """What the doctor finds. Where neither it nor any state is, there is nothing to be found."""
-        if not self.is_installed and not (os.path.exists(STATE) and os.listdir(STATE)):
+        if not self.is_installed and not self._has_state():
             if self.check_mode:
                 self.warn("%s is not installed yet: this host is taken for one that was never enrolled" % DOCTOR)
             return Report.of_nothing(STATE)
         self.require_installed()
         return self._ask([self.doctor, "--json"] + (["--connect"] if connect else []))
+
+    @staticmethod
+    def _has_state():
+        try:
+            return bool(os.listdir(STATE))
+        except FileNotFoundError:
+            return False
+        except PermissionError:
+            raise Failure("%s may not be looked at; run the task as root (become: true)" % STATE)
+        except NotADirectoryError:
+            return True  # whatever it is, only the doctor can say what to do about it
 
     def _ask(self, words):
         code, out, error = self.module.run_command(words)
