@@ -38,6 +38,7 @@ class FakeHost(Host):
         self.is_full = False
         self.failure = ""  # what the tool is to end with
         self.has_key_trouble = False
+        self.troubles = []  # findings beside those of the state: source, name, severity, remedy and pairs of each
         self.common_datacenter = None
         self.unreadable = {}  # client: cause
         self.damaged = set()  # records
@@ -97,7 +98,14 @@ class FakeHost(Host):
         else:
             tell("trust", "certificate", "critical", "configure-bootstrap-url")
         key = str(self.state / "Keys/protection.key")
-        tell("clients", "key", *(("error", "chmod 600") if self.has_key_trouble else ()), path=key)
+        if not self.has_key_trouble:
+            tell("clients", "key", path=key)
+        elif os.path.exists(key):
+            tell("clients", "key", "error", "chmod 600", path=key)
+        else:
+            tell("clients", "key", "error", "Ombry.SecClientConfig enroll-client -nn other", path=key)
+        for trouble in self.troubles:
+            tell(*trouble[:-1], **trouble[-1])
         for folder in sorted(self.components().glob("*")):
             self.tell_client(tell, folder)
         if connect and not self.service.is_up:

@@ -82,6 +82,26 @@ class ClientTest(ModuleTest):
         (host.state / "Keys/protection.key").unlink()
         self.assertTrue(self.run_module(host, "client")["changed"])
 
+    def test_WhateverIsWrongBelowAnEnrolment_KeepsNewClientsAway(self):
+        # Neither of these is mended by a new client, even where no file is at the path, or none is told.
+        for trouble in (("clients", "key", "error", "systemd-machine-id-setup", {"path": "/none/machine-id"}),
+                        ("clients", "key", "critical", None, {}),
+                        ("state", "place", "error", "rm -f -- /x", {"path": "/x"})):
+            with self.subTest(trouble=trouble):
+                for runs in (("bootstrap",), ("bootstrap", "client")):
+                    host = self.make(*runs)
+                    host.troubles.append(trouble)
+                    with self.assertRaisesRegex(Failure, "Nothing was changed"):
+                        self.run_module(host, "client", {"rotate": True})
+                    self.assertEqual(host.ran, [])
+
+    def test_WarningsBelowAnEnrolment_AndErrorsBesideIt_DoNot(self):
+        for trouble in (("state", "place", "warning", None, {}), ("clients", "key", "warning", None, {}),
+                        ("tokens", "token", "error", "rm /t", {"path": "/t"})):
+            host = self.make("bootstrap")
+            host.troubles.append(trouble)
+            self.assertTrue(self.run_module(host, "client")["changed"], trouble)
+
     def test_FullDiskOrServiceOutOfReach_IsToldBeforeTheOldClientGoes(self):
         for trouble in ("disk", "service"):
             host = self.make("bootstrap", "client")

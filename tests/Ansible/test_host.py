@@ -48,7 +48,7 @@ class HostTest(unittest.TestCase):
 
     def test_WhatTheDoctorFinds_IsRead_AlthoughItIsNotWell(self):
         module = ScriptedModule(answer(DOCUMENT, 2))
-        self.assertEqual(Host(module).report(connect=True).key["message"], "Others may read it")
+        self.assertEqual(Host(module).report(connect=True).bad("clients.key")[0]["message"], "Others may read it")
         self.assertEqual(module.ran, [["/usr/bin/ombry-doctor", "--json", "--connect"]])
 
     def test_DoctorThatMayNotLook_IsAFailureThatAsksForRoot(self):

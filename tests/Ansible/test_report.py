@@ -43,6 +43,12 @@ class ReportTest(unittest.TestCase):
         mixed = report(*TIED, finding("trust", "certificate", "warning", second_sha256="CD"))
         self.assertEqual(mixed.fingerprints, ["AB", "CD"])
 
+    def test_WhatMakesCommandsFail_IsToldOfASource_OrOfOneCheck(self):
+        mixed = report(finding("clients", "key", "error"), finding("clients", "service", "critical"),
+                       finding("clients", "key", "warning"), finding("state", "place", "error"))
+        self.assertEqual(mixed.bad("clients"), mixed.findings[:2])
+        self.assertEqual(mixed.bad("clients.key"), mixed.findings[:1])
+
     def test_ServicesAreThoseOfTheirClient(self):
         both = report(finding("clients", "service", client="a", service="x"),
                       finding("clients", "service", client="b", service="x"), finding("clients", "service"))

@@ -42,9 +42,9 @@ class Report:
         return None
 
     def bad(self, *sources):
-        """What makes commands fail."""
-        return [finding for finding in self.findings
-                if finding["source"] in sources and finding["severity"] in ("error", "critical")]
+        """What makes commands fail; of whole sources, or of single checks as `source.name`."""
+        return [finding for finding in self.findings if finding["severity"] in ("error", "critical")
+                and (finding["source"] in sources or "%(source)s.%(name)s" % finding in sources)]
 
     @property
     def undecided(self):
@@ -93,11 +93,6 @@ class Report:
         """The finding of each record of a service of this client, by name."""
         return dict((finding["pairs"]["service"], finding) for finding in self.of("clients", "service")
                     if finding["pairs"].get("client") == client)
-
-    @property
-    def key(self):
-        """What is wrong with the key of the credentials, or None."""
-        return next((finding for finding in self.of("clients", "key") if finding["severity"] == "error"), None)
 
     @property
     def unreachable(self):

@@ -128,12 +128,20 @@ def is_due(params, host, finding):
     return made is not None and made < nanoseconds(params["rotate_before"])
 
 
+def is_lost_key(host, finding):
+    """The one thing that an enrolment mends: it makes another key, as the doctor advises."""
+    path = finding["pairs"].get("path")
+    return path is not None and not host.exists(path) and "enroll-client" in (finding["remedy"] or "")
+
+
 def why_not(host, report, finding):
     """What has to be mended before the client can be enrolled, or None."""
     if finding and finding["pairs"].get("cause") in IN_THE_WAY:
         return finding
-    key = report.key
-    return key if key and host.exists(key["pairs"]["path"]) else None
+    bad = report.bad("clients.key")
+    if report.is_tied:  # before that there may be no place yet
+        bad = report.bad("state.place") + bad
+    return next((wrong for wrong in bad if not is_lost_key(host, wrong)), None)
 
 
 def enroll(params, host, report):
