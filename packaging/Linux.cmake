@@ -109,8 +109,8 @@ set(CPACK_DEBIAN_SANDBOX_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_SANDBOX_PACKAGE_SHLIBDEPS ON)
 set(CPACK_COMPONENT_SANDBOX_DESCRIPTION "Security Framework service to rehearse with
 A small service that machines can be tied to and clients enrolled with, before
- that is done with a real one. It shows on a page what it is asked as it comes,
- and fails as it is told to.")
+that is done with a real one. It shows on a page what it is asked as it comes,
+and fails as it is told to.")
 
 set(CPACK_DEBIAN_REFERENCE_PACKAGE_NAME libombry-doc)
 set(CPACK_DEBIAN_REFERENCE_PACKAGE_SECTION doc)

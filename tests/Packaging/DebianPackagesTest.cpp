@@ -53,7 +53,7 @@ TEST_F(DebianPackagesTest, AreFour_AndLintianFindsNothingInThem) {
 
 /// A line behind two blanks would be shown as it stands, without being wrapped.
 TEST_F(DebianPackagesTest, DescriptionsAreParagraphs) {
-    for (const char* name : {"ombry-sec-client-config", "libombry-dev", "libombry-doc"}) {
+    for (const char* name : {"ombry-sec-client-config", "libombry-dev", "libombry-doc", "ombry-sandbox"}) {
         const ShellRun description = Shell("dpkg-deb -f " + Package(name) + " Description");
         EXPECT_GE(description.Lines().size(), 3u);
         EXPECT_THAT(description.output, Not(HasSubstr("\n  ")));
