@@ -2,6 +2,7 @@
 
 #include "Platform/IClock.h"
 #include "Platform/IRandom.h"
+#include "Sandbox/BrowserGuard.h"
 #include "Sandbox/HttpHelpers.h"
 #include "Sandbox/Tokens.h"
 
@@ -343,6 +344,11 @@ void Calls::SendFound(const Request& request, Response& response,
 
 void Calls::AddFault(const Request& request, Response& response) {
     if (!CheckBasic(request, true)) return RefuseBasic(response);
+    // Clients reach the service by whatever name. Its faults are switched as the page switches them.
+    if (!BrowserGuard::HasKnownHost(request, options)) {
+        return SendError(response, 421, "invalid_request",
+                         "Faults are not switched by this name; see --page-host.");
+    }
     try {
         faults.Add(request.body);
         response.status = 204;

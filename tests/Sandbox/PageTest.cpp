@@ -186,6 +186,18 @@ TEST_F(SandboxPageTest, NameThatIsNotItsOwnLeadsToNothing) {
     EXPECT_EQ(Get("/b" + Datacenters).status, 200);
 }
 
+TEST_F(SandboxPageTest, NameThatIsNotItsOwnPutsNoFaultIn) {
+    Start({"--page-host", "rehearsal.test"});
+    const auto put = [&](const std::string& host) {
+        return Post("/b/sandbox/faults", With(Admin(), {{"Host", host}}), "/v1/ddb:1:status=503", "text/plain")
+            .status;
+    };
+    EXPECT_EQ(put("evil.test"), 421);
+    EXPECT_EQ(Get("/b" + Datacenters).status, 200);
+    EXPECT_EQ(put("rehearsal.test:1"), 204);
+    EXPECT_EQ(Get("/b" + Datacenters).status, 503);
+}
+
 TEST_F(SandboxPageTest, SwitchPutsAFaultInAndTakesItOut) {
     Start();
     const httplib::Headers own = With(Admin(), {{"Origin", Own()}, {"Sec-Fetch-Site", "same-origin"}});
