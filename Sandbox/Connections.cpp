@@ -93,11 +93,11 @@ void ResetConnection(int socket) {
     close(ends[1]);
 }
 
-void EndReading(int port, const std::set<int>& peerPorts) {
+void EndReading(int port, const std::set<Peer>& kept) {
     for (int socket = FirstSocket; socket < EndOfSockets; ++socket) {
         if (EndOf(socket, getsockname).port != port) continue;
-        const int peerPort = EndOf(socket, getpeername).port;
-        if (peerPort >= 0 && !peerPorts.contains(peerPort)) shutdown(socket, SHUT_RD);
+        const End peer = EndOf(socket, getpeername);
+        if (peer.port >= 0 && !kept.contains({peer.address, peer.port})) shutdown(socket, SHUT_RD);
     }
 }
 

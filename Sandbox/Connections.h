@@ -4,8 +4,12 @@
 
 #include <set>
 #include <string>
+#include <utility>
 
 namespace Ombry::Sandbox {
+
+/// Address and port of a client's end; of many machines several may have one port.
+using Peer = std::pair<std::string, int>;
 
 /// Address and port of a connection's other end, or of its own; as they were if it has none any more.
 void FindPeer(int socket, std::string& address, int& port);
@@ -20,8 +24,8 @@ bool HasHungUp(int socket);
 /// Breaks a connection off with a reset. Its owner still closes the socket, and can do nothing else with it.
 void ResetConnection(int socket);
 
-/// Ends the reading from every connection to a port of this process, but for those from these ports of their
-/// other ends. The library takes it for the end of the connection.
-void EndReading(int port, const std::set<int>& peerPorts);
+/// Ends the reading from every connection to a port of this process, but for those of these peers. The
+/// library takes it for the end of the connection.
+void EndReading(int port, const std::set<Peer>& kept);
 
 }  // namespace Ombry::Sandbox

@@ -2,7 +2,6 @@
 
 #include "Platform/IClock.h"
 #include "Sandbox/BrowserGuard.h"
-#include "Sandbox/Connections.h"
 #include "Sandbox/EventStream.h"
 #include "Sandbox/HttpHelpers.h"
 
@@ -21,6 +20,10 @@ constexpr auto HangUpInterval = std::chrono::milliseconds(100);  ///< between tw
 /// Answers that have no body, whatever they say (RFC 9110, section 6.4.1).
 bool IsWithoutContent(int status) {
     return status == 204 || status == 205 || status == 304;
+}
+
+Peer PeerOf(const httplib::Request& request) {
+    return {request.remote_addr, request.remote_port};
 }
 
 /// What the library found wrong with a request.
@@ -92,7 +95,7 @@ Service::Service(const Options& options, const Identity& identity, State& state)
     server.set_pre_routing_handler([this](const Request& request, Response& response) {
         {
             std::lock_guard guard(mutex);
-            underWay[request.remote_port] = UnderWay{Platform::Clock().SteadyNow()};
+            underWay[PeerOf(request)] = UnderWay{Platform::Clock().SteadyNow()};
         }
         if (!Server::HasTooLargeHead(request)) return httplib::Server::HandlerResponse::Unhandled;
         response.status = 431;
@@ -161,14 +164,14 @@ void Service::Stop() {
     // What is being answered is waited for, but neither connections that idle nor requests that never end.
     // One that was accepted at the last moment, or has its answer now, is found in a later round.
     do {
-        std::set<int> peerPorts;
+        std::set<Peer> answered;
         {
             std::lock_guard guard(mutex);
-            for (const auto& [peerPort, request] : underWay) {
-                if (request.isRead) peerPorts.insert(peerPort);
+            for (const auto& [peer, request] : underWay) {
+                if (request.isRead) answered.insert(peer);
             }
         }
-        EndReading(port, peerPorts);
+        EndReading(port, answered);
     } while (!Await(HangUpInterval, served));
 }
 
@@ -244,7 +247,7 @@ void Service::Note(const Request& request, const Response& response) {
     ended.begin = now;
     {
         std::lock_guard guard(mutex);
-        const auto found = underWay.find(request.remote_port);
+        const auto found = underWay.find(PeerOf(request));
         if (found != underWay.end()) {
             ended = std::move(found->second);
             underWay.erase(found);
@@ -277,7 +280,7 @@ bool Service::InjectFault(const Request& request, Response& response) {
     const auto fault = faults.Take(BelowBase(request.path));
     {
         std::lock_guard guard(mutex);
-        UnderWay& own = underWay[request.remote_port];
+        UnderWay& own = underWay[PeerOf(request)];
         own.isRead = true;
         if (fault) own.fault = TextOf(*fault);
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Sandbox/Calls.h"
+#include "Sandbox/Connections.h"
 #include "Sandbox/Faults.h"
 #include "Sandbox/Identity.h"
 #include "Sandbox/Journal.h"
@@ -77,7 +78,7 @@ private:
     bool serving = false;
     bool stopping = false;
     bool served = false;
-    std::map<int, UnderWay> underWay;  ///< by the port of the client
+    std::map<Peer, UnderWay> underWay;
 };
 
 }  // namespace Ombry::Sandbox

@@ -99,7 +99,8 @@ TEST(SandboxConnectionsTest, ResetReachesTheClientAsOne) {
 TEST(SandboxConnectionsTest, ReadingEndsOnAPortButForSomeClients) {
     LoopbackListener listener, elsewhere;
     Connection ended(listener), kept(listener), foreign(elsewhere);
-    Sandbox::EndReading(listener.Port(), {kept.request.remote_port});
+    Sandbox::EndReading(listener.Port(),
+                        {{"127.0.0.1", kept.request.remote_port}, {"127.0.0.2", ended.request.remote_port}});
     EXPECT_EQ(ended.server->Receive(1), "");
     for (Connection* connection : {&kept, &foreign}) {
         EXPECT_TRUE(connection->client.Send("a"));

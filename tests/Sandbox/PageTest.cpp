@@ -189,7 +189,8 @@ TEST_F(SandboxPageTest, NameThatIsNotItsOwnLeadsToNothing) {
 TEST_F(SandboxPageTest, NameThatIsNotItsOwnPutsNoFaultIn) {
     Start({"--page-host", "rehearsal.test"});
     const auto put = [&](const std::string& host) {
-        return Post("/b/sandbox/faults", With(Admin(), {{"Host", host}}), "/v1/ddb:1:status=503", "text/plain")
+        return Post("/b/sandbox/faults", With(Admin(), {{"Host", host}}), "/v1/ddb:1:status=503",
+                    "text/plain")
             .status;
     };
     EXPECT_EQ(put("evil.test"), 421);
@@ -309,6 +310,22 @@ TEST_F(SandboxPageTest, PagesHaveThreadsOfTheirOwnAndNoMoreThanFourAreOpen) {
         EXPECT_TRUE(another.Hears("HTTP/1.1 "));
         status = another.heard.substr(0, 12);
     }
+}
+
+TEST_F(SandboxPageTest, RequestsFromOnePortOfTwoMachinesAreToldApart) {
+    Start({"--fault", "/v1/ddb:1:delay=30000"});
+    LoopbackPeer one = Connect();
+    const int from = lastFrom;
+    one.Send(RequestFor(Datacenters));
+    AwaitWaits(std::chrono::seconds(30), 1);
+    OpenPage page(*this);  // no fault waits any more
+    LoopbackPeer other = Connect(2, from);
+    other.Send(RequestFor("/services/services/nonsecure/name/ssds"));
+    EXPECT_THAT(other.Receive(1 << 20), HasSubstr("HTTP/1.1 200 "));
+    clock.Advance(std::chrono::seconds(30));
+    EXPECT_THAT(one.Receive(1 << 20), HasSubstr("HTTP/1.1 200 "));
+    EXPECT_TRUE(page.Hears(Datacenters));
+    EXPECT_THAT(page.heard, HasSubstr(R"("fault":"delay=30000")"));
 }
 
 TEST_F(SandboxPageTest, OpenPagesDoNotHoldTheStopUp) {

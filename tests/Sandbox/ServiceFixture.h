@@ -69,14 +69,23 @@ protected:
             clock.AwaitWaits(all);
     }
 
-    /// A connection that this test writes to itself.
-    LoopbackPeer Connect() {
+    /// A connection that this test writes to itself, from 127.0.0.`host` and this port, if any.
+    LoopbackPeer Connect(std::uint32_t host = 1, int from = 0) {
         const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
-        EXPECT_EQ(connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        const auto end = [](std::uint32_t number, int ofPort) {
+            sockaddr_in address{};
+            address.sin_family = AF_INET;
+            address.sin_addr.s_addr = htonl((127u << 24) + number);
+            address.sin_port = htons(static_cast<std::uint16_t>(ofPort));
+            return address;
+        };
+        const sockaddr_in own = end(host, from), other = end(1, port);
+        EXPECT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&own), sizeof own), 0);
+        EXPECT_EQ(connect(descriptor, reinterpret_cast<const sockaddr*>(&other), sizeof other), 0);
+        sockaddr_in bound{};
+        socklen_t length = sizeof bound;
+        EXPECT_EQ(getsockname(descriptor, reinterpret_cast<sockaddr*>(&bound), &length), 0);
+        lastFrom = ntohs(bound.sin_port);
         return LoopbackPeer(descriptor);
     }
     /// The status line of an answer to these bytes, and all that follows on the connection.
@@ -90,6 +99,7 @@ protected:
     std::string askedBasePath;
     std::unique_ptr<Sandbox::Service> service;
     int port = 0;
+    int lastFrom = 0;  ///< the port that the last connection was made from
     std::thread thread;
 };
 
