@@ -1,6 +1,5 @@
 #include "Sandbox/HttpConnection.h"
 
-#include "Platform/IClock.h"
 #include "Sandbox/Connections.h"
 
 #include <openssl/err.h>
@@ -19,7 +18,8 @@ namespace {
 constexpr std::size_t ReceiveSize = 16 << 10;
 // What is still listened to behind an answer that closes.
 constexpr std::size_t LargestRemainder = 1 << 20;
-constexpr int RemainderMilliseconds = 1000;
+constexpr int RemainderMilliseconds = 1000;  // for each piece
+constexpr auto LongestRemainderTime = std::chrono::seconds(10);
 
 bool Await(socket_t socket, short events, int milliseconds) {
     pollfd wanted{socket, events, 0};
@@ -58,6 +58,7 @@ bool HttpConnection::AwaitRequest(std::chrono::seconds atMost) {
 HttpConnection::Head HttpConnection::TakeHead() {
     buffer.erase(0, position);
     position = headEnd = 0;
+    bodyBegun.reset();
     const Duration start = Platform::Clock().SteadyNow();
     std::size_t fields = 0;
     for (std::size_t line = 0;;) {
@@ -93,7 +94,9 @@ void HttpConnection::CloseGently() {
     established = false;
     shutdown(descriptor, SHUT_WR);
     char ignored[ReceiveSize];
+    const Duration start = Platform::Clock().SteadyNow();
     for (std::size_t taken = 0; taken < LargestRemainder;) {
+        if (Platform::Clock().SteadyNow() - start > LongestRemainderTime) break;
         if (!Await(descriptor, POLLIN, RemainderMilliseconds)) break;
         const ssize_t count = recv(descriptor, ignored, sizeof ignored, 0);
         if (count <= 0) break;
@@ -107,6 +110,11 @@ bool HttpConnection::is_writable() const {
 
 ssize_t HttpConnection::read(char* data, std::size_t size) {
     if (position == buffer.size()) {
+        // Behind the head the library reads the body alone.
+        const Duration now = Platform::Clock().SteadyNow();
+        if (!bodyBegun) bodyBegun = now;
+        tooLate |= now - *bodyBegun > LongestBodyTime;
+        if (tooLate) return 0;
         if (size >= ReceiveSize) return Receive(data, size);
         buffer.clear();
         position = headEnd = 0;

@@ -1,11 +1,14 @@
 #pragma once
 
+#include "Platform/IClock.h"
+
 #include <httplib.h>
 #include <openssl/ssl.h>
 
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -25,6 +28,7 @@ public:
     static constexpr std::size_t LargestField = CPPHTTPLIB_HEADER_MAX_LENGTH;
     static constexpr std::size_t MostFields = 100;
     static constexpr auto LongestHeadTime = std::chrono::seconds(30);
+    static constexpr auto LongestBodyTime = std::chrono::seconds(30);
 
     /// Takes the socket over. Without a context it speaks clear text.
     HttpConnection(socket_t socket, SSL_CTX* context);
@@ -48,8 +52,9 @@ public:
     /// Puts another head in the place of one that was too large: its request line, if that had an end.
     void ReplaceHead();
 
-    /// Whether the library left a part of the head unread: what comes then is no request.
-    bool IsOutOfStep() const { return position < headEnd; }
+    /// Whether the library left a part of the head unread, or the body came too late: what comes then is no
+    /// request.
+    bool IsOutOfStep() const { return position < headEnd || tooLate; }
 
     /// Lets an answer to what was not read whole reach its reader: closing over unread bytes would reset it
     /// away.
@@ -70,9 +75,11 @@ private:
     const socket_t descriptor;
     std::unique_ptr<SSL, FreeTls> tls;  // none in clear text
     bool established = false;
-    std::string buffer;        // what was received and not yet read, from `position` on
-    std::size_t position = 0;  // at most the buffer's size
-    std::size_t headEnd = 0;   // where in the buffer the head of the current request ends
+    std::string buffer;                 // what was received and not yet read, from `position` on
+    std::size_t position = 0;           // at most the buffer's size
+    std::size_t headEnd = 0;            // where in the buffer the head of the current request ends
+    std::optional<Duration> bodyBegun;  // when something was first to be received behind that
+    bool tooLate = false;               // and when there was, and the time for it was up
 };
 
 }  // namespace Ombry::Sandbox

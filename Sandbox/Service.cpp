@@ -3,6 +3,7 @@
 #include "Platform/IClock.h"
 #include "Sandbox/BrowserGuard.h"
 #include "Sandbox/EventStream.h"
+#include "Sandbox/HttpConnection.h"
 #include "Sandbox/HttpHelpers.h"
 
 #include <chrono>
@@ -31,6 +32,8 @@ const char* DescribeStatus(int status) {
     switch (status) {
         case 404:
             return "There is no such call.";
+        case 408:
+            return "The body took too long.";
         case 413:
             return "The body is too large.";
         case 414:
@@ -50,6 +53,7 @@ bool ReadBody(const httplib::Request& request, httplib::Response& response,
     // The library would wait for the end of the connection, but such a request has no body (RFC 9112,
     // section 6.3).
     if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding")) return true;
+    const Duration start = Platform::Clock().SteadyNow();
     bool tooLarge = false;
     const auto take = [&](const char* data, std::size_t size) {
         if (size > LargestBody - body.size())
@@ -62,7 +66,8 @@ bool ReadBody(const httplib::Request& request, httplib::Response& response,
     const bool good = request.is_multipart_form_data() ? reader(ignorePart, take) : reader(take);
     if (good && !tooLarge) return true;
     // The library has set the status of what it could not read.
-    const int status = tooLarge ? 413 : response.status < 400 ? 400 : response.status;
+    const bool tooSlow = Platform::Clock().SteadyNow() - start > HttpConnection::LongestBodyTime;
+    const int status = tooLarge ? 413 : tooSlow ? 408 : response.status < 400 ? 400 : response.status;
     SendError(response, status, "invalid_request", DescribeStatus(status));
     return false;
 }

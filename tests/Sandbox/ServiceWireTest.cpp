@@ -128,6 +128,35 @@ TEST_F(SandboxServiceTest, BodyInChunksIsTakenUpToItsLimitAndNoFurther) {
     EXPECT_THAT(Raw(head + "close\r\n\r\nzz\r\n"), HasSubstr("HTTP/1.1 400 "));
 }
 
+/// Sends bytes, a second apart by the clock of the service, until it closes; not more than it would read in
+/// all. How many those were.
+int Drip(LoopbackPeer& peer, FakeClock& clock) {
+    int count = 0;
+    while (count < 1 << 20 && peer.Send("x")) {
+        ++count;
+        clock.Advance(std::chrono::seconds(1));
+    }
+    return count;
+}
+
+TEST_F(SandboxServiceTest, BodyThatDripsIsGivenUp) {
+    Start();
+    for (const char* length : {"Content-Length: 1048576", "Transfer-Encoding: chunked"}) {
+        LoopbackPeer peer = Connect();
+        peer.Send("POST /b" + UserTokens + " HTTP/1.1\r\n" + length + "\r\n\r\n");
+        EXPECT_LT(Drip(peer, clock), 1 << 20);
+        EXPECT_THAT(peer.Receive(1 << 20), HasSubstr("HTTP/1.1 408 "));
+    }
+}
+
+TEST_F(SandboxServiceTest, WhatDripsBehindAnAnswerThatClosesIsGivenUp) {
+    Start();
+    LoopbackPeer peer = Connect();
+    peer.Send("GET /b HTTP/1.1\r\nX: " + std::string(9000, 'a') + "\r\n\r\n");
+    EXPECT_EQ(peer.Receive(12), "HTTP/1.1 431");
+    EXPECT_LT(Drip(peer, clock), 1 << 20);
+}
+
 TEST_F(SandboxServiceTest, RequestWithoutABodyIsNotWaitedFor) {
     Start();
     EXPECT_THAT(Raw("POST /b" + UserTokens + " HTTP/1.1\r\nConnection: close\r\n\r\n"),
