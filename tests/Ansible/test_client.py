@@ -84,7 +84,9 @@ class ClientTest(ModuleTest):
 
     def test_WhateverIsWrongBelowAnEnrolment_KeepsNewClientsAway(self):
         # Neither of these is mended by a new client, even where no file is at the path, or none is told.
-        for trouble in (("clients", "key", "error", "systemd-machine-id-setup", {"path": "/none/machine-id"}),
+        for trouble in (("clients", "key", "error", "rm /i && Ombry.SecClientConfig enroll-client -nn other",
+                         {"path": "/none", "identity": "/i"}),
+                        ("clients", "key", "error", "systemd-machine-id-setup", {"path": "/none/machine-id"}),
                         ("clients", "key", "critical", None, {}),
                         ("state", "place", "error", "rm -f -- /x", {"path": "/x"})):
             with self.subTest(trouble=trouble):

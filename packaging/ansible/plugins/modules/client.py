@@ -129,9 +129,10 @@ def is_due(params, host, finding):
 
 
 def is_lost_key(host, finding):
-    """The one thing that an enrolment mends: it makes another key, as the doctor advises."""
-    path = finding["pairs"].get("path")
-    return path is not None and not host.exists(path) and "enroll-client" in (finding["remedy"] or "")
+    """The one thing that an enrolment mends: it makes another key, as the doctor advises. A finding that names anything
+    beside the key's path is of something else, such as the machine's identity."""
+    return set(finding["pairs"]) == {"path"} and not host.exists(finding["pairs"]["path"]) \
+        and "enroll-client" in (finding["remedy"] or "")
 
 
 def why_not(host, report, finding):
