@@ -136,6 +136,7 @@ TEST_F(SandboxPageTest, OtherOriginsMayNeitherSwitchNorListenNorCall) {
             question.headers = With(Admin(), headers);
             ExpectAnswer(Ask(question), 403,
                          ErrorDocument("access_denied", "Pages of other origins have no access."));
+            if (HasFailure()) return;  // events that are not refused have no end
         }
     }
     EXPECT_TRUE(Get("/b" + Datacenters).status == 200 && Get("/", Admin()).status == 200);
