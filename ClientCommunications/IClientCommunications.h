@@ -39,7 +39,8 @@ public:
     virtual std::shared_ptr<IAaSigningCertificateFinder> GetAaSigningCertificateFinder() = 0;
 };
 
-/// Builds the whole composition and starts its background threads. Nothing is called yet.
+/// Builds the whole composition and starts its background threads. Nothing is called on this thread; on a new
+/// machine the one that keeps the list of discovery servers asks at once.
 /// `std::runtime_error` on a machine that is not configured, or for a client that is not enrolled on it.
 std::shared_ptr<IClientCommunications> MakeClientCommunications(const CommunicationsParameters& parameters);
 

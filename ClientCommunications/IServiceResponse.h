@@ -18,7 +18,7 @@ public:
     /// Names of response headers are found in any case.
     virtual bool HasHeader(const std::string& name) const = 0;
     /// The value; `std::out_of_range` for an absent header, unlike a request's. Of one that came twice
-    /// the first stays.
+    /// the first stays; of names that differ in case alone the one that is first in byte order.
     virtual std::string GetHeader(const std::string& name) const = 0;
     /// Calls `callback` for each header, in the order of their names without regard to case.
     /// `std::bad_function_call` for an empty function, if there is a header.

@@ -52,8 +52,8 @@ public:
     std::uint32_t GetIOResult() const;
     /// 0 before the head of an answer has come.
     std::uint32_t GetHttpStatus() const;
-    /// Calls `callback` for each header, in ascending byte order of the names; of a name that came twice, in
-    /// any case, the first.
+    /// Calls `callback` for each header, in ascending byte order of the names; of a name that came twice the
+    /// first. Names that differ in case are two.
     void ForEachResponseHeader(
         std::function<void(const std::string& name, const std::string& value)> callback) const;
     /// The same in one piece, for who keeps them: valid until the next request.

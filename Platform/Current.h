@@ -4,8 +4,9 @@
 
 namespace Ombry::Platform {
 
-/// The production implementation of a group of operations; each platform folder defines one for every group,
-/// and the group's header declares it, so that nobody's use of it comes before.
+/// The production implementation of a group of operations; each platform folder defines one for every group
+/// but `IInspection`, which the doctor alone asks, and the group's header declares it, so that nobody's use
+/// of it comes before.
 template <class Group>
 Group& Production();
 

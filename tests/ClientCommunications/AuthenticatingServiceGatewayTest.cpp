@@ -3,6 +3,7 @@
 #include "ClientCommunications/Impl/SyncStringWriter.h"
 #include "tests/Fakes/ScriptedGateway.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace Ombry::Tests {

@@ -8,6 +8,8 @@
 #include "tests/Fakes/FreedMemory.h"
 #include "tests/Fakes/HeadersOf.h"
 
+#include <gmock/gmock.h>
+
 #include <map>
 #include <stdexcept>
 

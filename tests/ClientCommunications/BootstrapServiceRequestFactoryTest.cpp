@@ -2,6 +2,7 @@
 #include "ClientCommunications/RootRequestMetaData.h"
 #include "tests/Fakes/HeadersOf.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace Ombry::Tests {

@@ -11,6 +11,8 @@
 #include "tests/Fakes/SystemProtection.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>

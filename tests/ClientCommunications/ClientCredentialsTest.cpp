@@ -8,6 +8,8 @@
 #include "tests/Fakes/LeftOut.h"
 #include "tests/Fakes/SystemProtection.h"
 
+#include <gmock/gmock.h>
+
 #include <stdexcept>
 
 namespace Ombry::Tests {

@@ -4,6 +4,8 @@
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/MemoryFiles.h"
 
+#include <gmock/gmock.h>
+
 #include <stdexcept>
 
 namespace Ombry::Tests {

@@ -7,6 +7,8 @@
 #include "tests/Fakes/ObservedThread.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>

@@ -4,6 +4,8 @@
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <filesystem>
 #include <stdexcept>

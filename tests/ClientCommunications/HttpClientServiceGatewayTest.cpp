@@ -203,6 +203,14 @@ TEST_F(HttpClientServiceGatewayTest, HeadersAreWalkedForTheLogThoughNobodyLogs) 
     }
 }
 
+TEST_F(HttpClientServiceGatewayTest, HeadersAreWalkedForAFailureThatNobodyLogs) {
+    sockets.OnConnect("server:8080", {111, true, false, 0});
+    const auto counting = std::make_shared<CountingRequest>();
+    const auto gateway = HttpClientServiceGatewayFactory(nullptr, false).Create(At("http://server:8080"));
+    EXPECT_THROW(gateway->CallForString(counting, {}), CommunicationsError);
+    EXPECT_EQ(counting->walks, 3) << "the headers themselves, the call and its failure";
+}
+
 TEST_F(HttpClientServiceGatewayTest, CorrelatesByTheHeadersThatBeginWithSFInTheirOrder) {
     request->SetHeader("SF-One", "1");
     Call();

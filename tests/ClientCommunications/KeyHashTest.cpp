@@ -2,6 +2,8 @@
 #include "OmbryZephCore/ZephIOBuffer.h"
 #include "Platform/IHash.h"
 
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <stdexcept>
 

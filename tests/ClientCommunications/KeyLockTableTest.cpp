@@ -1,6 +1,8 @@
 #include "ClientCommunications/Impl/KeyLockTable.h"
 #include "tests/Fakes/ObservedThread.h"
 
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <array>
 

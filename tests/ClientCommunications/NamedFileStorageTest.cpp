@@ -1,6 +1,8 @@
 #include "ClientCommunications/Impl/NamedFileStorage.h"
 #include "tests/Fakes/MemoryFiles.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 
 namespace Ombry::Tests {

@@ -3,6 +3,7 @@
 #include "tests/Fakes/HeadersOf.h"
 #include "tests/Fakes/ScriptedGateway.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace Ombry::Tests {

@@ -6,6 +6,8 @@
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedGateway.h"
 
+#include <gmock/gmock.h>
+
 #include <map>
 #include <stdexcept>
 

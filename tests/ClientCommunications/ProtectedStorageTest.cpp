@@ -5,6 +5,8 @@
 #include "tests/Fakes/FakeProtections.h"
 #include "tests/Fakes/MemoryFiles.h"
 
+#include <gmock/gmock.h>
+
 #include <stdexcept>
 
 namespace Ombry::Tests {

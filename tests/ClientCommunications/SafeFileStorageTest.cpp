@@ -2,6 +2,8 @@
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <new>
 #include <stdexcept>

@@ -1,6 +1,8 @@
 #include "Doctor/BootstrapChecks.h"
 #include "tests/Doctor/DoctorFixture.h"
 
+#include <gmock/gmock.h>
+
 namespace Ombry::Tests {
 namespace {
 

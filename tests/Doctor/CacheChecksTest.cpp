@@ -3,6 +3,8 @@
 #include "Doctor/Texts.h"
 #include "tests/Doctor/DoctorFixture.h"
 
+#include <gmock/gmock.h>
+
 namespace Ombry::Tests {
 namespace {
 

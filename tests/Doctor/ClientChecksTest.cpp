@@ -1,6 +1,8 @@
 #include "Doctor/ClientChecks.h"
 #include "tests/Doctor/DoctorFixture.h"
 
+#include <gmock/gmock.h>
+
 namespace Ombry::Tests {
 namespace {
 

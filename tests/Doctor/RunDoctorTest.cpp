@@ -3,6 +3,7 @@
 #include "tests/Doctor/DoctorFixture.h"
 #include "tests/EndToEnd/Machine.h"
 
+#include <gmock/gmock.h>
 #include <rapidjson/document.h>
 #include <rapidjson/schema.h>
 #include <rapidjson/stringbuffer.h>

@@ -2,6 +2,8 @@
 #include "Doctor/Texts.h"
 #include "tests/Doctor/DoctorFixture.h"
 
+#include <gmock/gmock.h>
+
 #include <sys/file.h>
 #include <unistd.h>
 

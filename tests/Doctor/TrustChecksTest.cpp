@@ -2,6 +2,8 @@
 #include "tests/Doctor/DoctorFixture.h"
 #include "tests/EndToEnd/CertificateTexts.h"
 
+#include <gmock/gmock.h>
+
 #include <sys/file.h>
 #include <unistd.h>
 

@@ -2,6 +2,8 @@
 #include "ObjectMapping/ListArray.h"
 #include "tests/ObjectMapping/MappingSupport.h"
 
+#include <gmock/gmock.h>
+
 #include <cmath>
 #include <cstdio>
 #include <limits>

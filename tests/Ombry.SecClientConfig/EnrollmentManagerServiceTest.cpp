@@ -1,6 +1,7 @@
 #include "ClientCommunications/Impl/FoundServices.h"
 #include "tests/Ombry.SecClientConfig/EnrollmentManagerFixture.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace Ombry::Tests {

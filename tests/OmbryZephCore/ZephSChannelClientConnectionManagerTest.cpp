@@ -1,6 +1,8 @@
 #include "OmbryZephCore/ZephSChannelClientConnectionManager.h"
 #include "tests/OmbryZephCore/SChannelFixture.h"
 
+#include <gmock/gmock.h>
+
 namespace Ombry::Tests {
 namespace {
 

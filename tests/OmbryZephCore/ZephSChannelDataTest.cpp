@@ -1,5 +1,7 @@
 #include "tests/OmbryZephCore/SChannelFixture.h"
 
+#include <gmock/gmock.h>
+
 namespace Ombry::Tests {
 namespace {
 

@@ -1,6 +1,8 @@
 #include "tests/OmbryZephCore/ReplacedAllocator.h"
 #include "tests/OmbryZephCore/SChannelFixture.h"
 
+#include <gmock/gmock.h>
+
 #include <limits>
 #include <stdexcept>
 

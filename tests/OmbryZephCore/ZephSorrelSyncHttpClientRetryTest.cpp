@@ -2,6 +2,8 @@
 
 #include "tests/OmbryZephCore/SyncHttpClientFixture.h"
 
+#include <gmock/gmock.h>
+
 namespace Ombry::Tests::SyncHttpClient {
 namespace {
 

@@ -3,6 +3,8 @@
 #include "tests/Fakes/ScriptedSockets.h"
 #include "tests/OmbryZephCore/SyncHttpClientFixture.h"
 
+#include <gmock/gmock.h>
+
 #include <stdexcept>
 
 namespace Ombry::Tests::SyncHttpClient {

@@ -1,6 +1,8 @@
 #include "Platform/IClock.h"
 #include "tests/Fakes/ObservedThread.h"
 
+#include <gmock/gmock.h>
+
 #include <atomic>
 #include <deque>
 #include <limits>

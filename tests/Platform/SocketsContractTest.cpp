@@ -2,6 +2,8 @@
 #include "tests/Fakes/HeldPort.h"
 #include "tests/Fakes/LoopbackPeer.h"
 
+#include <gmock/gmock.h>
+
 #include <initializer_list>
 #include <utility>
 

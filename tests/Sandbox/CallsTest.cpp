@@ -3,6 +3,8 @@
 #include "Sandbox/Tokens.h"
 #include "tests/Sandbox/CallsFixture.h"
 
+#include <gmock/gmock.h>
+
 namespace Ombry::Tests::SandboxService {
 namespace {
 

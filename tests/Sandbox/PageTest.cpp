@@ -3,6 +3,7 @@
 
 #include "tests/Sandbox/ServiceFixture.h"
 
+#include <gmock/gmock.h>
 #include <openssl/sha.h>
 
 namespace Ombry::Tests::SandboxService {

@@ -3,6 +3,8 @@
 #include "tests/Fakes/LeftOut.h"
 #include "tests/Sandbox/ServiceFixture.h"
 
+#include <gmock/gmock.h>
+
 namespace Ombry::Tests::SandboxService {
 namespace {
 

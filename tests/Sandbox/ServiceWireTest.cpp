@@ -2,6 +2,8 @@
 
 #include "tests/Sandbox/ServiceFixture.h"
 
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <latch>
 

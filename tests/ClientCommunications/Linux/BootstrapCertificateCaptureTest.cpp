@@ -6,6 +6,7 @@
 #include "tests/Fakes/LoopbackPeer.h"
 #include "tests/Fakes/RecordingLogger.h"
 
+#include <gmock/gmock.h>
 #include <openssl/ssl.h>
 
 #include <algorithm>

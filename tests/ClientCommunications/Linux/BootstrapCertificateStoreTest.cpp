@@ -5,6 +5,8 @@
 #include "tests/Fakes/Linux/TestCertificates.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <filesystem>
 #include <map>

@@ -11,6 +11,8 @@
 #include "tests/Fakes/Linux/BootstrapService.h"
 #include "tests/Fakes/RecordingLogger.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <filesystem>
 #include <fstream>

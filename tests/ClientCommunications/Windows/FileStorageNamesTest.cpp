@@ -4,6 +4,8 @@
 #include "tests/Fakes/FailureOf.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 
+#include <gmock/gmock.h>
+
 namespace Ombry::Tests {
 namespace {
 

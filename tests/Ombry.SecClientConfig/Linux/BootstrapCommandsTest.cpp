@@ -2,6 +2,8 @@
 #include "tests/Fakes/Linux/BootstrapService.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
 
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <filesystem>
 

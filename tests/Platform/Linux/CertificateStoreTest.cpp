@@ -7,6 +7,7 @@
 #include "tests/Platform/Linux/Resources.h"
 #include "tests/Platform/Linux/SystemCalls.h"
 
+#include <gmock/gmock.h>
 #include <openssl/err.h>
 
 #include <fcntl.h>

@@ -14,6 +14,7 @@
 #include "tests/Platform/Linux/Resources.h"
 #include "tests/Platform/Linux/SystemCalls.h"
 
+#include <gmock/gmock.h>
 #include <openssl/core_names.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>

@@ -3,6 +3,8 @@
 #include "Platform/IClock.h"
 #include "tests/Platform/Linux/SystemCalls.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <limits>
 

@@ -3,6 +3,8 @@
 #include "tests/Platform/Linux/SocketsFixture.h"
 #include "tests/Platform/Linux/SystemCalls.h"
 
+#include <gmock/gmock.h>
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>

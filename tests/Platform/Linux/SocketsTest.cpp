@@ -2,6 +2,8 @@
 #include "tests/Platform/Linux/SocketsFixture.h"
 #include "tests/Platform/Linux/SystemCalls.h"
 
+#include <gmock/gmock.h>
+
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>

@@ -5,6 +5,8 @@
 #include "tests/Platform/Linux/Resources.h"
 #include "tests/Platform/Linux/SystemCalls.h"
 
+#include <gmock/gmock.h>
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>

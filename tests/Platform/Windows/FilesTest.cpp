@@ -8,6 +8,8 @@
 #include "tests/Platform/Windows/HeldFile.h"
 #include "tests/Platform/Windows/SecondProcess.h"
 
+#include <gmock/gmock.h>
+
 #include <aclapi.h>
 
 #include <atomic>
