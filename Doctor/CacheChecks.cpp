@@ -282,6 +282,11 @@ std::vector<CacheFolder> CacheFoldersOf(const Machine& machine) {
     return folders;
 }
 
+std::string DiscoveryListOf(const Machine& machine, const std::string& owner) {
+    const std::string folder = machine.CachesFolder() + (owner.empty() ? "" : "/" + owner);
+    return SafeFileStorage::CommittedPathOf(folder + MachineFiles::DiscoveryCache);
+}
+
 Findings CheckDiscoveryCaches(const Machine& machine) {
     Findings findings;
     for (const CacheFolder& folder : CacheFoldersOf(machine)) {
@@ -313,7 +318,7 @@ std::vector<KnownServer> DiscoveryServersOf(const Machine& machine) {
                     places.try_emplace({server.endpointUrl, server.endpointCert}, servers.size());
                 if (isNew) servers.push_back({server.endpointUrl, server.endpointCert, {}});
                 std::vector<std::string>& lists = servers[place->second].lists;
-                const std::string file = SafeFileStorage::CommittedPathOf(path);
+                const std::string file = DiscoveryListOf(machine, folder.owner);
                 if (lists.empty() || lists.back() != file) lists.push_back(file);
             }
         }

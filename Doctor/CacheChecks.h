@@ -22,6 +22,9 @@ struct CacheFolder {
 };
 std::vector<CacheFolder> CacheFoldersOf(const Machine& machine);
 
+/// Where an owner's list of discovery servers lies, whether there is one or not.
+std::string DiscoveryListOf(const Machine& machine, const std::string& owner);
+
 /// A server of a list of discovery servers that can be read.
 struct KnownServer {
     std::string url;

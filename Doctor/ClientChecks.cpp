@@ -329,4 +329,12 @@ Findings CheckServices(const Machine& machine) {
     return findings;
 }
 
+std::vector<std::string> ClientNamesOf(const Machine& machine) {
+    std::vector<std::string> names;
+    for (Client& client : ClientsOf(machine)) {
+        if (client.credentials) names.push_back(std::move(client.name));
+    }
+    return names;
+}
+
 }  // namespace Ombry::Doctor

@@ -12,4 +12,7 @@ Findings CheckCredentials(const Machine& machine);
 /// The services that were enrolled here, and whether their clients are still there.
 Findings CheckServices(const Machine& machine);
 
+/// The names of the clients that have credentials here, whether those can be deciphered or not.
+std::vector<std::string> ClientNamesOf(const Machine& machine);
+
 }  // namespace Ombry::Doctor

@@ -2,6 +2,7 @@
 
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
 #include "Doctor/CacheChecks.h"
+#include "Doctor/ClientChecks.h"
 #include "Doctor/Probe.h"
 #include "Doctor/Texts.h"
 #include "Doctor/TrustChecks.h"
@@ -9,7 +10,7 @@
 #include "Platform/Base64Text.h"
 
 #include <algorithm>
-#include <span>
+#include <map>
 
 namespace Ombry::Doctor {
 namespace {
@@ -50,7 +51,11 @@ std::vector<Target> TargetsOf(const Machine& machine) {
         const bool isSame = !targets.empty() && targets.front().isBootstrap &&
                             server.url == targets.front().url &&
                             server.certificate == targets.front().trusted;
-        if (!isSame) targets.push_back({server.url, server.certificate, std::move(server.lists), false});
+        if (isSame) {
+            targets.front().lists = std::move(server.lists);
+        } else {
+            targets.push_back({server.url, server.certificate, std::move(server.lists), false});
+        }
     }
     return targets;
 }
@@ -85,12 +90,19 @@ bool IsTrusted(const std::string& shown, const std::string& trusted) {
     return OmbryZephCore::ZephWindowsCertificateValidation::CheckPublicKeyCallback(trusted)(&pointer);
 }
 
-std::string RemedyFor(const Machine& machine, const Target& target) {
-    if (target.isBootstrap) return machine.ConfigureCommand();
+std::string RemoveListsCommand(const Target& target) {
     std::string command = "rm -f --";
     for (const std::string& list : target.lists)
         command += " " + Quoted(list);
     return command;
+}
+
+std::string RemedyFor(const Machine& machine, const Target& target, const ProbeOutcome& outcome) {
+    if (!target.isBootstrap) return RemoveListsCommand(target);
+    if (outcome.reached == Step::Done) return machine.ConfigureCommand();
+    // Where nobody answers, the service has another address by now, or comes back by itself.
+    return machine.ConfigureCommand(false) +
+           (target.lists.empty() ? std::string() : " && " + RemoveListsCommand(target));
 }
 
 void JudgeCertificate(const Machine& machine, const Target& target, const ProbeOutcome& outcome,
@@ -138,43 +150,110 @@ Finding Judge(const Machine& machine, const Target& target, const ProbeOutcome& 
             JudgeCertificate(machine, target, outcome, warnDays, finding);
         }
     }
-    if (finding.severity != Severity::Success) finding.remedy = RemedyFor(machine, target);
+    if (target.isBootstrap && target.trusted.empty()) {
+        finding.severity = Severity::Error;
+        finding.message += "; commands want a certificate to trust, and there is none";
+    }
+    if (finding.severity != Severity::Success) finding.remedy = RemedyFor(machine, target, outcome);
     return finding;
 }
 
-/// While one server answers as it should, commands come through; without any, none does.
-void Weigh(Findings& findings) {
-    const bool isOneGood = std::any_of(findings.begin(), findings.end(), [](const Finding& finding) {
-        return finding.severity < Severity::Error;
-    });
-    for (Finding& finding : findings) {
-        if (finding.severity == Severity::Error)
-            finding.severity = isOneGood ? Severity::Warning : Severity::Critical;
+/// Those whose commands share a list of discovery servers: a client, or users and tokens.
+struct Owner {
+    std::string name = {};
+    bool usesList = false;    ///< rather than the address of the service alone
+    bool isAnswered = false;  ///< by a server that its commands ask
+};
+using Owners = std::map<std::string, Owner>;  ///< by the list
+
+/// A list serves while it names the address of the service, and with the trusted certificate alone: the
+/// commands throw any other away, and an owner without one has that address and nothing else.
+Owners OwnersOf(const Machine& machine, const std::vector<Target>& targets, const std::vector<bool>& fails) {
+    Owners owners;
+    owners[DiscoveryListOf(machine, "")].name = "users and tokens";
+    for (const std::string& client : ClientNamesOf(machine))
+        owners[DiscoveryListOf(machine, client)].name = "client " + client;
+    const Target& service = targets.front();
+    for (const std::string& list : service.lists) {
+        if (const auto owner = owners.find(list); owner != owners.end()) owner->second.usesList = true;
     }
+    for (const Target& target : targets) {
+        if (target.isBootstrap || target.url != service.url) continue;
+        for (const std::string& list : target.lists) {
+            if (const auto owner = owners.find(list); owner != owners.end()) owner->second.usesList = false;
+        }
+    }
+    for (std::size_t place = 0; place < targets.size(); ++place) {
+        for (const std::string& list : targets[place].lists) {
+            const auto owner = owners.find(list);
+            if (owner != owners.end()) owner->second.isAnswered |= owner->second.usesList && !fails[place];
+        }
+    }
+    for (auto& [list, owner] : owners)
+        owner.isAnswered |= !owner.usesList && !fails.front();
+    return owners;
+}
+
+/// The names of those whose commands ask that server, and get an answer from nobody.
+std::vector<std::string> CutOffBy(const Target& target, const Owners& owners) {
+    std::vector<std::string> names;
+    for (const auto& [list, owner] : owners) {
+        const bool asks = target.isBootstrap ||
+                          (owner.usesList &&
+                           std::find(target.lists.begin(), target.lists.end(), list) != target.lists.end());
+        if (asks && !owner.isAnswered) names.push_back(owner.name);
+    }
+    return names;
+}
+
+/// A server that fails is a warning where each owner's commands reach another, and critical where none do.
+void Weigh(const std::vector<Target>& targets, const Owners& owners, Findings& findings) {
+    for (std::size_t place = 0; place < findings.size(); ++place) {
+        Finding& finding = findings[place];
+        if (finding.severity != Severity::Error) continue;
+        const std::vector<std::string> names = CutOffBy(targets[place], owners);
+        finding.pairs.emplace_back("cut_off", static_cast<long long>(names.size()));
+        if (names.empty()) {
+            finding.severity = Severity::Warning;
+        } else if (names.size() == owners.size()) {
+            finding.severity = Severity::Critical;
+        } else {
+            finding.message += "; the commands of " + names.front() +
+                               (names.size() > 1 ? " and " + CountText(names.size() - 1, "other") : "") +
+                               " reach nobody else";
+        }
+    }
+}
+
+Finding NoAddress(const Machine& machine) {
+    const bool isForbidden = machine.Address().isForbidden;
+    return {.severity = Severity::Critical,
+            .message = isForbidden ? "The address to connect to may not be read by this user"
+                                   : "There is no address to connect to",
+            .remedy = isForbidden ? "sudo ombry-doctor" : machine.ConfigureCommand(),
+            .isUndecided = isForbidden};
 }
 
 }  // namespace
 
 Findings CheckConnections(const Machine& machine, long long warnDays) {
-    std::vector<Target> targets = TargetsOf(machine);
-    if (targets.empty()) {
-        return {{.severity = Severity::Critical,
-                 .message = "There is no address to connect to",
-                 .remedy = machine.ConfigureCommand()}};
-    }
-    const std::size_t known = targets.size();
-    if (known > MostServers) targets.resize(MostServers);
+    const std::vector<Target> targets = TargetsOf(machine);
+    if (targets.empty() || !targets.front().isBootstrap) return {NoAddress(machine)};
     std::vector<std::string> urls;
-    for (const Target& target : targets)
-        urls.push_back(target.url);
+    for (const Target& target : targets) {
+        if (urls.size() < MostServers) urls.push_back(target.url);
+    }
     const std::vector<ProbeOutcome> outcomes = ProbeAll(urls, Limit);
     Findings findings;
-    for (std::size_t place = 0; place < targets.size(); ++place)
+    std::vector<bool> fails(targets.size(), false);  // nobody knows it of those that are left out
+    for (std::size_t place = 0; place < urls.size(); ++place) {
         findings.push_back(Judge(machine, targets[place], outcomes[place], warnDays));
-    Weigh(findings);
-    if (known > targets.size()) {
-        findings.push_back({.message = CountText(known - targets.size(), "more server") + " not connected to",
-                            .pairs = {{"left_out", static_cast<long long>(known - targets.size())}}});
+        fails[place] = findings.back().severity >= Severity::Error;
+    }
+    Weigh(targets, OwnersOf(machine, targets, fails), findings);
+    if (const std::size_t leftOut = targets.size() - urls.size(); leftOut > 0) {
+        findings.push_back({.message = CountText(leftOut, "more server") + " not connected to",
+                            .pairs = {{"left_out", static_cast<long long>(leftOut)}}});
     }
     return findings;
 }

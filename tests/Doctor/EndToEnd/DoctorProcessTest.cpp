@@ -30,7 +30,7 @@ protected:
         return lines;
     }
 
-    const Sandbox sandbox{Words{"--install-token", "t"}};
+    const Sandbox sandbox{Words{"--install-token", "t", "--client-rights", "enroll-clients"}};
     const Machine machine{};
 };
 
@@ -83,6 +83,57 @@ TEST_F(DoctorProcessTest, ServiceWithAnotherKeyIsCriticalUntilTheMachineIsTiedAg
     TypeRemedies(machine.Folder().Path(), verdict, sandbox.Url());
     EXPECT_TRUE(Examine(machine.Folder().Path(), {"--connect"}).IsFine());
     ExpectSuccess(machine.Run({"enroll-client", "-t", "t", "-nn", "c"}));
+}
+
+TEST_F(DoctorProcessTest, ListOfServersHelpsWhoseItIsAndWhoKeepsItForThisService) {
+    TieToTheSandbox();
+    const auto caches = machine.Folder().Path() + "/" + SecurityFolder + "/CS-cpp/cache";
+    const std::string list = caches + "/v1-service.cache-p";
+    const std::string bootstrap = SecurityFolder + "/ombrysecurity.config";
+    std::string gone = RefusingUrl();  // of the scheme of the service
+    gone.replace(0, gone.find(':'), "https");
+    const auto enrolsWith = [&](const Words& identity, const char* seconds) {
+        Words words{"enroll-client", "-nn", "new"};
+        words.insert(words.end(), identity.begin(), identity.end());
+        const CopiedMachine copy(machine.Folder().Path());
+        copy.Remove(SecurityFolder + "/CS-cpp/cache/finder_cache");  // whose searches would still serve
+        const ProcessOutcome outcome = copy.RunBelow({"timeout", seconds}, words);
+        EXPECT_EQ(outcome.error, "");
+        return outcome.exitCode;
+    };
+    const std::string known = machine.Folder().Read(SecurityFolder + "/CS-cpp/cache/v1-service.cache-p");
+    std::smatch certificate;
+    ASSERT_TRUE(std::regex_search(known, certificate, std::regex("\"endpointCert\": *(\"[^\"]*\")")));
+    const auto server = [&](const std::string& url) {
+        return "{\"serviceName\": \"v1-service\", \"endpointUrl\": \"" + url +
+               "\", \"endpointCert\": " + certificate[1].str() + "}";
+    };
+    // The service has gone from its address; the list that was kept knows nothing of the new tie.
+    machine.Folder().Write(bootstrap, "{\"ssdsUri\": \"" + gone + "\"}");
+    RunProcess({"touch", machine.Folder() / DatacenterFile});
+
+    Verdict verdict = Examine(machine.Folder().Path(), {"--only", "connect", "--connect"});
+    EXPECT_TRUE(verdict.Says("connect.server", "critical")) << "another service's list" << verdict.Text();
+    EXPECT_EQ(enrolsWith({"-t", "t"}, "1"), 124);
+
+    machine.Folder().Write(
+        SecurityFolder + "/CS-cpp/cache/v1-service.cache-p",
+        "{\"expiryTime\": 1, \"local\": [" + server(gone) + "," + server(sandbox.Url()) + "]}");
+    verdict = Examine(machine.Folder().Path(), {"--only", "connect", "--connect"});
+    EXPECT_TRUE(verdict.Says("connect.server", "error")) << "c1 has no list" << verdict.Text();
+    EXPECT_EQ(enrolsWith({"-t", "t"}, "20"), 0);
+    EXPECT_EQ(enrolsWith({"-n", "c1"}, "1"), 124);
+
+    std::filesystem::create_directories(caches + "/c1");
+    std::filesystem::copy(list, caches + "/c1/v1-service.cache-p");
+    RunProcess({"chmod", "-R", "go=", caches});
+    verdict = Examine(machine.Folder().Path(), {"--only", "connect", "--connect"});
+    EXPECT_EQ(verdict.exitCode, 1) << verdict.Text();
+    EXPECT_EQ(enrolsWith({"-n", "c1"}, "20"), 0);
+
+    TypeRemedies(machine.Folder().Path(), verdict, sandbox.Url());
+    const Verdict mended = Examine(machine.Folder().Path(), {"--connect"});
+    EXPECT_TRUE(mended.IsFine()) << verdict.Text() << "and then\n" << mended.Text();
 }
 
 TEST_F(DoctorProcessTest, DiscoveryServerThatIsGoneIsAWarningWhileAnotherAnswers) {
