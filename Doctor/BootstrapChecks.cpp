@@ -3,6 +3,7 @@
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
 #include "ClientCommunications/Impl/LowerCase.h"
 #include "ClientCommunications/Impl/MachineFiles.h"
+#include "Doctor/Conclusion.h"
 #include "Doctor/Texts.h"
 #include "Doctor/TrustChecks.h"
 #include "OmbryZephCore/ZephUrl.h"
@@ -102,7 +103,10 @@ Findings CheckWhole(const Machine& machine) {
                  .pairs = {{"older", paths[place]}, {"younger", paths[place - 1]}},
                  .remedy = machine.ConfigureCommand(false, false)}};
     }
-    return {{.message = "Certificate, address and datacenter can be of one run"}};
+    Findings findings;
+    Conclude(machine, {security + "/CS", machine.StoreFolder()},
+             {.message = "Certificate, address and datacenter can be of one run"}, findings);
+    return findings;
 }
 
 }  // namespace Ombry::Doctor

@@ -7,6 +7,7 @@
 #include "ClientCommunications/Impl/MachineFiles.h"
 #include "ClientCommunications/Impl/SafeFileStorage.h"
 #include "ClientCommunications/Impl/SecretBuffer.h"
+#include "Doctor/Conclusion.h"
 #include "Doctor/StateChecks.h"
 #include "Doctor/Texts.h"
 #include "ObjectMapping/Serialization.h"
@@ -261,7 +262,7 @@ Findings JudgeEach(const Machine& machine, const char* cache, const char* none, 
     ForEachEntry(machine, cache, [&](const CacheFolder& folder, const Blob& blob) {
         findings.push_back(judge(machine, folder, blob));
     });
-    if (findings.empty()) findings.push_back({.message = none});
+    Conclude(machine, {machine.CachesFolder()}, {.message = none}, findings);
     return findings;
 }
 
@@ -293,7 +294,8 @@ Findings CheckDiscoveryCaches(const Machine& machine) {
         const Blob blob(machine, folder.path, std::string(MachineFiles::DiscoveryCache).substr(1));
         if (blob.Exists()) findings.push_back(JudgeDiscovery(machine, folder, blob));
     }
-    if (findings.empty()) findings.push_back({.message = "No list of discovery servers was kept yet"});
+    Conclude(machine, {machine.CachesFolder()}, {.message = "No list of discovery servers was kept yet"},
+             findings);
     return findings;
 }
 

@@ -5,6 +5,7 @@
 #include "ClientCommunications/Impl/MachineFiles.h"
 #include "ClientCommunications/Impl/NamedFileStorage.h"
 #include "ClientCommunications/LocalConfiguration.h"
+#include "Doctor/Conclusion.h"
 #include "Doctor/Texts.h"
 #include "ObjectMapping/Serialization.h"
 #include "Platform/ErrorNumber.h"
@@ -268,6 +269,9 @@ Findings CheckKey(const Machine& machine) {
             break;
         case KeyState::Verdict::Missing:
             finding.message = "There is no key yet; the first enroll-client makes one";
+            if (const std::string hidden = machine.Tree().HiddenOf(machine.ComponentsFolder());
+                !hidden.empty())
+                return {MayNotLook(hidden)};
             if (enrollAll.empty()) break;
             finding.severity = Severity::Error;
             finding.message = key.path + " is lost, and with it all credentials";
@@ -315,7 +319,7 @@ Findings CheckCredentials(const Machine& machine) {
     const std::size_t deciphered = findings.size();
     for (const Client& client : failed)
         findings.push_back(JudgeFailure(machine, client, deciphered, failed.size()));
-    if (findings.empty()) findings.push_back({.message = "No client is enrolled here"});
+    Conclude(machine, {machine.ComponentsFolder()}, {.message = "No client is enrolled here"}, findings);
     return findings;
 }
 
@@ -325,7 +329,7 @@ Findings CheckServices(const Machine& machine) {
         for (const std::string& service : client.services)
             findings.push_back(JudgeService(machine, client, service));
     }
-    if (findings.empty()) findings.push_back({.message = "No service is enrolled here"});
+    Conclude(machine, {machine.ComponentsFolder()}, {.message = "No service is enrolled here"}, findings);
     return findings;
 }
 

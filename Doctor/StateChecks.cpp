@@ -3,6 +3,7 @@
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
 #include "ClientCommunications/Impl/MachineFiles.h"
 #include "ClientCommunications/Impl/SafeFileStorage.h"
+#include "Doctor/Conclusion.h"
 #include "Doctor/Texts.h"
 
 #include <functional>
@@ -94,11 +95,7 @@ Findings CheckPlace(const Machine& machine) {
     Platform::IInspection& inspection = Platform::Inspection();
     const auto details = inspection.Target(root);
     if (!details && inspection.MeansForbidden(details.Error())) {
-        return {{.severity = Severity::Critical,
-                 .message = root + " may not be looked at by this user",
-                 .pairs = {{"path", root}},
-                 .remedy = "sudo ombry-doctor",
-                 .isUndecided = true}};
+        return {MayNotLook(root)};
     }
     if (!inspection.Details(root)) {
         return {{.severity = Severity::Critical,
@@ -122,9 +119,8 @@ Findings CheckPlace(const Machine& machine) {
     Findings findings;
     for (const std::string& obstacle : obstacles)
         findings.push_back(Obstacle(machine, obstacle));
-    if (findings.empty()) {
-        findings.push_back({.message = "The state lies in " + root, .pairs = {{"path", root}}});
-    }
+    Conclude(machine, machine.OwnFolders(),
+             {.message = "The state lies in " + root, .pairs = {{"path", root}}}, findings);
     return findings;
 }
 
@@ -134,9 +130,15 @@ Findings CheckOwners(const Machine& machine) {
     ForEach(machine, [&](const std::string& path, const Platform::FileDetails& details) {
         if (details.owner != 0 && details.owner != user) foreign.Add(path);
     });
-    if (foreign.IsEmpty()) return {{.message = "Everything belongs to root or to the user who looks"}};
-    return {foreign.Told(Severity::Warning, "belong to somebody else",
-                         WithOwnFolders(machine, "chown -hR " + std::to_string(user) + " --"))};
+    Findings findings;
+    if (!foreign.IsEmpty()) {
+        findings.push_back(
+            foreign.Told(Severity::Warning, "belong to somebody else",
+                         WithOwnFolders(machine, "chown -hR " + std::to_string(user) + " --")));
+    }
+    Conclude(machine, machine.OwnFolders(),
+             {.message = "Everything belongs to root or to the user who looks"}, findings);
+    return findings;
 }
 
 Findings CheckModes(const Machine& machine) {
@@ -160,7 +162,7 @@ Findings CheckModes(const Machine& machine) {
                             .pairs = {{"path", path}},
                             .remedy = "chmod go-w -- " + Quoted(path)});
     }
-    if (findings.empty()) findings.push_back({.message = "Nothing is open to others"});
+    Conclude(machine, machine.OwnFolders(), {.message = "Nothing is open to others"}, findings);
     return findings;
 }
 
@@ -196,7 +198,7 @@ Findings CheckLeftovers(const Machine& machine) {
             }
         }
     }
-    if (findings.empty()) findings.push_back({.message = "No killed run has left anything"});
+    Conclude(machine, machine.OwnFolders(), {.message = "No killed run has left anything"}, findings);
     return findings;
 }
 
@@ -207,11 +209,16 @@ Findings CheckClock(const Machine& machine) {
         if (details.modified > latest && fromFuture.empty()) fromFuture = path;
     });
     const std::string now = TimeText(machine.Now());
-    if (fromFuture.empty()) return {{.message = "It is " + now, .pairs = {{"now", now}}}};
-    return {{.severity = Severity::Warning,
+    Findings findings;
+    if (!fromFuture.empty()) {
+        findings.push_back(
+            {.severity = Severity::Warning,
              .message = fromFuture + " was written later than now, " + now + ": the clock has been set back",
              .pairs = {{"now", now}, {"path", fromFuture}},
-             .remedy = "timedatectl set-ntp true"}};
+             .remedy = "timedatectl set-ntp true"});
+    }
+    Conclude(machine, machine.OwnFolders(), {.message = "It is " + now, .pairs = {{"now", now}}}, findings);
+    return findings;
 }
 
 }  // namespace Ombry::Doctor

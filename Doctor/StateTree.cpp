@@ -5,30 +5,16 @@
 #include <algorithm>
 
 namespace Ombry::Doctor {
-namespace {
-
-std::vector<Entry> EntriesOf(const std::string& folder) {
-    auto names = Platform::Files().List(folder);
-    if (!names) return {};
-    std::sort(names->begin(), names->end());
-    std::vector<Entry> entries;
-    entries.reserve(names->size());
-    for (std::string& name : *names) {
-        // One that is gone by now was the temporary of a save.
-        if (const auto details = Platform::Inspection().Details(folder + "/" + name)) {
-            entries.push_back({std::move(name), *details});
-        }
-    }
-    return entries;
-}
-
-}  // namespace
 
 StateTree::StateTree(const std::vector<std::string>& roots) {
     std::vector<std::string> open;
     for (const std::string& root : roots) {
         const auto details = Platform::Inspection().Details(root);
-        if (details && details->kind == Platform::FileKind::Folder) open.push_back(root);
+        if (!details) {
+            HideIfForbidden(details.Error(), root);
+        } else if (details->kind == Platform::FileKind::Folder) {
+            open.push_back(root);
+        }
     }
     while (!open.empty()) {
         const std::string folder = std::move(open.back());
@@ -38,6 +24,40 @@ StateTree::StateTree(const std::vector<std::string>& roots) {
             if (entry.details.kind == Platform::FileKind::Folder) open.push_back(folder + "/" + entry.name);
         }
     }
+}
+
+void StateTree::HideIfForbidden(int error, const std::string& path) {
+    if (Platform::Inspection().MeansForbidden(error)) hidden.insert(path);
+}
+
+std::vector<Entry> StateTree::EntriesOf(const std::string& folder) {
+    auto names = Platform::Files().List(folder);
+    if (!names) {
+        HideIfForbidden(names.Error(), folder);
+        return {};
+    }
+    std::sort(names->begin(), names->end());
+    std::vector<Entry> entries;
+    entries.reserve(names->size());
+    for (std::string& name : *names) {
+        const auto details = Platform::Inspection().Details(folder + "/" + name);
+        if (details) {
+            entries.push_back({std::move(name), *details});
+        } else {
+            HideIfForbidden(details.Error(), folder);  // any other is gone by now: the temporary of a save
+        }
+    }
+    return entries;
+}
+
+std::string StateTree::HiddenOf(const std::string& folder) const {
+    const auto isIn = [](const std::string& path, const std::string& place) {
+        return path == place || path.starts_with(place + "/");
+    };
+    const auto found = std::find_if(hidden.begin(), hidden.end(), [&](const std::string& path) {
+        return isIn(path, folder) || isIn(folder, path);
+    });
+    return found == hidden.end() ? std::string() : *found;
 }
 
 const std::vector<Entry>& StateTree::Children(const std::string& folder) const {

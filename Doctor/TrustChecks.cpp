@@ -1,6 +1,7 @@
 #include "Doctor/TrustChecks.h"
 
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
+#include "Doctor/Conclusion.h"
 #include "Doctor/StateChecks.h"
 #include "Doctor/Texts.h"
 #include "Platform/IClock.h"
@@ -64,20 +65,14 @@ Finding Missing(const Machine& machine, bool isReadable) {
             "No certificate in " + machine.StoreFolder() + " is the one that the machine's trust begins with";
         return finding;
     }
-    Platform::IInspection& inspection = Platform::Inspection();
-    const auto details = inspection.Target(machine.StoreFolder());
-    if (!details && inspection.MeansForbidden(details.Error())) {
-        finding.isUndecided = true;
-    } else if (!details) {
+    if (const std::string hidden = machine.Tree().HiddenOf(machine.StoreFolder()); !hidden.empty())
+        return MayNotLook(hidden);
+    if (!Platform::Inspection().Target(machine.StoreFolder())) {
         finding.message = "There are no certificates: " + machine.StoreFolder() + " is missing";
         return finding;
     }
-    if (!finding.isUndecided) {
-        for (const Entry& entry : machine.Tree().Children(machine.StoreFolder())) {
-            const auto reading = machine.WhyUnreadable(machine.StoreFolder() + "/" + entry.name);
-            finding.isUndecided |= reading.isForbidden;
-        }
-    }
+    for (const Entry& entry : machine.Tree().Children(machine.StoreFolder()))
+        finding.isUndecided |= machine.WhyUnreadable(machine.StoreFolder() + "/" + entry.name).isForbidden;
     finding.message = "The certificates in " + machine.StoreFolder() + " cannot be read";
     if (finding.isUndecided) finding.remedy = "sudo ombry-doctor";
     return finding;

@@ -8,6 +8,10 @@
 #include <rapidjson/schema.h>
 #include <rapidjson/stringbuffer.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 
@@ -113,6 +117,63 @@ TEST_F(RunDoctorTest, WhatTheUserMayNotSeeIsUnknown) {
     const DoctorRun run = RunWith({"--check", "--only", "state.place"});
     EXPECT_EQ(run.exitCode, 3);
     EXPECT_THAT(run.out, StartsWith("OMBRY UNKNOWN - "));
+}
+
+/// While it lives, the process is one of a user who may not do everything.
+class OrdinaryUser {
+public:
+    OrdinaryUser() { EXPECT_EQ(seteuid(before == 0 ? 65534 : before), 0); }
+    ~OrdinaryUser() { EXPECT_EQ(seteuid(before), 0); }
+    OrdinaryUser(const OrdinaryUser&) = delete;
+    OrdinaryUser& operator=(const OrdinaryUser&) = delete;
+
+private:
+    const uid_t before = geteuid();
+};
+
+TEST_F(RunDoctorTest, NoCheckTakesWhatTheUserMayNotSeeForWhatIsNotThere) {
+    const std::string keys = "Quennet/Keys", components = Security + "/Components";
+    const std::vector<std::pair<std::string, Words>> folders{
+        {"Quennet", {}},
+        {Security,
+         {"state", "bootstrap", "caches", "tokens", "clients.credentials", "clients.service", "connect"}},
+        {components, {"state", "clients.credentials", "clients.service"}},
+        {components + "/c1", {"state", "clients.credentials", "clients.service"}},
+        {Security + "/CS-cpp/cache", {"state", "caches", "tokens"}},
+        {Security + "/CS", {"state", "bootstrap.datacenter", "bootstrap.whole"}},
+        {Store, {"state", "bootstrap.whole", "trust"}},
+        {keys, {"state", "clients.key", "clients.credentials"}},
+    };
+    chmod(folder.Path().c_str(), 0755);
+    folder.Write(Caches + "v1-service.cache-p", "{}");
+    RunProcess({"chmod", "-R", "a+rX", folder / "Quennet"});
+    for (const auto& [hidden, sources] : folders) {
+        for (const unsigned mode : {0000u, 0444u}) {
+            Chmod(hidden, mode);
+            for (const Check& check : AllChecks()) {
+                const bool isSaid =
+                    sources.empty() ||
+                    std::find(sources.begin(), sources.end(), check.source) != sources.end() ||
+                    std::find(sources.begin(), sources.end(), check.FullName()) != sources.end();
+                if (!isSaid) continue;
+                const OrdinaryUser user;
+                Words words{"--only", check.FullName()};
+                if (check.connects) words.push_back("--connect");
+                const DoctorRun run = RunWith(words);
+                EXPECT_EQ(run.exitCode, 3) << hidden << " " << mode << "\n" << run.out;
+                EXPECT_THAT(run.out, HasSubstr("type: sudo ombry-doctor\n")) << hidden;
+            }
+            Chmod(hidden, 0755);
+        }
+    }
+    // Without clients a key that is missing is none that is lost.
+    std::filesystem::remove(folder / Key);
+    Chmod(components, 0000);
+    {
+        const OrdinaryUser user;
+        EXPECT_EQ(RunWith({"--only", "clients.key"}).exitCode, 3);
+    }
+    Chmod(components, 0755);
 }
 
 TEST_F(RunDoctorTest, LineStaysOneLineWithOneBarWhateverNamesHold) {
