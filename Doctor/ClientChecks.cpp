@@ -108,6 +108,22 @@ std::string MakePrivateCommand(const std::string& path) {
     return (isForeign ? chown : std::string()) + "chmod 600 -- " + Quoted(path);
 }
 
+/// Behind a new identity or a new key all credentials are lost.
+std::string WithClientsAnew(const Machine& machine, std::string command) {
+    const std::string enrollAll = EnrollAllCommand(machine);
+    return std::move(command) + (enrollAll.empty() ? "" : " && ") + enrollAll;
+}
+
+std::string NewIdentityCommand(const Machine& machine) {
+    const std::string path = Quoted(machine.Key().identity);
+    return WithClientsAnew(machine, "rm -rf -- " + path + " && tr -d - < /proc/sys/kernel/random/uuid > " +
+                                        path + " && chmod 444 -- " + path);
+}
+
+bool IsKeyForbidden(const Machine& machine) {
+    return Platform::Inspection().MeansForbidden(machine.Key().error);
+}
+
 bool CanBeDeciphered(const Machine& machine, const std::string& client) {
     const auto store = ClientCommunications::CreateClientCredentialsStore(
         machine.Parameters().securityDirectory, true, nullptr);
@@ -173,8 +189,9 @@ Finding JudgeFailure(const Machine& machine, const Client& client, std::size_t d
             finding.remedy = MakePrivateCommand(machine.Key().path);
             return tell("key-not-private", "its credentials are not deciphered while others may use the key");
         case KeyState::Verdict::OutOfReach:
-            finding.isUndecided = true;
-            finding.remedy = "sudo ombry-doctor";
+        case KeyState::Verdict::NoIdentity:
+            finding.isUndecided = IsKeyForbidden(machine);
+            if (finding.isUndecided) finding.remedy = "sudo ombry-doctor";
             return tell("key-out-of-reach",
                         "its credentials cannot be deciphered: the key, or the machine's identity, cannot be "
                         "read");
@@ -287,16 +304,29 @@ Findings CheckKey(const Machine& machine) {
         case KeyState::Verdict::Damaged:
             finding.severity = Severity::Error;
             finding.message = key.path + " is damaged, and with it all credentials are lost";
-            finding.remedy = "rm -rf -- " + Quoted(key.path);
-            if (!enrollAll.empty()) finding.remedy += " && " + enrollAll;
+            finding.remedy = WithClientsAnew(machine, "rm -rf -- " + Quoted(key.path));
             break;
         case KeyState::Verdict::OutOfReach:
             finding.severity = Severity::Error;
-            finding.message = key.path + ", or the machine's identity, cannot be read, with error " +
-                              Platform::ErrorNumber(key.error);
-            finding.remedy = "sudo ombry-doctor";
-            finding.isUndecided = true;
+            finding.message = key.path + " cannot be read, with error " + Platform::ErrorNumber(key.error);
+            // Kept: what cannot be read now may be whole.
+            finding.remedy = WithClientsAnew(
+                machine, "mv -- " + Quoted(key.path) + " " + Quoted(key.path + ".unreadable"));
             break;
+        case KeyState::Verdict::NoIdentity:
+            finding.severity = Severity::Error;
+            finding.message = key.identity + ", the machine's identity, cannot be read, with error " +
+                              Platform::ErrorNumber(key.error) +
+                              ": nothing can be enciphered; credentials stay good if it is brought back";
+            finding.pairs.emplace_back("identity", key.identity);
+            finding.remedy = NewIdentityCommand(machine);
+            break;
+    }
+    const bool isOutOfReach =
+        key.verdict == KeyState::Verdict::OutOfReach || key.verdict == KeyState::Verdict::NoIdentity;
+    if (isOutOfReach && IsKeyForbidden(machine)) {
+        finding.remedy = "sudo ombry-doctor";
+        finding.isUndecided = true;
     }
     return {finding};
 }

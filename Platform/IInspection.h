@@ -32,12 +32,14 @@ struct KeyState {
         Missing,
         NotPrivate,  ///< others may read or write it, or somebody else owns it: it is not used
         Damaged,
-        OutOfReach,  ///< it, or what else the system takes for a key, cannot be read now
+        OutOfReach,  ///< it cannot be read now
+        NoIdentity,  ///< what else the system takes for a key cannot be read now, whatever the file is like
     };
 
     std::string path;
     Verdict verdict = Verdict::OutOfReach;
-    int error = 0;  ///< the system's number for all but `Whole`
+    int error = 0;              ///< the system's number for all but `Whole`
+    std::string identity = {};  ///< the file that tells this machine from a copy of its disk
 };
 
 /// What a certificate says of itself.

@@ -3,6 +3,7 @@
 #include "Platform/Linux/CertificateStore.h"
 #include "Platform/Linux/Descriptor.h"
 #include "Platform/Linux/IMachineId.h"
+#include "Platform/Linux/MachineId.h"
 #include "Platform/Linux/MachineKey.h"
 #include "Platform/Linux/X509.h"
 #include "Platform/MadeOnce.h"
@@ -106,12 +107,16 @@ public:
     ValueOr<KeyState> MachineKey() override {
         auto path = Linux::KeyFile(Linux::KeyScope::Machine);
         if (!path) return Result::Failure(path.Error());
-        auto key = Linux::LoadKey(Linux::KeyScope::Machine);
-        if (!key) return KeyState{*path, VerdictOf(key.Error()), key.Error()};
-        SecureWipe(*key);
+        const auto judged = [&path](KeyState::Verdict verdict, int error) {
+            return KeyState{*path, verdict, error, Linux::MachineIdFile};
+        };
+        // First, as who enciphers does: without it nothing is, and no key is made.
         const auto machineId = MachineIdentity().MachineId();
-        if (!machineId) return KeyState{*path, KeyState::Verdict::OutOfReach, machineId.Error()};
-        return KeyState{*path, KeyState::Verdict::Whole, 0};
+        if (!machineId) return judged(KeyState::Verdict::NoIdentity, machineId.Error());
+        auto key = Linux::LoadKey(Linux::KeyScope::Machine);
+        if (!key) return judged(VerdictOf(key.Error()), key.Error());
+        SecureWipe(*key);
+        return judged(KeyState::Verdict::Whole, 0);
     }
 
     ValueOr<CertificateFacts> Facts(const CertificateContext& context) override {

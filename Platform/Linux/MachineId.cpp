@@ -44,7 +44,7 @@ namespace {
 
 class LinuxMachineId : public IMachineId {
 public:
-    ValueOr<std::string> MachineId() override { return Linux::ReadMachineId("/etc/machine-id"); }
+    ValueOr<std::string> MachineId() override { return Linux::ReadMachineId(Linux::MachineIdFile); }
 };
 
 }  // namespace

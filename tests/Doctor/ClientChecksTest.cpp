@@ -136,13 +136,50 @@ TEST_F(ClientChecksTest, KeyThatOthersMayUseIsClosedToThemAndTheClientsStay) {
               "chown " + std::to_string(inspection.User()) + " -- " + (folder / Key) + " && " + chmod);
 }
 
-TEST_F(ClientChecksTest, KeyThatCannotBeReadNowLeavesItOpen) {
-    machineId.error = 5;
+TEST_F(ClientChecksTest, IdentityThatCannotBeReadIsAnErrorWithOrWithoutAKey) {
+    const std::string anew =
+        "rm -rf -- /etc/machine-id && tr -d - < /proc/sys/kernel/random/uuid > /etc/machine-id && chmod 444 "
+        "-- /etc/machine-id";
+    machineId.error = ENOENT;  // as behind a link that leads nowhere
+    Finding key = RunForOne(CheckKey);
+    EXPECT_EQ(key.severity, Severity::Error);
+    EXPECT_FALSE(key.isUndecided);
+    EXPECT_EQ(key.remedy, anew + " && " + Enroll("c1"));
+    EXPECT_THAT(key.message,
+                HasSubstr("/etc/machine-id, the machine's identity, cannot be read, with error 2"));
+    const Finding client = RunForOne(CheckCredentials);
+    EXPECT_EQ(Cause(client), "key-out-of-reach");
+    EXPECT_FALSE(client.isUndecided);
+    EXPECT_EQ(client.remedy, Enroll("c1"));
+    std::filesystem::remove_all(folder / (Security + "/Components"));
+    std::filesystem::remove(folder / Key);
+    key = RunForOne(CheckKey);
+    EXPECT_EQ(key.severity, Severity::Error) << "enroll-client would fail behind the enrolment";
+    EXPECT_EQ(key.remedy, anew);
+}
+
+TEST_F(ClientChecksTest, KeyThatCannotBeReadNowIsSetAside) {
+    inspection.keyVerdict = Platform::KeyState::Verdict::OutOfReach;
+    inspection.keyError = EIO;
     const Finding key = RunForOne(CheckKey);
     EXPECT_EQ(key.severity, Severity::Error);
-    EXPECT_TRUE(key.isUndecided);
-    EXPECT_THAT(key.message, HasSubstr("with error 5"));
-    EXPECT_TRUE(RunForOne(CheckCredentials).isUndecided);
+    EXPECT_FALSE(key.isUndecided);
+    const std::string path = folder / Key;
+    EXPECT_EQ(key.remedy, "mv -- " + path + " " + path + ".unreadable && " + Enroll("c1"));
+}
+
+TEST_F(ClientChecksTest, KeyOrIdentityThatTheUserMayNotReadLeavesItOpen) {
+    using Verdict = Platform::KeyState::Verdict;
+    machineId.id = "another machine";
+    inspection.keyError = FakeInspection::Forbidden;
+    for (const Verdict verdict : {Verdict::OutOfReach, Verdict::NoIdentity}) {
+        inspection.keyVerdict = verdict;
+        for (const Finding& finding : {RunForOne(CheckKey), RunForOne(CheckCredentials)}) {
+            EXPECT_EQ(finding.severity, Severity::Error);
+            EXPECT_TRUE(finding.isUndecided);
+            EXPECT_EQ(finding.remedy, "sudo ombry-doctor");
+        }
+    }
 }
 
 TEST_F(ClientChecksTest, RecordWithoutItsClientIsAWarning) {

@@ -34,6 +34,7 @@ public:
     Platform::ValueOr<Platform::KeyState> MachineKey() override {
         auto key = real.MachineKey();
         if (key && keyVerdict) key->verdict = *keyVerdict;
+        if (key && keyError != 0) key->error = keyError;
         return key;
     }
     Platform::ValueOr<Platform::CertificateFacts> Facts(
@@ -48,6 +49,7 @@ public:
     std::string forbidden;                                  ///< what begins so may not be looked at
     std::optional<std::int64_t> holder;                     ///< of each lock
     std::optional<Platform::KeyState::Verdict> keyVerdict;  ///< in the place of what the key's file says
+    int keyError = 0;                                       ///< likewise, unless it is 0
     bool takesColours = false;
 
 private:

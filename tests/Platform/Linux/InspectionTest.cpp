@@ -80,8 +80,12 @@ TEST_F(InspectionTest, KeyIsJudgedAndNotMade) {
     chmod(key.c_str(), 0600);
     EXPECT_EQ(KeyVerdict(), KeyState::Verdict::Whole);
     machineId.error = EIO;
-    EXPECT_EQ(KeyVerdict(), KeyState::Verdict::OutOfReach);
+    EXPECT_EQ(KeyVerdict(), KeyState::Verdict::NoIdentity);
     EXPECT_EQ(inspection.MachineKey()->error, EIO);
+    EXPECT_EQ(inspection.MachineKey()->identity, "/etc/machine-id");
+    std::filesystem::rename(key, folder / "aside");
+    EXPECT_EQ(KeyVerdict(), KeyState::Verdict::NoIdentity) << "nothing could be enciphered";
+    std::filesystem::rename(folder / "aside", key);
     machineId.error = 0;
     chmod(key.c_str(), 0604);
     EXPECT_EQ(KeyVerdict(), KeyState::Verdict::NotPrivate);
