@@ -42,8 +42,10 @@ Look LookOf(Severity severity) {
 class PairsRecord : public ObjectMapping::ObjectIf {
 public:
     void Map(ObjectMapping::MapperIf& mapper) override {
-        for (auto& [key, value] : pairs)
+        for (auto& [key, value] : pairs) {
+            if (auto* const text = std::get_if<std::string>(&value)) *text = Utf8Of(*text);
             std::visit([&, name = key.c_str()](auto& held) { mapper.Field(name, held, nullptr); }, value);
+        }
     }
     void Reset() override { pairs.clear(); }
 
@@ -58,7 +60,8 @@ public:
         mapper.Field("name", finding.name, nullptr);
         mapper.Field("severity", severity, nullptr);
         mapper.Field("undecided", finding.isUndecided, nullptr);
-        mapper.Field("message", finding.message, nullptr);
+        std::string message = Utf8Of(finding.message);  // names and files hold any bytes; JSON holds UTF-8
+        mapper.Field("message", message, nullptr);
         PairsRecord pairs;
         pairs.pairs = finding.pairs;
         mapper.Field("pairs", pairs, nullptr);
@@ -125,6 +128,13 @@ std::optional<long long> LeastOf(const Findings& findings, const std::string& so
     return least;
 }
 
+/// For the line of monitoring, where a bar begins the figures.
+std::string InOneField(const std::string& text) {
+    std::string field = Printable(text);
+    std::replace(field.begin(), field.end(), '|', '/');
+    return field;
+}
+
 std::string Figure(const std::string& label, long long value, const std::string& thresholds) {
     return " " + label + "=" + std::to_string(value) + thresholds;
 }
@@ -169,11 +179,15 @@ std::string TableReport(const Machine& machine, const Findings& findings, bool c
 std::string JsonReport(const Machine& machine, const Findings& findings) {
     Document document;
     document.time = TimeText(machine.Now());
-    document.state = machine.Root();
+    document.state = Utf8Of(machine.Root());
     document.status = NameOf(StatusOf(findings));
     for (const Finding& finding : findings)
         document.findings.emplace_back().finding = finding;
     return ObjectMapping::SerializeObject(document, nullptr) + "\n";
+}
+
+std::string UnknownReport(const std::string& failure) {
+    return "OMBRY UNKNOWN - " + InOneField(failure) + "\n";
 }
 
 std::string MonitoringReport(const Findings& findings, const Wishes& wishes) {
@@ -182,8 +196,7 @@ std::string MonitoringReport(const Findings& findings, const Wishes& wishes) {
                    [](char c) { return static_cast<char>(c - 'a' + 'A'); });
     std::string text = CountText(findings.size(), "finding") + ", nothing to do";
     if (const Finding* worst = WorstOf(findings)) {
-        text = worst->source + "." + worst->name + ": " + Printable(worst->message);
-        std::replace(text.begin(), text.end(), '|', '/');  // begins the figures
+        text = InOneField(worst->source + "." + worst->name + ": " + worst->message);
     }
     const auto errors = CountOf(findings, Severity::Error) + CountOf(findings, Severity::Critical);
     text = "OMBRY " + status + " - " + text + " |" +

@@ -16,6 +16,9 @@ std::string JsonReport(const Machine& machine, const Findings& findings);
 /// For monitoring: one line of what is worst, and the figures behind it.
 std::string MonitoringReport(const Findings& findings, const Wishes& wishes);
 
+/// Likewise, of a machine that could not be looked at, or of options that are wrong.
+std::string UnknownReport(const std::string& failure);
+
 /// "success", "warning", "error" or "critical".
 const char* NameOf(Severity severity);
 

@@ -5,7 +5,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <stdexcept>
+#include <string_view>
 
 namespace Ombry::Doctor {
 namespace {
@@ -90,12 +92,15 @@ int Run(const Options& options, std::ostream& out) {
 }  // namespace
 
 int RunDoctor(int argc, char** argv, std::ostream& out, std::ostream& error) {
+    // Looked for by hand: the options may be what is wrong, and monitoring shows the one line that it gets.
+    const bool isMonitored = std::find(argv + 1, argv + argc, std::string_view("--check")) != argv + argc;
     try {
         const int exitCode = Run(ParseOptions(argc, argv), out);
         if (!out.flush()) throw std::runtime_error("The standard output could not be written.");
         return exitCode;
     } catch (const std::exception& failure) {
         error << "ombry-doctor: " << failure.what() << "\n";
+        if (isMonitored) out << UnknownReport(failure.what()) << std::flush;
         return static_cast<int>(Status::Unknown);
     }
 }

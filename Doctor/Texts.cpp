@@ -36,6 +36,21 @@ std::string Escaped(const std::string& text) {
     return quoted + "'";
 }
 
+/// Through wide text, where `change` is shown each unit.
+template <class Change>
+std::string Rewritten(const std::string& text, Change change) {
+    Platform::ITextConversion& conversion = Platform::TextConversion();
+    std::wstring wide(text.size(), L'\0');  // never more units than bytes
+    const auto units = conversion.Utf8ToWide(text, wide.data(), wide.size());
+    wide.resize(static_cast<std::size_t>(std::max(units.count, 0)));
+    for (wchar_t& unit : wide)
+        change(unit);
+    std::string shown(wide.size() * 4, '\0');  // never more than four bytes for a unit
+    const auto bytes = conversion.WideToUtf8(wide, shown.data(), shown.size());
+    shown.resize(static_cast<std::size_t>(std::max(bytes.count, 0)));
+    return shown;
+}
+
 }  // namespace
 
 std::string Quoted(const std::string& text) {
@@ -50,20 +65,17 @@ std::string Quoted(const std::string& text) {
 
 std::string Printable(const std::string& text) {
     if (std::all_of(text.begin(), text.end(), IsVisible)) return text;
-    Platform::ITextConversion& conversion = Platform::TextConversion();
-    std::wstring wide(text.size(), L'\0');  // never more units than bytes
-    const auto units = conversion.Utf8ToWide(text, wide.data(), wide.size());
-    wide.resize(static_cast<std::size_t>(std::max(units.count, 0)));
-    for (wchar_t& unit : wide) {
+    return Rewritten(text, [](wchar_t& unit) {
         const bool controls = unit < 0x20 || (unit >= 0x7F && unit < 0xA0) || unit == 0x2028 ||
                               unit == 0x2029 || (unit >= 0x200B && unit <= 0x200F) ||
                               (unit >= 0x202A && unit <= 0x202E) || (unit >= 0x2066 && unit <= 0x2069);
         if (controls) unit = 0xFFFD;
-    }
-    std::string shown(wide.size() * 4, '\0');  // never more than four bytes for a unit
-    const auto bytes = conversion.WideToUtf8(wide, shown.data(), shown.size());
-    shown.resize(static_cast<std::size_t>(std::max(bytes.count, 0)));
-    return shown;
+    });
+}
+
+std::string Utf8Of(const std::string& text) {
+    if (std::all_of(text.begin(), text.end(), IsVisible)) return text;
+    return Rewritten(text, [](wchar_t&) {});
 }
 
 std::string LengthText(Duration length) {

@@ -12,6 +12,9 @@ std::string Quoted(const std::string& text);
 /// Text that a terminal shows and does not obey: what is no UTF-8, and what controls, becomes U+FFFD.
 std::string Printable(const std::string& text);
 
+/// Text that is UTF-8: what is none becomes U+FFFD, and all else stays.
+std::string Utf8Of(const std::string& text);
+
 /// A length of time in one unit, as in "5 min" or "3 days".
 std::string LengthText(Duration length);
 

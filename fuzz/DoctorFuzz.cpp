@@ -1,6 +1,7 @@
 // Invariant: whatever the state folder holds, the doctor ends, in each of its forms, with one of its four
-// exit codes and nothing on the error stream; it changes no file, no mode and no time of one, and makes none;
-// neither a secret nor a token, nor half of one, is in what it says, and nothing that a terminal would obey.
+// exit codes, nothing on the error stream, and, where asked for, JSON in UTF-8; it changes no file, no mode
+// and no time of one, and makes none; neither a secret nor a token, nor half of one, is in what it says, and
+// nothing that a terminal would obey.
 //
 // Input: any number of damages: a byte for the file and one for the kind, a byte for a length or a position,
 // and for those that put bytes there, as many bytes as it says.
@@ -17,6 +18,8 @@
 #include "tests/Fakes/FakeMachineId.h"
 #include "tests/Fakes/FixedCertificates.h"
 #include "tests/Fakes/TemporaryDirectory.h"
+
+#include <rapidjson/document.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -193,7 +196,7 @@ void Restore() {
         folder.Write(path, content);
 }
 
-void RunAndRequire(std::vector<std::string> words) {
+std::string RunAndRequire(std::vector<std::string> words) {
     words.insert(words.begin(), "ombry-doctor");
     std::vector<char*> argv;
     for (std::string& word : words)
@@ -211,6 +214,7 @@ void RunAndRequire(std::vector<std::string> words) {
     }
     for (const char c : said)
         Require(c == '\n' || static_cast<unsigned char>(c) >= ' ', "nothing that a terminal obeys");
+    return said;
 }
 
 }  // namespace
@@ -231,7 +235,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     const auto before = Snapshot();
     RunAndRequire({});
-    RunAndRequire({"--json"});
+    rapidjson::Document document;
+    document.Parse<rapidjson::kParseValidateEncodingFlag>(RunAndRequire({"--json"}).c_str());
+    Require(!document.HasParseError(), "JSON, in UTF-8");
     RunAndRequire({"--check"});
     Require(Snapshot() == before, "nothing is changed");
     return 0;

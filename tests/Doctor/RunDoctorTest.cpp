@@ -49,7 +49,8 @@ protected:
         const std::string schemaText{std::istreambuf_iterator<char>(file), {}};
         rapidjson::Document schema, document;
         if (schema.Parse(schemaText.c_str()).HasParseError()) return "the schema is no JSON";
-        if (document.Parse(text.c_str()).HasParseError()) return "the document is no JSON";
+        if (document.Parse<rapidjson::kParseValidateEncodingFlag>(text.c_str()).HasParseError())
+            return "the document is no JSON";
         const rapidjson::SchemaDocument compiled(schema);
         rapidjson::SchemaValidator validator(compiled);
         if (document.Accept(validator)) return "";
@@ -100,6 +101,16 @@ TEST_F(RunDoctorTest, DocumentKeepsItsSchema) {
         other.replace(other.find(from), from.size(), to);
         EXPECT_NE(Violation(other), "") << from;
     }
+}
+
+TEST_F(RunDoctorTest, DocumentIsUtf8WhateverBytesFilesAndNamesHold) {
+    folder.Write(Datacenter, "dc-\xff-\xc3\xbc");
+    folder.Write(Security + "/Components/c\xfe/ombrycomponent.config", "damaged");
+    const std::string document = RunWith({"--json"}).out;
+    EXPECT_EQ(Violation(document), "");
+    EXPECT_THAT(document, HasSubstr("dc-\xef\xbf\xbd-\xc3\xbc"));
+    EXPECT_THAT(document, HasSubstr("enroll-client -u USER -p PASSWORD -nn $'c\\\\xfe'"))
+        << "the bytes themselves";
 }
 
 TEST_F(RunDoctorTest, WorstFindingDecidesAndIsNamed) {
@@ -220,8 +231,10 @@ TEST_F(RunDoctorTest, BadOptionsAreUnknownAndSaySo) {
     for (const auto& [words, error] : bad) {
         const DoctorRun run = RunWith(words);
         EXPECT_EQ(run.exitCode, 3);
-        EXPECT_EQ(run.out, "");
         EXPECT_THAT(run.error, StartsWith(error));
+        // Monitoring shows the line that it gets, and has none of the other stream.
+        const bool isMonitored = words[0] == "--check";
+        EXPECT_EQ(run.out, isMonitored ? "OMBRY UNKNOWN - --json excludes --check\n" : "");
     }
     EXPECT_EQ(RunWith({"--help"}).exitCode, 0);
 }
@@ -230,7 +243,9 @@ TEST_F(RunDoctorTest, SystemThatDoesNotTellWhereToLookIsUnknown) {
     folders.programDataError = 5;
     const DoctorRun run = RunWith({});
     EXPECT_EQ(run.exitCode, 3);
+    EXPECT_EQ(run.out, "");
     EXPECT_THAT(run.error, StartsWith("ombry-doctor: "));
+    EXPECT_THAT(RunWith({"--check"}).out, StartsWith("OMBRY UNKNOWN - Ombry::ClientCommunications: "));
 }
 
 TEST_F(RunDoctorTest, NothingIsChangedAndNoSecretIsTold) {

@@ -36,6 +36,15 @@ TEST(PrintableTest, WhatControlsATerminalBecomesASign) {
         EXPECT_EQ(Printable("a" + text + "b"), "a" + sign + "b");
 }
 
+TEST(Utf8OfTest, ReplacesWhatIsNoneAndNothingElse) {
+    EXPECT_EQ(Utf8Of("plain"), "plain");
+    EXPECT_EQ(Utf8Of("M\xc3\xbcller\n\x1b"), "M\xc3\xbcller\n\x1b");
+    EXPECT_EQ(Utf8Of("a\xff"
+                     "b\xc3"),
+              "a\xef\xbf\xbd"
+              "b\xef\xbf\xbd");
+}
+
 TEST(LengthTextTest, HasOneUnit) {
     const std::vector<std::pair<int, std::string>> texts{{0, "0 s"},    {119, "119 s"},   {120, "2 min"},
                                                          {7200, "2 h"}, {172799, "47 h"}, {172800, "2 days"}};
