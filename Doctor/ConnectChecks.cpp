@@ -125,7 +125,9 @@ void JudgeCertificate(const Machine& machine, const Target& target, const ProbeO
     const long long days = DaysBetween(machine.Now(), facts->notAfter);
     finding.pairs.emplace_back("days", days);
     finding.message += "; its certificate ends in " + std::to_string(days) + " days";
-    if (days < warnDays) finding.severity = std::max(finding.severity, Severity::Warning);
+    if (days >= warnDays) return;
+    finding.severity = std::max(finding.severity, Severity::Warning);
+    finding.message += ", and is for the service's administrator to renew before the remedy helps";
 }
 
 Finding Judge(const Machine& machine, const Target& target, const ProbeOutcome& outcome, long long warnDays) {

@@ -89,7 +89,9 @@ void JudgeDates(const Machine& machine, const Platform::CertificateFacts& facts,
     } else if (days < warnDays) {
         finding.severity = Severity::Warning;
         finding.message += days < 0 ? ". It has ended" : ". It ends soon";
-        finding.message += "; one with another key will be refused until the machine is tied again";
+        finding.message +=
+            "; it is for the service's administrator to renew it first: a new one with another key is "
+            "refused until the machine is tied again, which before that changes nothing";
         finding.remedy = machine.ConfigureCommand();
     }
 }

@@ -64,7 +64,8 @@ TEST_F(TrustChecksTest, SecondCertificateOfTheNameIsAWarning) {
 
 TEST_F(TrustChecksTest, DatesAreWarningsAtTheMost) {
     EXPECT_EQ(CheckForOne(100).severity, Severity::Success);
-    EXPECT_THAT(CheckForOne(101).message, HasSubstr("It ends soon"));
+    EXPECT_THAT(CheckForOne(101).message,
+                HasSubstr("It ends soon; it is for the service's administrator to renew it first"));
     EXPECT_EQ(CheckForOne(101).severity, Severity::Warning);
     clock.Advance(std::chrono::hours(24 * 101));
     EXPECT_THAT(CheckForOne().message, HasSubstr("(-1 days)"));
