@@ -53,18 +53,18 @@ protected:
         second.join();
     }
 
-    /// Warnings say that it cannot be told, and what to type all the same.
+    /// With a warning the next command works, too; but for the one that says that it cannot be told which
+    /// service is meant.
     void ExpectTruth(const Machine& machine, const std::string& when, const Words& next,
                      const Sandbox& service) {
         const std::string folder = machine.Folder().Path();
         const Verdict verdict = Examine(folder);
+        doubtful += verdict.exitCode == 1;
+        broken += verdict.IsBroken();
         // One of two services whose key is trusted and whose address is known would be tried for minutes.
-        if (verdict.exitCode == 1) {
-            ++doubtful;
-        } else {
-            const ProcessOutcome outcome = CopiedMachine(folder).Run(next);
-            EXPECT_EQ(outcome.exitCode == 0, verdict.IsFine()) << when << outcome.error << verdict.Text();
-            broken += verdict.IsBroken();
+        if (!verdict.Says("bootstrap.whole", "warning")) {
+            const ProcessOutcome outcome = CopiedMachine(folder).RunBelow({"timeout", "60"}, next);
+            EXPECT_EQ(outcome.exitCode == 0, !verdict.IsBroken()) << when << outcome.error << verdict.Text();
         }
         TypeRemedies(folder, verdict, service.Url());
         const Verdict mended = Examine(folder);
