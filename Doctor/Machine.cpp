@@ -141,7 +141,7 @@ Machine::Reading Machine::WhyUnreadable(const std::string& path) const {
 std::string Machine::ObstacleTo(const std::string& path) const {
     Platform::IInspection& inspection = Platform::Inspection();
     for (std::size_t end = root.size(); end != std::string::npos; end = path.find('/', end + 1)) {
-        const std::string folder = path.substr(0, end);
+        std::string folder = path.substr(0, end);
         if (!inspection.Details(folder)) return {};  // the tool makes it, or may not look
         const auto target = inspection.Target(folder);
         if (!target ? inspection.MeansForbidden(target.Error()) : target->kind == FileKind::Folder) continue;

@@ -164,7 +164,7 @@ std::string FingerprintOf(std::string_view encoded) {
 }
 
 long long DaysBetween(TimePoint from, TimePoint to) {
-    constexpr std::int64_t day = 24 * 60 * 60 * TicksPerSecond;
+    constexpr std::int64_t day = TicksPerSecond * 24 * 60 * 60;
     const std::int64_t ticks = to.time_since_epoch().count() - from.time_since_epoch().count();
     return ticks >= 0 ? ticks / day : -((-ticks + day - 1) / day);
 }
