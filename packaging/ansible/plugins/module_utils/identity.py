@@ -2,14 +2,14 @@
 
 
 def arguments(with_client=True):
-    spec = {
+    options = {
         "user": {"type": "str"},
         "password": {"type": "str", "no_log": True},
         "token": {"type": "str", "no_log": True},
     }
     if with_client:
-        spec["acting_client"] = {"type": "str"}
-    return spec
+        options["acting_client"] = {"type": "str"}
+    return options
 
 
 def mutually_exclusive(with_client=True):

@@ -239,11 +239,11 @@ def bootstrap(params, host, check):
 
 
 def main():
-    spec = dict(identity.arguments(with_client=False), state={"type": "str", "choices": ["present", "absent"],
-                                                              "default": "present"},
-                url={"type": "str"}, host={"type": "str"}, datacenter={"type": "str"}, datacenter_id={"type": "str"},
-                fingerprint={"type": "str"})
-    module = AnsibleModule(argument_spec=spec, supports_check_mode=True,
+    options = dict(identity.arguments(with_client=False), state={"type": "str", "choices": ["present", "absent"],
+                                                                 "default": "present"},
+                   url={"type": "str"}, host={"type": "str"}, datacenter={"type": "str"}, datacenter_id={"type": "str"},
+                   fingerprint={"type": "str"})
+    module = AnsibleModule(argument_spec=options, supports_check_mode=True,
                            mutually_exclusive=identity.mutually_exclusive(with_client=False)
                            + [["url", "host"], ["datacenter", "datacenter_id"]],
                            required_together=identity.REQUIRED_TOGETHER,

@@ -231,10 +231,10 @@ def client(params, host, check):
 
 
 def main():
-    spec = dict(identity.arguments(), name={"type": "str", "required": True}, description={"type": "str"},
-                state={"type": "str", "choices": ["present", "absent"], "default": "present"},
-                rotate={"type": "bool", "default": False}, rotate_before={"type": "str"})
-    module = AnsibleModule(argument_spec=spec, supports_check_mode=True,
+    options = dict(identity.arguments(), name={"type": "str", "required": True}, description={"type": "str"},
+                   state={"type": "str", "choices": ["present", "absent"], "default": "present"},
+                   rotate={"type": "bool", "default": False}, rotate_before={"type": "str"})
+    module = AnsibleModule(argument_spec=options, supports_check_mode=True,
                            mutually_exclusive=identity.mutually_exclusive(),
                            required_together=identity.REQUIRED_TOGETHER)
     end(module, lambda: client(module.params, Host(module), module.check_mode))

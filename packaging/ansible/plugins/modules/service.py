@@ -213,10 +213,10 @@ def service(params, host, check):
 
 
 def main():
-    spec = dict(identity.arguments(), name={"type": "str", "required": True}, client={"type": "str", "required": True},
-                state={"type": "str", "choices": ["present", "absent"], "default": "present"}, url={"type": "str"},
-                namespace={"type": "str"}, hostname={"type": "str"}, renew={"type": "bool", "default": False})
-    module = AnsibleModule(argument_spec=spec, supports_check_mode=True,
+    options = dict(identity.arguments(), name={"type": "str", "required": True}, client={"type": "str", "required": True},
+                   state={"type": "str", "choices": ["present", "absent"], "default": "present"}, url={"type": "str"},
+                   namespace={"type": "str"}, hostname={"type": "str"}, renew={"type": "bool", "default": False})
+    module = AnsibleModule(argument_spec=options, supports_check_mode=True,
                            mutually_exclusive=identity.mutually_exclusive(),
                            required_together=identity.REQUIRED_TOGETHER,
                            required_if=[["state", "present", ["url", "namespace", "hostname"]]])
