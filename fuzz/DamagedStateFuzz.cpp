@@ -42,7 +42,7 @@ namespace {
 using Contents = std::map<std::string, std::string>;
 using Words = std::vector<std::string>;
 
-const std::string Root = "/m/Quennet";
+const std::string Root = MemoryMachine() + "/Quennet";
 const std::string Security = Root + "/OmbrySecurity";
 const std::string Url = "http://server1:8080";
 const std::string Address = Security + "/ombrysecurity.config";
@@ -117,7 +117,7 @@ struct Machine {
 
     FakeClock clock;
     FakeRandom random{Seed()};
-    FakeKnownFolders folders{"/m"};
+    FakeKnownFolders folders{MemoryMachine()};
     FakeMachineId machineId{"machine"};
     MemoryFiles files;
     FakeOneCertificateStore certificates{"DiscoveryServiceBootstrap", "certificate"};
