@@ -532,18 +532,20 @@ TEST_F(ZephSocketConnectorTest, WhicheverCallFailsNothingLeaks) {
 
 TEST_F(ZephSocketConnectorTest, WhereverMemoryEndsNothingLeaks) {
     Script(111);  // the second address, whose text takes memory, is the one that connects
+    // Without a logger: of a line without memory the standard library's stream keeps the exception to itself.
+    ZephSocketConnector quiet(nullptr);
     bool failed = true;
     for (std::size_t n = 1; failed; ++n) {
         SCOPED_TRACE(n);
         const FailingAllocation failing(n);
         try {
-            EXPECT_EQ(connector.Connect("two", 443, 3, "local", 99), 0u);
-            connector.Close();
+            EXPECT_EQ(quiet.Connect("two", 443, 3, "local", 99), 0u);
+            quiet.Close();
         } catch (const std::bad_alloc&) {
         }
         failed = failing.Failed();
-        EXPECT_FALSE(connector.IsConnected());
-        EXPECT_EQ(connector.GetPeerAddress(), "");
+        EXPECT_FALSE(quiet.IsConnected());
+        EXPECT_EQ(quiet.GetPeerAddress(), "");
         EXPECT_EQ(sockets.OpenSockets(), 0u);
         EXPECT_EQ(sockets.LibraryReferences(), 0);
         EXPECT_TRUE(!FailingAllocation::Fails || n > 1 || failed) << "a connect takes memory";
