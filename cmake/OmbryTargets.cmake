@@ -72,6 +72,11 @@ if(WIN32)
     endif()
 else()
     target_link_options(ombry_options INTERFACE "$<BUILD_INTERFACE:-Wl,-z,relro,-z,now>")
+    # The tests are half a hundred executables, each linked in a fifth of the time.
+    find_program(OMBRY_LLD ld.lld)
+    if(OMBRY_TESTS AND OMBRY_LLD)
+        add_link_options(-fuse-ld=lld)
+    endif()
 endif()
 
 if(OMBRY_SANITIZE)
@@ -80,15 +85,20 @@ if(OMBRY_SANITIZE)
         add_compile_options(-fno-sanitize-recover=all)
     endif()
     add_link_options(-fsanitize=${OMBRY_SANITIZE})
-    if(OMBRY_SANITIZE MATCHES "address" AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-        # As GCC has it: the code learns of the sanitizer by this name, and the runtime is a shared library, behind which
-        # the fakes of library functions can stand.
-        add_compile_definitions(__SANITIZE_ADDRESS__=1)
-        execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-runtime-dir OUTPUT_VARIABLE runtime_dir
-                        OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        # As GCC has it: the code learns of the sanitizer by this name.
+        if(OMBRY_SANITIZE MATCHES "address|thread")
+            string(TOUPPER "__SANITIZE_${CMAKE_MATCH_0}__" sanitized)
+            add_compile_definitions(${sanitized}=1)
+        endif()
         # What clang 19 does by itself: without it the tests' own operator of that kind is not seen outside.
         add_compile_options(-fsized-deallocation)
-        add_link_options(-shared-libsan -Wl,-rpath,${runtime_dir})
+        if(OMBRY_SANITIZE MATCHES "address")
+            # As GCC has it, too: the runtime is a shared library, behind which the fakes of library functions can stand.
+            execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-runtime-dir OUTPUT_VARIABLE runtime_dir
+                            OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+            add_link_options(-shared-libsan -Wl,-rpath,${runtime_dir})
+        endif()
     endif()
 endif()
 

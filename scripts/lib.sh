@@ -9,15 +9,15 @@ started=$SECONDS
 # What it takes on a fresh Debian 12 or 13: to build the tool and the sandbox service ...
 build_packages=(g++ cmake ninja-build rapidjson-dev libssl-dev libcpp-httplib-dev libcli11-dev libsqlite3-dev openssl
     jq)
-# ... and to run every test: test libraries, real peers, fuzzers, lint, packaging, disks to cut the power of, the
-# collection for Ansible and hosts for it, a browser, a count of instructions.
-test_packages=(git libgtest-dev libgmock-dev libboost-context-dev nginx-light curl strace clang clang-format
+# ... and to run every test: test libraries, a linker that is quick, real peers, fuzzers, lint, packaging, disks to cut
+# the power of, the collection for Ansible and hosts for it, a browser, a count of instructions.
+test_packages=(git libgtest-dev libgmock-dev libboost-context-dev lld nginx-light curl strace clang clang-format
     clang-tidy libclang-rt-dev util-linux procps dpkg-dev lintian doxygen file bash-completion groff-base e2fsprogs
     xfsprogs btrfs-progs mount valgrind python3 python3-apt ansible-core ansible-lint openssh-server openssh-client
     iproute2 chromium chromium-driver systemd)
-# The other system: a compiler for it and a linker that is quick, what runs its programs here, what makes its installers
+# The other system: a compiler for it, what runs its programs here, what makes its installers
 # and the manual that goes with them, and GoogleTest to be compiled for it.
-windows_packages=(g++-mingw-w64-x86-64-posix lld wine wine64 nsis mandoc groff-base googletest)
+windows_packages=(g++-mingw-w64-x86-64-posix wine wine64 nsis mandoc groff-base googletest)
 coverage_packages=(gcovr)
 bench_packages=(libbenchmark-dev libcurl4-openssl-dev libboost-dev libboost-context-dev libhttp-parser-dev
     nginx-light curl strace valgrind)
