@@ -270,6 +270,19 @@ TEST_F(ZephSorrelSyncHttpClientTest, AReaderWithoutDataIsReadWithNoRoom) {
     EXPECT_THAT(reader.rooms, ElementsAre(0u));
 }
 
+TEST_F(ZephSorrelSyncHttpClientTest, TheRoomOfAnEarlierBodyIsNotOfferedToAReaderWithoutData) {
+    Reader earlier("hello");
+    client.SetDataReader(&earlier);
+    world.exchanges = {AskForBody(1), AskForBody(1)};
+    EXPECT_EQ(client.DoRequest("POST", "/"), 0u);
+    Reader reader("unannounced");
+    reader.hasData = false;
+    client.SetDataReader(&reader);
+    EXPECT_EQ(client.DoRequest("POST", "/"), 0u);
+    EXPECT_THAT(reader.rooms, ElementsAre(0u));
+    EXPECT_EQ(world.written, "hello");
+}
+
 TEST_F(ZephSorrelSyncHttpClientTest, AFailedWriteOfTheBodyIsTheResultAndIsNotAskedForMore) {
     Reader reader("hello");
     client.SetDataReader(&reader);
