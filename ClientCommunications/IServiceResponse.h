@@ -11,7 +11,7 @@ namespace Ombry::ClientCommunications {
 /// What came back, whatever its HTTP status. Immutable, and so read from any thread.
 class IServiceResponse : public Interface {
 public:
-    /// The HTTP status.
+    /// The HTTP status; one beyond the greatest `int` counts as that.
     virtual int GetStatusCode() const = 0;
     /// The service that answered.
     virtual std::shared_ptr<IService> GetService() const = 0;

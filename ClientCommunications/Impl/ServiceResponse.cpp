@@ -4,6 +4,8 @@
 #include "ClientCommunications/Impl/RuntimeTexts.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <limits>
 #include <map>
 
 namespace Ombry::ClientCommunications {
@@ -12,6 +14,12 @@ namespace {
 bool IsSameName(std::string_view left, std::string_view right) {
     return std::ranges::equal(
         left, right, {}, [](char c) { return LowerCase(c); }, [](char c) { return LowerCase(c); });
+}
+
+/// A status beyond an `int` stays above all others: as a negative number callers would take it for a success.
+int ToStatusCode(std::uint32_t nHttpStatus) {
+    constexpr std::uint32_t greatest = std::numeric_limits<int>::max();
+    return static_cast<int>(std::min(nHttpStatus, greatest));
 }
 
 }  // namespace
@@ -25,7 +33,7 @@ bool HeaderNameLess::operator()(const std::string& left, const std::string& righ
 
 ServiceResponse::ServiceResponse(const OmbryZephCore::ZephSorrelSyncHttpClient& client,
                                  std::shared_ptr<IService> service)
-    : statusCode(static_cast<int>(client.GetHttpStatus())),
+    : statusCode(ToStatusCode(client.GetHttpStatus())),
       service(std::move(service)),
       headers(client.GetResponseHeaders()) {}
 

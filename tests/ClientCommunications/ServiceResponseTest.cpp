@@ -8,6 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace Ombry::Tests {
 namespace {
 
@@ -34,6 +36,14 @@ TEST_F(ServiceResponseTest, TellsStatusAndService) {
     Answer(404);
     EXPECT_EQ(Response().GetStatusCode(), 404);
     EXPECT_EQ(Response().GetService(), service);
+}
+
+TEST_F(ServiceResponseTest, AStatusThatIsTooGreatForAnIntIsTheGreatestAndNotASmallOne) {
+    constexpr int greatest = std::numeric_limits<int>::max();
+    for (std::uint32_t nStatus : {2147483647U, 2147483648U, 3000000000U, 4294967295U}) {
+        Answer(nStatus);
+        EXPECT_EQ(Response().GetStatusCode(), greatest) << nStatus;
+    }
 }
 
 TEST_F(ServiceResponseTest, FindsHeadersInAnyCase) {
