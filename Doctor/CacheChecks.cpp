@@ -108,9 +108,13 @@ std::string OwnerText(const CacheFolder& folder) {
 }
 
 Finding Begin(const CacheFolder& folder, const Blob& blob, const Machine& machine) {
-    return {.pairs = {{"owner", folder.owner},
-                      {"path", blob.Path()},
-                      {"age_seconds", machine.AgeOf(blob.Modified()).count() / TicksPerSecond}}};
+    Finding finding;
+    constexpr std::size_t mostPairs = 8;
+    finding.pairs.reserve(mostPairs);
+    finding.pairs.emplace_back("owner", folder.owner);
+    finding.pairs.emplace_back("path", blob.Path());
+    finding.pairs.emplace_back("age_seconds", machine.AgeOf(blob.Modified()).count() / TicksPerSecond);
+    return finding;
 }
 
 /// What holds for each cache alike. Nothing if the blob is a file that holds something.
@@ -207,9 +211,9 @@ Finding JudgeSearch(const Machine& machine, const CacheFolder& folder, const Blo
     const TimePoint stale = AtSecond(SaturatingAdd(dto->expiryTime, dto->maxStaleTime));
     const std::string service = NameOfSearch(*dto, blob.Path().substr(blob.Path().rfind('/') + 1));
     AddServers(*dto, finding);
-    finding.pairs.insert(
-        finding.pairs.end(),
-        {{"service", service}, {"fresh_until", TimeText(fresh)}, {"stale_until", TimeText(stale)}});
+    finding.pairs.emplace_back("service", service);
+    finding.pairs.emplace_back("fresh_until", TimeText(fresh));
+    finding.pairs.emplace_back("stale_until", TimeText(stale));
     finding.message = OwnerText(folder) + ": search for " + service + ": " + ServersText(*dto) + ", " +
                       LengthText(machine.AgeOf(blob.Modified())) + " old, fresh " + FromNow(machine, fresh) +
                       ", may serve " + FromNow(machine, stale);
@@ -242,9 +246,9 @@ Finding JudgeToken(const Machine& machine, const CacheFolder& folder, const Blob
     const bool isNamed = blob.Path().ends_with(
         "/" + ClientCommunications::DirectoryKeyValueStorage::EntryNameOf(token.serviceName));
     const std::string service = isNamed ? token.serviceName : "a service that it does not name";
-    finding.pairs.insert(
-        finding.pairs.end(),
-        {{"service", service}, {"asked_for", TimeText(token.lastRefreshed)}, {"until", TimeText(end)}});
+    finding.pairs.emplace_back("service", service);
+    finding.pairs.emplace_back("asked_for", TimeText(token.lastRefreshed));
+    finding.pairs.emplace_back("until", TimeText(end));
     finding.message = OwnerText(folder) + ": token for " + service + ", good " +
                       (token.IsExpired(machine.Now()) ? "no more" : FromNow(machine, end));
     if (token.lastRefreshed > SaturatingAdd(machine.Now(), ClockTolerance)) {

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "Platform/IFiles.h"
-#include "Platform/IMachineProtection.h"
+#include "Platform/IInspection.h"
+#include "Platform/IMemoryProtection.h"
+#include "Platform/SecureWipe.h"
 
 #include <cerrno>
 
@@ -34,31 +36,28 @@ private:
     Platform::IFiles& files = Platform::Files();
 };
 
-/// Deciphers, and enciphers to nothing: those who read a secret scrub it by enciphering it, and keep nothing
-/// of the outcome. The real thing would sweep the folder of the key, and make one.
-class DecipheringOnly : public Platform::IMachineProtection {
+/// Leaves nothing where text was to be hidden: those who read a secret keep it so, and here it is of no use.
+class WipedMemory : public Platform::IMemoryProtection {
 public:
-    Platform::ValueOr<std::optional<std::string>> Protect(std::string_view, std::string_view,
-                                                          std::uint32_t) override {
-        return std::optional<std::string>(std::string());
+    Platform::Result Protect(std::span<std::uint8_t> memory, std::uint32_t) override {
+        Platform::SecureWipe(memory.data(), memory.size());
+        return Platform::Result::Success();
     }
-    Platform::ValueOr<std::optional<std::string>> Unprotect(std::string_view blob, std::string_view entropy,
-                                                            std::uint32_t flags) override {
-        return protection.Unprotect(blob, entropy, flags);
+    Platform::Result Unprotect(std::span<std::uint8_t>, std::uint32_t) override {
+        return Platform::Result::Failure(ENODATA);
     }
-    std::string_view Remedy(int error) const override { return protection.Remedy(error); }
-
-private:
-    Platform::IMachineProtection& protection = Platform::MachineProtection();
 };
 
 /// While it lives, the libraries' readers cannot change anything on the machine, whatever they try.
 class ReadOnlyPlatform {
 private:
     ReadOnlyFiles files;
-    DecipheringOnly protection;
+    WipedMemory memory;
     const Platform::Replace<Platform::IFiles> replacedFiles{files};
-    const Platform::Replace<Platform::IMachineProtection> replacedProtection{protection};
+    const Platform::Replace<Platform::IMemoryProtection> replacedMemory{memory};
+    // Who reads a secret scrubs it by enciphering it, which sweeps the folder of the key and may make one.
+    const Platform::Replace<Platform::IMachineProtection> replacedProtection{
+        Platform::Inspection().Deciphering()};
 };
 
 }  // namespace Ombry::Doctor

@@ -2,6 +2,7 @@
 
 #include "Platform/Current.h"
 #include "Platform/ICertificates.h"
+#include "Platform/IMachineProtection.h"
 #include "Platform/Result.h"
 #include "Platform/Time.h"
 
@@ -80,6 +81,11 @@ public:
 
     /// The state of the machine's key file.
     virtual ValueOr<KeyState> MachineKey() = 0;
+
+    /// Deciphers what `MachineProtection()` has enciphered, and refuses what that refuses, but without what
+    /// makes the first of many quick: for a program that ends after a few. It enciphers to nothing, and
+    /// makes, removes and sweeps nothing.
+    virtual IMachineProtection& Deciphering() = 0;
 
     /// Fails for what is no certificate.
     virtual ValueOr<CertificateFacts> Facts(const CertificateContext& certificate) = 0;

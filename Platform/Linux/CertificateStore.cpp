@@ -4,6 +4,7 @@
 #include "Platform/IFiles.h"
 #include "Platform/IKnownFolders.h"
 #include "Platform/ITextConversion.h"
+#include "Platform/Linux/CertificateOutline.h"
 #include "Platform/Linux/Descriptor.h"
 #include "Platform/Linux/ProgramData.h"
 #include "Platform/Linux/X509.h"
@@ -19,28 +20,26 @@ namespace {
 /// One certificate of an open store. Its address is what callers hold.
 struct Entry {
     std::string fileName;
-    X509Pointer certificate;
-    std::string encoded;
+    std::string text;  // of the file
+    StoredCertificate certificate;
     CertificateContext context;
 };
 
-std::unique_ptr<Entry> MakeEntry(std::string fileName, X509Pointer certificate) {
+std::unique_ptr<Entry> MakeEntry(std::string fileName, std::string text, StoredCertificate certificate) {
     auto entry = std::make_unique<Entry>();
     entry->fileName = std::move(fileName);
+    entry->text = std::move(text);
     entry->certificate = std::move(certificate);
-    entry->encoded = EncodeDer(entry->certificate.get());
-    entry->context = ContextOf(entry->encoded);
+    entry->context = ContextOf(entry->certificate.encoded);
     return entry;
 }
 
 /// The friendly name of an entry as bytes of UTF-16LE with a terminator; empty if it has none.
-std::string FriendlyName(Entry& entry) {
-    int length = 0;
-    const unsigned char* alias = X509_alias_get0(entry.certificate.get(), &length);
-    if (!alias) return {};
-    const std::string_view text(reinterpret_cast<const char*>(alias), static_cast<std::size_t>(length));
-    std::wstring wide(text.size(), L'\0');  // never more units than bytes
-    const auto converted = Production<ITextConversion>().Utf8ToWide(text, wide.data(), wide.size());
+std::string FriendlyName(const Entry& entry) {
+    const std::optional<std::string>& text = entry.certificate.alias;
+    if (!text) return {};
+    std::wstring wide(text->size(), L'\0');  // never more units than bytes
+    const auto converted = Production<ITextConversion>().Utf8ToWide(*text, wide.data(), wide.size());
     wide.resize(static_cast<std::size_t>(std::max(converted.count, 0)));
     std::string bytes;
     for (const wchar_t unit : wide) {
@@ -88,13 +87,13 @@ public:
         std::sort(names->begin(), names->end());
         for (std::string& name : *names) {
             if (name.starts_with('.')) continue;
-            const auto text = Files().Read(PathOf(name));
+            auto text = Files().Read(PathOf(name));
             if (!text && !MeansNoFile(text.Error())) return Result::Failure(text.Error());
-            X509Pointer certificate = text ? ParsePem(*text) : nullptr;
+            auto certificate = text ? StoredCertificate::FromPem(*text) : std::nullopt;
             if (!certificate) continue;
-            entries.push_back(MakeEntry(std::move(name), std::move(certificate)));
             // A trusted certificate of no bytes would be taken for trust in whoever answers.
-            if (entries.back()->encoded.empty()) return Result::Failure(EIO);
+            if (certificate->encoded.empty()) return Result::Failure(EIO);
+            entries.push_back(MakeEntry(std::move(name), std::move(*text), std::move(*certificate)));
         }
         return Result::Success();
     }
@@ -132,17 +131,20 @@ public:
 
     ValueOr<CertificateContextPointer> AddReplaceExisting(const CertificateContext& certificate) override {
         if (access != StoreAccess::ReadWrite) return Result::Failure(EACCES);
-        auto parsed = ParseDer(BytesOf(certificate));
+        const auto parsed = ParseDer(BytesOf(certificate));
         if (!parsed) return Result::Failure(EINVAL);
-        auto added = MakeEntry({}, std::move(parsed));
-        const auto equal = std::find_if(entries.begin(), entries.end(),
-                                        [&](const auto& entry) { return entry->encoded == added->encoded; });
-        added->fileName = equal == entries.end() ? Fingerprint(added->encoded) : (*equal)->fileName;
-        if (added->encoded.empty() || added->fileName.empty()) return Result::Failure(EIO);
-        if (const Result result = Write(added->fileName, added->certificate.get()); !result) return result;
+        auto added = MakeEntry({}, EncodePem(parsed.get()), {EncodeDer(parsed.get()), std::nullopt});
+        const std::string& encoded = added->certificate.encoded;
+        const auto equal = std::find_if(entries.begin(), entries.end(), [&](const auto& entry) {
+            return entry->certificate.encoded == encoded;
+        });
+        added->fileName = equal == entries.end() ? Fingerprint(encoded) : (*equal)->fileName;
+        if (encoded.empty() || added->fileName.empty()) return Result::Failure(EIO);
+        if (const Result result = Write(added->fileName, added->text); !result) return result;
         if (equal != entries.end()) {
             // The properties go with the certificate that was replaced; contexts handed out stay valid.
-            (*equal)->certificate = std::move(added->certificate);
+            (*equal)->text = std::move(added->text);
+            (*equal)->certificate.alias.reset();
             return CertificateContextPointer(&(*equal)->context);
         }
         const auto place = std::find_if(entries.begin(), entries.end(),
@@ -156,14 +158,16 @@ public:
         if (const Result result = CheckWritable(entry); !result) return result;
         const auto alias = AliasOf(name);
         if (!alias) return Result::Failure(alias.Error());
-        // Changed on a copy: a write that fails leaves the entry as the file has it.
-        X509Pointer changed = ParsePem(EncodePem((*entry)->certificate.get()));
+        // A write that fails leaves the entry as the file has it.
+        const X509Pointer changed = ParsePem((*entry)->text);
         if (!changed || X509_alias_set1(changed.get(), reinterpret_cast<const unsigned char*>(alias->data()),
                                         static_cast<int>(alias->size())) != 1) {
             return OpenSSLFailure(ENOMEM);
         }
-        if (const Result result = Write((*entry)->fileName, changed.get()); !result) return result;
-        (*entry)->certificate = std::move(changed);
+        std::string text = EncodePem(changed.get());
+        if (const Result result = Write((*entry)->fileName, text); !result) return result;
+        (*entry)->text = std::move(text);
+        (*entry)->certificate.alias = std::move(*alias);
         return Result::Success();
     }
 
@@ -182,8 +186,7 @@ private:
         return entry == entries.end() ? Result::Failure(EINVAL) : Result::Success();
     }
 
-    Result Write(const std::string& fileName, X509* certificate) {
-        const std::string text = EncodePem(certificate);
+    Result Write(const std::string& fileName, const std::string& text) {
         if (text.empty()) return Result::Failure(EIO);
         reserve.reset();
         auto replacement = Files().BeginReplace(PathOf(fileName), text.size(), Durability::Synced);

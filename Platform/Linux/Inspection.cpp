@@ -1,10 +1,12 @@
 #include "Platform/IFiles.h"
 #include "Platform/IInspection.h"
+#include "Platform/Linux/CertificateOutline.h"
 #include "Platform/Linux/CertificateStore.h"
 #include "Platform/Linux/Descriptor.h"
 #include "Platform/Linux/IMachineId.h"
 #include "Platform/Linux/MachineId.h"
 #include "Platform/Linux/MachineKey.h"
+#include "Platform/Linux/MachineProtection.h"
 #include "Platform/Linux/X509.h"
 #include "Platform/MadeOnce.h"
 #include "Platform/SecureWipe.h"
@@ -54,10 +56,13 @@ ValueOr<FileDetails> Look(const std::string& path, int (*look)(const char*, stru
                            Duration(status.st_mtim.tv_sec * TicksPerSecond + status.st_mtim.tv_nsec / 100))};
 }
 
-std::string SubjectOf(const X509* certificate) {
+std::string SubjectOf(const X509_NAME* name) {
     const BioPointer bio(BIO_new(BIO_s_mem()));
     const unsigned long form = XN_FLAG_RFC2253 & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
-    if (!bio || X509_NAME_print_ex(bio.get(), X509_get_subject_name(certificate), 0, form) < 0) return {};
+    if (!bio || X509_NAME_print_ex(bio.get(), name, 0, form) < 0) {
+        ERR_clear_error();
+        return {};
+    }
     char* data = nullptr;
     const long length = BIO_get_mem_data(bio.get(), &data);
     return std::string(data, static_cast<std::size_t>(length));
@@ -66,8 +71,21 @@ std::string SubjectOf(const X509* certificate) {
 /// The beginning of 1970 for a time that cannot be read.
 TimePoint TimeOf(const ASN1_TIME* time) {
     std::tm parts{};
-    if (ASN1_TIME_to_tm(time, &parts) != 1) return {};
+    if (ASN1_TIME_to_tm(time, &parts) != 1) {
+        ERR_clear_error();
+        return {};
+    }
     return TimePoint(Duration(SecondsToTicks(timegm(&parts))));
+}
+
+void DecodeKey(const CertificateContext& context, CertificateFacts& facts) {
+    const Linux::X509Pointer certificate = Linux::ParseDer(Linux::BytesOf(context));
+    const EVP_PKEY* const key = certificate ? X509_get0_pubkey(certificate.get()) : nullptr;
+    if (key) {
+        facts.keyType = EVP_PKEY_get0_type_name(key);
+        facts.keyBits = EVP_PKEY_get_bits(key);
+    }
+    ERR_clear_error();
 }
 
 class LinuxInspection : public IInspection {
@@ -119,18 +137,21 @@ public:
         return judged(KeyState::Verdict::Whole, 0);
     }
 
+    IMachineProtection& Deciphering() override { return Linux::DecipheringOnly(); }
+
     ValueOr<CertificateFacts> Facts(const CertificateContext& context) override {
-        const Linux::X509Pointer certificate = Linux::ParseDer(Linux::BytesOf(context));
+        const auto certificate = Linux::CertificateOutline::FromDer(Linux::BytesOf(context));
         if (!certificate) return Result::Failure(EINVAL);
         CertificateFacts facts;
-        facts.subject = SubjectOf(certificate.get());
-        if (EVP_PKEY* const key = X509_get0_pubkey(certificate.get())) {
-            facts.keyType = EVP_PKEY_get0_type_name(key);
-            facts.keyBits = EVP_PKEY_get_bits(key);
+        facts.subject = SubjectOf(certificate->Subject());
+        if (const auto key = certificate->CommonKey()) {
+            facts.keyType = key->type;
+            facts.keyBits = key->bits;
+        } else {
+            DecodeKey(context, facts);
         }
-        facts.notBefore = TimeOf(X509_get0_notBefore(certificate.get()));
-        facts.notAfter = TimeOf(X509_get0_notAfter(certificate.get()));
-        ERR_clear_error();
+        facts.notBefore = TimeOf(certificate->NotBefore());
+        facts.notAfter = TimeOf(certificate->NotAfter());
         return facts;
     }
 

@@ -1,13 +1,17 @@
-#include "Platform/IMachineProtection.h"
+#include "Platform/Linux/MachineProtection.h"
+
 #include "Platform/IRandom.h"
 #include "Platform/Linux/IMachineId.h"
 #include "Platform/Linux/MachineKey.h"
 #include "Platform/Linux/OpenSSL.h"
+#include "Platform/Linux/Sha256.h"
 #include "Platform/MadeOnce.h"
 #include "Platform/SecureWipe.h"
 
+#include <openssl/aes.h>
 #include <openssl/core_names.h>
 #include <openssl/kdf.h>
+#include <openssl/modes.h>
 
 #include <algorithm>
 #include <array>
@@ -72,6 +76,18 @@ struct DerivedKey {
             OSSL_PARAM_construct_end()};
         return EVP_KDF_derive(context.get(), bytes.data(), bytes.size(), parameters.data()) == 1;
     }
+
+    /// The same without a provider, whose first algorithm takes long to find. One block is a whole key.
+    bool DeriveBriefly(std::string_view keyFile, std::string_view machineId, std::string_view entropy) {
+        Linux::Sha256::Value hash, extracted;
+        Linux::Sha256 ofEntropy;
+        ofEntropy.Update(entropy);
+        ofEntropy.Finish(hash);
+        Linux::HmacSha256(machineId, {keyFile}, extracted);
+        Linux::HmacSha256(Linux::TextOf(extracted), {Label, Linux::TextOf(hash), "\x01"}, bytes);
+        SecureWipe(extracted.data(), extracted.size());
+        return true;
+    }
 };
 
 bool Encrypt(const DerivedKey& key, std::string_view plain, std::string& blob) {
@@ -105,18 +121,87 @@ bool Decrypt(const DerivedKey& key, std::string_view blob, std::string& plain) {
            EVP_DecryptFinal_ex(context.get(), Bytes(plain) + plain.size(), &length) == 1;
 }
 
+// OpenSSL would rather have its low level called through its providers.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
+using GcmContext = Linux::Owned<GCM128_CONTEXT, CRYPTO_gcm128_release>;
+
+/// The rounds of a key, wiped when they go.
+struct KeySchedule {
+    AES_KEY rounds{};
+
+    explicit KeySchedule(const DerivedKey& key) {
+        AES_set_encrypt_key(key.bytes.data(), static_cast<int>(8 * key.bytes.size()), &rounds);
+    }
+    KeySchedule(const KeySchedule&) = delete;
+    KeySchedule& operator=(const KeySchedule&) = delete;
+    ~KeySchedule() { SecureWipe(&rounds, sizeof rounds); }
+
+    static void Encrypt(const std::uint8_t in[16], std::uint8_t out[16], const void* rounds) {
+        AES_encrypt(in, out, static_cast<const AES_KEY*>(rounds));
+    }
+};
+
+/// `Decrypt` without a provider.
+bool DecryptBriefly(const DerivedKey& key, std::string_view blob, std::string& plain) {
+    KeySchedule schedule(key);
+    const GcmContext context(CRYPTO_gcm128_new(&schedule.rounds, KeySchedule::Encrypt));
+    if (!context) return false;
+    const std::uint8_t* const header = Bytes(blob);
+    const std::uint8_t* const body = header + HeaderSize;
+    CRYPTO_gcm128_setiv(context.get(), header + 1, NonceSize);
+    return CRYPTO_gcm128_aad(context.get(), header, HeaderSize) == 0 &&
+           CRYPTO_gcm128_decrypt(context.get(), body, Bytes(plain), plain.size()) == 0 &&
+           CRYPTO_gcm128_finish(context.get(), body + plain.size(), TagSize) == 0;
+}
+
+#pragma GCC diagnostic pop
+
 Linux::KeyScope ScopeOf(std::uint32_t flags) {
     return flags & IMachineProtection::LocalMachine ? Linux::KeyScope::Machine : Linux::KeyScope::User;
 }
 
+/// How a key is derived, and how a blob is deciphered with it: one of the two ways above.
+struct Way {
+    bool (DerivedKey::*derive)(std::string_view keyFile, std::string_view machineId,
+                               std::string_view entropy);
+    bool (*decrypt)(const DerivedKey& key, std::string_view blob, std::string& plain);
+};
+
+constexpr Way ThroughProviders{&DerivedKey::Derive, Decrypt};
+constexpr Way Briefly{&DerivedKey::DeriveBriefly, DecryptBriefly};
+
 /// Leaves nothing of what was read of the key file, also where there is no memory to derive from it.
-bool DeriveAndWipe(DerivedKey& key, std::string& keyFile, const std::string& machineId,
+bool DeriveAndWipe(const Way& way, DerivedKey& key, std::string& keyFile, const std::string& machineId,
                    std::string_view entropy) {
     const struct Wipe {
         std::string& text;
         ~Wipe() { SecureWipe(text); }
     } wipe{keyFile};
-    return key.Derive(keyFile, machineId, entropy);
+    return (key.*way.derive)(keyFile, machineId, entropy);
+}
+
+constexpr std::size_t Largest = std::numeric_limits<int>::max();
+
+ValueOr<std::optional<std::string>> UnprotectBy(const Way& way, std::string_view blob,
+                                                std::string_view entropy, std::uint32_t flags) {
+    if (blob.size() < HeaderSize + TagSize || blob[0] != Version) return Result::Failure(EBADMSG);
+    if (blob.size() - HeaderSize - TagSize > Largest) return Result::Failure(EFBIG);
+    InitializeOpenSSL();
+    const auto machineId = MachineIdentity().MachineId();
+    if (!machineId) return Result::Failure(machineId.Error());
+    auto keyFile = Linux::LoadKey(ScopeOf(flags));
+    if (!keyFile) return Result::Failure(keyFile.Error());
+    DerivedKey key;
+    if (!DeriveAndWipe(way, key, *keyFile, *machineId, entropy)) return Linux::OpenSSLFailure();
+
+    std::string plain(blob.size() - HeaderSize - TagSize, '\0');
+    if (!way.decrypt(key, blob, plain)) {
+        SecureWipe(plain);
+        return Linux::OpenSSLFailure(EBADMSG);
+    }
+    return std::optional<std::string>(std::move(plain));
 }
 
 class LinuxMachineProtection : public IMachineProtection {
@@ -130,7 +215,8 @@ public:
         auto keyFile = Linux::LoadOrMakeKey(ScopeOf(flags));
         if (!keyFile) return Result::Failure(keyFile.Error());
         DerivedKey key;
-        if (!DeriveAndWipe(key, *keyFile, *machineId, entropy)) return Linux::OpenSSLFailure();
+        if (!DeriveAndWipe(ThroughProviders, key, *keyFile, *machineId, entropy))
+            return Linux::OpenSSLFailure();
 
         std::string blob(HeaderSize + plain.size() + TagSize, '\0');
         blob[0] = Version;
@@ -141,22 +227,7 @@ public:
 
     ValueOr<std::optional<std::string>> Unprotect(std::string_view blob, std::string_view entropy,
                                                   std::uint32_t flags) override {
-        if (blob.size() < HeaderSize + TagSize || blob[0] != Version) return Result::Failure(EBADMSG);
-        if (blob.size() - HeaderSize - TagSize > Largest) return Result::Failure(EFBIG);
-        InitializeOpenSSL();
-        const auto machineId = MachineIdentity().MachineId();
-        if (!machineId) return Result::Failure(machineId.Error());
-        auto keyFile = Linux::LoadKey(ScopeOf(flags));
-        if (!keyFile) return Result::Failure(keyFile.Error());
-        DerivedKey key;
-        if (!DeriveAndWipe(key, *keyFile, *machineId, entropy)) return Linux::OpenSSLFailure();
-
-        std::string plain(blob.size() - HeaderSize - TagSize, '\0');
-        if (!Decrypt(key, blob, plain)) {
-            SecureWipe(plain);
-            return Linux::OpenSSLFailure(EBADMSG);
-        }
-        return std::optional<std::string>(std::move(plain));
+        return UnprotectBy(ThroughProviders, blob, entropy, flags);
     }
 
     std::string_view Remedy(int error) const override {
@@ -164,12 +235,24 @@ public:
         return "Keys/protection.key must belong to root or to the user who runs this, and be closed to all "
                "others (mode 0600). If others may have read it, enrol the clients anew with a new key.";
     }
+};
 
-private:
-    static constexpr std::size_t Largest = std::numeric_limits<int>::max();
+class BriefDeciphering : public LinuxMachineProtection {
+public:
+    ValueOr<std::optional<std::string>> Protect(std::string_view, std::string_view, std::uint32_t) override {
+        return std::optional<std::string>(std::string());
+    }
+    ValueOr<std::optional<std::string>> Unprotect(std::string_view blob, std::string_view entropy,
+                                                  std::uint32_t flags) override {
+        return UnprotectBy(Briefly, blob, entropy, flags);
+    }
 };
 
 }  // namespace
+
+IMachineProtection& Linux::DecipheringOnly() {
+    return MadeOnce<BriefDeciphering>();
+}
 
 template <>
 IMachineProtection& Production<IMachineProtection>() {

@@ -37,6 +37,7 @@ public:
         if (key && keyError != 0) key->error = keyError;
         return key;
     }
+    Platform::IMachineProtection& Deciphering() override { return real.Deciphering(); }
     Platform::ValueOr<Platform::CertificateFacts> Facts(
         const Platform::CertificateContext& certificate) override {
         return real.Facts(certificate);

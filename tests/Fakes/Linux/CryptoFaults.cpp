@@ -4,6 +4,7 @@
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/kdf.h>
+#include <openssl/modes.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
@@ -128,6 +129,13 @@ OMBRY_MAY_FAIL(BIO*, BIO_new_mem_buf, (const void* data, int size), (data, size)
 OMBRY_MAY_FAIL(int, PEM_write_bio_X509_AUX, (BIO * bio, const X509* certificate), (bio, certificate), 0)
 OMBRY_MAY_FAIL(int, X509_alias_set1, (X509 * certificate, const unsigned char* name, int size),
                (certificate, name, size), 0)
+OMBRY_MAY_FAIL(int, PEM_bytes_read_bio,
+               (unsigned char** data, long* size, char** foundName, const char* name, BIO* bio,
+                pem_password_cb* callback, void* argument),
+               (data, size, foundName, name, bio, callback, argument), 0)
+OMBRY_MAY_FAIL(int, ASN1_item_i2d, (const ASN1_VALUE* value, unsigned char** encoded, const ASN1_ITEM* item),
+               (value, encoded, item), -1)
+OMBRY_MAY_FAIL(GCM128_CONTEXT*, CRYPTO_gcm128_new, (void* key, block128_f block), (key, block), nullptr)
 OMBRY_MAY_FAIL(int, i2d_X509, (const X509* certificate, unsigned char** encoded), (certificate, encoded), -1)
 
 }  // extern "C"

@@ -2,7 +2,7 @@
 // says so, leaves nothing behind, and works the next time.
 
 #include "Platform/ICertificates.h"
-#include "Platform/IHash.h"
+#include "Platform/IInspection.h"
 #include "Platform/IMachineProtection.h"
 #include "Platform/IMemoryProtection.h"
 #include "Platform/Linux/X509.h"
@@ -70,6 +70,12 @@ TEST_F(MachineProtectionFaultsTest, UnprotectTellsEachFailure) {
     });
 }
 
+TEST_F(MachineProtectionFaultsTest, DecipheringAloneTellsEachFailure) {
+    const std::string blob = **protection.Protect("secret", "entropy", 5);
+    ExpectEachFailureIsTold(
+        1, [&] { return bool{Platform::Inspection().Deciphering().Unprotect(blob, "entropy", 5)}; });
+}
+
 TEST(MemoryProtectionFaultsTest, EachFailureIsToldAndChangesNothing) {
     Platform::IMemoryProtection& protection = Platform::MemoryProtection();
     ExpectEachFailureIsTold(4, [&] {
@@ -104,17 +110,6 @@ TEST(MemoryProtectionFaultsDeathTest, AlgorithmThatCouldNotBeFoundIsLookedForAga
             std::exit(failed && works ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");
-}
-
-TEST(HashFaultsTest, EachStepTellsItsFailure) {
-    ExpectEachFailureIsTold(5, [] {
-        const auto provider = Platform::Hash().AcquireProvider();
-        if (!provider) return false;
-        const auto hash = (*provider)->CreateSha256();
-        if (!hash) return false;
-        Bytes value(32);
-        return (*hash)->Update("abc") && (*hash)->GetValue(value) && value[0] == 0xba;
-    });
 }
 
 TEST(X509FaultsTest, WhatCannotBeWrittenOrReadIsNothing) {

@@ -1,4 +1,5 @@
 #include "Platform/IFiles.h"
+#include "Platform/IInspection.h"
 #include "Platform/IMachineProtection.h"
 #include "Platform/Linux/IMachineId.h"
 #include "Platform/Linux/MachineId.h"
@@ -52,7 +53,11 @@ protected:
     /// The plain text, or "error " and the number.
     std::string Unprotect(const std::string& blob, const std::string& entropy = "entropy",
                           std::uint32_t flags = Machine) {
-        const auto plain = protection.Unprotect(blob, entropy, flags);
+        const std::string text = TextOf(protection.Unprotect(blob, entropy, flags));
+        EXPECT_EQ(TextOf(brief.Unprotect(blob, entropy, flags)), text) << "deciphered without providers";
+        return text;
+    }
+    static std::string TextOf(const Platform::ValueOr<std::optional<std::string>>& plain) {
         if (!plain) return "error " + std::to_string(plain.Error());
         return plain->value_or("no data");
     }
@@ -65,6 +70,7 @@ protected:
     Platform::Testing::Replace<Platform::IKnownFolders> replacedFolders{folders};
     Platform::Testing::Replace<Platform::IMachineId> replacedMachine{machine};
     IMachineProtection& protection = Platform::MachineProtection();
+    IMachineProtection& brief = Platform::Inspection().Deciphering();
     const std::string keyFile = "Quennet/Keys/protection.key";
 };
 
@@ -73,6 +79,11 @@ TEST_F(MachineProtectionTest, UnprotectGivesBackWhatWasProtected) {
          {std::string("x"), std::string("with\0nul", 8), std::string(100000, 'y'), std::string()}) {
         EXPECT_EQ(Unprotect(Protect(plain)), plain);
     }
+}
+
+TEST_F(MachineProtectionTest, WhoOnlyDeciphersEnciphersToNothingAndMakesNoKey) {
+    EXPECT_EQ(TextOf(brief.Protect("secret", "entropy", Machine)), "");
+    EXPECT_FALSE(std::filesystem::exists(directory / "Quennet"));
 }
 
 TEST_F(MachineProtectionTest, BlobIsVersionNonceTextAndTag) {
@@ -110,10 +121,14 @@ TEST_F(MachineProtectionTest, NeitherKeyNorTextIsLeftInFreedMemory) {
         const auto back = protection.Unprotect(**blob, "entropy", Machine);
         ASSERT_TRUE(back);
         EXPECT_EQ(*back, plain);
+        const auto briefly = brief.Unprotect(**blob, "entropy", Machine);
+        ASSERT_TRUE(briefly);
+        EXPECT_EQ(*briefly, plain);
         EXPECT_FALSE(protection.Unprotect(**blob, "another", Machine));
         // Where the tag alone is wrong the text was deciphered before that shows.
         (*blob)->back() = static_cast<char>((*blob)->back() ^ 1);
         EXPECT_FALSE(protection.Unprotect(**blob, "entropy", Machine));
+        EXPECT_FALSE(brief.Unprotect(**blob, "entropy", Machine));
         EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << secret.size();
     }
 }
@@ -175,11 +190,13 @@ TEST_F(MachineProtectionTest, DerivedKeyIsNotLeftOnTheStack) {
     });
     EXPECT_FALSE(protecting.Holds(key));
 
-    OwnStack unprotecting;
-    unprotecting.Run([&] {
-        EXPECT_TRUE(OwnStack::FarDown([&] { return protection.Unprotect(blob, "entropy", Machine); }));
-    });
-    EXPECT_FALSE(unprotecting.Holds(key));
+    for (IMachineProtection* way : {&protection, &brief}) {
+        OwnStack unprotecting;
+        unprotecting.Run([&] {
+            EXPECT_TRUE(OwnStack::FarDown([&] { return way->Unprotect(blob, "entropy", Machine); }));
+        });
+        EXPECT_FALSE(unprotecting.Holds(key));
+    }
 }
 
 TEST(OwnStackTest, HoldsWhatAFunctionLeftThere) {
