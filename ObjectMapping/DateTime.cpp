@@ -1,9 +1,10 @@
 #include "ObjectMapping/DateTime.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
 #include <string_view>
 
@@ -114,6 +115,12 @@ std::int64_t ToTicks(std::string_view fraction) {
     return ticks;
 }
 
+/// With zeros in front, up to that width.
+void AppendNumber(std::string& text, long long number, std::size_t width) {
+    const std::string digits = std::to_string(number);
+    text.append(width - std::min(width, digits.size()), '0').append(digits);
+}
+
 }  // namespace
 
 void MapDateTime(MapperIf& mapper, const char* name, TimePoint& value, bool* present) {
@@ -140,13 +147,17 @@ std::string FormatDateTime(TimePoint value) {
     const std::chrono::hh_mm_ss time(seconds - days);
     long long fraction = value.time_since_epoch().count() % TicksPerSecond;
     if (fraction < 0) fraction += TicksPerSecond;
-    char text[64];
-    const int length = std::snprintf(
-        text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d.%07lldZ", static_cast<int>(date.year()),
-        static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-        static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
-        static_cast<int>(time.seconds().count()), fraction);
-    return std::string(text, static_cast<std::size_t>(length));
+    const int year = static_cast<int>(date.year());
+    std::string text(year < 0 ? "-" : "");
+    text.reserve(32);
+    AppendNumber(text, std::abs(year), year < 0 ? 3 : 4);
+    AppendNumber(text += '-', static_cast<unsigned>(date.month()), 2);
+    AppendNumber(text += '-', static_cast<unsigned>(date.day()), 2);
+    AppendNumber(text += 'T', time.hours().count(), 2);
+    AppendNumber(text += ':', time.minutes().count(), 2);
+    AppendNumber(text += ':', time.seconds().count(), 2);
+    AppendNumber(text += '.', fraction, FractionDigits);
+    return text += 'Z';
 }
 
 bool ParseDateTime(const std::string& text, TimePoint& value) {
