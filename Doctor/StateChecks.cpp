@@ -78,7 +78,8 @@ void AddObstaclesOfClients(const Machine& machine, std::set<std::string>& obstac
         }
     }
     for (const Entry& client : machine.Tree().Children(machine.ComponentsFolder())) {
-        if (client.details.kind != FileKind::Folder) continue;
+        // A save that was cut off left no folder, and hinders no client.
+        if (Platform::Inspection().IsUnnamed(client.name)) continue;
         for (const std::string& path :
              {machine.CachesFolder() + "/" + client.name + MachineFiles::DiscoveryCache,
               MachineFiles::ServicesOf(machine.Parameters().securityDirectory, client.name) + "record"}) {

@@ -123,6 +123,24 @@ TEST_F(RunDoctorTest, WorstFindingDecidesAndIsNamed) {
     EXPECT_THAT(RunWith({"--check"}).out, HasSubstr(" warnings=2;0;;0 errors=2;;0;0"));
 }
 
+TEST_F(RunDoctorTest, EachSeverityHasItsCodeAndTheFirstOfTheWorstIsNamed) {
+    const auto statusWith = [](std::vector<Severity> severities) {
+        Findings findings;
+        for (const Severity severity : severities)
+            findings.push_back({.source = "s" + std::to_string(findings.size()), .severity = severity});
+        const std::string line = MonitoringReport(findings, {});
+        return std::to_string(static_cast<int>(StatusOf(findings))) + " " + line.substr(0, line.find(':'));
+    };
+    EXPECT_EQ(statusWith({Severity::Success, Severity::Warning, Severity::Warning}), "1 OMBRY WARNING - s1.");
+    EXPECT_EQ(statusWith({Severity::Warning, Severity::Error, Severity::Error}), "2 OMBRY CRITICAL - s1.");
+    EXPECT_EQ(statusWith({Severity::Error, Severity::Critical}), "2 OMBRY CRITICAL - s1.");
+}
+
+TEST_F(RunDoctorTest, FiguresCarryTheThresholdThatWasGiven) {
+    EXPECT_THAT(RunWith({"--check"}).out, HasSubstr(" trust_certificate_days=100;30:"));
+    EXPECT_THAT(RunWith({"--check", "--warn-days", "14"}).out, HasSubstr(" trust_certificate_days=100;14:"));
+}
+
 TEST_F(RunDoctorTest, WhatTheUserMayNotSeeIsUnknown) {
     inspection.forbidden = folder / "Quennet";
     const DoctorRun run = RunWith({"--check", "--only", "state.place"});

@@ -69,6 +69,14 @@ TEST_F(StateChecksTest, FileInThePlaceOfAFolderIsInTheWay) {
     }
 }
 
+TEST_F(StateChecksTest, FileInThePlaceOfAClientsFolderIsInTheWayOfThatClientAlone) {
+    folder.Write(Security + "/Components/next", "");
+    folder.Write(Security + "/Components/.ombry-0123456789abcdef.tmp", "a save that was cut off");
+    const Finding finding = RunForOne(CheckPlace);
+    EXPECT_EQ(finding.severity, Severity::Error);
+    EXPECT_EQ(finding.remedy, "rm -f -- " + (folder / (Security + "/Components/next")));
+}
+
 TEST_F(StateChecksTest, LinkIsAFolderUnlessItIsTheOneOfTheCertificates) {
     for (const std::string& path : {Security, Store}) {
         std::filesystem::rename(folder / path, folder / "elsewhere");
@@ -91,6 +99,19 @@ TEST_F(StateChecksTest, FilesOfSomebodyElseAreCounted) {
     EXPECT_EQ(Text(finding, "count"), "2");
     EXPECT_EQ(finding.remedy, "chown -hR " + std::to_string(geteuid()) + " -- " + (folder / Security) + " " +
                                   (folder / "Quennet/CertificateStores") + " " + (folder / "Quennet/Keys"));
+}
+
+TEST_F(StateChecksTest, FilesOfRootAreFineForWhoeverLooks) {
+    inspection.user = 4711;
+    for (const std::string& path :
+         {Security, std::string("Quennet/CertificateStores"), std::string("Quennet/Keys")})
+        inspection.owners[folder / path] = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.Path()))
+        inspection.owners[entry.path()] = 0;
+    inspection.owners[folder / Address] = 4711;
+    EXPECT_EQ(RunForOne(CheckOwners).severity, Severity::Success);
+    inspection.owners[folder / Address] = 4712;
+    EXPECT_EQ(Text(RunForOne(CheckOwners), "count"), "1");
 }
 
 TEST_F(StateChecksTest, WhatOthersMayUseIsCounted) {

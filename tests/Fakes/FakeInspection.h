@@ -23,7 +23,7 @@ public:
         return real.Target(path);
     }
     bool MeansForbidden(int error) override { return error == Forbidden || real.MeansForbidden(error); }
-    std::uint32_t User() override { return real.User(); }
+    std::uint32_t User() override { return user ? *user : real.User(); }
     std::optional<std::int64_t> LockHolder(const Platform::FileDetails& details) override {
         return holder ? holder : real.LockHolder(details);
     }
@@ -48,6 +48,7 @@ public:
 
     std::map<std::string, std::uint32_t> owners;            ///< by path
     std::string forbidden;                                  ///< what begins so may not be looked at
+    std::optional<std::uint32_t> user;                      ///< in the place of who runs the test
     std::optional<std::int64_t> holder;                     ///< of each lock
     std::optional<Platform::KeyState::Verdict> keyVerdict;  ///< in the place of what the key's file says
     int keyError = 0;                                       ///< likewise, unless it is 0

@@ -63,6 +63,11 @@ protected:
         }
         if (isThere(RecordFile))
             commands.push_back({"unenroll-service", "-t", "t", "-on", "c1", "-s", "svc"});
+        for (const std::string name : {"c1", "c2"}) {
+            const auto place = fs::symlink_status(machine / (SecurityFolder + "/Components/" + name));
+            if (fs::exists(place) && !fs::is_directory(place))
+                commands.push_back({"enroll-client", "-t", "t", "-nn", name});
+        }
         std::string failures;
         const auto run = [&](const CopiedMachine& copy, const Words& words) {
             const ProcessOutcome outcome = copy.Run(words);
@@ -182,6 +187,15 @@ TEST_F(DamagedStateTruthTest, FoldersThatSomethingElseStandsInThePlaceOf) {
                               fs::remove_all(machine / path);
                           }});
     }
+    // Of a client that is to come.
+    const std::string folder = SecurityFolder + "/Components/new";
+    states.push_back({folder + " file", [=](const TemporaryDirectory& machine) {
+                          machine.Write(folder, "");
+                          fs::permissions(machine / folder, fs::perms(0600));
+                      }});
+    states.push_back({folder + " link", [=](const TemporaryDirectory& machine) {
+                          fs::create_symlink("nowhere", machine / folder);
+                      }});
     ExpectTruthOfEach(states);
 }
 

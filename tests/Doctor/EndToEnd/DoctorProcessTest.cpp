@@ -149,5 +149,38 @@ TEST_F(DoctorProcessTest, DiscoveryServerThatIsGoneIsAWarningWhileAnotherAnswers
     EXPECT_TRUE(Examine(machine.Folder().Path(), {"--connect"}).IsFine());
 }
 
+TEST_F(DoctorProcessTest, CertificatesThatEndSoonAreToldWithARemedyThatForgetsWhoShowsThem) {
+    const Sandbox second{Words{"--install-token", "t"}};
+    TieToTheSandbox();
+    const auto certificateOf = [](const Sandbox& server) { return Base64Of(DerOf(server.Certificate())); };
+    const auto entryOf = [&](const Sandbox& server) {
+        return R"({"serviceName": "v1-service", "endpointUrl": ")" + server.Url() +
+               R"(", "endpointCert": ")" + certificateOf(server) + "\"}";
+    };
+    const std::string list = SecurityFolder + "/CS-cpp/cache/v1-service.cache-p";
+    machine.Folder().Write(
+        list, "{\"expiryTime\": 1, \"local\": [" + entryOf(sandbox) + "," + entryOf(second) + "]}");
+    RunProcess({"chmod", "go=", machine.Folder() / list});
+    const Words wellAhead{"--connect", "--only", "connect", "--warn-days", "36000"};
+    const std::string folder = machine.Folder().Path();
+    EXPECT_TRUE(Examine(folder, {"--connect"}).IsFine()) << Examine(folder, {"--connect"}).Text();
+
+    const Verdict verdict = Examine(folder, wellAhead);
+    EXPECT_EQ(verdict.exitCode, 1);
+    ASSERT_EQ(verdict.findings.size(), 2u) << verdict.Text();
+    for (const Diagnosis& finding : verdict.findings) {
+        EXPECT_EQ(finding.severity, "warning");
+        EXPECT_THAT(finding.message, HasSubstr("is for the service's administrator to renew"));
+    }
+    EXPECT_THAT(verdict.findings[0].remedy, HasSubstr("configure-bootstrap-url"));
+    EXPECT_THAT(verdict.findings[0].remedy, testing::EndsWith(" -r " + sandbox.Url())) << "it is known";
+    EXPECT_EQ(verdict.findings[1].remedy, "rm -f -- ./" + list);
+    TypeRemedies(folder, verdict, sandbox.Url());
+    EXPECT_EQ(Examine(folder, wellAhead).findings.size(), 1u)
+        << "the server is asked for again when it is needed";
+    EXPECT_TRUE(Examine(folder, {"--connect"}).IsFine());
+    ExpectSuccess(machine.Run({"enroll-client", "-t", "t", "-nn", "c2"}));
+}
+
 }  // namespace
 }  // namespace Ombry::Tests

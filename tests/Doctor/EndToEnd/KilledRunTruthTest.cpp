@@ -1,5 +1,5 @@
-// A command is killed at each change of a file; what the doctor says of the machine that is left is held
-// against the next command, and what it advises to type is typed.
+// A command is killed at each change of a file, or each of its changes fails; what the doctor says of the
+// machine that is left is held against the next command, and what it advises to type is typed.
 
 #include "tests/Doctor/EndToEnd/Patient.h"
 #include "tests/EndToEnd/Faults/Strace.h"
@@ -17,10 +17,20 @@ protected:
     }
     static Words Next() { return {"enroll-client", "-t", "t", "-nn", "next"}; }
 
-    /// Kills `command` at each change of a file, on a machine of its own behind `prepare`, two at a time.
-    /// `mend` says whether what is left has to be mended, or is as it was before.
-    void ForEachKill(const std::vector<Words>& prepare, const Words& command,
-                     const std::function<void(const Machine&, const std::string& when)>& check) const {
+    using Check = std::function<void(const Machine&, const std::string& when)>;
+
+    /// Kills `command` at each change of a file, on a machine of its own behind `prepare`, two at a time, and
+    /// checks what is left.
+    void ForEachKill(const std::vector<Words>& prepare, const Words& command, const Check& check) const {
+        ForEachFate("signal=KILL", prepare, command, check);
+    }
+    /// The same with a disk on which each change fails in turn.
+    void ForEachFailure(const std::vector<Words>& prepare, const Words& command, const Check& check) const {
+        ForEachFate("error=EIO", prepare, command, check);
+    }
+
+    void ForEachFate(const std::string& fate, const std::vector<Words>& prepare, const Words& command,
+                     const Check& check) const {
         const auto prepared = [&](const Machine& machine) {
             for (const Words& words : prepare)
                 ExpectSuccess(machine.Run(words));
@@ -44,7 +54,7 @@ protected:
             for (std::size_t place; (place = next++) < calls.size();) {
                 const Machine machine{};
                 prepared(machine);
-                RunWithFate(machine, calls[place], "signal=KILL", command);
+                RunWithFate(machine, calls[place], fate, command);
                 check(machine, calls[place].line);
             }
         };
@@ -93,6 +103,9 @@ TEST_F(KilledRunTruthTest, MachineThatWasBeingTiedToAnotherService) {
         [&](const Machine& machine, const std::string& when) { ExpectTruth(machine, when, Next(), newer); });
     EXPECT_GT(broken, 2);
     EXPECT_GT(doubtful, 2);
+    ForEachFailure(
+        {ConfigureFor(older, "Old")}, ConfigureFor(newer, "Sandbox"),
+        [&](const Machine& machine, const std::string& when) { ExpectTruth(machine, when, Next(), newer); });
 }
 
 TEST_F(KilledRunTruthTest, MachineThatWasEnrollingOrRemoving) {
@@ -113,6 +126,11 @@ TEST_F(KilledRunTruthTest, MachineThatWasEnrollingOrRemoving) {
     ForEachKill({configure, enrollClient}, enrollService, check(enrollService));
     ForEachKill({configure, enrollClient, enrollService}, unenrollService, check(unenrollService));
     ForEachKill({configure, enrollClient}, unenrollClient, check(unenrollClient));
+    // What the service has forgotten by then, the machine cannot know; another client of the name can be
+    // made.
+    ForEachKill({configure, enrollClient}, {"unenroll-client-self", "-n", "c1"}, check(enrollClient));
+    ForEachFailure({configure}, enrollClient, check(enrollClient));
+    ForEachFailure({configure, enrollClient}, enrollService, check(enrollService));
     EXPECT_EQ(broken, 0) << "what these leave is mended by the next run";
     EXPECT_GT(doubtful, 5);
 }
