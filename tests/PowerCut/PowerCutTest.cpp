@@ -1,7 +1,7 @@
 // The power is cut behind each command, and inside one. What a copy of the disk of that moment holds is what
 // the machine finds when the power is back.
 
-#include "tests/EndToEnd/Sandbox.h"
+#include "tests/Doctor/EndToEnd/Patient.h"
 #include "tests/Fakes/LeftOut.h"
 #include "tests/PowerCut/Disk.h"
 
@@ -84,8 +84,18 @@ protected:
             const Tree left = Files();
             EXPECT_EQ(StateOf(left), StateOf(moment.files));
             ExpectWholeCaches(left);
+            ExpectTruth();
             ExpectSuccess(Run(next));
         }
+    }
+
+    /// The next command works, so the doctor may find nothing broken; and what it advises makes all well.
+    void ExpectTruth() const {
+        const Verdict verdict = Examine(disk->Folder());
+        EXPECT_LT(verdict.exitCode, 2) << verdict.Text();
+        TypeRemedies(disk->Folder(), verdict, sandbox.Url());
+        const Verdict mended = Examine(disk->Folder());
+        EXPECT_TRUE(mended.IsFine()) << verdict.Text() << "and then\n" << mended.Text();
     }
 
     std::optional<Disk> disk;
@@ -144,6 +154,7 @@ TEST_P(PowerCutTest, CommandThatTheCutEndsAtAnyNameOfAFileIsDoneByTheNextRun) {
         disk->Commit();
         disk->Restart(disk->Cut());
         ExpectWholeCaches(Files());
+        ExpectTruth();
         ExpectSuccess(Run(EnrollClient));
     }
     // Five entries of caches, each staged and named, and the credentials.
