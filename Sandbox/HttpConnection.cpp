@@ -34,7 +34,11 @@ bool Await(socket_t socket, short events, int milliseconds) {
 
 HttpConnection::HttpConnection(socket_t socket, SSL_CTX* context)
     : descriptor(socket), tls(context ? SSL_new(context) : nullptr) {
-    if (tls) SSL_set_fd(tls.get(), socket);
+    if (tls && SSL_set_fd(tls.get(), socket) == 1) {
+        BIO* const bio = SSL_get_rbio(tls.get());
+        BIO_set_callback_ex(bio, RefuseWhenLate);
+        BIO_set_callback_arg(bio, reinterpret_cast<char*>(this));
+    }
     established = !context;
 }
 
@@ -46,6 +50,7 @@ HttpConnection::~HttpConnection() {
 }
 
 bool HttpConnection::Begin() {
+    SetDeadline(LongestHandshakeTime);
     if (!established) established = tls && SSL_accept(tls.get()) == 1;
     return established;
 }
@@ -58,16 +63,17 @@ bool HttpConnection::AwaitRequest(std::chrono::seconds atMost) {
 HttpConnection::Head HttpConnection::TakeHead() {
     buffer.erase(0, position);
     position = headEnd = 0;
-    bodyBegun.reset();
-    const Duration start = Platform::Clock().SteadyNow();
+    inBody = false;
+    SetDeadline(LongestHeadTime);
     std::size_t fields = 0;
     for (std::size_t line = 0;;) {
         const std::size_t end = buffer.find('\n', std::max(line, headEnd));
         if (end == std::string::npos) {
             headEnd = buffer.size();  // no need to search there again
             if (headEnd > LargestHead || (line > 0 && headEnd - line > LargestField)) return Head::TooLarge;
-            if (Platform::Clock().SteadyNow() - start > LongestHeadTime) return Head::TooSlow;
-            if (!ReceiveMore()) return Head::Taken;
+            const bool came = ReceiveMore();
+            if (IsLate()) return Head::TooSlow;
+            if (!came) return Head::Taken;
             continue;
         }
         const std::size_t length = end + 1 - line;
@@ -111,14 +117,13 @@ bool HttpConnection::is_writable() const {
 ssize_t HttpConnection::read(char* data, std::size_t size) {
     if (position == buffer.size()) {
         // Behind the head the library reads the body alone.
-        const Duration now = Platform::Clock().SteadyNow();
-        if (!bodyBegun) bodyBegun = now;
-        tooLate |= now - *bodyBegun > LongestBodyTime;
-        if (tooLate) return 0;
-        if (size >= ReceiveSize) return Receive(data, size);
+        if (!inBody) SetDeadline(LongestBodyTime);
+        inBody = true;
         buffer.clear();
         position = headEnd = 0;
-        if (!ReceiveMore()) return 0;
+        const bool came = !IsLate() && ReceiveMore();
+        tooLate = IsLate();
+        if (!came || tooLate) return 0;
     }
     const std::size_t count = std::min(size, buffer.size() - position);
     std::copy_n(buffer.data() + position, count, data);
@@ -141,6 +146,24 @@ void HttpConnection::get_remote_ip_and_port(std::string& address, int& port) con
 
 void HttpConnection::get_local_ip_and_port(std::string& address, int& port) const {
     FindOwnEnd(descriptor, address, port);
+}
+
+/// Stands before what the TLS library does with the socket. It receives until a record, or the handshake, is
+/// whole, and would let each byte take as long as the socket allows.
+long HttpConnection::RefuseWhenLate(BIO* bio, int operation, const char*, std::size_t, int, long, int result,
+                                    std::size_t*) {
+    const auto& connection = *reinterpret_cast<const HttpConnection*>(BIO_get_callback_arg(bio));
+    if (operation != BIO_CB_READ || !connection.IsLate()) return result;
+    BIO_set_retry_read(bio);  // no failure of the connection, over which an answer may still go
+    return -1;
+}
+
+void HttpConnection::SetDeadline(Duration fromNow) {
+    deadline = Platform::Clock().SteadyNow() + fromNow;
+}
+
+bool HttpConnection::IsLate() const {
+    return Platform::Clock().SteadyNow() > deadline;
 }
 
 /// Whether anything came.

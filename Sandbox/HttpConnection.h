@@ -3,12 +3,12 @@
 #include "Platform/IClock.h"
 
 #include <httplib.h>
+#include <openssl/bio.h>
 #include <openssl/ssl.h>
 
 #include <chrono>
 #include <cstddef>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -27,6 +27,7 @@ public:
     static constexpr std::size_t LargestHead = 64 << 10;
     static constexpr std::size_t LargestField = CPPHTTPLIB_HEADER_MAX_LENGTH;
     static constexpr std::size_t MostFields = 100;
+    static constexpr auto LongestHandshakeTime = std::chrono::seconds(30);
     static constexpr auto LongestHeadTime = std::chrono::seconds(30);
     static constexpr auto LongestBodyTime = std::chrono::seconds(30);
 
@@ -69,17 +70,23 @@ public:
     socket_t socket() const override { return descriptor; }
 
 private:
+    static long RefuseWhenLate(BIO* bio, int operation, const char* data, std::size_t size, int number,
+                               long option, int result, std::size_t* processed);
+
+    void SetDeadline(Duration fromNow);
+    bool IsLate() const;
     bool ReceiveMore();
     ssize_t Receive(char* data, std::size_t size);
 
     const socket_t descriptor;
     std::unique_ptr<SSL, FreeTls> tls;  // none in clear text
     bool established = false;
-    std::string buffer;                 // what was received and not yet read, from `position` on
-    std::size_t position = 0;           // at most the buffer's size
-    std::size_t headEnd = 0;            // where in the buffer the head of the current request ends
-    std::optional<Duration> bodyBegun;  // when something was first to be received behind that
-    bool tooLate = false;               // and when there was, and the time for it was up
+    Duration deadline{};       // of what is being received: a handshake, a head or a body
+    std::string buffer;        // what was received and not yet read, from `position` on
+    std::size_t position = 0;  // at most the buffer's size
+    std::size_t headEnd = 0;   // where in the buffer the head of the current request ends
+    bool inBody = false;       // something was to be received behind that
+    bool tooLate = false;      // and the time for it was up
 };
 
 }  // namespace Ombry::Sandbox
