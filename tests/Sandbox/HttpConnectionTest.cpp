@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <future>
 #include <thread>
@@ -156,6 +157,22 @@ TEST_F(SandboxHttpConnectionTest, EachHeadHasItsOwnTime) {
         EXPECT_EQ(connection->read(taken.data(), taken.size()), static_cast<ssize_t>(head.size()));
         EXPECT_EQ(taken, head);
     }
+}
+
+TEST_F(SandboxHttpConnectionTest, BehindAnAnswerThatClosesNoMoreThanAMebibyteIsListenedTo) {
+    Begin(false);
+    auto closed = std::async(std::launch::async, [&] {
+        connection->CloseGently();
+        connection.reset();
+    });
+    const std::string rest(4 << 20, 'x');
+    ssize_t sent = 0;
+    for (ssize_t count = 1; count > 0 && sent < static_cast<ssize_t>(rest.size());
+         sent += std::max<ssize_t>(count, 0))
+        count = send(ends[0], rest.data() + sent, rest.size() - static_cast<std::size_t>(sent), MSG_NOSIGNAL);
+    EXPECT_GE(sent, 1 << 20);
+    EXPECT_LT(sent, 2 << 20);
+    closed.get();
 }
 
 }  // namespace

@@ -118,13 +118,10 @@ TEST_F(SandboxPageTest, PolicyAllowsItsOwnTextsAndNothingElse) {
 TEST_F(SandboxPageTest, OtherOriginsMayNeitherSwitchNorListenNorCall) {
     Start();
     const std::vector<httplib::Headers> foreign = {
-        {{"Origin", "https://evil.test"}},
-        {{"Origin", "null"}},
-        {{"Origin", "http://127.0.0.1:1"}},
-        {{"Origin", "https" + Own().substr(4)}},
-        {{"Sec-Fetch-Site", "cross-site"}},
-        {{"Sec-Fetch-Site", "same-site"}},
-        {{"Origin", Own()}, {"Sec-Fetch-Site", "cross-site"}},
+        {{"Origin", "https://evil.test"}},  {{"Origin", "null"}},
+        {{"Origin", "http://127.0.0.1:1"}}, {{"Origin", "https" + Own().substr(4)}},
+        {{"Origin", Own() + "0"}},          {{"Sec-Fetch-Site", "cross-site"}},
+        {{"Sec-Fetch-Site", "same-site"}},  {{"Origin", Own()}, {"Sec-Fetch-Site", "cross-site"}},
     };
     const std::vector<Question> all = {
         {.method = "POST", .path = Switch, .body = StatusOn, .type = JsonType},
@@ -148,6 +145,23 @@ TEST_F(SandboxPageTest, OtherOriginsMayNeitherSwitchNorListenNorCall) {
     EXPECT_EQ(open("navigate"), 200);
     EXPECT_EQ(open("no-cors"), 403);
     EXPECT_EQ(open("cors"), 403);
+    EXPECT_EQ(Get("/page/events", With(Admin(), {{"Connection", "close"},
+                                                 {"Sec-Fetch-Site", "cross-site"},
+                                                 {"Sec-Fetch-Mode", "navigate"}}))
+                  .status,
+              403);
+}
+
+TEST_F(SandboxPageTest, NoCallIsMadeForAPageOfAnotherOrigin) {
+    Start();
+    for (const httplib::Headers& foreign : {httplib::Headers{{"Origin", "https://evil.test"}},
+                                            httplib::Headers{{"Sec-Fetch-Site", "same-site"}}}) {
+        for (auto& [question, status] : EveryCall()) {
+            question.path.insert(0, "/b");
+            question.headers = foreign;
+            EXPECT_EQ(Ask(question).status, 403) << question.method << " " << question.path;
+        }
+    }
 }
 
 TEST_F(SandboxPageTest, FormOfAnOlderBrowserIsNoSwitch) {
@@ -185,6 +199,7 @@ TEST_F(SandboxPageTest, NameThatIsNotItsOwnLeadsToNothing) {
              StatusOn)
             .status,
         421);
+    EXPECT_EQ(Get("/page/events", With(Admin(), {{"Host", "evil.test"}})).status, 421);
     EXPECT_EQ(Get("/b" + Datacenters).status, 200);
 }
 

@@ -107,4 +107,21 @@ inline std::string RequestFor(const std::string& path) {
     return "GET /b" + path + " HTTP/1.1\r\nConnection: close\r\n\r\n";
 }
 
+/// One of each, as somebody asks who knows nothing, and what the answer is where datacenters need a token.
+inline std::vector<std::pair<Question, int>> EveryCall() {
+    return {
+        {{.path = Datacenters}, 401},
+        {{.method = "POST", .path = UserTokens}, 401},
+        {{.method = "POST", .path = ClientTokens}, 401},
+        {{.method = "POST", .path = Clients}, 401},
+        {{.method = "DELETE", .path = "/v1/auth/clients"}, 401},
+        {{.method = "DELETE", .path = "/v1/auth/clients/x"}, 401},
+        {{.method = "POST", .path = Services}, 401},
+        {{.method = "DELETE", .path = Services + "/x"}, 401},
+        {{.path = "/services/services/nonsecure/name/ssds"}, 200},
+        {{.path = "/services/service/secure/id/x"}, 401},
+        {{.method = "POST", .path = "/sandbox/faults"}, 401},
+    };
+}
+
 }  // namespace Ombry::Tests::SandboxService
