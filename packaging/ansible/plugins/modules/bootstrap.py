@@ -40,8 +40,11 @@ options:
     description:
       - SHA-256 of the service's certificate, as C(openssl x509 -fingerprint -sha256) prints it. With another one neither
         password nor token are sent, and nothing is trusted.
-      - The certificate is looked at before each command that sends them. Who takes the address over between the look and
-        the command is not kept out.
+      - The certificate is looked at before each command that sends them, over a connection of its own. The command then
+        makes others, on which the tool judges no certificate, since it has none to judge by. Whoever takes the address
+        over in between gets the password or the token, and that is not noticed if it is given back at once. Prefer a token
+        that lasts for a short time.
+      - What is trusted in the end is compared once more. A certificate that is another is removed, and the task fails.
     type: str
 extends_documentation_fragment:
   - ombry.sec_client.identity
