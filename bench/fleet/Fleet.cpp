@@ -37,8 +37,13 @@ FleetRun RunFleet(const FleetSettings& settings) {
     ModelService service(settings.service, simulation, random, run.log);
     const std::array gateways{service.GatewaysFor(0), service.GatewaysFor(1)};
     bool stopping = false;
-    const FleetClient::Surroundings surroundings{
-        simulation, random, run.outcomes, stopping, settings.leastPause, settings.mostPause};
+    const FleetClient::Surroundings surroundings{simulation,
+                                                 random,
+                                                 run.outcomes,
+                                                 stopping,
+                                                 settings.leastPause,
+                                                 settings.mostPause,
+                                                 settings.gatewayOfEachCall};
     std::deque<FleetClient> clients;
     for (int number = 0; number < settings.clients; ++number) {
         const int datacenter = number % 2;

@@ -17,6 +17,8 @@ struct FleetSettings {
     /// Between two calls of a client, drawn anew each time.
     Duration leastPause = std::chrono::minutes(30);
     Duration mostPause = std::chrono::minutes(90);
+    /// Whether a client makes a gateway for each call, and so keeps no server in mind that works.
+    bool gatewayOfEachCall = false;
     ServiceSettings service;
 };
 

@@ -40,10 +40,14 @@ void FleetClient::Run() {
     parameters.SetSecurityDirectory(directory);
     Library::ClientCommunications communications(parameters, http);
     communications.StartMaintainer();
+    const auto makeGateway = [&] {
+        return communications.GetServiceGatewayFactory()->Create(
+            communications.GetServiceFinderFactory()->CreateByName(ServiceName));
+    };
     // Made once, as a program does that wants it to remember which server works.
-    const auto gateway = communications.GetServiceGatewayFactory()->Create(
-        communications.GetServiceFinderFactory()->CreateByName(ServiceName));
+    auto gateway = makeGateway();
     while (!surroundings.stopping) {
+        if (surroundings.gatewayOfEachCall) gateway = makeGateway();
         if (Call(communications, *gateway)) {
             ++surroundings.outcomes.answered;
         } else {

@@ -28,6 +28,7 @@ public:
         const bool& stopping;
         Duration leastPause;
         Duration mostPause;
+        bool gatewayOfEachCall;
     };
 
     /// `directory` holds the machine's state.

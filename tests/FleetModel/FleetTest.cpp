@@ -114,6 +114,81 @@ TEST_F(FleetTest, TokenServersAndServersOfAServiceAreAskedAlike) {
     EXPECT_GT(asked("v1-service", 0, 0), 5 * asked("v1-service", 1, 0));
 }
 
+constexpr int FewClients = 8;
+constexpr Window HalfAnHour{Hour / 2, Hour};
+
+/// Some clients that call often, of a service that refuses for half an hour.
+FleetSettings ServiceDown(std::optional<int> datacenter) {
+    FleetSettings settings;
+    settings.clients = FewClients;
+    settings.length = std::chrono::minutes(150);
+    settings.service.outages = {{HalfAnHour, Failure::Refused, Role::Work, datacenter}};
+    return settings;
+}
+
+/// Not that a gateway stays with what answers: each call has a new one, and what failed is remembered beside
+/// them.
+TEST(FleetRunTest, ServerThatFailedIsNotAskedFirstAgainUntilThatIsHalfAnHourAgo) {
+    FleetSettings settings = ServiceDown(0);
+    settings.leastPause = std::chrono::seconds(30);
+    settings.mostPause = std::chrono::seconds(90);
+    settings.gatewayOfEachCall = true;
+    FleetRun run = RunFleet(settings);
+    EXPECT_TRUE(run.outcomes.failures.empty());
+    // Half of the clients meet the four once. Others of their attempts were answered.
+    const auto attempts = static_cast<double>(run.log.Sum({Request::Work}, {0, run.log.Seconds()}));
+    EXPECT_NEAR(attempts - static_cast<double>(run.outcomes.answered), FewClients / 2 * 4, FewClients);
+    // And come back: they call about once a minute, and were away for half an hour of 150 minutes.
+    std::uint64_t atHome = 0;
+    for (int number = 0; number < 4; ++number)
+        atHome += run.requestsByInstance["https://v1-print-" + std::to_string(number) + ".dc0"];
+    EXPECT_NEAR(static_cast<double>(atHome), FewClients / 2 * 120, 8 * FewClients);
+}
+
+TEST(FleetRunTest, ServersThatAreDownAreAskedByAClientOnceInHalfAMinuteHoweverOftenItCalls) {
+    FleetSettings settings = ServiceDown({});
+    settings.length = std::chrono::hours(1) + std::chrono::minutes(1);
+    settings.leastPause = std::chrono::seconds(2);
+    settings.mostPause = std::chrono::seconds(4);
+    const FleetRun run = RunFleet(settings);
+    // Eight servers. The first waits are shorter.
+    const std::uint64_t attempts = run.log.Sum({Request::Work}, HalfAnHour);
+    EXPECT_LT(attempts, 8 * FewClients * (1800 / 30 + 5));
+    EXPECT_GT(attempts, 8 * FewClients * (1800 / 36));
+    // The outage is as long as it is said to be, and who waits out its end is answered.
+    ASSERT_FALSE(run.outcomes.failures.empty());
+    for (const TimePoint failure : run.outcomes.failures) {
+        const auto second = static_cast<std::size_t>((failure - Start).count() / TicksPerSecond);
+        EXPECT_GE(second, HalfAnHour.begin);
+        EXPECT_LT(second, HalfAnHour.end);
+    }
+    EXPECT_GE(run.outcomes.failures.back(), Start + std::chrono::seconds(HalfAnHour.end - 60));
+}
+
+TEST(RequestLogTest, CountsSumsAndFindsTheBusiestStretch) {
+    RequestLog log(Start, 600);
+    const auto count = [&](Request kind, int second, int times) {
+        for (int i = 0; i < times; ++i)
+            log.Count(kind, Start + std::chrono::milliseconds(1000 * second + 999));
+    };
+    count(Request::Token, 0, 3);
+    count(Request::Token, 60, 5);
+    count(Request::Token, 119, 5);
+    count(Request::Work, 119, 50);
+    count(Request::Token, 599, 4);
+    count(Request::Token, 600, 100);  // behind the end
+    EXPECT_EQ(log.Seconds(), 600u);
+    EXPECT_EQ(log.Sum({Request::Token}, {0, 600}), 17u);
+    EXPECT_EQ(log.Sum({Request::Token}, {60, 119}), 5u);
+    EXPECT_EQ(log.Sum({Request::Token, Request::Work}, {60, 120}), 60u);
+    EXPECT_DOUBLE_EQ(log.Mean({Request::Token}, {0, 600}), 17.0 / 600);
+    EXPECT_DOUBLE_EQ(log.Mean({Request::Token}, {60, 120}), 10.0 / 60);
+    EXPECT_DOUBLE_EQ(log.Busiest({Request::Token}, {0, 600}, 1), 5);
+    EXPECT_DOUBLE_EQ(log.Busiest({Request::Token}, {0, 600}, 60), 10.0 / 60);
+    EXPECT_DOUBLE_EQ(log.Busiest({Request::Token}, {0, 119}, 1), 5);
+    EXPECT_DOUBLE_EQ(log.Busiest({Request::Token}, {1, 60}, 1), 0);
+}
+
 TEST(FleetRunTest, OneSeedGivesOneRunAndAnotherSeedAnother) {
     FleetSettings settings = Days::Settings(20, 1);
     settings.length = std::chrono::hours(10);
