@@ -159,6 +159,31 @@ TEST_F(SandboxServiceTest, WhatDripsBehindAnAnswerThatClosesIsGivenUp) {
     EXPECT_LT(Drip(peer, clock), 1 << 20);
 }
 
+TEST_F(SandboxServiceTest, ConnectionIsKeptBehindItsAnswerUntilOthersWaitForAThread) {
+    Start({"--threads", "1"});
+    const std::string keep = "GET /b" + Datacenters + " HTTP/1.1\r\n\r\n";
+    std::vector<LoopbackPeer> kept;
+    for (int i = 0; i < 1 + Sandbox::Service::MostStreams; ++i) {
+        kept.push_back(Connect());
+        kept.back().Send(keep);
+        EXPECT_EQ(kept.back().Receive(12), "HTTP/1.1 200");
+    }
+    LoopbackPeer waits = Connect();
+    waits.Send(RequestFor(Datacenters));
+    // Whoever accepts the next one has put the last one in the queue.
+    const LoopbackPeer next = Connect();
+    httplib::Request request;
+    request.remote_addr = "127.0.0.1";
+    request.remote_port = lastFrom;
+    while (Sandbox::FindConnection(request) < 0)
+        std::this_thread::yield();
+    kept.front().Send(keep);
+    const std::string answers = kept.front().Receive(1 << 20);
+    EXPECT_THAT(answers.substr(0, answers.find("HTTP/1.1", 1)), HasSubstr("Keep-Alive: timeout=5"));
+    EXPECT_THAT(answers, HasSubstr("Connection: close\r\n"));
+    EXPECT_THAT(waits.Receive(1 << 20), HasSubstr("HTTP/1.1 200 "));
+}
+
 TEST_F(SandboxServiceTest, RequestWithoutABodyIsNotWaitedFor) {
     Start();
     EXPECT_THAT(Raw("POST /b" + UserTokens + " HTTP/1.1\r\nConnection: close\r\n\r\n"),
