@@ -1,0 +1,75 @@
+// When an open page is told what.
+
+#include "Sandbox/EventStream.h"
+#include "tests/Sandbox/CallsFixture.h"
+
+#include <future>
+
+namespace Ombry::Tests::SandboxService {
+namespace {
+
+using namespace std::chrono_literals;
+
+class SandboxEventStreamTest : public SandboxCallsTest {
+protected:
+    SandboxEventStreamTest() { TakeOptions({}); }
+
+    void Note() { journal.Add({}); }
+    /// The names of the events of the next piece, for which a tick is waited if nothing has happened.
+    std::string Next() {
+        std::size_t waits = clock.Waits().size();
+        auto next = std::async(std::launch::async, [&] { return stream.Next(); });
+        while (next.wait_for(0s) != std::future_status::ready) {
+            if (clock.Waits().size() == waits) continue;
+            ++waits;
+            clock.Advance(Sandbox::EventStream::Tick);
+        }
+        const auto piece = next.get();
+        if (!piece) return "end";
+        std::string names;
+        for (std::size_t at = piece->find("event: "); at != std::string::npos;
+             at = piece->find("event: ", at + 1))
+            names += piece->substr(at + 7, piece->find('\n', at) - at - 7) + " ";
+        return names;
+    }
+
+    Sandbox::Journal journal;
+    Sandbox::Page page{options, state, faults, journal};
+    Sandbox::EventStream stream{page, journal, baseUrl};
+};
+
+TEST_F(SandboxEventStreamTest, OverviewFollowsWhatHappenedWithinATickAndOnlyOnce) {
+    EXPECT_EQ(Next(), "overview ");
+    Note();
+    EXPECT_EQ(Next(), "requests ");
+    clock.Advance(499ms);
+    Note();
+    EXPECT_EQ(Next(), "requests ");
+    clock.Advance(1ms);
+    Note();
+    EXPECT_EQ(Next(), "requests overview ");
+    EXPECT_EQ(Next(), "");
+}
+
+TEST_F(SandboxEventStreamTest, OverviewComesEveryThreeSecondsIfNothingHappens) {
+    EXPECT_EQ(Next(), "overview ");
+    for (int tick = 1; tick < 6; ++tick)
+        EXPECT_EQ(Next(), "");
+    EXPECT_EQ(Next(), "overview ");
+}
+
+TEST_F(SandboxEventStreamTest, WhatAPageWasToldItIsNotToldAgain) {
+    Note();
+    Note();
+    EXPECT_EQ(Next(), "requests overview ");
+    EXPECT_EQ(Next(), "");
+}
+
+TEST_F(SandboxEventStreamTest, EndsWithTheJournal) {
+    EXPECT_EQ(Next(), "overview ");
+    journal.Close();
+    EXPECT_EQ(Next(), "end");
+}
+
+}  // namespace
+}  // namespace Ombry::Tests::SandboxService
