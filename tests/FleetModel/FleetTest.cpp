@@ -99,6 +99,19 @@ TEST_F(FleetTest, CallsFailOnlyIfTheyBeganWhileSomethingWasDown) {
     }
 }
 
+/// Each attempt waits for 100 seconds, and a call has 300.
+TEST_F(FleetTest, DatacenterOfFourServersThatIsSilentFailsCallsThatTheOtherOneWouldAnswer) {
+    std::vector<std::size_t> failures;
+    for (const TimePoint failure : run->outcomes.failures) {
+        const auto second = static_cast<std::size_t>((failure - Start).count() / TicksPerSecond);
+        if (second >= Days::DatacenterDown.begin && second <= Days::DatacenterDown.end + 300)
+            failures.push_back(second);
+    }
+    EXPECT_GT(failures.size(), Clients / 20);
+    ASSERT_FALSE(failures.empty());
+    EXPECT_GE(failures.front(), Days::DatacenterDown.begin + 299);
+}
+
 /// Not so discovery: whoever was started on a new machine stays with the one instance that it was told of.
 TEST_F(FleetTest, TokenServersAndServersOfAServiceAreAskedAlike) {
     const auto asked = [](const std::string& service, int number, int datacenter) {

@@ -65,6 +65,32 @@ TEST_F(SandboxEventStreamTest, WhatAPageWasToldItIsNotToldAgain) {
     EXPECT_EQ(Next(), "");
 }
 
+TEST_F(SandboxEventStreamTest, JournalKeepsTheLastHundred) {
+    for (int i = 0; i < 101; ++i)
+        Note();
+    const auto kept = journal.After(0);
+    EXPECT_EQ(kept.size(), 100u);
+    EXPECT_EQ(kept.front().number, 2u);
+    EXPECT_EQ(journal.After(100).size(), 1u);
+}
+
+TEST_F(SandboxEventStreamTest, RequestIsToldWithTheBeginningOfALongPath) {
+    Sandbox::JournalEntry entry;
+    entry.path = "/" + std::string(1000, 'x');
+    journal.Add(entry);
+    std::uint64_t number = 0;
+    EXPECT_THAT(page.RequestsEvent(number), testing::HasSubstr("\"/" + std::string(199, 'x') + "\""));
+}
+
+TEST_F(SandboxEventStreamTest, RunsOfTheServiceAreToldApart) {
+    clock.Advance(1s);
+    const Sandbox::Page later(options, state, faults, journal);
+    Note();
+    const auto runIn = [](const std::string& event) { return event.substr(event.find("\"run\""), 30); };
+    std::uint64_t number = 0, again = 0;
+    EXPECT_NE(runIn(page.RequestsEvent(number)), runIn(later.RequestsEvent(again)));
+}
+
 TEST_F(SandboxEventStreamTest, EndsWithTheJournal) {
     EXPECT_EQ(Next(), "overview ");
     journal.Close();

@@ -278,9 +278,11 @@ TEST_F(SandboxPageTest, OpenPageIsToldEverythingAndThenWhatComes) {
     Get("/b" + Datacenters);
     EXPECT_TRUE(open.Hears(R"("path":"/v1/ddb/datacenters","status":200)"));
     Get("/", Admin());  // what the page asks itself is not told
+    Get("/page/nosuch", Admin());
     Get("/b/nosuch");
     EXPECT_TRUE(open.Hears(R"("path":"/nosuch","status":404)"));
     EXPECT_THAT(open.heard, Not(HasSubstr(R"("path":"/","status":200)")));
+    EXPECT_THAT(open.heard, Not(HasSubstr(R"("path":"/page)")));
 }
 
 TEST_F(SandboxPageTest, OpenPageHearsSomethingEvenIfNothingHappens) {
