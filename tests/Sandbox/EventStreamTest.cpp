@@ -82,6 +82,16 @@ TEST_F(SandboxEventStreamTest, RequestIsToldWithTheBeginningOfALongPath) {
     EXPECT_THAT(page.RequestsEvent(number), testing::HasSubstr("\"/" + std::string(199, 'x') + "\""));
 }
 
+TEST_F(SandboxEventStreamTest, OverviewHasTheNewestFifty) {
+    for (int i = 0; i <= 50; ++i)
+        state.AddService({std::to_string(i), "n" + std::to_string(i), "c", "u", "", "h", "s", "d", {}});
+    const std::string overview = page.OverviewEvent(baseUrl);
+    EXPECT_THAT(overview, testing::HasSubstr(R"("serviceCount":51,)"));
+    for (const char* shown : {R"("n50")", R"("n1")"})
+        EXPECT_THAT(overview, testing::HasSubstr(shown));
+    EXPECT_THAT(overview, testing::Not(testing::HasSubstr(R"("n0")")));
+}
+
 TEST_F(SandboxEventStreamTest, RunsOfTheServiceAreToldApart) {
     clock.Advance(1s);
     const Sandbox::Page later(options, state, faults, journal);
