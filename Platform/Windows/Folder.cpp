@@ -54,10 +54,11 @@ ValueOr<Handle> OpenToFlush(const std::wstring& folder) {
 
 ValueOr<std::vector<std::wstring>> NamesIn(const std::wstring& folder) {
     if (const Result result = CheckFolder(folder); !result) return result;
-    WIN32_FIND_DATAW entry;
-    const HANDLE first = FindFirstFileExW(PathIn(folder, L"*").c_str(), FindExInfoBasic, &entry,
-                                          FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH);
+    const std::wstring all = PathIn(folder, L"*");
     std::vector<std::wstring> names;
+    WIN32_FIND_DATAW entry;
+    const HANDLE first = FindFirstFileExW(all.c_str(), FindExInfoBasic, &entry, FindExSearchNameMatch,
+                                          nullptr, FIND_FIRST_EX_LARGE_FETCH);
     if (first == INVALID_HANDLE_VALUE) {
         // The root of a drive has no "." and "..", so that it can be empty.
         return GetLastError() == ERROR_FILE_NOT_FOUND ? names

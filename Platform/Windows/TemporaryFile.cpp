@@ -28,9 +28,11 @@ std::wstring NameOf(const std::array<std::uint8_t, TemporaryNameDigits / 2>& cha
 }
 
 /// Makes a file that others may read alone, so that the right to remove it cannot be had beside this handle.
-Handle CreatePrivate(const std::wstring& path, SECURITY_ATTRIBUTES access) {
-    return Handle(CreateFileW(path.c_str(), GENERIC_WRITE | DELETE, FILE_SHARE_READ, &access, CREATE_NEW,
-                              FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+ValueOr<Handle> CreatePrivate(const std::wstring& path, SECURITY_ATTRIBUTES access) {
+    Handle file(CreateFileW(path.c_str(), GENERIC_WRITE | DELETE, FILE_SHARE_READ, &access, CREATE_NEW,
+                            FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    if (!file) return LastError();
+    return file;
 }
 
 /// Whoever made the file has it open as long as he lives, and then this one does not open.
@@ -55,9 +57,9 @@ ValueOr<TemporaryFile> TemporaryFile::CreateBeside(const std::wstring& target) {
     for (int tries = 0; tries < MostTries; ++tries) {
         std::array<std::uint8_t, TemporaryNameDigits / 2> chance{};
         if (const Result result = Production<IRandom>().Bytes(chance); !result) return result;
-        Handle file = CreatePrivate(PathIn(folder, NameOf(chance)), access->Attributes());
-        if (file) return TemporaryFile(std::move(file));
-        if (GetLastError() != ERROR_FILE_EXISTS) return LastError();
+        auto file = CreatePrivate(PathIn(folder, NameOf(chance)), access->Attributes());
+        if (file) return TemporaryFile(std::move(*file));
+        if (file.Error() != ERROR_FILE_EXISTS) return Result::Failure(file.Error());
     }
     return Result::Failure(ERROR_FILE_EXISTS);
 }

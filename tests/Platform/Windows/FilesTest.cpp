@@ -378,7 +378,7 @@ TEST_F(FilesTest, ReservedSpaceIsNoPartOfTheFileThatAPowerCutCouldLeaveFullOfNul
 TEST_F(FilesTest, FullDiskShowsWhenTheReplacementBegins) {
     char disk[MAX_PATH] = {};
     if (GetEnvironmentVariableA("OMBRY_SMALL_DISK", disk, sizeof disk) == 0) {
-        return LeaveOut("needs a folder on a disk of less than a megabyte, in OMBRY_SMALL_DISK");
+        return LeaveOut("has a disk of half a megabyte, in OMBRY_SMALL_DISK, where SmallDiskTest runs it");
     }
     const std::string path = std::string(disk) + "/file";
     ASSERT_TRUE(Save(path, "old", Durability::Synced));
