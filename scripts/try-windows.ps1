@@ -4,14 +4,15 @@ Tries what was built on a real Windows, and writes one report.
 
 .DESCRIPTION
 Runs each test executable of a folder, then the life of a machine with all eight commands against a service, and looks
-at what this system has and Wine has not: access lists, the certificate store, the version of TLS. Nothing here can be
-run on the machine that builds.
+at what this system has and Wine has not: access lists, the certificate store, a file that is held while it is replaced.
+Nothing here can be run on the machine that builds.
 
   on the Linux machine   ombry-sandbox --address ADDRESS --port 8181
   here, as administrator powershell -ExecutionPolicy Bypass -File try-windows.ps1 -Sandbox https://ADDRESS:8181/securityframeworkservice
 
 The state of the commands stands in a folder of its own, but for the certificate, which goes into the machine's store
-"OmbrySecurity" and is removed at the end. Where that store holds something already, the commands are left out.
+"OmbrySecurity" and is removed at the end, also where something failed. Where that store holds something already, the
+commands are left out.
 
 .PARAMETER Programs
 Folder with *_test.exe, Ombry.SecClientConfig.exe and ombry_sec_client_config_here.exe, copied from build/windows-dev.
@@ -21,17 +22,21 @@ Base address of the service; without it only the tests are run.
 The file that is written.
 #>
 param(
-    [string] $Programs = $PSScriptRoot,
+    [string] $Programs = '',
     [string] $Sandbox = '',
     [string] $User = 'admin',
     [string] $Password = 'secret',
-    [string] $Report = (Join-Path (Get-Location) 'try-windows.txt')
+    [string] $Report = ''
 )
 $ErrorActionPreference = 'Stop'
+# Not as values of the parameters: not every version knows the folder of the script there.
+if (-not $Programs) { $Programs = $PSScriptRoot }
+if (-not $Report) { $Report = Join-Path (Get-Location).ProviderPath 'try-windows.txt' }
 $script:failed = @()
 $work = Join-Path ([IO.Path]::GetTempPath()) ('ombry-try-' + [Guid]::NewGuid())
 $failure = -1  # what a program sees of it that runs on the same system; a shell of another shows 255
 $store = 'Cert:\LocalMachine\OmbrySecurity'
+$longest = 15 * 60 * 1000  # milliseconds that a program may take
 
 function Say([string] $text) {
     Write-Host $text
@@ -42,16 +47,35 @@ function Check([string] $what, [bool] $holds) {
     if ($holds) { Say "ok      $what" } else { Say "FAILED  $what"; $script:failed += $what }
 }
 
+# What the store holds; nothing where there is none.
+function Certificates {
+    if (Test-Path $store) { Get-ChildItem $store }
+}
+
 # Runs a program in the work folder, shows what it said, and returns its exit code.
 function Run([string] $program, [string[]] $words) {
     $quoted = $words | ForEach-Object { '"' + ($_ -replace '"', '\"') + '"' }
-    $out = Join-Path $work 'out.txt'
-    $err = Join-Path $work 'err.txt'
-    $options = @{ FilePath = $program; WorkingDirectory = $work; NoNewWindow = $true; Wait = $true; PassThru = $true
-                  RedirectStandardOutput = $out; RedirectStandardError = $err }
-    if ($quoted) { $options.ArgumentList = $quoted }
-    $process = Start-Process @options
-    foreach ($file in $out, $err) { Get-Content -LiteralPath $file -Encoding UTF8 | ForEach-Object { Say "    $_" } }
+    $start = New-Object Diagnostics.ProcessStartInfo
+    $start.FileName = $program
+    $start.Arguments = $quoted -join ' '
+    $start.WorkingDirectory = $work
+    $start.UseShellExecute = $false
+    $start.RedirectStandardOutput = $true
+    $start.RedirectStandardError = $true
+    $start.StandardOutputEncoding = [Text.Encoding]::UTF8
+    $start.StandardErrorEncoding = [Text.Encoding]::UTF8
+    $process = [Diagnostics.Process]::Start($start)
+    $streams = $process.StandardOutput.ReadToEndAsync(), $process.StandardError.ReadToEndAsync()
+    if (-not $process.WaitForExit($longest)) {
+        $process.Kill()
+        $process.WaitForExit()
+        Say '    was ended, since it did not come to an end'
+    }
+    foreach ($stream in $streams) {
+        # What a program has left behind may keep the stream open.
+        if (-not $stream.Wait(10000)) { continue }
+        $stream.Result.TrimEnd() -split "`r?`n" | Where-Object { $_ } | ForEach-Object { Say "    $_" }
+    }
     return $process.ExitCode
 }
 
@@ -70,71 +94,83 @@ $identity = New-Object Security.Principal.WindowsPrincipal([Security.Principal.W
 $isAdministrator = $identity.IsInRole([Security.Principal.WindowsBuiltInRole]::Administrator)
 Say "administrator: $isAdministrator"
 
-foreach ($test in Get-ChildItem -Path $Programs -Filter '*_test.exe' | Sort-Object Name) {
-    Say ''
-    Say "== $($test.Name)"
-    $code = Run $test.FullName @('--gtest_brief=1')
-    Check "$($test.Name) ended with $code" ($code -eq 0)
-}
-
-if ($Sandbox) {
-    if ((Test-Path $store) -and (Get-ChildItem $store)) {
+$ours = $false  # whether what the store holds came from here
+try {
+    foreach ($test in Get-ChildItem -Path $Programs -Filter '*_test.exe' | Sort-Object Name) {
         Say ''
-        Say 'The store OmbrySecurity of this machine is in use: the commands are left out.'
-        $script:failed += 'store in use'
-    } else {
-        $who = @('-u', $User, '-p', $Password)
-        Tool 0 @('help', 'help')
-        Tool 0 (@('get-datacenters') + $who + @('-r', $Sandbox))
-        Tool $failure @('get-datacenters', '-u', $User, '-p', "not $Password", '-r', $Sandbox)
-        Tool 0 (@('configure-bootstrap-url') + $who + @('-dn', 'Sandbox', '-r', $Sandbox))
-        $trusted = @(Get-ChildItem $store | Where-Object { $_.FriendlyName -eq 'DiscoveryServiceBootstrap' })
-        Check 'one certificate of the name DiscoveryServiceBootstrap is in the store' ($trusted.Count -eq 1)
-        Tool 0 (@('enroll-client') + $who + @('-nn', 'printer', '-desc', 'First floor'))
-        Tool 0 (@('enroll-client') + $who + @('-nn', "M$([char]0xFC)nchen $([char]0x20AC)"))
-        $service = @('enroll-service', '-n', 'printer', '-owner', 'printer', '-name', 'v1-print', '-url',
-                     'https://printer:9443/print', '-namespace', 'Office', '-hostname', 'printer')
-        Tool 0 $service
-        Tool 0 $service
-
-        Say ''
-        Say '== files'
-        $allowed = 'S-1-5-18', 'S-1-5-32-544'
-        foreach ($entry in @(Get-Item (Join-Path $work 'Quennet')) + @(Get-ChildItem (Join-Path $work 'Quennet') -Recurse)) {
-            $access = Get-Acl -LiteralPath $entry.FullName
-            $readers = @($access.Access | ForEach-Object {
-                    $_.IdentityReference.Translate([Security.Principal.SecurityIdentifier]).Value })
-            $others = @($readers | Where-Object { $allowed -notcontains $_ })
-            Check "$($entry.FullName.Substring($work.Length)): for the system and the administrators alone" ($others.Count -eq 0)
-        }
-        $credentials = Join-Path $work 'Quennet\OmbrySecurity\Components\printer\ombrycomponent.config'
-
-        Say ''
-        Say '== one bit of the credentials changed'
-        $bytes = [IO.File]::ReadAllBytes($credentials)
-        $changed = $bytes.Clone()
-        $middle = [int]($changed.Length / 2)
-        $changed[$middle] = $changed[$middle] -bxor 1
-        [IO.File]::WriteAllBytes($credentials, $changed)
-        Tool $failure @('unenroll-client-self', '-n', 'printer')
-        [IO.File]::WriteAllBytes($credentials, $bytes)
-
-        Say ''
-        Say '== a reader that does not let go while the file is replaced'
-        $address = Join-Path $work 'Quennet\OmbrySecurity\ombrysecurity.config'
-        $reader = [IO.File]::Open($address, 'Open', 'Read', 'ReadWrite, Delete')
-        Tool 0 (@('configure-bootstrap-url') + $who + @('-dn', 'Sandbox', '-r', $Sandbox))
-        $reader.Dispose()
-
-        Tool 0 @('unenroll-service', '-n', 'printer', '-on', 'printer', '-s', 'v1-print')
-        Tool 0 @('unenroll-client-self', '-n', 'printer')
-        Tool $failure @('unenroll-client-self', '-n', 'printer')
-        Tool 0 (@('unenroll-client') + $who + @('-un', "M$([char]0xFC)nchen $([char]0x20AC)"))
-        Get-ChildItem $store | Remove-Item
+        Say "== $($test.Name)"
+        $code = Run $test.FullName @('--gtest_brief=1')
+        Check "$($test.Name) ended with $code" ($code -eq 0)
     }
-}
 
-Remove-Item -LiteralPath $work -Recurse -Force
+    if ($Sandbox) {
+        if (Certificates) {
+            Say ''
+            Say 'The store OmbrySecurity of this machine is in use: the commands are left out.'
+            $script:failed += 'store in use'
+        } else {
+            $ours = $true
+            $who = @('-u', $User, '-p', $Password)
+            Tool 0 @('help', 'help')
+            Tool 0 (@('get-datacenters') + $who + @('-r', $Sandbox))
+            Tool $failure @('get-datacenters', '-u', $User, '-p', "not $Password", '-r', $Sandbox)
+            Tool 0 (@('configure-bootstrap-url') + $who + @('-dn', 'Sandbox', '-r', $Sandbox))
+            $trusted = @(Certificates | Where-Object { $_.FriendlyName -eq 'DiscoveryServiceBootstrap' })
+            Check 'one certificate of the name DiscoveryServiceBootstrap is in the store' ($trusted.Count -eq 1)
+            Tool 0 (@('enroll-client') + $who + @('-nn', 'printer', '-desc', 'First floor'))
+            Tool 0 (@('enroll-client') + $who + @('-nn', "M$([char]0xFC)nchen $([char]0x20AC)"))
+            $service = @('enroll-service', '-n', 'printer', '-owner', 'printer', '-name', 'v1-print', '-url',
+                         'https://printer:9443/print', '-namespace', 'Office', '-hostname', 'printer')
+            Tool 0 $service
+            Tool 0 $service
+
+            Say ''
+            Say '== files'
+            $allowed = 'S-1-5-18', 'S-1-5-32-544'
+            foreach ($entry in @(Get-Item (Join-Path $work 'Quennet')) + @(Get-ChildItem (Join-Path $work 'Quennet') -Recurse)) {
+                $access = Get-Acl -LiteralPath $entry.FullName
+                $rules = $access.GetAccessRules($true, $true, [Security.Principal.SecurityIdentifier])
+                $readers = @($rules | ForEach-Object { $_.IdentityReference.Value })
+                $others = @($readers | Where-Object { $allowed -notcontains $_ })
+                Check "$($entry.FullName.Substring($work.Length)): for the system and the administrators alone" ($readers.Count -gt 0 -and $others.Count -eq 0)
+            }
+            $top = Get-Acl -LiteralPath (Join-Path $work 'Quennet')
+            Check 'Quennet takes no access from the folder above' $top.AreAccessRulesProtected
+            $credentials = Join-Path $work 'Quennet\OmbrySecurity\Components\printer\ombrycomponent.config'
+
+            Say ''
+            Say '== one bit of the credentials changed'
+            $bytes = [IO.File]::ReadAllBytes($credentials)
+            $changed = $bytes.Clone()
+            $middle = [int]($changed.Length / 2)
+            $changed[$middle] = $changed[$middle] -bxor 1
+            [IO.File]::WriteAllBytes($credentials, $changed)
+            Tool $failure @('unenroll-client-self', '-n', 'printer')
+            [IO.File]::WriteAllBytes($credentials, $bytes)
+
+            Say ''
+            Say '== a reader that does not let go while the file is replaced'
+            $address = Join-Path $work 'Quennet\OmbrySecurity\ombrysecurity.config'
+            $reader = [IO.File]::Open($address, 'Open', 'Read', 'ReadWrite, Delete')
+            try {
+                Tool 0 (@('configure-bootstrap-url') + $who + @('-dn', 'Sandbox', '-r', $Sandbox))
+            } finally {
+                $reader.Dispose()
+            }
+
+            Tool 0 @('unenroll-service', '-n', 'printer', '-on', 'printer', '-s', 'v1-print')
+            Tool 0 @('unenroll-client-self', '-n', 'printer')
+            Tool $failure @('unenroll-client-self', '-n', 'printer')
+            Tool 0 (@('unenroll-client') + $who + @('-un', "M$([char]0xFC)nchen $([char]0x20AC)"))
+        }
+    }
+} catch {
+    Say "FAILED  $($_.Exception.Message) $($_.InvocationInfo.PositionMessage)"
+    $script:failed += 'this script'
+} finally {
+    if ($ours) { Certificates | Remove-Item -ErrorAction Continue }
+    Remove-Item -LiteralPath $work -Recurse -Force -ErrorAction Continue
+}
 Say ''
 if ($script:failed.Count -eq 0) { Say 'Nothing failed.' } else { Say "$($script:failed.Count) failed:"; $script:failed | ForEach-Object { Say "  $_" } }
 Write-Host "The report is $Report"
