@@ -106,6 +106,28 @@ TEST_F(ConfigureBootstrapUrlFaultsTest, KilledAtAnyChangeOfAFileLeavesEachFileWh
     }
 }
 
+TEST_F(ConfigureBootstrapUrlFaultsTest, SyncsEachNewFileThenItsFolder) {
+    const Machine machine{};
+    std::vector<std::string> synced;
+    for (const TracedCall& call : TraceOf(machine, Configure())) {
+        static const std::regex path("fsync\\([0-9]+<(.*)>\\).*");
+        std::smatch found;
+        if (!std::regex_match(call.line, found, path)) continue;
+        const std::string name =
+            std::filesystem::path(found[1].str()).lexically_relative(machine.Folder().Path());
+        synced.push_back(
+            IsTemporary("/" + name) ? std::filesystem::path(name).parent_path().string() + "/file" : name);
+    }
+    const std::vector<std::string> expected{SecurityFolder + "/file", SecurityFolder,
+                                            SecurityFolder + "/CS/file", SecurityFolder + "/CS"};
+    auto at = synced.begin();
+    for (const std::string& name : expected) {
+        at = std::find(at, synced.end(), name);
+        EXPECT_NE(at, synced.end()) << name << ": " << testing::PrintToString(synced);
+    }
+    EXPECT_GE(std::count(synced.begin(), synced.end(), "Quennet"), 1);  // holds a new folder
+}
+
 /// Whether a call touches files or the network, after the program is loaded.
 bool CanFail(const TracedCall& call) {
     static const std::regex network(

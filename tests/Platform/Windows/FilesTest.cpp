@@ -1,6 +1,7 @@
 #include "Platform/IFiles.h"
 #include "Platform/Windows/Folder.h"
 #include "Platform/Windows/OpenFile.h"
+#include "Platform/Windows/PrivateAccess.h"
 #include "Platform/Windows/TemporaryFile.h"
 #include "Platform/Windows/WidePath.h"
 #include "tests/Fakes/LeftOut.h"
@@ -11,6 +12,7 @@
 #include <gmock/gmock.h>
 
 #include <aclapi.h>
+#include <sddl.h>
 
 #include <atomic>
 #include <functional>
@@ -131,6 +133,15 @@ TEST_F(FilesTest, FileThatIsScannedIsWaitedFor) {
         EXPECT_TRUE(done) << one.name;
     }
     EXPECT_THAT(Names(), IsEmpty());
+}
+
+TEST_F(FilesTest, WhatIsOpenHereMayBeOpenedReplacedAndRemovedByOthers) {
+    const std::string path = directory.Write("file", "data");
+    const auto ours = Platform::Windows::Open(*WidePath(path), GENERIC_READ);
+    ASSERT_TRUE(ours);
+    const Platform::Windows::Handle theirs(CreateFileW(WidePath(path)->c_str(), GENERIC_WRITE | DELETE,
+                                                       ShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
+    EXPECT_TRUE(theirs);
 }
 
 TEST_F(FilesTest, StateOfAFileThatNobodyElseMayReadIsKnown) {
@@ -347,6 +358,22 @@ TEST_F(FilesTest, NewFilesAndFoldersArePrivateFromTheStart) {
     EXPECT_TRUE(IsPrivate(directory / "a/file"));
 }
 
+/// An access list as the system spells it.
+std::wstring Spelt(const Platform::Windows::PrivateAccess& access) {
+    wchar_t* text = nullptr;
+    EXPECT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorW(
+        access.Attributes().lpSecurityDescriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text,
+        nullptr));
+    const std::unique_ptr<wchar_t, decltype(&LocalFree)> owned(text, &LocalFree);
+    return text ? text : L"";
+}
+
+// What the system is asked for: not every one keeps all of it.
+TEST_F(FilesTest, AccessIsForTheSystemAndItsAdministratorsHandedOnByFoldersAndTakenFromNone) {
+    EXPECT_EQ(Spelt(*Platform::Windows::PrivateAccess::ToFile()), L"D:P(A;;FA;;;SY)(A;;FA;;;BA)");
+    EXPECT_EQ(Spelt(*Platform::Windows::PrivateAccess::ToFolder()), L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)");
+}
+
 TEST_F(FilesTest, ExistingFoldersKeepTheirAccess) {
     std::filesystem::create_directory(directory / "a");
     ASSERT_FALSE(IsPrivate(directory / "a"));
@@ -402,10 +429,27 @@ TEST_F(FilesTest, ReplacementIsAnotherFileThanTheOneItReplaces) {
     ASSERT_TRUE(Save(directory / "file", "old"));
     const auto before = files.State(directory / "file");
     ASSERT_TRUE(before);
-    HeldFile keptAlive(directory / "file", ShareAll);  // so that its number is not given to the next
-    keptAlive.Release();
     ASSERT_TRUE(Save(directory / "file", "new"));
-    EXPECT_NE(*files.State(directory / "file"), *before);
+    // Both stood beside each other.
+    EXPECT_NE(files.State(directory / "file")->file, before->file);
+}
+
+TEST_F(FilesTest, FileWhoseTimeOfWritingWasPutBackHasAnotherState) {
+    const std::string path = directory.Write("file", "old");
+    const auto before = files.State(path);
+    ASSERT_TRUE(before);
+    const Platform::Windows::Handle file(CreateFileW(WidePath(path)->c_str(), GENERIC_READ | GENERIC_WRITE,
+                                                     ShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
+    FILETIME written{};
+    ASSERT_TRUE(GetFileTime(file.Get(), nullptr, nullptr, &written));
+    // The clock behind it moves in steps.
+    for (int tries = 0; *files.State(path) == *before && tries < 1000; ++tries) {
+        DWORD count = 0;
+        SetFilePointer(file.Get(), 0, nullptr, FILE_BEGIN);
+        ASSERT_TRUE(WriteFile(file.Get(), "new", 3, &count, nullptr));
+        ASSERT_TRUE(SetFileTime(file.Get(), nullptr, nullptr, &written));
+    }
+    EXPECT_NE(*files.State(path), *before);
 }
 
 }  // namespace

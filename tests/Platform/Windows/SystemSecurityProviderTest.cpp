@@ -1,6 +1,10 @@
 #include "Platform/ISecurityProvider.h"
+#include "Platform/Windows/Api.h"
+#include "tests/Fakes/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
+
+#include <filesystem>
 
 namespace Ombry::Tests {
 namespace {
@@ -42,6 +46,20 @@ TEST_F(SystemSecurityProviderTest, LibraryThatTheSystemDoesNotHaveFailsWithItsNu
     const auto module = provider.LoadModule("OMBRY-NOWHERE.DLL");
     ASSERT_FALSE(module);
     EXPECT_EQ(module.Error(), 126);
+}
+
+TEST_F(SystemSecurityProviderTest, LibraryInTheCurrentFolderIsNotTaken) {
+    const TemporaryDirectory directory;
+    const std::filesystem::path former = std::filesystem::current_path();
+    wchar_t folder[MAX_PATH] = {};
+    GetSystemDirectoryW(folder, MAX_PATH);
+    std::filesystem::current_path(directory.Path());
+    std::filesystem::copy_file(std::wstring(folder) + L"\\version.dll", "ombry-planted.dll");
+    const HMODULE byTheSystem = LoadLibraryW(L"ombry-planted.dll");
+    EXPECT_NE(byTheSystem, nullptr);
+    if (byTheSystem) FreeLibrary(byTheSystem);
+    EXPECT_FALSE(provider.LoadModule("ombry-planted.dll"));
+    std::filesystem::current_path(former);
 }
 
 TEST_F(SystemSecurityProviderTest, FunctionThatALibraryDoesNotHaveFailsWithItsNumber) {

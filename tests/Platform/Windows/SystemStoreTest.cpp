@@ -2,8 +2,9 @@
 #include "Platform/Windows/Api.h"
 #include "Platform/Windows/CertificateStore.h"
 #include "tests/Fakes/FixedCertificates.h"
+#include "tests/Platform/Windows/SecondProcess.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <span>
 #include <string>
@@ -17,8 +18,8 @@ using namespace Platform;
 /// What another handle to the store sees while the first is open, which is what another process sees.
 class SystemStoreTest : public testing::Test {
 protected:
-    SystemStoreTest() { Empty(); }
-    ~SystemStoreTest() override { Empty(); }
+    SystemStoreTest() { EmptyForTheFirst(); }
+    ~SystemStoreTest() override { EmptyForTheFirst(); }
 
     static std::unique_ptr<ICertificateStore> Open(StoreAccess access) {
         auto store = Certificates().OpenStore(StoreLocation::CurrentUser, access, L"OmbrySystemStoreTest");
@@ -26,6 +27,9 @@ protected:
         return store ? std::move(*store) : nullptr;
     }
 
+    static void EmptyForTheFirst() {
+        if (SecondProcess::Message().empty()) Empty();
+    }
     static void Empty() {
         const auto store = Open(StoreAccess::ReadWrite);
         for (auto at = store->FindNext(nullptr); at; at = store->FindNext(nullptr))
@@ -74,6 +78,35 @@ TEST_F(SystemStoreTest, ChangeIsInTheStoreWhenItsOperationReturns) {
     EXPECT_EQ(Seen(), -1);
     ASSERT_TRUE(store->Delete(*replaced));
     EXPECT_EQ(Seen(), -2);
+}
+
+TEST_F(SystemStoreTest, TwoProcessesReplaceTheirCertificatesAndNeitherLosesWhatTheOtherAdded) {
+    constexpr int rounds = 20;
+    const auto changeAll = [](std::string_view base64) {
+        const std::string mine = FixedCertificates::DerOf(base64);
+        const CertificateContext added{CertificateEncoding,
+                                       reinterpret_cast<const std::uint8_t*>(mine.data()),
+                                       static_cast<std::uint32_t>(mine.size())};
+        const std::vector<std::uint8_t> name{'a', 0, 0, 0};
+        for (int i = 0; i < rounds; ++i) {
+            const auto store = Open(StoreAccess::ReadWrite);
+            const auto stored = store->AddReplaceExisting(added);
+            ASSERT_TRUE(stored) << stored.Error();
+            const Result named = store->SetFriendlyName(*stored, name);
+            EXPECT_TRUE(named) << named.Error();
+        }
+    };
+    if (!SecondProcess::Message().empty()) return changeAll(FixedCertificates::RenewedRsaCertificate);
+    SecondProcess second("other");
+    changeAll(FixedCertificates::RsaCertificate);
+    EXPECT_EQ(second.Wait(), 0u);
+    const auto store = Open(StoreAccess::ReadOnlyExisting);
+    std::vector<std::string> found;
+    for (auto at = store->FindNext(nullptr); at; at = store->FindNext(at))
+        found.emplace_back(reinterpret_cast<const char*>(at->encoded), at->encodedLength);
+    EXPECT_THAT(found, testing::UnorderedElementsAre(
+                           FixedCertificates::DerOf(FixedCertificates::RsaCertificate),
+                           FixedCertificates::DerOf(FixedCertificates::RenewedRsaCertificate)));
 }
 
 TEST_F(SystemStoreTest, CertificateThatSomebodyElseDeletedIsStillThereToBeRead) {
