@@ -86,12 +86,18 @@ struct Subject {
     /// What can't be loaded counts as not enrolled from here: on purpose, there is nothing to do then.
     bool mayFindNothing = false;
     bool protects = false;  ///< and so is to lack the crypto library's memory as well
+    /// What it says where it is sent once more, and the first time had arrived.
+    std::string saysOfTheSecond{};
 };
 
 void FailEverywhereOf(const Subject& subject) {
     // States, as hashes, that the next run was seen to mend. They are not to be taken for lost memory.
     std::vector<std::size_t> proven;
     proven.reserve(10000);
+    std::set<std::string> stated{"Caught exception: No IServiceResponse from any servers.\n",
+                                 "Caught exception: Operation timed out.\n"};
+    if (!subject.saysOfTheSecond.empty())
+        stated.insert("Caught exception: " + subject.saysOfTheSecond + "\n");
     const auto onceIn = [&](ConfiguredWorld&& world, const NthFailure::Plan& plan) {
         subject.prepare(world);
         const auto before = world.machine.files.Contents();
@@ -100,6 +106,7 @@ void FailEverywhereOf(const Subject& subject) {
 
         EXPECT_EQ(run.out, "");
         EXPECT_EQ(run.exitCode, run.error.empty() ? 0 : -1) << run.error;
+        ExpectStatedIfCut(plan, run, stated);
         if (run.exitCode == 0 && !world.platform.HasFailedUnseen()) {
             EXPECT_TRUE(subject.isDone(world) || (subject.mayFindNothing && world.StandsAsBefore()));
             return run.happened;
@@ -136,14 +143,16 @@ TEST(NthFailureOfConfiguredCommandsTest, ClientIsEnrolledOrTheNextRunEnrollsIt) 
     FailEverywhereOf({.words = {"enroll-client", "-n", "c1", "-nn", "New"},
                       .prepare = [](ConfiguredWorld&) {},
                       .isDone = [](const ConfiguredWorld& world) { return world.KnowsNewClient(); },
-                      .protects = true});
+                      .protects = true,
+                      .saysOfTheSecond = "EnrollClient: unexpected http status 409 body = ''"});
 }
 
 TEST(NthFailureOfConfiguredCommandsTest, ServiceIsEnrolledOrTheNextRunEnrollsIt) {
-    FailEverywhereOf({{"enroll-service", "-n", "c1", "-owner", "c1", "-name", "Svc", "-url", "https://h:1/x",
-                       "-namespace", "ns", "-hostname", "h"},
-                      [](ConfiguredWorld& world) { world.PutRecord(); },
-                      [](const ConfiguredWorld& world) { return world.KnowsService(); }});
+    FailEverywhereOf({.words = {"enroll-service", "-n", "c1", "-owner", "c1", "-name", "Svc", "-url",
+                                "https://h:1/x", "-namespace", "ns", "-hostname", "h"},
+                      .prepare = [](ConfiguredWorld& world) { world.PutRecord(); },
+                      .isDone = [](const ConfiguredWorld& world) { return world.KnowsService(); },
+                      .saysOfTheSecond = "EnrollService: unexpected http status 409 body = ''"});
 }
 
 TEST(NthFailureOfConfiguredCommandsTest, ServiceIsRemovedOrTheNextRunRemovesIt) {
@@ -166,7 +175,11 @@ TEST(NthFailureOfConfiguredCommandsTest, ClientIsRemovedOrTheNextRunRemovesIt) {
 }
 
 TEST(NthFailureOfConfiguredCommandsTest, ClientThatRemovesItselfIsRemovedByItOrByAnAdministrator) {
-    FailEverywhereOf({{"unenroll-client-self", "-n", "c1"}, [](ConfiguredWorld&) {}, ClientIsGone, true});
+    FailEverywhereOf({.words = {"unenroll-client-self", "-n", "c1"},
+                      .prepare = [](ConfiguredWorld&) {},
+                      .isDone = ClientIsGone,
+                      .takesItsIdentity = true,
+                      .saysOfTheSecond = "DeleteClient: unexpected http status 401 body = ''"});
 }
 
 }  // namespace

@@ -28,9 +28,9 @@
 namespace Ombry::Tests {
 
 /// The groups of the platform that are in force when it is made, each of whose calls can be the one that
-/// fails, and a network that can break behind each byte. The two that tests replace with fakes of their own,
-/// files and sockets, are not disturbed by lack of memory while they work if the test says so. The clock
-/// can't fail and is not here.
+/// fails, and a network that can break or fall silent behind each byte. The two that tests replace with fakes
+/// of their own, files and sockets, are not disturbed by lack of memory while they work if the test says so.
+/// The clock can't fail and is not here.
 class FailingPlatform {
 public:
     struct Fakes {
@@ -178,6 +178,7 @@ private:
         Platform::SelectResult Select(Platform::SocketSet* read, Platform::SocketSet* write,
                                       Platform::SocketSet* except, std::int64_t milliseconds) override {
             if (const int broken = LeaveBroken({read, write, except})) return {broken, 0};
+            LeaveOutSilent({read, except});
             const auto outcome = Try(isFake, [&]() -> ValueOr<Platform::SelectResult> {
                 return inner.Select(read, write, except, milliseconds);
             });
@@ -188,20 +189,27 @@ private:
         }
         Platform::TransferResult Receive(Handle socket, void* buffer, std::uint32_t length) override {
             if (const std::optional<End> end = EndOf(socket)) {
+                if (*end == End::Silence) return {-1, Platform::ErrorWouldBlock};
                 return *end == End::InOrder ? Platform::TransferResult{0, 0}
                                             : Platform::TransferResult{-1, ECONNRESET};
             }
+            const auto received = {Of::ReceivedByte, Of::LastByte, Of::SilentByte};
+            const std::uint32_t most = Before(received, length);  // ahead of the pause of a fake
             const auto outcome = Try(isFake, [&]() -> ValueOr<Platform::TransferResult> {
-                return inner.Receive(socket, buffer, Before({Of::ReceivedByte, Of::LastByte}, length));
+                return inner.Receive(socket, buffer, most);
             });
-            if (outcome) BreakBehind({Of::ReceivedByte, Of::LastByte}, socket, outcome->count);
+            if (outcome) BreakBehind(received, socket, outcome->count);
             return outcome ? *outcome : Platform::TransferResult{-1, Error};
         }
         Platform::TransferResult Send(Handle socket, const void* buffer, std::uint32_t length,
                                       bool moreFollows) override {
-            if (EndOf(socket)) return {-1, ECONNRESET};
+            if (const std::optional<End> end = EndOf(socket)) {
+                return *end == End::Silence ? Platform::TransferResult{static_cast<std::int32_t>(length), 0}
+                                            : Platform::TransferResult{-1, ECONNRESET};
+            }
+            const std::uint32_t most = Before({Of::SentByte}, length);
             const auto outcome = Try(isFake, [&]() -> ValueOr<Platform::TransferResult> {
-                return inner.Send(socket, buffer, Before({Of::SentByte}, length), moreFollows);
+                return inner.Send(socket, buffer, most, moreFollows);
             });
             if (outcome) BreakBehind({Of::SentByte}, socket, outcome->count);
             return outcome ? *outcome : Platform::TransferResult{-1, Error};
@@ -209,14 +217,19 @@ private:
 
     private:
         using Of = NthFailure::Of;
-        enum class End { Reset, InOrder };
+        enum class End { Reset, InOrder, Silence };
 
         /// No byte of the calling thread passes any more, on whatever connection.
-        static bool IsDown() { return std::ranges::any_of(NthFailure::Bytes, NthFailure::HasStruckForGood); }
+        static bool IsDown() {
+            return std::ranges::any_of(NthFailure::Bytes, [](Of what) {
+                return what != Of::SilentByte && NthFailure::HasStruckForGood(what);
+            });
+        }
         std::optional<End> EndOf(Handle socket) {
             const std::lock_guard guard(mutex);
             const auto found = ends.find(socket);
             if (found != ends.end()) return found->second;
+            if (NthFailure::HasStruckForGood(Of::SilentByte)) return End::Silence;
             return IsDown() ? std::optional(End::Reset) : std::nullopt;
         }
         void Forget(Handle socket) {
@@ -234,7 +247,9 @@ private:
                 if (count <= 0 || !NthFailure::StrikesBehind(what, static_cast<std::size_t>(count))) continue;
                 const NthFailure::Pause pause;
                 const std::lock_guard guard(mutex);
-                ends[socket] = what == Of::LastByte ? End::InOrder : End::Reset;
+                ends[socket] = what == Of::LastByte     ? End::InOrder
+                               : what == Of::SilentByte ? End::Silence
+                                                        : End::Reset;
             }
         }
         /// If connections that are waited for are broken, leaves these alone in the sets.
@@ -244,7 +259,8 @@ private:
             std::size_t at = 0;
             for (const Platform::SocketSet* const set : sets) {
                 for (const Handle socket : set ? *set : Platform::SocketSet()) {
-                    if (EndOf(socket)) broken[at].Add(socket);
+                    const std::optional<End> end = EndOf(socket);
+                    if (end && *end != End::Silence) broken[at].Add(socket);
                 }
                 count += broken[at++].Count();
             }
@@ -256,9 +272,20 @@ private:
             return static_cast<int>(count);
         }
 
+        void LeaveOutSilent(std::initializer_list<Platform::SocketSet*> sets) {
+            for (Platform::SocketSet* const set : sets) {
+                if (!set) continue;
+                const Platform::SocketSet all = *set;
+                set->Clear();
+                for (const Handle socket : all) {
+                    if (EndOf(socket) != End::Silence) set->Add(socket);
+                }
+            }
+        }
+
         const bool isFake;
         std::mutex mutex;
-        std::map<Handle, End> ends;  // of connections that have broken; guarded by mutex
+        std::map<Handle, End> ends;  // of connections that have broken or are silent; guarded by mutex
     };
 
     class FailingRandom : public Failing<Platform::IRandom> {

@@ -79,7 +79,8 @@ std::string NthFailure::Plan::Text() const {
                                         "the clock back at look",
                                         "the connection reset behind byte sent",
                                         "the connection reset behind byte received",
-                                        "the connection ended behind byte received"};
+                                        "the connection ended behind byte received",
+                                        "the connection silent behind byte received"};
     return std::string(kinds[static_cast<int>(what)]) + " " + std::to_string(n) + " of thread " +
            std::to_string(thread) + (forGood ? ", for good" : "");
 }

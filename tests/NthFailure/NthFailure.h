@@ -11,9 +11,9 @@ namespace Ombry::Tests {
 /// the n-th start of a thread or the n-th call of the platform, alone or with all that come behind it.
 /// Allocations are those with `new` and those with `malloc` from what is linked into the executable: ours,
 /// and what library headers leave in it. A clock does not fail, but the n-th look at it may find that it has
-/// jumped; nor does a byte of the network, but behind the n-th one the connection may break. The thread that
-/// makes this object is number 0, those that it or they start are 1, 2 and so on; nobody else notices
-/// anything. One object at a time.
+/// jumped; nor does a byte of the network, but behind the n-th one the connection may break or fall silent.
+/// The thread that makes this object is number 0, those that it or they start are 1, 2 and so on; nobody else
+/// notices anything. One object at a time.
 class NthFailure {
 public:
     enum class Of {
@@ -25,10 +25,11 @@ public:
         ClockBack,
         SentByte,
         ReceivedByte,
-        LastByte  ///< received; the peer then ends the connection in good order
+        LastByte,   ///< received; the peer then ends the connection in good order
+        SilentByte  ///< received; then nothing comes any more, and what is sent gets lost
     };
 
-    static constexpr std::array Bytes{Of::SentByte, Of::ReceivedByte, Of::LastByte};
+    static constexpr std::array Bytes{Of::SentByte, Of::ReceivedByte, Of::LastByte, Of::SilentByte};
 
     struct Plan {
         Of what = Of::Allocation;

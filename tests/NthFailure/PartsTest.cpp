@@ -6,10 +6,13 @@
 #include "ClientCommunications/Impl/WindowsPersistableDataProtection.h"
 #include "ObjectMapping/Serialization.h"
 #include "Platform/IMachineProtection.h"
+#include "tests/Fakes/ScriptedSockets.h"
+#include "tests/NthFailure/FailingPlatform.h"
 #include "tests/NthFailure/StarvedRun.h"
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <new>
 #include <optional>
@@ -132,6 +135,34 @@ TEST(NthFailureOfPartsTest, RefusedProtectionIsToldWithItsRemedyOrMemoryLacks) {
             [&] { protection.Unprotect(secret); });
     });
     EXPECT_EQ(secret, "secret");
+}
+
+TEST(NthFailureOfPartsTest, NetworkThatIsCutPassesTheBytesBeforeTheCutAndNoOther) {
+    using Of = NthFailure::Of;
+    const auto afterReceiving = [](Of what) {
+        ScriptedSockets sockets;
+        const Platform::Testing::Replace<Platform::ISockets> replaced(sockets);
+        FailingPlatform platform{{.sockets = true}};
+        const Platform::SocketHandle socket = sockets.AddConnected();
+        sockets.Deliver(socket, "0123456789");
+        const NthFailure failure({.what = what, .n = 4});
+        char room[16];
+        EXPECT_EQ(Platform::Sockets().Receive(socket, room, sizeof room).count, 4);
+        EXPECT_EQ(std::string_view(room, 4), "0123");
+        return Platform::Sockets().Receive(socket, room, sizeof room);
+    };
+    EXPECT_EQ(afterReceiving(Of::ReceivedByte).error, ECONNRESET);
+    EXPECT_EQ(afterReceiving(Of::LastByte).count, 0);
+    EXPECT_EQ(afterReceiving(Of::SilentByte).error, Platform::ErrorWouldBlock);
+
+    ScriptedSockets sockets;
+    const Platform::Testing::Replace<Platform::ISockets> replaced(sockets);
+    FailingPlatform platform{{.sockets = true}};
+    const Platform::SocketHandle socket = sockets.AddConnected();
+    const NthFailure failure({.what = Of::SentByte, .n = 4});
+    EXPECT_EQ(Platform::Sockets().Send(socket, "0123456789", 10, false).count, 4);
+    EXPECT_EQ(Platform::Sockets().Send(socket, "456789", 6, false).error, ECONNRESET);
+    EXPECT_EQ(sockets.Sent(socket), "0123");
 }
 
 /// An object with one number.

@@ -2,14 +2,18 @@
 
 #include "Ombry.SecClientConfig/RunTool.h"
 #include "Platform/IClock.h"
+#include "tests/Fakes/ScriptedSockets.h"
 #include "tests/NthFailure/NthFailure.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <iostream>
+#include <set>
 #include <streambuf>
 #include <string>
 #include <vector>
@@ -113,6 +117,19 @@ inline StarvedRun RunStarved(const std::vector<std::string>& words, const NthFai
     return run;
 }
 
+/// Where the network was cut a command says one of these texts, if anything.
+inline void ExpectStatedIfCut(const NthFailure::Plan& plan, const StarvedRun& run,
+                              const std::set<std::string>& stated) {
+    if (std::ranges::count(NthFailure::Bytes, plan.what) == 0 || run.error.empty()) return;
+    EXPECT_TRUE(stated.contains(run.error)) << run.error;
+}
+
+/// A wait that nothing ends makes time pass.
+inline void PassTheTimeOfWaits(ScriptedSockets& sockets) {
+    sockets.OnIdle(
+        [](std::int64_t milliseconds) { Platform::Clock().Sleep(std::chrono::milliseconds(milliseconds)); });
+}
+
 /// How many n there are from one run to the next: one at first, then more and more; sooner where a run takes
 /// long.
 inline std::size_t StepBehind(std::size_t n, NthFailure::Of what, bool forGood) {
@@ -149,9 +166,9 @@ inline void FailEach(NthFailure::Of what, std::size_t thread,
     }
 }
 
-/// The network breaks behind every byte, in each direction and in each way, once and for good; or behind each
-/// of so many, where a sanitizer is at work of so many more. The ways begin at bytes of their own, so that
-/// they do not all pass over the same ones.
+/// The network breaks behind every byte, in each direction and in each way, once and for good, or falls
+/// silent; or behind each of so many, where a sanitizer is at work of so many more. The ways begin at bytes
+/// of their own, so that they do not all pass over the same ones.
 inline void FailEachByte(std::size_t thread, std::size_t width,
                          const std::function<bool(const NthFailure::Plan&)>& once) {
     const std::size_t step = NthFailure::isThorough ? 1 : IsSanitized ? 8 * width : width;
