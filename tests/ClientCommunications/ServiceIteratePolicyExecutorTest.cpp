@@ -380,12 +380,13 @@ TEST_F(ServiceIteratePolicyExecutorTest, WhileDiscoveryIsDownEachRoundPausesForO
 
 TEST_F(ServiceIteratePolicyExecutorTest, AFailureToFindAnyServerCountsAsAnAttemptAndTheLastOneDoesNotPause) {
     request->SetMaxRetries(1);
+    clock.OnSleep([this] { candidates->lines.push_back("pause"); });
     for (int i = 0; i < 3; ++i)
         candidates->Throw(CommunicationsError("down"));
     EXPECT_EQ(WhatOf<CommunicationsError>([](auto, bool, Token) { return ResponseWith(200); }),
               "No IServiceResponse from any servers.");
     EXPECT_EQ(clock.Sleeps(), (std::vector<Duration>{250ms}));
-    EXPECT_EQ(candidates->lines, (Lines{"next", "next", "gone"}));
+    EXPECT_EQ(candidates->lines, (Lines{"next", "pause", "next", "gone"}));
 }
 
 TEST_F(ServiceIteratePolicyExecutorTest, ACallCancelledInThePauseEnds) {
