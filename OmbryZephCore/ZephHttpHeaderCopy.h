@@ -15,15 +15,17 @@ public:
     template <class Callback>
     void ForEach(Callback callback) const {
         const char* const pBytes = reinterpret_cast<const char*>(m_Bytes.data());
-        for (const auto& [nName, nValue] : m_Headers)
-            callback(pBytes + nName, pBytes + nValue);
+        for (const Header& header : m_Headers)
+            callback(pBytes + header.nName, pBytes + header.nValue);
     }
 
 private:
     friend class ZephHttpHeaderParser;
 
-    /// Where the two texts begin.
+    /// Where the two texts begin, and the first bytes of the name as a number, which decides nearly every
+    /// comparison of names.
     struct Header {
+        std::uint64_t nNameStart;
         std::uint32_t nName;
         std::uint32_t nValue;
     };

@@ -4,6 +4,7 @@
 #include "OmbryZephCore/ZephResultCodes.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <limits>
 #include <utility>
@@ -19,7 +20,7 @@ bool IsBlank(std::uint8_t byte) {
 }
 
 bool IsBlankOrLineEnd(std::uint8_t byte) {
-    return IsBlank(byte) || byte == '\r' || byte == '\n';
+    return byte <= ' ' && (IsBlank(byte) || byte == '\r' || byte == '\n');
 }
 
 /// TAB is not a separator of the start line.
@@ -27,10 +28,8 @@ bool IsTokenEnd(std::uint8_t byte) {
     return byte == ' ' || byte == '\r' || byte == '\n';
 }
 
-/// As `strcmp`, which mostly is decided by the first bytes.
-int Compare(const char* pLeft, const char* pRight) {
-    const int nFirst = static_cast<unsigned char>(*pLeft) - static_cast<unsigned char>(*pRight);
-    return nFirst != 0 ? nFirst : std::strcmp(pLeft, pRight);
+bool IsLineEnd(const std::uint8_t* pAt, const std::uint8_t* pEnd) {
+    return pEnd - pAt >= 2 && pAt[0] == '\r' && pAt[1] == '\n';
 }
 
 const char* Text(const std::uint8_t* pAt) {
@@ -88,32 +87,49 @@ void ZephHttpHeaderParser::Reset() {
 }
 
 const char* ZephHttpHeaderParser::GetHeader(const char* pName) const {
-    const auto found = std::lower_bound(
-        m_Headers.begin(), m_Headers.end(), pName,
-        [](const Header& header, const char* pWanted) { return Compare(header.pName, pWanted) < 0; });
-    const bool bFound = found != m_Headers.end() && Compare(found->pName, pName) == 0;
-    return bFound ? found->pValue : nullptr;
+    const std::uint64_t nStart = StartOf(pName, std::strlen(pName) + 1);
+    for (const Header& header : m_Headers) {
+        if (header.nNameStart == nStart && std::strcmp(TextAt(header.nName), pName) == 0)
+            return TextAt(header.nValue);
+    }
+    return nullptr;
 }
 
 void ZephHttpHeaderParser::ForEachHeader(ZephHeaderCallback callback) const {
-    for (const auto& [pName, pValue] : m_Headers)
-        callback(pName, pValue);
+    for (const Header& header : m_Headers)
+        callback(TextAt(header.nName), TextAt(header.nValue));
 }
 
 void ZephHttpHeaderParser::CopyHeaders(ZephHttpHeaderCopy& to) const {
     to.m_Bytes.assign(m_Begin, m_Cursor);
-    to.m_Headers.resize(m_Headers.size());
-    for (std::size_t i = 0; i < m_Headers.size(); ++i) {
-        to.m_Headers[i] = {static_cast<std::uint32_t>(m_Headers[i].pName - Text(m_Begin)),
-                           static_cast<std::uint32_t>(m_Headers[i].pValue - Text(m_Begin))};
+    to.m_Headers = m_Headers;
+}
+
+/// The first bytes of a name, up to its end, as a number that is ordered as they are. `nReadable`: bytes that
+/// may be read from there, the NUL behind the name among them.
+std::uint64_t ZephHttpHeaderParser::StartOf(const char* pName, std::size_t nReadable) {
+    std::uint64_t nStart = 0;
+    if (nReadable >= sizeof nStart && std::endian::native == std::endian::little) {
+        constexpr std::uint64_t nOnes = 0x0101010101010101, nHighBits = 0x8080808080808080;
+        std::memcpy(&nStart, pName, sizeof nStart);
+        // The lowest of the bits that are left marks the first NUL; what lies below it is the name.
+        const std::uint64_t nNuls = (nStart - nOnes) & ~nStart & nHighBits;
+        return __builtin_bswap64(nStart & ((nNuls & (0 - nNuls)) - 1));
     }
+    for (std::size_t i = 0, nShift = 56; i < sizeof nStart && pName[i] != 0; ++i, nShift -= 8)
+        nStart |= std::uint64_t{static_cast<unsigned char>(pName[i])} << nShift;
+    return nStart;
+}
+
+/// As `strcmp` of two names that begin alike.
+int ZephHttpHeaderParser::CompareRest(const Header& left, const Header& right) const {
+    constexpr std::uint32_t nCompared = sizeof left.nNameStart;
+    if ((left.nNameStart & 0xFF) == 0) return 0;  // both end within these bytes
+    return std::strcmp(TextAt(left.nName + nCompared), TextAt(right.nName + nCompared));
 }
 
 bool ZephHttpHeaderParser::ParseHead() {
-    if (!ParseStartLine()) return false;
-    for (bool bEnd = false; !bEnd;) {
-        if (!ParseHeaderLine(bEnd)) return false;
-    }
+    if (!ParseStartLine() || !ParseHeaderLines()) return false;
     SortHeaders();
     return true;
 }
@@ -121,14 +137,35 @@ bool ZephHttpHeaderParser::ParseHead() {
 /// Puts the headers in the order of their names. Of equal names the first stays, which lies lowest in the
 /// copy.
 void ZephHttpHeaderParser::SortHeaders() {
-    std::sort(m_Headers.begin(), m_Headers.end(), [](const Header& left, const Header& right) {
-        const int nOrder = Compare(left.pName, right.pName);
-        return nOrder != 0 ? nOrder < 0 : left.pName < right.pName;
-    });
-    const auto last = std::unique(
-        m_Headers.begin(), m_Headers.end(),
-        [](const Header& left, const Header& right) { return Compare(left.pName, right.pName) == 0; });
+    if (m_Headers.size() > FewHeaders) {
+        std::sort(m_Headers.begin(), m_Headers.end(), [this](const Header& left, const Header& right) {
+            return left.nNameStart != right.nNameStart ? left.nNameStart < right.nNameStart
+                                                       : IsBehind(right, left);
+        });
+    } else {
+        Header* const pFirst = m_Headers.data();
+        Header* const pEnd = pFirst + m_Headers.size();
+        for (Header* pNext = pFirst; pNext != pEnd; ++pNext) {
+            const Header header = *pNext;
+            Header* pAt = pNext;
+            for (; pAt != pFirst && pAt[-1].nNameStart >= header.nNameStart; --pAt) {
+                if (pAt[-1].nNameStart == header.nNameStart && !IsBehind(pAt[-1], header)) break;
+                *pAt = pAt[-1];
+            }
+            *pAt = header;
+        }
+    }
+    const auto last =
+        std::unique(m_Headers.begin(), m_Headers.end(), [this](const Header& left, const Header& right) {
+            return left.nNameStart == right.nNameStart && CompareRest(left, right) == 0;
+        });
     m_Headers.erase(last, m_Headers.end());
+}
+
+/// Of two names that begin alike: whether the first comes behind the second.
+bool ZephHttpHeaderParser::IsBehind(const Header& left, const Header& right) const {
+    const int nOrder = CompareRest(left, right);
+    return nOrder != 0 ? nOrder > 0 : left.nName > right.nName;
 }
 
 bool ZephHttpHeaderParser::ParseStartLine() {
@@ -150,7 +187,7 @@ bool ZephHttpHeaderParser::ParseRequestLine() {
 
     m_Version = Text(m_Cursor);
     if (!SkipToTokenEnd() || !SkipBlanks()) return false;
-    if (!MatchLineEnd()) return Fail();
+    if (!IsLineEnd(m_Cursor, m_End)) return Fail();
     *m_Cursor = 0;
     m_Cursor += LineEndLength;
     return true;
@@ -184,43 +221,59 @@ bool ZephHttpHeaderParser::ParseStatusLine() {
 
     // The reason phrase means nothing. A status line that ends the data leaves the cursor on its line end,
     // which then counts as the empty line.
-    while (Remaining() > LineEndLength && !IsLineEnd(m_Cursor))
-        ++m_Cursor;
-    if (Remaining() > LineEndLength) m_Cursor += LineEndLength;
+    if (Remaining() <= LineEndLength) return true;
+    std::uint8_t* const pLast = m_End - LineEndLength;
+    for (;; ++m_Cursor) {
+        m_Cursor = static_cast<std::uint8_t*>(
+            std::memchr(m_Cursor, '\r', static_cast<std::size_t>(pLast - m_Cursor)));
+        if (!m_Cursor) m_Cursor = pLast;
+        if (m_Cursor == pLast) return true;
+        if (m_Cursor[1] == '\n') break;
+    }
+    m_Cursor += LineEndLength;
     return true;
 }
 
-bool ZephHttpHeaderParser::ParseHeaderLine(bool& bEnd) {
-    if (!SkipBlanks()) return false;
-    if (MatchLineEnd()) {
-        bEnd = true;
-        m_Cursor += LineEndLength;
-        return true;
+/// The lines up to the empty one, and that one.
+bool ZephHttpHeaderParser::ParseHeaderLines() {
+    // To the compiler a byte that is written could be any member's.
+    std::uint8_t* const pBegin = m_Begin;
+    const std::uint8_t* const pEnd = m_End;
+    std::uint8_t* pName = m_Cursor;
+    for (;;) {
+        while (IsBlank(*pName))  // the NUL at the end stops it
+            ++pName;
+        if (pName == pEnd) return Fail();
+        if (IsLineEnd(pName, pEnd)) break;
+
+        std::uint8_t* const pLineEnd = FindEndOfLines(pName, pEnd);
+        if (!pLineEnd) return Fail();
+        auto* const pColon =
+            static_cast<std::uint8_t*>(std::memchr(pName, ':', static_cast<std::size_t>(pLineEnd - pName)));
+        if (!pColon) return Fail();
+        EndTrimmed(pName, pColon);
+
+        std::uint8_t* pValue = pColon + 1;
+        while (IsBlank(*pValue))  // a line end stops it
+            ++pValue;
+        // A folded value keeps the line end and the blank of its fold; only what trails the value is cut.
+        EndTrimmed(pValue, pLineEnd);
+        m_Headers.push_back({StartOf(Text(pName), static_cast<std::size_t>(pEnd - pName)),
+                             static_cast<std::uint32_t>(pName - pBegin),
+                             static_cast<std::uint32_t>(pValue - pBegin)});
+        pName = pLineEnd + LineEndLength;
     }
-
-    std::uint8_t* const pName = m_Cursor;
-    std::uint8_t* const pEnd = FindEndOfLines(pName);
-    if (!pEnd) return Fail();
-    auto* const pColon =
-        static_cast<std::uint8_t*>(std::memchr(pName, ':', static_cast<std::size_t>(pEnd - pName)));
-    if (!pColon) return Fail();
-    EndTrimmed(pName, pColon);
-
-    std::uint8_t* pValue = pColon + 1;
-    while (IsBlank(*pValue))  // a line end stops it
-        ++pValue;
-    // A folded value keeps the line end and the blank of its fold; only what trails the value is cut.
-    EndTrimmed(pValue, pEnd);
-    m_Headers.push_back({Text(pName), Text(pValue)});
-    m_Cursor = pEnd + LineEndLength;
+    m_Cursor = pName + LineEndLength;
     return true;
 }
 
 /// The line end behind a line and its continuation lines; null if the data ends first.
-std::uint8_t* ZephHttpHeaderParser::FindEndOfLines(std::uint8_t* pAt) const {
+std::uint8_t* ZephHttpHeaderParser::FindEndOfLines(std::uint8_t* pAt, const std::uint8_t* pEnd) {
     for (;; ++pAt) {
-        pAt = static_cast<std::uint8_t*>(std::memchr(pAt, '\r', static_cast<std::size_t>(m_End - pAt)));
-        if (!pAt || (IsLineEnd(pAt) && !IsContinued(pAt))) return pAt;
+        pAt = static_cast<std::uint8_t*>(std::memchr(pAt, '\r', static_cast<std::size_t>(pEnd - pAt)));
+        if (!pAt) return nullptr;
+        const bool bContinued = pEnd - pAt >= 3 && IsBlank(pAt[2]);
+        if (IsLineEnd(pAt, pEnd) && !bContinued) return pAt;
     }
 }
 
@@ -249,20 +302,6 @@ bool ZephHttpHeaderParser::SkipBlanks() {
 bool ZephHttpHeaderParser::EndToken() {
     *m_Cursor++ = 0;
     return m_Cursor < m_End || Fail();
-}
-
-/// Whether a line end stands at the cursor. Forgets an earlier failure.
-bool ZephHttpHeaderParser::MatchLineEnd() {
-    m_Error = eRC_Success;
-    return IsLineEnd(m_Cursor);
-}
-
-bool ZephHttpHeaderParser::IsLineEnd(const std::uint8_t* pAt) const {
-    return m_End - pAt >= 2 && pAt[0] == '\r' && pAt[1] == '\n';
-}
-
-bool ZephHttpHeaderParser::IsContinued(const std::uint8_t* pLineEnd) const {
-    return m_End - pLineEnd >= 3 && IsBlank(pLineEnd[2]);
 }
 
 }  // namespace OmbryZephCore

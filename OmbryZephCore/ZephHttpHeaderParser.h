@@ -63,11 +63,10 @@ public:
 private:
     /// A block above this size goes with its head.
     static constexpr std::uint64_t LargestReusedCopy = 4096;
+    /// So many are put in their places one by one, which is quick for few and would be slow for thousands.
+    static constexpr std::size_t FewHeaders = 32;
 
-    struct Header {
-        const char* pName;
-        const char* pValue;
-    };
+    using Header = ZephHttpHeaderCopy::Header;
 
     std::uint32_t FailureCode() const;
     bool Fail();
@@ -76,16 +75,19 @@ private:
     bool ParseRequestLine();
     bool ParseStatusLine();
     void ReduceAbsoluteUrl();
-    bool ParseHeaderLine(bool& bEnd);
-    std::uint8_t* FindEndOfLines(std::uint8_t* pAt) const;
+    bool ParseHeaderLines();
+    static std::uint64_t StartOf(const char* pName, std::size_t nReadable);
+    int CompareRest(const Header& left, const Header& right) const;
+    bool IsBehind(const Header& left, const Header& right) const;
+    static std::uint8_t* FindEndOfLines(std::uint8_t* pAt, const std::uint8_t* pEnd);
     void SortHeaders();
     bool SkipToTokenEnd();
     bool SkipBlanks();
-    bool MatchLineEnd();
     bool EndToken();
     std::size_t Remaining() const { return static_cast<std::size_t>(m_End - m_Cursor); }
-    bool IsLineEnd(const std::uint8_t* pAt) const;
-    bool IsContinued(const std::uint8_t* pLineEnd) const;
+    const char* TextAt(std::uint32_t nOffset) const {
+        return reinterpret_cast<const char*>(m_Begin) + nOffset;
+    }
 
     std::uint32_t m_Mode;
     /// The head and one NUL behind it, so that the byte at `m_End` can always be read.

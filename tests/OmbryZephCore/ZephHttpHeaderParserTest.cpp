@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -213,6 +214,33 @@ TEST(ZephHttpHeaderParserTest, TheFirstOfEqualNamesWinsAmongManyHeadersToo) {
         ASSERT_EQ(0U, Parse(parser, head + "\r\n"));
         EXPECT_EQ(first, HeadersOf(parser)) << names << " names";
     }
+}
+
+TEST(ZephHttpHeaderParserTest, NamesThatBeginAlikeAreToldApartAndOrderedByTheRest) {
+    // Around eight bytes, which are compared at once.
+    const std::vector<std::string> names{"X-Nine-99", "X-Eight8", "X-Seve7",   "X-Nine-91",
+                                         "X-Eight",   "X-Ninf",   "X-Eight81", "X-Nine",
+                                         "X-Nine-99", "",         "X-Eight8"};
+    std::string head = "HTTP/1.1 200 OK\r\n";
+    std::map<std::string, std::string> first;
+    for (std::size_t n = 0; n < names.size(); ++n) {
+        head += names[n] + ": " + std::to_string(n) + "\r\n";
+        first.try_emplace(names[n], std::to_string(n));
+    }
+    ZephHttpHeaderParser parser(ZephHttpHeaderParser::ModeResponse);
+    ASSERT_EQ(0U, Parse(parser, head + "\r\n"));
+    EXPECT_EQ(Headers(first.begin(), first.end()), HeadersOf(parser));
+    for (const auto& [name, value] : first)
+        EXPECT_STREQ(value.c_str(), parser.GetHeader(name.c_str())) << name;
+    EXPECT_EQ(nullptr, parser.GetHeader("X-Eight82"));
+}
+
+TEST(ZephHttpHeaderParserTest, NameEndsAtANul) {
+    using namespace std::string_literals;
+    ZephHttpHeaderParser parser(ZephHttpHeaderParser::ModeResponse);
+    ASSERT_EQ(0U, Parse(parser, "HTTP/1.1 200 OK\r\nB\0b: 1\r\nA: 2\r\nB: 3\r\n\r\n"s));
+    EXPECT_EQ((Headers{{"A", "2"}, {"B", "1"}}), HeadersOf(parser));
+    EXPECT_STREQ("1", parser.GetHeader("B"));
 }
 
 TEST(ZephHttpHeaderParserTest, BytesAbove127AreOrdinaryText) {
