@@ -73,6 +73,7 @@ ZephSorrelConnectionParameters& ZephSorrelConnectionParameters::SetCertificateVa
     return *this;
 }
 
+// Only one mode looks at the certificate; with any other, different texts must not split a pool.
 bool operator<(const ZephSorrelConnectionParameters& left, const ZephSorrelConnectionParameters& right) {
     const auto order =
         std::tie(left.m_Host, left.m_Port, left.m_UseSSL, left.m_ConnectTimeout, left.m_BindAddress,
@@ -83,8 +84,17 @@ bool operator<(const ZephSorrelConnectionParameters& left, const ZephSorrelConne
     const ZephCertificateValidation& leftRule = left.m_CertificateValidation;
     const ZephCertificateValidation& rightRule = right.m_CertificateValidation;
     if (leftRule.m_Mode != rightRule.m_Mode) return leftRule.m_Mode < rightRule.m_Mode;
-    // Only one mode looks at the certificate; with any other, different texts must not split a pool.
     return leftRule.m_Mode == ValidateByPublicKey && leftRule.m_Certificate < rightRule.m_Certificate;
+}
+
+bool operator==(const ZephSorrelConnectionParameters& left, const ZephSorrelConnectionParameters& right) {
+    const ZephCertificateValidation& leftRule = left.m_CertificateValidation;
+    const ZephCertificateValidation& rightRule = right.m_CertificateValidation;
+    return left.m_Port == right.m_Port && left.m_UseSSL == right.m_UseSSL &&
+           left.m_ConnectTimeout == right.m_ConnectTimeout && left.m_BindPort == right.m_BindPort &&
+           leftRule.m_Mode == rightRule.m_Mode && left.m_Host == right.m_Host &&
+           left.m_BindAddress == right.m_BindAddress &&
+           (leftRule.m_Mode != ValidateByPublicKey || leftRule.m_Certificate == rightRule.m_Certificate);
 }
 
 }  // namespace OmbryZephCore

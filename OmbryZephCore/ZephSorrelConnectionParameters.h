@@ -40,6 +40,9 @@ public:
     /// Strict weak order over all fields; certificate texts take part only when both modes are 2.
     friend bool operator<(const ZephSorrelConnectionParameters& left,
                           const ZephSorrelConnectionParameters& right);
+    /// Whether neither comes before the other.
+    friend bool operator==(const ZephSorrelConnectionParameters& left,
+                           const ZephSorrelConnectionParameters& right);
 
 private:
     std::string m_Host;
