@@ -311,7 +311,14 @@ ZephIOCompletionHandlerIf::WriteTail ZephSSLIO::TakeWriteTail() {
 }
 
 void ZephSSLIO::CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes) {
-    switch (TakeCompletion(nTaskType, bSuccess, nBytes)) {
+    Completion completion = Completion::Fatal;
+    Finished finished;
+    {
+        std::lock_guard lock(m_Mutex);
+        completion = TakeCompletion(nTaskType, bSuccess, nBytes);
+        if (completion == Completion::Handled) finished = TakeFinished();
+    }
+    switch (completion) {
         case Completion::PassThrough:
             Trace("OmbryZephCore::ZephSSLIO::CompleteTask",
                   "TLS is off -- passing through to next layer.  sessionid = ");
@@ -322,7 +329,7 @@ void ZephSSLIO::CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32
             DispatchRead(GetHandler(), false, 0);
             break;
         case Completion::Handled:
-            DoPendingNotifications();
+            Notify(finished);
             break;
         case Completion::Fatal:
             HandleFatalError();
@@ -333,7 +340,6 @@ void ZephSSLIO::CompleteTask(std::uint32_t nTaskType, bool bSuccess, std::uint32
 ZephSSLIO::Completion ZephSSLIO::TakeCompletion(std::uint32_t nTaskType, bool bSuccess,
                                                 std::uint32_t nBytes) {
     constexpr const char* Name = "OmbryZephCore::ZephSSLIO::CompleteTask";
-    std::lock_guard lock(m_Mutex);
     const bool bOurs = EndTransfer(nTaskType);
     const bool bRead = nTaskType == TaskTypeRead;
     if (bSuccess && !bRead) NoteSent(nBytes);
@@ -453,23 +459,32 @@ void ZephSSLIO::EndTask() {
     if (pGate) pGate->Release();
 }
 
-/// At most one read and one write completion, in this order, and then the answer to a drain request.
 void ZephSSLIO::DoPendingNotifications() {
-    UserTransfer<std::uint8_t> read;
-    UserTransfer<const std::uint8_t> write;
-    ZephIOCompletionHandlerIf* pHandler = nullptr;
+    Finished finished;
     {
         std::lock_guard lock(m_Mutex);
-        if (IsComplete(m_UserRead)) read = std::exchange(m_UserRead, {});
-        if (IsComplete(m_UserWrite)) write = std::exchange(m_UserWrite, {});
-        pHandler = m_Handler;
+        finished = TakeFinished();
     }
-    if (read.Exists()) {
-        DispatchRead(pHandler, true, read.nDone);
-        if (write.Exists()) pHandler = GetHandler();  // it may have unregistered itself
+    Notify(finished);
+}
+
+ZephSSLIO::Finished ZephSSLIO::TakeFinished() {
+    Finished finished;
+    if (IsComplete(m_UserRead)) finished.read = std::exchange(m_UserRead, {});
+    if (IsComplete(m_UserWrite)) finished.write = std::exchange(m_UserWrite, {});
+    finished.pHandler = m_Handler;
+    return finished;
+}
+
+/// At most one read and one write completion, in this order, and then the answer to a drain request.
+void ZephSSLIO::Notify(const Finished& finished) {
+    ZephIOCompletionHandlerIf* pHandler = finished.pHandler;
+    if (finished.read.Exists()) {
+        DispatchRead(pHandler, true, finished.read.nDone);
+        if (finished.write.Exists()) pHandler = GetHandler();  // it may have unregistered itself
     }
     // Only behind the guard is a write over of which nothing was done: it came too late.
-    if (write.Exists()) DispatchWrite(pHandler, write.nDone != 0, write.nDone);
+    if (finished.write.Exists()) DispatchWrite(pHandler, finished.write.nDone != 0, finished.write.nDone);
     NotifyDrain();
 }
 

@@ -3,6 +3,7 @@
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephIOObjectIf.h"
+#include "OmbryZephCore/ZephMutex.h"
 #include "OmbryZephCore/ZephSSLConnectionIf.h"
 #include "OmbryZephCore/ZephSSLNotifierIf.h"
 #include "OmbryZephCore/ZephUserTaskIf.h"
@@ -119,6 +120,13 @@ private:
         bool IsOpen() const { return Exists() && nDone == 0 && nBytes != 0; }
     };
 
+    /// The transfers whose end is to be told, and to whom.
+    struct Finished {
+        UserTransfer<std::uint8_t> read;
+        UserTransfer<const std::uint8_t> write;
+        ZephIOCompletionHandlerIf* pHandler = nullptr;
+    };
+
     /// What a completion of the layer below comes to.
     enum class Completion { PassThrough, Refused, Handled, Fatal };
 
@@ -185,14 +193,17 @@ private:
         return transfer.Exists() && (transfer.nDone != 0 || IsClosed());
     }
 
-    // No lock is held:
     Completion TakeCompletion(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes);
+    Finished TakeFinished();
+
+    // No lock is held:
     std::uint32_t EndControlCall(std::uint32_t nResult);
     std::uint32_t SchedulePendingNotifications();
     bool CancelOrFindTask();
     bool BeginTask();
     void EndTask();
     void DoPendingNotifications();
+    void Notify(const Finished& finished);
     void DispatchRead(ZephIOCompletionHandlerIf* pHandler, bool bSuccess, std::uint32_t nBytes);
     void DispatchWrite(ZephIOCompletionHandlerIf* pHandler, bool bSuccess, std::uint32_t nBytes);
     void NotifyDrain();
@@ -214,7 +225,7 @@ private:
 
     // When both mutexes are held, this one is taken first. It is held while the engine and the layer below
     // are called, never while m_Handler is.
-    std::mutex m_Mutex;
+    ZephMutex m_Mutex;
     // Guarded by m_Mutex:
     State m_State = eState_Off;
     UserTransfer<std::uint8_t> m_UserRead;
@@ -249,7 +260,7 @@ private:
     ZephTaskGateIf* m_TaskGate = nullptr;
     ZephSSLConnectionManagerIf* m_ConnectionManager = nullptr;
 
-    std::mutex m_NotifyMutex;
+    ZephMutex m_NotifyMutex;
     // Guarded by m_NotifyMutex:
     std::atomic<bool> m_DrainRequested = false;  // read anywhere
     bool m_LowerDrainRequested = false;

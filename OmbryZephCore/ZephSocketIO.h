@@ -2,6 +2,7 @@
 
 #include "OmbryZephCore/ZephIOObjectIf.h"
 #include "OmbryZephCore/ZephIOTaskManagerIf.h"
+#include "OmbryZephCore/ZephMutex.h"
 #include "OmbryZephCore/ZephTaskIf.h"
 #include "OmbryZephCore/ZephUserTaskIf.h"
 
@@ -66,7 +67,7 @@ private:
     ZephUserTaskScheduleIf* m_Scheduler = nullptr;
     ZephTaskGateIf* m_TaskGate = nullptr;
     ZephIOCompletionHandlerIf* m_Handler = nullptr;
-    mutable std::mutex m_Mutex;
+    mutable ZephMutex m_Mutex;
     // Guarded by m_Mutex:
     std::int64_t m_LastActivity = 0;
     std::int32_t m_CallbacksInProgress = 0;

@@ -1,5 +1,6 @@
 #include "OmbryZephCore/ZephSorrelSyncConnectionPool.h"
 
+#include "OmbryZephCore/ZephMutex.h"
 #include "OmbryZephCore/ZephResultCodes.h"
 #include "OmbryZephCore/ZephSorrelSyncConnection.h"
 #include "Platform/IClock.h"
@@ -7,6 +8,7 @@
 #include <algorithm>
 #include <map>
 #include <thread>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -30,16 +32,19 @@ struct ZephSorrelSyncConnectionPool::SharedState {
 
     void EvictUntilStopped();
     void Evict(bool bAll, std::int64_t nNow);
+    Queues::iterator Find(const ZephSorrelConnectionParameters& params);
     void Leave(Queues::iterator home);
+    Queues::iterator Erase(Queues::iterator home);
     void StopThread();
 
     const std::shared_ptr<Ombry::LibraryLogger::ILogger> m_Logger;
     std::atomic<bool> m_Verbose = false;
 
     // Never held together with m_StopMutex.
-    std::mutex m_Mutex;
+    ZephMutex m_Mutex;
     // Guarded by m_Mutex:
     Queues m_Idle;
+    Queues::iterator m_Latest = m_Idle.end();  // what was asked for last: most programs have one destination
 
     // Constant while the thread runs:
     std::uint32_t m_MaxIdleSeconds = 0;
@@ -52,7 +57,7 @@ struct ZephSorrelSyncConnectionPool::SharedState {
     std::thread m_Thread;
 };
 
-class ZephSorrelSyncConnectionPool::PoolConnection : public ZephSorrelSyncConnection {
+class ZephSorrelSyncConnectionPool::PoolConnection final : public ZephSorrelSyncConnection {
 public:
     PoolConnection(const SharedState* pOwner, SharedState::Queues::iterator home,
                    std::shared_ptr<Ombry::LibraryLogger::ILogger> logger, bool bVerbose)
@@ -90,14 +95,28 @@ void ZephSorrelSyncConnectionPool::SharedState::Evict(bool bAll, std::int64_t nN
         queue.erase(queue.begin(), young);
         for (const ZephIdleConnection& idle : queue)
             idle.pConnection->ReleaseIdleMemory();
-        it = queue.empty() && nLent == 0 ? m_Idle.erase(it) : std::next(it);
+        it = queue.empty() && nLent == 0 ? Erase(it) : std::next(it);
     }
+}
+
+/// The queue of these parameters, new if there is none; m_Mutex is held.
+ZephSorrelSyncConnectionPool::SharedState::Queues::iterator ZephSorrelSyncConnectionPool::SharedState::Find(
+    const ZephSorrelConnectionParameters& params) {
+    if (m_Latest == m_Idle.end() || !(m_Latest->first == params)) m_Latest = m_Idle.try_emplace(params).first;
+    return m_Latest;
+}
+
+/// m_Mutex is held.
+ZephSorrelSyncConnectionPool::SharedState::Queues::iterator ZephSorrelSyncConnectionPool::SharedState::Erase(
+    Queues::iterator home) {
+    if (m_Latest == home) m_Latest = m_Idle.end();
+    return m_Idle.erase(home);
 }
 
 /// A connection is lent no more; m_Mutex is held.
 void ZephSorrelSyncConnectionPool::SharedState::Leave(Queues::iterator home) {
     --home->second.nLent;
-    if (home->second.nLent == 0 && home->second.idle.empty()) m_Idle.erase(home);
+    if (home->second.nLent == 0 && home->second.idle.empty()) Erase(home);
 }
 
 void ZephSorrelSyncConnectionPool::SharedState::StopThread() {
@@ -141,7 +160,7 @@ ZephSorrelSyncConnectionIf* ZephSorrelSyncConnectionPool::GetConnection(
     SharedState::Queues::iterator home;
     {
         std::lock_guard guard(m_State->m_Mutex);
-        home = m_State->m_Idle.try_emplace(params).first;
+        home = m_State->Find(params);
         auto& [idle, nLent] = home->second;
         ++nLent;
         if (!idle.empty()) {
@@ -167,8 +186,9 @@ ZephSorrelSyncConnectionIf* ZephSorrelSyncConnectionPool::GetConnection(
 }
 
 std::uint32_t ZephSorrelSyncConnectionPool::ReleaseConnection(ZephSorrelSyncConnectionIf* pConnection) {
-    auto* pOurs = dynamic_cast<PoolConnection*>(pConnection);
-    if (!pOurs || !pOurs->IsOf(m_State.get())) return eRC_Success;
+    if (!pConnection || typeid(*pConnection) != typeid(PoolConnection)) return eRC_Success;
+    auto* const pOurs = static_cast<PoolConnection*>(pConnection);
+    if (!pOurs->IsOf(m_State.get())) return eRC_Success;
     // What is not kept goes behind the lock: taking a TLS stack down takes its time.
     std::unique_ptr<PoolConnection> connection(pOurs);
     const bool bKeep = connection->IsConnected() && !connection->GetHttpConnection().IsCloseRequested();

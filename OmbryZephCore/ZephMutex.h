@@ -1,0 +1,41 @@
+#pragma once
+
+#include <atomic>
+
+namespace OmbryZephCore {
+
+/// A mutex for what one thread nearly always has to itself: without a wait, locking and unlocking are one
+/// atomic step each and no call. A request passes some twenty of them. Not recursive; for `std::lock_guard`.
+class ZephMutex {
+public:
+    ZephMutex() = default;
+    ZephMutex(const ZephMutex&) = delete;
+    ZephMutex& operator=(const ZephMutex&) = delete;
+
+    void lock() {
+        State expected = State::Free;
+        if (!m_State.compare_exchange_strong(expected, State::Held)) Wait();
+    }
+
+    /// Whoever gets the mutex may end it at once: what is notified behind that is an address.
+    void unlock() {
+        if (m_State.exchange(State::Free) == State::WaitedFor) m_State.notify_one();
+    }
+
+private:
+    enum class State : int {
+        Free,
+        Held,       ///< by a thread for which nobody waits
+        WaitedFor,  ///< held, and perhaps waited for
+    };
+
+    // Whoever has waited cannot tell whether others still do, and so holds it as one that is waited for.
+    void Wait() {
+        while (m_State.exchange(State::WaitedFor) != State::Free)
+            m_State.wait(State::WaitedFor);
+    }
+
+    std::atomic<State> m_State = State::Free;
+};
+
+}  // namespace OmbryZephCore
