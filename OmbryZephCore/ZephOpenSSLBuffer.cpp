@@ -35,6 +35,7 @@ int Read(BIO* bio, char* pBytes, std::size_t nBytes, std::size_t* pnRead) {
                            static_cast<std::uint32_t>(std::min(nBytes, MostBytes)));
     if (*pnRead != 0) return 1;
     BIO_set_retry_read(bio);
+    Of(bio).NoteAskedInVain();
     return -1;
 }
 

@@ -3,6 +3,7 @@
 #include "OmbryZephCore/ZephIOBuffer.h"
 
 #include <cstdint>
+#include <utility>
 
 struct bio_st;
 
@@ -26,6 +27,9 @@ public:
     bool Append(const std::uint8_t* pBytes, std::uint32_t nBytes);
     /// At most `nBytes` of the oldest bytes; how many.
     std::uint32_t Take(std::uint8_t* pBytes, std::uint32_t nBytes);
+    /// Whether the session has asked for bytes in vain since the last call.
+    bool WasAskedInVain() { return std::exchange(m_AskedInVain, false); }
+    void NoteAskedInVain() { m_AskedInVain = true; }
     void Clear() { m_Begin = m_End = 0; }
     /// Gives the memory back, if nothing is in it.
     void ReleaseIdleMemory() {
@@ -36,6 +40,7 @@ private:
     ZephIOBuffer m_Buffer;
     std::uint32_t m_Begin = 0;
     std::uint32_t m_End = 0;
+    bool m_AskedInVain = false;
 };
 
 }  // namespace OmbryZephCore

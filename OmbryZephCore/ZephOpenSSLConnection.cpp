@@ -59,6 +59,13 @@ void ForgetStaleErrors() {
     if (ERR_peek_error() != 0) ERR_clear_error();
 }
 
+// The one that ended a transfer of data; those ahead of it may be anybody's.
+void ForgetAllButLastError() {
+    const unsigned long last = ERR_peek_last_error();
+    ERR_clear_error();
+    if (last != 0) ERR_raise(ERR_GET_LIB(last), ERR_GET_REASON(last));
+}
+
 }  // namespace
 
 void ZephOpenSSLConnection::SessionDeleter::operator()(ssl_st* session) const {
@@ -92,7 +99,7 @@ void ZephOpenSSLConnection::Clear() {
     m_Input.Clear();
     m_Output.Clear();
     m_NeedInput = m_InputUsedUp = m_HoldsNothing = m_Failed = m_Handshaking = m_Established = m_Unjudged =
-        m_SessionIsNew = m_PeerClosed = m_ShutdownSent = m_WaitForPeer = false;
+        m_SessionIsNew = m_CloseCame = m_PeerClosed = m_ShutdownSent = m_WaitForPeer = false;
 }
 
 bool ZephOpenSSLConnection::MakeSession(const ZephOpenSSLClientContext& context) {
@@ -110,7 +117,7 @@ bool ZephOpenSSLConnection::MakeSession(const ZephOpenSSLClientContext& context)
     SSL_set_connect_state(m_Session.get());
     m_Handshaking = true;
     if (SSL_set_app_data(m_Session.get(), this) != 1) return false;
-    SSL_set_info_callback(m_Session.get(), NoteHandshake);
+    SSL_set_info_callback(m_Session.get(), NoteEvent);
     return true;
 }
 
@@ -138,9 +145,10 @@ void ZephOpenSSLConnection::KeepSession() {
 }
 
 // The library can end a handshake and begin the next one in one call; that the first has ended shows here.
-void ZephOpenSSLConnection::NoteHandshake(const ssl_st* session, int where, int) {
-    if ((where & SSL_CB_HANDSHAKE_DONE) == 0) return;
-    static_cast<ZephOpenSSLConnection*>(SSL_get_app_data(session))->m_Unjudged = true;
+void ZephOpenSSLConnection::NoteEvent(const ssl_st* session, int where, int result) {
+    auto& self = *static_cast<ZephOpenSSLConnection*>(SSL_get_app_data(session));
+    if ((where & SSL_CB_HANDSHAKE_DONE) != 0) self.m_Unjudged = true;
+    if (where == SSL_CB_READ_ALERT) self.m_CloseCame = (result & 0xFF) == SSL_AD_CLOSE_NOTIFY;
 }
 
 bool ZephOpenSSLConnection::SetServerName(const std::string& targetName, bool bVerify) {
@@ -208,6 +216,17 @@ int ZephOpenSSLConnection::Look() {
     return SSL_get_error(m_Session.get(), result);
 }
 
+// Behind a transfer of data that moved nothing: SSL_ERROR_WANT_READ, SSL_ERROR_ZERO_RETURN for the peer's
+// close, or SSL_ERROR_SSL. SSL_get_error would take an error that something else left on this thread for this
+// session's, and forgetting those ahead of every transfer costs more than a lock: so they are forgotten where
+// one has failed. The library asks for input only where nothing has.
+int ZephOpenSSLConnection::WhyNothingMoved() {
+    if (m_Input.WasAskedInVain()) return SSL_ERROR_WANT_READ;
+    if (m_CloseCame) return SSL_ERROR_ZERO_RETURN;
+    ForgetAllButLastError();
+    return SSL_ERROR_SSL;
+}
+
 // Runs after the handshake and not at the Certificate message: only now has the server proved that it owns
 // the key.
 std::int32_t ZephOpenSSLConnection::ValidateServer() {
@@ -254,6 +273,7 @@ std::int32_t ZephOpenSSLConnection::inject_ciphertext(const std::uint8_t* pBuffe
 
 std::int32_t ZephOpenSSLConnection::extract_ciphertext(std::uint8_t* pBuffer, std::int32_t nBytes) {
     if (m_Failed) return -1;
+    if (!m_Handshaking && Pending(m_Output) == 0) return 0;  // nearly always
     const std::int32_t nCount = TakeFrom(m_Output, pBuffer, nBytes);
     if (m_Verbose)
         TraceCiphertext("OmbryZephCore::ZephOpenSSLConnection::extract_ciphertext", pBuffer, nCount);
@@ -261,6 +281,11 @@ std::int32_t ZephOpenSSLConnection::extract_ciphertext(std::uint8_t* pBuffer, st
 }
 
 std::int32_t ZephOpenSSLConnection::read_plaintext(std::uint8_t* pBuffer, std::int32_t nBytes) {
+    // The pump asks in every round, and ahead of every answer.
+    if (m_InputUsedUp && !m_Handshaking && !m_Failed && !m_PeerClosed && nBytes > 0) {
+        m_NeedInput = true;
+        return 0;
+    }
     const std::int32_t ready = ContinueInitIfNecessary();
     if (ready < 0) return ready;
     // Data that a renegotiation was stopped by is under the keys before it, which were accepted.
@@ -273,19 +298,15 @@ std::int32_t ZephOpenSSLConnection::read_plaintext(std::uint8_t* pBuffer, std::i
 
 // A count, 0 when more input is needed or the peer has closed, or -1.
 std::int32_t ZephOpenSSLConnection::Read(std::uint8_t* pBuffer, std::int32_t nBytes) {
-    if (m_InputUsedUp) {  // the pump asks in every round, and ahead of every answer
-        m_NeedInput = true;
-        return 0;
-    }
     std::size_t nCount = 0;
-    ForgetStaleErrors();
+    m_Input.WasAskedInVain();
     const int result = SSL_read_ex(m_Session.get(), pBuffer, static_cast<std::size_t>(nBytes), &nCount);
     if (SSL_in_init(m_Session.get())) m_Handshaking = true;
     if (result == 1) {
         m_InputUsedUp = m_HoldsNothing = !HoldsInput();
         return static_cast<std::int32_t>(nCount);
     }
-    const int error = SSL_get_error(m_Session.get(), result);
+    const int error = WhyNothingMoved();
     if (error == SSL_ERROR_WANT_READ) {
         m_NeedInput = m_InputUsedUp = true;
         return 0;
@@ -303,11 +324,11 @@ std::int32_t ZephOpenSSLConnection::write_plaintext(const std::uint8_t* pBuffer,
     const std::int32_t nOffered = std::min(nBytes, OutputCap - Pending(m_Output));
     if (nOffered <= 0 || m_ShutdownSent) return 0;
     std::size_t nCount = 0;
-    ForgetStaleErrors();
+    m_Input.WasAskedInVain();
     const int result = SSL_write_ex(m_Session.get(), pBuffer, static_cast<std::size_t>(nOffered), &nCount);
     if (SSL_in_init(m_Session.get())) m_Handshaking = true;
     if (result == 1) return static_cast<std::int32_t>(nCount);
-    if (SSL_get_error(m_Session.get(), result) != SSL_ERROR_WANT_READ) return Fail("SSL_write_ex");
+    if (WhyNothingMoved() != SSL_ERROR_WANT_READ) return Fail("SSL_write_ex");
     m_NeedInput = true;
     return 0;
 }

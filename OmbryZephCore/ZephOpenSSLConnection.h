@@ -71,11 +71,12 @@ private:
     bool MakeSession(const ZephOpenSSLClientContext& context);
     void OfferKeptSession();
     void KeepSession();
-    static void NoteHandshake(const ssl_st* session, int where, int result);
+    static void NoteEvent(const ssl_st* session, int where, int result);
     bool SetServerName(const std::string& targetName, bool bVerify);
     std::int32_t ContinueInitIfNecessary();
     std::int32_t ContinueRenegotiation();
     int Look();
+    int WhyNothingMoved();
     std::int32_t ValidateServer();
     std::int32_t Read(std::uint8_t* pBuffer, std::int32_t nBytes);
     std::int32_t DrainUntilPeerCloses();
@@ -99,6 +100,7 @@ private:
     bool m_Established = false;   // the first handshake is over
     bool m_Unjudged = false;      // a handshake has ended, and ValidateServer was not asked since
     bool m_SessionIsNew = false;  // there is a session to be kept once the server is accepted
+    bool m_CloseCame = false;     // the latest alert of the peer was its close
     bool m_PeerClosed = false;
     bool m_ShutdownSent = false;
     bool m_Verbose = false;

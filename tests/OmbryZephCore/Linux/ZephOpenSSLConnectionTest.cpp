@@ -298,6 +298,28 @@ TEST_P(ZephOpenSSLConnectionTest, StaleErrorsOfOthersOnTheThreadDoNoHarm) {
     ERR_clear_error();
 }
 
+TEST_P(ZephOpenSSLConnectionTest, StaleErrorsOfOthersNeitherHideTheCloseOfThePeerNorStandInAText) {
+    ZephOpenSSLTestPair other(ServerOf(GetParam().number));
+    ASSERT_TRUE(other.Handshake());
+    pair->server.Close();
+    ASSERT_GT(Inject(pair->client, pair->server.Take()), 0);
+    ERR_raise(ERR_LIB_USER, 77);
+    Read(pair->client, result);
+    EXPECT_EQ(result, 0);
+    EXPECT_TRUE(pair->client.IsShuttingDown());
+
+    Inject(other.client, "this is no record");
+    ERR_raise(ERR_LIB_USER, 77);
+    Read(other.client, result);
+    EXPECT_EQ(result, -1);
+    ASSERT_EQ(other.logger->Messages(4).size(), 1u);
+    EXPECT_EQ(other.logger->Messages(4)[0].find("reason(77)"), std::string::npos)
+        << other.logger->Messages(4)[0];
+    EXPECT_NE(other.logger->Messages(4)[0].find("SSL routines"), std::string::npos)
+        << other.logger->Messages(4)[0];
+    ERR_clear_error();
+}
+
 TEST_P(ZephOpenSSLConnectionTest, ValidatorThatLeavesAnErrorDoesNotDisturbTheReadThatFinishedTheHandshake) {
     ZephOpenSSLTestPair other(ServerOf(GetParam().number));
     int asked = 0;
