@@ -113,7 +113,7 @@ private:
     static std::int64_t Milliseconds(Duration elapsed) { return elapsed.count() / (TicksPerSecond / 1000); }
 
     void Append(SocketSet* set, short asked, short reported) {
-        if (!set) return;
+        if (!set || set->Count() == 0) return;
         Member& member = sets[setCount++];
         member.set = set;
         member.reported = reported;
