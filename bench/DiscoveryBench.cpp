@@ -4,6 +4,7 @@
 #include "ClientCommunications/FoundServicesDto.h"
 #include "ClientCommunications/Impl/DirectoryKeyValueStorage.h"
 #include "ClientCommunications/Impl/FoundServices.h"
+#include "ClientCommunications/Impl/IterateAfterMaxFailuresPolicyCandidateFinderFactory.h"
 #include "ClientCommunications/Impl/ServiceFinder.h"
 #include "ObjectMapping/Serialization.h"
 #include "bench/Measurement.h"
@@ -85,6 +86,42 @@ void DiscoveryChoice(benchmark::State& state) {
     }
 }
 BENCHMARK(DiscoveryChoice)->Arg(1)->Arg(100)->Arg(10000);
+
+class KnownServices : public IServiceFinder {
+public:
+    explicit KnownServices(std::int64_t count) : found(std::make_shared<FoundServices>(MakeAnswer(count))) {}
+
+    std::shared_ptr<IFoundServices> Find(std::shared_ptr<IRootRequestMetaData>,
+                                         Cancellation::Token) override {
+        return found;
+    }
+    std::shared_ptr<IFoundServices> Find(Cancellation::Token) override { return found; }
+
+private:
+    const std::shared_ptr<IFoundServices> found;
+};
+
+/// Without the thread of the real one, which would make each counted reference dearer.
+class NothingFailed : public IFailedServices {
+public:
+    FailureInfo Get(const std::string&) override { return FailureInfo(); }
+    void RecordFailure(const std::string&, bool) override {}
+    void Remove(const std::string&) override {}
+};
+
+/// The first choice of a gateway, from the two readings to the server.
+void GatewayChoice(benchmark::State& state) {
+    const auto finder = std::make_shared<KnownServices>(state.range(0));
+    const auto failed = std::make_shared<NothingFailed>();
+    for (auto _ : state) {
+        const auto policy =
+            std::make_shared<IterateAfterMaxFailuresPolicyCandidateFinderFactory>(failed, nullptr, 1);
+        const auto candidates = policy->Create(finder);
+        benchmark::DoNotOptimize(candidates->GetNextCandidate(Cancellation::Token()));
+        candidates->MarkSuccess();
+    }
+}
+BENCHMARK(GatewayChoice)->Arg(1)->Arg(100)->Arg(10000);
 
 /// What the lists cost that a choice is made from, in any order: a node and a reference for each server.
 void DiscoveryListsAlone(benchmark::State& state) {

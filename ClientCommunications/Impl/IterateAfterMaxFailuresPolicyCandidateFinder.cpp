@@ -118,7 +118,7 @@ ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::UseAlternate(
 ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::FindAlternate(
     const Cancellation::Token& token) {
     LoadLists(token);
-    selector.SetCandidates(localServices, {});
+    selector.BorrowCandidates(&localServices, nullptr);
     candidate = selector.Next(token);
     failures = 0;
     SetAlternate(candidate, 0);
@@ -128,7 +128,7 @@ ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::FindAlternate(
 
 ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::Reselect(const Cancellation::Token& token) {
     LoadLists(token);
-    selector.SetCandidates(localServices, remoteServices);
+    selector.BorrowCandidates(&localServices, &remoteServices);
     candidate = selector.Next(token);
     failures = 0;
     std::lock_guard guard(factory->mutex);

@@ -22,10 +22,18 @@ NextCandidateSelector::NextCandidateSelector(std::shared_ptr<IFailedServices> fa
                                              std::shared_ptr<LibraryLogger::ILogger> logger, Sleeper sleeper)
     : failedServices(std::move(failedServices)), logger(std::move(logger)), sleeper(std::move(sleeper)) {}
 
-void NextCandidateSelector::SetCandidates(std::list<std::shared_ptr<IService>> local,
-                                          std::list<std::shared_ptr<IService>> remote) {
-    localCandidates = std::move(local);
-    remoteCandidates = std::move(remote);
+void NextCandidateSelector::SetCandidates(Services local, Services remote) {
+    ownLocal = std::move(local);
+    ownRemote = std::move(remote);
+    localCandidates = &ownLocal;
+    remoteCandidates = &ownRemote;
+}
+
+void NextCandidateSelector::BorrowCandidates(const Services* local, const Services* remote) {
+    ownLocal.clear();
+    ownRemote.clear();
+    localCandidates = local ? local : &ownLocal;
+    remoteCandidates = remote ? remote : &ownRemote;
 }
 
 ServiceCandidate NextCandidateSelector::Next(const Cancellation::Token& token) {
@@ -39,13 +47,13 @@ void NextCandidateSelector::SelectNext() {
     Choice best;
     Choice fallback;
     FailureInfo fallbackInfo;
-    Scan(localCandidates, true, best, fallback, fallbackInfo);
-    if (!best.candidate.service) Scan(remoteCandidates, false, best, fallback, fallbackInfo);
+    Scan(*localCandidates, true, best, fallback, fallbackInfo);
+    if (!best.candidate.service) Scan(*remoteCandidates, false, best, fallback, fallbackInfo);
     current = std::move(best.candidate.service ? best : fallback);
 }
 
-void NextCandidateSelector::Scan(const std::list<std::shared_ptr<IService>>& list, bool isLocal, Choice& best,
-                                 Choice& fallback, FailureInfo& fallbackInfo) const {
+void NextCandidateSelector::Scan(const Services& list, bool isLocal, Choice& best, Choice& fallback,
+                                 FailureInfo& fallbackInfo) const {
     for (const std::shared_ptr<IService>& service : list) {
         std::string id = service->GetId();
         if (triedIds.contains(id)) continue;

@@ -16,13 +16,18 @@ namespace Ombry::ClientCommunications {
 class NextCandidateSelector {
 public:
     using Sleeper = std::function<void(TimePoint, const Cancellation::Token&)>;
+    using Services = std::list<std::shared_ptr<IService>>;
 
     NextCandidateSelector(std::shared_ptr<IFailedServices> failedServices,
                           std::shared_ptr<LibraryLogger::ILogger> logger, Sleeper sleeper);
     virtual ~NextCandidateSelector() = default;
+    NextCandidateSelector(const NextCandidateSelector&) = delete;
+    NextCandidateSelector& operator=(const NextCandidateSelector&) = delete;
 
-    void SetCandidates(std::list<std::shared_ptr<IService>> local,
-                       std::list<std::shared_ptr<IService>> remote);
+    void SetCandidates(Services local, Services remote);
+    /// The same without a copy of lists that may be long: they stay with the caller, unchanged, as long as
+    /// they are chosen from. Null for none.
+    void BorrowCandidates(const Services* local, const Services* remote);
 
     /// The candidate for the next attempt; empty if each has had its try. A candidate that is still current
     /// has failed. Throws what the sleeper throws.
@@ -45,7 +50,7 @@ private:
     };
 
     void SelectNext();
-    void Scan(const std::list<std::shared_ptr<IService>>& list, bool isLocal, Choice& best, Choice& fallback,
+    void Scan(const Services& list, bool isLocal, Choice& best, Choice& fallback,
               FailureInfo& fallbackInfo) const;
     void StartAttempt(const Cancellation::Token& token);
     void verifyHaveCurrentCandidate() const;
@@ -53,8 +58,10 @@ private:
     std::shared_ptr<IFailedServices> failedServices;
     std::shared_ptr<LibraryLogger::ILogger> logger;
     Sleeper sleeper;
-    std::list<std::shared_ptr<IService>> localCandidates;
-    std::list<std::shared_ptr<IService>> remoteCandidates;
+    Services ownLocal;
+    Services ownRemote;
+    const Services* localCandidates = &ownLocal;  // or borrowed
+    const Services* remoteCandidates = &ownRemote;
     std::set<std::string> triedIds;
     Choice current;
 };

@@ -59,6 +59,22 @@ TEST_F(NextCandidateSelectorTest, HealthyServersComeInTheirOrderLocalFirstEachOn
     EXPECT_TRUE(sleeps.empty());
 }
 
+TEST_F(NextCandidateSelectorTest, BorrowedCandidatesTakeThePlaceOfOthersAndStayWithTheirOwner) {
+    const auto local = MakeServices({"l1", "l2"}), remote = MakeServices({"r"});
+    selector.SetCandidates(MakeServices({"old"}), MakeServices({"older"}));
+    selector.BorrowCandidates(&local, &remote);
+    EXPECT_EQ(DrainAll(), (Order{"l1 local", "l2 local", "r remote"}));
+    EXPECT_EQ(local.front().use_count(), 1) << "no copy was made";
+
+    selector.SetCandidates(MakeServices({"a"}), MakeServices({"b"}));
+    selector.BorrowCandidates(nullptr, nullptr);
+    EXPECT_EQ(DrainAll(), Order());
+    const auto untried = MakeServices({"untried"});
+    selector.BorrowCandidates(&untried, &untried);
+    selector.SetCandidates(MakeServices({"new"}), {});
+    EXPECT_EQ(DrainAll(), (Order{"new local"}));
+}
+
 TEST_F(NextCandidateSelectorTest, WithNothingLeftFurtherCallsRecordNothing) {
     selector.SetCandidates(MakeServices({"a"}), {});
     DrainAll();
