@@ -10,6 +10,7 @@
 #include "OmbryZephCore/ZephUrl.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <limits>
 #include <stdexcept>
@@ -36,6 +37,10 @@ std::uint32_t ToSeconds(Duration timeout) {
 }  // namespace
 
 std::uint16_t ParsePort(const std::string& text) {
+    std::uint16_t port = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, port);
+    if (error == std::errc() && stop == end) return port;  // as nearly always
     constexpr long long lowest = std::numeric_limits<std::int32_t>::min();
     constexpr long long highest = std::numeric_limits<std::int32_t>::max();
     const long long value = std::strtoll(text.c_str(), nullptr, 10);
@@ -53,28 +58,33 @@ HttpClientServiceGateway::HttpClientServiceGateway(
 
 std::shared_ptr<IStringServiceResponse> HttpClientServiceGateway::CallForString(
     std::shared_ptr<IServiceRequest> request, Cancellation::Token token) {
-    const auto client = GetHttpClient();
+    const std::string url = service->GetEndpointUrl();
+    std::optional<ZephSorrelSyncHttpClient> client;
+    GetHttpClient(client, url);
     std::string body;
     SyncStringWriter writer(body);
     Private::SyncWriterAdapter adapter(writer);
     BodyLimit limit(adapter);
-    DoRequest(*client, *request, limit, token);
+    DoRequest(*client, url, *request, limit, token);
     return std::make_shared<StringServiceResponse>(*client, service, std::move(body));
 }
 
 std::shared_ptr<IStreamServiceResponse> HttpClientServiceGateway::CallForStream(
     std::shared_ptr<IServiceRequest> request, std::shared_ptr<ISyncWriter> writer,
     Cancellation::Token token) {
-    const auto client = GetHttpClient();
+    const std::string url = service->GetEndpointUrl();
+    std::optional<ZephSorrelSyncHttpClient> client;
+    GetHttpClient(client, url);
     StreamResponseWriter streamWriter(*client, *writer);
-    DoRequest(*client, *request, streamWriter, token);
+    DoRequest(*client, url, *request, streamWriter, token);
     return std::make_shared<StreamServiceResponse>(*client, service, streamWriter.GetErrorBody());
 }
 
-std::unique_ptr<ZephSorrelSyncHttpClient> HttpClientServiceGateway::GetHttpClient() const {
-    const std::string url = service->GetEndpointUrl();
-    const OmbryZephCore::ZephUrlParts parts = OmbryZephCore::ParseUrl(url);
-    OmbryZephCore::ZephSorrelConnectionParameters parameters(parts.host, ParsePort(parts.port));
+/// Makes one where the caller has room for it.
+void HttpClientServiceGateway::GetHttpClient(std::optional<ZephSorrelSyncHttpClient>& client,
+                                             const std::string& url) const {
+    OmbryZephCore::ZephUrlParts parts = OmbryZephCore::ParseUrl(url);
+    OmbryZephCore::ZephSorrelConnectionParameters parameters(std::move(parts.host), ParsePort(parts.port));
     parameters.SetUseSSL(parts.scheme == "https");
     OmbryZephCore::ZephCertificateValidation rule{OmbryZephCore::ValidateByPublicKey,
                                                   service->GetEndpointCertificate()};
@@ -85,10 +95,8 @@ std::unique_ptr<ZephSorrelSyncHttpClient> HttpClientServiceGateway::GetHttpClien
                 url);
     }
     parameters.SetCertificateValidation(std::move(rule));
-    auto client = std::make_unique<ZephSorrelSyncHttpClient>(logger, verbose, std::move(parameters),
-                                                             connectionPool.get());
+    client.emplace(logger, verbose, std::move(parameters), connectionPool.get());
     client->SetBasePath(parts.path);
-    return client;
 }
 
 std::string HttpClientServiceGateway::makeCorrelationString(const IServiceRequest& request) {
@@ -118,7 +126,8 @@ void HttpClientServiceGateway::LogCorrelated(const LibraryLogger::Place& place, 
     if (!walked) request.ForEachHeader([](const std::string&, const std::string&) {});
 }
 
-void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const IServiceRequest& request,
+void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const std::string& url,
+                                         const IServiceRequest& request,
                                          OmbryZephCore::ZephSyncDataWriterIf& writer,
                                          const Cancellation::Token& token) const {
     request.ForEachHeader(
@@ -132,7 +141,6 @@ void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const
 
     const std::string method = request.GetMethod();
     const std::string path = request.GetPath();
-    const std::string url = service->GetEndpointUrl();
     LogCorrelated(DoRequestName, 1, request, "Calling ", method, " ", url, path);
     std::uint32_t code = OmbryZephCore::eRC_Success;
     try {

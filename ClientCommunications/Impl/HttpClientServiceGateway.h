@@ -5,6 +5,8 @@
 #include "OmbryZephCore/ZephSorrelSyncConnectionPool.h"
 #include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
 
+#include <optional>
+
 namespace Ombry::ClientCommunications {
 
 /// The port by the rules of a 32-bit strtol, of which the low 16 bits count; text that is no number gives 0.
@@ -26,9 +28,11 @@ public:
                                                           Cancellation::Token token) override;
 
 private:
-    std::unique_ptr<OmbryZephCore::ZephSorrelSyncHttpClient> GetHttpClient() const;
-    void DoRequest(OmbryZephCore::ZephSorrelSyncHttpClient& client, const IServiceRequest& request,
-                   OmbryZephCore::ZephSyncDataWriterIf& writer, const Cancellation::Token& token) const;
+    void GetHttpClient(std::optional<OmbryZephCore::ZephSorrelSyncHttpClient>& client,
+                       const std::string& url) const;
+    void DoRequest(OmbryZephCore::ZephSorrelSyncHttpClient& client, const std::string& url,
+                   const IServiceRequest& request, OmbryZephCore::ZephSyncDataWriterIf& writer,
+                   const Cancellation::Token& token) const;
     [[noreturn]] static void ThrowFailure(std::uint32_t code, std::uint32_t subCode,
                                           const Cancellation::Token& token);
     template <class... Parts>

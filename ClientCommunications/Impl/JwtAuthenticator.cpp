@@ -68,12 +68,11 @@ void JwtAuthenticator::AddAuthentication(std::shared_ptr<IServiceRequest> reques
                                          std::shared_ptr<IService> service, Cancellation::Token token) {
     const std::string serviceName = service->GetName();
     const auto cached = getCachedToken(serviceName);
-    if (!cached || cached->token.accessToken.empty()) {
+    if (!cached) {
         internalAddFreshAuthentication(request, serviceName, token);
         return;
     }
-    MarkUsed(serviceName);
-    SetBearerHeader(*request, cached->token.accessToken);
+    UseCached(*cached, *request, serviceName);
     LogCall(logger, AddName, 0, "Using cached token for ", serviceName);
 }
 
@@ -83,11 +82,10 @@ bool JwtAuthenticator::AddFreshAuthentication(std::shared_ptr<IServiceRequest> r
     const auto cached = getCachedToken(serviceName);
     // Somebody else has just refreshed this token: asking again would gain nothing. A clock that was set back
     // makes the age negative, which counts as fresh too.
-    const bool isFresh = cached && !cached->token.accessToken.empty() &&
-                         Platform::Clock().Now() < SaturatingAdd(cached->lastRefreshed, freshnessLimit);
+    const bool isFresh =
+        cached && Platform::Clock().Now() < SaturatingAdd(cached->token->lastRefreshed, freshnessLimit);
     if (isFresh) {
-        MarkUsed(serviceName);
-        SetBearerHeader(*request, cached->token.accessToken);
+        UseCached(*cached, *request, serviceName);
         LogCall(logger, AddFreshName, 0, "Using recently cached token for ", serviceName);
     } else {
         internalAddFreshAuthentication(request, serviceName, token);
@@ -95,10 +93,11 @@ bool JwtAuthenticator::AddFreshAuthentication(std::shared_ptr<IServiceRequest> r
     return true;
 }
 
-/// The usable token of a service; null if there is none. The entry is looked at on the disk each time, since
-/// other processes replace it; but it is read only if it may be another one than last time, and parsed only
-/// if it is.
-std::shared_ptr<const JwtCachedToken> JwtAuthenticator::getCachedToken(const std::string& serviceName) {
+/// The entry with the usable token of a service; null if there is none. The entry is looked at on the disk
+/// each time, since other processes replace it; but it is read only if it may be another one than last time,
+/// and parsed only if it is.
+std::shared_ptr<const JwtAuthenticator::KnownEntry> JwtAuthenticator::getCachedToken(
+    const std::string& serviceName) {
     std::shared_ptr<const KnownEntry> entry = EntryOf(serviceName);
     std::shared_ptr<const ReadEntry> read = cache.Reread(entry->name, entry->read);
     if (read->text.empty()) {
@@ -106,7 +105,9 @@ std::shared_ptr<const JwtCachedToken> JwtAuthenticator::getCachedToken(const std
         return nullptr;
     }
     if (read != entry->read) entry = Learn(serviceName, *entry, std::move(read));
-    if (!entry->token->IsExpired(Platform::Clock().Now())) return entry->token;
+    if (!entry->token->IsExpired(Platform::Clock().Now())) {
+        return entry->token->token.accessToken.empty() ? nullptr : entry;
+    }
     cache.RemoveEntry(entry->name);
     Forget(serviceName);
     return nullptr;
@@ -125,8 +126,8 @@ std::shared_ptr<const JwtAuthenticator::KnownEntry> JwtAuthenticator::EntryOf(
         const auto known = entries.find(serviceName);
         if (known != entries.end()) return known->second;
     }
-    const auto entry = std::make_shared<const KnownEntry>(
-        KnownEntry{DirectoryKeyValueStorage::EntryNameOf(serviceName), nullptr, nullptr});
+    const auto entry = std::make_shared<KnownEntry>();
+    entry->name = DirectoryKeyValueStorage::EntryNameOf(serviceName);
     std::lock_guard guard(mutex);
     return entries.try_emplace(serviceName, entry).first->second;
 }
@@ -140,8 +141,11 @@ std::shared_ptr<const JwtAuthenticator::KnownEntry> JwtAuthenticator::Learn(
         ObjectMapping::DeserializeObject(*parsed, read->text, nullptr, false);
         token = std::move(parsed);
     }
-    const auto entry =
-        std::make_shared<const KnownEntry>(KnownEntry{known.name, std::move(read), std::move(token)});
+    const auto entry = std::make_shared<KnownEntry>();
+    entry->name = known.name;
+    entry->read = std::move(read);
+    entry->header = BearerValueOf(token->token.accessToken);
+    entry->token = std::move(token);
     std::lock_guard guard(mutex);
     return entries[serviceName] = entry;
 }
@@ -170,6 +174,12 @@ JwtCachedToken JwtAuthenticator::FetchToken(const std::string& serviceName,
     Forget(
         serviceName);  // the one that it replaced: nobody else would wipe it if the service is not used again
     return cached;
+}
+
+void JwtAuthenticator::UseCached(const KnownEntry& entry, IServiceRequest& request,
+                                 const std::string& serviceName) {
+    MarkUsed(serviceName);
+    request.SetHeader(NameOf(KnownHeader::Authorization), entry.header);
 }
 
 void JwtAuthenticator::MarkUsed(const std::string& serviceName) {

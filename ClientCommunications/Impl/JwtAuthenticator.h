@@ -49,7 +49,7 @@ public:
 
 private:
     struct KnownEntry;
-    std::shared_ptr<const JwtCachedToken> getCachedToken(const std::string& serviceName);
+    std::shared_ptr<const KnownEntry> getCachedToken(const std::string& serviceName);
     std::shared_ptr<const KnownEntry> EntryOf(const std::string& serviceName);
     std::shared_ptr<const KnownEntry> Learn(const std::string& serviceName, const KnownEntry& known,
                                             std::shared_ptr<const ReadEntry> read);
@@ -59,17 +59,21 @@ private:
                               const Cancellation::Token& token);
     void Forget(const std::string& serviceName);
     void ForgetUnusable(const std::set<std::string>& entryNames);
+    void UseCached(const KnownEntry& entry, IServiceRequest& request, const std::string& serviceName);
     void MarkUsed(const std::string& serviceName);
     void maintenanceThread();
     void updateTokens();
     void removeExpiredTokens();
 
-    /// The entry of a service: where it lies, what it held when it was last read, and what that means. Text
-    /// and token are wiped with it.
+    /// The entry of a service: where it lies, what it held when it was last read, what that means, and what
+    /// requests are given of it. Text, token and header are wiped with it.
     struct KnownEntry {
+        ~KnownEntry() { Platform::SecureWipe(header); }
+
         std::string name;
         std::shared_ptr<const ReadEntry> read;
         std::shared_ptr<const JwtCachedToken> token;
+        std::string header;
     };
 
     const std::shared_ptr<IOAuth2Client> client;

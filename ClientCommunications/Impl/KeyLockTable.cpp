@@ -2,12 +2,22 @@
 
 namespace Ombry::ClientCommunications {
 
+/// The entry of a key, made if there is none.
+KeyLockTable::KeyLockState& KeyLockTable::StateOf(const std::string& name) {
+    if (!spare) return states[name];
+    const auto after = states.lower_bound(name);
+    if (after != states.end() && after->first == name) return after->second;
+    spare.key() = name;
+    spare.mapped() = KeyLockState();
+    return states.insert(after, std::move(spare))->second;
+}
+
 void KeyLockTable::LockRead(const std::string& name) {
     std::unique_lock lock(mutex);
-    KeyLockState* state = &states[name];
+    KeyLockState* state = &StateOf(name);
     while (state->writerState != WriterState::None) {
         condition.wait(lock);
-        state = &states[name];
+        state = &StateOf(name);
     }
     ++state->readerCount;
 }
@@ -16,14 +26,14 @@ void KeyLockTable::UnlockRead(const std::string& name) {
     std::lock_guard guard(mutex);
     const auto state = states.find(name);
     if (--state->second.readerCount > 0) return;
-    if (state->second.writerState == WriterState::None) states.erase(state);
+    if (state->second.writerState == WriterState::None) spare = states.extract(state);
     condition.notify_all();
 }
 
 void KeyLockTable::LockWrite(const std::string& name) {
     std::unique_lock lock(mutex);
     while (true) {
-        KeyLockState& state = states[name];
+        KeyLockState& state = StateOf(name);
         if (state.writerState != WriterState::Holding) {
             if (state.readerCount == 0) {
                 state.writerState = WriterState::Holding;
@@ -37,7 +47,7 @@ void KeyLockTable::LockWrite(const std::string& name) {
 
 void KeyLockTable::UnlockWrite(const std::string& name) {
     std::lock_guard guard(mutex);
-    states.erase(name);  // whoever waits for it creates it anew
+    spare = states.extract(name);  // whoever waits for it creates it anew
     condition.notify_all();
 }
 

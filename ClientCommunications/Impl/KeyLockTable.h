@@ -7,7 +7,8 @@
 
 namespace Ombry::ClientCommunications {
 
-/// A reader-writer lock for each key in use, writers preferred. Keys not in use take no room.
+/// A reader-writer lock for each key in use, writers preferred. Keys not in use take no room, but for that of
+/// one entry, which the next key takes over: most callers lock one key again and again.
 class KeyLockTable {
 public:
     void LockRead(const std::string& name);
@@ -25,10 +26,13 @@ private:
         int readerCount = 0;
     };
 
+    KeyLockState& StateOf(const std::string& name);
+
     mutable std::mutex mutex;
     std::condition_variable condition;
     // Guarded by mutex. An entry goes away while others wait for it: it is looked up anew after each wait.
     std::map<std::string, KeyLockState> states;
+    std::map<std::string, KeyLockState>::node_type spare;  // the memory of the last entry that went
 };
 
 class KeyReadLock {

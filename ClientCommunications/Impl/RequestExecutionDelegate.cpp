@@ -20,12 +20,11 @@ std::shared_ptr<IServiceResponse> RequestExecutionDelegate::operator()(std::shar
                                                                        bool isLocal,
                                                                        Cancellation::Token token) {
     authenticator->AddAuthentication(request, service, token);
-    const ScopedNewHeader id(request, NameOf(KnownHeader::DestinationServiceId), service->GetId());
-    const ScopedNewHeader name(request, NameOf(KnownHeader::DestinationServiceName), service->GetName());
-    const ScopedNewHeader nameSpace(request, NameOf(KnownHeader::DestinationServiceNamespace),
+    const ScopedNewHeader id(request, KnownHeader::DestinationServiceId, service->GetId());
+    const ScopedNewHeader name(request, KnownHeader::DestinationServiceName, service->GetName());
+    const ScopedNewHeader nameSpace(request, KnownHeader::DestinationServiceNamespace,
                                     service->GetNamespace());
-    const ScopedNewHeader local(request, NameOf(KnownHeader::DestinationServiceIsLocal),
-                                isLocal ? "true" : "false");
+    const ScopedNewHeader local(request, KnownHeader::DestinationServiceIsLocal, isLocal ? "true" : "false");
     const std::shared_ptr<IServiceGateway> gateway = gatewayFactory->Create(service);
     std::shared_ptr<IServiceResponse> response = Attempt(gateway, token);
     const int status = response->GetStatusCode();
@@ -39,7 +38,7 @@ std::shared_ptr<IServiceResponse> RequestExecutionDelegate::Attempt(std::shared_
                                                                     Cancellation::Token token) {
     ++attemptCount;
     const RootAttempt rootAttempt(request, attemptCount);
-    const ScopedNewHeader requestId(request, NameOf(KnownHeader::RequestId), MakeGuidText());
+    const ScopedNewHeader requestId(request, KnownHeader::RequestId, MakeGuidText());
     if (!call) throw BadFunctionCall();
     return call(std::move(gateway), std::move(token));
 }

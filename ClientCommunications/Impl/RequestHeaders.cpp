@@ -3,13 +3,18 @@
 #include "Platform/SecureWipe.h"
 
 #include <algorithm>
+#include <functional>
 
 namespace Ombry::ClientCommunications {
 namespace {
 
-/// The place of a header among the known ones; their number if it is none of them.
+/// The place of a header among the known ones; their number if it is none of them. The libraries ask with the
+/// very strings of the table, whose texts need no look.
 std::size_t PlaceOf(const std::string& name) {
     const auto& names = NamesOfKnownHeaders();
+    const std::less<const std::string*> isBefore;
+    if (!isBefore(&name, names.data()) && isBefore(&name, names.data() + names.size()))
+        return static_cast<std::size_t>(&name - names.data());
     return static_cast<std::size_t>(std::find(names.begin(), names.end(), name) - names.begin());
 }
 
@@ -24,8 +29,9 @@ void Replace(std::string& held, const std::string& value) {
 }  // namespace
 
 RequestHeaders::~RequestHeaders() {
-    for (Known& header : known)
-        Platform::SecureWipe(header.value);
+    for (Known& header : known) {
+        if (header.isSet) Platform::SecureWipe(header.value);
+    }
     for (auto& [name, value] : others)
         Platform::SecureWipe(value);
 }
@@ -33,8 +39,13 @@ RequestHeaders::~RequestHeaders() {
 void RequestHeaders::Set(const std::string& name, const std::string& value) {
     const std::size_t place = PlaceOf(name);
     if (place < known.size()) {
-        Replace(known[place].value, value);
-        known[place].isSet = true;
+        Known& header = known[place];
+        if (header.isSet) {
+            Replace(header.value, value);
+        } else {
+            header.value = value;
+            header.isSet = true;
+        }
         return;
     }
     const auto [other, isNew] = others.try_emplace(name, value);

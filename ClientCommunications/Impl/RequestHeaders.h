@@ -43,7 +43,7 @@ public:
 private:
     struct Known {
         bool isSet = false;
-        std::string value;
+        std::string value;  // empty, its memory wiped, while it is not set
     };
 
     std::array<Known, KnownHeaderNames::Count> known;  // by `KnownHeader`

@@ -1,10 +1,8 @@
 #include "ClientCommunications/Impl/RootAttempt.h"
 
-#include "ClientCommunications/Impl/KnownHeaders.h"
-
 namespace Ombry::ClientCommunications {
 
 RootAttempt::RootAttempt(std::shared_ptr<IServiceRequest> request, int attempt)
-    : ScopedNewHeader(std::move(request), NameOf(KnownHeader::RootAttempt), std::to_string(attempt)) {}
+    : ScopedNewHeader(std::move(request), KnownHeader::RootAttempt, std::to_string(attempt)) {}
 
 }  // namespace Ombry::ClientCommunications

@@ -3,6 +3,7 @@
 #include "ClientCommunications/Impl/GuidText.h"
 #include "ClientCommunications/Impl/KnownHeaders.h"
 #include "ClientCommunications/Impl/RuntimeTexts.h"
+#include "Platform/IRandom.h"
 
 #include <map>
 
@@ -10,6 +11,8 @@ namespace Ombry::ClientCommunications::RootRequestMetaData {
 namespace {
 
 constexpr const char* Prefix = "SF-Root-";
+constexpr const char* FirstAttempt = "1";
+constexpr const char* UncorrelatedCall = "ClientToService";
 
 class RootRequestMetaDataImpl : public IRootRequestMetaData {
 public:
@@ -38,6 +41,14 @@ private:
     std::map<std::string, std::string> values;
 };
 
+/// What becomes of a call that nobody's metadata came with.
+struct MetaDataOfNobody : RootRequestMetaDataImpl {
+    MetaDataOfNobody() : RootRequestMetaDataImpl(nullptr) {
+        Set(NameOf(KnownHeader::RootAttempt), FirstAttempt);
+        Set(NameOf(KnownHeader::RootCorrelationId), UncorrelatedCall);
+    }
+};
+
 }  // namespace
 
 std::shared_ptr<IRootRequestMetaData> create(const std::string& requestType) {
@@ -54,17 +65,22 @@ std::shared_ptr<IRootRequestMetaData> createInfrastructure(const std::string& re
 }
 
 std::shared_ptr<IRootRequestMetaData> normalize(std::shared_ptr<IRootRequestMetaData> given) {
+    if (!given) {
+        // Each call without any makes the same of it, after the same draw, and nobody changes it.
+        Platform::Random().NewGuid();
+        return {std::shared_ptr<void>(), &Platform::MadeOnce<MetaDataOfNobody>()};
+    }
     std::shared_ptr<RootRequestMetaDataImpl> result;
     const auto ensure = [&](const std::string& key, const auto& makeValue) {
-        if (given && given->HasValue(key)) return;
+        if (given->HasValue(key)) return;
         if (!result) result = std::make_shared<RootRequestMetaDataImpl>(given);
         result->Set(key, makeValue());
     };
     ensure(NameOf(KnownHeader::RootCorrelationId), [] { return MakeGuidText(); });
-    ensure(NameOf(KnownHeader::RootAttempt), [] { return "1"; });
+    ensure(NameOf(KnownHeader::RootAttempt), [] { return FirstAttempt; });
     // The same key once more, on purpose: whoever reads the logs of the services relies on calls without a
     // correlation of their own showing this fixed text, and the request type stays without a default.
-    ensure(NameOf(KnownHeader::RootCorrelationId), [] { return "ClientToService"; });
+    ensure(NameOf(KnownHeader::RootCorrelationId), [] { return UncorrelatedCall; });
     if (result) return result;
     return given;
 }

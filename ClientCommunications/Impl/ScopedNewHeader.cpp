@@ -1,15 +1,23 @@
 #include "ClientCommunications/Impl/ScopedNewHeader.h"
 
-#include "ClientCommunications/Impl/RootAttempt.h"
-
 namespace Ombry::ClientCommunications {
 
 ScopedNewHeader::ScopedNewHeader(std::shared_ptr<IServiceRequest> onRequest, std::string newName,
-                                 const std::string& value) {
-    if (!onRequest || !onRequest->GetHeader(newName).empty()) return;
-    onRequest->SetHeader(newName, value);
+                                 const std::string& value)
+    : ownName(std::move(newName)), name(ownName) {
+    Put(std::move(onRequest), value);
+}
+
+ScopedNewHeader::ScopedNewHeader(std::shared_ptr<IServiceRequest> onRequest, KnownHeader header,
+                                 const std::string& value)
+    : name(NameOf(header)) {
+    Put(std::move(onRequest), value);
+}
+
+void ScopedNewHeader::Put(std::shared_ptr<IServiceRequest> onRequest, const std::string& value) {
+    if (!onRequest || !onRequest->GetHeader(name).empty()) return;
+    onRequest->SetHeader(name, value);
     request = std::move(onRequest);
-    name = std::move(newName);
 }
 
 ScopedNewHeader::~ScopedNewHeader() {

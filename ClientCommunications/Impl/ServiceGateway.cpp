@@ -11,17 +11,18 @@ ServiceGateway::ServiceGateway(std::shared_ptr<IServiceIteratePolicyExecutor> ex
 
 std::shared_ptr<IStringServiceResponse> ServiceGateway::CallForString(
     std::shared_ptr<IServiceRequest> request, Cancellation::Token token) {
-    return std::dynamic_pointer_cast<IStringServiceResponse>(Call(
-        request, token, [request](std::shared_ptr<IServiceGateway> gateway, Cancellation::Token callToken) {
-            return gateway->CallForString(request, callToken);
-        }));
+    return std::dynamic_pointer_cast<IStringServiceResponse>(
+        Call(request, std::move(token),
+             [request](std::shared_ptr<IServiceGateway> gateway, Cancellation::Token callToken) {
+                 return gateway->CallForString(request, callToken);
+             }));
 }
 
 std::shared_ptr<IStreamServiceResponse> ServiceGateway::CallForStream(
     std::shared_ptr<IServiceRequest> request, std::shared_ptr<ISyncWriter> writer,
     Cancellation::Token token) {
     return std::dynamic_pointer_cast<IStreamServiceResponse>(
-        Call(request, token,
+        Call(request, std::move(token),
              [request, writer](std::shared_ptr<IServiceGateway> gateway, Cancellation::Token callToken) {
                  return gateway->CallForStream(request, writer, callToken);
              }));

@@ -62,6 +62,19 @@ TEST(KeyLockTableTest, HoldsOnlyTheKeysInUse) {
     EXPECT_EQ(table.Size(), 0u);
 }
 
+TEST(KeyLockTableTest, AKeyTakesOverNothingOfTheOneThatWentBefore) {
+    KeyLockTable table;
+    { const KeyWriteLock writer(&table, "a"); }
+    {
+        const KeyReadLock first(&table, "b");
+        const KeyReadLock second(&table, "b");
+        const KeyWriteLock other(&table, "a");
+        EXPECT_EQ(table.Size(), 2u);
+    }
+    const KeyWriteLock writer(&table, "c");
+    EXPECT_EQ(table.Size(), 1u);
+}
+
 TEST(KeyLockTableTest, AReaderWaitsForTheWriter) {
     KeyLockTable table;
     Events events;

@@ -89,6 +89,9 @@ TEST_F(RootRequestMetaDataTest, NormalizeOverwritesItsOwnGuidWithTheFixedTextAnd
                                               "SF-Root-Request-Type: Type"));
     EXPECT_THAT(PairsOf(*given), ElementsAre("SF-Root-Request-Type: Type")) << "the argument stays";
     EXPECT_EQ(MakeGuidText(), FakeRandom::GuidText(2)) << "one identifier was drawn";
+    RootRequestMetaData::normalize(nullptr);
+    RootRequestMetaData::normalize(nullptr);
+    EXPECT_EQ(MakeGuidText(), FakeRandom::GuidText(5)) << "one for each call";
 }
 
 TEST_F(RootRequestMetaDataTest, NormalizeAddsOnlyWhatIsMissing) {
