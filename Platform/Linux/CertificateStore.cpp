@@ -156,7 +156,7 @@ public:
                            std::span<const std::uint8_t> name) override {
         const auto entry = Find(certificate);
         if (const Result result = CheckWritable(entry); !result) return result;
-        const auto alias = AliasOf(name);
+        auto alias = AliasOf(name);
         if (!alias) return Result::Failure(alias.Error());
         // A write that fails leaves the entry as the file has it.
         const X509Pointer changed = ParsePem((*entry)->text);
