@@ -1,8 +1,11 @@
 #pragma once
 
 #include <atomic>
+#include <mutex>
 
 namespace OmbryZephCore {
+
+#ifdef _GLIBCXX_HAVE_PLATFORM_WAIT
 
 /// A mutex for what one thread nearly always has to itself: without a wait, locking and unlocking are one
 /// atomic step each and no call. A request passes some twenty of them. Not recursive; for `std::lock_guard`.
@@ -37,5 +40,13 @@ private:
 
     std::atomic<State> m_State = State::Free;
 };
+
+#else
+
+/// Where the standard library has to make its own waits for atomics, that of GCC 12 can miss a notification
+/// that comes between its look at the value and its sleep.
+using ZephMutex = std::mutex;
+
+#endif
 
 }  // namespace OmbryZephCore

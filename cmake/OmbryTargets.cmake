@@ -2,6 +2,7 @@
 #
 #   ombry_library(NAME ...)      static library of all sources of the current folder, less those behind EXCLUDE; of its
 #                                folders Linux/ and Windows/, what the system is that is built for
+#   ombry_slow_to_optimise(NAME) which is not worth optimising under a sanitizer
 #   ombry_rapidjson              RapidJSON with the one set of macros that the whole tree shares
 
 set(CMAKE_CXX_STANDARD 20)
@@ -49,6 +50,8 @@ set(OMBRY_COMPILE_OPTIONS
     # GCC 12 sees overlapping copies in the standard library's own string code once it optimises.
     $<$<AND:$<CXX_COMPILER_ID:GNU>,$<NOT:$<CONFIG:Debug>>>:-Wno-restrict>
     -fstack-protector-strong
+    # All libraries of others are bound when a program starts, so that a detour by the table for later is for nothing.
+    $<$<AND:$<BOOL:${UNIX}>,$<NOT:$<CONFIG:Debug>>>:-fno-plt>
     # What ships is the same wherever it was built: log lines name their source by its place in the tree. And it does not
     # say by which compiler.
     $<$<CONFIG:Release>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=>
@@ -152,4 +155,11 @@ function(ombry_library name)
     cmake_path(GET CMAKE_CURRENT_SOURCE_DIR FILENAME folder)
     set_target_properties(${name} PROPERTIES EXPORT_NAME ${folder})
     add_library(Ombry::${folder} ALIAS ${name})
+endfunction()
+
+# Of a library whose headers take a sanitizer's compiler twice as long once it optimises, and whose own speed no test waits for.
+function(ombry_slow_to_optimise name)
+    if(OMBRY_SANITIZE)
+        target_compile_options(${name} PRIVATE -O0)
+    endif()
 endfunction()

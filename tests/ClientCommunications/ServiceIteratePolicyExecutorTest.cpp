@@ -387,6 +387,9 @@ TEST_F(ServiceIteratePolicyExecutorTest, AFailureToFindAnyServerCountsAsAnAttemp
               "No IServiceResponse from any servers.");
     EXPECT_EQ(clock.Sleeps(), (std::vector<Duration>{250ms}));
     EXPECT_EQ(candidates->lines, (Lines{"next", "pause", "next", "gone"}));
+    const auto log = logger->Messages(1);
+    ASSERT_GE(log.size(), 2u);
+    EXPECT_EQ(log[log.size() - 2], "maxRetries was reached.");
 }
 
 TEST_F(ServiceIteratePolicyExecutorTest, ACallCancelledInThePauseEnds) {

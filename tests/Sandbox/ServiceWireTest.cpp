@@ -145,7 +145,9 @@ TEST_F(SandboxServiceTest, BodyThatDripsIsGivenUp) {
     Start();
     for (const char* length : {"Content-Length: 1048576", "Transfer-Encoding: chunked"}) {
         LoopbackPeer peer = Connect();
-        peer.Send("POST /b" + UserTokens + " HTTP/1.1\r\n" + length + "\r\n\r\n");
+        peer.Send("POST /b" + UserTokens + " HTTP/1.1\r\n" + length + "\r\nExpect: 100-continue\r\n\r\n");
+        // The time of the head is over before that of the body begins.
+        EXPECT_EQ(peer.Receive(25), "HTTP/1.1 100 Continue\r\n\r\n");
         EXPECT_LT(Drip(peer, clock), 1 << 20);
         EXPECT_THAT(peer.Receive(1 << 20), HasSubstr("HTTP/1.1 408 "));
     }
