@@ -354,6 +354,7 @@ TEST_F(SandboxPageTest, OpenPagesDoNotHoldTheStopUp) {
         open.emplace_back(*this);
         EXPECT_TRUE(open.back().Hears("event: overview\n"));
     }
+    AwaitWaits(std::chrono::milliseconds(500), open.size());  // a stop between two pieces just breaks off
     Stop();
     for (OpenPage& page : open) {
         EXPECT_FALSE(page.Hears("nothing more"));
