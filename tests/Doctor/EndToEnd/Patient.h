@@ -69,12 +69,17 @@ inline Verdict Examine(const std::string& folder, Words options = {}) {
     return verdict;
 }
 
+/// A folder with the tool, by the name that the remedies call it by. One for all threads that type remedies.
+struct ToolByItsName {
+    const TemporaryDirectory folder;
+
+    ToolByItsName() { std::filesystem::create_symlink(OMBRY_TOOL_HERE, folder / "Ombry.SecClientConfig"); }
+};
+
 /// Types each remedy as it is printed, from the first to the last, with the words in capitals filled in. Each
 /// must end well.
 inline void TypeRemedies(const std::string& folder, const Verdict& verdict, const std::string& url) {
-    static const TemporaryDirectory programs;
-    const std::string tool = programs / "Ombry.SecClientConfig";
-    if (!std::filesystem::exists(tool)) std::filesystem::create_symlink(OMBRY_TOOL_HERE, tool);
+    static const ToolByItsName programs;
     const std::vector<std::pair<std::string, std::string>> words{
         {"-u USER -p PASSWORD", "-u admin -p secret"},
         {"-dn DATACENTER", "-dn Sandbox"},
@@ -90,8 +95,8 @@ inline void TypeRemedies(const std::string& folder, const Verdict& verdict, cons
             for (std::size_t at = 0; (at = remedy.find(word, at)) != std::string::npos; at += filled.size())
                 remedy.replace(at, word.size(), filled);
         }
-        const ProcessOutcome outcome =
-            RunProcess({"bash", "-c", "PATH=" + programs.Path() + ":$PATH; " + remedy}, {.folder = folder});
+        const ProcessOutcome outcome = RunProcess(
+            {"bash", "-c", "PATH=" + programs.folder.Path() + ":$PATH; " + remedy}, {.folder = folder});
         EXPECT_EQ(outcome.exitCode, 0) << remedy << "\n" << outcome.error;
     }
 }
