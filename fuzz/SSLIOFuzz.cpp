@@ -5,7 +5,9 @@
 // Invariant: no call crashes or runs for ever; the layer below has at most one read and one write at a time,
 // never of 0 bytes; each transfer of the user completes at most once and within its length; and since the
 // clear-text guard is on, the user reads nothing but a prefix of what the server said under TLS, and nothing
-// that the user wrote ever reaches the layer below in clear.
+// that the user wrote ever reaches the layer below in clear. Once a transfer has failed nothing is promised
+// of what is read: a read that was served, and not yet told so, fails with the rest and takes its bytes
+// along.
 
 #include "OmbryZephCore/ZephOpenSSLClientConnectionManager.h"
 #include "OmbryZephCore/ZephSSLIO.h"
@@ -29,6 +31,7 @@ public:
     std::vector<std::uint8_t> buffer;  // exactly as long as the read: an overrun is a memory error
     bool bReading = false;
     bool bWriting = false;
+    bool bFailed = false;
     std::string heard;
     std::string writing;
 
@@ -36,7 +39,8 @@ public:
         bool& bOpen = nTaskType == TaskTypeRead ? bReading : bWriting;
         Require(bOpen, "a transfer completes once");
         bOpen = false;
-        if (nTaskType != TaskTypeRead || !bSuccess) return;
+        bFailed |= !bSuccess;
+        if (nTaskType != TaskTypeRead || bFailed) return;
         Require(nBytes <= buffer.size(), "a read stays within its length");
         heard.append(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(nBytes));
     }
