@@ -2,6 +2,7 @@
 
 #include "ObjectMapping/Impl/ConvertUTF8.h"
 #include "Platform/MadeOnce.h"
+#include "Platform/SecureWipe.h"
 #include "rapidjson/error/en.h"
 
 #include <cmath>
@@ -49,11 +50,16 @@ bool StoreWholeDouble(const Value& found, T& value) {
 
 JSONDeserializer_Impl::JSONDeserializer_Impl(bool strict) : strict(strict) {}
 
+JSONDeserializer_Impl::~JSONDeserializer_Impl() {
+    Platform::SecureWipe(serialization_);
+}
+
 void JSONDeserializer_Impl::Begin(const std::string& text) {
     End();
     if (text.size() > LongestText)
         throw std::runtime_error("ERROR: A text of " + std::to_string(text.size()) +
                                  " bytes is too long to be parsed.");
+    Platform::SecureWipe(serialization_);
     serialization_ = text;
     // As a C string: the text ends at its first NUL, whatever stands behind it.
     document.Parse(serialization_.c_str());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ObjectMapping/Impl/CheckedAllocator.h"
+#include "ObjectMapping/Impl/WipedPool.h"
 #include "ObjectMapping/Serialization.h"
 #include "rapidjson/document.h"
 
@@ -11,11 +12,14 @@ namespace Ombry::ObjectMapping::Impl {
 
 /// Reads one JSON text: parses it whole and answers the `Field` calls of an object's `Map` by looking the
 /// members up. One instance belongs to one thread; after a failure it is not used further. The messages hold
-/// the whole text, secrets included.
+/// the whole text, secrets included; what is kept of the text, and what is made of it on the way, is wiped.
 class JSONDeserializer_Impl : public Deserializer {
 public:
     /// `strict`: whether a required field that the text lacks is a failure.
     explicit JSONDeserializer_Impl(bool strict);
+    ~JSONDeserializer_Impl() override;
+    JSONDeserializer_Impl(const JSONDeserializer_Impl&) = delete;
+    JSONDeserializer_Impl& operator=(const JSONDeserializer_Impl&) = delete;
 
     void Begin(const std::string& text) override;
     void End() override;
@@ -36,9 +40,7 @@ public:
     void Field(const char* name, ObjectIf& value, bool* present) override;
 
 private:
-    using Document =
-        rapidjson::GenericDocument<rapidjson::UTF8<>, rapidjson::MemoryPoolAllocator<CheckedAllocator>,
-                                   CheckedAllocator>;
+    using Document = rapidjson::GenericDocument<rapidjson::UTF8<>, WipedPool, CheckedAllocator>;
     using Value = Document::ValueType;
 
     /// A value that is being read, on the way from the root down.

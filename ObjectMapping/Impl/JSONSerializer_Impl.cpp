@@ -1,7 +1,6 @@
 #include "ObjectMapping/Impl/JSONSerializer_Impl.h"
 
 #include "ObjectMapping/Impl/ConvertUTF8.h"
-#include "Platform/SecureWipe.h"
 
 #include <cstring>
 #include <limits>
@@ -34,18 +33,7 @@ constexpr std::size_t LongestString = (std::numeric_limits<rapidjson::SizeType>:
 JSONSerializer_Impl::JSONSerializer_Impl()
     : buffer(nullptr, InitialBufferBytes), writer(buffer, nullptr, InitialLevels) {}
 
-JSONSerializer_Impl::~JSONSerializer_Impl() {
-    WipeText();
-}
-
-/// Clearing the buffer would leave its bytes where they are.
-void JSONSerializer_Impl::WipeText() {
-    const std::size_t size = buffer.GetSize();
-    if (size > 0) Platform::SecureWipe(buffer.Push(0) - size, size);
-}
-
 void JSONSerializer_Impl::Begin() {
-    WipeText();
     buffer.Clear();
     writer.Reset(buffer);
 }

@@ -15,9 +15,6 @@ namespace Ombry::ObjectMapping::Impl {
 class JSONSerializer_Impl : public Serializer {
 public:
     JSONSerializer_Impl();
-    ~JSONSerializer_Impl() override;
-    JSONSerializer_Impl(const JSONSerializer_Impl&) = delete;
-    JSONSerializer_Impl& operator=(const JSONSerializer_Impl&) = delete;
 
     void Begin() override;
     void End(std::string& text) override;
@@ -43,7 +40,6 @@ private:
 
     bool BeginField(const char* name, const bool* present);
     void WriteString(std::string_view text);
-    void WipeText();
 
     Buffer buffer;
     Writer writer;

@@ -1,4 +1,5 @@
 #include "tests/ClientCommunications/JwtAuthenticatorFixture.h"
+#include "tests/Fakes/FreedMemory.h"
 #include "tests/Fakes/ObservedThread.h"
 
 #include <gtest/gtest.h>
@@ -398,6 +399,30 @@ TEST_F(JwtAuthenticatorMaintenanceTest, RefreshForgetsTheTokenThatItReplaced) {
     PutEntry("a", "other", start, Long);
     clock.SetNow(now);
     EXPECT_EQ(Use(*authenticator, "a"), "Bearer other");
+}
+
+TEST_F(JwtAuthenticatorMaintenanceTest, SweepLeavesNoTokenInFreedMemory) {
+    const std::string token = "a token too long for a string object";
+    PutEntry("good", token, clock.Now() + LongestWait, 60);
+    PutEntry("expired", token, clock.Now(), 60);
+    files.FailEvery("Remove", 13);  // the disk of these tests would free the entry, plain as it is
+    // Memory is watched by the thread that frees it, from its first wait to its second.
+    RestlessClock restless;
+    std::optional<FreedMemory> freed;
+    std::size_t left = 1;
+    restless.onWait = [&] {
+        if (freed) left = freed->BlocksWithTheSecret();
+        freed ? freed.reset() : void(freed.emplace(token));
+    };
+    const Platform::Testing::Replace<Platform::IClock> replaced(restless);
+    const auto authenticator = Make();
+    restless.AwaitWaits(1);
+
+    restless.Advance(LongestWait);
+    restless.AwaitWaits(2);
+
+    EXPECT_EQ(left, 0u);
+    EXPECT_EQ(logger->Messages().back(), "Removing expired token for expired");
 }
 
 TEST_F(JwtAuthenticatorMaintenanceTest, BothCopiesOfAnEntryCountOnce) {

@@ -256,6 +256,18 @@ TEST_F(JwtAuthenticatorTest, EntryThatIsNoJsonFailsAfterAGoodOneWasRead) {
 
 // --- What stays in memory ---
 
+TEST_F(JwtAuthenticatorTest, ReadingAnEntryLeavesNoTokenInFreedMemory) {
+    const std::string token = "a token too long for a string object";
+    const auto authenticator = MakeWaiting();
+    PutEntry("a", token, clock.Now(), 3600);
+
+    const FreedMemory freed(token);
+    const std::string header = Use(*authenticator, "a");
+
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    EXPECT_EQ(header, "Bearer " + token);
+}
+
 TEST_F(JwtAuthenticatorTest, TokenThatAnotherReplacedIsWipedWithTheTextOfItsEntry) {
     const std::string token = "a token too long for a string object";
     const auto authenticator = MakeWaiting();

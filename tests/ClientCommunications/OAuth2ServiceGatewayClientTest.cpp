@@ -3,6 +3,7 @@
 #include "ClientCommunications/Impl/OAuth2ServiceGatewayClient.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "ClientCommunications/RootRequestMetaData.h"
+#include "tests/Fakes/FreedMemory.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedGateway.h"
 
@@ -176,6 +177,37 @@ TEST_F(OAuth2ServiceGatewayClientTest, ATokenIsNeverLogged) {
     GetToken();
     for (const std::string& message : logger->Messages())
         EXPECT_EQ(message.find("very-secret"), std::string::npos);
+}
+
+/// A gateway that gives the same answer to each call, and has it still when it is gone.
+class OneAnswerGateway : public IServiceGateway {
+public:
+    explicit OneAnswerGateway(std::shared_ptr<PlainResponse> answer) : answer(std::move(answer)) {}
+    std::shared_ptr<IStringServiceResponse> CallForString(std::shared_ptr<IServiceRequest>,
+                                                          Cancellation::Token) override {
+        return answer;
+    }
+    std::shared_ptr<IStreamServiceResponse> CallForStream(std::shared_ptr<IServiceRequest>,
+                                                          std::shared_ptr<ISyncWriter>,
+                                                          Cancellation::Token) override {
+        return answer;
+    }
+
+private:
+    const std::shared_ptr<PlainResponse> answer;
+};
+
+// The body itself is its response's.
+TEST_F(OAuth2ServiceGatewayClientTest, WhatIsMadeOfTheBodyLeavesNoTokenInFreedMemory) {
+    const std::string secret = "a token too long for a string object";
+    const auto answer = std::make_shared<PlainResponse>(200, R"({"access_token":")" + secret + "\"}");
+    OAuth2ServiceGatewayClient asking(std::make_shared<OneAnswerGateway>(answer), factory, "/path", nullptr);
+
+    const FreedMemory freed(secret);
+    const OAuth2Token token = asking.GetToken("s", nullptr, Cancellation::Token());
+
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    EXPECT_EQ(token.accessToken, secret);
 }
 
 TEST_F(OAuth2ServiceGatewayClientTest, WorksWithoutALogger) {

@@ -40,6 +40,48 @@ TEST(OAuth2TokenTest, ATokenThatIsSetBackLeavesNothingInTheMemoryThatItFrees) {
     }
 }
 
+// What it reads the token from is the reader's copy of the text; on the way the token lies on its stack, and
+// at last in the document.
+TEST(OAuth2TokenTest, ReadingATokenLeavesNothingOfItInFreedMemory) {
+    const std::string secret = "a token too long for a string object";
+    const std::string more(100'000, 'x');  // more than the document has room for at first
+    const std::string texts[] = {
+        R"({"access_token":")" + secret + "\"}",
+        R"({"access_token":"\t)" + secret + R"(\n","scope":")" + more + R"("})",
+        R"({"scope":")" + more + R"(","access_token":")" + more + secret + "\"}",
+    };
+    for (const std::string& text : texts) {
+        OAuth2Token token;
+        const FreedMemory freed(secret);
+        ObjectMapping::DeserializeObject(token, text, nullptr, false);
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << text;
+        EXPECT_NE(token.accessToken.find(secret), std::string::npos);
+    }
+}
+
+TEST(OAuth2TokenTest, AShortTokenLeavesNothingOfItInFreedMemoryEither) {
+    const std::string secret = "13 characters";  // which a value of the document holds in itself
+    const std::string text = R"({"access_token":")" + secret + "\"}";
+    OAuth2Token token;
+    const FreedMemory freed(secret);
+    ObjectMapping::DeserializeObject(token, text, nullptr, false);
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    EXPECT_EQ(token.accessToken, secret);
+}
+
+TEST(OAuth2TokenTest, AReaderThatBeginsAnewLeavesNothingOfTheTokenBefore) {
+    const std::string secret = "a token too long for a string object";
+    const std::string text = R"({"access_token":")" + secret + "\"}";
+    for (const std::string& next : {std::string("{}"), std::string(1'000, ' ') + "{}"}) {
+        const FreedMemory freed(secret);
+        auto reader = ObjectMapping::CreateJSONDeserializer(false);
+        reader->Begin(text);
+        reader->Begin(next);
+        reader.reset();  // without its end
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << next.size();
+    }
+}
+
 TEST(OAuth2TokenTest, AllFieldsAreRequiredByAStrictReader) {
     OAuth2Token token;
     const std::string whole = ObjectMapping::SerializeObject(token, nullptr);

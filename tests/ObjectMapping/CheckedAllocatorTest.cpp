@@ -35,6 +35,7 @@ TEST(CheckedAllocatorTest, ThrowsWhereThereIsNoMemory) {
     CheckedAllocator allocator;
     EXPECT_THROW(allocator.Malloc(TooMuch()), std::bad_alloc);
     EXPECT_THROW(allocator.Realloc(nullptr, 0, TooMuch()), std::bad_alloc);
+    EXPECT_THROW(allocator.Malloc(SIZE_MAX), std::bad_alloc) << "with what stands in front it is none";
 }
 
 TEST(CheckedAllocatorTest, AFailedReallocLeavesTheOldBlock) {
