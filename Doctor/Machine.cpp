@@ -58,7 +58,7 @@ Machine::Machine()
       root(ClientCommunications::GetProgramDataQuennetPath()),
       storeFolder(Required(Platform::Inspection().StoreFolder(parameters.storeName), "certificates lie")),
       key(Required(Platform::Inspection().MachineKey(), "the key lies")),
-      tree(OwnFolders()) {
+      tree(OwnFolders(), storeFolder) {
     ReadAddress();
     ReadDatacenter();
 }

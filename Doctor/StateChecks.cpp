@@ -19,20 +19,26 @@ using Platform::FileKind;
 /// Hands over everything of the tool's own, the folders themselves included.
 void ForEach(const Machine& machine,
              const std::function<void(const std::string& path, const Platform::FileDetails&)>& visit) {
-    for (const std::string& folder : machine.OwnFolders()) {
-        if (const auto details = Platform::Inspection().Details(folder)) visit(folder, *details);
-    }
+    for (const Entry& root : machine.Tree().Roots())
+        visit(root.name, root.details);
     for (const auto& [folder, entries] : machine.Tree().Folders()) {
         for (const Entry& entry : entries)
             visit(folder + "/" + entry.name, entry.details);
     }
 }
 
-/// The folders of the tool's own that are there, behind a command.
+/// The folders of the tool's own that are there, behind a command that descends and follows no links: those
+/// behind links are named, too, with a solidus that stands for what is behind.
 std::string WithOwnFolders(const Machine& machine, std::string command) {
+    std::set<std::string> links = machine.Tree().Links();
+    const auto add = [&](const std::string& path, bool isLink) {
+        command += " " + Quoted(isLink ? path + "/" : path);
+    };
     for (const std::string& folder : machine.OwnFolders()) {
-        if (machine.Tree().Folders().contains(folder)) command += " " + Quoted(folder);
+        if (machine.Tree().Folders().contains(folder)) add(folder, links.erase(folder) > 0);
     }
+    for (const std::string& link : links)
+        add(link, true);
     return command;
 }
 

@@ -6,31 +6,52 @@
 
 namespace Ombry::Doctor {
 
-StateTree::StateTree(const std::vector<std::string>& roots) {
-    std::vector<std::string> open;
-    for (const std::string& root : roots) {
-        const auto details = Platform::Inspection().Details(root);
+StateTree::StateTree(const std::vector<std::string>& paths, const std::string& neverBehindALink)
+    : neverBehindALink(neverBehindALink) {
+    std::vector<Platform::FileDetails> above;
+    for (const std::string& path : paths) {
+        const auto details = DetailsOf(path, above);
         if (!details) {
-            HideIfForbidden(details.Error(), root);
-        } else if (details->kind == Platform::FileKind::Folder) {
-            open.push_back(root);
+            HideIfForbidden(details.Error(), path);
+            continue;
         }
+        roots.push_back({path, *details});
+        if (details->kind == Platform::FileKind::Folder) AddFolder(path, *details, above);
     }
-    while (!open.empty()) {
-        const std::string folder = std::move(open.back());
-        open.pop_back();
-        const std::vector<Entry>& entries = folders[folder] = EntriesOf(folder);
-        for (const Entry& entry : entries) {
-            if (entry.details.kind == Platform::FileKind::Folder) open.push_back(folder + "/" + entry.name);
-        }
+}
+
+void StateTree::AddFolder(const std::string& folder, const Platform::FileDetails& details,
+                          std::vector<Platform::FileDetails>& above) {
+    above.push_back(details);
+    const std::vector<Entry>& entries = folders[folder] = EntriesOf(folder, above);
+    for (const Entry& entry : entries) {
+        if (entry.details.kind == Platform::FileKind::Folder)
+            AddFolder(folder + "/" + entry.name, entry.details, above);
     }
+    above.pop_back();
+}
+
+StateTree::Details StateTree::DetailsOf(const std::string& path,
+                                        const std::vector<Platform::FileDetails>& above) {
+    auto details = Platform::Inspection().Details(path);
+    if (!details || details->kind != Platform::FileKind::Link || path == neverBehindALink) return details;
+    auto target = Platform::Inspection().Target(path);
+    if (!target) HideIfForbidden(target.Error(), path);
+    if (!target || target->kind != Platform::FileKind::Folder) return details;
+    const bool isCircle = std::any_of(above.begin(), above.end(), [&](const Platform::FileDetails& folder) {
+        return folder.device == target->device && folder.file == target->file;
+    });
+    if (isCircle) return details;
+    links.insert(path);
+    return target;
 }
 
 void StateTree::HideIfForbidden(int error, const std::string& path) {
     if (Platform::Inspection().MeansForbidden(error)) hidden.insert(path);
 }
 
-std::vector<Entry> StateTree::EntriesOf(const std::string& folder) {
+std::vector<Entry> StateTree::EntriesOf(const std::string& folder,
+                                        const std::vector<Platform::FileDetails>& above) {
     auto names = Platform::Files().List(folder);
     if (!names) {
         HideIfForbidden(names.Error(), folder);
@@ -40,7 +61,7 @@ std::vector<Entry> StateTree::EntriesOf(const std::string& folder) {
     std::vector<Entry> entries;
     entries.reserve(names->size());
     for (std::string& name : *names) {
-        const auto details = Platform::Inspection().Details(folder + "/" + name);
+        const auto details = DetailsOf(folder + "/" + name, above);
         if (details) {
             entries.push_back({std::move(name), *details});
         } else {

@@ -9,16 +9,18 @@
 
 namespace Ombry::Doctor {
 
-/// Something in a folder.
+/// Something in a folder; a folder behind a link is a folder here, as it is for the tool.
 struct Entry {
     std::string name;
     Platform::FileDetails details;
 };
 
-/// Everything below some folders, as it was when this was made. Links are not followed.
+/// Everything below some folders, as it was when this was made. Links to folders are followed, but for those
+/// that lead back to a folder that they lie in.
 class StateTree {
 public:
-    explicit StateTree(const std::vector<std::string>& roots);
+    /// `neverBehindALink`: the one folder that the tool does not look for there.
+    StateTree(const std::vector<std::string>& roots, const std::string& neverBehindALink);
 
     /// By name; none for what is no folder here.
     const std::vector<Entry>& Children(const std::string& folder) const;
@@ -29,11 +31,25 @@ public:
     std::string HiddenOf(const std::string& folder) const;
     /// All folders by path, the roots that are there among them.
     const std::map<std::string, std::vector<Entry>>& Folders() const { return folders; }
+    /// The roots that are there, each with what is known of it.
+    const std::vector<Entry>& Roots() const { return roots; }
+    /// The folders behind links, by the paths of the links.
+    const std::set<std::string>& Links() const { return links; }
 
 private:
-    void HideIfForbidden(int error, const std::string& path);
-    std::vector<Entry> EntriesOf(const std::string& folder);
+    using Details = Platform::ValueOr<Platform::FileDetails>;
 
+    /// What the tool would meet at a path: of a link to a folder that folder. `above`: all folders on the
+    /// way.
+    Details DetailsOf(const std::string& path, const std::vector<Platform::FileDetails>& above);
+    void HideIfForbidden(int error, const std::string& path);
+    void AddFolder(const std::string& folder, const Platform::FileDetails& details,
+                   std::vector<Platform::FileDetails>& above);
+    std::vector<Entry> EntriesOf(const std::string& folder, const std::vector<Platform::FileDetails>& above);
+
+    const std::string neverBehindALink;
+    std::vector<Entry> roots;
+    std::set<std::string> links;
     std::map<std::string, std::vector<Entry>> folders;
     std::set<std::string> hidden;
 };

@@ -21,7 +21,8 @@ struct FileDetails {
     std::uint32_t mode = 0;   ///< who may do what, as chmod(1) has it
     std::uint32_t owner = 0;  ///< the owner's number
     std::uint64_t links = 0;  ///< how many names it has
-    std::uint64_t file = 0;   ///< its number on its device
+    std::uint64_t device = 0;
+    std::uint64_t file = 0;  ///< its number on its device
     std::uint64_t size = 0;
     TimePoint modified{};  ///< when its content last changed
 };

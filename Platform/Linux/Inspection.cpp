@@ -50,6 +50,7 @@ ValueOr<FileDetails> Look(const std::string& path, int (*look)(const char*, stru
                        .mode = status.st_mode & 07777,
                        .owner = status.st_uid,
                        .links = status.st_nlink,
+                       .device = status.st_dev,
                        .file = status.st_ino,
                        .size = static_cast<std::uint64_t>(status.st_size),
                        .modified = TimePoint(

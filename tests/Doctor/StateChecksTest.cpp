@@ -15,6 +15,13 @@ using testing::HasSubstr;
 
 class StateChecksTest : public DoctorFixture {
 protected:
+    using Names = std::vector<std::string>;
+
+    void MoveBehindALink(const std::string& path, const std::string& place) const {
+        std::filesystem::rename(folder / path, folder / place);
+        std::filesystem::create_directory_symlink(folder / place, folder / path);
+    }
+
     const std::string temporary = ".ombry-0123456789abcdef.tmp";
 };
 
@@ -86,6 +93,55 @@ TEST_F(StateChecksTest, LinkIsAFolderUnlessItIsTheOneOfTheCertificates) {
         std::filesystem::remove(folder / path);
         std::filesystem::rename(folder / "elsewhere", folder / path);
     }
+}
+
+TEST_F(StateChecksTest, WhatLiesBehindALinkIsJudgedAndMendedThere) {
+    // One of the tool's own folders, and one below another of them.
+    const std::string components = Security + "/Components";
+    MoveBehindALink("Quennet/Keys", "keys");
+    MoveBehindALink(components, "components");
+    Chmod(Key, 0640);
+    Chmod(Credentials, 0604);
+    const std::string credentials = folder / Credentials;
+    inspection.owners[credentials] = inspection.owners[folder / Key] = 4711;
+    for (auto* check : {CheckModes, CheckOwners}) {
+        const Finding finding = RunForOne(check);
+        EXPECT_EQ(Text(finding, "count"), "2");
+        EXPECT_THAT(
+            finding.remedy,
+            testing::EndsWith(" -- " + (folder / Security) + " " + (folder / "Quennet/CertificateStores") +
+                              " " + (folder / "Quennet/Keys/ ") + (folder / components) + "/"));
+    }
+    folder.Write(components + "/" + temporary, "half");
+    EXPECT_EQ(RunForOne(CheckLeftovers).remedy, "rm -f -- " + (folder / (components + "/" + temporary)));
+}
+
+TEST_F(StateChecksTest, LinkToAFileIsNoneAndIsJudgedItself) {
+    std::filesystem::rename(folder / Address, folder / "address");
+    std::filesystem::create_symlink(folder / "address", folder / Address);
+    Chmod("address", 0666);
+    EXPECT_EQ(RunForOne(CheckModes).severity, Severity::Success) << "the tool does not read it";
+}
+
+TEST_F(StateChecksTest, LinksThatLeadInACircleAreFollowedOnce) {
+    const std::string components = folder / (Security + "/Components");
+    std::filesystem::create_directory_symlink(components, components + "/c1/up");
+    std::filesystem::create_directory_symlink(".", components + "/c1/here");
+    std::filesystem::create_directory_symlink(components + "/c1", components + "/c2");
+    inspection.owners[folder / Credentials] = 4711;
+    EXPECT_EQ(Text(RunForOne(CheckOwners), "count"), "1");
+    Names names;
+    const Doctor::Machine machine;
+    for (const auto& [path, entries] : machine.Tree().Folders()) {
+        if (path.starts_with(components)) names.push_back(path.substr(components.size()));
+    }
+    EXPECT_EQ(names, (Names{"", "/c1", "/c1/Services", "/c2", "/c2/Services"})) << "two names, no circle";
+}
+
+TEST_F(StateChecksTest, FolderOfTheCertificatesBehindALinkIsNotLookedInto) {
+    MoveBehindALink(Store, "store");
+    Chmod("store", 0777);
+    EXPECT_EQ(RunForOne(CheckModes).severity, Severity::Success) << "the link is to be removed";
 }
 
 TEST_F(StateChecksTest, FilesOfSomebodyElseAreCounted) {

@@ -64,8 +64,8 @@ protected:
         if (isThere(RecordFile))
             commands.push_back({"unenroll-service", "-t", "t", "-on", "c1", "-s", "svc"});
         for (const std::string name : {"c1", "c2"}) {
-            const auto place = fs::symlink_status(machine / (SecurityFolder + "/Components/" + name));
-            if (fs::exists(place) && !fs::is_directory(place))
+            const std::string place = SecurityFolder + "/Components/" + name;
+            if (isThere(place) && !fs::is_directory(machine / place))
                 commands.push_back({"enroll-client", "-t", "t", "-nn", name});
         }
         std::string failures;
@@ -196,6 +196,42 @@ TEST_F(DamagedStateTruthTest, FoldersThatSomethingElseStandsInThePlaceOf) {
     states.push_back({folder + " link", [=](const TemporaryDirectory& machine) {
                           fs::create_symlink("nowhere", machine / folder);
                       }});
+    ExpectTruthOfEach(states);
+}
+
+/// Moves a folder to another place of the machine, and has a link lead there. The link is a short one, so
+/// that a copy of the machine leads to its own.
+void MoveBehindALink(const TemporaryDirectory& machine, const std::string& path) {
+    fs::rename(machine / path, machine / "elsewhere");
+    fs::create_symlink(fs::path("elsewhere").lexically_relative(fs::path(path).parent_path()),
+                       machine / path);
+}
+
+/// All that was looked at and how it is.
+Words SeveritiesOf(const Verdict& verdict) {
+    Words severities;
+    for (const Diagnosis& finding : verdict.findings)
+        severities.push_back(finding.check + " " + finding.severity);
+    return severities;
+}
+
+TEST_F(DamagedStateTruthTest, FoldersThatWereMovedAndALinkLeadsThere) {
+    const Words whole = SeveritiesOf(Examine(used->Folder().Path()));
+    for (const auto& [path, content] : used->Files()) {
+        if (content != "700/" || path == StoreFolder) continue;
+        const TemporaryDirectory machine;
+        ASSERT_EQ(RunProcess({"cp", "-a", used->Folder() / "Quennet", machine.Path()}).exitCode, 0);
+        MoveBehindALink(machine, path);
+        EXPECT_EQ(SeveritiesOf(Examine(machine.Path())), whole) << path;
+    }
+    std::vector<State> states;
+    for (const std::string& path : {std::string("Quennet/Keys"), StoreFolder, SecurityFolder, CacheFolder,
+                                    SecurityFolder + "/Components/c1"}) {
+        states.push_back({path + " moved, and open to others", [=](const TemporaryDirectory& machine) {
+                              MoveBehindALink(machine, path);
+                              RunProcess({"chmod", "-R", "a+rwX", machine / "elsewhere"});
+                          }});
+    }
     ExpectTruthOfEach(states);
 }
 
