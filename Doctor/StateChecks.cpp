@@ -42,6 +42,22 @@ std::string WithOwnFolders(const Machine& machine, std::string command) {
     return command;
 }
 
+/// The two that are shared with other programs, which may want them to be read. A folder behind a link is
+/// told by a solidus.
+std::vector<Entry> SharedPlaces(const Machine& machine) {
+    Platform::IInspection& inspection = Platform::Inspection();
+    std::vector<Entry> places;
+    if (const auto target = inspection.Target(machine.Root())) {
+        const auto itself = inspection.Details(machine.Root());
+        const bool isLink = itself && itself->kind == FileKind::Link;
+        places.push_back({machine.Root() + (isLink ? "/" : ""), *target});
+    }
+    const std::string& common = machine.Parameters().commonConfigPath;
+    const auto details = inspection.Details(common);
+    if (details && details->kind != FileKind::Link) places.push_back({common, *details});
+    return places;
+}
+
 /// Everything of a kind, told as one.
 class Summary {
 public:
@@ -133,15 +149,25 @@ Findings CheckPlace(const Machine& machine) {
 
 Findings CheckOwners(const Machine& machine) {
     const std::uint32_t user = Platform::Inspection().User();
+    const auto isForeign = [user](const Platform::FileDetails& details) {
+        return details.owner != 0 && details.owner != user;
+    };
     Summary foreign;
     ForEach(machine, [&](const std::string& path, const Platform::FileDetails& details) {
-        if (details.owner != 0 && details.owner != user) foreign.Add(path);
+        if (isForeign(details)) foreign.Add(path);
     });
     Findings findings;
     if (!foreign.IsEmpty()) {
         findings.push_back(
             foreign.Told(Severity::Warning, "belong to somebody else",
                          WithOwnFolders(machine, "chown -hR " + std::to_string(user) + " --")));
+    }
+    for (const Entry& place : SharedPlaces(machine)) {
+        if (!isForeign(place.details)) continue;
+        findings.push_back({.severity = Severity::Warning,
+                            .message = place.name + " belongs to somebody else",
+                            .pairs = {{"path", place.name}},
+                            .remedy = "chown -h " + std::to_string(user) + " -- " + Quoted(place.name)});
     }
     Conclude(machine, machine.OwnFolders(),
              {.message = "Everything belongs to root or to the user who looks"}, findings);
@@ -160,14 +186,12 @@ Findings CheckModes(const Machine& machine) {
         findings.push_back(open.Told(Severity::Warning, "can be used by others than the owner",
                                      WithOwnFolders(machine, "chmod -R go= --")));
     }
-    // These two are shared with other programs, which may want them to be read.
-    for (const std::string& path : {machine.Root(), machine.Parameters().commonConfigPath}) {
-        const auto details = Platform::Inspection().Details(path);
-        if (!details || details->kind == FileKind::Link || (details->mode & othersWrite) == 0) continue;
+    for (const Entry& place : SharedPlaces(machine)) {
+        if ((place.details.mode & othersWrite) == 0) continue;
         findings.push_back({.severity = Severity::Warning,
-                            .message = path + " can be written by others than the owner",
-                            .pairs = {{"path", path}},
-                            .remedy = "chmod go-w -- " + Quoted(path)});
+                            .message = place.name + " can be written by others than the owner",
+                            .pairs = {{"path", place.name}},
+                            .remedy = "chmod go-w -- " + Quoted(place.name)});
     }
     Conclude(machine, machine.OwnFolders(), {.message = "Nothing is open to others"}, findings);
     return findings;
@@ -176,8 +200,8 @@ Findings CheckModes(const Machine& machine) {
 Findings CheckLeftovers(const Machine& machine) {
     Platform::IInspection& inspection = Platform::Inspection();
     Findings findings;
-    const auto add = [&](const std::string& path, const Platform::FileDetails& details, const char* what) {
-        const Duration age = machine.AgeOf(details.modified);
+    const auto add = [&](const std::string& path, TimePoint made, const char* what) {
+        const Duration age = machine.AgeOf(made);
         findings.push_back({.severity = Severity::Warning,
                             .message = path + " is " + what + ", " + LengthText(age) + " old",
                             .pairs = {{"path", path}, {"age_seconds", age.count() / TicksPerSecond}},
@@ -191,8 +215,12 @@ Findings CheckLeftovers(const Machine& machine) {
             if (inspection.IsUnnamed(entry.name)) {
                 if (inspection.LockHolder(entry.details)) continue;  // a save under way
                 const bool isKey = folder == machine.KeyFolder() && entry.details.links > 1;
-                add(path, entry.details,
-                    isKey ? "a second name of the key that a killed run left" : "what a killed run left");
+                if (isKey) {
+                    // Written with the key, and made a name of it since.
+                    add(path, entry.details.changed, "a second name of the key that a killed run left");
+                } else {
+                    add(path, entry.details.modified, "what a killed run left");
+                }
             } else if (isCache) {
                 const std::string committed =
                     SafeFileStorage::CommittedPathOf(SafeFileStorage::BlobNameOf(entry.name));
@@ -200,7 +228,7 @@ Findings CheckLeftovers(const Machine& machine) {
                     continue;
                 // Alone it is the entry: the next reader gives it its name.
                 if (machine.Tree().Child(folder, committed)) {
-                    add(path, entry.details, "the copy of an entry that a killed run left");
+                    add(path, entry.details.modified, "the copy of an entry that a killed run left");
                 }
             }
         }

@@ -25,6 +25,7 @@ struct FileDetails {
     std::uint64_t file = 0;  ///< its number on its device
     std::uint64_t size = 0;
     TimePoint modified{};  ///< when its content last changed
+    TimePoint changed{};   ///< when its content, its owner, its mode or its names did
 };
 
 /// What can be said of the key to what is enciphered for the machine, without making one.

@@ -43,6 +43,10 @@ KeyState::Verdict VerdictOf(int error) {
     }
 }
 
+TimePoint TimeOf(const timespec& time) {
+    return TimePoint(Duration(time.tv_sec * TicksPerSecond + time.tv_nsec / 100));
+}
+
 ValueOr<FileDetails> Look(const std::string& path, int (*look)(const char*, struct stat*)) {
     struct stat status {};
     if (look(path.c_str(), &status) != 0) return Result::Failure(errno);
@@ -53,8 +57,8 @@ ValueOr<FileDetails> Look(const std::string& path, int (*look)(const char*, stru
                        .device = status.st_dev,
                        .file = status.st_ino,
                        .size = static_cast<std::uint64_t>(status.st_size),
-                       .modified = TimePoint(
-                           Duration(status.st_mtim.tv_sec * TicksPerSecond + status.st_mtim.tv_nsec / 100))};
+                       .modified = TimeOf(status.st_mtim),
+                       .changed = TimeOf(status.st_ctim)};
 }
 
 std::string SubjectOf(const X509_NAME* name) {

@@ -193,6 +193,33 @@ TEST_F(StateChecksTest, SharedFolderAndFileMayBeReadByOthersAndNotWritten) {
     EXPECT_EQ(findings[1].remedy, "chmod go-w -- " + (folder / "Quennet/common.config"));
 }
 
+TEST_F(StateChecksTest, SharedFolderAndFileBelongToRootOrToWhoLooks) {
+    const std::string common = folder.Write("Quennet/common.config", "");
+    inspection.owners = {{folder / "Quennet", 0}, {common, 0}};
+    inspection.user = 4711;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder / "Quennet"))
+        inspection.owners[entry.path()] = 4711;
+    EXPECT_EQ(RunForOne(CheckOwners).severity, Severity::Success);
+    inspection.owners[folder / "Quennet"] = inspection.owners[common] = 4712;
+    const Findings findings = Run(CheckOwners);
+    ASSERT_EQ(findings.size(), 2u);
+    EXPECT_EQ(findings[0].severity, Severity::Warning);
+    EXPECT_EQ(findings[0].remedy, "chown -h 4711 -- " + (folder / "Quennet"));
+    EXPECT_EQ(findings[1].remedy, "chown -h 4711 -- " + common);
+}
+
+TEST_F(StateChecksTest, SharedFolderBehindALinkIsJudgedThere) {
+    folder.Write("elsewhere/common.config", "");
+    MoveBehindALink("Quennet", "behind");
+    std::filesystem::create_symlink("../elsewhere/common.config", folder / "Quennet/common.config");
+    Chmod("behind", 0722);
+    Chmod("elsewhere/common.config", 0666);  // which is not read through a link
+    EXPECT_EQ(RunForOne(CheckModes).remedy, "chmod go-w -- " + (folder / "Quennet/"));
+    inspection.owners[folder / "Quennet"] = 4711;
+    EXPECT_EQ(RunForOne(CheckOwners).remedy,
+              "chown -h " + std::to_string(geteuid()) + " -- " + (folder / "Quennet/"));
+}
+
 TEST_F(StateChecksTest, TemporaryFileOfAKilledRunIsTold) {
     folder.Write(Security + "/" + temporary, "half");
     folder.Write(Security + "/.ombry-other.tmp", "not ours");
@@ -212,8 +239,12 @@ TEST_F(StateChecksTest, TemporaryFileOfALivingRunIsNone) {
 }
 
 TEST_F(StateChecksTest, SecondNameOfTheKeyIsTold) {
+    std::filesystem::last_write_time(folder / Key,
+                                     std::filesystem::file_time_type::clock::now() - std::chrono::hours(3));
     std::filesystem::create_hard_link(folder / Key, folder / ("Quennet/Keys/" + temporary));
-    EXPECT_THAT(RunForOne(CheckLeftovers).message, HasSubstr("second name of the key"));
+    clock.Advance(std::chrono::seconds(630));
+    EXPECT_THAT(RunForOne(CheckLeftovers).message,
+                HasSubstr("second name of the key that a killed run left, 10 min old"));
 }
 
 TEST_F(StateChecksTest, StagedCopyIsALeftoverBesideTheCommittedOneAlone) {

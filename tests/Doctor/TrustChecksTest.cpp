@@ -52,6 +52,14 @@ TEST_F(TrustChecksTest, MissingStoreAndMissingNameAreCritical) {
     EXPECT_THAT(finding.message, HasSubstr("is missing"));
 }
 
+TEST_F(TrustChecksTest, CertificateThatCannotBeParsedIsCritical) {
+    inspection.isNoCertificate = true;
+    const Finding finding = CheckForOne();
+    EXPECT_EQ(finding.severity, Severity::Critical);
+    EXPECT_THAT(finding.message, HasSubstr("is damaged"));
+    EXPECT_EQ(finding.remedy, ConfigureAgain);
+}
+
 TEST_F(TrustChecksTest, SecondCertificateOfTheNameIsAWarning) {
     folder.Write(Store + "/zz", StoredCertificate(MakeCertificate(RecipeOf(2))));
     const Findings findings = Check();

@@ -2,6 +2,7 @@
 
 #include "Platform/IInspection.h"
 
+#include <cerrno>
 #include <map>
 #include <string>
 #include <utility>
@@ -13,14 +14,11 @@ class FakeInspection : public Platform::IInspection {
 public:
     Platform::ValueOr<Platform::FileDetails> Details(const std::string& path) override {
         if (path.starts_with(forbidden) && !forbidden.empty()) return Platform::Result::Failure(Forbidden);
-        auto details = real.Details(path);
-        const auto owner = owners.find(path);
-        if (details && owner != owners.end()) details->owner = owner->second;
-        return details;
+        return Owned(path, real.Details(path));
     }
     Platform::ValueOr<Platform::FileDetails> Target(const std::string& path) override {
         if (path.starts_with(forbidden) && !forbidden.empty()) return Platform::Result::Failure(Forbidden);
-        return real.Target(path);
+        return Owned(path, real.Target(path));
     }
     bool MeansForbidden(int error) override { return error == Forbidden || real.MeansForbidden(error); }
     std::uint32_t User() override { return user ? *user : real.User(); }
@@ -40,6 +38,7 @@ public:
     Platform::IMachineProtection& Deciphering() override { return real.Deciphering(); }
     Platform::ValueOr<Platform::CertificateFacts> Facts(
         const Platform::CertificateContext& certificate) override {
+        if (isNoCertificate) return Platform::Result::Failure(EINVAL);
         return real.Facts(certificate);
     }
     bool TakesColours() override { return takesColours; }
@@ -53,8 +52,17 @@ public:
     std::optional<Platform::KeyState::Verdict> keyVerdict;  ///< in the place of what the key's file says
     int keyError = 0;                                       ///< likewise, unless it is 0
     bool takesColours = false;
+    bool isNoCertificate = false;  ///< whatever is shown
 
 private:
+    using FoundDetails = Platform::ValueOr<Platform::FileDetails>;
+
+    FoundDetails Owned(const std::string& path, FoundDetails details) const {
+        const auto owner = owners.find(path);
+        if (details && owner != owners.end()) details->owner = owner->second;
+        return details;
+    }
+
     Platform::IInspection& real = Platform::Production<Platform::IInspection>();
 };
 
