@@ -5,6 +5,7 @@
 #include "ObjectMapping/Serialization.h"
 
 #include <algorithm>
+#include <iterator>
 #include <list>
 
 namespace Ombry::Doctor {
@@ -12,6 +13,14 @@ namespace {
 
 /// Goes up with each change that a reader of the documents has to know of; the schema says the same.
 constexpr int SchemaVersion = 1;
+
+/// What is certain; nobody knows yet what the user may not see.
+Findings DecidedOf(const Findings& findings) {
+    Findings decided;
+    std::copy_if(findings.begin(), findings.end(), std::back_inserter(decided),
+                 [](const Finding& finding) { return !finding.isUndecided; });
+    return decided;
+}
 
 std::size_t CountOf(const Findings& findings, Severity severity) {
     return static_cast<std::size_t>(
@@ -194,14 +203,15 @@ std::string MonitoringReport(const Findings& findings, const Wishes& wishes) {
     std::string status = NameOf(StatusOf(findings));
     std::transform(status.begin(), status.end(), status.begin(),
                    [](char c) { return static_cast<char>(c - 'a' + 'A'); });
+    const Findings decided = DecidedOf(findings);
     std::string text = CountText(findings.size(), "finding") + ", nothing to do";
-    if (const Finding* worst = WorstOf(findings)) {
+    if (const Finding* worst = WorstOf(StatusOf(findings) == Status::Unknown ? findings : decided)) {
         text = InOneField(worst->source + "." + worst->name + ": " + worst->message);
     }
-    const auto errors = CountOf(findings, Severity::Error) + CountOf(findings, Severity::Critical);
+    const auto errors = CountOf(decided, Severity::Error) + CountOf(decided, Severity::Critical);
     text = "OMBRY " + status + " - " + text + " |" +
            Figure("findings", static_cast<long long>(findings.size()), ";;;0") +
-           Figure("warnings", static_cast<long long>(CountOf(findings, Severity::Warning)), ";0;;0") +
+           Figure("warnings", static_cast<long long>(CountOf(decided, Severity::Warning)), ";0;;0") +
            Figure("errors", static_cast<long long>(errors), ";;0;0");
     for (const char* source : {"trust", "connect"}) {
         if (const auto days = LeastOf(findings, source, "days")) {

@@ -8,7 +8,9 @@
 #include "Doctor/Finding.h"
 #include "Doctor/Machine.h"
 #include "Doctor/ReadOnlyPlatform.h"
+#include "Doctor/Reports.h"
 #include "ObjectMapping/DateTime.h"
+#include "tests/Doctor/DocumentSchema.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FakeInspection.h"
 #include "tests/Fakes/FakeKnownFolders.h"
@@ -85,7 +87,12 @@ protected:
     template <class Check, class... Arguments>
     Doctor::Findings Run(Check check, Arguments... arguments) {
         const Doctor::ReadOnlyPlatform nothingChanges;
-        return check(Doctor::Machine(), arguments...);
+        const Doctor::Machine machine;
+        Doctor::Findings findings = check(machine, arguments...);
+        for (Doctor::Finding& finding : findings)
+            finding.source = finding.name = "filled in by who runs the check";
+        EXPECT_EQ(SchemaViolation(Doctor::JsonReport(machine, findings)), "");
+        return findings;
     }
     /// The only finding of a check.
     template <class Check, class... Arguments>

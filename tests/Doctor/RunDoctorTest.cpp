@@ -4,15 +4,11 @@
 #include "tests/EndToEnd/Machine.h"
 
 #include <gmock/gmock.h>
-#include <rapidjson/document.h>
-#include <rapidjson/schema.h>
-#include <rapidjson/stringbuffer.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
 #include <sstream>
 
 namespace Ombry::Tests {
@@ -43,22 +39,6 @@ protected:
         return {exitCode, out.str(), error.str()};
     }
 
-    /// What the text of the document breaks of the schema; empty for nothing.
-    static std::string Violation(const std::string& text) {
-        std::ifstream file(OMBRY_SOURCE_DIR "/Doctor/ombry-doctor.schema.json");
-        const std::string schemaText{std::istreambuf_iterator<char>(file), {}};
-        rapidjson::Document schema, document;
-        if (schema.Parse(schemaText.c_str()).HasParseError()) return "the schema is no JSON";
-        if (document.Parse<rapidjson::kParseValidateEncodingFlag>(text.c_str()).HasParseError())
-            return "the document is no JSON";
-        const rapidjson::SchemaDocument compiled(schema);
-        rapidjson::SchemaValidator validator(compiled);
-        if (document.Accept(validator)) return "";
-        rapidjson::StringBuffer at;
-        validator.GetInvalidDocumentPointer().StringifyUriFragment(at);
-        return std::string(at.GetString()) + " " + validator.GetInvalidSchemaKeyword();
-    }
-
     /// A machine with something to say of each check.
     void MakeIll() {
         Chmod(Address, 0644);
@@ -84,30 +64,35 @@ TEST_F(RunDoctorTest, MachineThatIsWellIsFineInEachForm) {
 }
 
 TEST_F(RunDoctorTest, DocumentKeepsItsSchema) {
-    EXPECT_EQ(Violation(RunWith({"--json"}).out), "");
+    EXPECT_EQ(SchemaViolation(RunWith({"--json"}).out), "");
     MakeIll();
     const std::string ill = RunWith({"--json"}).out;
-    EXPECT_EQ(Violation(ill), "");
+    EXPECT_EQ(SchemaViolation(ill), "");
     EXPECT_THAT(ill, HasSubstr("\"severity\": \"critical\""));
-    // And the schema refuses what is none of its documents.
+    const auto with = [&ill](const std::string& from, const std::string& to) {
+        std::string other = ill;
+        EXPECT_NE(other.find(from), std::string::npos) << from;
+        return other.replace(other.find(from), from.size(), to);
+    };
+    // The schema refuses what is none of its documents.
     for (const auto& [from, to] :
          std::vector<std::pair<std::string, std::string>>{{"\"version\": 1", "\"version\": 2"},
                                                           {"\"success\"", "\"good\""},
                                                           {"\"pairs\"", "\"pears\""},
-                                                          {"\"source\": \"trust\"", "\"source\": \"luck\""},
-                                                          {"Z\",", "\","}}) {
-        std::string other = ill;
-        ASSERT_NE(other.find(from), std::string::npos) << from;
-        other.replace(other.find(from), from.size(), to);
-        EXPECT_NE(Violation(other), "") << from;
-    }
+                                                          {"\"source\": \"trust\"", "\"source\": \"\""},
+                                                          {"Z\",", "\","}})
+        EXPECT_NE(SchemaViolation(with(from, to)), "") << from;
+    // And takes what may come without another version of it.
+    EXPECT_EQ(SchemaViolation(with("\"version\"", "\"more\": 1, \"version\"")), "");
+    EXPECT_EQ(SchemaViolation(with("\"severity\"", "\"more\": 1, \"severity\"")), "");
+    EXPECT_EQ(SchemaViolation(with("\"source\": \"trust\"", "\"source\": \"luck\"")), "");
 }
 
 TEST_F(RunDoctorTest, DocumentIsUtf8WhateverBytesFilesAndNamesHold) {
     folder.Write(Datacenter, "dc-\xff-\xc3\xbc");
     folder.Write(Security + "/Components/c\xfe/ombrycomponent.config", "damaged");
     const std::string document = RunWith({"--json"}).out;
-    EXPECT_EQ(Violation(document), "");
+    EXPECT_EQ(SchemaViolation(document), "");
     EXPECT_THAT(document, HasSubstr("dc-\xef\xbf\xbd-\xc3\xbc"));
     EXPECT_THAT(document, HasSubstr("enroll-client -u USER -p PASSWORD -nn $'c\\\\xfe'"))
         << "the bytes themselves";
@@ -134,6 +119,20 @@ TEST_F(RunDoctorTest, EachSeverityHasItsCodeAndTheFirstOfTheWorstIsNamed) {
     EXPECT_EQ(statusWith({Severity::Success, Severity::Warning, Severity::Warning}), "1 OMBRY WARNING - s1.");
     EXPECT_EQ(statusWith({Severity::Warning, Severity::Error, Severity::Error}), "2 OMBRY CRITICAL - s1.");
     EXPECT_EQ(statusWith({Severity::Error, Severity::Critical}), "2 OMBRY CRITICAL - s1.");
+}
+
+TEST_F(RunDoctorTest, WhatIsCertainIsNamedAndCountedBeforeWhatTheUserMayNotSee) {
+    const Finding hidden{.source = "hidden", .severity = Severity::Critical, .isUndecided = true};
+    const Finding broken{.source = "broken", .severity = Severity::Error};
+    const Finding doubtful{.source = "doubtful", .severity = Severity::Warning};
+    const auto lineOf = [](const Findings& findings) {
+        const std::string line = MonitoringReport(findings, {});
+        return line.substr(0, line.find('.')) + line.substr(line.find(" findings="));
+    };
+    EXPECT_EQ(lineOf({hidden, broken, hidden}),
+              "OMBRY CRITICAL - broken findings=3;;;0 warnings=0;0;;0 errors=1;;0;0\n");
+    EXPECT_EQ(lineOf({doubtful, hidden}),
+              "OMBRY UNKNOWN - hidden findings=2;;;0 warnings=1;0;;0 errors=0;;0;0\n");
 }
 
 TEST_F(RunDoctorTest, FiguresCarryTheThresholdThatWasGiven) {
@@ -212,7 +211,7 @@ TEST_F(RunDoctorTest, LineStaysOneLineWithOneBarWhateverNamesHold) {
     EXPECT_EQ(std::count(line.begin(), line.end(), '|'), 1);
     EXPECT_THAT(line, Not(HasSubstr("\x1b")));
     EXPECT_THAT(RunWith({}).out, Not(HasSubstr("\x1b")));
-    EXPECT_EQ(Violation(RunWith({"--json"}).out), "");
+    EXPECT_EQ(SchemaViolation(RunWith({"--json"}).out), "");
 }
 
 TEST_F(RunDoctorTest, TerminalGetsColours) {
@@ -245,7 +244,7 @@ TEST_F(RunDoctorTest, BadOptionsAreUnknownAndSaySo) {
         {{"--only", "luck"}, "ombry-doctor: --only knows no check 'luck'\n"},
         {{"--none"}, "ombry-doctor: The following argument was not expected: --none\n"},
         {{"--check", "--json"}, "ombry-doctor: --json excludes --check\n"},
-        {{"--warn-days", "x"}, "ombry-doctor: "}};
+        {{"--json", "--warn-days", "x"}, "ombry-doctor: "}};
     for (const auto& [words, error] : bad) {
         const DoctorRun run = RunWith(words);
         EXPECT_EQ(run.exitCode, 3);
@@ -263,6 +262,10 @@ TEST_F(RunDoctorTest, SystemThatDoesNotTellWhereToLookIsUnknown) {
     EXPECT_EQ(run.exitCode, 3);
     EXPECT_EQ(run.out, "");
     EXPECT_THAT(run.error, StartsWith("ombry-doctor: "));
+    const DoctorRun document = RunWith({"--json"});
+    EXPECT_EQ(document.exitCode, 3);
+    EXPECT_EQ(document.out, "");
+    EXPECT_EQ(document.error, run.error);
     EXPECT_THAT(RunWith({"--check"}).out, StartsWith("OMBRY UNKNOWN - Ombry::ClientCommunications: "));
 }
 

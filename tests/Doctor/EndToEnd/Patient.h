@@ -1,8 +1,7 @@
 #pragma once
 
+#include "tests/Doctor/DocumentSchema.h"
 #include "tests/EndToEnd/Sandbox.h"
-
-#include <rapidjson/document.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -50,10 +49,13 @@ struct Verdict {
     }
 };
 
-inline Verdict Examine(const std::string& folder, Words options = {}) {
-    options.insert(options.begin(), {OMBRY_DOCTOR_HERE, "--json"});
-    const ProcessOutcome outcome = RunProcess(options, {.folder = folder});
+/// `runner`: another program, below which the doctor looks.
+inline Verdict Examine(const std::string& folder, const Words& options = {}, Words runner = {}) {
+    runner.insert(runner.end(), {OMBRY_DOCTOR_HERE, "--json"});
+    runner.insert(runner.end(), options.begin(), options.end());
+    const ProcessOutcome outcome = RunProcess(runner, {.folder = folder});
     EXPECT_EQ(outcome.error, "");
+    EXPECT_EQ(SchemaViolation(outcome.out), "");
     Verdict verdict{outcome.exitCode};
     rapidjson::Document document;
     if (document.Parse(outcome.out.c_str()).HasParseError()) {
@@ -69,17 +71,27 @@ inline Verdict Examine(const std::string& folder, Words options = {}) {
     return verdict;
 }
 
-/// A folder with the tool, by the name that the remedies call it by. One for all threads that type remedies.
-struct ToolByItsName {
+/// A folder with the tool and the doctor, by the names that the remedies call them by. One for all threads
+/// that type remedies.
+struct ProgramsByTheirNames {
     const TemporaryDirectory folder;
 
-    ToolByItsName() { std::filesystem::create_symlink(OMBRY_TOOL_HERE, folder / "Ombry.SecClientConfig"); }
+    ProgramsByTheirNames() {
+        std::filesystem::create_symlink(OMBRY_TOOL_HERE, folder / "Ombry.SecClientConfig");
+        std::filesystem::create_symlink(OMBRY_DOCTOR_HERE, folder / "ombry-doctor");
+    }
 };
+
+/// Stand in for two programs that would change more than the machine of a test: who types has other rights
+/// already, and where the clock is right again all that was written is of the past.
+inline constexpr const char* StandIns =
+    "sudo() { \"$@\"; }\n"
+    "timedatectl() { [ \"$*\" = 'set-ntp true' ] && find . -exec touch -h -d \"@$(date +%s)\" {} +; }\n";
 
 /// Types each remedy as it is printed, from the first to the last, with the words in capitals filled in. Each
 /// must end well.
 inline void TypeRemedies(const std::string& folder, const Verdict& verdict, const std::string& url) {
-    static const ToolByItsName programs;
+    static const ProgramsByTheirNames programs;
     const std::vector<std::pair<std::string, std::string>> words{
         {"-u USER -p PASSWORD", "-u admin -p secret"},
         {"-dn DATACENTER", "-dn Sandbox"},
@@ -95,8 +107,9 @@ inline void TypeRemedies(const std::string& folder, const Verdict& verdict, cons
             for (std::size_t at = 0; (at = remedy.find(word, at)) != std::string::npos; at += filled.size())
                 remedy.replace(at, word.size(), filled);
         }
-        const ProcessOutcome outcome = RunProcess(
-            {"bash", "-c", "PATH=" + programs.folder.Path() + ":$PATH; " + remedy}, {.folder = folder});
+        const ProcessOutcome outcome =
+            RunProcess({"bash", "-c", StandIns + ("PATH=" + programs.folder.Path()) + ":$PATH; " + remedy},
+                       {.folder = folder});
         EXPECT_EQ(outcome.exitCode, 0) << remedy << "\n" << outcome.error;
     }
 }
