@@ -235,6 +235,13 @@ TEST_F(DamagedStateTruthTest, FoldersThatWereMovedAndALinkLeadsThere) {
     ExpectTruthOfEach(states);
 }
 
+/// A text in which something that is there was replaced.
+std::string Replaced(const std::string& text, const std::string& what, const std::string& by) {
+    const std::string replaced = std::regex_replace(text, std::regex(what), by);
+    EXPECT_NE(replaced, text);
+    return replaced;
+}
+
 TEST_F(DamagedStateTruthTest, RightsKeysAndLeftovers) {
     const auto bend = [](const TemporaryDirectory& machine, const std::string& path) {
         std::string content = machine.Read(path);
@@ -278,8 +285,39 @@ TEST_F(DamagedStateTruthTest, RightsKeysAndLeftovers) {
              machine.Write("Quennet/common.config", "<DatacenterId> </DatacenterId>");
          }},
         {"record without an id", [](const auto& machine) { machine.Write(RecordFile, "{}"); }},
+        {"record that is not whole",
+         [](const auto& machine) {
+             machine.Write(RecordFile, Replaced(machine.Read(RecordFile), "\"Version\": \"1.0\",", ""));
+         }},
+        {"damaged record and no client",
+         [](const auto& machine) {
+             fs::remove(machine / CredentialsFile);
+             machine.Write(RecordFile, "damaged");
+         }},
+        {"token from the future",
+         [](const auto& machine) {
+             const auto token = fs::directory_iterator(machine / (CacheFolder + "/c1/aa_token"));
+             const std::string path = token->path().lexically_relative(machine.Path());
+             machine.Write(path, Replaced(machine.Read(path), "\"lastRefreshed\": \"20[0-9]{2}",
+                                          "\"lastRefreshed\": \"2099"));
+         }},
+        {"file from the future",
+         [](const auto& machine) {
+             RunProcess({"touch", "-d", "2099-01-01", machine / RecordFile});
+         }},
+        {"shared folder and file that others may write",
+         [](const auto& machine) {
+             machine.Write("Quennet/common.config", "<x/>");
+             fs::permissions(machine / "Quennet/common.config", fs::perms(0666));
+             fs::permissions(machine / "Quennet", fs::perms(0777));
+         }},
     };
     if (geteuid() == 0) {
+        states.push_back({"shared folder and file of another", [](const auto& machine) {
+                              machine.Write("Quennet/common.config", "<x/>");
+                              for (const char* path : {"Quennet", "Quennet/common.config"})
+                                  EXPECT_EQ(chown((machine / path).c_str(), 4711, 0), 0);
+                          }});
         states.push_back({"key of another", [](const auto& machine) {
                               EXPECT_EQ(chown((machine / KeyFile).c_str(), 4711, 0), 0);
                           }});

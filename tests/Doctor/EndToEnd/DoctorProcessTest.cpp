@@ -1,9 +1,22 @@
 // The program itself: what it asks of the system, and whom it connects to.
 
 #include "tests/Doctor/EndToEnd/Patient.h"
+#include "tests/Doctor/SilentPort.h"
 #include "tests/Fakes/HeldPort.h"
+#include "tests/Fakes/LeftOut.h"
 
 #include <gmock/gmock.h>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/file.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <thread>
 
 namespace Ombry::Tests {
 namespace {
@@ -34,21 +47,27 @@ protected:
     const Machine machine{};
 };
 
-TEST_F(DoctorProcessTest, NeitherWritesNorLocksNorConnects) {
+TEST_F(DoctorProcessTest, NeitherWritesNorLocksAndConnectsOnlyIfAsked) {
     TieToTheSandbox();
     machine.Folder().Write(SecurityFolder + "/.ombry-0123456789abcdef.tmp", "left");
     machine.Folder().Write("Quennet/Keys/.ombry-0123456789abcdef.tmp", "left");
     machine.Folder().Write(SecurityFolder + "/CS-cpp/cache/c1/v1-service.cache-s", "left");
     const Tree before = machine.Files();
     int reads = 0;
-    for (const Words& options : {Words{}, Words{"--json"}, Words{"--check"}}) {
+    static const std::regex changes(
+        "O_WRONLY|O_RDWR|O_CREAT|O_TRUNC|F_SETLK|F_OFD_SETLK| "
+        "(mkdir|rmdir|rename|unlink|link|symlink|chmod|fchmod|chown|fchown|utime|ftruncate|fallocate|flock|"
+        "mknod)[a-z0-9]*\\(");
+    static const std::regex connections(" (socket|connect)\\(");
+    for (const Words& options : {Words{}, Words{"--json"}, Words{"--check"}, Words{"--connect"}}) {
+        const bool mayConnect = options == Words{"--connect"};
+        bool connects = false;
         for (const std::string& line : Trace(options)) {
             reads += line.find("O_RDONLY") != std::string::npos && line.find("Quennet") != std::string::npos;
-            static const std::regex changes(
-                "O_WRONLY|O_RDWR|O_CREAT|O_TRUNC| (mkdir|rmdir|rename|unlink|link|symlink|chmod|fchmod|chown|"
-                "fchown|utime|ftruncate|fallocate|flock|socket|connect|mknod)[a-z0-9]*\\(");
             EXPECT_FALSE(std::regex_search(line, changes)) << line;
+            connects |= std::regex_search(line, connections);
         }
+        EXPECT_EQ(connects, mayConnect) << testing::PrintToString(options);
     }
     EXPECT_GT(reads, 30);
     EXPECT_EQ(machine.Files(), before);
@@ -180,6 +199,119 @@ TEST_F(DoctorProcessTest, CertificatesThatEndSoonAreToldWithARemedyThatForgetsWh
         << "the server is asked for again when it is needed";
     EXPECT_TRUE(Examine(folder, {"--connect"}).IsFine());
     ExpectSuccess(machine.Run({"enroll-client", "-t", "t", "-nn", "c2"}));
+
+    const Verdict trust = Examine(folder, {"--only", "trust", "--warn-days", "36000"});
+    EXPECT_TRUE(trust.Says("trust.certificate", "warning")) << trust.Text();
+    TypeRemedies(folder, trust, sandbox.Url());
+    EXPECT_TRUE(Examine(folder).IsFine()) << Examine(folder).Text();
+}
+
+TEST_F(DoctorProcessTest, ServerWithoutACertificateIsForgotten) {
+    const Sandbox second{};
+    TieToTheSandbox();
+    const std::string folder = machine.Folder().Path();
+    const std::string list = SecurityFolder + "/CS-cpp/cache/v1-service.cache-p";
+    machine.Folder().Write(list,
+                           "{\"expiryTime\": 1, \"local\": [{\"endpointUrl\": \"" + second.Url() + "\"}]}");
+    RunProcess({"chmod", "go=", machine.Folder() / list});
+    const Verdict verdict = Examine(folder, {"--connect"});
+    EXPECT_EQ(verdict.exitCode, 1);
+    EXPECT_THAT(verdict.Text(), HasSubstr("no certificate is known for it"));
+    TypeRemedies(folder, verdict, sandbox.Url());
+    EXPECT_TRUE(Examine(folder, {"--connect"}).IsFine());
+}
+
+TEST_F(DoctorProcessTest, AddressInClearTextIsTiedAgain) {
+    TieToTheSandbox();
+    const SilentPort plain;
+    const std::string folder = machine.Folder().Path();
+    machine.Folder().Write(SecurityFolder + "/ombrysecurity.config",
+                           "{\"ssdsUri\": \"http://" + plain.HostAndPort() + "\"}");
+    RunProcess({"touch", machine.Folder() / DatacenterFile});
+    const Verdict verdict = Examine(folder, {"--connect"});
+    EXPECT_EQ(verdict.exitCode, 1);
+    EXPECT_TRUE(verdict.Says("bootstrap.address", "warning")) << verdict.Text();
+    EXPECT_TRUE(verdict.Says("connect.server", "warning")) << verdict.Text();
+    TypeRemedies(folder, verdict, sandbox.Url());
+    EXPECT_TRUE(Examine(folder, {"--connect"}).IsFine());
+}
+
+TEST_F(DoctorProcessTest, WhoHoldsTheCertificatesIsWaitedFor) {
+    TieToTheSandbox();
+    const std::string folder = machine.Folder().Path();
+    const int store = open((machine.Folder() / StoreFolder).c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(store, LOCK_EX), 0);
+    const Verdict verdict = Examine(folder);
+    EXPECT_EQ(verdict.exitCode, 1);
+    EXPECT_TRUE(verdict.Says("trust.certificate", "warning")) << verdict.Text();
+    std::thread typing([&] { TypeRemedies(folder, verdict, sandbox.Url()); });
+    close(store);
+    typing.join();
+    EXPECT_TRUE(Examine(folder).IsFine());
+}
+
+TEST_F(DoctorProcessTest, KeyThatCannotBeReadIsSetAsideAndTheClientsEnrolledAnew) {
+    TieToTheSandbox();
+    const std::string folder = machine.Folder().Path();
+    const std::string key = "Quennet/Keys/protection.key";
+    const Words brokenDisk{
+        "strace", "-f", "--quiet=all", "-o", "/dev/null", "-P", "./" + key, "-e", "inject=openat:error=EIO"};
+    const Words use{"enroll-client", "-n", "c1", "-nn", "c2"};
+    const Verdict verdict = Examine(folder, {}, brokenDisk);
+    EXPECT_TRUE(verdict.Says("clients.key", "error")) << verdict.Text();
+    EXPECT_NE(CopiedMachine(folder).RunBelow(brokenDisk, use).exitCode, 0);
+    TypeRemedies(folder, verdict, sandbox.Url());
+    EXPECT_TRUE(std::filesystem::exists(machine.Folder() / (key + ".unreadable")));
+    EXPECT_TRUE(Examine(folder).IsFine()) << Examine(folder).Text();
+    ExpectSuccess(machine.Run(use));
+}
+
+TEST_F(DoctorProcessTest, WhoMayNotLookIsToldToAskAsRoot) {
+    if (geteuid() != 0) return LeaveOut("the rights of another user are taken by root alone");
+    TieToTheSandbox();
+    const std::string folder = machine.Folder().Path();
+    const Verdict verdict =
+        Examine(folder, {}, {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
+    EXPECT_EQ(verdict.exitCode, 3);
+    EXPECT_THAT(verdict.Text(), HasSubstr("\n  sudo ombry-doctor\n"));
+    TypeRemedies(folder, verdict, sandbox.Url());
+}
+
+/// Runs `act` where a change below /etc is nobody else's; says why if the system does not let it.
+std::string WithAnEtcOfItsOwn(const std::function<void()>& act) {
+    std::string failure;
+    // Mounts are a thread's own.
+    std::thread([&] {
+        const TemporaryDirectory etc;
+        const bool isApart = unshare(CLONE_NEWNS) == 0 &&
+                             mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                             RunProcess({"cp", "-a", "/etc/.", etc.Path()}).exitCode == 0 &&
+                             mount(etc.Path().c_str(), "/etc", nullptr, MS_BIND, nullptr) == 0;
+        if (!isApart) {
+            failure = std::strerror(errno);
+            return;
+        }
+        act();
+        umount2("/etc", MNT_DETACH);
+    }).join();
+    return failure;
+}
+
+TEST_F(DoctorProcessTest, LostIdentityOfTheMachineIsMadeAnewAndItsClientsToo) {
+    TieToTheSandbox();
+    const std::string folder = machine.Folder().Path();
+    const std::string failure = WithAnEtcOfItsOwn([&] {
+        std::filesystem::remove("/etc/machine-id");
+        std::filesystem::create_symlink("nowhere", "/etc/machine-id");
+        const Words use{"enroll-client", "-n", "c1", "-nn", "c2"};
+        const Verdict verdict = Examine(folder);
+        EXPECT_TRUE(verdict.Says("clients.key", "error")) << verdict.Text();
+        EXPECT_NE(CopiedMachine(folder).Run(use).exitCode, 0);
+        TypeRemedies(folder, verdict, sandbox.Url());
+        EXPECT_TRUE(Examine(folder).IsFine()) << Examine(folder).Text();
+        ExpectSuccess(machine.Run(use));
+    });
+    if (!failure.empty()) LeaveOut("/etc cannot be mounted over: " + failure);
 }
 
 }  // namespace
