@@ -22,6 +22,7 @@ class FakeService:
         self.clients = []
         self.services = {}  # id: what it was registered as
         self.datacenters = {BERLIN: "Berlin", OSLO: "Oslo"}
+        self.columns = ""  # of the datacenter list, behind id and name
         self.fingerprint = FINGERPRINT
         self.is_up = True
         self.ids = itertools.count(1)
@@ -139,7 +140,7 @@ class FakeHost(Host):
         return getattr(self, words[0].replace("-", "_"))(options)
 
     def get_datacenters(self, options):
-        return "".join("%s\t%s\n" % entry for entry in self.service.datacenters.items())
+        return "".join("%s\t%s%s\n" % (*entry, self.service.columns) for entry in self.service.datacenters.items())
 
     def configure_bootstrap_url(self, options):
         ids = [key for key, name in self.service.datacenters.items() if name == options.get("-dn")]

@@ -33,6 +33,12 @@ class BootstrapTest(ModuleTest):
         with self.assertRaisesRegex(Failure, "no datacenter 'Rome'"):
             self.run_module(host, "bootstrap", {"datacenter_id": None, "datacenter": "Rome"})
 
+    def test_ListWithAnotherColumn_OrANameOfManyLines_IsReadAllTheSame(self):
+        host = self.make("bootstrap")
+        host.service.columns = "\tEurope"
+        host.service.datacenters = dict({"other": "three\n\nlines"}, **host.service.datacenters)
+        self.assertFalse(self.run_module(host, "bootstrap", {"datacenter_id": None, "datacenter": "Berlin"})["changed"])
+
     def test_LostCertificate_TiesItAnew(self):
         host = self.make("bootstrap")
         host.certificate().unlink()

@@ -151,7 +151,8 @@ def has_datacenter(params, host, report):
         return report.datacenter == params["datacenter_id"]
     require_certificate(params, host, report)
     lines = host.run(["get-datacenters", "-r", url_of(params)] + identity.words(params)).splitlines()
-    ids = [line.partition("\t")[0] for line in lines if line.partition("\t")[2] == params["datacenter"]]
+    rows = [line.split("\t") for line in lines]  # id and name; what stands behind them may be of another version
+    ids = [row[0] for row in rows if row[1:2] == [params["datacenter"]]]
     if not ids:
         raise Failure("The service at %s has no datacenter '%s'" % (url_of(params), params["datacenter"]))
     return report.datacenter in ids
