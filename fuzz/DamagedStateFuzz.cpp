@@ -278,8 +278,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         Machine machine(Whole());
         while (!input.Empty())
             Damage(machine.files, input);
-        RunOn(machine, Commands()[commands % 8]);
-        RunOn(machine, Commands()[commands / 8 % 8]);
+        RunOn(machine, Commands()[commands % Commands().size()]);
+        RunOn(machine, Commands()[commands / Commands().size() % Commands().size()]);
         left = machine.files.Contents();
     }
     RequireRecovers(std::move(left));
