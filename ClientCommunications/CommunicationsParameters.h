@@ -44,7 +44,8 @@ struct CommunicationsParameters {
     /// Whether the service's certificate is looked for in a store of the current user; false, as by default,
     /// for the machine's.
     bool useCurrentUserStore = false;
-    /// The name of the certificate store, one component of a path.
+    /// The name of the certificate store, one component of a path. That it is called as the folder is, by
+    /// default, is a fact of its own: neither follows the other.
     std::wstring storeName = L"OmbrySecurity";
     /// Where the libraries report; null, as by default, for nowhere. Shared with all that is made from here.
     std::shared_ptr<LibraryLogger::ILogger> logger;

@@ -145,7 +145,7 @@ std::shared_ptr<FoundServices> LoadBootstrapFoundServices(const CommunicationsPa
     OmbrySecurityConfig config;
     ObjectMapping::DeserializeObject(config, text, nullptr, false);
     ServiceDto seed;
-    seed.serviceName = "v1-service";
+    seed.serviceName = EndpointPaths::DiscoveryService;
     seed.endpointUrl = config.ssdsUri;
     seed.endpointCert = getBootstrapSsdsCertificate(parameters);
     FoundServicesDto dto;

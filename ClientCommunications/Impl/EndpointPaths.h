@@ -1,7 +1,11 @@
 #pragma once
 
-/// The paths of the calls, here and nowhere else. To one that ends in "/" a name or an id is added.
+/// The paths of the calls, and the names of the services that they go to, here and nowhere else. To a path
+/// that ends in "/" a name or an id is added.
 namespace Ombry::ClientCommunications::EndpointPaths {
+
+inline constexpr const char* AuthService = "v1-auth";
+inline constexpr const char* DiscoveryService = "v1-service";
 
 inline constexpr const char* ClientTokens = "/v1/auth/clients/servicetokens";
 inline constexpr const char* UserTokens = "/v1/auth/users/servicetokens";

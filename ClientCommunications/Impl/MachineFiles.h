@@ -6,7 +6,8 @@
 /// names its own, such as its key, in its own folder.
 namespace Ombry::ClientCommunications::MachineFiles {
 
-// Below the Quennet folder.
+// Below the Quennet folder. That the certificate store is called as the first is a fact of its own
+// (`CommunicationsParameters::storeName`).
 inline constexpr const char* SecurityDirectory = "/OmbrySecurity";
 inline constexpr const char* CommonConfig = "/common.config";
 

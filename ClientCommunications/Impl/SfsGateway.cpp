@@ -12,9 +12,10 @@
 namespace Ombry::ClientCommunications::SfsGateway {
 namespace {
 
-constexpr const char* AuthService = "v1-auth";
+using EndpointPaths::AuthService;
+using EndpointPaths::DiscoveryService;
+
 constexpr const char* AuthContract = "1";
-constexpr const char* ServiceService = "v1-service";
 constexpr const char* ServiceContract = "1.0.0.0";
 
 struct Operation {
@@ -75,14 +76,15 @@ void DeleteClientById(std::shared_ptr<IClientCommunications> communications, con
 void EnrollService(std::shared_ptr<IClientCommunications> communications, const ServiceEnrollment& service) {
     ServiceEnrollment record = service;
     Call(*communications,
-         {"EnrollService", ServiceService, ServiceContract, "POST", EndpointPaths::Services, {201}}, &record);
+         {"EnrollService", DiscoveryService, ServiceContract, "POST", EndpointPaths::Services, {201}},
+         &record);
 }
 
 /// Unlike a client's deletion, a service's is answered with 200.
 void DeleteServiceById(std::shared_ptr<IClientCommunications> communications, const std::string& id) {
     Call(*communications,
          {"DeleteServiceById",
-          ServiceService,
+          DiscoveryService,
           ServiceContract,
           "DELETE",
           EndpointPaths::ServiceById + id,

@@ -6,18 +6,22 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string_view>
 #include <vector>
 
 namespace Ombry::Platform {
 namespace {
 
+constexpr std::string_view MachineFolder = OMBRY_PROGRAM_DATA_DIR "/Quennet";
+// "/Quennet" itself, which stands behind the user's own folder as well.
+constexpr std::string_view Quennet = MachineFolder.substr(sizeof OMBRY_PROGRAM_DATA_DIR - 1);
+
 class LinuxKnownFolders : public IKnownFolders {
 public:
     ValueOr<std::wstring> ProgramDataQuennet() override {
-        constexpr std::string_view folder = OMBRY_PROGRAM_DATA_DIR "/Quennet";
-        std::wstring wide(folder.size(), L'\0');  // never more units than bytes
+        std::wstring wide(MachineFolder.size(), L'\0');  // never more units than bytes
         ITextConversion& conversion = Production<ITextConversion>();
-        const auto converted = conversion.Utf8ToWide(folder, wide.data(), wide.size());
+        const auto converted = conversion.Utf8ToWide(MachineFolder, wide.data(), wide.size());
         if (converted.count < 1) return Result::Failure(converted.error);
         wide.resize(static_cast<std::size_t>(converted.count));
         return wide;
@@ -38,7 +42,7 @@ public:
         }
         // A home that depends on the working directory is none.
         if (!found || !found->pw_dir || found->pw_dir[0] != '/') return Result::Failure(ENOENT);
-        return std::string(found->pw_dir) + "/.local/share/Quennet";
+        return (std::string(found->pw_dir) + "/.local/share").append(Quennet);
     }
 };
 

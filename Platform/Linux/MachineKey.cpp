@@ -17,12 +17,12 @@ constexpr std::size_t KeySize = 32;
 
 ValueOr<std::string> KeyFolder(KeyScope scope) {
     auto folder = scope == KeyScope::Machine ? ProgramDataFolder() : KnownFolders().CurrentUserQuennet();
-    if (folder) *folder += "/Keys";
+    if (folder) *folder += KeyFolderName;
     return folder;
 }
 
 std::string KeyPath(const std::string& folder) {
-    return folder + "/protection.key";
+    return folder + KeyFileName;
 }
 
 /// Whether nobody but root and the user who runs this can have read or written the file.

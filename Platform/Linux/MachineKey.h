@@ -13,12 +13,15 @@ enum class KeyScope { Machine, User };
 /// key is read with gives this number.
 inline constexpr int KeyIsNotPrivate = EKEYREJECTED;
 
+/// Where a key lies below the Quennet folder, apart from the folders that hold what it protects.
+inline constexpr const char* KeyFolderName = "/Keys";
+inline constexpr const char* KeyFileName = "/protection.key";
+
 /// Where the key of that scope lies, whether it is there or not.
 ValueOr<std::string> KeyFile(KeyScope scope);
 
-/// The 32 random bytes behind what is protected for the machine or for the current user. They lie in
-/// "Keys/protection.key" of the Quennet folder, apart from the folders that hold what they protect. Whoever
-/// gets the bytes wipes them.
+/// The 32 random bytes behind what is protected for the machine or for the current user. Whoever gets them
+/// wipes them.
 ValueOr<std::string> LoadKey(KeyScope scope);
 
 /// The same; a key that does not exist yet is made, once, also if several processes ask at the same moment. A

@@ -204,6 +204,14 @@ ValueOr<std::optional<std::string>> UnprotectBy(const Way& way, std::string_view
     return std::optional<std::string>(std::move(plain));
 }
 
+/// What is to be done about a key file that others may use. `Remedy` hands out a view of it.
+struct KeyRemedy {
+    const std::string text =
+        std::string(Linux::KeyFolderName).substr(1) + Linux::KeyFileName +
+        " must belong to root or to the user who runs this, and be closed to all others (mode "
+        "0600). If others may have read it, enrol the clients anew with a new key.";
+};
+
 class LinuxMachineProtection : public IMachineProtection {
 public:
     ValueOr<std::optional<std::string>> Protect(std::string_view plain, std::string_view entropy,
@@ -232,8 +240,7 @@ public:
 
     std::string_view Remedy(int error) const override {
         if (error != Linux::KeyIsNotPrivate) return {};
-        return "Keys/protection.key must belong to root or to the user who runs this, and be closed to all "
-               "others (mode 0600). If others may have read it, enrol the clients anew with a new key.";
+        return MadeOnce<const KeyRemedy>().text;
     }
 };
 

@@ -15,8 +15,11 @@ from ansible_collections.ombry.sec_client.plugins.module_utils.report import Rep
 TOOL = "Ombry.SecClientConfig"
 DOCTOR = "ombry-doctor"
 STATE = "/var/lib/Quennet"  # as the package has it; where the doctor is, its word counts
-CACHES = "OmbrySecurity/CS-cpp/cache"
-CERTIFICATES = "CertificateStores/OmbrySecurity"
+SECURITY = "OmbrySecurity"
+CACHES = SECURITY + "/CS-cpp/cache"
+COMPONENTS = SECURITY + "/Components"
+CERTIFICATES = "CertificateStores/OmbrySecurity"  # by the name of the store, a fact of its own
+FOLDERS = (SECURITY + "/CS", CACHES, COMPONENTS, CERTIFICATES, "Keys")  # those that the tool makes files in
 # Of a whole enrolment with its caches; what is left below it would be used up in the middle of a command.
 ROOM = 256 * 1024
 UNKNOWN = 3  # the doctor's exit code if it may not look
@@ -189,6 +192,10 @@ class Host:
             os.rename(temporary, path)
         except OSError as failure:
             raise Failure("%s cannot be written: %s" % (path, failure.strerror))
+
+
+def component(report, client):
+    return "%s/%s/%s" % (report.state, COMPONENTS, client)
 
 
 def caches(report):

@@ -107,7 +107,8 @@ hints:
 from ansible.module_utils.basic import AnsibleModule
 
 from ansible_collections.ombry.sec_client.plugins.module_utils import identity
-from ansible_collections.ombry.sec_client.plugins.module_utils.host import CERTIFICATES, Failure, Host, caches
+from ansible_collections.ombry.sec_client.plugins.module_utils.host import (
+    CERTIFICATES, FOLDERS, Failure, Host, caches)
 from ansible_collections.ombry.sec_client.plugins.module_utils.plan import Plan, end
 from ansible_collections.ombry.sec_client.plugins.module_utils.report import hints
 
@@ -216,10 +217,8 @@ def plan_absent(params, host, report):
     for file in files:
         plan.add(None, lambda file=file: host.remove(file))
     if files:
-        security = report.state + "/OmbrySecurity"
-        for folder in (security + "/CS", security + "/CS-cpp", security + "/Components",
-                       report.state + "/" + CERTIFICATES, report.state + "/Keys"):
-            plan.add(None, lambda folder=folder: host.remove_empty(folder, report.state))
+        for folder in FOLDERS:
+            plan.add(None, lambda folder=folder: host.remove_empty("%s/%s" % (report.state, folder), report.state))
     return plan
 
 

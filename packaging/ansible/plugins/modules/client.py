@@ -104,7 +104,8 @@ from datetime import datetime, timezone
 from ansible.module_utils.basic import AnsibleModule
 
 from ansible_collections.ombry.sec_client.plugins.module_utils import identity, registration
-from ansible_collections.ombry.sec_client.plugins.module_utils.host import Failure, Host, caches, require_name
+from ansible_collections.ombry.sec_client.plugins.module_utils.host import (
+    Failure, Host, caches, component, require_name)
 from ansible_collections.ombry.sec_client.plugins.module_utils.plan import Plan, end
 from ansible_collections.ombry.sec_client.plugins.module_utils.report import hints
 
@@ -182,7 +183,7 @@ def remove(params, host, report):
     else:
         host.run(["unenroll-client"] + identity.words(params) + ["-un", name])
     host.remove("%s/%s" % (caches(report), name))
-    folder = "%s/OmbrySecurity/Components/%s" % (report.state, name)
+    folder = component(report, name)
     host.remove_empty(folder + "/Services", folder)
 
 
