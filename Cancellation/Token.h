@@ -56,7 +56,8 @@ private:
 Token CreateCancellable();
 
 /// A token that also expires once the system clock has moved on by `duration`. The deadline is wall-clock
-/// time, and the addition is not guarded: a duration that overflows it gives a token that has expired.
+/// time, and the addition is not guarded: a duration that overflows it gives a token that has expired, as 0
+/// and less do.
 Token CreateTimeout(Duration duration);
 
 /// A token that is cancelled when either source is, and by its own `Cancel`, which leaves the sources alone.

@@ -41,10 +41,12 @@ public:
 
 /// Builds the whole composition and starts its background threads. Nothing is called on this thread; on a new
 /// machine the one that keeps the list of discovery servers asks at once.
-/// `std::runtime_error` on a machine that is not configured, or for a client that is not enrolled on it.
+/// `std::runtime_error` on a machine that is not configured, or for a client that is not enrolled on it. Any
+/// thread may build one; two of one cache directory can lose an entry of a cache between them, as two
+/// processes can.
 std::shared_ptr<IClientCommunications> MakeClientCommunications(const CommunicationsParameters& parameters);
 
-/// The same for an identity as a command line gives it; empty texts are not given.
+/// The same, threads included, for an identity as a command line gives it; empty texts are not given.
 std::shared_ptr<IClientCommunications> MakeCommunications(const std::string& userName,
                                                           const std::string& password,
                                                           const std::string& clientName,

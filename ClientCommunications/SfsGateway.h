@@ -7,7 +7,9 @@
 #include <string>
 
 /// The enrolment calls of a Security Framework service. An unexpected status is `std::runtime_error`; what a
-/// gateway throws passes through. A deletion of what is already gone is no failure.
+/// gateway throws passes through. A deletion of what is already gone is no failure. Each call blocks until it
+/// is answered or has failed. Any thread may make them, several at once; `communications` is never null, and
+/// is needed until the call returns.
 namespace Ombry::ClientCommunications::SfsGateway {
 
 /// Enrols a client; its credentials are not saved here.

@@ -2,7 +2,8 @@
 
 #include <string>
 
-/// Objects to JSON and back.
+/// Objects to JSON and back. Several threads may do so at once, each with mappers, arrays and objects of its
+/// own: none of these has a lock, and the functions share nothing.
 namespace Ombry::ObjectMapping {
 
 class MapperIf;

@@ -8,7 +8,7 @@
 namespace Ombry::ObjectMapping {
 
 /// The writing direction: one text for each root value. A string of more than 715,827,882 bytes throws
-/// `std::length_error`.
+/// `std::length_error`. One thread at a time.
 class Serializer : public MapperIf {
 public:
     /// Forgets anything produced so far.
@@ -18,7 +18,8 @@ public:
 };
 
 /// The reading direction. Failures are `std::runtime_error`; the object read is then left as far as it had
-/// got, and the deserializer is not used further. The messages hold the whole input, secrets included.
+/// got, and the deserializer is not used further. The messages hold the whole input, secrets included. One
+/// thread at a time.
 class Deserializer : public MapperIf {
 public:
     /// Parses the text and positions the mapper on the root value. A text of 2^32 - 2 bytes or more is
@@ -34,7 +35,8 @@ std::shared_ptr<Serializer> CreateJSONSerializer();
 /// `strict`: whether a required field that the text lacks is a failure.
 std::shared_ptr<Deserializer> CreateJSONDeserializer(bool strict);
 
-/// The object as indented JSON text; "null" if `present` is given and false.
+/// The object, which nobody may change meanwhile, as indented JSON text; "null" if `present` is given and
+/// false.
 std::string SerializeObject(ObjectIf& object, bool* present);
 
 /// Reads JSON text into the object, which is not reset first.

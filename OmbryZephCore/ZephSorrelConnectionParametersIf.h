@@ -41,7 +41,7 @@ public:
     virtual std::uint16_t GetBindPort() const = 0;
     /// The port to connect from; 0, as by default, leaves it to the system.
     virtual ZephSorrelConnectionParametersIf& SetBindPort(std::uint16_t nPort) = 0;
-    /// A name or a numeric address, without brackets.
+    /// A name or a numeric address, without brackets. Empty, as by default, a connect fails at once.
     virtual ZephSorrelConnectionParametersIf& SetHost(const std::string& host) = 0;
     /// The rule for the server's certificate.
     virtual ZephCertificateValidation GetCertificateValidation() const = 0;

@@ -30,7 +30,8 @@ public:
     /// Replaces the value of a header of exactly that name. "Host" and those of the body's length are the
     /// core's.
     void SetHeader(const std::string& name, const std::string& value);
-    /// Prefix of each path: "/" counts as empty, a missing "/" in front is added, one at the end removed.
+    /// Prefix of each path, from now on and not for one request alone; empty by default. "/" counts as empty,
+    /// a missing "/" in front is added, one at the end removed.
     void SetBasePath(const std::string& path);
     /// Ends the exchange when it fires; never, by default.
     void SetToken(Ombry::Cancellation::Token token);

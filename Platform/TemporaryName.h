@@ -6,11 +6,13 @@
 
 namespace Ombry::Platform {
 
-// What a save has not finished is called ".ombry-", 16 lower-case hexadecimal digits, ".tmp". The name does
-// not grow with the target's, which may already be as long as the system allows.
+/// What a save has not finished is called ".ombry-", 16 lower-case hexadecimal digits, ".tmp". The name does
+/// not grow with the target's, which may already be as long as the system allows.
+/// @{
 inline constexpr std::string_view TemporaryNameBegin = ".ombry-";
 inline constexpr std::string_view TemporaryNameEnd = ".tmp";
 inline constexpr std::size_t TemporaryNameDigits = 16;
+/// @}
 
 /// Whether a file of that name is one that a save has not finished, or that a crash has left of it.
 template <class Char>
