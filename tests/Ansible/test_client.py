@@ -82,7 +82,7 @@ class ClientTest(ModuleTest):
         (host.state / "Keys/protection.key").unlink()
         self.assertTrue(self.run_module(host, "client")["changed"])
 
-    def test_WhateverIsWrongBelowAnEnrolment_KeepsNewClientsAway(self):
+    def test_WhateverIsWrongBelowAnEnrollment_KeepsNewClientsAway(self):
         # Neither of these is mended by a new client, even where no file is at the path, or none is told.
         for trouble in (("clients", "key", "error", "rm /i && Ombry.SecClientConfig enroll-client -nn other",
                          {"path": "/none", "identity": "/i"}),
@@ -97,7 +97,7 @@ class ClientTest(ModuleTest):
                         self.run_module(host, "client", {"rotate": True})
                     self.assertEqual(host.ran, [])
 
-    def test_WarningsBelowAnEnrolment_AndErrorsBesideIt_DoNot(self):
+    def test_WarningsBelowAnEnrollment_AndErrorsBesideIt_DoNot(self):
         for trouble in (("state", "place", "warning", None, {}), ("clients", "key", "warning", None, {}),
                         ("tokens", "token", "error", "rm /t", {"path": "/t"})):
             host = self.make("bootstrap")

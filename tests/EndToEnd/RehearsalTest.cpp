@@ -10,7 +10,7 @@
 namespace Ombry::Tests {
 namespace {
 
-TEST(RehearsalTest, MachinesThatEnrolAtOnceAllSucceedAlthoughMoreCallThanAreServedAtOnce) {
+TEST(RehearsalTest, MachinesThatEnrollAtOnceAllSucceedAlthoughMoreCallThanAreServedAtOnce) {
     if (ToolUnderTest::IsForWindows()) return LeaveOut("all machines of one Windows are one");
     constexpr std::size_t Machines = 24;
     Sandbox sandbox({"--threads", "4"});

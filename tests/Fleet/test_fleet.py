@@ -44,7 +44,7 @@ class FleetTest(unittest.TestCase):
         self.assertEqual({owner for _, _, owner in services}, set(clients))
         return clients
 
-    def test_1_CheckOfNewHosts_ForeseesTheEnrolment_AndDoesNothing(self):
+    def test_1_CheckOfNewHosts_ForeseesTheEnrollment_AndDoesNothing(self):
         outcome = self.fleet.play("--check", "--diff")
         self.expect_success(outcome)
         for host in self.fleet.hosts:
@@ -55,7 +55,7 @@ class FleetTest(unittest.TestCase):
         self.assertEqual((self.fleet.clients(), self.fleet.services()), ({}, []))
         type(self).foreseen = {name: outcome.told(name) for name in self.names}
 
-    def test_2_FirstRun_EnrolsAll_AndTellsNoSecret(self):
+    def test_2_FirstRun_EnrollsAll_AndTellsNoSecret(self):
         outcome = self.fleet.play("--diff", "-vvv")
         self.expect_success(outcome)
         self.expect_enrolled()

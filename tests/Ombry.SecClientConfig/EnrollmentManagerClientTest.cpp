@@ -317,7 +317,7 @@ TEST_F(EnrollmentManagerClientTest, AnIdThatCannotBeReadEndsAnUnenrollmentInSile
     EXPECT_EQ(steps, Texts{"Read " + CredentialsPath("a")});
 }
 
-TEST_F(EnrollmentManagerClientTest, AnIdThatCannotBeReadIsNoReasonNotToEnrolAnew) {
+TEST_F(EnrollmentManagerClientTest, AnIdThatCannotBeReadIsNoReasonNotToEnrollAnew) {
     PutClient("a", "old-id");
     Answer({{"POST " + ClientsPath, {201, ""}}});
     memory.failing = "Unprotect";

@@ -55,7 +55,7 @@ protected:
     const Machine machine{};
 };
 
-TEST_F(SandboxPageInBrowserTest, EnrolmentIsFollowedAsItHappens) {
+TEST_F(SandboxPageInBrowserTest, EnrollmentIsFollowedAsItHappens) {
     Begin();
     browser->Await(ClientsEnrolled + "'0'");
     ExpectSuccess(Enroll("printer", "First floor"));
