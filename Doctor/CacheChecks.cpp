@@ -13,9 +13,12 @@
 #include "ObjectMapping/Serialization.h"
 
 #include <algorithm>
+#include <atomic>
+#include <future>
 #include <limits>
 #include <map>
 #include <optional>
+#include <system_error>
 
 namespace Ombry::Doctor {
 namespace {
@@ -24,6 +27,9 @@ namespace MachineFiles = ClientCommunications::MachineFiles;
 using ClientCommunications::FoundServicesDto;
 using ClientCommunications::SafeFileStorage;
 using Platform::FileKind;
+
+/// So many entries take longer to judge than a thread to start.
+constexpr std::size_t EntriesWorthAThread = 32;
 
 constexpr const char* const CacheNames[] = {MachineFiles::FinderCache, MachineFiles::TokenCache};
 
@@ -67,28 +73,28 @@ public:
     }
 
 private:
-    const std::string folder;
-    const std::string path;
+    std::string folder;
+    std::string path;
     const Entry* committed = nullptr;
     const Entry* staged = nullptr;
 };
 
-/// Hands over all blobs of the caches of that name.
-template <class Visit>
-void ForEachEntry(const Machine& machine, const char* cache, Visit visit) {
-    for (const CacheFolder& folder : CacheFoldersOf(machine)) {
-        const std::string path = folder.path + cache;
-        const std::vector<Entry>& entries = machine.Tree().Children(path);
-        for (auto entry = entries.begin(); entry != entries.end(); ++entry) {
-            const std::string name = SafeFileStorage::BlobNameOf(entry->name);
-            if (name == entry->name) continue;  // no copy of a blob
-            // By name the committed copy comes before the staging copy of the same blob.
-            if (entry->name == SafeFileStorage::CommittedPathOf(name)) {
-                const Entry* staged = machine.Tree().Child(path, SafeFileStorage::StagedPathOf(name));
-                visit(folder, Blob(path, name, &*entry, staged));
-            } else if (!machine.Tree().Child(path, SafeFileStorage::CommittedPathOf(name))) {
-                visit(folder, Blob(path, name, nullptr, &*entry));
-            }
+/// A blob, and the folder whose owner it belongs to.
+using CacheEntry = std::pair<const CacheFolder*, Blob>;
+
+/// All blobs of the cache of that name in a folder.
+void GatherEntries(const Machine& machine, const CacheFolder& folder, const char* cache,
+                   std::vector<CacheEntry>& gathered) {
+    const std::string path = folder.path + cache;
+    for (const Entry& entry : machine.Tree().Children(path)) {
+        const std::string name = SafeFileStorage::BlobNameOf(entry.name);
+        if (name == entry.name) continue;  // no copy of a blob
+        // By name the committed copy comes before the staging copy of the same blob.
+        if (entry.name == SafeFileStorage::CommittedPathOf(name)) {
+            const Entry* staged = machine.Tree().Child(path, SafeFileStorage::StagedPathOf(name));
+            gathered.emplace_back(&folder, Blob(path, name, &entry, staged));
+        } else if (!machine.Tree().Child(path, SafeFileStorage::CommittedPathOf(name))) {
+            gathered.emplace_back(&folder, Blob(path, name, nullptr, &entry));
         }
     }
 }
@@ -260,12 +266,27 @@ Finding JudgeToken(const Machine& machine, const CacheFolder& folder, const Blob
     return finding;
 }
 
+/// By two threads where there are many: nearly all that the doctor does on such a machine is reading them.
+/// Each takes the next that nobody has, so that one that starts late, or not at all, keeps nobody waiting.
 template <class Judge>
 Findings JudgeEach(const Machine& machine, const char* cache, const char* none, Judge judge) {
-    Findings findings;
-    ForEachEntry(machine, cache, [&](const CacheFolder& folder, const Blob& blob) {
-        findings.push_back(judge(machine, folder, blob));
-    });
+    const std::vector<CacheFolder> folders = CacheFoldersOf(machine);
+    std::vector<CacheEntry> entries;
+    for (const CacheFolder& folder : folders)
+        GatherEntries(machine, folder, cache, entries);
+    Findings findings(entries.size());
+    std::atomic<std::size_t> next = 0;
+    const auto judgeTheRest = [&] {
+        for (std::size_t place; (place = next++) < entries.size();)
+            findings[place] = judge(machine, *entries[place].first, entries[place].second);
+    };
+    std::future<void> beside;
+    try {
+        if (entries.size() >= EntriesWorthAThread) beside = std::async(std::launch::async, judgeTheRest);
+    } catch (const std::system_error&) {  // this thread judges all of them
+    }
+    judgeTheRest();
+    if (beside.valid()) beside.get();
     Conclude(machine, {machine.CachesFolder()}, {.message = none}, findings);
     return findings;
 }

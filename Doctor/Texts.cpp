@@ -88,9 +88,10 @@ std::string LengthText(Duration length) {
 }
 
 std::string TimeText(TimePoint time) {
-    const std::string text = ObjectMapping::FormatDateTime(time);
+    std::string text = ObjectMapping::FormatDateTime(time);
     const std::size_t fraction = text.find('.');
-    return fraction == std::string::npos ? text : text.substr(0, fraction) + "Z";
+    if (fraction != std::string::npos) text.replace(fraction, std::string::npos, "Z");
+    return text;
 }
 
 std::string CountText(std::size_t count, const std::string& noun) {

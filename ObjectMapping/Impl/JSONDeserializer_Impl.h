@@ -74,7 +74,8 @@ private:
 
     const bool strict;
     Document document;
-    std::string serialization_;
+    std::string parsed;          ///< the text, overwritten by the strings of the document
+    std::string serialization_;  ///< the text as it came, for messages
     std::vector<ParseContext> contexts;
 };
 

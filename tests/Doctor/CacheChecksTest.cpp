@@ -3,6 +3,7 @@
 #include "Doctor/StateChecks.h"
 #include "Doctor/Texts.h"
 #include "tests/Doctor/DoctorFixture.h"
+#include "tests/Fakes/FailingThreads.h"
 
 #include <gmock/gmock.h>
 
@@ -114,6 +115,32 @@ TEST_F(CacheChecksTest, CopyOfASaveThatWasCutOffCountsIfThereIsNoOther) {
     PutEntry("finder_cache", Aa, Found(100));
     EXPECT_EQ(RunForOne(CheckSearchCaches).severity, Severity::Success);
     EXPECT_TRUE(std::filesystem::exists(folder / staged)) << "nothing is repaired here";
+}
+
+TEST_F(CacheChecksTest, ManyEntriesAreToldByNameWhetherOrNotASecondThreadStarts) {
+    constexpr int count = 100, damaged = 70;
+    for (int number = 0; number < count; ++number) {
+        folder.Write(Caches + "finder_cache/" + std::to_string(100 + number) + "-p",
+                     number == damaged ? "damaged" : Found(number));
+    }
+    for (const std::size_t failing : {0u, 1u}) {
+        FailingThreads threads(failing);
+        const Findings findings = Run(CheckSearchCaches);
+        EXPECT_EQ(threads.Count(), 1u);
+        ASSERT_EQ(findings.size(), static_cast<std::size_t>(count));
+        for (int number = 0; number < count; ++number) {
+            const Finding& finding = findings[static_cast<std::size_t>(number)];
+            EXPECT_THAT(Text(finding, "path"), testing::EndsWith("/" + std::to_string(100 + number)));
+            EXPECT_EQ(finding.severity, number == damaged ? Severity::Error : Severity::Success) << number;
+        }
+    }
+}
+
+TEST_F(CacheChecksTest, FewEntriesStartNoThread) {
+    PutEntry("finder_cache", Aa, Found(100));
+    const FailingThreads threads(0);
+    RunForOne(CheckSearchCaches);
+    EXPECT_EQ(threads.Count(), 0u);
 }
 
 TEST_F(CacheChecksTest, EmptyEntryCountsAsNone) {
