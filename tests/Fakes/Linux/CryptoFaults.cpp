@@ -136,6 +136,8 @@ OMBRY_MAY_FAIL(int, PEM_bytes_read_bio,
 OMBRY_MAY_FAIL(int, ASN1_item_i2d, (const ASN1_VALUE* value, unsigned char** encoded, const ASN1_ITEM* item),
                (value, encoded, item), -1)
 OMBRY_MAY_FAIL(GCM128_CONTEXT*, CRYPTO_gcm128_new, (void* key, block128_f block), (key, block), nullptr)
+OMBRY_MAY_FAIL(X509*, d2i_X509, (X509 * *certificate, const unsigned char** encoded, long size),
+               (certificate, encoded, size), nullptr)
 OMBRY_MAY_FAIL(int, i2d_X509, (const X509* certificate, unsigned char** encoded), (certificate, encoded), -1)
 
 }  // extern "C"

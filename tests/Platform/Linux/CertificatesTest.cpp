@@ -174,6 +174,7 @@ TEST_F(CertificatesTest, WhatIsLongerThanTheLibraryCountsIsNoCertificateAndNotRe
     // To the library a length that it cannot count would mean "up to the NUL".
     text.BeginWith(Platform::Linux::EncodePem(MakeCertificate({}).get()) + '\0');
     EXPECT_EQ(Platform::Linux::ParsePem(text.Text()), nullptr);
+    EXPECT_NE(Platform::Linux::ParsePem(text.Text().substr(0, text.Text().size() - 1)), nullptr);
 }
 
 }  // namespace

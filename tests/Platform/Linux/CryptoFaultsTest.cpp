@@ -122,6 +122,15 @@ TEST(X509FaultsTest, WhatCannotBeWrittenOrReadIsNothing) {
     ExpectEachFailureIsTold(1, [&] { return !Platform::Linux::Fingerprint(encoded).empty(); });
 }
 
+TEST(CertificatesFaultsTest, CertificateThatWasParsedLastIsNotParsedAgain) {
+    const std::string encoded = DerOf(MakeCertificate({}));
+    const auto parses = [&] { return bool{Platform::Certificates().CreateCertificate(BytesOf(encoded))}; };
+    ASSERT_TRUE(parses());
+    const CryptoFault first(1);
+    EXPECT_TRUE(parses());
+    EXPECT_FALSE(first.Happened());
+}
+
 class CertificateStoreFaultsTest : public testing::Test {
 protected:
     std::unique_ptr<Platform::ICertificateStore> Open() {

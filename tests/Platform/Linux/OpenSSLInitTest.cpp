@@ -1,7 +1,10 @@
+#include "Platform/ICertificates.h"
 #include "Platform/IHash.h"
 #include "Platform/IMachineProtection.h"
 #include "Platform/IMemoryProtection.h"
 #include "Platform/Linux/OpenSSLInit.h"
+#include "Platform/Linux/X509.h"
+#include "tests/Fakes/CertificateBytes.h"
 #include "tests/Fakes/FakeKnownFolders.h"
 #include "tests/Fakes/FakeMachineId.h"
 #include "tests/Fakes/TemporaryDirectory.h"
@@ -70,6 +73,24 @@ bool Hashes() {
     return provider && (*provider)->CreateSha256();
 }
 
+/// Bytes that are no certificate, which is found out by the library alone.
+const std::string NoCertificate = "none";
+
+// None of these needs an algorithm: a configuration that they let in shows at whoever needs one next.
+
+bool CanHashBehindComparingKeys() {
+    const Platform::CertificateContext context = ContextOf(NoCertificate);
+    return !Platform::Certificates().EqualPublicKeys(context, context) && CanHash();
+}
+
+bool CanHashBehindParsing() {
+    return !Platform::Linux::ParseDer(BytesOf(NoCertificate)) && CanHash();
+}
+
+bool CanHashBehindParsingText() {
+    return !Platform::Linux::ParsePem(NoCertificate) && CanHash();
+}
+
 // A process loads the configuration once at most, so each case needs a process of its own.
 TEST(OpenSSLInitDeathTest, WhateverIsAskedForFirstKeepsTheConfigurationFileOut) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -78,6 +99,9 @@ TEST(OpenSSLInitDeathTest, WhateverIsAskedForFirstKeepsTheConfigurationFileOut) 
         {"protecting for the machine", [] { return ProtectsOrUnprotects(true); }},
         {"unprotecting for the machine", [] { return ProtectsOrUnprotects(false); }},
         {"a hash", Hashes},
+        {"comparing public keys", CanHashBehindComparingKeys},
+        {"parsing a certificate", CanHashBehindParsing},
+        {"parsing the text of a certificate", CanHashBehindParsingText},
     };
     for (const auto& [name, works] : firsts) {
         EXPECT_EXIT(
