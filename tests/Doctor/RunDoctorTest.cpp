@@ -9,6 +9,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 
 namespace Ombry::Tests {
@@ -267,6 +269,65 @@ TEST_F(RunDoctorTest, SystemThatDoesNotTellWhereToLookIsUnknown) {
     EXPECT_EQ(document.out, "");
     EXPECT_EQ(document.error, run.error);
     EXPECT_THAT(RunWith({"--check"}).out, StartsWith("OMBRY UNKNOWN - Ombry::ClientCommunications: "));
+}
+
+/// The inputs that the fuzz targets begin with: damage of every kind.
+Words InputsOfFuzzTargets() {
+    Words inputs;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(OMBRY_SOURCE_DIR "/fuzz/corpus")) {
+        std::ifstream file(entry.path(), std::ios::binary);
+        if (entry.is_regular_file())
+            inputs.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    }
+    std::sort(inputs.begin(), inputs.end());
+    return inputs;
+}
+
+TEST_F(RunDoctorTest, DamageOfEveryKindInEachFileIsToldInDocumentsAndWithoutASecret) {
+    folder.Write("Quennet/common.config", "<X><DatacenterId></DatacenterId></X>");
+    folder.Write(Caches + "v1-service.cache-p",
+                 R"({"expiryTime": 1, "local": [{"serviceName": "v1-x", "endpointUrl": "https://a"}]})");
+    PutEntry("finder_cache", "v1-x", folder.Read(Caches + "v1-service.cache-p"));
+    PutEntry("c1/aa_token", "v1-auth", TokenFor("v1-auth", clock.Now()));
+    const std::string key = folder.Read(Key);
+    std::string hex;
+    for (const char byte : key) {
+        constexpr char digits[] = "0123456789abcdef";
+        hex += digits[static_cast<unsigned char>(byte) >> 4];
+        hex += digits[byte & 0x0F];
+    }
+    const Words secrets{Secret.substr(0, Secret.size() / 2), Secret.substr(Secret.size() / 2),
+                        key.substr(0, 8), hex.substr(0, 16)};
+    std::map<std::string, std::string> files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.Path())) {
+        const std::string path = entry.path().lexically_relative(folder.Path());
+        if (entry.is_regular_file()) files[path] = folder.Read(path);
+    }
+    const Words inputs = InputsOfFuzzTargets();
+    ASSERT_EQ(files.size(), 10u);
+    ASSERT_GT(inputs.size(), 200u);
+    const ReadOnlyPlatform nothingChanges;
+    std::size_t turn = 0;
+    for (const auto& [path, content] : files) {
+        // Each input meets two of the files.
+        for (std::size_t place = turn++ % 5; place < inputs.size(); place += 5) {
+            const std::string& input = inputs[place];
+            // In the place of what was there, or amidst it.
+            const std::size_t half = input.size() % 2 == 0 ? 0 : content.size() / 2;
+            folder.Write(path,
+                         content.substr(0, half) + input + content.substr(half == 0 ? content.size() : half));
+            const Doctor::Machine machine;
+            const Findings findings = Examine(machine, {});
+            const std::string document = JsonReport(machine, findings);
+            EXPECT_EQ(SchemaViolation(document), "") << path << "\n" << document;
+            for (const std::string& said :
+                 {document, TableReport(machine, findings, false), MonitoringReport(findings, {})}) {
+                for (const std::string& secret : secrets)
+                    ASSERT_THAT(said, Not(HasSubstr(secret))) << path;
+            }
+        }
+        folder.Write(path, content);
+    }
 }
 
 TEST_F(RunDoctorTest, NothingIsChangedAndNoSecretIsTold) {
