@@ -225,15 +225,16 @@ TEST_F(DoctorProcessTest, AddressInClearTextIsTiedAgain) {
     TieToTheSandbox();
     const SilentPort plain;
     const std::string folder = machine.Folder().Path();
-    machine.Folder().Write(SecurityFolder + "/ombrysecurity.config",
-                           "{\"ssdsUri\": \"http://" + plain.HostAndPort() + "\"}");
-    RunProcess({"touch", machine.Folder() / DatacenterFile});
-    const Verdict verdict = Examine(folder, {"--connect"});
-    EXPECT_EQ(verdict.exitCode, 1);
-    EXPECT_TRUE(verdict.Says("bootstrap.address", "warning")) << verdict.Text();
-    EXPECT_TRUE(verdict.Says("connect.server", "warning")) << verdict.Text();
-    TypeRemedies(folder, verdict, sandbox.Url());
-    EXPECT_TRUE(Examine(folder, {"--connect"}).IsFine());
+    for (const std::string check : {"bootstrap.address", "connect.server"}) {
+        machine.Folder().Write(SecurityFolder + "/ombrysecurity.config",
+                               "{\"ssdsUri\": \"http://" + plain.HostAndPort() + "\"}");
+        RunProcess({"touch", machine.Folder() / DatacenterFile});
+        const Verdict verdict = Examine(folder, {"--connect", "--only", check});
+        EXPECT_EQ(verdict.exitCode, 1);
+        EXPECT_THAT(verdict.Text(), HasSubstr("called in clear text")) << check;
+        TypeRemedies(folder, verdict, sandbox.Url());
+        EXPECT_TRUE(Examine(folder, {"--connect"}).IsFine()) << check;
+    }
 }
 
 TEST_F(DoctorProcessTest, WhoHoldsTheCertificatesIsWaitedFor) {
@@ -257,11 +258,13 @@ TEST_F(DoctorProcessTest, KeyThatCannotBeReadIsSetAsideAndTheClientsEnrolledAnew
     const Words brokenDisk{
         "strace", "-f", "--quiet=all", "-o", "/dev/null", "-P", "./" + key, "-e", "inject=openat:error=EIO"};
     const Words use{"enroll-client", "-n", "c1", "-nn", "c2"};
+    const std::string before = machine.Folder().Read(key);
     const Verdict verdict = Examine(folder, {}, brokenDisk);
     EXPECT_TRUE(verdict.Says("clients.key", "error")) << verdict.Text();
     EXPECT_NE(CopiedMachine(folder).RunBelow(brokenDisk, use).exitCode, 0);
     TypeRemedies(folder, verdict, sandbox.Url());
-    EXPECT_TRUE(std::filesystem::exists(machine.Folder() / (key + ".unreadable")));
+    EXPECT_EQ(machine.Folder().Read(key + ".unreadable"), before);
+    EXPECT_NE(machine.Folder().Read(key), before);
     EXPECT_TRUE(Examine(folder).IsFine()) << Examine(folder).Text();
     ExpectSuccess(machine.Run(use));
 }
@@ -302,7 +305,7 @@ TEST_F(DoctorProcessTest, LostIdentityOfTheMachineIsMadeAnewAndItsClientsToo) {
     const std::string folder = machine.Folder().Path();
     const std::string failure = WithAnEtcOfItsOwn([&] {
         std::filesystem::remove("/etc/machine-id");
-        std::filesystem::create_symlink("nowhere", "/etc/machine-id");
+        std::filesystem::create_symlink("nowhere/at/all", "/etc/machine-id");
         const Words use{"enroll-client", "-n", "c1", "-nn", "c2"};
         const Verdict verdict = Examine(folder);
         EXPECT_TRUE(verdict.Says("clients.key", "error")) << verdict.Text();
