@@ -230,6 +230,7 @@ TEST_F(DamagedStateTruthTest, FoldersThatWereMovedAndALinkLeadsThere) {
         states.push_back({path + " moved, and open to others", [=](const TemporaryDirectory& machine) {
                               MoveBehindALink(machine, path);
                               RunProcess({"chmod", "-R", "a+rwX", machine / "elsewhere"});
+                              if (geteuid() == 0) RunProcess({"chown", "-R", "4711", machine / "elsewhere"});
                           }});
     }
     ExpectTruthOfEach(states);

@@ -1,6 +1,7 @@
 // `configure-bootstrap-url` killed at each change of a file, and with each of its system calls failing in
 // turn.
 
+#include "tests/EndToEnd/Faults/DoctorsWord.h"
 #include "tests/EndToEnd/Faults/Strace.h"
 #include "tests/EndToEnd/Sandbox.h"
 
@@ -58,6 +59,11 @@ protected:
         if (second.joinable()) second.join();
     }
 
+    /// Whichever of the two services the machine is tied to, if it is to one.
+    static void ExpectTruth(const Machine& machine) {
+        DoctorsWord::ExpectTruth(machine, {"enroll-client", "-t", "t", "-nn", "next"});
+    }
+
     /// Each file is the earlier one or the new one, whole. Beside them stands at most one that has not got
     /// its name yet.
     void ExpectWholeFiles(const Machine& machine, bool configured, const std::string& when) const {
@@ -83,8 +89,8 @@ protected:
         EXPECT_EQ(machine.Files(), ConfiguredTree(newer.Url(), "new", newer.Certificate())) << when;
     }
 
-    Sandbox older{Words{"--datacenter", "old=Old"}};
-    Sandbox newer{Words{"--datacenter", "new=New"}};
+    Sandbox older{Words{"--datacenter", "old=Old", "--install-token", "t"}};
+    Sandbox newer{Words{"--datacenter", "new=New", "--install-token", "t"}};
 };
 
 TEST_F(ConfigureBootstrapUrlFaultsTest, KilledAtAnyChangeOfAFileLeavesEachFileWholeAndTheNextRunWorks) {
@@ -99,6 +105,7 @@ TEST_F(ConfigureBootstrapUrlFaultsTest, KilledAtAnyChangeOfAFileLeavesEachFileWh
             EXPECT_TRUE(exitCode == 137 || (IsCountedLoosely && exitCode == 0)) << exitCode << call.line;
             killed += exitCode == 137;
             ExpectWholeFiles(machine, configured, call.line);
+            ExpectTruth(machine);
             ExpectSuccess(machine.Run(Configure()));
             ExpectConfigured(machine, call.line);
         });
@@ -155,6 +162,7 @@ TEST_F(ConfigureBootstrapUrlFaultsTest, AnySystemCallThatFailsEndsInATextOrInSuc
         }
         EXPECT_EQ(outcome.out, "") << call.line;
         ExpectWholeFiles(machine, true, call.line);
+        ExpectTruth(machine);
         ExpectSuccess(machine.Run(Configure()));
         ExpectConfigured(machine, call.line);
     });
@@ -178,6 +186,7 @@ TEST_F(ConfigureBootstrapUrlFaultsTest, NetworkThatIsCutAtAnySendOrReceiveIsSurv
             ExpectException(outcome, "Unable to connect to " + newer.HostAndPort() + " due to error 11");
             EXPECT_EQ(machine.Files(), ConfiguredTree(older.Url(), "old", older.Certificate())) << call.line;
         }
+        ExpectTruth(machine);
     });
 }
 

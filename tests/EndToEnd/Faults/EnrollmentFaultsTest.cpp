@@ -1,6 +1,7 @@
 // The commands of a configured machine, killed at each change of a file that they or their background threads
 // make.
 
+#include "tests/EndToEnd/Faults/DoctorsWord.h"
 #include "tests/EndToEnd/Faults/Strace.h"
 #include "tests/EndToEnd/Sandbox.h"
 
@@ -38,6 +39,7 @@ protected:
             const int exitCode = RunWithFate(machine, call, "signal=KILL", command).exitCode;
             EXPECT_TRUE(exitCode == 137 || exitCode == 0) << exitCode << call.line;
             EXPECT_LE(Temporaries(), MostThreads) << call.line;
+            DoctorsWord::ExpectNothingBroken(machine);
             mend(call);
             // In a cache it stays until the next save there.
             EXPECT_EQ(Temporaries() - Temporaries(Cache), 0) << call.line;
@@ -99,6 +101,7 @@ private:
                 return;
             }
             EXPECT_LE(Temporaries(), MostThreads);
+            DoctorsWord::ExpectNothingBroken(machine);
             mend();
             // In a cache it stays until the next save there.
             EXPECT_EQ(Temporaries() - Temporaries(Cache), 0);
@@ -232,6 +235,7 @@ TEST_F(EnrollmentFaultsTest, EnrollmentThatEndsWellWhateverFailedLeavesCredentia
         const ProcessOutcome outcome = RunWithFate(machine, call, "error=EIO", EnrollClient);
         if (outcome.exitCode == 0) {
             EXPECT_EQ(outcome.error, "") << call.line;
+            DoctorsWord::ExpectNothingBroken(machine);
             const ProcessOutcome use = machine.Run({"unenroll-client-self", "-n", "c1"});
             EXPECT_EQ(use.exitCode, 0) << call.line << use.error;
         } else {

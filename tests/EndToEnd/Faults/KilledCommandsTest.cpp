@@ -1,6 +1,7 @@
 // Each command that changes a machine, ended ahead of each change of a file that it makes: the same on Linux
 // and below Wine.
 
+#include "tests/EndToEnd/Faults/DoctorsWord.h"
 #include "tests/EndToEnd/Faults/Strace.h"
 #include "tests/EndToEnd/Sandbox.h"
 
@@ -42,6 +43,7 @@ protected:
                 return;
             }
             ASSERT_EQ(outcome.exitCode, 137) << outcome.error;
+            DoctorsWord::ExpectTruth(machine, {"enroll-client", "-t", "t", "-nn", "next"});
             mend();
             ExpectNoTemporaries();
         }

@@ -1,5 +1,6 @@
 // A disk without room: what stood on it before is not lost, and the same command works once there is room.
 
+#include "tests/EndToEnd/Faults/DoctorsWord.h"
 #include "tests/EndToEnd/Faults/OwnWindows.h"
 #include "tests/EndToEnd/Sandbox.h"
 #include "tests/Fakes/LeftOut.h"
@@ -96,6 +97,7 @@ protected:
         ExpectException(machine->Run(words), text);
 
         EXPECT_EQ(State(), before) << words[0];
+        DoctorsWord::ExpectNothingBroken(*machine);
         disk->MakeRoom();
         ExpectSuccess(machine->Run(words));
     }
