@@ -174,10 +174,7 @@ public:
         if (!target) return Result::Failure(target.Error());
         const auto folder = FolderToFlush(*target, durability);
         // What cannot be flushed goes all the same: who removes a secret must not find it still there.
-        const auto file = Windows::Open(*target, DELETE | FILE_READ_ATTRIBUTES);
-        if (!file) return Result::Failure(file.Error());
-        if (const Result result = Windows::CheckReplaceable(*file); !result) return result;
-        if (const Result result = Windows::Remove(*file); !result) return result;
+        if (const Result result = RemoveAt(*target); !result) return result;
         return folder ? FlushIfOpen(*folder) : Result::Failure(folder.Error());
     }
 
@@ -224,6 +221,14 @@ private:
         if (!file) return file;
         const Result result = Windows::CheckRegular(*file);
         return result ? std::move(file) : ValueOr<Handle>(result);
+    }
+
+    /// The name goes when this closes the file, and so ahead of any flush of its folder.
+    static Result RemoveAt(const std::wstring& path) {
+        const auto file = Windows::Open(path, DELETE | FILE_READ_ATTRIBUTES);
+        if (!file) return Result::Failure(file.Error());
+        const Result result = Windows::CheckReplaceable(*file);
+        return result ? Windows::Remove(*file) : result;
     }
 
     static Result MakeFolder(const std::wstring& path, Durability durability) {

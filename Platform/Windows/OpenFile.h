@@ -26,8 +26,8 @@ Result CheckReplaceable(const Handle& file);
 /// stays. Where the file system cannot replace an open file, the wait for it is as for a locked one.
 Result RenameTo(const Handle& file, const std::wstring& target);
 
-/// Removes an open file; DELETE access is needed. Its name goes at once, where the file system can do that,
-/// and otherwise with the last handle.
+/// Removes an open file; DELETE access is needed. Its name goes when this handle is closed, where the file
+/// system can do that, and otherwise with the last one.
 Result Remove(const Handle& file);
 
 /// Puts the content of a file or a folder on the disk; write access is needed. A file system that knows no
