@@ -146,7 +146,8 @@ Result Flush(const Handle& file) {
 
 bool MeansUnsupported(int error) {
     return error == ERROR_INVALID_FUNCTION || error == ERROR_NOT_SUPPORTED ||
-           error == ERROR_INVALID_PARAMETER || error == ERROR_CALL_NOT_IMPLEMENTED;
+           error == ERROR_INVALID_PARAMETER || error == ERROR_INVALID_LEVEL ||
+           error == ERROR_CALL_NOT_IMPLEMENTED;
 }
 
 }  // namespace Ombry::Platform::Windows
