@@ -2,6 +2,7 @@
 #include "Platform/ISockets.h"
 #include "Platform/MadeOnce.h"
 #include "Platform/Windows/Api.h"
+#include "Platform/Windows/Utf8.h"
 
 #include <winsock2.h>
 #include <ws2tcpip.h>
@@ -9,6 +10,8 @@
 #include <algorithm>
 #include <limits>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace Ombry::Platform {
 
@@ -50,7 +53,12 @@ struct SocketAddress {
     int length;
 };
 
-AddressEntry EntryOf(const addrinfo& info) {
+/// The narrow form of a call would read the code page of the machine.
+std::optional<std::wstring> WideOrNone(const char* text) {
+    return text ? std::optional(Windows::Wide(text)) : std::nullopt;
+}
+
+AddressEntry EntryOf(const ADDRINFOW& info) {
     AddressEntry entry;
     entry.flags = info.ai_flags;
     entry.family = info.ai_family;
@@ -58,7 +66,7 @@ AddressEntry EntryOf(const addrinfo& info) {
     entry.protocol = info.ai_protocol;
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(info.ai_addr);
     if (bytes) entry.address.assign(bytes, bytes + info.ai_addrlen);
-    if (info.ai_canonname) entry.canonicalName = info.ai_canonname;
+    if (info.ai_canonname) entry.canonicalName = Windows::Utf8(info.ai_canonname);
     return entry;
 }
 
@@ -114,17 +122,20 @@ public:
 
     ValueOr<std::vector<AddressEntry>> GetAddressInfo(const char* host, const char* service,
                                                       const AddressHints& hints) override {
-        addrinfo wanted{};
+        const std::optional<std::wstring> wideHost = WideOrNone(host);
+        const std::optional<std::wstring> wideService = WideOrNone(service);
+        ADDRINFOW wanted{};
         wanted.ai_flags = hints.flags;
         wanted.ai_family = hints.family;
         wanted.ai_socktype = hints.socketType;
         wanted.ai_protocol = hints.protocol;
-        addrinfo* list = nullptr;
-        const int error = getaddrinfo(host, service, &wanted, &list);
+        ADDRINFOW* list = nullptr;
+        const int error = GetAddrInfoW(wideHost ? wideHost->c_str() : nullptr,
+                                       wideService ? wideService->c_str() : nullptr, &wanted, &list);
         if (error != 0) return Result::Failure(error);
-        const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(list, &freeaddrinfo);
+        const std::unique_ptr<ADDRINFOW, decltype(&FreeAddrInfoW)> owner(list, &FreeAddrInfoW);
         std::vector<AddressEntry> entries;
-        for (const addrinfo* info = list; info; info = info->ai_next)
+        for (const ADDRINFOW* info = list; info; info = info->ai_next)
             entries.push_back(EntryOf(*info));
         return entries;
     }
