@@ -390,20 +390,21 @@ TEST_F(EnrollmentTest, RenewedCertificateOfTheSameKeyIsTrusted) {
 /// A service of two instances in two datacenters. The machine belongs to the first.
 class FailOverTest : public testing::Test {
 protected:
-    void Begin(const std::string& fault) {
+    void Begin(const Words& options) {
         state = std::make_shared<TemporaryDirectory>();
-        const Words shared{"--cache-control", AlwaysAsk, "--datacenter", "e=East", "--datacenter", "w=West"};
-        Words first = shared;
-        first.insert(first.end(), {"--fault", fault});
-        Words second = shared;
-        second.insert(second.end(), {"--own-datacenter", "w"});
-        local = std::make_unique<Sandbox>(first, state);
-        remote = std::make_unique<Sandbox>(second, state);
+        local = Serve(options);
+        remote = Serve({"--own-datacenter", "w"});
         machine = std::make_unique<Machine>();
         ExpectSuccess(machine->Run({"configure-bootstrap-url", "-t", "t", "-d", "e", "-r", local->Url()}));
     }
-    ProcessOutcome EnrollClient() const {
-        return machine->Run({"enroll-client", "-u", "admin", "-p", "secret", "-nn", "c1"});
+    void BeginWithFault(const std::string& fault) { Begin({"--fault", fault}); }
+    std::unique_ptr<Sandbox> Serve(Words options) const {
+        options.insert(options.end(),
+                       {"--cache-control", AlwaysAsk, "--datacenter", "e=East", "--datacenter", "w=West"});
+        return std::make_unique<Sandbox>(options, state);
+    }
+    ProcessOutcome EnrollClient(const std::string& name = "c1") const {
+        return machine->Run({"enroll-client", "-u", "admin", "-p", "secret", "-nn", name});
     }
     static std::string Posts(Sandbox& sandbox) {
         std::istringstream log(sandbox.Requests());
@@ -423,7 +424,7 @@ protected:
 
 TEST_F(FailOverTest, RemoteServerTakesOverFromALocalOneThatIsUnwell) {
     for (const char* status : {"408", "410", "500", "502", "503", "504", "507"}) {
-        Begin("/v1/auth/locationawareclients:1:status=" + std::string(status));
+        BeginWithFault("/v1/auth/locationawareclients:1:status=" + std::string(status));
         ExpectSuccess(EnrollClient());
         EXPECT_EQ(Posts(*local), std::string(status) + " ");
         EXPECT_EQ(Posts(*remote), "201 ");
@@ -432,13 +433,27 @@ TEST_F(FailOverTest, RemoteServerTakesOverFromALocalOneThatIsUnwell) {
 
 TEST_F(FailOverTest, RemoteServerTakesOverFromALocalOneThatResets) {
     // Twice: the connection that breaks is tried once more before the server counts as failed.
-    Begin("/v1/auth/locationawareclients:2:reset");
+    BeginWithFault("/v1/auth/locationawareclients:2:reset");
     ExpectSuccess(EnrollClient());
     EXPECT_EQ(Posts(*remote), "201 ");
 }
 
+TEST_F(FailOverTest, RemoteServerTakesOverFromALocalOneWithAnotherKeyWhichIsAskedForNothing) {
+    const HeldPort port;
+    Begin({"--port", port.Text()});
+    ExpectSuccess(EnrollClient("c1"));  // from here on the machine knows both
+    local->Stop();
+    std::filesystem::remove(*state / "identity.pem");  // so it makes itself another
+    local = Serve({"--port", port.Text()});
+
+    ExpectSuccess(EnrollClient("c2"));
+
+    EXPECT_EQ(local->Requests(), "");
+    EXPECT_EQ(Posts(*remote), "201 ");
+}
+
 TEST_F(FailOverTest, StatusThatNoOtherServerCouldMendEndsTheCall) {
-    Begin("/v1/auth/locationawareclients:1:status=400");
+    BeginWithFault("/v1/auth/locationawareclients:1:status=400");
     ExpectException(EnrollClient(),
                     "EnrollClient: unexpected http status 400 body = '" + FaultDocument + "'");
     EXPECT_EQ(Posts(*local), "400 ");
