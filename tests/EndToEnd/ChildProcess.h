@@ -27,6 +27,7 @@ struct ProcessOutcome {
     int exitCode;
     std::string out;
     std::string error;
+    std::string words;  ///< what was run, for whoever reads of a failure
 };
 
 struct ProcessOptions {
@@ -43,6 +44,8 @@ public:
 
     explicit ChildProcess(const std::vector<std::string>& words, const ProcessOptions& options = {})
         : name(words.at(0)) {
+        for (const std::string& word : words)
+            line += word + ' ';
         int outEnds[2];
         int errorEnds[2];
         if (pipe2(outEnds, O_CLOEXEC) != 0 || pipe2(errorEnds, O_CLOEXEC) != 0)
@@ -96,7 +99,7 @@ public:
         if (outcome) return *outcome;
         const int exitCode = Reap();
         JoinReaders();
-        outcome = ProcessOutcome{exitCode, out.text, error.text};
+        outcome = ProcessOutcome{exitCode, out.text, error.text, line};
         return *outcome;
     }
 
@@ -167,6 +170,7 @@ private:
     }
 
     const std::string name;
+    std::string line;  // of words, constant from the start on
     pid_t id = -1;
     std::optional<ProcessOutcome> outcome;
     std::mutex mutex;

@@ -88,14 +88,14 @@ private:
 inline void ExpectSuccess(const ProcessOutcome& outcome, const std::string& out = "") {
     EXPECT_EQ(outcome.error, "");
     EXPECT_EQ(outcome.out, out);
-    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.words;
 }
 
 /// The tool must have ended with -1 and exactly this text on its error stream.
 inline void ExpectFailure(const ProcessOutcome& outcome, const std::string& error) {
     EXPECT_EQ(outcome.error, error);
     EXPECT_EQ(outcome.out, "");
-    EXPECT_EQ(outcome.exitCode, 255);
+    EXPECT_EQ(outcome.exitCode, 255) << outcome.words;
 }
 
 /// The same with the text of an exception.
