@@ -37,8 +37,8 @@ void LeaveNoMemoryBehind() noexcept {
     WerSetFlags(WithoutTheHeap);
 }
 
-/// A library of the system is loaded from the system's folder and never from that of the program, where
-/// whoever filled a folder of downloads may have put another.
+/// What is loaded from here on comes from the system's folder and never from that of the program, where
+/// whoever filled a folder of downloads may have put another. What the program imports was loaded before.
 void LoadFromTheSystemAlone() noexcept {
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
 }
@@ -47,6 +47,7 @@ void LoadFromTheSystemAlone() noexcept {
 /// so that using the stream fails as before; and has the others take bytes as they are.
 void PrepareStandardStreams() noexcept {
     for (int stream = 0; stream <= 2; ++stream) {
+        // What the program was started without is another case, -2: no file takes that number.
         if (_get_osfhandle(stream) == -1) {
             // The lowest free number is the one that was found free.
             const int opened = _open("NUL", (stream == 0 ? _O_WRONLY : _O_RDONLY) | _O_NOINHERIT);

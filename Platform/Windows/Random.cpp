@@ -2,7 +2,6 @@
 #include "Platform/MadeOnce.h"
 #include "Platform/Windows/Api.h"
 
-#include <ntsecapi.h>
 #include <rpc.h>
 
 #include <algorithm>
@@ -13,6 +12,23 @@
 
 namespace Ombry::Platform {
 namespace {
+
+using GenerateRandom = BOOLEAN(WINAPI*)(void* bytes, ULONG count);
+
+/// The system's RtlGenRandom, from the library that has it; null if there is none. What <ntsecapi.h> declares
+/// is imported from the second of these, which refers to the first: the system would look for that when the
+/// program starts, beside the program first. Systems that have not the first have it in the second itself.
+GenerateRandom SystemsGenerator() {
+    static const GenerateRandom generator = []() -> GenerateRandom {
+        for (const wchar_t* name : {L"cryptbase.dll", L"advapi32.dll"}) {
+            const HMODULE library = LoadLibraryExW(name, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+            const FARPROC found = library ? GetProcAddress(library, "SystemFunction036") : nullptr;
+            if (found) return reinterpret_cast<GenerateRandom>(reinterpret_cast<void*>(found));
+        }
+        return nullptr;
+    }();
+    return generator;
+}
 
 class WindowsRandom : public IRandom {
 public:
@@ -25,9 +41,11 @@ public:
     }
 
     Result Bytes(std::span<std::uint8_t> bytes) override {
+        const GenerateRandom generate = SystemsGenerator();
+        if (generate == nullptr) return Result::Failure(ERROR_PROC_NOT_FOUND);
         while (!bytes.empty()) {
             const std::size_t count = std::min<std::size_t>(bytes.size(), std::numeric_limits<ULONG>::max());
-            if (!RtlGenRandom(bytes.data(), static_cast<ULONG>(count))) return Windows::LastError();
+            if (!generate(bytes.data(), static_cast<ULONG>(count))) return Windows::LastError();
             bytes = bytes.subspan(count);
         }
         return Result::Success();
