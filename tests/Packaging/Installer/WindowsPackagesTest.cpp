@@ -81,9 +81,11 @@ TEST_F(WindowsPackagesTest, ToolNeedsNothingButTheSystem) {
     EXPECT_THAT(imported.Lines(),
                 UnorderedElementsAre("advapi32.dll", "crypt32.dll", "kernel32.dll", "msvcrt.dll",
                                      "rpcrt4.dll", "shell32.dll", "ws2_32.dll"));
-    // The security provider is loaded when it is wanted, and there is no other engine.
+    // The security provider is loaded when it is wanted, and there is no other engine; the source of random
+    // bytes likewise, which advapi32 would have looked for beside the program.
     const std::string texts = Shell("strings -n 6 " + tool).output;
-    EXPECT_THAT(texts, HasSubstr("\nSECUR32.DLL\n"));
+    EXPECT_THAT(texts, HasSubstr("\nSCHANNEL.DLL\n"));
+    EXPECT_THAT(Shell("x86_64-w64-mingw32-objdump -p " + tool).output, Not(HasSubstr("SystemFunction036")));
     EXPECT_THAT(texts, Not(HasSubstr("OpenSSL")));
 }
 
@@ -114,7 +116,9 @@ TEST_F(WindowsPackagesTest, InstallsAndGoesWithoutAQuestion_AndLeavesTheStateOfT
     EXPECT_THAT(Windows("reg query " + key).output, HasSubstr("QuietUninstallString"));
 
     const std::string state = OnDrive("ProgramData/Quennet");
-    Shell("mkdir -p '" + state + "' && touch '" + state + "/common.config'");
+    // Of the list of who may do what Wine keeps what the mode of a folder says.
+    EXPECT_EQ(Shell("stat -c %a '" + state + "'").output, "750\n");
+    Shell("touch '" + state + "/common.config'");
     // A second time over the first: nothing is asked either.
     EXPECT_EQ(Windows(installer + " /S").exitCode, 0);
     EXPECT_EQ(Windows("'" + home + "/Uninstall.exe' /S").exitCode, 0);
@@ -132,6 +136,7 @@ TEST_F(WindowsPackagesTest, RemovalLeavesWhatSomebodyElsePutBesideTheTool) {
     Shell("touch '" + home + "/mine.txt'");
     EXPECT_EQ(Windows("'" + home + "/Uninstall.exe' /S").exitCode, 0);
     EXPECT_THAT(Files("'" + home + "'").Lines(), ElementsAre("./mine.txt"));
+    EXPECT_FALSE(std::filesystem::exists(OnDrive("ProgramData/Quennet")));  // which was empty
     std::filesystem::remove_all(home);
 }
 
