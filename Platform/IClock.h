@@ -46,8 +46,8 @@ inline std::int64_t WallSeconds() {
 inline constexpr Duration LongestWait = std::chrono::hours(24 * 10);
 
 /// Waits until `predicate` holds or `length` of steady time has passed, in which sleep of the machine does
-/// not count; the result is what the predicate said last. Whoever makes it true does so under the lock's
-/// mutex and notifies `condition`.
+/// not count on Linux, and does on Windows; the result is what the predicate said last. Whoever makes it true
+/// does so under the lock's mutex and notifies `condition`.
 template <class Predicate>
 bool WaitFor(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, Duration length,
              Predicate predicate) {
