@@ -4,7 +4,8 @@ Tries what was built on a real Windows, and writes one report.
 
 .DESCRIPTION
 Runs each test executable of a folder, then the life of a machine with all eight commands against a service, and looks
-at what this system has and Wine has not: access lists, the certificate store, a file that is held while it is replaced.
+at what this system has and Wine has not: access lists, the certificate store, a file that is held while it is replaced, a
+certificate of another key, libraries beside the tool.
 Nothing here can be run on the machine that builds.
 
   on the Linux machine   ombry-sandbox --address ADDRESS --port 8181
@@ -14,6 +15,8 @@ The state of the commands stands in a folder of its own, but for the certificate
 "OmbrySecurity" and is removed at the end, also where something failed. Where that store holds something already, the
 commands are left out.
 
+.PARAMETER TrustedServer
+HOST:PORT of a server whose chain this machine trusts; without it that is not tried.
 .PARAMETER Programs
 Folder with *_test.exe, Ombry.SecClientConfig.exe and ombry_sec_client_config_here.exe, copied from build/windows-dev.
 .PARAMETER Sandbox
@@ -24,6 +27,7 @@ The file that is written.
 param(
     [string] $Programs = '',
     [string] $Sandbox = '',
+    [string] $TrustedServer = '',
     [string] $User = 'admin',
     [string] $Password = 'secret',
     [string] $Report = ''
@@ -79,6 +83,30 @@ function Run([string] $program, [string[]] $words) {
     return $process.ExitCode
 }
 
+# A program that cannot be started says so by its exit code, and in no box that somebody has to close.
+Add-Type -Namespace Ombry -Name Errors -MemberDefinition '[DllImport("kernel32.dll")] public static extern uint SetErrorMode(uint mode);'
+[Ombry.Errors]::SetErrorMode(1) | Out-Null
+
+# The program that ships, which keeps no state in these commands.
+function Shipped([int] $expected, [string[]] $words) {
+    Say ''
+    Say ('> Ombry.SecClientConfig.exe ' + ($words -join ' '))
+    $code = Run (Join-Path $Programs 'Ombry.SecClientConfig.exe') $words
+    Check "exit code $code, expected $expected" ($code -eq $expected)
+}
+
+# Whether a library beside the tool is loaded in the place of the system's. What is put there is a copy of another one of the
+# system's, without the functions that are wanted: the tool does not start with it, or finds no random bytes.
+function IsTakenFromBeside([string] $library) {
+    $folder = Join-Path $work ('beside-' + $library)
+    New-Item -ItemType Directory -Path $folder | Out-Null
+    Copy-Item -LiteralPath (Join-Path $Programs 'Ombry.SecClientConfig.exe') -Destination $folder
+    Copy-Item -LiteralPath (Join-Path ([Environment]::SystemDirectory) 'version.dll') -Destination (Join-Path $folder $library)
+    # With a service the tool also loads what it wants later; without one it is only started.
+    $words = if ($Sandbox) { @('get-datacenters', '-u', $User, '-p', $Password, '-r', $Sandbox) } else { @('help', 'help') }
+    return (Run (Join-Path $folder 'Ombry.SecClientConfig.exe') $words) -ne 0
+}
+
 function Tool([int] $expected, [string[]] $words) {
     Say ''
     Say ('> Ombry.SecClientConfig ' + ($words -join ' '))
@@ -94,6 +122,10 @@ $identity = New-Object Security.Principal.WindowsPrincipal([Security.Principal.W
 $isAdministrator = $identity.IsInRole([Security.Principal.WindowsBuiltInRole]::Administrator)
 Say "administrator: $isAdministrator"
 
+# The tests that want a server find it by the environment, which the programs get as it is here.
+if ($TrustedServer) { $env:OMBRY_TRUSTED_SERVER = $TrustedServer }
+if ($Sandbox) { $env:OMBRY_SELF_SIGNED_SERVER = ([Uri] $Sandbox).Authority }
+
 $ours = $false  # whether what the store holds came from here
 try {
     foreach ($test in Get-ChildItem -Path $Programs -Filter '*_test.exe' | Sort-Object Name) {
@@ -101,6 +133,19 @@ try {
         Say "== $($test.Name)"
         $code = Run $test.FullName @('--gtest_brief=1')
         Check "$($test.Name) ended with $code" ($code -eq 0)
+    }
+
+    Say ''
+    Say '== the tool that ships'
+    Shipped 0 @('help', 'help')
+    Shipped $failure @('help')
+    if ($Sandbox) { Shipped 0 @('get-datacenters', '-u', $User, '-p', $Password, '-r', $Sandbox) }
+
+    Say ''
+    Say '== libraries beside the tool'
+    Check 'cryptbase.dll is taken from the system alone' (-not (IsTakenFromBeside 'cryptbase.dll'))
+    foreach ($library in 'advapi32.dll', 'crypt32.dll', 'msvcrt.dll', 'rpcrt4.dll', 'shell32.dll', 'ws2_32.dll') {
+        Say ("$library beside the tool is taken: " + (IsTakenFromBeside $library))
     }
 
     if ($Sandbox) {
@@ -147,6 +192,29 @@ try {
             [IO.File]::WriteAllBytes($credentials, $changed)
             Tool $failure @('unenroll-client-self', '-n', 'printer')
             [IO.File]::WriteAllBytes($credentials, $bytes)
+
+            Say ''
+            Say '== another key than the one that was pinned'
+            # Five minutes, in which the tool tries again. The store is given a certificate of this machine's own making under the name of the pinned one.
+            $pinned = $trusted[0]
+            $stranger = New-SelfSignedCertificate -DnsName 'stranger' -CertStoreLocation 'Cert:\LocalMachine\My'
+            try {
+                $public = New-Object Security.Cryptography.X509Certificates.X509Certificate2(, $stranger.RawData)
+                $public.FriendlyName = $pinned.FriendlyName
+                $open = New-Object Security.Cryptography.X509Certificates.X509Store('OmbrySecurity', 'LocalMachine')
+                $open.Open('ReadWrite')
+                try {
+                    $open.Remove($pinned)
+                    $open.Add($public)
+                    Tool $failure @('unenroll-service', '-n', 'printer', '-on', 'printer', '-s', 'v1-print')
+                    $open.Remove($public)
+                    $open.Add($pinned)
+                } finally {
+                    $open.Close()
+                }
+            } finally {
+                Remove-Item -LiteralPath $stranger.PSPath
+            }
 
             Say ''
             Say '== a reader that does not let go while the file is replaced'
