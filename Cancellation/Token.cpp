@@ -47,6 +47,8 @@ Token CreateTimeout(Duration duration) {
 }
 
 Token Link(Token first, Token second) {
+    // With nothing beside it, a state that nobody else holds is as good as one that is linked to it.
+    if (!second.state && first.state.use_count() == 1) return first;
     return Token(std::make_shared<Impl::LinkedTokenState>(std::move(first), std::move(second)));
 }
 

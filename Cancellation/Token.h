@@ -49,6 +49,8 @@ public:
     void Cancel() const;
 
 private:
+    friend Token Link(Token first, Token second);
+
     std::shared_ptr<Impl::TokenState> state;
 };
 

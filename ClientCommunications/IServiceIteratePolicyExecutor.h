@@ -19,7 +19,7 @@ public:
 
     /// Attempts until an answer ends the call, its limits are reached or no server is left; then the last
     /// answer, or the exception of a gateway if there was none. An exception of an attempt that no other
-    /// server can mend passes through.
+    /// server can mend passes through. `attempt` is not called once this has returned or thrown.
     virtual std::shared_ptr<IServiceResponse> Execute(std::shared_ptr<IServiceRequest> request,
                                                       Cancellation::Token token, Attempt attempt) = 0;
 };

@@ -24,11 +24,11 @@ public:
             Replace(*at, value);
             return;
         }
-        Header header{m_Text.size(), name.size(), 0, value.size()};
-        Append(name);
-        header.nValue = m_Text.size();
-        Append(value);
-        m_Headers.insert(at, header);
+        const std::size_t nName = m_Text.size(), nValue = nName + name.size() + 1;
+        m_Text.resize(nValue + value.size() + 1);  // the NULs with it
+        name.copy(m_Text.data() + nName, name.size());
+        value.copy(m_Text.data() + nValue, value.size());
+        m_Headers.insert(at, {nName, name.size(), nValue, value.size()});
     }
 
     void Clear() {
@@ -67,19 +67,14 @@ private:
             m_Headers.begin(), m_Headers.end(), name,
             [this](const Header& header, std::string_view wanted) { return NameOf(header) < wanted; });
     }
-    void Append(std::string_view text) {
-        m_Text.append(text);
-        m_Text.push_back('\0');
-    }
     void Replace(Header& header, std::string_view value) {
         if (value.size() <= header.nValueRoom) {
             value.copy(m_Text.data() + header.nValue, value.size());
             m_Text[header.nValue + value.size()] = '\0';
             return;
         }
-        const std::size_t nValue = m_Text.size();
-        Append(value);
-        header.nValue = nValue;
+        header.nValue = m_Text.size();
+        m_Text.append(value).push_back('\0');
         header.nValueRoom = value.size();
     }
 

@@ -149,12 +149,13 @@ std::uint32_t ZephHttpClientConnection::WriteHead(const char* pMethod, const cha
     char digits[std::numeric_limits<std::uint32_t>::digits10 + 1];
     const char* const pDigitsEnd = std::to_chars(digits, digits + sizeof digits, nLength).ptr;
     std::string_view length(digits, static_cast<std::size_t>(pDigitsEnd - digits));
-    const std::string_view close = m_CloseAsked ? "Connection: close\r\n" : "";
-    const std::string_view framing = m_RequestChunked ? "Transfer-Encoding: chunked" : "Content-Length: ";
+    const std::string_view version =
+        m_CloseAsked ? " HTTP/1.1\r\nConnection: close\r\nHost: " : " HTTP/1.1\r\nHost: ";
+    const std::string_view framing =
+        m_RequestChunked ? "\r\nTransfer-Encoding: chunked" : "\r\nContent-Length: ";
     if (m_RequestChunked) length = {};
-    const std::uint32_t nResult =
-        SetWriteBuffer({pMethod, " ", pUrl, " HTTP/1.1\r\n", close, "Host: ", m_Host, LineEnd, framing,
-                        length, LineEnd, m_PendingHeaders, LineEnd, body});
+    const std::uint32_t nResult = SetWriteBuffer(
+        {pMethod, " ", pUrl, version, m_Host, framing, length, LineEnd, m_PendingHeaders, LineEnd, body});
     m_PendingHeaders.clear();
     return nResult;
 }

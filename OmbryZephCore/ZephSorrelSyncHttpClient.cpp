@@ -57,4 +57,8 @@ const ZephHttpHeaderCopy& ZephSorrelSyncHttpClient::GetResponseHeaders() const {
     return m_Impl->GetResponseHeaders();
 }
 
+ZephHttpHeaderCopy ZephSorrelSyncHttpClient::TakeResponseHeaders() {
+    return m_Impl->TakeResponseHeaders();
+}
+
 }  // namespace OmbryZephCore

@@ -59,6 +59,8 @@ public:
         std::function<void(const std::string& name, const std::string& value)> callback) const;
     /// The same in one piece, for who keeps them: valid until the next request.
     const ZephHttpHeaderCopy& GetResponseHeaders() const;
+    /// The same for the last who asks: the client has none any more.
+    ZephHttpHeaderCopy TakeResponseHeaders();
 
 private:
     std::unique_ptr<ZephSorrelSyncHttpClient_Impl> m_Impl;

@@ -41,7 +41,7 @@ private:
 
 ZephSorrelSyncHttpClient_Impl::ZephSorrelSyncHttpClient_Impl(
     std::shared_ptr<Ombry::LibraryLogger::ILogger> logger, bool bVerbose,
-    ZephSorrelConnectionParameters params, ZephSorrelSyncConnectionPoolIf* pPool)
+    ZephSorrelConnectionParameters&& params, ZephSorrelSyncConnectionPoolIf* pPool)
     : m_Logger(std::move(logger)), m_Parameters(std::move(params)), m_Pool(pPool) {
     if (m_Pool) return;
     m_OwnedPool = std::make_unique<ZephSorrelTrivialSyncConnectionPool>(m_Logger, bVerbose, m_Parameters);

@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace OmbryZephCore {
 
@@ -20,7 +21,7 @@ class ZephSorrelSyncHttpClient_Impl : private ZephHttpResponseHandlerIf,
                                       private ZephHttpNotifierIf {
 public:
     ZephSorrelSyncHttpClient_Impl(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger, bool bVerbose,
-                                  ZephSorrelConnectionParameters params,
+                                  ZephSorrelConnectionParameters&& params,
                                   ZephSorrelSyncConnectionPoolIf* pPool);
 
     void SetHeader(const std::string& name, const std::string& value) { m_RequestHeaders.Set(name, value); }
@@ -33,6 +34,7 @@ public:
     std::uint32_t GetIOResult() const { return m_IOResult; }
     std::uint32_t GetHttpStatus() const { return m_HttpStatus; }
     const ZephHttpHeaderCopy& GetResponseHeaders() const { return m_ResponseHeaders; }
+    ZephHttpHeaderCopy TakeResponseHeaders() { return std::exchange(m_ResponseHeaders, {}); }
     void ForEachResponseHeader(
         const std::function<void(const std::string& name, const std::string& value)>& callback) const;
 

@@ -48,27 +48,26 @@ std::string DirectoryKeyValueStorage::GetEntry(const std::string& entryName) {
 std::shared_ptr<const ReadEntry> DirectoryKeyValueStorage::Reread(const std::string& entryName,
                                                                   std::shared_ptr<const ReadEntry> known) {
     const TimePoint now = Platform::Clock().Now();
-    const Platform::ValueOr<Platform::FileState> state = StateOf(entryName);
+    std::string path;
+    if (!known) path = SafeFileStorage::CommittedPathOf(PathOf(entryName));
+    const Platform::ValueOr<Platform::FileState> state = StateOf(entryName, known ? known->path : path);
     if (state && known && known->state == *state && known->readAt <= now) return known;
     auto entry = std::make_shared<ReadEntry>();
+    entry->path = known ? known->path : std::move(path);
     entry->text = GetEntry(entryName);
     if (state && IsSettled(*state, now)) entry->state = *state;
     entry->readAt = now;
     return entry;
 }
 
-Platform::ValueOr<Platform::FileState> DirectoryKeyValueStorage::StateOf(const std::string& entryName) {
+Platform::ValueOr<Platform::FileState> DirectoryKeyValueStorage::StateOf(const std::string& entryName,
+                                                                         const std::string& path) {
     const KeyReadLock lock(&locks, entryName);
-    return Platform::Files().State(SafeFileStorage::CommittedPathOf(PathOf(entryName)));
+    return Platform::Files().State(path);
 }
 
-/// With room for what tells the two copies apart: an entry's file is looked at by each call.
 std::string DirectoryKeyValueStorage::PathOf(const std::string& entryName) const {
-    constexpr std::size_t suffixLength = 2;
-    std::string path;
-    path.reserve(directory.size() + 1 + entryName.size() + suffixLength);
-    path.append(directory).append("/").append(entryName);
-    return path;
+    return directory + "/" + entryName;
 }
 
 void DirectoryKeyValueStorage::SetByKey(const std::string& key, const std::string& value) {

@@ -13,6 +13,7 @@ namespace Ombry::ClientCommunications {
 struct ReadEntry {
     ~ReadEntry() { Platform::SecureWipe(text); }
 
+    std::string path;  ///< of its file, for the next look
     std::string text;  ///< empty for one that was not there
     /// Of the file that `text` was read from; none if the same state might be that of another text later on.
     std::optional<Platform::FileState> state;
@@ -42,7 +43,7 @@ public:
     std::set<std::string> getEntriesNames() override;
 
 private:
-    Platform::ValueOr<Platform::FileState> StateOf(const std::string& entryName);
+    Platform::ValueOr<Platform::FileState> StateOf(const std::string& entryName, const std::string& path);
     std::string PathOf(const std::string& entryName) const;
 
     const std::string directory;

@@ -66,7 +66,7 @@ std::shared_ptr<IStringServiceResponse> HttpClientServiceGateway::CallForString(
     Private::SyncWriterAdapter adapter(writer);
     BodyLimit limit(adapter);
     DoRequest(*client, url, *request, limit, token);
-    return std::make_shared<StringServiceResponse>(*client, service, std::move(body));
+    return std::make_shared<StringServiceResponse>(*std::move(client), service, std::move(body));
 }
 
 std::shared_ptr<IStreamServiceResponse> HttpClientServiceGateway::CallForStream(
@@ -77,7 +77,7 @@ std::shared_ptr<IStreamServiceResponse> HttpClientServiceGateway::CallForStream(
     GetHttpClient(client, url);
     StreamResponseWriter streamWriter(*client, *writer);
     DoRequest(*client, url, *request, streamWriter, token);
-    return std::make_shared<StreamServiceResponse>(*client, service, streamWriter.GetErrorBody());
+    return std::make_shared<StreamServiceResponse>(*std::move(client), service, streamWriter.GetErrorBody());
 }
 
 /// Makes one where the caller has room for it.

@@ -13,7 +13,7 @@ std::shared_ptr<IStringServiceResponse> ServiceGateway::CallForString(
     std::shared_ptr<IServiceRequest> request, Cancellation::Token token) {
     return std::dynamic_pointer_cast<IStringServiceResponse>(
         Call(request, std::move(token),
-             [request](std::shared_ptr<IServiceGateway> gateway, Cancellation::Token callToken) {
+             [&request](std::shared_ptr<IServiceGateway> gateway, Cancellation::Token callToken) {
                  return gateway->CallForString(request, callToken);
              }));
 }
@@ -23,16 +23,17 @@ std::shared_ptr<IStreamServiceResponse> ServiceGateway::CallForStream(
     Cancellation::Token token) {
     return std::dynamic_pointer_cast<IStreamServiceResponse>(
         Call(request, std::move(token),
-             [request, writer](std::shared_ptr<IServiceGateway> gateway, Cancellation::Token callToken) {
+             [&request, &writer](std::shared_ptr<IServiceGateway> gateway, Cancellation::Token callToken) {
                  return gateway->CallForStream(request, writer, callToken);
              }));
 }
 
-std::shared_ptr<IServiceResponse> ServiceGateway::Call(std::shared_ptr<IServiceRequest> request,
+/// What is handed down lives here, and is not called once this call has ended.
+std::shared_ptr<IServiceResponse> ServiceGateway::Call(const std::shared_ptr<IServiceRequest>& request,
                                                        Cancellation::Token token,
                                                        RequestExecutionDelegate::CallFunction call) {
     RequestExecutionDelegate delegate(request, gatewayFactory, authenticator, std::move(call));
-    return executor->Execute(std::move(request), std::move(token), std::move(delegate));
+    return executor->Execute(request, std::move(token), std::ref(delegate));
 }
 
 }  // namespace Ombry::ClientCommunications

@@ -24,7 +24,7 @@ public:
                                                           Cancellation::Token token) override;
 
 private:
-    std::shared_ptr<IServiceResponse> Call(std::shared_ptr<IServiceRequest> request,
+    std::shared_ptr<IServiceResponse> Call(const std::shared_ptr<IServiceRequest>& request,
                                            Cancellation::Token token,
                                            RequestExecutionDelegate::CallFunction call);
 

@@ -37,6 +37,12 @@ ServiceResponse::ServiceResponse(const OmbryZephCore::ZephSorrelSyncHttpClient& 
       service(std::move(service)),
       headers(client.GetResponseHeaders()) {}
 
+ServiceResponse::ServiceResponse(OmbryZephCore::ZephSorrelSyncHttpClient&& client,
+                                 std::shared_ptr<IService> service)
+    : statusCode(ToStatusCode(client.GetHttpStatus())),
+      service(std::move(service)),
+      headers(client.TakeResponseHeaders()) {}
+
 /// The value of the first header of that name in any case; null without one.
 const char* ServiceResponse::Find(std::string_view name) const {
     const char* found = nullptr;

@@ -21,6 +21,8 @@ class ServiceResponse : public IServiceResponse {
 public:
     /// `client` has finished the request and is not kept.
     ServiceResponse(const OmbryZephCore::ZephSorrelSyncHttpClient& client, std::shared_ptr<IService> service);
+    /// The same of a client that nobody asks for its headers any more.
+    ServiceResponse(OmbryZephCore::ZephSorrelSyncHttpClient&& client, std::shared_ptr<IService> service);
 
     int GetStatusCode() const override { return statusCode; }
     std::shared_ptr<IService> GetService() const override { return service; }
@@ -41,9 +43,9 @@ private:
 template <class ResponseInterface>
 class BodyServiceResponse : public ResponseInterface {
 public:
-    BodyServiceResponse(const OmbryZephCore::ZephSorrelSyncHttpClient& client,
-                        std::shared_ptr<IService> service, std::string body)
-        : response(client, std::move(service)), body(std::move(body)) {}
+    template <class Client>
+    BodyServiceResponse(Client&& client, std::shared_ptr<IService> service, std::string body)
+        : response(std::forward<Client>(client), std::move(service)), body(std::move(body)) {}
 
     int GetStatusCode() const override { return response.GetStatusCode(); }
     std::shared_ptr<IService> GetService() const override { return response.GetService(); }

@@ -278,6 +278,23 @@ TEST_F(TokenTest, CancelOfALinkLeavesItsSourcesAlone) {
     EXPECT_FALSE(second.IsCancelled());
 }
 
+TEST_F(TokenTest, CancelOfALinkWithNothingLeavesASourceThatOthersHoldAlone) {
+    const Token source = CreateCancellable();
+    const Token token = Link(source, Token());
+    token.Cancel();
+    EXPECT_TRUE(token.IsCancelled());
+    EXPECT_FALSE(source.IsCancelled());
+}
+
+TEST_F(TokenTest, LinkOfWhatNobodyElseHoldsWithNothingAllocatesNothing) {
+    Token source = CreateCancellable();
+    const std::size_t before = AllocationsOfThisThread();
+    const Token token = Link(std::move(source), Token());
+    EXPECT_EQ(AllocationsOfThisThread(), before);
+    token.Cancel();
+    EXPECT_EQ(Thrown(token), Cancelled);
+}
+
 TEST_F(TokenTest, CancelOfALinkWinsOverASourceThatHasExpired) {
     const Token token = Link(CreateTimeout(Duration(0)), Token());
 

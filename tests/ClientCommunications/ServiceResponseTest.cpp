@@ -117,6 +117,14 @@ TEST_F(ServiceResponseTest, StaysWhenTheClientGoesOn) {
     EXPECT_EQ(seen, "A1");
 }
 
+TEST_F(ServiceResponseTest, OfAClientThatIsDoneTheHeadersAreTaken) {
+    Answer(201, {{"A", "1"}});
+    const StringServiceResponse response(std::move(client), service, "body");
+    EXPECT_EQ(response.GetStatusCode(), 201);
+    EXPECT_EQ(response.GetHeader("a"), "1");
+    client.ForEachResponseHeader([](const std::string& name, const std::string&) { ADD_FAILURE() << name; });
+}
+
 TEST_F(ServiceResponseTest, AStreamResponseHoldsTheBodyOfTheError) {
     Answer(500);
     EXPECT_EQ(StreamServiceResponse(client, service, "error page").GetBody(), "error page");
