@@ -5,7 +5,6 @@
 #include "tests/EndToEnd/Faults/Strace.h"
 #include "tests/EndToEnd/Sandbox.h"
 
-#include <algorithm>
 #include <functional>
 
 namespace Ombry::Tests {
@@ -23,7 +22,7 @@ protected:
                      const std::function<void(const TracedCall&)>& mend) {
         const auto prepared = [&] {
             // Tokens of an earlier client of the name would be refused, and too young to be renewed.
-            std::filesystem::remove_all(machine.Folder() / (SecurityFolder + "/CS-cpp/cache/c1"));
+            std::filesystem::remove_all(machine.Folder() / (CacheFolder + "/c1"));
             for (const Words& words : prepare)
                 ExpectSuccess(machine.Run(words));
         };
@@ -33,16 +32,16 @@ protected:
                       [](const TracedCall& call) { return call.line.find("O_RDONLY") != std::string::npos; });
         ASSERT_FALSE(calls.empty());
         for (const TracedCall& call : calls) {
+            SCOPED_TRACE(call.line);
             prepared();
             // A background thread may have made one of the changes of the traced run: then this run ends
             // well.
             const int exitCode = RunWithFate(machine, call, "signal=KILL", command).exitCode;
             EXPECT_TRUE(exitCode == 137 || exitCode == 0) << exitCode << call.line;
-            EXPECT_LE(Temporaries(), MostThreads) << call.line;
+            EXPECT_LE(TemporariesOf(machine).size(), MostThreads) << call.line;
             DoctorsWord::ExpectNothingBroken(machine);
             mend(call);
-            // In a cache it stays until the next save there.
-            EXPECT_EQ(Temporaries() - Temporaries(Cache), 0) << call.line;
+            ExpectNoTemporariesBehindTheNextSaves(machine);
         }
     }
 
@@ -71,25 +70,17 @@ protected:
     }
 
 private:
-    /// Files of the machine that have not got their names, all or those below one folder.
-    int Temporaries(const std::string& folder = "") const {
-        const Tree files = machine.Files();
-        return static_cast<int>(std::count_if(files.begin(), files.end(), [&](const auto& entry) {
-            return entry.first.starts_with(folder) && IsTemporary(entry.first);
-        }));
-    }
-
     void KillInBackground(const std::string& path, int least, const std::string& threads,
                           const std::vector<Words>& prepare, const Words& command,
                           const std::function<void()>& mend) {
         for (int number = 1;; ++number) {
             SCOPED_TRACE(path + " " + std::to_string(number));
             ASSERT_LT(number, 100) << "hangs in each run, which is killed as well";
-            std::filesystem::remove_all(machine.Folder() / Cache);
+            std::filesystem::remove_all(machine.Folder() / CacheFolder);
             for (const Words& words : prepare)
                 ExpectSuccess(machine.Run(words));
             // What makes each thread work: no list of the discovery servers, a token that has expired.
-            std::filesystem::remove(machine.Folder() / (Cache + "/v1-service.cache-p"));
+            std::filesystem::remove(machine.Folder() / (CacheFolder + "/v1-service.cache-p"));
             for (const std::string& tokens : {TokensOfAdmin, TokensOfClient})
                 machine.Folder().Write(tokens + "/expired-p", ExpiredToken);
             Words words{OMBRY_TOOL_BACKGROUND, path, std::to_string(number), threads};
@@ -100,25 +91,23 @@ private:
                 EXPECT_GT(number, least);
                 return;
             }
-            EXPECT_LE(Temporaries(), MostThreads);
+            EXPECT_LE(TemporariesOf(machine).size(), MostThreads);
             DoctorsWord::ExpectNothingBroken(machine);
             mend();
-            // In a cache it stays until the next save there.
-            EXPECT_EQ(Temporaries() - Temporaries(Cache), 0);
+            ExpectNoTemporariesBehindTheNextSaves(machine);
         }
     }
 
     /// The command's own, that of the discovery list and that of the tokens; each has one save under way at
     /// the most.
-    static constexpr int MostThreads = 3;
-    static inline const std::string Cache = SecurityFolder + "/CS-cpp/cache";
+    static constexpr std::size_t MostThreads = 3;
     static inline const std::string ExpiredToken =
         R"({"lastRefreshed":"2020-01-01T00:00:00.0000000Z","token":{"token_type":"Bearer","access_token":"x",)"
         R"("expires_in":1,"scope":"x"},"servicename":"x"})";
 
 protected:
-    static inline const std::string TokensOfAdmin = Cache + "/aa_token";
-    static inline const std::string TokensOfClient = Cache + "/c1/aa_token";
+    static inline const std::string TokensOfAdmin = CacheFolder + "/aa_token";
+    static inline const std::string TokensOfClient = CacheFolder + "/c1/aa_token";
 
     const Sandbox sandbox{
         Words{"--install-token", "t", "--cache-control", "max-age=0, stale-while-revalidate=604500"}};

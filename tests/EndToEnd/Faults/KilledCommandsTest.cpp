@@ -2,7 +2,7 @@
 // and below Wine.
 
 #include "tests/EndToEnd/Faults/DoctorsWord.h"
-#include "tests/EndToEnd/Faults/Strace.h"
+#include "tests/EndToEnd/Faults/Leftovers.h"
 #include "tests/EndToEnd/Sandbox.h"
 
 #include <functional>
@@ -12,7 +12,6 @@ namespace {
 
 class KilledCommandsTest : public testing::Test {
 protected:
-    static inline const std::string Caches = SecurityFolder + "/CS-cpp/cache";
     static inline const std::string Component = SecurityFolder + "/Components/c1";
     static inline const std::string Credentials = Component + "/ombrycomponent.config";
     static inline const std::string Record = Component + "/Services/svc.config";
@@ -45,7 +44,7 @@ protected:
             ASSERT_EQ(outcome.exitCode, 137) << outcome.error;
             DoctorsWord::ExpectTruth(machine, {"enroll-client", "-t", "t", "-nn", "next"});
             mend();
-            ExpectNoTemporaries();
+            ExpectNoTemporariesBehindTheNextSaves(machine);
         }
     }
 
@@ -59,14 +58,14 @@ protected:
 
     /// Enrolls the client, without the tokens of an earlier one of the name: the service would refuse them.
     void EnrollAnew() {
-        Forget(Caches + "/c1/aa_token");
+        Forget(CacheFolder + "/c1/aa_token");
         ExpectSuccess(machine.Run(Enroll));
     }
 
     /// Whatever stands of the identity is the whole of one, known to the service or forgotten there.
     void ExpectWholeIdentity() {
         if (!Has(Credentials)) return;
-        Forget(Caches + "/c1/aa_token");
+        Forget(CacheFolder + "/c1/aa_token");
         const ProcessOutcome use = machine.Run({"unenroll-service", "-n", "c1", "-on", "c1", "-s", "none"});
         EXPECT_TRUE(use.exitCode == 0 || use.error.find(" 401") != std::string::npos) << use.error;
     }
@@ -74,13 +73,6 @@ protected:
         if (!Has(Record)) return;
         static const std::regex whole(R"(\{\s+"Version": "1.0",\s+"Guid": "[0-9a-f-]{36}"\s+\})");
         EXPECT_TRUE(std::regex_match(machine.Folder().Read(Record), whole)) << machine.Folder().Read(Record);
-    }
-
-private:
-    /// In a cache a file without its name stays until the next save there.
-    void ExpectNoTemporaries() const {
-        for (const auto& [path, content] : TreeOf(machine.Folder().Path()))
-            EXPECT_FALSE(IsTemporary(path) && !path.starts_with(Caches)) << path;
     }
 };
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/EndToEnd/Faults/Leftovers.h"
 #include "tests/EndToEnd/Machine.h"
 
 #include <algorithm>
@@ -39,11 +40,6 @@ inline std::vector<TracedCall> TraceOf(const Machine& machine, const Words& word
         calls.push_back({name, ++counts[name], line});
     }
     return calls;
-}
-
-/// Whether a path is that of a file that has not got its name yet.
-inline bool IsTemporary(const std::string& path) {
-    return std::regex_search(path, std::regex("/\\.ombry-[0-9a-f]{16}\\.tmp$"));
 }
 
 /// The calls that change the state of the machine, of a run of the tool for Linux.
