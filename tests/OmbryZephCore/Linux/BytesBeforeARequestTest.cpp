@@ -293,7 +293,12 @@ TEST_P(BytesBeforeARequestTest, ARequestTimeoutFollowedByACloseIsNobodysAnswer) 
 
 // --- What a TLS peer may say at any time ---
 
-TEST_P(BytesBeforeARequestTest, WhatIsNoPlainTextLeavesAKeptConnectionUsable) {
+class TlsBytesBeforeARequestTest : public BytesBeforeARequestTest {};
+
+INSTANTIATE_TEST_SUITE_P(Streams, TlsBytesBeforeARequestTest, ::testing::Values(Stream::Tls12, Stream::Tls13),
+                         NameOfStream);
+
+TEST_P(TlsBytesBeforeARequestTest, WhatIsNoPlainTextLeavesAKeptConnectionUsable) {
     const auto act = [](SSL* end) {
         if (SSL_version(end) == TLS1_3_VERSION) {
             SSL_new_session_ticket(end);
@@ -304,7 +309,6 @@ TEST_P(BytesBeforeARequestTest, WhatIsNoPlainTextLeavesAKeptConnectionUsable) {
         }
         SSL_do_handshake(end);
     };
-    if (!Tls()) return;
     for (const bool late : {false, true}) {
         SCOPED_TRACE(late ? "late" : "with the answer");
         answered = {};
