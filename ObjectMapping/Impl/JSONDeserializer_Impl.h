@@ -22,6 +22,8 @@ public:
     JSONDeserializer_Impl& operator=(const JSONDeserializer_Impl&) = delete;
 
     void Begin(const std::string& text) override;
+    /// The same of a text that stays until the end, and is not kept for messages.
+    void BeginOnStayingText(const std::string& text);
     void End() override;
 
     void Field(const char* name, std::wstring& value, bool* present) override;
@@ -62,6 +64,8 @@ private:
     template <class Wire, class T>
     void ReadInteger(const char* name, T& value, bool* present, const char* type, bool (Value::*is)() const,
                      Wire (Value::*get)() const);
+    void StartOver(const std::string& text);
+    void Parse(const std::string& text);
     Lookup Enter(const char* name, bool* present);
     const Value* FindMember(const char* name) const;
     void ReadElements(const char* name, ArrayIf& array, const Value& elements);
@@ -74,8 +78,9 @@ private:
 
     const bool strict;
     Document document;
-    std::string parsed;          ///< the text, overwritten by the strings of the document
-    std::string serialization_;  ///< the text as it came, for messages
+    std::string parsed;                         ///< the text, overwritten by the strings of the document
+    std::string copy;                           ///< of the text that `Begin` was handed, for messages
+    const std::string* serialization_ = &copy;  ///< the text as it came, for messages
     std::vector<ParseContext> contexts;
 };
 

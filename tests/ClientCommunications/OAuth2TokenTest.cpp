@@ -40,7 +40,7 @@ TEST(OAuth2TokenTest, ATokenThatIsSetBackLeavesNothingInTheMemoryThatItFrees) {
     }
 }
 
-// What it reads the token from is a copy of the text, and another one is kept for messages.
+// What it reads the token from is a copy of the text; on the way the token lies on the reader's stack.
 TEST(OAuth2TokenTest, ReadingATokenLeavesNothingOfItInFreedMemory) {
     const std::string secret = "a token too long for a string object";
     const std::string more(100'000, 'x');  // more than the document has room for at first
@@ -68,10 +68,10 @@ TEST(OAuth2TokenTest, AShortTokenLeavesNothingOfItInFreedMemoryEither) {
     EXPECT_EQ(token.accessToken, secret);
 }
 
-TEST(OAuth2TokenTest, AReaderThatBeginsAnewLeavesNothingOfTheTokenBefore) {
+TEST(OAuth2TokenTest, AReaderLeavesNothingOfTheTextThatItWasBegunWith) {
     const std::string secret = "a token too long for a string object";
     const std::string text = R"({"access_token":")" + secret + "\"}";
-    for (const std::string& next : {std::string("{}"), std::string(1'000, ' ') + "{}"}) {
+    for (const std::string& next : {text, std::string("{}"), std::string(1'000, ' ') + "{}"}) {
         const FreedMemory freed(secret);
         auto reader = ObjectMapping::CreateJSONDeserializer(false);
         reader->Begin(text);
