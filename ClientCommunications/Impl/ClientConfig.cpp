@@ -46,6 +46,7 @@ std::shared_ptr<IServiceGateway> ClientConfig::MakeGateway() const {
     ServiceDto dto;
     dto.endpointUrl = parameters.sfsUrl;
     const auto pool = std::make_shared<OmbryZephCore::ZephSorrelSyncConnectionPool>(parameters.logger);
+    pool->SetVerbose(parameters.verbose);
     const auto base = std::make_shared<HttpClientServiceGateway>(std::make_shared<Service>(std::move(dto)),
                                                                  pool, parameters.logger, parameters.verbose);
     if (!parameters.clientName.empty()) {

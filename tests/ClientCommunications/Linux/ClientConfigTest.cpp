@@ -339,6 +339,18 @@ TEST_F(ClientConfigTest, VerboseParametersTraceTheCaptureOfTheCertificate) {
     EXPECT_GT(lines(true), lines(false));
 }
 
+TEST_F(ClientConfigTest, VerboseParametersTraceTheCalls) {
+    const auto logger = std::make_shared<RecordingLogger>();
+    parameters.logger = logger;
+    const auto lines = [&](bool verbose) {
+        parameters.verbose = verbose;
+        logger->Clear();
+        List();
+        return logger->Entries().size();
+    };
+    EXPECT_GT(lines(true), lines(false));
+}
+
 TEST_F(ClientConfigTest, ItsConnectionPoolHasNoThread) {
     const FailingThreads threads(1);
     EXPECT_THAT(List(), SizeIs(2));
