@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <new>
 #include <stdexcept>
 
 namespace Ombry::Tests {
@@ -136,6 +137,32 @@ TEST_F(ServiceIteratePolicyExecutorTest, A404OfABareWebServerMovesOnAndTheServic
     EXPECT_FALSE(MovesOn(ResponseWith(404)));
     EXPECT_FALSE(MovesOn(ResponseWith(404, {{"X-Server", "Microsoft-IIS/10.0"}})));
     EXPECT_FALSE(MovesOn(ResponseWith(403, {{"Server", "Microsoft-IIS/10.0"}})));
+}
+
+/// A 404 whose headers cannot be looked at, or cannot be given, for lack of memory.
+class ResponseWithoutMemory : public PlainResponse {
+public:
+    explicit ResponseWithoutMemory(bool looks) : PlainResponse(404, ""), looks(looks) {}
+    bool HasHeader(const std::string&) const override {
+        if (!looks) throw std::bad_alloc();
+        return true;
+    }
+    std::string GetHeader(const std::string&) const override { throw std::bad_alloc(); }
+
+private:
+    const bool looks;
+};
+
+TEST_F(ServiceIteratePolicyExecutorTest, A404ThatCannotBeLookedAtForLackOfMemoryFailsTheCall) {
+    for (const bool looks : {false, true}) {
+        SCOPED_TRACE(looks);
+        candidates->lines.clear();
+        candidates->Give("a");
+        const Response response =
+            std::static_pointer_cast<IStringServiceResponse>(std::make_shared<ResponseWithoutMemory>(looks));
+        EXPECT_THROW(Execute([&](auto, bool, Token) { return response; }), std::bad_alloc);
+        EXPECT_EQ(candidates->lines, (Lines{"next", "gone"}));
+    }
 }
 
 TEST_F(ServiceIteratePolicyExecutorTest, ASecondServerAnswersForTheFirst) {

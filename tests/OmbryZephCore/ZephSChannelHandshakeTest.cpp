@@ -369,15 +369,19 @@ TEST_F(SChannelHandshakeTest, StreamSizesBeyond32BitsFail) {
     EXPECT_EQ(Inject("server"), -1);
 }
 
-TEST_F(SChannelHandshakeTest, FailsWithoutMemoryForARecord) {
+TEST_F(SChannelHandshakeTest, FailsWithoutMemoryForARecordInEitherBuffer) {
     provider.sizes = {5, 3, 100000, 4, 1};
-    StartClient();
-    provider.steps = {{SecEOk}};
-    const auto before = OmbryZephCore::ZephIOBuffer::ReplaceAllocator(&RefuseEveryAllocation);
-    const std::int32_t result = Inject("server");
-    OmbryZephCore::ZephIOBuffer::ReplaceAllocator(before);
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(Write("x"), -1);
+    for (int fail = 0; fail < 2; ++fail) {
+        StartClient();
+        provider.steps = {{SecEOk}};
+        allocationsLeft = fail;
+        const auto before = OmbryZephCore::ZephIOBuffer::ReplaceAllocator(&RefuseAfterSome);
+        const std::int32_t result = Inject("server");
+        OmbryZephCore::ZephIOBuffer::ReplaceAllocator(before);
+        EXPECT_EQ(result, -1) << fail;
+        EXPECT_EQ(allocationsLeft, -1) << fail;
+        EXPECT_EQ(Write("x"), -1) << fail;
+    }
 }
 
 TEST_F(SChannelHandshakeTest, FailsIfTheStreamSizesCannotBeHad) {

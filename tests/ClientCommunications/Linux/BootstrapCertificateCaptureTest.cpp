@@ -1,4 +1,6 @@
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
+#include "OmbryZephCore/ZephSSLManagerProvider.h"
+#include "OmbryZephCore/ZephSocketConnector.h"
 #include "tests/Fakes/FakeClock.h"
 #include "tests/Fakes/FaultyCertificates.h"
 #include "tests/Fakes/HeldPort.h"
@@ -177,6 +179,40 @@ TEST_F(BootstrapCertificateCaptureTest, ACertificateThatCannotBeKeptCountsAsNotS
     }
     ZephIOBuffer::ReplaceAllocator(previous);
     EXPECT_EQ(failure, "Unable to connect to server.test:8181 due to error 11");
+    EXPECT_EQ(sockets.OpenSockets(), 0u);
+}
+
+/// Cannot make ready for TLS, as where memory lacks for what all connections of a process share.
+class NoContexts : public OmbryZephCore::ZephSSLManagerProviderIf {
+public:
+    static constexpr std::uint32_t Error = 5;
+
+    std::unique_ptr<OmbryZephCore::ZephSSLInitializableManagerIf> MakeManager(
+        const std::shared_ptr<LibraryLogger::ILogger>&, bool) override {
+        class Manager : public OmbryZephCore::ZephSSLInitializableManagerIf {
+        public:
+            std::uint32_t Initialize(const std::string&, bool,
+                                     const OmbryZephCore::ZephCertificateValidator&) override {
+                return Error;
+            }
+            OmbryZephCore::ZephSSLConnectionIf* GetConnection() override { return nullptr; }
+            void ReleaseConnection(OmbryZephCore::ZephSSLConnectionIf*) override {}
+        };
+        return std::make_unique<Manager>();
+    }
+};
+
+TEST_F(BootstrapCertificateCaptureTest, AnEngineThatCannotBeMadeReadyIsAskedForNoHandshake) {
+    NoContexts none;
+    const Platform::Testing::Replace<OmbryZephCore::ZephSSLManagerProviderIf> scope(none);
+    OmbryZephCore::ZephSocketConnector connector(logger);
+    ASSERT_EQ(connector.Connect("server.test", 8181, 3, nullptr, 0), 0u);
+    std::string text;
+    EXPECT_EQ(captureCertificate(connector, "server.test", 15, {}, logger, false, buffer, text),
+              NoContexts::Error);
+    connector.Close();
+
+    EXPECT_EQ(FailureOfCapture(), "Unable to connect to server.test:8181 due to error 11");
     EXPECT_EQ(sockets.OpenSockets(), 0u);
 }
 

@@ -8,8 +8,12 @@
 #include <gmock/gmock.h>
 
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
@@ -17,6 +21,8 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
+#include <iterator>
 #include <set>
 #include <thread>
 
@@ -112,6 +118,31 @@ TEST_F(FilesTest, FullDiskShowsWhenTheReplacementBeginsAlsoWhereTheFileSystemCan
         EXPECT_THAT(Names(), ElementsAre("file"));
         EXPECT_EQ(directory.Read("file"), "old");
     }
+}
+
+/// From now on this thread is told no limit of the process.
+void KeepLimitsFromThisThread() {
+    sock_filter steps[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_prlimit64, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog filter{std::size(steps), steps};
+    ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+    ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter), 0);
+}
+
+TEST_F(FilesTest, LimitThatIsNotToldFailsASaveAtTheStart) {
+    directory.Write("file", "old");
+    int error = 0;
+    std::thread([&] {
+        KeepLimitsFromThisThread();
+        error = files.BeginReplace(directory / "file", 3, Durability::Unsynced).Error();
+    }).join();
+    EXPECT_EQ(error, EPERM);
+    EXPECT_THAT(Names(), ElementsAre("file"));
+    EXPECT_EQ(directory.Read("file"), "old");
 }
 
 TEST_F(FilesTest, SizeBeyondWhatTheSystemAllowsFailsAtTheStart) {
