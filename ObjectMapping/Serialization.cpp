@@ -1,7 +1,5 @@
 #include "ObjectMapping/Serialization.h"
 
-#include "ObjectMapping/Impl/JSONDeserializer_Impl.h"
-
 namespace Ombry::ObjectMapping {
 
 std::string SerializeObject(ObjectIf& object, bool* present) {
@@ -14,10 +12,10 @@ std::string SerializeObject(ObjectIf& object, bool* present) {
 }
 
 void DeserializeObject(ObjectIf& object, const std::string& text, bool* present, bool strict) {
-    Impl::JSONDeserializer_Impl deserializer(strict);
-    deserializer.BeginOnStayingText(text);
-    deserializer.Field(nullptr, object, present);
-    deserializer.End();
+    const std::shared_ptr<Deserializer> deserializer = CreateJSONDeserializer(strict);
+    deserializer->Begin(text);
+    deserializer->Field(nullptr, object, present);
+    deserializer->End();
 }
 
 }  // namespace Ombry::ObjectMapping

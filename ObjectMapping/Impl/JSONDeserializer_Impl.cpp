@@ -51,35 +51,18 @@ bool StoreWholeDouble(const Value& found, T& value) {
 JSONDeserializer_Impl::JSONDeserializer_Impl(bool strict) : strict(strict) {}
 
 JSONDeserializer_Impl::~JSONDeserializer_Impl() {
-    Platform::SecureWipe(parsed);
-    Platform::SecureWipe(copy);
+    Platform::SecureWipe(serialization_);
 }
 
 void JSONDeserializer_Impl::Begin(const std::string& text) {
-    StartOver(text);
-    Platform::SecureWipe(copy);
-    copy = text;
-    Parse(copy);
-}
-
-void JSONDeserializer_Impl::BeginOnStayingText(const std::string& text) {
-    StartOver(text);
-    Parse(text);
-}
-
-void JSONDeserializer_Impl::StartOver(const std::string& text) {
     End();
     if (text.size() > LongestText)
         throw std::runtime_error("ERROR: A text of " + std::to_string(text.size()) +
                                  " bytes is too long to be parsed.");
-}
-
-void JSONDeserializer_Impl::Parse(const std::string& text) {
-    serialization_ = &text;
-    parsed = text;
-    // As a C string: the text ends at its first NUL, whatever stands behind it. Strings stay where they stand
-    // in it, which saves a copy of each byte by byte.
-    document.ParseInsitu(parsed.data());
+    Platform::SecureWipe(serialization_);
+    serialization_ = text;
+    // As a C string: the text ends at its first NUL, whatever stands behind it.
+    document.Parse(serialization_.c_str());
     if (document.HasParseError()) ThrowParseFailed();
     contexts.push_back({{}, -1, &document});
 }
@@ -88,8 +71,6 @@ void JSONDeserializer_Impl::End() {
     contexts.clear();
     // A fresh document, because emptying the old one would keep its memory.
     Document().Swap(document);
-    Platform::SecureWipe(parsed);
-    std::string().swap(parsed);
 }
 
 /// The frame of every overload. `store` checks the type and stores the value; false is a type mismatch.
@@ -271,24 +252,24 @@ void JSONDeserializer_Impl::ThrowParseFailed() const {
     rapidjson::ParseErrorCode code = document.GetParseError();
     // The iterative parser takes a text that opens with one of "}]:," for an empty one. Only the end of the
     // text, a NUL, makes it empty.
-    if (code == rapidjson::kParseErrorDocumentEmpty && (*serialization_)[offset] != '\0')
+    if (code == rapidjson::kParseErrorDocumentEmpty && serialization_[offset] != '\0')
         code = rapidjson::kParseErrorValueInvalid;
     const std::size_t begin = offset > SliceBefore ? offset - SliceBefore : 0;
     throw std::runtime_error("ERROR: Parse failed at offset " + std::to_string(offset) + " due to error '" +
                              rapidjson::GetParseError_En(code) + "' (near '" +
-                             serialization_->substr(begin, offset + SliceAfter - begin) +
-                             "') serialization_='" + *serialization_ + "'");
+                             serialization_.substr(begin, offset + SliceAfter - begin) +
+                             "') serialization_='" + serialization_ + "'");
 }
 
 void JSONDeserializer_Impl::ThrowMissing(const char* name) {
     throw std::runtime_error("ERROR: Missing required field '" + TakePath() + "." + name +
-                             "' serialization_='" + *serialization_ + "'");
+                             "' serialization_='" + serialization_ + "'");
 }
 
 void JSONDeserializer_Impl::ThrowMismatch(const char* type) {
     const std::string path = TakePath();
     throw std::runtime_error(std::string("ERROR: Expected type '") + type + "' when processing '" +
-                             (path.empty() ? "." : path) + "' serialization_='" + *serialization_ + "'");
+                             (path.empty() ? "." : path) + "' serialization_='" + serialization_ + "'");
 }
 
 }  // namespace Impl

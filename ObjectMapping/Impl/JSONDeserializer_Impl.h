@@ -22,8 +22,6 @@ public:
     JSONDeserializer_Impl& operator=(const JSONDeserializer_Impl&) = delete;
 
     void Begin(const std::string& text) override;
-    /// The same of a text that stays until the end, and is not kept for messages.
-    void BeginOnStayingText(const std::string& text);
     void End() override;
 
     void Field(const char* name, std::wstring& value, bool* present) override;
@@ -64,8 +62,6 @@ private:
     template <class Wire, class T>
     void ReadInteger(const char* name, T& value, bool* present, const char* type, bool (Value::*is)() const,
                      Wire (Value::*get)() const);
-    void StartOver(const std::string& text);
-    void Parse(const std::string& text);
     Lookup Enter(const char* name, bool* present);
     const Value* FindMember(const char* name) const;
     void ReadElements(const char* name, ArrayIf& array, const Value& elements);
@@ -78,9 +74,7 @@ private:
 
     const bool strict;
     Document document;
-    std::string parsed;                         ///< the text, overwritten by the strings of the document
-    std::string copy;                           ///< of the text that `Begin` was handed, for messages
-    const std::string* serialization_ = &copy;  ///< the text as it came, for messages
+    std::string serialization_;
     std::vector<ParseContext> contexts;
 };
 

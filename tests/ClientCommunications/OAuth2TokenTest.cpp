@@ -40,7 +40,7 @@ TEST(OAuth2TokenTest, ATokenThatIsSetBackLeavesNothingInTheMemoryThatItFrees) {
     }
 }
 
-// What it reads the token from is a copy of the text; on the way the token lies on the reader's stack.
+// What it reads the token from is a copy of the text, and another one is kept for messages.
 TEST(OAuth2TokenTest, ReadingATokenLeavesNothingOfItInFreedMemory) {
     const std::string secret = "a token too long for a string object";
     const std::string more(100'000, 'x');  // more than the document has room for at first
