@@ -167,6 +167,15 @@ TEST_F(ZephHttpClientConnectionSendTest, ChunkedBodyEndsWithTheTerminatingChunk)
     EXPECT_EQ((Log{"StartWrite 5", "StartWrite 3", "RequestSent"}), log);
 }
 
+TEST_F(ZephHttpClientConnectionSendTest, EndOfABodyWithoutARequestIsTheEndOfNoOther) {
+    EXPECT_EQ(0U, connection.EndBody());
+    EXPECT_TRUE(log.empty());
+    connection.SendRequest("GET", "/", false, &exchange, &exchange, nullptr, false, 0);
+    log.clear();
+    io.CompleteWrite();
+    EXPECT_EQ((Log{"RequestSent"}), log);
+}
+
 TEST_F(ZephHttpClientConnectionSendTest, PieceOfNoBytesIsTheEndOfTheBodyAndIsNeverWritten) {
     Put(true, 0);
     io.CompleteWrite();

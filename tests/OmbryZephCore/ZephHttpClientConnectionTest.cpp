@@ -1,5 +1,8 @@
 #include "OmbryZephCore/ZephHttpClientConnection.h"
+#include "OmbryZephCore/ZephHttpHeaderCopy.h"
 #include "tests/OmbryZephCore/HttpConnectionFixture.h"
+
+#include <utility>
 
 namespace Ombry::Tests {
 namespace {
@@ -277,12 +280,21 @@ TEST_F(ZephHttpClientConnectionTest, ResponseHeadersAreThereWithTheAnswerAndUnti
     EXPECT_STREQ("b", connection.GetResponseHeader("A"));
     EXPECT_EQ(nullptr, connection.GetResponseHeader("a"));
     std::string all;
-    connection.ForEachResponseHeader(
-        [&](const char* name, const char* value) { all += std::string(name) + "=" + value + ";"; });
-    EXPECT_EQ("A=b;Content-Length=0;", all);
+    const auto append = [&](const char* name, const char* value) {
+        all += std::string(name) + "=" + value + ";";
+    };
+    connection.ForEachResponseHeader(append);
+    EXPECT_EQ("A=b;Content-Length=0;", std::exchange(all, ""));
+    ZephHttpHeaderCopy copy;
+    connection.CopyResponseHeaders(copy);
+    copy.ForEach(append);
+    EXPECT_EQ("A=b;Content-Length=0;", std::exchange(all, ""));
     SendGet();
     EXPECT_EQ(nullptr, connection.GetResponseHeader("A"));
-    connection.ForEachResponseHeader([](const char*, const char*) { FAIL(); });
+    connection.ForEachResponseHeader(append);
+    connection.CopyResponseHeaders(copy);
+    copy.ForEach(append);
+    EXPECT_EQ("", all);
 }
 
 TEST_F(ZephHttpClientConnectionTest, MemoryGoesBetweenTwoRequestsAndNotDuringOne) {
