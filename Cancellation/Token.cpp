@@ -12,7 +12,7 @@
 namespace Ombry::Cancellation {
 namespace {
 
-/// A cancellation ends a sleep within this time.
+// A cancellation ends a sleep within this time.
 constexpr Duration SleepSlice = std::chrono::milliseconds(250);
 
 std::uint64_t Ticks(TimePoint time) {

@@ -13,7 +13,7 @@ namespace {
 
 namespace MachineFiles = ClientCommunications::MachineFiles;
 
-/// What stands in the place of the file has to go before the file comes.
+// What stands in the place of the file has to go before the file comes.
 std::string AfterRemoving(const Machine& machine, const std::string& path, const std::string& command) {
     const auto details = Platform::Inspection().Details(path);
     const bool isInTheWay = details && details->kind != Platform::FileKind::File;
@@ -21,7 +21,7 @@ std::string AfterRemoving(const Machine& machine, const std::string& path, const
                                                           : command;
 }
 
-/// The file of the certificate that trust begins with, under the name that its bytes give it; empty for none.
+// The file of the certificate that trust begins with, under the name that its bytes give it; empty for none.
 std::string TrustedFile(const Machine& machine) {
     try {
         const auto certificates = ClientCommunications::getBootstrapCertificates(machine.Parameters());

@@ -28,12 +28,12 @@ using ClientCommunications::FoundServicesDto;
 using ClientCommunications::SafeFileStorage;
 using Platform::FileKind;
 
-/// So many entries take longer to judge than a thread to start.
+// So many entries take longer to judge than a thread to start.
 constexpr std::size_t EntriesWorthAThread = 32;
 
 constexpr const char* const CacheNames[] = {MachineFiles::FinderCache, MachineFiles::TokenCache};
 
-/// A blob of a cache: its two files, where they are, and what its reader gets.
+// A blob of a cache: its two files, where they are, and what its reader gets.
 class Blob {
 public:
     Blob(const Machine& machine, std::string folder, const std::string& name)
@@ -50,19 +50,19 @@ public:
     bool Exists() const { return committed || staged; }
     const std::string& Path() const { return path; }
     std::string Load() const { return SafeFileStorage(path, false).Load(); }
-    /// When the copy that counts was written.
+    // When the copy that counts was written.
     TimePoint Modified() const {
         const bool isWhole = committed && committed->details.kind == FileKind::File;
         return (isWhole || !staged ? committed : staged)->details.modified;
     }
-    /// Something that is no file and takes the place of one; empty for none.
+    // Something that is no file and takes the place of one; empty for none.
     std::string InTheWay() const {
         for (const Entry* entry : {committed, staged}) {
             if (entry && entry->details.kind != FileKind::File) return folder + "/" + entry->name;
         }
         return {};
     }
-    /// Whether what is in the way is where a save begins, which then fails.
+    // Whether what is in the way is where a save begins, which then fails.
     bool IsSaveBlocked() const { return staged && staged->details.kind != FileKind::File; }
     std::string RemoveCommand() const {
         std::string command = "rm -rf --";
@@ -79,10 +79,10 @@ private:
     const Entry* staged = nullptr;
 };
 
-/// A blob, and the folder whose owner it belongs to.
+// A blob, and the folder whose owner it belongs to.
 using CacheEntry = std::pair<const CacheFolder*, Blob>;
 
-/// All blobs of the cache of that name in a folder.
+// All blobs of the cache of that name in a folder.
 void GatherEntries(const Machine& machine, const CacheFolder& folder, const char* cache,
                    std::vector<CacheEntry>& gathered) {
     const std::string path = folder.path + cache;
@@ -123,7 +123,7 @@ Finding Begin(const CacheFolder& folder, const Blob& blob, const Machine& machin
     return finding;
 }
 
-/// What holds for each cache alike. Nothing if the blob is a file that holds something.
+// What holds for each cache alike. Nothing if the blob is a file that holds something.
 std::optional<Finding> JudgePlace(const CacheFolder& folder, const Blob& blob, const Machine& machine,
                                   const std::string& text, const std::string& what) {
     const std::string inTheWay = blob.InTheWay();
@@ -168,7 +168,7 @@ TimePoint AtSecond(long long seconds) {
     return TimePoint(Duration(SecondsToTicks(seconds)));
 }
 
-/// How far a time is away, as a part of a sentence.
+// How far a time is away, as a part of a sentence.
 std::string FromNow(const Machine& machine, TimePoint time) {
     const std::int64_t ahead =
         SaturatingAdd(time.time_since_epoch().count(), -machine.Now().time_since_epoch().count());
@@ -266,8 +266,8 @@ Finding JudgeToken(const Machine& machine, const CacheFolder& folder, const Blob
     return finding;
 }
 
-/// By two threads where there are many: nearly all that the doctor does on such a machine is reading them.
-/// Each takes the next that nobody has, so that one that starts late, or not at all, keeps nobody waiting.
+// By two threads where there are many: nearly all that the doctor does on such a machine is reading them.
+// Each takes the next that nobody has, so that one that starts late, or not at all, keeps nobody waiting.
 template <class Judge>
 Findings JudgeEach(const Machine& machine, const char* cache, const char* none, Judge judge) {
     const std::vector<CacheFolder> folders = CacheFoldersOf(machine);

@@ -22,7 +22,7 @@ using Platform::KeyState;
 
 struct Client {
     std::string name;
-    const Entry* credentials = nullptr;  ///< null for none
+    const Entry* credentials = nullptr;  // null for none
     std::vector<std::string> services = {};
 };
 
@@ -39,7 +39,7 @@ std::string RecordPath(const Machine& machine, const std::string& client, const 
            MachineFiles::ServiceRecord;
 }
 
-/// The names behind the records of a folder. One with a solidus lies in a deeper folder.
+// The names behind the records of a folder. One with a solidus lies in a deeper folder.
 void AddServices(const Machine& machine, const std::string& folder, const std::string& prefix,
                  std::vector<std::string>& services) {
     const std::string_view suffix = MachineFiles::ServiceRecord;
@@ -53,7 +53,7 @@ void AddServices(const Machine& machine, const std::string& folder, const std::s
     }
 }
 
-/// Likewise for the clients. A client's folder that holds nothing any more is none.
+// Likewise for the clients. A client's folder that holds nothing any more is none.
 void AddClients(const Machine& machine, const std::string& folder, const std::string& name,
                 std::vector<Client>& clients) {
     Client client{name};
@@ -77,13 +77,13 @@ std::vector<Client> ClientsOf(const Machine& machine) {
     return clients;
 }
 
-/// Tokens of the client that it was before would be used, and refused, while they are young.
+// Tokens of the client that it was before would be used, and refused, while they are young.
 std::string EnrollCommand(const Machine& machine, const std::string& client) {
     return "rm -rf -- " + Quoted(machine.CachesFolder() + "/" + client + MachineFiles::TokenCache) +
            " && Ombry.SecClientConfig enroll-client -u USER -p PASSWORD -nn " + Quoted(client);
 }
 
-/// Takes away whatever is no file, and then does what makes one.
+// Takes away whatever is no file, and then does what makes one.
 std::string Anew(const std::string& path, const std::string& command) {
     const auto details = Platform::Inspection().Details(path);
     const bool isInTheWay = details && details->kind != FileKind::File;
@@ -108,7 +108,7 @@ std::string MakePrivateCommand(const std::string& path) {
     return (isForeign ? chown : std::string()) + "chmod 600 -- " + Quoted(path);
 }
 
-/// Behind a new identity or a new key all credentials are lost.
+// Behind a new identity or a new key all credentials are lost.
 std::string WithClientsAnew(const Machine& machine, std::string command) {
     const std::string enrollAll = EnrollAllCommand(machine);
     return std::move(command) + (enrollAll.empty() ? "" : " && ") + enrollAll;
@@ -135,7 +135,7 @@ bool CanBeDeciphered(const Machine& machine, const std::string& client) {
     }
 }
 
-/// Why credentials cannot be deciphered with a key that is whole, as far as what else there is tells.
+// Why credentials cannot be deciphered with a key that is whole, as far as what else there is tells.
 struct Cause {
     const char* word;
     const char* text;
@@ -202,7 +202,7 @@ Finding JudgeFailure(const Machine& machine, const Client& client, std::size_t d
     return tell(cause.word, cause.text);
 }
 
-/// The id in a record as the tool takes it, and whether other readers take the record, too.
+// The id in a record as the tool takes it, and whether other readers take the record, too.
 struct Record {
     std::string id;
     bool isWhole = false;
@@ -228,7 +228,7 @@ std::optional<Record> ReadRecord(const Machine& machine, const std::string& clie
     }
 }
 
-/// Searches that are fresh do not show the older registration, which has to go first.
+// Searches that are fresh do not show the older registration, which has to go first.
 std::string EnrollServiceCommand(const Machine& machine, const std::string& client,
                                  const std::string& service) {
     return Anew(RecordPath(machine, client, service),

@@ -18,17 +18,17 @@ namespace {
 using Step = ProbeOutcome::Step;
 
 constexpr Duration Limit = std::chrono::seconds(5);
-/// More than any service has; a list that was damaged could hold a hundred thousand.
+// More than any service has; a list that was damaged could hold a hundred thousand.
 constexpr std::size_t MostServers = 64;
 
 struct Target {
     std::string url;
-    std::string trusted;                  ///< Base64 text of the certificate whose key counts, or empty
-    std::vector<std::string> lists = {};  ///< of discovery servers, that name it
+    std::string trusted;                  // Base64 text of the certificate whose key counts, or empty
+    std::vector<std::string> lists = {};  // of discovery servers, that name it
     bool isBootstrap = false;
 };
 
-/// Base64 text of the certificate that trust begins with; empty if there is none to be read.
+// Base64 text of the certificate that trust begins with; empty if there is none to be read.
 std::string TrustedCertificate(const Machine& machine) {
     try {
         const auto certificates = ClientCommunications::getBootstrapCertificates(machine.Parameters());
@@ -83,7 +83,7 @@ Platform::CertificateContext ContextOf(const std::string& encoded) {
             static_cast<std::uint32_t>(encoded.size())};
 }
 
-/// Whether the tool would go on behind the handshake: with the same comparison.
+// Whether the tool would go on behind the handshake: with the same comparison.
 bool IsTrusted(const std::string& shown, const std::string& trusted) {
     const Platform::CertificateContext context = ContextOf(shown);
     Platform::CertificateContextPointer pointer = &context;
@@ -160,16 +160,16 @@ Finding Judge(const Machine& machine, const Target& target, const ProbeOutcome& 
     return finding;
 }
 
-/// Those whose commands share a list of discovery servers: a client, or users and tokens.
+// Those whose commands share a list of discovery servers: a client, or users and tokens.
 struct Owner {
     std::string name = {};
-    bool usesList = false;    ///< rather than the address of the service alone
-    bool isAnswered = false;  ///< by a server that its commands ask
+    bool usesList = false;    // rather than the address of the service alone
+    bool isAnswered = false;  // by a server that its commands ask
 };
-using Owners = std::map<std::string, Owner>;  ///< by the list
+using Owners = std::map<std::string, Owner>;  // by the list
 
-/// A list serves while it names the address of the service, and with the trusted certificate alone: the
-/// commands throw any other away, and an owner without one has that address and nothing else.
+// A list serves while it names the address of the service, and with the trusted certificate alone: the
+// commands throw any other away, and an owner without one has that address and nothing else.
 Owners OwnersOf(const Machine& machine, const std::vector<Target>& targets, const std::vector<bool>& fails) {
     Owners owners;
     owners[DiscoveryListOf(machine, "")].name = "users and tokens";
@@ -196,7 +196,7 @@ Owners OwnersOf(const Machine& machine, const std::vector<Target>& targets, cons
     return owners;
 }
 
-/// The names of those whose commands ask that server, and get an answer from nobody.
+// The names of those whose commands ask that server, and get an answer from nobody.
 std::vector<std::string> CutOffBy(const Target& target, const Owners& owners) {
     std::vector<std::string> names;
     for (const auto& [list, owner] : owners) {
@@ -208,7 +208,7 @@ std::vector<std::string> CutOffBy(const Target& target, const Owners& owners) {
     return names;
 }
 
-/// A server that fails is a warning where each owner's commands reach another, and critical where none do.
+// A server that fails is a warning where each owner's commands reach another, and critical where none do.
 void Weigh(const std::vector<Target>& targets, const Owners& owners, Findings& findings) {
     for (std::size_t place = 0; place < findings.size(); ++place) {
         Finding& finding = findings[place];

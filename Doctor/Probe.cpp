@@ -18,7 +18,7 @@ namespace {
 using Step = ProbeOutcome::Step;
 using Platform::Sockets;
 
-/// What the threads of the probes and the one that waits for them share, for as long as any of them lives.
+// What the threads of the probes and the one that waits for them share, for as long as any of them lives.
 struct Board {
     std::mutex mutex;
     std::condition_variable changed;
@@ -27,7 +27,7 @@ struct Board {
     std::size_t open = 0;
 };
 
-/// What an action gives, and how long it took.
+// What an action gives, and how long it took.
 template <class Action>
 auto Timed(Duration& length, Action action) {
     const Duration start = Platform::Clock().SteadyNow();
@@ -36,7 +36,7 @@ auto Timed(Duration& length, Action action) {
     return result;
 }
 
-/// One connection. Its thread alone uses it; the outcome goes to the board step by step.
+// One connection. Its thread alone uses it; the outcome goes to the board step by step.
 class Probe {
 public:
     Probe(std::string url, std::size_t place, Duration end, std::shared_ptr<Board> board)
@@ -105,13 +105,13 @@ private:
 
     std::uint16_t Port() const { return ClientCommunications::ParsePort(url.port); }
     Duration Left() const { return end - Platform::Clock().SteadyNow(); }
-    /// Rounded up: a connect that has none must succeed at once.
+    // Rounded up: a connect that has none must succeed at once.
     std::uint32_t SecondsLeft() const {
         const auto seconds = std::chrono::ceil<std::chrono::seconds>(Left()).count();
         return seconds < 1 ? 1 : static_cast<std::uint32_t>(seconds);
     }
 
-    /// False if the time is up.
+    // False if the time is up.
     bool Begin(Step step) {
         outcome.reached = step;
         Show();

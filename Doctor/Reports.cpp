@@ -11,10 +11,10 @@
 namespace Ombry::Doctor {
 namespace {
 
-/// Goes up with each change that a reader of the documents has to know of; the schema says the same.
+// Goes up with each change that a reader of the documents has to know of; the schema says the same.
 constexpr int SchemaVersion = 1;
 
-/// What is certain; nobody knows yet what the user may not see.
+// What is certain; nobody knows yet what the user may not see.
 Findings DecidedOf(const Findings& findings) {
     Findings decided;
     std::copy_if(findings.begin(), findings.end(), std::back_inserter(decided),
@@ -47,7 +47,7 @@ Look LookOf(Severity severity) {
     return {"CRITICAL", "\x1b[1;31m"};
 }
 
-/// The name/value pairs of a finding, as an object.
+// The name/value pairs of a finding, as an object.
 class PairsRecord : public ObjectMapping::ObjectIf {
 public:
     void Map(ObjectMapping::MapperIf& mapper) override {
@@ -115,7 +115,7 @@ const char* NameOf(Status status) {
     return "unknown";
 }
 
-/// The worst of them; what comes first among equals has to be mended first.
+// The worst of them; what comes first among equals has to be mended first.
 const Finding* WorstOf(const Findings& findings) {
     const auto worst = std::max_element(
         findings.begin(), findings.end(),
@@ -123,7 +123,7 @@ const Finding* WorstOf(const Findings& findings) {
     return worst == findings.end() || worst->severity == Severity::Success ? nullptr : &*worst;
 }
 
-/// The smallest number of that name in what a source has found; none if it has found none.
+// The smallest number of that name in what a source has found; none if it has found none.
 std::optional<long long> LeastOf(const Findings& findings, const std::string& source,
                                  const std::string& key) {
     std::optional<long long> least;
@@ -137,7 +137,7 @@ std::optional<long long> LeastOf(const Findings& findings, const std::string& so
     return least;
 }
 
-/// For the line of monitoring, where a bar begins the figures.
+// For the line of monitoring, where a bar begins the figures.
 std::string InOneField(const std::string& text) {
     std::string field = Printable(text);
     std::replace(field.begin(), field.end(), '|', '/');

@@ -17,7 +17,7 @@ struct Options {
     bool json = false;
     bool monitoring = false;
     bool lists = false;
-    std::string help = {};  ///< to be printed, if it is not empty
+    std::string help = {};  // to be printed, if it is not empty
 };
 
 void CheckNames(const Wishes& wishes) {

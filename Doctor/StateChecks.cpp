@@ -16,7 +16,7 @@ namespace MachineFiles = ClientCommunications::MachineFiles;
 using ClientCommunications::SafeFileStorage;
 using Platform::FileKind;
 
-/// Hands over everything of the tool's own, the folders themselves included.
+// Hands over everything of the tool's own, the folders themselves included.
 void ForEach(const Machine& machine,
              const std::function<void(const std::string& path, const Platform::FileDetails&)>& visit) {
     for (const Entry& root : machine.Tree().Roots())
@@ -27,8 +27,8 @@ void ForEach(const Machine& machine,
     }
 }
 
-/// The folders of the tool's own that are there, behind a command that descends and follows no links: those
-/// behind links are named, too, with a solidus that stands for what is behind.
+// The folders of the tool's own that are there, behind a command that descends and follows no links: those
+// behind links are named, too, with a solidus that stands for what is behind.
 std::string WithOwnFolders(const Machine& machine, std::string command) {
     std::set<std::string> links = machine.Tree().Links();
     const auto add = [&](const std::string& path, bool isLink) {
@@ -42,8 +42,8 @@ std::string WithOwnFolders(const Machine& machine, std::string command) {
     return command;
 }
 
-/// The two that are shared with other programs, which may want them to be read. A folder behind a link is
-/// told by a solidus.
+// The two that are shared with other programs, which may want them to be read. A folder behind a link is
+// told by a solidus.
 std::vector<Entry> SharedPlaces(const Machine& machine) {
     Platform::IInspection& inspection = Platform::Inspection();
     std::vector<Entry> places;
@@ -58,7 +58,7 @@ std::vector<Entry> SharedPlaces(const Machine& machine) {
     return places;
 }
 
-/// Everything of a kind, told as one.
+// Everything of a kind, told as one.
 class Summary {
 public:
     void Add(const std::string& path) {
@@ -89,8 +89,8 @@ Finding Obstacle(const Machine& machine, const std::string& path) {
             .remedy = "rm -f -- " + Quoted(path)};
 }
 
-/// The folders of clients' caches and records that something else stands in the place of: what is to be saved
-/// there fails.
+// The folders of clients' caches and records that something else stands in the place of: what is to be saved
+// there fails.
 void AddObstaclesOfClients(const Machine& machine, std::set<std::string>& obstacles) {
     for (const auto& [folder, entries] : machine.Tree().Folders()) {
         if (!folder.starts_with(machine.CachesFolder())) continue;

@@ -19,7 +19,7 @@ bool IsVisible(char c) {
     return c >= ' ' && c <= '~';
 }
 
-/// Bytes that are no visible letters, as bash reads them between $' and '.
+// Bytes that are no visible letters, as bash reads them between $' and '.
 std::string Escaped(const std::string& text) {
     constexpr char digits[] = "0123456789abcdef";
     std::string quoted = "$'";
@@ -36,7 +36,7 @@ std::string Escaped(const std::string& text) {
     return quoted + "'";
 }
 
-/// Through wide text, where `change` is shown each unit.
+// Through wide text, where `change` is shown each unit.
 template <class Change>
 std::string Rewritten(const std::string& text, Change change) {
     Platform::ITextConversion& conversion = Platform::TextConversion();

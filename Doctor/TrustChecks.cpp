@@ -14,7 +14,7 @@
 namespace Ombry::Doctor {
 namespace {
 
-/// What the store gave: certificates, or none because it cannot be read.
+// What the store gave: certificates, or none because it cannot be read.
 using Certificates = std::optional<std::vector<std::string>>;
 
 Certificates ReadStore(const Machine& machine) {
@@ -30,8 +30,8 @@ std::optional<std::int64_t> WriterOf(const Machine& machine) {
     return folder ? Platform::Inspection().LockHolder(*folder) : std::nullopt;
 }
 
-/// A writer removes the old certificate before the new one is there: what is missing while one is at work
-/// may be there a moment later.
+// A writer removes the old certificate before the new one is there: what is missing while one is at work
+// may be there a moment later.
 Certificates ReadBetweenWrites(const Machine& machine) {
     constexpr int mostTries = 20;
     constexpr Duration slice = std::chrono::milliseconds(100);
@@ -45,7 +45,7 @@ Certificates ReadBetweenWrites(const Machine& machine) {
     return certificates;
 }
 
-/// What is no file and stands where a certificate's file would: the new one could not be stored.
+// What is no file and stands where a certificate's file would: the new one could not be stored.
 std::string RemoveWhatIsInTheWay(const Machine& machine) {
     constexpr std::size_t nameLength = 64;  // a fingerprint
     std::string command;
@@ -78,7 +78,7 @@ Finding Missing(const Machine& machine, bool isReadable) {
     return finding;
 }
 
-/// What the dates say; the tool does not look at them.
+// What the dates say; the tool does not look at them.
 void JudgeDates(const Machine& machine, const Platform::CertificateFacts& facts, long long warnDays,
                 Finding& finding) {
     const long long days = DaysBetween(machine.Now(), facts.notAfter);

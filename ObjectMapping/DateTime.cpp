@@ -17,7 +17,7 @@ constexpr bool IsDigit(char byte) {
     return byte >= '0' && byte <= '9';
 }
 
-/// Walks a text from left to right; each step that matches moves it on.
+// Walks a text from left to right; each step that matches moves it on.
 class Matcher {
 public:
     explicit Matcher(std::string_view text) : rest(text) {}
@@ -30,7 +30,7 @@ public:
         return true;
     }
 
-    /// As many digits as there are, which must be `atLeast` to `atMost`.
+    // As many digits as there are, which must be `atLeast` to `atMost`.
     bool Digits(std::size_t atLeast, std::size_t atMost, std::string_view& digits) {
         std::size_t count = 0;
         while (count < rest.size() && IsDigit(rest[count]))
@@ -59,10 +59,10 @@ struct Fields {
     std::string_view fraction;
 };
 
-/// The language is that of the case-insensitive pattern
-///   ([0-9]{4}-[0-9]{1,2}-[0-9]{1,2})[T| ]([0-9]{1,2}:[0-9]{1,2}:[0-9]{1,2})(?:\.([0-9]+))?Z
-/// matched by hand: a regular expression engine that recurses once a character is no match for hostile
-/// lengths. The bar among the separators is part of what is accepted.
+// The language is that of the case-insensitive pattern
+//   ([0-9]{4}-[0-9]{1,2}-[0-9]{1,2})[T| ]([0-9]{1,2}:[0-9]{1,2}:[0-9]{1,2})(?:\.([0-9]+))?Z
+// matched by hand: a regular expression engine that recurses once a character is no match for hostile
+// lengths. The bar among the separators is part of what is accepted.
 bool Match(std::string_view text, Fields& fields) {
     Matcher matcher(text);
     if (!matcher.Number(4, 4, fields.year) || !matcher.OneOf("-")) return false;
@@ -75,8 +75,8 @@ bool Match(std::string_view text, Fields& fields) {
     return matcher.OneOf("Zz") && matcher.AtEnd();
 }
 
-/// A field out of its range is no failure: the fields before the first such field are kept, that one and all
-/// behind it count as 0.
+// A field out of its range is no failure: the fields before the first such field are kept, that one and all
+// behind it count as 0.
 void KeepFieldsInRange(Fields& fields) {
     struct Range {
         int& field;
@@ -94,8 +94,8 @@ void KeepFieldsInRange(Fields& fields) {
     }
 }
 
-/// Seconds since 1970 of fields in UTC, normalised: day 0 is the day before the first of the month, 31 Feb is
-/// in March, second 60 is in the next minute. Month 0 stands for January, as a month that was not read.
+// Seconds since 1970 of fields in UTC, normalised: day 0 is the day before the first of the month, 31 Feb is
+// in March, second 60 is in the next minute. Month 0 stands for January, as a month that was not read.
 std::int64_t ToSeconds(const Fields& fields) {
     const std::chrono::year_month_day first{
         std::chrono::year(fields.year),
@@ -107,7 +107,7 @@ std::int64_t ToSeconds(const Fields& fields) {
     return time.time_since_epoch().count();
 }
 
-/// Only the first seven digits count: the rest is less than a tick.
+// Only the first seven digits count: the rest is less than a tick.
 std::int64_t ToTicks(std::string_view fraction) {
     std::int64_t ticks = 0;
     for (std::size_t i = 0; i < FractionDigits; ++i)
@@ -115,7 +115,7 @@ std::int64_t ToTicks(std::string_view fraction) {
     return ticks;
 }
 
-/// With zeros in front, up to that width.
+// With zeros in front, up to that width.
 void AppendNumber(std::string& text, long long number, std::size_t width) {
     const std::string digits = std::to_string(number);
     text.append(width - std::min(width, digits.size()), '0').append(digits);

@@ -7,8 +7,8 @@
 namespace Ombry::SecClientConfig {
 namespace {
 
-/// The usual URL of a service on a host. A host that holds a ":" is taken to name its own port, IPv6 brackets
-/// included, and the port is not checked.
+// The usual URL of a service on a host. A host that holds a ":" is taken to name its own port, IPv6 brackets
+// included, and the port is not checked.
 std::string MakeUrlOfHost(const std::string& host) {
     const bool hasPort = host.find(':') != std::string::npos;
     return "https://" + ClientCommunications::LowerCase(host) + (hasPort ? "" : ":8181") +

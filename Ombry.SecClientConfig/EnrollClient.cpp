@@ -9,8 +9,8 @@
 namespace Ombry::SecClientConfig {
 namespace {
 
-/// A map from service to roles, as an array of pairs: [["service",["role",...]],...]. The form with colons
-/// that the usage shows does not parse.
+// A map from service to roles, as an array of pairs: [["service",["role",...]],...]. The form with colons
+// that the usage shows does not parse.
 std::map<std::string, std::list<std::string>> ParseRolesPerService(const std::string& text) {
     std::map<std::string, std::list<std::string>> roles;
     const auto deserializer = ObjectMapping::CreateJSONDeserializer(false);

@@ -17,7 +17,7 @@ namespace {
 namespace Communications = ClientCommunications;
 namespace Sfs = ClientCommunications::SfsGateway;
 
-/// Credentials on their way into the store; wiped when they have arrived.
+// Credentials on their way into the store; wiped when they have arrived.
 class NewCredentials : public Communications::IClientCredentials {
 public:
     NewCredentials(std::string name, std::string clientId, std::string clientSecret)
@@ -107,8 +107,8 @@ void EnrollmentManager::EnrollClient(ClientEnrollmentRequest request) {
     store->Save(std::make_shared<NewCredentials>(name, clientId, clientSecret));
 }
 
-/// A first enrolment passes through here too, as a failed `Load`. Whatever goes wrong, the new enrolment goes
-/// on, so that a machine can always be enrolled anew.
+// A first enrolment passes through here too, as a failed `Load`. Whatever goes wrong, the new enrolment goes
+// on, so that a machine can always be enrolled anew.
 void EnrollmentManager::RemoveEarlierEnrollment(Communications::IClientCredentialsStore& store,
                                                 const std::string& name) {
     try {
@@ -168,7 +168,7 @@ void EnrollmentManager::EnrollService(ServiceEnrollmentRequest request) {
     records.Get(name)->Save(ObjectMapping::SerializeObject(record, nullptr));
 }
 
-/// A service is known by name, namespace and host. A deletion that fails ends the command.
+// A service is known by name, namespace and host. A deletion that fails ends the command.
 void EnrollmentManager::RemoveEarlierRegistrations(const std::string& name,
                                                    const std::string& serviceNamespace,
                                                    const std::string& host) {

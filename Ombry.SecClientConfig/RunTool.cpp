@@ -26,13 +26,13 @@ int RunCommand(int argc, char** argv) {
     return found->second->Execute(argc, argv);
 }
 
-/// A list that nobody received, because the disk is full or the reader has gone, is not a success.
+// A list that nobody received, because the disk is full or the reader has gone, is not a success.
 void FlushOutput() {
     if (!std::cout.flush()) throw std::runtime_error("The standard output could not be written.");
 }
 
-/// In one piece, so that lines of processes that share the stream do not mix. Where memory has run out there
-/// may be none left for that either.
+// In one piece, so that lines of processes that share the stream do not mix. Where memory has run out there
+// may be none left for that either.
 void Report(const std::exception& exception) {
     try {
         std::cerr << std::string("Caught exception: ") + exception.what() + "\n";

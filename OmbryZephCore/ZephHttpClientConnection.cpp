@@ -55,8 +55,8 @@ void ZephHttpClientConnection::Reset() {
     m_PendingHeaders.clear();
 }
 
-/// Tells everyone who waits now, each forgotten before it is told; one who sends again from there is not told
-/// for it. Destructors come here, so nothing is allocated.
+// Tells everyone who waits now, each forgotten before it is told; one who sends again from there is not told
+// for it. Destructors come here, so nothing is allocated.
 void ZephHttpClientConnection::EndExchanges(void (ZephHttpRequestNotifierIf::*pReport)()) {
     m_BodyNotifier = nullptr;
     std::size_t nHandlers = m_ResponseHandlers.size();
@@ -142,8 +142,8 @@ std::uint32_t ZephHttpClientConnection::SendRequestWithBody(
     return StartRequest(pResponseHandler, pRequestNotifier);
 }
 
-/// Fills the write buffer with the head and `body`. The lines of `AddHeader` belong to this request alone,
-/// sent or not: they may hold credentials.
+// Fills the write buffer with the head and `body`. The lines of `AddHeader` belong to this request alone,
+// sent or not: they may hold credentials.
 std::uint32_t ZephHttpClientConnection::WriteHead(const char* pMethod, const char* pUrl,
                                                   std::uint32_t nLength, std::string_view body) {
     char digits[std::numeric_limits<std::uint32_t>::digits10 + 1];

@@ -23,8 +23,8 @@ std::uint32_t DigitValue(char digit) {
     return std::numeric_limits<std::uint32_t>::max();
 }
 
-/// A length of the peer's: the digits that `text` begins with, 0 if there are none. No sign, blank or prefix
-/// counts. False if the value needs more than 32 bits.
+// A length of the peer's: the digits that `text` begins with, 0 if there are none. No sign, blank or prefix
+// counts. False if the value needs more than 32 bits.
 bool ParseLength(std::string_view text, std::uint32_t nBase, std::uint32_t& nLength) {
     std::uint64_t value = 0;
     for (const char character : text) {
@@ -37,7 +37,7 @@ bool ParseLength(std::string_view text, std::uint32_t nBase, std::uint32_t& nLen
     return true;
 }
 
-/// Whether the last coding of a Transfer-Encoding is "chunked", in exactly that case.
+// Whether the last coding of a Transfer-Encoding is "chunked", in exactly that case.
 bool IsChunked(const char* pEncodings) {
     if (!pEncodings) return false;
     std::string_view last(pEncodings);
@@ -83,14 +83,14 @@ void ZephHttpClientConnection::CompleteRead(std::uint32_t nBytes) {
     }
 }
 
-/// The peer closed in good order: the end of a body that lasts until then, and a failure anywhere else.
+// The peer closed in good order: the end of a body that lasts until then, and a failure anywhere else.
 void ZephHttpClientConnection::EndOfStream() {
     const bool bBodyEnds = m_ReadUntilClose && m_HaveHead && !m_BodyComplete;
     // Answers that are still awaited behind this one will never come.
     if (!bBodyEnds || ReadBody(false) == Progress::Again) Fail();
 }
 
-/// Works through what is in the read buffer, until a read is under way or a handler holds the flow back.
+// Works through what is in the read buffer, until a read is under way or a handler holds the flow back.
 ZephHttpClientConnection::Progress ZephHttpClientConnection::Receive() {
     Progress progress = Progress::Again;
     while (progress == Progress::Again) {
@@ -105,7 +105,7 @@ ZephHttpClientConnection::Progress ZephHttpClientConnection::Receive() {
     return progress;
 }
 
-/// The headers of an answer stay readable behind its end; they go when the next one is looked for.
+// The headers of an answer stay readable behind its end; they go when the next one is looked for.
 void ZephHttpClientConnection::LeaveCompleteResponse() {
     const bool bComplete =
         m_Chunked ? m_LastChunk && m_TrailerSeen : m_BodyComplete && m_BodyDelivered == m_BodyLength;
@@ -156,7 +156,7 @@ std::uint32_t ZephHttpClientConnection::ProcessHead() {
     return eRC_Success;
 }
 
-/// Whether the head at hand announces the end of the connection.
+// Whether the head at hand announces the end of the connection.
 bool ZephHttpClientConnection::SaysClose() const {
     if (const char* pConnection = m_Parser.GetHeader("Connection"))
         return std::strcmp(pConnection, "close") == 0;  // "Close" asks for nothing
@@ -165,7 +165,7 @@ bool ZephHttpClientConnection::SaysClose() const {
     return std::strcmp(m_Parser.GetVersion(), "HTTP/1.0") == 0;
 }
 
-/// A peer that changes the protocol leaves the connection of no use to the next request, asked for or not.
+// A peer that changes the protocol leaves the connection of no use to the next request, asked for or not.
 std::uint32_t ZephHttpClientConnection::SwitchProtocols() {
     const char* const pUpgrade = m_Parser.GetHeader("Upgrade");
     if (!pUpgrade) return eRC_HTTP_BadResponseHeader;
@@ -180,7 +180,7 @@ std::uint32_t ZephHttpClientConnection::SwitchProtocols() {
     return eRC_Success;
 }
 
-/// A body of known length, or one that lasts until the peer closes. `bContinue` false says that it closed.
+// A body of known length, or one that lasts until the peer closes. `bContinue` false says that it closed.
 ZephHttpClientConnection::Progress ZephHttpClientConnection::ReadBody(bool bContinue) {
     if (!bContinue) {
         m_BodyLength = m_BodyDelivered;
@@ -196,7 +196,7 @@ ZephHttpClientConnection::Progress ZephHttpClientConnection::ReadBody(bool bCont
     return DeliverBody(std::min(nRest, Unread()));
 }
 
-/// Hands out bytes of the body, never one beyond what the peer declared; the first time, only its beginning.
+// Hands out bytes of the body, never one beyond what the peer declared; the first time, only its beginning.
 ZephHttpClientConnection::Progress ZephHttpClientConnection::DeliverBody(std::uint32_t nBytes) {
     if (!m_Informational && !m_BodyStarted) {
         m_BodyStarted = true;
@@ -234,8 +234,8 @@ ZephHttpClientConnection::Progress ZephHttpClientConnection::ReadChunk() {
     return m_LastChunk ? ReadTrailer() : ReadChunkData();
 }
 
-/// The size line. What follows the digits, an extension or anything else, is not looked at; a line without
-/// digits is the last chunk.
+// The size line. What follows the digits, an extension or anything else, is not looked at; a line without
+// digits is the last chunk.
 ZephHttpClientConnection::Progress ZephHttpClientConnection::ReadChunkHeader() {
     const std::size_t offset = Find(LineEnd, 0);
     if (offset == std::string_view::npos) return ReadMore();
@@ -250,7 +250,7 @@ ZephHttpClientConnection::Progress ZephHttpClientConnection::ReadChunkHeader() {
     return bRefused ? Fail() : Progress::Again;
 }
 
-/// A chunk goes out whole, in one call. The line end behind it is stepped over, whatever it is.
+// A chunk goes out whole, in one call. The line end behind it is stepped over, whatever it is.
 ZephHttpClientConnection::Progress ZephHttpClientConnection::ReadChunkData() {
     const std::uint64_t nTotal = std::uint64_t{m_ChunkHeaderLength} + m_BodyLength + LineEnd.size();
     if (Unread() < nTotal) return ReadMore(nTotal);
@@ -262,7 +262,7 @@ ZephHttpClientConnection::Progress ZephHttpClientConnection::ReadChunkData() {
         [&](ZephHttpResponseHandlerIf& handler) { return handler.OnResponseData(m_BodyLength, pData); });
 }
 
-/// Trailer headers are dropped.
+// Trailer headers are dropped.
 ZephHttpClientConnection::Progress ZephHttpClientConnection::ReadTrailer() {
     const std::size_t offset = Find(HeadEnd, m_ChunkHeaderLength - LineEnd.size());
     if (offset == std::string_view::npos) return ReadMore();
@@ -272,7 +272,7 @@ ZephHttpClientConnection::Progress ZephHttpClientConnection::ReadTrailer() {
     return EndResponse([](ZephHttpResponseHandlerIf& handler) { return handler.OnResponseEnd(); });
 }
 
-/// Calls the handler of the answer at hand. If it returned without `ContinueReceive`, the flow stops.
+// Calls the handler of the answer at hand. If it returned without `ContinueReceive`, the flow stops.
 template <class Call>
 ZephHttpClientConnection::Progress ZephHttpClientConnection::CallOldest(Call call) {
     ZephHttpResponseHandlerIf* const pHandler =
@@ -285,8 +285,8 @@ ZephHttpClientConnection::Progress ZephHttpClientConnection::CallOldest(Call cal
     return bHeld ? Progress::Wait : Progress::Again;
 }
 
-/// Takes the handler of the answer at hand out and tells it of the end. The handler may send its next request
-/// from there, so everything is settled before.
+// Takes the handler of the answer at hand out and tells it of the end. The handler may send its next request
+// from there, so everything is settled before.
 template <class Call>
 ZephHttpClientConnection::Progress ZephHttpClientConnection::EndResponse(Call call) {
     ZephHttpResponseHandlerIf* pHandler = nullptr;
@@ -306,7 +306,7 @@ ZephHttpClientConnection::Progress ZephHttpClientConnection::EndResponse(Call ca
     return bMore ? Progress::Again : Progress::Wait;
 }
 
-/// Starts a read behind the unread bytes, with room for `nTotal` unread bytes in all.
+// Starts a read behind the unread bytes, with room for `nTotal` unread bytes in all.
 ZephHttpClientConnection::Progress ZephHttpClientConnection::ReadMore(std::uint64_t nTotal) {
     Compact();
     if (m_ReadFill == m_ReadBuffer.GetLength())
@@ -331,15 +331,15 @@ void ZephHttpClientConnection::Compact() {
     m_Consumed = 0;
 }
 
-/// A connection may stay idle for minutes, and must not keep the room of its greatest chunk meanwhile.
+// A connection may stay idle for minutes, and must not keep the room of its greatest chunk meanwhile.
 void ZephHttpClientConnection::GiveBackLargeBuffer() {
     if (m_ReadBuffer.GetCapacity() <= LargestKeptBuffer || m_ReadPending || Unread() > 0) return;
     Compact();
     m_ReadBuffer.SetLength(ReadStep);  // without memory for the smaller one the larger one stays
 }
 
-/// Offset of `pattern` in the unread bytes, at `nFrom` or behind; npos if it is not there yet. The search
-/// goes on where the last one in vain ended.
+// Offset of `pattern` in the unread bytes, at `nFrom` or behind; npos if it is not there yet. The search
+// goes on where the last one in vain ended.
 std::size_t ZephHttpClientConnection::Find(std::string_view pattern, std::size_t nFrom) {
     const std::size_t overlap = pattern.size() - 1;
     const std::size_t resume = m_Searched > overlap ? m_Searched - overlap : 0;

@@ -6,8 +6,8 @@
 namespace OmbryZephCore {
 namespace {
 
-/// Value of the Host header (RFC 9110, section 7.2). The port is always written, even the default one; an
-/// IPv6 zone means nothing to the peer and is left out.
+// Value of the Host header (RFC 9110, section 7.2). The port is always written, even the default one; an
+// IPv6 zone means nothing to the peer and is left out.
 std::string MakeHostValue(const std::string& host, std::uint16_t nPort) {
     std::string text;
     if (host.find(':') != std::string::npos && host.front() != '[') {
@@ -23,8 +23,8 @@ std::string MakeHostValue(const std::string& host, std::uint16_t nPort) {
     return text;
 }
 
-/// All of the parameters, apart from each other whatever they hold: the texts come last, behind their
-/// lengths.
+// All of the parameters, apart from each other whatever they hold: the texts come last, behind their
+// lengths.
 std::string MakeSessionScope(const ZephSorrelConnectionParameters& params) {
     const ZephCertificateValidation validation = params.GetCertificateValidation();
     const std::string host = params.GetHost(), bindAddress = params.GetBindAddress();

@@ -23,7 +23,7 @@ bool IsBlankOrLineEnd(std::uint8_t byte) {
     return byte <= ' ' && (IsBlank(byte) || byte == '\r' || byte == '\n');
 }
 
-/// TAB is not a separator of the start line.
+// TAB is not a separator of the start line.
 bool IsTokenEnd(std::uint8_t byte) {
     return byte == ' ' || byte == '\r' || byte == '\n';
 }
@@ -36,14 +36,14 @@ const char* Text(const std::uint8_t* pAt) {
     return reinterpret_cast<const char*>(pAt);
 }
 
-/// Ends the text that begins at `pStart` at `pEnd`, and cuts the blanks and line ends in front of that.
+// Ends the text that begins at `pStart` at `pEnd`, and cuts the blanks and line ends in front of that.
 void EndTrimmed(std::uint8_t* pStart, std::uint8_t* pEnd) {
     *pEnd = 0;
     while (pEnd > pStart && IsBlankOrLineEnd(pEnd[-1]))
         *--pEnd = 0;
 }
 
-/// Decimal digits up to the first other byte; saturates.
+// Decimal digits up to the first other byte; saturates.
 std::uint32_t ReadDecimal(const std::uint8_t* pAt, const std::uint8_t* pEnd) {
     constexpr std::uint64_t limit = std::numeric_limits<std::uint32_t>::max();
     std::uint64_t value = 0;
@@ -105,8 +105,8 @@ void ZephHttpHeaderParser::CopyHeaders(ZephHttpHeaderCopy& to) const {
     to.m_Headers = m_Headers;
 }
 
-/// The first bytes of a name, up to its end, as a number that is ordered as they are. `nReadable`: bytes that
-/// may be read from there, the NUL behind the name among them.
+// The first bytes of a name, up to its end, as a number that is ordered as they are. `nReadable`: bytes that
+// may be read from there, the NUL behind the name among them.
 std::uint64_t ZephHttpHeaderParser::StartOf(const char* pName, std::size_t nReadable) {
     std::uint64_t nStart = 0;
     if (nReadable >= sizeof nStart && std::endian::native == std::endian::little) {
@@ -121,7 +121,7 @@ std::uint64_t ZephHttpHeaderParser::StartOf(const char* pName, std::size_t nRead
     return nStart;
 }
 
-/// As `strcmp` of two names that begin alike.
+// As `strcmp` of two names that begin alike.
 int ZephHttpHeaderParser::CompareRest(const Header& left, const Header& right) const {
     constexpr std::uint32_t nCompared = sizeof left.nNameStart;
     if ((left.nNameStart & 0xFF) == 0) return 0;  // both end within these bytes
@@ -134,8 +134,8 @@ bool ZephHttpHeaderParser::ParseHead() {
     return true;
 }
 
-/// Puts the headers in the order of their names. Of equal names the first stays, which lies lowest in the
-/// copy.
+// Puts the headers in the order of their names. Of equal names the first stays, which lies lowest in the
+// copy.
 void ZephHttpHeaderParser::SortHeaders() {
     if (m_Headers.size() > FewHeaders) {
         std::sort(m_Headers.begin(), m_Headers.end(), [this](const Header& left, const Header& right) {
@@ -162,7 +162,7 @@ void ZephHttpHeaderParser::SortHeaders() {
     m_Headers.erase(last, m_Headers.end());
 }
 
-/// Of two names that begin alike: whether the first comes behind the second.
+// Of two names that begin alike: whether the first comes behind the second.
 bool ZephHttpHeaderParser::IsBehind(const Header& left, const Header& right) const {
     const int nOrder = CompareRest(left, right);
     return nOrder != 0 ? nOrder > 0 : left.nName > right.nName;
@@ -193,8 +193,8 @@ bool ZephHttpHeaderParser::ParseRequestLine() {
     return true;
 }
 
-/// "http://host/path" becomes "/path". Only `m_Url` moves: the end of the token is still looked for from its
-/// beginning.
+// "http://host/path" becomes "/path". Only `m_Url` moves: the end of the token is still looked for from its
+// beginning.
 void ZephHttpHeaderParser::ReduceAbsoluteUrl() {
     constexpr std::size_t schemeLength = 7;
     const char* pUrl = Text(m_Cursor);
@@ -234,7 +234,7 @@ bool ZephHttpHeaderParser::ParseStatusLine() {
     return true;
 }
 
-/// The lines up to the empty one, and that one.
+// The lines up to the empty one, and that one.
 bool ZephHttpHeaderParser::ParseHeaderLines() {
     // To the compiler a byte that is written could be any member's.
     std::uint8_t* const pBegin = m_Begin;
@@ -267,7 +267,7 @@ bool ZephHttpHeaderParser::ParseHeaderLines() {
     return true;
 }
 
-/// The line end behind a line and its continuation lines; null if the data ends first.
+// The line end behind a line and its continuation lines; null if the data ends first.
 std::uint8_t* ZephHttpHeaderParser::FindEndOfLines(std::uint8_t* pAt, const std::uint8_t* pEnd) {
     for (;; ++pAt) {
         pAt = static_cast<std::uint8_t*>(std::memchr(pAt, '\r', static_cast<std::size_t>(pEnd - pAt)));
@@ -298,7 +298,7 @@ bool ZephHttpHeaderParser::SkipBlanks() {
     return m_Cursor < m_End || Fail();
 }
 
-/// Ends a token of the request line; more must follow.
+// Ends a token of the request line; more must follow.
 bool ZephHttpHeaderParser::EndToken() {
     *m_Cursor++ = 0;
     return m_Cursor < m_End || Fail();

@@ -64,7 +64,7 @@ const char* ZephSChannelConnection::StepName() const {
     return m_Role == RoleServer ? "AcceptSecurityContext" : "InitializeSecurityContextA";
 }
 
-/// A server asks on its first round for what it wants, and later for what it got.
+// A server asks on its first round for what it wants, and later for what it got.
 std::uint32_t ZephSChannelConnection::StepFlags() const {
     if (m_Role != RoleServer) return NextStepFlagsOfClient;
     return m_ContextValid ? m_ContextAttributes : FirstStepFlagsOfServer;
@@ -115,7 +115,7 @@ const SecBuffer* ZephSChannelConnection::FindExtra(const TokenExchange& exchange
     return nullptr;
 }
 
-/// What a provider leaves over is always the end of what it was offered; its pointer to it is not always set.
+// What a provider leaves over is always the end of what it was offered; its pointer to it is not always set.
 void ZephSChannelConnection::KeepTail(std::uint32_t nPosition, std::uint32_t nCount) {
     std::uint8_t* pData = m_ReadBuffer.GetData();
     std::memmove(pData + nPosition, pData + m_ReadFill - nCount, nCount);

@@ -35,7 +35,7 @@ std::string HexadecimalLines(const std::uint8_t* pBytes, std::uint32_t nBytes) {
     return text;
 }
 
-/// The smaller of what a caller named and what there is; a negative count is none.
+// The smaller of what a caller named and what there is; a negative count is none.
 std::uint32_t AtMost(std::int32_t nBytes, std::uint32_t nAvailable) {
     return nBytes <= 0 ? 0 : std::min(static_cast<std::uint32_t>(nBytes), nAvailable);
 }
@@ -44,7 +44,7 @@ std::int32_t Count(std::uint32_t nBytes) {
     return static_cast<std::int32_t>(nBytes);  // never above what a caller named in 31 bits
 }
 
-/// Takes `nBytes` off the front of a buffer that holds `nFill`.
+// Takes `nBytes` off the front of a buffer that holds `nFill`.
 void DropFront(std::uint8_t* pData, std::uint32_t nBytes, std::uint32_t& nFill) {
     nFill -= nBytes;
     if (nFill != 0 && nBytes != 0) std::memmove(pData, pData + nBytes, nFill);
@@ -94,7 +94,7 @@ std::int32_t ZephSChannelConnection::read_plaintext(std::uint8_t* pBuffer, std::
     return DeliverPlaintext(pBuffer, AtMost(nBytes, m_PlaintextLength));
 }
 
-/// Empty records end without an outcome and leave less input: the caller asks again.
+// Empty records end without an outcome and leave less input: the caller asks again.
 ZephSChannelConnection::Outcome ZephSChannelConnection::DecryptNextRecord() {
     if (m_ReadFill == 0) {
         m_NeedInput = true;
@@ -143,7 +143,7 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::ActOnRecord(const Decryp
     return std::nullopt;
 }
 
-/// A data buffer that does not lie within what was offered is a failure of the provider.
+// A data buffer that does not lie within what was offered is a failure of the provider.
 bool ZephSChannelConnection::TakePlaintext(const SecBuffer& data) {
     std::uint8_t* pFront = m_ReadBuffer.GetData();
     const auto nOffset =
@@ -154,7 +154,7 @@ bool ZephSChannelConnection::TakePlaintext(const SecBuffer& data) {
     return true;
 }
 
-/// Moves what the provider left over right behind the plaintext.
+// Moves what the provider left over right behind the plaintext.
 void ZephSChannelConnection::KeepExtra(const SecBuffer* pExtra, const char* reason) {
     if (pExtra) {
         LogCall(m_Logger, Reading, 0, "got extra buffer with ", pExtra->cbBuffer, " bytes. ", reason);
@@ -169,9 +169,9 @@ std::int32_t ZephSChannelConnection::ActOnPeerClose(const SecBuffer* pExtra, con
     return 0;
 }
 
-/// A request of the peer's is answered with a first flight of our own, which leaves with the next output;
-/// the answer to a request of ours, or a client's first flight, carries the new handshake on at once. A
-/// count of plaintext is never the outcome.
+// A request of the peer's is answered with a first flight of our own, which leaves with the next output;
+// the answer to a request of ours, or a client's first flight, carries the new handshake on at once. A
+// count of plaintext is never the outcome.
 std::int32_t ZephSChannelConnection::ActOnRenegotiation(const SecBuffer* pExtra) {
     KeepExtra(pExtra, "(SEC_I_RENEGOTIATE)");
     if (!m_Renegotiating && m_Role != RoleServer) {

@@ -18,7 +18,7 @@ constexpr std::uint32_t FirstStepFlagsOfClient =
     IscReqStream | IscReqUseSuppliedCreds | IscReqConfidentiality;  // 0x8090
 constexpr std::uint32_t RenegotiateFlags = 32;
 
-/// A certificate of the provider's, given back on every way out, an exception of a validator included.
+// A certificate of the provider's, given back on every way out, an exception of a validator included.
 class CertificateHolder {
 public:
     explicit CertificateHolder(CertificateContextPointer certificate) : certificate(certificate) {}
@@ -67,8 +67,8 @@ std::int32_t ZephSChannelConnection::InitializeAsServer(CredHandle* pCredentials
     return 0;
 }
 
-/// A provider that is ready at once is taken at its word: no certificate is asked for here, and without
-/// stream sizes nothing can be written.
+// A provider that is ready at once is taken at its word: no certificate is asked for here, and without
+// stream sizes nothing can be written.
 std::int32_t ZephSChannelConnection::FinishFirstStep(TokenExchange& exchange, SECURITY_STATUS nStatus) {
     m_Handshaking = true;
     switch (nStatus) {
@@ -116,8 +116,8 @@ std::int32_t ZephSChannelConnection::ContinueInitIfNecessary() {
     return m_Handshaking ? 0 : 1;
 }
 
-/// Offers all input that is waiting. A provider that took a part and made no token yet is asked again with
-/// the rest, as long as it takes something each time: otherwise it waits for more.
+// Offers all input that is waiting. A provider that took a part and made no token yet is asked again with
+// the rest, as long as it takes something each time: otherwise it waits for more.
 ZephSChannelConnection::Outcome ZephSChannelConnection::ExchangeTokens(TokenExchange& exchange,
                                                                        SECURITY_STATUS& nStatus) {
     for (;;) {
@@ -154,7 +154,7 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::JudgeStep(SECURITY_STATU
     return -1;
 }
 
-/// Whether the provider took any of what it was offered.
+// Whether the provider took any of what it was offered.
 bool ZephSChannelConnection::ConsumeStepInput(const TokenExchange& exchange) {
     const SecBuffer* pExtra = FindExtra(exchange);
     const std::uint32_t nExtra = pExtra ? std::min(pExtra->cbBuffer, exchange.nOffered) : 0;

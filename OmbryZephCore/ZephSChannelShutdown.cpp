@@ -50,8 +50,8 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::SendClose() {
     return std::nullopt;
 }
 
-/// The provider finds the peer's close only in an input that ends with it, so the input is offered one byte
-/// longer each time, from nothing up to all that is waiting.
+// The provider finds the peer's close only in an input that ends with it, so the input is offered one byte
+// longer each time, from nothing up to all that is waiting.
 std::int32_t ZephSChannelConnection::AwaitPeerClose() {
     std::uint32_t nOffered = 0;
     while (!m_PeerClosed) {
@@ -88,7 +88,7 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::OfferForClose(std::uint3
     return std::nullopt;
 }
 
-/// A step that took nothing counts as one that lacks input, or it would be repeated for ever.
+// A step that took nothing counts as one that lacks input, or it would be repeated for ever.
 ZephSChannelConnection::Outcome ZephSChannelConnection::OfferOneMore(std::uint32_t& nOffered) {
     if (nOffered < m_ReadFill - m_PlaintextLength) {
         ++nOffered;
@@ -98,7 +98,7 @@ ZephSChannelConnection::Outcome ZephSChannelConnection::OfferOneMore(std::uint32
     return 0;
 }
 
-/// Removes what the provider took of an offer that may be shorter than the input; returns its bytes.
+// Removes what the provider took of an offer that may be shorter than the input; returns its bytes.
 std::uint32_t ZephSChannelConnection::DropOffered(const TokenExchange& exchange) {
     const SecBuffer* pExtra = FindExtra(exchange);
     const std::uint32_t nConsumed =

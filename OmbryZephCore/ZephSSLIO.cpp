@@ -119,7 +119,7 @@ bool ZephSSLIO::TakeEngine() {
     return true;
 }
 
-/// Callers of StartSSL and StopSSL have no transfer of their own that could report the failure.
+// Callers of StartSSL and StopSSL have no transfer of their own that could report the failure.
 std::uint32_t ZephSSLIO::EndControlCall(std::uint32_t nResult) {
     if (nResult != eRC_Success) {
         HandleFatalError();
@@ -185,7 +185,7 @@ void ZephSSLIO::UnRegisterIOCompletionHandler() {
     m_Terminating = false;
 }
 
-/// Whether there was a task, queued or running; a queued one is taken out of the queue.
+// Whether there was a task, queued or running; a queued one is taken out of the queue.
 bool ZephSSLIO::CancelOrFindTask() {
     {
         std::lock_guard lock(m_NotifyMutex);
@@ -259,14 +259,14 @@ void ZephSSLIO::ExpectSilenceUntilSent() {
     m_Silence = Silence::UntilWritten;
 }
 
-/// The first bytes of a write were taken. What lies in m_WriteBuffer leaves before them.
+// The first bytes of a write were taken. What lies in m_WriteBuffer leaves before them.
 void ZephSSLIO::NoteWritten() {
     if (m_Silence != Silence::UntilWritten) return;
     m_Silence = Silence::UntilSent;
     m_AheadOfRequest = m_WriteFill;
 }
 
-/// The layer below has sent this much.
+// The layer below has sent this much.
 void ZephSSLIO::NoteSent(std::uint32_t nBytes) {
     if (m_Silence != Silence::UntilSent) return;
     if (nBytes <= m_AheadOfRequest) {
@@ -298,9 +298,9 @@ void ZephSSLIO::OnDrained() {
     SchedulePendingNotifications();
 }
 
-/// The engine may hold output that was made since the write began: the body of a small request, whose head is
-/// what is about to leave. What does not fit behind that, the completion of the write fetches. An engine
-/// never goes before its last write has ended.
+// The engine may hold output that was made since the write began: the body of a small request, whose head is
+// what is about to leave. What does not fit behind that, the completion of the write fetches. An engine
+// never goes before its last write has ended.
 ZephIOCompletionHandlerIf::WriteTail ZephSSLIO::TakeWriteTail() {
     std::lock_guard lock(m_Mutex);
     if (m_State != eState_On || !m_WriteInProgress || !m_Connection->IsOutputBlocked()) return {};
@@ -373,13 +373,13 @@ ZephSSLIO::Completion ZephSSLIO::TakeCompletion(std::uint32_t nTaskType, bool bS
     return ContinueSSL() == eRC_Success ? Completion::Handled : Completion::Fatal;
 }
 
-/// Notes the end of a transfer of the layer below; whether this stage had started it for itself.
+// Notes the end of a transfer of the layer below; whether this stage had started it for itself.
 bool ZephSSLIO::EndTransfer(std::uint32_t nTaskType) {
     return std::exchange(nTaskType == TaskTypeRead ? m_ReadInProgress : m_WriteInProgress, false);
 }
 
-/// A read that was started for the engine and completes with TLS off: its bytes lie in m_ReadBuffer, not with
-/// the user, who may be waiting for them.
+// A read that was started for the engine and completes with TLS off: its bytes lie in m_ReadBuffer, not with
+// the user, who may be waiting for them.
 ZephSSLIO::Completion ZephSSLIO::TakeLateRead(bool bSuccess, std::uint32_t nBytes) {
     if (IsClosed()) return Completion::Handled;
     if (bSuccess) m_ReadFill += std::min(nBytes, m_ReadBuffer.GetLength() - m_ReadFill);
@@ -441,7 +441,7 @@ void ZephSSLIO::DoTask() {
     Ombry::LibraryLogger::LogCall(logger, Name, 0, "exiting.  sessionid = ", nSessionId);
 }
 
-/// False while the task runs on another thread.
+// False while the task runs on another thread.
 bool ZephSSLIO::BeginTask() {
     std::lock_guard lock(m_NotifyMutex);
     if (m_TaskRunning) return false;
@@ -476,7 +476,7 @@ ZephSSLIO::Finished ZephSSLIO::TakeFinished() {
     return finished;
 }
 
-/// At most one read and one write completion, in this order, and then the answer to a drain request.
+// At most one read and one write completion, in this order, and then the answer to a drain request.
 void ZephSSLIO::Notify(const Finished& finished) {
     ZephIOCompletionHandlerIf* pHandler = finished.pHandler;
     if (finished.read.Exists()) {

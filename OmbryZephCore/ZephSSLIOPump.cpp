@@ -17,7 +17,7 @@ constexpr const char* PumpName = "OmbryZephCore::ZephSSLIO::ContinueSSL";
 constexpr const char* PendingName = "OmbryZephCore::ZephSSLIO::StartPendingIO";
 constexpr std::uint32_t GrowthForUnprocessed = 1024;
 
-/// The engine counts in signed 32-bit numbers.
+// The engine counts in signed 32-bit numbers.
 std::int32_t Capped(std::uint32_t nBytes) {
     return static_cast<std::int32_t>(
         std::min<std::uint32_t>(nBytes, std::numeric_limits<std::int32_t>::max()));
@@ -25,9 +25,9 @@ std::int32_t Capped(std::uint32_t nBytes) {
 
 }  // namespace
 
-/// 0, or the code of a fatal error. An engine may keep output that read_plaintext or shutdown made without a
-/// count, and only the next round fetches it; so it takes two rounds in a row in which nothing moved to show
-/// that the engine has nothing more to give, whatever it says.
+// 0, or the code of a fatal error. An engine may keep output that read_plaintext or shutdown made without a
+// count, and only the next round fetches it; so it takes two rounds in a row in which nothing moved to show
+// that the engine has nothing more to give, whatever it says.
 std::uint32_t ZephSSLIO::ContinueSSL() {
     if (!TakeBuffers()) return eRC_OutOfMemory;
     bool bIdle = false;
@@ -50,7 +50,7 @@ std::uint32_t ZephSSLIO::ContinueSSL() {
     return m_Handler ? StartPendingIO() : eRC_Success;
 }
 
-/// Those that an idle connection gave back.
+// Those that an idle connection gave back.
 bool ZephSSLIO::TakeBuffers() {
     const auto take = [](ZephIOBuffer& buffer) {
         return buffer.GetLength() != 0 || buffer.SetLength(BufferLength) == eRC_Success;
@@ -100,7 +100,7 @@ ZephSSLIO::Next ZephSSLIO::MovePlaintext(Round& round) {
     return afterWrite == Next::Decide ? next : afterWrite;
 }
 
-/// Once per user read: it completes as soon as any bytes were decrypted.
+// Once per user read: it completes as soon as any bytes were decrypted.
 ZephSSLIO::Next ZephSSLIO::ReadPlaintext(Round& round) {
     if (!m_UserRead.IsOpen()) return Next::Decide;
     const std::int32_t nRead = m_Connection->read_plaintext(m_UserRead.pBuffer, Capped(m_UserRead.nBytes));
@@ -133,21 +133,21 @@ ZephSSLIO::Next ZephSSLIO::WritePlaintext(Round& round) {
     return Next::Again;
 }
 
-/// The beginning of a record cannot be told from the beginning of data, so it counts as such. On a connection
-/// that has carried no request yet it is left alone: there is no answer that it could be the surplus of, and
-/// servers send tickets right behind their handshake, which a read may cut.
+// The beginning of a record cannot be told from the beginning of data, so it counts as such. On a connection
+// that has carried no request yet it is left alone: there is no answer that it could be the surplus of, and
+// servers send tickets right behind their handshake, which a read may cut.
 bool ZephSSLIO::IsSilenceBroken() {
     return m_Silence != Silence::Over && m_CarriedRequest && m_State == eState_On && m_Connection &&
            m_Connection->HasUnread();
 }
 
-/// The layer below is left for good: whoever began the request repeats it elsewhere, so it must not leave.
+// The layer below is left for good: whoever began the request repeats it elsewhere, so it must not leave.
 void ZephSSLIO::RefuseUnasked() {
     Trace(PumpName, "bytes came ahead of the request -- reporting a fatal error.  sessionid = ");
     m_NextLayer->UnRegisterIOCompletionHandler();
 }
 
-/// The engine saw a close.
+// The engine saw a close.
 ZephSSLIO::Next ZephSSLIO::BeginStop(Round& round) {
     m_State = eState_Stopping;
     round.bMoved = true;
@@ -165,8 +165,8 @@ ZephSSLIO::Next ZephSSLIO::ShutDownEngine(Round& round) {
     return Next::Again;
 }
 
-/// The engine stays until its shutdown is complete and all that it gave was sent: releasing it earlier would
-/// lose its close alert, or put clear text in front of it.
+// The engine stays until its shutdown is complete and all that it gave was sent: releasing it earlier would
+// lose its close alert, or put clear text in front of it.
 ZephSSLIO::Next ZephSSLIO::ContinueStop(Round& round) {
     if (!m_Connection->IsShutdownComplete()) return ShutDownEngine(round);
     if (m_WriteFill != 0) return Next::Decide;
@@ -183,10 +183,10 @@ ZephSSLIO::Next ZephSSLIO::ContinueStop(Round& round) {
     return Next::Off;
 }
 
-/// Bytes that the engine was given and did not need follow its close alert and belong to the channel. The
-/// buffer grows only as far as the engine holds such bytes, which is at most what was injected into it.
-/// With a read of the layer below still running no close was seen, and what the engine holds is the beginning
-/// of a record whose rest nobody will decrypt: it goes with the engine.
+// Bytes that the engine was given and did not need follow its close alert and belong to the channel. The
+// buffer grows only as far as the engine holds such bytes, which is at most what was injected into it.
+// With a read of the layer below still running no close was seen, and what the engine holds is the beginning
+// of a record whose rest nobody will decrypt: it goes with the engine.
 bool ZephSSLIO::TakeBackUnprocessed() {
     if (m_ReadInProgress) return true;
     for (;;) {
@@ -205,8 +205,8 @@ bool ZephSSLIO::MoreOutputFits() {
     return !m_WriteInProgress && m_WriteFill < m_WriteBuffer.GetLength() && m_Connection->IsOutputBlocked();
 }
 
-/// TLS has just gone off: open transfers go on in clear text. Behind the guard they are complete instead, and
-/// DoPendingNotifications says so.
+// TLS has just gone off: open transfers go on in clear text. Behind the guard they are complete instead, and
+// DoPendingNotifications says so.
 std::uint32_t ZephSSLIO::HandOverOpenTransfers() {
     if (IsClosed()) {
         m_ReadFill = 0;
@@ -243,7 +243,7 @@ std::uint32_t ZephSSLIO::StartPendingWrite() {
     return nResult;
 }
 
-/// Only when the engine says so: an idle TLS stream has no read pending, and the loop that runs it can end.
+// Only when the engine says so: an idle TLS stream has no read pending, and the loop that runs it can end.
 std::uint32_t ZephSSLIO::StartPendingRead() {
     if (m_ReadInProgress || !m_Connection || !m_Connection->WantsCiphertext()) return eRC_Success;
     const std::uint32_t nRoom = m_ReadBuffer.GetLength() - m_ReadFill;

@@ -12,7 +12,7 @@ using Ombry::Platform::SecurityProvider;
 
 namespace {
 
-/// A failure may carry the number 0, which as a result would say success.
+// A failure may carry the number 0, which as a result would say success.
 std::uint32_t FailureCode(int nError) {
     return nError != 0 ? static_cast<std::uint32_t>(nError) : std::uint32_t{eRC_Fail};
 }

@@ -19,8 +19,8 @@ struct ZephSorrelSyncConnectionPool::SharedState {
         std::int64_t nReturnedAt;  // seconds of the wall clock
         std::unique_ptr<PoolConnection> pConnection;
     };
-    /// The connections of one destination, the newest at the back, with room for those that are lent: they go
-    /// back without a search, and without taking memory.
+    // The connections of one destination, the newest at the back, with room for those that are lent: they go
+    // back without a search, and without taking memory.
     struct Queue {
         std::vector<ZephIdleConnection> idle;
         std::size_t nLent = 0;
@@ -99,21 +99,21 @@ void ZephSorrelSyncConnectionPool::SharedState::Evict(bool bAll, std::int64_t nN
     }
 }
 
-/// The queue of these parameters, new if there is none; m_Mutex is held.
+// The queue of these parameters, new if there is none; m_Mutex is held.
 ZephSorrelSyncConnectionPool::SharedState::Queues::iterator ZephSorrelSyncConnectionPool::SharedState::Find(
     const ZephSorrelConnectionParameters& params) {
     if (m_Latest == m_Idle.end() || !(m_Latest->first == params)) m_Latest = m_Idle.try_emplace(params).first;
     return m_Latest;
 }
 
-/// m_Mutex is held.
+// m_Mutex is held.
 ZephSorrelSyncConnectionPool::SharedState::Queues::iterator ZephSorrelSyncConnectionPool::SharedState::Erase(
     Queues::iterator home) {
     if (m_Latest == home) m_Latest = m_Idle.end();
     return m_Idle.erase(home);
 }
 
-/// A connection is lent no more; m_Mutex is held.
+// A connection is lent no more; m_Mutex is held.
 void ZephSorrelSyncConnectionPool::SharedState::Leave(Queues::iterator home) {
     --home->second.nLent;
     if (home->second.nLent == 0 && home->second.idle.empty()) Erase(home);

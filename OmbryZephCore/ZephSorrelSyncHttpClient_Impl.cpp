@@ -12,9 +12,9 @@ constexpr const char* DoRequestName = "OmbryZephCore::ZephSorrelSyncHttpClient_I
 
 }  // namespace
 
-/// Guards one request and its connection. On every way out an exchange that did not end well is cut off while
-/// the client still lives, since the stack holds pointers to it; then the settings are reset and the
-/// connection goes back.
+// Guards one request and its connection. On every way out an exchange that did not end well is cut off while
+// the client still lives, since the stack holds pointers to it; then the settings are reset and the
+// connection goes back.
 class ZephSorrelSyncHttpClient_Impl::RequestScope {
 public:
     explicit RequestScope(ZephSorrelSyncHttpClient_Impl& client) : m_Client(client) {}
@@ -97,7 +97,7 @@ std::uint32_t ZephSorrelSyncHttpClient_Impl::DoRequest(const std::string& method
     return nResult;
 }
 
-/// Sizes the buffer for pieces of the body; a body of unknown length is sent chunked.
+// Sizes the buffer for pieces of the body; a body of unknown length is sent chunked.
 std::uint32_t ZephSorrelSyncHttpClient_Impl::PrepareBody(bool& bChunked, std::uint32_t& nLength) {
     // Without a reader nobody asks for the buffer: a client that only gets things never takes memory for it.
     if (!m_Reader && m_BodyBuffer.GetLength() == 0) return eRC_Success;
@@ -136,8 +136,8 @@ std::uint32_t ZephSorrelSyncHttpClient_Impl::JudgeExchange() {
     return m_HttpStatus >= 200 && m_HttpStatus <= 299 ? eRC_Success : eRC_HTTP_StatusFailure;
 }
 
-/// Calls the reader or the writer, which are not ours and may throw: no exception may cross the stages, so it
-/// is kept and ends the exchange.
+// Calls the reader or the writer, which are not ours and may throw: no exception may cross the stages, so it
+// is kept and ends the exchange.
 template <class Call>
 std::uint32_t ZephSorrelSyncHttpClient_Impl::CallOut(Call call) {
     try {

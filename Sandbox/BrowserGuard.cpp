@@ -14,7 +14,7 @@ std::string Lower(std::string text) {
     return text;
 }
 
-/// A host and perhaps a port (RFC 3986, section 3.2) without the port.
+// A host and perhaps a port (RFC 3986, section 3.2) without the port.
 std::string WithoutPort(const std::string& authority) {
     const std::size_t colon = authority.rfind(':');
     const std::size_t bracket = authority.rfind(']');

@@ -26,7 +26,7 @@ std::string NewId() {
     return text;
 }
 
-/// Where the authorisation of a request by name and secret failed.
+// Where the authorisation of a request by name and secret failed.
 void RefuseBasic(httplib::Response& response) {
     response.set_header("WWW-Authenticate", "Basic realm=\"sandbox\"");
     SendError(response, 401, "invalid_client", "Name or secret is wrong.");
@@ -50,7 +50,7 @@ constexpr Member ServiceMembers[] = {
     {"ttlSeconds", Shape::Number}, {"status", Shape::Text},          {"serviceProps", Shape::Array},
 };
 
-/// The body as a JSON object whose members fit; answers itself if it is none.
+// The body as a JSON object whose members fit; answers itself if it is none.
 bool ParseBody(const httplib::Request& request, httplib::Response& response, rapidjson::Document& body,
                std::span<const Member> members) {
     if (!ParseObject(request, response, body)) return false;
@@ -60,7 +60,7 @@ bool ParseBody(const httplib::Request& request, httplib::Response& response, rap
     return false;
 }
 
-/// The host of a base URL as it was made here: between "://" and the last colon before the path.
+// The host of a base URL as it was made here: between "://" and the last colon before the path.
 std::string HostOf(const std::string& baseUrl) {
     const std::size_t begin = baseUrl.find("://") + 3;
     const std::string authority = baseUrl.substr(begin, baseUrl.find('/', begin) - begin);
@@ -94,7 +94,7 @@ std::span<const Calls::Call> Calls::All() {
     return All;
 }
 
-/// The name in a Basic header whose password or secret is right.
+// The name in a Basic header whose password or secret is right.
 std::optional<std::string> Calls::CheckBasic(const Request& request, bool forUsers) {
     const auto basic = ParseBasic(request);
     if (!basic) return std::nullopt;
@@ -123,7 +123,7 @@ void Calls::IssueClientToken(const Request& request, Response& response) {
     IssueToken(request, response, false);
 }
 
-/// RFC 6749, section 4.4, with the name of the service as a parameter of the system's own.
+// RFC 6749, section 4.4, with the name of the service as a parameter of the system's own.
 void Calls::IssueToken(const Request& request, Response& response, bool forUsers) {
     const auto name = CheckBasic(request, forUsers);
     if (!name) return RefuseBasic(response);
@@ -157,7 +157,7 @@ void Calls::IssueToken(const Request& request, Response& response, bool forUsers
     });
 }
 
-/// Who calls, by a Bearer token for the service; answers 401 itself.
+// Who calls, by a Bearer token for the service; answers 401 itself.
 std::optional<Calls::Caller> Calls::Authenticate(const Request& request, Response& response,
                                                  const std::string& serviceName) {
     const std::string token = ParseBearer(request);
@@ -176,7 +176,7 @@ std::optional<Calls::Caller> Calls::Authenticate(const Request& request, Respons
     return std::nullopt;
 }
 
-/// Users and the install token may do everything; answers 403 itself.
+// Users and the install token may do everything; answers 403 itself.
 bool Calls::HasRight(const Caller& caller, const std::string& right, Response& response) const {
     if (caller.kind != Caller::Kind::Client) return true;
     const auto& rights = options.clientRights;
@@ -279,7 +279,7 @@ void Calls::DeleteService(const Request& request, Response& response) {
     response.status = 200;
 }
 
-/// What needs no token: where the discovery service and the authorization service are.
+// What needs no token: where the discovery service and the authorization service are.
 void Calls::FindOpen(const Request& request, Response& response) {
     const std::string name = request.matches[1];
     if (name != "ssds" && name != "aa")
@@ -302,7 +302,7 @@ void Calls::FindSecure(const Request& request, Response& response) {
     SendFound(request, response, found);
 }
 
-/// The running instances of this service, under one of its names.
+// The running instances of this service, under one of its names.
 std::vector<ServiceRecord> Calls::OwnServices(const std::string& name) {
     std::vector<ServiceRecord> services;
     for (const InstanceRecord& instance : state.Instances()) {
@@ -319,7 +319,7 @@ std::vector<ServiceRecord> Calls::OwnServices(const std::string& name) {
     return services;
 }
 
-/// Services of the caller's datacenter are local; a caller that names none stands beside this instance.
+// Services of the caller's datacenter are local; a caller that names none stands beside this instance.
 void Calls::SendFound(const Request& request, Response& response,
                       const std::vector<ServiceRecord>& services) {
     std::string datacenter = request.get_header_value("Datacenter-Id");

@@ -26,7 +26,7 @@ struct End {
 
 using AskForEnd = int (*)(int, sockaddr*, socklen_t*);
 
-/// One end of a connection; no port if the number is no socket or has no such end.
+// One end of a connection; no port if the number is no socket or has no such end.
 End EndOf(int socket, AskForEnd ask) {
     sockaddr_storage storage{};
     socklen_t length = sizeof storage;

@@ -148,8 +148,8 @@ void HttpConnection::get_local_ip_and_port(std::string& address, int& port) cons
     FindOwnEnd(descriptor, address, port);
 }
 
-/// Stands before what the TLS library does with the socket. It receives until a record, or the handshake, is
-/// whole, and would let each byte take as long as the socket allows.
+// Stands before what the TLS library does with the socket. It receives until a record, or the handshake, is
+// whole, and would let each byte take as long as the socket allows.
 long HttpConnection::RefuseWhenLate(BIO* bio, int operation, const char*, std::size_t, int, long, int result,
                                     std::size_t*) {
     const auto& connection = *reinterpret_cast<const HttpConnection*>(BIO_get_callback_arg(bio));
@@ -166,7 +166,7 @@ bool HttpConnection::IsLate() const {
     return Platform::Clock().SteadyNow() > deadline;
 }
 
-/// Whether anything came.
+// Whether anything came.
 bool HttpConnection::ReceiveMore() {
     const std::size_t old = buffer.size();
     buffer.resize(old + ReceiveSize);

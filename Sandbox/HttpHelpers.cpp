@@ -39,7 +39,7 @@ bool IsEqualIgnoringCase(std::string_view left, std::string_view right) {
     });
 }
 
-/// What an Authorization header says behind its scheme, whose case does not matter (RFC 9110, section 11.1).
+// What an Authorization header says behind its scheme, whose case does not matter (RFC 9110, section 11.1).
 std::optional<std::string> CredentialsOf(const httplib::Request& request, std::string_view scheme) {
     const std::string value = request.get_header_value("Authorization");
     const std::size_t blank = value.find(' ');
@@ -53,7 +53,7 @@ bool IsListOfTexts(const rapidjson::Value& value) {
                                           [](const rapidjson::Value& element) { return element.IsString(); });
 }
 
-/// A member that is not set is sent as null.
+// A member that is not set is sent as null.
 bool Fits(const rapidjson::Value& value, Shape shape) {
     if (value.IsNull()) return true;
     switch (shape) {

@@ -18,7 +18,7 @@
 namespace Ombry::Sandbox {
 namespace {
 
-/// Blocks the signals that end the service in every thread, so that one thread can wait for them.
+// Blocks the signals that end the service in every thread, so that one thread can wait for them.
 sigset_t BlockStopSignals() {
     sigset_t signals;
     sigemptyset(&signals);

@@ -57,7 +57,7 @@ std::string ParseBasePath(std::string path) {
     return path;
 }
 
-/// Fills in what depends on the datacenters, and refuses those that cannot be told apart.
+// Fills in what depends on the datacenters, and refuses those that cannot be told apart.
 void CompleteDatacenters(Options& options) {
     auto& datacenters = options.datacenters;
     if (datacenters.empty()) datacenters.push_back({"5ad7b0c2-0001-4c00-8000-000000000001", "Sandbox"});

@@ -19,8 +19,8 @@ constexpr std::size_t LongestShownPath = 200;
 
 constexpr Member SwitchMembers[] = {{"fault", Shape::Text}, {"path", Shape::Text}, {"count", Shape::Number}};
 
-/// The document refers to its style and its script, so that a browser shows it from the tree as well. What is
-/// sent holds them: one answer, and a policy that allows these two texts and no others.
+// The document refers to its style and its script, so that a browser shows it from the tree as well. What is
+// sent holds them: one answer, and a policy that allows these two texts and no others.
 std::string Assemble() {
     std::string document = PageHtml;
     const auto put = [&](std::string_view reference, const std::string& text) {
@@ -33,7 +33,7 @@ std::string Assemble() {
     return document;
 }
 
-/// A source of a policy that is this text (Content Security Policy, section 2.3.1).
+// A source of a policy that is this text (Content Security Policy, section 2.3.1).
 std::string HashSource(std::string_view text) {
     unsigned char digest[SHA256_DIGEST_LENGTH];
     SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest);

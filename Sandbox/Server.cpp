@@ -13,7 +13,7 @@ namespace {
 // A header that no head can have, for its name has the end of a line in it.
 const std::string TooLargeMark = "\nhead-too-large";
 
-/// Counts the connections that wait.
+// Counts the connections that wait.
 class CountingQueue : public httplib::TaskQueue {
 public:
     CountingQueue(std::size_t threads, std::atomic<long>& waiting) : pool(threads), waiting(waiting) {}

@@ -16,9 +16,9 @@ namespace Ombry::Sandbox {
 namespace {
 
 constexpr std::size_t LargestBody = 1 << 20;
-constexpr auto HangUpInterval = std::chrono::milliseconds(100);  ///< between two looks at a connection
+constexpr auto HangUpInterval = std::chrono::milliseconds(100);  // between two looks at a connection
 
-/// Answers that have no body, whatever they say (RFC 9110, section 6.4.1).
+// Answers that have no body, whatever they say (RFC 9110, section 6.4.1).
 bool IsWithoutContent(int status) {
     return status == 204 || status == 205 || status == 304;
 }
@@ -27,7 +27,7 @@ Peer PeerOf(const httplib::Request& request) {
     return {request.remote_addr, request.remote_port};
 }
 
-/// What the library found wrong with a request.
+// What the library found wrong with a request.
 const char* DescribeStatus(int status) {
     switch (status) {
         case 404:
@@ -45,9 +45,9 @@ const char* DescribeStatus(int status) {
     }
 }
 
-/// Reads the body of a request. What is beyond the limit is read and forgotten: it may be much more than was
-/// announced, if anything was (chunks, compression), and left unread it would be taken for the next request.
-/// Answers itself if there is no good body.
+// Reads the body of a request. What is beyond the limit is read and forgotten: it may be much more than was
+// announced, if anything was (chunks, compression), and left unread it would be taken for the next request.
+// Answers itself if there is no good body.
 bool ReadBody(const httplib::Request& request, httplib::Response& response,
               const httplib::ContentReader& reader, std::string& body) {
     // The library would wait for the end of the connection, but such a request has no body (RFC 9112,
@@ -214,8 +214,8 @@ void Service::AddPage() {
                 });
 }
 
-/// What no page of another origin may do, whatever it knows: a browser that was given the user's name and
-/// password sends them along with its requests. Behind the reading of the body, as below.
+// What no page of another origin may do, whatever it knows: a browser that was given the user's name and
+// password sends them along with its requests. Behind the reading of the body, as below.
 bool Service::Refuse(const Request& request, Response& response) const {
     if (!BrowserGuard::IsFromAnotherOrigin(request, options.plainHttp)) return false;
     SendError(response, 403, "access_denied", "Pages of other origins have no access.");
@@ -245,7 +245,7 @@ void Service::StreamEvents(const Request&, Response& response) {
     response.set_chunked_content_provider("text/event-stream", provide, [this](bool) { --streams; });
 }
 
-/// Behind the answer: what it was, and how long it took.
+// Behind the answer: what it was, and how long it took.
 void Service::Note(const Request& request, const Response& response) {
     UnderWay ended;
     const Duration now = Platform::Clock().SteadyNow();
@@ -269,7 +269,7 @@ void Service::Note(const Request& request, const Response& response) {
     journal.Add(std::move(entry));
 }
 
-/// Waits for one of the guarded members to become true; returns what it is.
+// Waits for one of the guarded members to become true; returns what it is.
 bool Service::Await(std::chrono::milliseconds atMost, const bool& member) {
     std::unique_lock lock(mutex);
     return Platform::WaitFor(condition, lock, atMost, [&] { return member; });
@@ -279,8 +279,8 @@ std::string Service::BelowBase(const std::string& path) const {
     return path.starts_with(options.basePath) ? path.substr(options.basePath.size()) : path;
 }
 
-/// Runs before the work of each call, but behind the reading of its body: bytes that are left unread would be
-/// taken for the next request. Whether the fault was all that there is to the call.
+// Runs before the work of each call, but behind the reading of its body: bytes that are left unread would be
+// taken for the next request. Whether the fault was all that there is to the call.
 bool Service::InjectFault(const Request& request, Response& response) {
     const auto fault = faults.Take(BelowBase(request.path));
     {

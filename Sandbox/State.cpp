@@ -18,8 +18,8 @@ namespace Ombry::Sandbox {
 namespace {
 
 constexpr int HashRounds = 10000;
-constexpr std::int64_t TokenAges[] = {60, 300, 900, 3600, 0};  ///< ends of the ages that are told apart
-constexpr int BusyMilliseconds = 5000;  ///< how long another instance may hold the database
+constexpr std::int64_t TokenAges[] = {60, 300, 900, 3600, 0};  // ends of the ages that are told apart
+constexpr int BusyMilliseconds = 5000;  // how long another instance may hold the database
 
 std::string HashSecret(const std::string& secret, const std::string& salt) {
     std::string hash(32, '\0');
@@ -38,7 +38,7 @@ std::string NewSalt() {
     return std::string(bytes.begin(), bytes.end());
 }
 
-/// Roles are stored as one JSON array, in which the database can search for any text.
+// Roles are stored as one JSON array, in which the database can search for any text.
 std::string JoinRoles(const std::vector<std::string>& roles) {
     return WriteJson([&](JsonWriter& writer) {
         writer.StartArray();
@@ -48,9 +48,9 @@ std::string JoinRoles(const std::vector<std::string>& roles) {
     });
 }
 
-/// What makes the database of one version that of the next; the first makes one from nothing. Its version is
-/// the number of those that it has behind it. That of the first was not written down, so that it may be made
-/// again.
+// What makes the database of one version that of the next; the first makes one from nothing. Its version is
+// the number of those that it has behind it. That of the first was not written down, so that it may be made
+// again.
 constexpr const char* Steps[] = {
     "CREATE TABLE IF NOT EXISTS clients (id TEXT PRIMARY KEY, salt BLOB NOT NULL, hash BLOB NOT NULL,"
     " description TEXT, datacenter TEXT NOT NULL);"
@@ -72,7 +72,7 @@ constexpr const char* Steps[] = {
 
 }  // namespace
 
-/// One prepared statement with its values; text is bound as a blob of bytes only where it may hold any.
+// One prepared statement with its values; text is bound as a blob of bytes only where it may hold any.
 class State::Statement {
 public:
     Statement(sqlite3* database, const char* sql, std::initializer_list<std::string> values)
@@ -90,14 +90,14 @@ public:
     Statement(const Statement&) = delete;
     Statement& operator=(const Statement&) = delete;
 
-    /// Whether there is a row.
+    // Whether there is a row.
     bool Step() {
         const int code = sqlite3_step(statement);
         if (code == SQLITE_ROW) return true;
         if (code != SQLITE_DONE) Fail();
         return false;
     }
-    /// Runs an insertion; false if its key is taken.
+    // Runs an insertion; false if its key is taken.
     bool Insert() {
         const int code = sqlite3_step(statement);
         if (code == SQLITE_CONSTRAINT) return false;

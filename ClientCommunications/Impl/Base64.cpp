@@ -19,7 +19,7 @@ constexpr std::array<std::int8_t, 256> MakeValues() {
 
 constexpr std::array<std::int8_t, 256> Values = MakeValues();
 
-/// Index in the alphabet as a 32-bit word; all ones for any other character and past the end.
+// Index in the alphabet as a 32-bit word; all ones for any other character and past the end.
 std::uint32_t ValueAt(const std::string& text, std::size_t position) {
     const char c = position < text.size() ? text[position] : '\0';
     return static_cast<std::uint32_t>(static_cast<std::int32_t>(Values[static_cast<unsigned char>(c)]));

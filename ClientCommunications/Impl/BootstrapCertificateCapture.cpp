@@ -19,7 +19,7 @@ using namespace OmbryZephCore;
 
 constexpr std::uint32_t SilenceSeconds = 15;
 
-/// Wants no notifications: all that matters happens in the check of the certificate.
+// Wants no notifications: all that matters happens in the check of the certificate.
 class NotifReceiver : public ZephIOCompletionHandlerIf, public ZephSSLNotifierIf {
 public:
     void CompleteTask(std::uint32_t, bool, std::uint32_t) override {}
@@ -34,7 +34,7 @@ public:
                              std::to_string(connection.GetPort()) + " due to error " + std::to_string(code));
 }
 
-/// Copies the certificate and its text; accepts it, whatever it is, since this is the moment of first trust.
+// Copies the certificate and its text; accepts it, whatever it is, since this is the moment of first trust.
 bool TakeCertificate(const Platform::CertificateContext& shown, ZephIOBuffer& certificate,
                      std::string& text) {
     if (certificate.SetLength(shown.encodedLength) != eRC_Success) return true;
@@ -44,8 +44,8 @@ bool TakeCertificate(const Platform::CertificateContext& shown, ZephIOBuffer& ce
     return true;
 }
 
-/// Runs one handshake over the connected socket. Returns the code of the network core; what was shown is in
-/// the validator's hands by then.
+// Runs one handshake over the connected socket. Returns the code of the network core; what was shown is in
+// the validator's hands by then.
 std::uint32_t RunHandshake(ZephSocketConnector& connector, std::uint32_t silenceSeconds,
                            const Cancellation::Token& token, std::shared_ptr<LibraryLogger::ILogger> logger,
                            ZephSSLConnectionManagerIf& manager, bool verbose) {

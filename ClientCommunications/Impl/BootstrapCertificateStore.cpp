@@ -23,7 +23,7 @@ constexpr const char* ReadFunction =
 constexpr std::size_t FriendlyNameSize = 2 * sizeof BootstrapCertificateName;
 static_assert(FriendlyNameSize == 52);
 
-/// The name as the store keeps it: UTF-16LE with its terminator.
+// The name as the store keeps it: UTF-16LE with its terminator.
 constexpr std::array<std::uint8_t, FriendlyNameSize> MakeFriendlyName() {
     std::array<std::uint8_t, FriendlyNameSize> bytes{};
     for (std::size_t i = 0; i < FriendlyNameSize / 2; ++i) {
@@ -34,7 +34,7 @@ constexpr std::array<std::uint8_t, FriendlyNameSize> MakeFriendlyName() {
 
 constexpr std::array<std::uint8_t, FriendlyNameSize> FriendlyName = MakeFriendlyName();
 
-/// Throws if `outcome` is a failure of `operation`.
+// Throws if `outcome` is a failure of `operation`.
 template <class Outcome>
 void Require(const Outcome& outcome, const char* function, const char* operation) {
     if (outcome) return;
@@ -46,8 +46,8 @@ StoreLocation LocationOf(const CommunicationsParameters& parameters) {
     return parameters.useCurrentUserStore ? StoreLocation::CurrentUser : StoreLocation::LocalMachine;
 }
 
-/// The first certificate with the bootstrap name behind `previous`; null if there is none. One without a
-/// name, or with one that does not fit in 64 bytes, is passed over.
+// The first certificate with the bootstrap name behind `previous`; null if there is none. One without a
+// name, or with one that does not fit in 64 bytes, is passed over.
 CertificateContextPointer FindBootstrapCertificate(ICertificateStore& store,
                                                    CertificateContextPointer previous = nullptr) {
     std::array<std::uint8_t, 64> name;

@@ -45,7 +45,7 @@ constexpr Duration TokenFreshnessLimit = std::chrono::seconds(10);
 using GatewayFactoryMaker =
     std::function<std::shared_ptr<IServiceGatewayFactory>(std::shared_ptr<IAuthenticator>)>;
 
-/// The authenticator of all calls but those for tokens and those that maintain the discovery list.
+// The authenticator of all calls but those for tokens and those that maintain the discovery list.
 std::shared_ptr<IAuthenticator> MakeAuthenticator(
     const CommunicationsParameters& parameters, const std::shared_ptr<IClientCredentials>& credentials,
     const std::shared_ptr<IServiceRequestFactory>& requestFactory,

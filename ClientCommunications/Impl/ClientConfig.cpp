@@ -67,7 +67,7 @@ std::shared_ptr<IServiceGateway> ClientConfig::MakeGateway() const {
     return base;
 }
 
-/// Two deep: the call for a token carries id and secret, every other call carries the token.
+// Two deep: the call for a token carries id and secret, every other call carries the token.
 std::shared_ptr<IServiceGateway> ClientConfig::MakeTokenGateway(
     std::shared_ptr<IServiceGateway> base, std::shared_ptr<IClientCredentials> credentials,
     const std::string& tokenPath) const {
@@ -104,7 +104,7 @@ void ClientConfig::Configure() {
     StoreConfiguration();
 }
 
-/// Finds the datacenter by its id, or failing that by its name, and keeps its id.
+// Finds the datacenter by its id, or failing that by its name, and keeps its id.
 void ClientConfig::ResolveDatacenter() {
     std::vector<Datacenter> datacenters;
     GetDatacenters(datacenters);

@@ -17,7 +17,7 @@
 namespace Ombry::ClientCommunications {
 namespace {
 
-/// The content of a credentials file: both values protected, as Base64 text.
+// The content of a credentials file: both values protected, as Base64 text.
 class ClientCredentialsDto : public ObjectMapping::ObjectIf {
 public:
     void Map(ObjectMapping::MapperIf& mapper) override {

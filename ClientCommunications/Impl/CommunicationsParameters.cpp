@@ -10,7 +10,7 @@
 namespace Ombry::ClientCommunications {
 namespace {
 
-/// The text between the first "<DatacenterId>" and the next "<", as it stands; empty if there is none.
+// The text between the first "<DatacenterId>" and the next "<", as it stands; empty if there is none.
 std::string FindDatacenterIdElement(const std::string& text) {
     constexpr std::string_view mark = "<DatacenterId>";
     const std::size_t found = text.find(mark);

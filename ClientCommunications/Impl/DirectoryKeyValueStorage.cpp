@@ -10,11 +10,11 @@
 namespace Ombry::ClientCommunications {
 namespace {
 
-/// A file that changed longer ago than this differs in its state from all that come after it. The clocks of
-/// file systems move in steps, of two seconds where they are coarsest.
+// A file that changed longer ago than this differs in its state from all that come after it. The clocks of
+// file systems move in steps, of two seconds where they are coarsest.
 constexpr Duration LongestClockStep = std::chrono::seconds(3);
 
-/// Whether no change from `now` on can leave a file in that state.
+// Whether no change from `now` on can leave a file in that state.
 bool IsSettled(const Platform::FileState& state, TimePoint now) {
     return SaturatingAdd(state.changed, LongestClockStep) < now;
 }
@@ -42,9 +42,9 @@ std::string DirectoryKeyValueStorage::GetEntry(const std::string& entryName) {
     return storage.Load();
 }
 
-/// Time and state are taken before the text, so that a change in between shows at the next look. After the
-/// clock was set back a change may get the time that an earlier one had: what was read later than now is not
-/// relied on.
+// Time and state are taken before the text, so that a change in between shows at the next look. After the
+// clock was set back a change may get the time that an earlier one had: what was read later than now is not
+// relied on.
 std::shared_ptr<const ReadEntry> DirectoryKeyValueStorage::Reread(const std::string& entryName,
                                                                   std::shared_ptr<const ReadEntry> known) {
     const TimePoint now = Platform::Clock().Now();

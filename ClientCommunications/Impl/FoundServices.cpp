@@ -23,8 +23,8 @@ Stored MakeServices(std::list<ServiceDto>& dtos) {
     return services;
 }
 
-/// Shuffles where they stand and not the services, so that each is copied once: a long list is read by each
-/// choice of a server.
+// Shuffles where they stand and not the services, so that each is copied once: a long list is read by each
+// choice of a server.
 Services Shuffled(const Stored& services) {
     std::vector<const std::shared_ptr<IService>*> order;
     order.reserve(services.size());

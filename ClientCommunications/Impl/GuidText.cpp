@@ -5,7 +5,7 @@
 namespace Ombry::ClientCommunications {
 namespace {
 
-/// Writes the digits of a number, most significant first; what comes behind them.
+// Writes the digits of a number, most significant first; what comes behind them.
 char* WriteHex(char* to, std::uint32_t number, int digits) {
     while (digits-- > 0)
         *to++ = "0123456789abcdef"[number >> (4 * digits) & 15];

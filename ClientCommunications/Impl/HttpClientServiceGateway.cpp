@@ -25,10 +25,10 @@ constexpr const char* GetHttpClientName =
     "Ombry::ClientCommunications::HttpClientServiceGateway::GetHttpClient";
 constexpr const char* DoRequestName = "Ombry::ClientCommunications::HttpClientServiceGateway::DoRequest";
 
-/// Holds the correlation string of an ordinary request, so that it is not copied while it grows.
+// Holds the correlation string of an ordinary request, so that it is not copied while it grows.
 constexpr std::size_t OrdinaryCorrelationLength = 640;
 
-/// Whole seconds; what is below one second becomes 0, which is no limit at all.
+// Whole seconds; what is below one second becomes 0, which is no limit at all.
 std::uint32_t ToSeconds(Duration timeout) {
     constexpr std::int64_t highest = std::numeric_limits<std::uint32_t>::max();
     return static_cast<std::uint32_t>(std::clamp<std::int64_t>(timeout.count() / TicksPerSecond, 0, highest));
@@ -80,7 +80,7 @@ std::shared_ptr<IStreamServiceResponse> HttpClientServiceGateway::CallForStream(
     return std::make_shared<StreamServiceResponse>(*std::move(client), service, streamWriter.GetErrorBody());
 }
 
-/// Makes one where the caller has room for it.
+// Makes one where the caller has room for it.
 void HttpClientServiceGateway::GetHttpClient(std::optional<ZephSorrelSyncHttpClient>& client,
                                              const std::string& url) const {
     OmbryZephCore::ZephUrlParts parts = OmbryZephCore::ParseUrl(url);
@@ -113,8 +113,8 @@ std::string HttpClientServiceGateway::makeCorrelationString(const IServiceReques
     return text;
 }
 
-/// Logs the parts with what identifies the call behind them. The headers are walked though nobody may log
-/// them: a request whose headers cannot be walked fails alike with a logger and without one.
+// Logs the parts with what identifies the call behind them. The headers are walked though nobody may log
+// them: a request whose headers cannot be walked fails alike with a logger and without one.
 template <class... Parts>
 void HttpClientServiceGateway::LogCorrelated(const LibraryLogger::Place& place, int level,
                                              const IServiceRequest& request, const Parts&... parts) const {
@@ -160,8 +160,8 @@ void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const
     ThrowFailure(code, client.GetIOResult(), token);
 }
 
-/// The boundary between result codes and exceptions. What type is thrown decides whether another server is
-/// tried: only `CommunicationsError` and `TimeoutException` say that one may help.
+// The boundary between result codes and exceptions. What type is thrown decides whether another server is
+// tried: only `CommunicationsError` and `TimeoutException` say that one may help.
 void HttpClientServiceGateway::ThrowFailure(std::uint32_t code, std::uint32_t subCode,
                                             const Cancellation::Token& token) {
     token.ThrowIfCancelled();

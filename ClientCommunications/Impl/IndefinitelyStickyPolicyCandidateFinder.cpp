@@ -7,7 +7,7 @@
 namespace Ombry::ClientCommunications {
 namespace {
 
-/// How long a waiting thread goes without a look at its token.
+// How long a waiting thread goes without a look at its token.
 constexpr Duration WaitSlice = std::chrono::milliseconds(250);
 
 }  // namespace
@@ -45,7 +45,7 @@ ServiceCandidate IndefinitelyStickyPolicyCandidateFinder::GetNextCandidate(Cance
     return result;
 }
 
-/// Waits while another thread looks for the server, and takes the search over if there is still none.
+// Waits while another thread looks for the server, and takes the search over if there is still none.
 void IndefinitelyStickyPolicyCandidateFinder::AwaitTurn(const Cancellation::Token& token) {
     std::unique_lock lock(factory->mutex);
     const auto isMyTurn = [this] {
@@ -83,7 +83,7 @@ void IndefinitelyStickyPolicyCandidateFinder::LoadCandidates(const Cancellation:
     candidatesLoaded = true;
 }
 
-/// Gives the search back, if this call holds it: its server, if it had one, has failed.
+// Gives the search back, if this call holds it: its server, if it had one, has failed.
 void IndefinitelyStickyPolicyCandidateFinder::ReleaseSearch() {
     if (!isSearcher) return;
     isSearcher = false;
@@ -108,7 +108,7 @@ bool IndefinitelyStickyPolicyCandidateFinder::HasStickyService() const {
     return factory->stickyService != nullptr;
 }
 
-/// Lets the next call look for a server. One that is established stays: there is never another search.
+// Lets the next call look for a server. One that is established stays: there is never another search.
 void IndefinitelyStickyPolicyCandidateFinder::EndSearch() {
     std::lock_guard guard(factory->mutex);
     if (!factory->established) {

@@ -6,16 +6,16 @@
 namespace Ombry::ClientCommunications {
 namespace {
 
-/// Calls on a remote server after which a local one gets a try, and after a vain try the next.
+// Calls on a remote server after which a local one gets a try, and after a vain try the next.
 constexpr int SuccessesBeforeComingHome = 50;
 
-/// Every search makes new objects, so servers are the same if their ids are.
+// Every search makes new objects, so servers are the same if their ids are.
 bool IsSame(const std::shared_ptr<IService>& left, const std::shared_ptr<IService>& right) {
     return left && right && (left == right || left->GetId() == right->GetId());
 }
 
-/// One more failure of a server, seen by this call and by the calls beside it: both counts become the higher
-/// one.
+// One more failure of a server, seen by this call and by the calls beside it: both counts become the higher
+// one.
 void LevelFailures(int& shared, int& own) {
     ++shared;
     shared = own = std::max(shared, own);
@@ -53,7 +53,7 @@ ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::GetNextCandidate(
                                      : ContinueProven(copy, wasTryingAlternate, token);
 }
 
-/// The server in use has not answered yet, or failed last.
+// The server in use has not answered yet, or failed last.
 ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::ContinueUnproven(
     const SharedState& copy, const Cancellation::Token& token) {
     if (!candidate.service) {
@@ -65,7 +65,7 @@ ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::ContinueUnproven(
     return candidate;
 }
 
-/// The server in use answers. From a remote one there is now and then one try at home.
+// The server in use answers. From a remote one there is now and then one try at home.
 ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::ContinueProven(
     const SharedState& copy, bool wasTryingAlternate, const Cancellation::Token& token) {
     if (!wasTryingAlternate && !copy.currentIsLocal && copy.currentSuccesses >= SuccessesBeforeComingHome) {
@@ -75,8 +75,8 @@ ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::ContinueProven(
     return UseCurrent(copy, token);
 }
 
-/// A local server, even if it has to be waited for. A try that is in vain starts the count of successes anew,
-/// whatever ends it: otherwise each further call would wait and search as this one did.
+// A local server, even if it has to be waited for. A try that is in vain starts the count of successes anew,
+// whatever ends it: otherwise each further call would wait and search as this one did.
 ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::TryHome(const SharedState& copy,
                                                                        const Cancellation::Token& token) {
     const bool usable = copy.alternateService && copy.alternateFailures < factory->maxFailures;

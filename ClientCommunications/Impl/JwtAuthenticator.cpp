@@ -93,9 +93,9 @@ bool JwtAuthenticator::AddFreshAuthentication(std::shared_ptr<IServiceRequest> r
     return true;
 }
 
-/// The entry with the usable token of a service; null if there is none. The entry is looked at on the disk
-/// each time, since other processes replace it; but it is read only if it may be another one than last time,
-/// and parsed only if it is.
+// The entry with the usable token of a service; null if there is none. The entry is looked at on the disk
+// each time, since other processes replace it; but it is read only if it may be another one than last time,
+// and parsed only if it is.
 std::shared_ptr<const JwtAuthenticator::KnownEntry> JwtAuthenticator::getCachedToken(
     const std::string& serviceName) {
     std::shared_ptr<const KnownEntry> entry = EntryOf(serviceName);
@@ -113,7 +113,7 @@ std::shared_ptr<const JwtAuthenticator::KnownEntry> JwtAuthenticator::getCachedT
     return nullptr;
 }
 
-/// Whoever still uses the token keeps it until then; with the last of them it is wiped.
+// Whoever still uses the token keeps it until then; with the last of them it is wiped.
 void JwtAuthenticator::Forget(const std::string& serviceName) {
     std::lock_guard guard(mutex);
     entries.erase(serviceName);
@@ -132,7 +132,7 @@ std::shared_ptr<const JwtAuthenticator::KnownEntry> JwtAuthenticator::EntryOf(
     return entries.try_emplace(serviceName, entry).first->second;
 }
 
-/// Keeps what was read of an entry, and what it means.
+// Keeps what was read of an entry, and what it means.
 std::shared_ptr<const JwtAuthenticator::KnownEntry> JwtAuthenticator::Learn(
     const std::string& serviceName, const KnownEntry& known, std::shared_ptr<const ReadEntry> read) {
     std::shared_ptr<const JwtCachedToken> token = known.token;
@@ -160,7 +160,7 @@ void JwtAuthenticator::internalAddFreshAuthentication(const std::shared_ptr<ISer
     SetBearerHeader(*request, cached.token.accessToken);
 }
 
-/// Asks for a token and stores it. A failure leaves the cache as it was.
+// Asks for a token and stores it. A failure leaves the cache as it was.
 JwtCachedToken JwtAuthenticator::FetchToken(const std::string& serviceName,
                                             std::shared_ptr<IRootRequestMetaData> metaData,
                                             const Cancellation::Token& token) {
@@ -204,8 +204,8 @@ void JwtAuthenticator::maintenanceThread() {
     LogCall(logger, ThreadName, 0, "Thread exiting");
 }
 
-/// Refreshes the tokens that were used since the last pass. One that is not used again before the next drops
-/// out.
+// Refreshes the tokens that were used since the last pass. One that is not used again before the next drops
+// out.
 void JwtAuthenticator::updateTokens() {
     std::set<std::string> services;
     {
@@ -224,8 +224,8 @@ void JwtAuthenticator::updateTokens() {
     }
 }
 
-/// There is no handler here: an entry that cannot be parsed ends the process. Only this class writes entries,
-/// and whole, so such an entry is the work of a foreign hand, which is not to go unnoticed.
+// There is no handler here: an entry that cannot be parsed ends the process. Only this class writes entries,
+// and whole, so such an entry is the work of a foreign hand, which is not to go unnoticed.
 void JwtAuthenticator::removeExpiredTokens() {
     const std::set<std::string> entryNames = cache.getEntriesNames();
     for (const std::string& entryName : entryNames) {
@@ -241,7 +241,7 @@ void JwtAuthenticator::removeExpiredTokens() {
     ForgetUnusable(entryNames);
 }
 
-/// What memory holds of entries that expired, or that lay on the disk no longer when the pass began.
+// What memory holds of entries that expired, or that lay on the disk no longer when the pass began.
 void JwtAuthenticator::ForgetUnusable(const std::set<std::string>& entryNames) {
     const TimePoint now = Platform::Clock().Now();
     std::lock_guard guard(mutex);

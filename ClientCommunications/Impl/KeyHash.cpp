@@ -11,7 +11,7 @@
 namespace Ombry::ClientCommunications {
 namespace {
 
-/// Throws if `outcome` is a failure, with its number behind `text`.
+// Throws if `outcome` is a failure, with its number behind `text`.
 template <class Outcome>
 void Require(const Outcome& outcome, const char* text) {
     if (!outcome) throw std::runtime_error(text + Platform::ErrorNumber(outcome.Error()));

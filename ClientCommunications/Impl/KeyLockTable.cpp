@@ -2,7 +2,7 @@
 
 namespace Ombry::ClientCommunications {
 
-/// The entry of a key, made if there is none.
+// The entry of a key, made if there is none.
 KeyLockTable::KeyLockState& KeyLockTable::StateOf(const std::string& name) {
     if (!spare) return states[name];
     const auto after = states.lower_bound(name);

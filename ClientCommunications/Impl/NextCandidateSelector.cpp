@@ -9,7 +9,7 @@
 namespace Ombry::ClientCommunications {
 namespace {
 
-/// Whether a failed server is a better last resort than the one at hand; all equal, the one met first stays.
+// Whether a failed server is a better last resort than the one at hand; all equal, the one met first stays.
 bool IsBetterFallback(const FailureInfo& info, const FailureInfo& than) {
     if (info.nextRetryTime != than.nextRetryTime) return info.nextRetryTime < than.nextRetryTime;
     if (info.failureCount != than.failureCount) return info.failureCount < than.failureCount;

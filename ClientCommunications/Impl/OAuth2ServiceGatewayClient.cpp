@@ -45,8 +45,8 @@ OAuth2Token OAuth2ServiceGatewayClient::GetToken(const std::string& serviceName,
     return result;
 }
 
-/// The document that the service sent never reaches the caller as an exception of its own: whatever the body
-/// is, callers get one kind of failure with one wording, which quotes it.
+// The document that the service sent never reaches the caller as an exception of its own: whatever the body
+// is, callers get one kind of failure with one wording, which quotes it.
 void OAuth2ServiceGatewayClient::ThrowFailure(const std::string& serviceName, int status,
                                               const std::string& body) const {
     LibraryLogger::LogCall(logger, GetTokenName, 4, "Failed to get token for ", serviceName,

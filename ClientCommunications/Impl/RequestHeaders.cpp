@@ -8,8 +8,8 @@
 namespace Ombry::ClientCommunications {
 namespace {
 
-/// The place of a header among the known ones; their number if it is none of them. The libraries ask with the
-/// very strings of the table, whose texts need no look.
+// The place of a header among the known ones; their number if it is none of them. The libraries ask with the
+// very strings of the table, whose texts need no look.
 std::size_t PlaceOf(const std::string& name) {
     const auto& names = NamesOfKnownHeaders();
     const std::less<const std::string*> isBefore;
@@ -18,7 +18,7 @@ std::size_t PlaceOf(const std::string& name) {
     return static_cast<std::size_t>(std::find(names.begin(), names.end(), name) - names.begin());
 }
 
-/// Whatever memory lacks, the value is as it was or as it is to be.
+// Whatever memory lacks, the value is as it was or as it is to be.
 void Replace(std::string& held, const std::string& value) {
     if (&held == &value) return;
     std::string fresh = value;

@@ -41,7 +41,7 @@ private:
     std::map<std::string, std::string> values;
 };
 
-/// What becomes of a call that nobody's metadata came with.
+// What becomes of a call that nobody's metadata came with.
 struct MetaDataOfNobody : RootRequestMetaDataImpl {
     MetaDataOfNobody() : RootRequestMetaDataImpl(nullptr) {
         Set(NameOf(KnownHeader::RootAttempt), FirstAttempt);

@@ -13,8 +13,8 @@ using LibraryLogger::LogCall;
 
 constexpr const char* MaintainName = "Ombry::ClientCommunications::SSDCacheMaintainer::MaintainCache";
 
-/// Now plus a number of units drawn evenly from a range, both ends included: the spread keeps many clients
-/// from refreshing at one moment.
+// Now plus a number of units drawn evenly from a range, both ends included: the spread keeps many clients
+// from refreshing at one moment.
 template <class Unit>
 TimePoint SometimeAfterNow(std::mt19937& generator, int least, int most) {
     const int drawn = std::uniform_int_distribution(least, most)(generator);
@@ -63,7 +63,7 @@ void SSDCacheMaintainer::MaintainCache() {
     LogCall(logger, MaintainName, 1, "Thread exiting.");
 }
 
-/// One refresh; when the next is due. After a failure the cache stays as it was.
+// One refresh; when the next is due. After a failure the cache stays as it was.
 TimePoint SSDCacheMaintainer::Refresh(std::mt19937& generator) {
     try {
         const std::shared_ptr<IFoundServices> services = finder->Find(metaData, cancel);

@@ -18,7 +18,7 @@ SSDFoundServicesCache::SSDFoundServicesCache(std::shared_ptr<IFoundServices> see
     Save(std::move(seeds), TimePoint());  // a time that has passed: the list is refreshed at once
 }
 
-/// Whether at least one cached service is a seed and none of those has another certificate.
+// Whether at least one cached service is a seed and none of those has another certificate.
 bool SSDFoundServicesCache::ContainsSeeds(const IFoundServices& seeds) {
     std::map<std::string, std::string> certificates;
     for (const std::shared_ptr<IService>& seed : seeds.GetAll()) {

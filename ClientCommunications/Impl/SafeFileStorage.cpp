@@ -35,8 +35,8 @@ std::string SafeFileStorage::Load() {
     }
 }
 
-/// The order is what recovery rests on. The old copy goes before the rename, since a rename may not overwrite
-/// on every platform; the gap that this opens is the one that `Load` closes.
+// The order is what recovery rests on. The old copy goes before the rename, since a rename may not overwrite
+// on every platform; the gap that this opens is the one that `Load` closes.
 void SafeFileStorage::Save(const std::string& data) {
     files.Get(Staging)->Save(data);
     files.Delete(Committed);

@@ -17,7 +17,7 @@ using LibraryLogger::LogCall;
 constexpr const char* FindName = "Ombry::ClientCommunications::ServiceFinder::Find";
 constexpr const char* TraceName = "Ombry::ClientCommunications::ServiceFinder::TraceFoundServices";
 
-/// With a copy to fall back on, the call is made cheap.
+// With a copy to fall back on, the call is made cheap.
 constexpr Duration CheapCallLimit = std::chrono::seconds(6);
 
 }  // namespace
@@ -62,7 +62,7 @@ std::shared_ptr<IFoundServices> ServiceFinder::Find(std::shared_ptr<IRootRequest
     return std::make_shared<FoundServices>(std::move(dto));
 }
 
-/// A copy that cannot be read is the caller's to hear of: this stands outside the handler of `Find`.
+// A copy that cannot be read is the caller's to hear of: this stands outside the handler of `Find`.
 bool ServiceFinder::ReadCache(FoundServicesDto& dto) {
     if (!cache) return false;
     const std::string text = cache->GetByKey(path);
@@ -101,7 +101,7 @@ std::shared_ptr<IFoundServices> ServiceFinder::Ask(std::shared_ptr<IRootRequestM
     return std::make_shared<FoundServices>(std::move(dto));
 }
 
-/// A write that fails makes a good answer fail: whoever runs on a full disk is to hear of it.
+// A write that fails makes a good answer fail: whoever runs on a full disk is to hear of it.
 void ServiceFinder::Store(const IServiceResponse& response, FoundServicesDto& dto) {
     LogCall(logger, FindName, 0, "Storing result in cache.");
     if (response.HasHeader("Cache-Control")) ApplyCacheControl(response.GetHeader("Cache-Control"), dto);

@@ -28,7 +28,7 @@ std::shared_ptr<IStreamServiceResponse> ServiceGateway::CallForStream(
              }));
 }
 
-/// What is handed down lives here, and is not called once this call has ended.
+// What is handed down lives here, and is not called once this call has ended.
 std::shared_ptr<IServiceResponse> ServiceGateway::Call(const std::shared_ptr<IServiceRequest>& request,
                                                        Cancellation::Token token,
                                                        RequestExecutionDelegate::CallFunction call) {

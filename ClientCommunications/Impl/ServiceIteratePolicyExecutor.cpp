@@ -11,8 +11,8 @@ using LibraryLogger::LogCall;
 
 constexpr const char* ExecuteName = "Ombry::ClientCommunications::ServiceIteratePolicyExecutor::Execute";
 
-/// Pause after a round in which no server was even chosen: without it the loop would spin while discovery is
-/// down.
+// Pause after a round in which no server was even chosen: without it the loop would spin while discovery is
+// down.
 constexpr Duration FruitlessRoundPause = std::chrono::milliseconds(250);
 
 }  // namespace
@@ -47,7 +47,7 @@ std::shared_ptr<IServiceResponse> ServiceIteratePolicyExecutor::Execute(
     return Conclude(call);
 }
 
-/// One round. False: the loop is over.
+// One round. False: the loop is over.
 bool ServiceIteratePolicyExecutor::TryOnce(Call& call) {
     ServiceCandidate candidate;
     try {
@@ -68,7 +68,7 @@ bool ServiceIteratePolicyExecutor::TryOnce(Call& call) {
     return candidate.service || PauseBeforeNextRound(call);
 }
 
-/// False: the call was cancelled meanwhile.
+// False: the call was cancelled meanwhile.
 bool ServiceIteratePolicyExecutor::PauseBeforeNextRound(const Call& call) const {
     if (call.attemptNumber + 1 == call.maxAttempts) return true;  // there is none
     try {

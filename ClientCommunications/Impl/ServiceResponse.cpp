@@ -16,7 +16,7 @@ bool IsSameName(std::string_view left, std::string_view right) {
         left, right, {}, [](char c) { return LowerCase(c); }, [](char c) { return LowerCase(c); });
 }
 
-/// A status beyond an `int` stays above all others: as a negative number callers would take it for a success.
+// A status beyond an `int` stays above all others: as a negative number callers would take it for a success.
 int ToStatusCode(std::uint32_t nHttpStatus) {
     constexpr std::uint32_t greatest = std::numeric_limits<int>::max();
     return static_cast<int>(std::min(nHttpStatus, greatest));
@@ -43,7 +43,7 @@ ServiceResponse::ServiceResponse(OmbryZephCore::ZephSorrelSyncHttpClient&& clien
       service(std::move(service)),
       headers(client.TakeResponseHeaders()) {}
 
-/// The value of the first header of that name in any case; null without one.
+// The value of the first header of that name in any case; null without one.
 const char* ServiceResponse::Find(std::string_view name) const {
     const char* found = nullptr;
     headers.ForEach([&](std::string_view candidate, const char* value) {

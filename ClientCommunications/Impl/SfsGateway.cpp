@@ -27,8 +27,8 @@ struct Operation {
     std::initializer_list<int> acceptedStatuses;
 };
 
-/// Makes the call; `record` is its body and may be null. The answer's body is read only to quote it in a
-/// failure.
+// Makes the call; `record` is its body and may be null. The answer's body is read only to quote it in a
+// failure.
 void Call(IClientCommunications& communications, const Operation& operation,
           ObjectMapping::ObjectIf* record) {
     const auto finder = communications.GetServiceFinderFactory()->CreateByName(operation.serviceName);
@@ -80,7 +80,7 @@ void EnrollService(std::shared_ptr<IClientCommunications> communications, const 
          &record);
 }
 
-/// Unlike a client's deletion, a service's is answered with 200.
+// Unlike a client's deletion, a service's is answered with 200.
 void DeleteServiceById(std::shared_ptr<IClientCommunications> communications, const std::string& id) {
     Call(*communications,
          {"DeleteServiceById",

@@ -22,7 +22,7 @@ bool IsPaddingCorrect(std::span<const std::uint8_t> bytes) {
     return std::all_of(tail.begin(), tail.end(), [&](std::uint8_t byte) { return byte == padding; });
 }
 
-/// Not by iterators over bytes: the string would first make a string of them, whose memory nobody wipes.
+// Not by iterators over bytes: the string would first make a string of them, whose memory nobody wipes.
 void Assign(std::string& data, std::span<const std::uint8_t> bytes) {
     data.assign(reinterpret_cast<const char*>(bytes.data()), bytes.size());
 }

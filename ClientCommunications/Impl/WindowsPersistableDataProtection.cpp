@@ -13,7 +13,7 @@ namespace {
 
 using Platform::IMachineProtection;
 
-/// Stores the outcome of the platform's `operation` in `data`, which stays as it was if there is none.
+// Stores the outcome of the platform's `operation` in `data`, which stays as it was if there is none.
 void Take(Platform::ValueOr<std::optional<std::string>> outcome, const char* operation, std::string& data) {
     if (!outcome) {
         const std::string_view remedy = Platform::MachineProtection().Remedy(outcome.Error());

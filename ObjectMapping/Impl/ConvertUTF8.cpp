@@ -9,7 +9,7 @@ namespace {
 
 using Platform::ITextConversion;
 
-/// The count of a conversion that worked.
+// The count of a conversion that worked.
 std::size_t Checked(ITextConversion::Count result, const char* message) {
     if (result.count < 1) throw std::runtime_error(message + std::to_string(result.error));
     return static_cast<std::size_t>(result.count);

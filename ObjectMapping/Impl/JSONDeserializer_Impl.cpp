@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t SliceBefore = 40;
 constexpr std::size_t SliceAfter = 10;
-/// The library counts the bytes of a string, and a NUL behind them, in this type.
+// The library counts the bytes of a string, and a NUL behind them, in this type.
 constexpr std::size_t LongestText = std::numeric_limits<rapidjson::SizeType>::max() - 2;
 
 template <class T>
@@ -32,9 +32,9 @@ void Empty(ObjectIf& value) {
     value.Reset();
 }
 
-/// Stores a whole number that was written with a fraction or an exponent, such as 5.0 or 1e3, if `Target` has
-/// room for it. The limits are powers of two and exact in a double, so nothing is cast before it is known to
-/// fit.
+// Stores a whole number that was written with a fraction or an exponent, such as 5.0 or 1e3, if `Target` has
+// room for it. The limits are powers of two and exact in a double, so nothing is cast before it is known to
+// fit.
 template <class Target, class Value, class T>
 bool StoreWholeDouble(const Value& found, T& value) {
     if (!found.IsDouble()) return false;
@@ -73,7 +73,7 @@ void JSONDeserializer_Impl::End() {
     Document().Swap(document);
 }
 
-/// The frame of every overload. `store` checks the type and stores the value; false is a type mismatch.
+// The frame of every overload. `store` checks the type and stores the value; false is a type mismatch.
 template <class T, class Store>
 void JSONDeserializer_Impl::Read(const char* name, T& value, bool* present, const char* type, Store store) {
     const Lookup lookup = Enter(name, present);
@@ -107,7 +107,7 @@ JSONDeserializer_Impl::Lookup JSONDeserializer_Impl::Enter(const char* name, boo
     return Lookup::Found;
 }
 
-/// Null if there is none, also where the enclosing value is no object: a look-up there is not defined.
+// Null if there is none, also where the enclosing value is no object: a look-up there is not defined.
 const JSONDeserializer_Impl::Value* JSONDeserializer_Impl::FindMember(const char* name) const {
     if (contexts.empty() || !contexts.back().value->IsObject()) return nullptr;
     const Value& object = *contexts.back().value;
@@ -120,8 +120,8 @@ void JSONDeserializer_Impl::PopTo(std::size_t depth) {
         contexts.erase(contexts.begin() + static_cast<std::ptrdiff_t>(depth), contexts.end());
 }
 
-/// An integer takes the number as it stands if it is of the wire type, and then only its low bits: a short is
-/// not checked for its range. The road from a double leaves `present` as the caller set it.
+// An integer takes the number as it stands if it is of the wire type, and then only its low bits: a short is
+// not checked for its range. The road from a double leaves `present` as the caller set it.
 template <class Wire, class T>
 void JSONDeserializer_Impl::ReadInteger(const char* name, T& value, bool* present, const char* type,
                                         bool (Value::*is)() const, Wire (Value::*get)() const) {
@@ -213,7 +213,7 @@ void JSONDeserializer_Impl::Field(const char* name, ArrayIf& value, bool* presen
     });
 }
 
-/// Each element has a context of its own on top of the array's, under the array's name.
+// Each element has a context of its own on top of the array's, under the array's name.
 void JSONDeserializer_Impl::ReadElements(const char* name, ArrayIf& array, const Value& elements) {
     const std::string_view elementName = name ? name : std::string_view();
     const std::size_t depth = contexts.size();
@@ -236,7 +236,7 @@ void JSONDeserializer_Impl::Field(const char* name, ObjectIf& value, bool* prese
     });
 }
 
-/// The path of the value on top, consuming the stack: it is only asked for on the way to a throw.
+// The path of the value on top, consuming the stack: it is only asked for on the way to a throw.
 std::string JSONDeserializer_Impl::TakePath() {
     std::string path;
     for (const ParseContext& context : contexts) {

@@ -9,7 +9,7 @@
 
 namespace rapidjson {
 
-/// The library writes indents in one step only into a buffer of its own allocator; this is the same for ours.
+// The library writes indents in one step only into a buffer of its own allocator; this is the same for ours.
 template <>
 inline void PutN(GenericStringBuffer<UTF8<>, Ombry::ObjectMapping::Impl::CheckedAllocator>& buffer, char byte,
                  std::size_t count) {
@@ -24,8 +24,8 @@ namespace {
 
 constexpr std::size_t InitialBufferBytes = 256;
 constexpr std::size_t InitialLevels = 16;  // of 16 bytes each
-/// The library reserves six bytes for each byte of a string and two for the quotes, and counts them in this
-/// type.
+// The library reserves six bytes for each byte of a string and two for the quotes, and counts them in this
+// type.
 constexpr std::size_t LongestString = (std::numeric_limits<rapidjson::SizeType>::max() - 2) / 6;
 
 }  // namespace
@@ -43,7 +43,7 @@ void JSONSerializer_Impl::End(std::string& text) {
     Begin();
 }
 
-/// The key, and the null of an absent value; true if the value is still to be written.
+// The key, and the null of an absent value; true if the value is still to be written.
 bool JSONSerializer_Impl::BeginField(const char* name, const bool* present) {
     if (name) WriteString(name);
     if (!present || *present) return true;

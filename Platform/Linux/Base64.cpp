@@ -23,12 +23,12 @@ bool IsSpace(char character) {
     return character == ' ' || (character >= '\t' && character <= '\r');
 }
 
-/// Characters of an encoded text, counted and checked.
+// Characters of an encoded text, counted and checked.
 struct Shape {
     std::uint64_t digits = 0;
     std::uint64_t padding = 0;
 
-    /// False for a character that has no place where it stands.
+    // False for a character that has no place where it stands.
     bool Take(char character) {
         if (IsSpace(character)) return true;
         if (character == '=') return ++padding <= 2;

@@ -82,7 +82,7 @@ struct ElementsDeleter {
 };
 using Elements = std::unique_ptr<ASN1_SEQUENCE_ANY, ElementsDeleter>;
 
-/// Without a callback of ours OpenSSL asks on the terminal for the pass phrase of an enciphered entry.
+// Without a callback of ours OpenSSL asks on the terminal for the pass phrase of an enciphered entry.
 int NoPhrase(char*, int, int, void*) {
     return -1;
 }
@@ -92,7 +92,7 @@ std::string_view TextOf(const ASN1_STRING* string) {
             static_cast<std::size_t>(ASN1_STRING_length(string))};
 }
 
-/// The one element of that type of a DER sequence; null if there is none.
+// The one element of that type of a DER sequence; null if there is none.
 const ASN1_STRING* FirstOf(const Elements& elements, int type) {
     for (int place = 0; place < sk_ASN1_TYPE_num(elements.get()); ++place) {
         const ASN1_TYPE* const element = sk_ASN1_TYPE_value(elements.get(), place);
@@ -105,7 +105,7 @@ Elements ElementsAt(const unsigned char* at, long length) {
     return Elements(d2i_ASN1_SEQUENCE_ANY(nullptr, &at, length));
 }
 
-/// Of an RSAPublicKey (RFC 8017, appendix A.1.1), which begins with its modulus; 0 for anything else.
+// Of an RSAPublicKey (RFC 8017, appendix A.1.1), which begins with its modulus; 0 for anything else.
 int ModulusBits(const ASN1_BIT_STRING* key) {
     const Elements elements = ElementsAt(ASN1_STRING_get0_data(key), ASN1_STRING_length(key));
     const ASN1_STRING* const modulus = FirstOf(elements, V_ASN1_INTEGER);
@@ -114,7 +114,7 @@ int ModulusBits(const ASN1_BIT_STRING* key) {
                        : 8 * (length - 1) + static_cast<int>(std::bit_width(*ASN1_STRING_get0_data(modulus)));
 }
 
-/// Of the curves of RFC 5480 that certificates are made with; 0 for any other.
+// Of the curves of RFC 5480 that certificates are made with; 0 for any other.
 int CurveBits(int curve) {
     switch (curve) {
         case NID_X9_62_prime256v1:
@@ -128,8 +128,8 @@ int CurveBits(int curve) {
     }
 }
 
-/// The outcome of a failure. The queue of errors is looked at here alone: the first look at it, by whatever
-/// function, loads the texts of all errors, and a success leaves it as it was.
+// The outcome of a failure. The queue of errors is looked at here alone: the first look at it, by whatever
+// function, loads the texts of all errors, and a success leaves it as it was.
 std::nullopt_t Nothing() {
     ERR_clear_error();
     return std::nullopt;

@@ -17,7 +17,7 @@
 namespace Ombry::Platform::Linux {
 namespace {
 
-/// One certificate of an open store. Its address is what callers hold.
+// One certificate of an open store. Its address is what callers hold.
 struct Entry {
     std::string fileName;
     std::string text;  // of the file
@@ -34,7 +34,7 @@ std::unique_ptr<Entry> MakeEntry(std::string fileName, std::string text, StoredC
     return entry;
 }
 
-/// The friendly name of an entry as bytes of UTF-16LE with a terminator; empty if it has none.
+// The friendly name of an entry as bytes of UTF-16LE with a terminator; empty if it has none.
 std::string FriendlyName(const Entry& entry) {
     const std::optional<std::string>& text = entry.certificate.alias;
     if (!text) return {};
@@ -49,7 +49,7 @@ std::string FriendlyName(const Entry& entry) {
     return bytes + std::string(2, '\0');
 }
 
-/// The UTF-8 text of a friendly name; a failure unless it is whole units with one terminator, at the end.
+// The UTF-8 text of a friendly name; a failure unless it is whole units with one terminator, at the end.
 ValueOr<std::string> AliasOf(std::span<const std::uint8_t> name) {
     if (name.size() < 2 || name.size() % 2 != 0) return Result::Failure(EINVAL);
     std::wstring wide;
@@ -61,7 +61,7 @@ ValueOr<std::string> AliasOf(std::span<const std::uint8_t> name) {
     return Utf8(wide);
 }
 
-/// What a change may need on the disk: two copies of an entry, beside what is there.
+// What a change may need on the disk: two copies of an entry, beside what is there.
 constexpr std::uint64_t ReservedSpace = 16384;
 
 class FolderStore : public ICertificateStore {
@@ -69,8 +69,8 @@ public:
     FolderStore(std::string folder, Descriptor lock, StoreAccess access)
         : folder(std::move(folder)), lock(std::move(lock)), access(access) {}
 
-    /// Holds space for the changes to come: on a full disk a store cannot be opened for writing, rather than
-    /// lose an entry that is deleted before its successor is added.
+    // Holds space for the changes to come: on a full disk a store cannot be opened for writing, rather than
+    // lose an entry that is deleted before its successor is added.
     Result Reserve() {
         auto begun = Files().BeginReplace(PathOf(".reserve"), ReservedSpace, Durability::Unsynced);
         if (!begun) return Result::Failure(begun.Error());
@@ -78,9 +78,9 @@ public:
         return Result::Success();
     }
 
-    /// Reads all entries, in the order of their file names. What is no file or no certificate is left out;
-    /// hidden files are replacements under way. A file that cannot be read now may be the one that is looked
-    /// for, or that has to go before another comes.
+    // Reads all entries, in the order of their file names. What is no file or no certificate is left out;
+    // hidden files are replacements under way. A file that cannot be read now may be the one that is looked
+    // for, or that has to go before another comes.
     Result Load() {
         auto names = Files().List(folder);
         if (!names) return Result::Failure(names.Error());
@@ -201,12 +201,12 @@ private:
     std::unique_ptr<IFileReplacement> reserve;  // given back to the first write
 };
 
-/// A store is open for milliseconds. Whoever holds it for longer than this was stopped, or means no good.
+// A store is open for milliseconds. Whoever holds it for longer than this was stopped, or means no good.
 constexpr Duration LockLimit = std::chrono::seconds(15);
 constexpr Duration LockSlice = std::chrono::milliseconds(10);
 
-/// Takes the lock as soon as nobody is in the way. The system knows no waiting with a limit, so the lock is
-/// tried again and again, with sleeps between. A lock that is held until the end fails with EWOULDBLOCK.
+// Takes the lock as soon as nobody is in the way. The system knows no waiting with a limit, so the lock is
+// tried again and again, with sleeps between. A lock that is held until the end fails with EWOULDBLOCK.
 Result AwaitLock(int folder, int kind) {
     const Duration start = Clock().SteadyNow();
     for (;;) {

@@ -29,7 +29,7 @@ struct SequenceDeleter {
 };
 using Sequence = std::unique_ptr<ASN1_SEQUENCE_ANY, SequenceDeleter>;
 
-/// The elements of a DER sequence, undecoded; null if these bytes are anything else.
+// The elements of a DER sequence, undecoded; null if these bytes are anything else.
 Sequence ElementsOf(std::string_view encoded) {
     const auto* at = reinterpret_cast<const unsigned char*>(encoded.data());
     const auto* const end = at + encoded.size();
@@ -38,7 +38,7 @@ Sequence ElementsOf(std::string_view encoded) {
     return elements;
 }
 
-/// The bytes of one element that is a sequence itself; empty for any other.
+// The bytes of one element that is a sequence itself; empty for any other.
 std::string_view InnerSequence(const Sequence& elements, int index) {
     const ASN1_TYPE* element = elements ? sk_ASN1_TYPE_value(elements.get(), index) : nullptr;
     if (element == nullptr || element->type != V_ASN1_SEQUENCE) return {};
@@ -47,9 +47,9 @@ std::string_view InnerSequence(const Sequence& elements, int index) {
             static_cast<std::size_t>(ASN1_STRING_length(bytes))};
 }
 
-/// The DER bytes of a certificate's subject public key info (RFC 5280, section 4.1); empty if it cannot be
-/// parsed. The library's own parser builds the key as well, which costs more than the rest of a handshake's
-/// work outside the cryptography.
+// The DER bytes of a certificate's subject public key info (RFC 5280, section 4.1); empty if it cannot be
+// parsed. The library's own parser builds the key as well, which costs more than the rest of a handshake's
+// work outside the cryptography.
 std::string PublicKeyInfo(const CertificateContext& context) {
     const std::span<const std::uint8_t> encoded = Linux::BytesOf(context);
     if (encoded.empty() || encoded.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()))

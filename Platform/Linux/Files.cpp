@@ -17,7 +17,7 @@ using Linux::Descriptor;
 using Linux::Outcome;
 using Linux::Retry;
 
-/// Why something that is no regular file cannot be used as one.
+// Why something that is no regular file cannot be used as one.
 int ErrorForKind(mode_t mode) {
     if (S_ISDIR(mode)) return EISDIR;
     return S_ISLNK(mode) ? ELOOP : EINVAL;
@@ -31,7 +31,7 @@ Result CheckReplaceable(const std::string& path) {
     return S_ISREG(status.st_mode) ? Result::Success() : Result::Failure(ErrorForKind(status.st_mode));
 }
 
-/// Whether the process may make a file of that size. Reserving beyond the end of a file does not ask.
+// Whether the process may make a file of that size. Reserving beyond the end of a file does not ask.
 Result CheckSizeLimit(std::uint64_t size) {
     rlimit limit{};
     if (getrlimit(RLIMIT_FSIZE, &limit) != 0) return Result::Failure(errno);
@@ -40,9 +40,9 @@ Result CheckSizeLimit(std::uint64_t size) {
     return fits ? Result::Success() : Result::Failure(EFBIG);
 }
 
-/// Reserves the space of a new file, whose size stays 0: there is never a file of NULs for a power cut to
-/// leave behind. Where the file system cannot do that, the C library writes the NULs, if it can, so that a
-/// full disk shows there, too; `Complete` writes over them.
+// Reserves the space of a new file, whose size stays 0: there is never a file of NULs for a power cut to
+// leave behind. Where the file system cannot do that, the C library writes the NULs, if it can, so that a
+// full disk shows there, too; `Complete` writes over them.
 Result Reserve(int descriptor, std::uint64_t size) {
     if (size == 0) return Result::Success();
     if (const Result result = CheckSizeLimit(size); !result) return result;
@@ -59,7 +59,7 @@ Result Reserve(int descriptor, std::uint64_t size) {
     return Result::Failure(error);
 }
 
-/// Opens the folder of a path for a change that has to be on the disk. Gives no descriptor if it need not.
+// Opens the folder of a path for a change that has to be on the disk. Gives no descriptor if it need not.
 ValueOr<Descriptor> FolderToSync(const std::string& path, Durability durability) {
     if (durability == Durability::Unsynced) return Descriptor();
     Descriptor folder(
@@ -104,14 +104,14 @@ private:
     bool refused = false;
 };
 
-/// Success if there is such a folder, also behind a link.
+// Success if there is such a folder, also behind a link.
 Result CheckFolder(const std::string& path) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) return Result::Failure(errno);
     return S_ISDIR(status.st_mode) ? Result::Success() : Result::Failure(ENOTDIR);
 }
 
-/// Makes one folder. One that exists already, or that another process made in between, is a success.
+// Makes one folder. One that exists already, or that another process made in between, is a success.
 Result MakeFolder(const std::string& path, Durability durability) {
     if (mkdir(path.c_str(), 0700) == 0) {
         // The process's mask may have taken away what the owner needs.

@@ -73,7 +73,7 @@ std::string SubjectOf(const X509_NAME* name) {
     return std::string(data, static_cast<std::size_t>(length));
 }
 
-/// The beginning of 1970 for a time that cannot be read.
+// The beginning of 1970 for a time that cannot be read.
 TimePoint TimeOf(const ASN1_TIME* time) {
     std::tm parts{};
     if (ASN1_TIME_to_tm(time, &parts) != 1) {
@@ -102,9 +102,9 @@ public:
 
     std::uint32_t User() override { return geteuid(); }
 
-    /// The kernel's own list (proc(5)): to try the lock would be to hold it for a moment. Of the device there
-    /// stands the one that carries the file system, which is not always the one that a file tells; its number
-    /// alone is compared, and two files that share one are taken for locked both.
+    // The kernel's own list (proc(5)): to try the lock would be to hold it for a moment. Of the device there
+    // stands the one that carries the file system, which is not always the one that a file tells; its number
+    // alone is compared, and two files that share one are taken for locked both.
     std::optional<std::int64_t> LockHolder(const FileDetails& details) override {
         const auto text = Production<IFiles>().Read("/proc/locks");
         if (!text) return std::nullopt;
@@ -160,7 +160,7 @@ public:
         return facts;
     }
 
-    /// The one variable of the environment that is read: it changes how a text looks, and nothing else.
+    // The one variable of the environment that is read: it changes how a text looks, and nothing else.
     bool TakesColours() override {
         const char* const plain = std::getenv("NO_COLOR");
         return isatty(STDOUT_FILENO) == 1 && (!plain || *plain == '\0');

@@ -25,7 +25,7 @@ std::string KeyPath(const std::string& folder) {
     return folder + KeyFileName;
 }
 
-/// Whether nobody but root and the user who runs this can have read or written the file.
+// Whether nobody but root and the user who runs this can have read or written the file.
 bool IsPrivate(const struct stat& status) {
     return (status.st_uid == 0 || status.st_uid == geteuid()) && (status.st_mode & 077) == 0;
 }
@@ -47,7 +47,7 @@ ValueOr<std::string> ReadKey(const std::string& path) {
     return key;
 }
 
-/// Makes the key file complete and on the disk, or not at all. Whoever comes second finds it there.
+// Makes the key file complete and on the disk, or not at all. Whoever comes second finds it there.
 Result MakeKey(const std::string& folder, const std::string& path) {
     const Result made = Production<IFiles>().CreateDirectories(folder, Durability::Synced);
     if (!made) return made;

@@ -46,7 +46,7 @@ std::uint8_t* Bytes(std::string& text) {
     return reinterpret_cast<std::uint8_t*>(text.data());
 }
 
-/// The key for one entropy, wiped when it goes.
+// The key for one entropy, wiped when it goes.
 struct DerivedKey {
     std::array<std::uint8_t, 32> bytes{};
 
@@ -77,7 +77,7 @@ struct DerivedKey {
         return EVP_KDF_derive(context.get(), bytes.data(), bytes.size(), parameters.data()) == 1;
     }
 
-    /// The same without a provider, whose first algorithm takes long to find. One block is a whole key.
+    // The same without a provider, whose first algorithm takes long to find. One block is a whole key.
     bool DeriveBriefly(std::string_view keyFile, std::string_view machineId, std::string_view entropy) {
         Linux::Sha256::Value hash, extracted;
         Linux::Sha256 ofEntropy;
@@ -104,7 +104,7 @@ bool Encrypt(const DerivedKey& key, std::string_view plain, std::string& blob) {
            EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_GCM_GET_TAG, TagSize, body + plain.size()) == 1;
 }
 
-/// False if anything differs from what was protected; `plain` must not be used then.
+// False if anything differs from what was protected; `plain` must not be used then.
 bool Decrypt(const DerivedKey& key, std::string_view blob, std::string& plain) {
     const CipherContext context(EVP_CIPHER_CTX_new());
     const std::uint8_t* const header = Bytes(blob);
@@ -127,7 +127,7 @@ bool Decrypt(const DerivedKey& key, std::string_view blob, std::string& plain) {
 
 using GcmContext = Linux::Owned<GCM128_CONTEXT, CRYPTO_gcm128_release>;
 
-/// The rounds of a key, wiped when they go.
+// The rounds of a key, wiped when they go.
 struct KeySchedule {
     AES_KEY rounds{};
 
@@ -143,7 +143,7 @@ struct KeySchedule {
     }
 };
 
-/// `Decrypt` without a provider.
+// `Decrypt` without a provider.
 bool DecryptBriefly(const DerivedKey& key, std::string_view blob, std::string& plain) {
     KeySchedule schedule(key);
     const GcmContext context(CRYPTO_gcm128_new(&schedule.rounds, KeySchedule::Encrypt));
@@ -162,7 +162,7 @@ Linux::KeyScope ScopeOf(std::uint32_t flags) {
     return flags & IMachineProtection::LocalMachine ? Linux::KeyScope::Machine : Linux::KeyScope::User;
 }
 
-/// How a key is derived, and how a blob is deciphered with it: one of the two ways above.
+// How a key is derived, and how a blob is deciphered with it: one of the two ways above.
 struct Way {
     bool (DerivedKey::*derive)(std::string_view keyFile, std::string_view machineId,
                                std::string_view entropy);
@@ -172,7 +172,7 @@ struct Way {
 constexpr Way ThroughProviders{&DerivedKey::Derive, Decrypt};
 constexpr Way Briefly{&DerivedKey::DeriveBriefly, DecryptBriefly};
 
-/// Leaves nothing of what was read of the key file, also where there is no memory to derive from it.
+// Leaves nothing of what was read of the key file, also where there is no memory to derive from it.
 bool DeriveAndWipe(const Way& way, DerivedKey& key, std::string& keyFile, const std::string& machineId,
                    std::string_view entropy) {
     const struct Wipe {
@@ -204,7 +204,7 @@ ValueOr<std::optional<std::string>> UnprotectBy(const Way& way, std::string_view
     return std::optional<std::string>(std::move(plain));
 }
 
-/// What is to be done about a key file that others may use. `Remedy` hands out a view of it.
+// What is to be done about a key file that others may use. `Remedy` hands out a view of it.
 struct KeyRemedy {
     const std::string text =
         std::string(Linux::KeyFolderName).substr(1) + Linux::KeyFileName +

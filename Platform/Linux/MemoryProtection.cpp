@@ -13,12 +13,12 @@
 namespace Ombry::Platform {
 namespace {
 
-/// The key of the process, on a page of its own that is neither swapped out nor dumped.
+// The key of the process, on a page of its own that is neither swapped out nor dumped.
 class ProcessKey {
 public:
     static constexpr std::size_t Size = 64;  // AES-256-XTS takes two keys of 256 bits
 
-    /// The one key, made by whoever asks first; null with the error number if it cannot be made.
+    // The one key, made by whoever asks first; null with the error number if it cannot be made.
     static ValueOr<const std::uint8_t*> Get() {
         static std::atomic<std::uint8_t*> key{nullptr};
         if (const std::uint8_t* made = key.load(std::memory_order_acquire)) return made;
@@ -52,7 +52,7 @@ public:
     Result Unprotect(std::span<std::uint8_t> memory, std::uint32_t) override { return Apply(memory, false); }
 
 private:
-    /// XTS limits a data unit to 16 MiB; this is far below it.
+    // XTS limits a data unit to 16 MiB; this is far below it.
     static constexpr std::size_t UnitSize = 1 << 20;
 
     static Result Apply(std::span<std::uint8_t> memory, bool encrypt) {
@@ -83,8 +83,8 @@ private:
                written == length;
     }
 
-    /// The one algorithm, looked up by whoever asks first; null if it cannot be, and the next call tries
-    /// again. Never freed, so that memory can be protected until the process ends.
+    // The one algorithm, looked up by whoever asks first; null if it cannot be, and the next call tries
+    // again. Never freed, so that memory can be protected until the process ends.
     static const EVP_CIPHER* Cipher() {
         static std::atomic<EVP_CIPHER*> found{nullptr};
         if (const EVP_CIPHER* cipher = found.load(std::memory_order_acquire)) return cipher;

@@ -11,8 +11,8 @@
 namespace Ombry::Platform {
 namespace {
 
-/// Puts something harmless in the place of each standard stream that is closed. It is opened the wrong way
-/// round, so that using the stream fails as before.
+// Puts something harmless in the place of each standard stream that is closed. It is opened the wrong way
+// round, so that using the stream fails as before.
 void OccupyStandardStreams() noexcept {
     for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
         if (fcntl(stream, F_GETFD) != -1) continue;

@@ -50,7 +50,7 @@ private:
                static_cast<std::uint32_t>(bytes[2]) << 8 | bytes[3];
     }
 
-    /// What these callers hand out has no room for a failure, and must never be anything but random.
+    // What these callers hand out has no room for a failure, and must never be anything but random.
     void FillOrThrow(std::span<std::uint8_t> bytes) {
         if (const Result result = Bytes(bytes); !result) {
             throw std::runtime_error("The system gave no random bytes, error " +

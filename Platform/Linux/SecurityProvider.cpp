@@ -6,7 +6,7 @@
 namespace Ombry::Platform {
 namespace {
 
-/// There is no such provider here: no library of it is ever found, and nothing behind that is reached.
+// There is no such provider here: no library of it is ever found, and nothing behind that is reached.
 class LinuxSecurityProvider : public ISecurityProvider {
 public:
     ValueOr<SecurityModule> LoadModule(const char*) override { return Result::Failure(ENOENT); }

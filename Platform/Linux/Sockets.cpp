@@ -25,7 +25,7 @@ const int ProtocolTcp = IPPROTO_TCP;
 
 namespace {
 
-/// The core compares with two numbers only; 4, which it also knows, is EINTR here and stays as it is.
+// The core compares with two numbers only; 4, which it also knows, is EINTR here and stays as it is.
 int CoreError(int error) {
     if (error == EINPROGRESS) return ErrorInProgress;
     if (error == EAGAIN || error == EWOULDBLOCK) return ErrorWouldBlock;
@@ -67,10 +67,10 @@ AddressEntry EntryOf(const addrinfo& info) {
     return entry;
 }
 
-/// One wait on up to three sets, by poll, which takes a descriptor of any number. A handle has one entry,
-/// however many sets it is in: the system works through each entry before and after its sleep. The sets
-/// remember the entries of their members, so that an event is counted only where it was asked for; they are
-/// empty until the wait ends.
+// One wait on up to three sets, by poll, which takes a descriptor of any number. A handle has one entry,
+// however many sets it is in: the system works through each entry before and after its sleep. The sets
+// remember the entries of their members, so that an event is counted only where it was asked for; they are
+// empty until the wait ends.
 class PollWait {
 public:
     PollWait(SocketSet* read, SocketSet* write, SocketSet* except) {

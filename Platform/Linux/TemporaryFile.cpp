@@ -25,12 +25,12 @@ std::string NameOf(std::uint64_t chance) {
     return std::string(TemporaryNameBegin).append(digits).append(TemporaryNameEnd);
 }
 
-/// Whether locking failed because this file system has no locks. Then nobody can hold one, either.
+// Whether locking failed because this file system has no locks. Then nobody can hold one, either.
 bool MeansNoLocks(int error) {
     return error == ENOLCK || error == EOPNOTSUPP || error == ENOSYS || error == EINVAL;
 }
 
-/// Removes a temporary file if its lock can be had. One that lost its name meanwhile is locked for nothing.
+// Removes a temporary file if its lock can be had. One that lost its name meanwhile is locked for nothing.
 void RemoveIfAbandoned(const std::string& path) {
     // For writing, because some network file systems lock no other descriptor.
     const Descriptor file(

@@ -11,8 +11,8 @@ constexpr int InvalidParameter = 87;
 constexpr int InsufficientBuffer = 122;
 constexpr char32_t Replacement = 0xFFFD;
 
-/// Takes one character off the front of `text`, which is not empty. Malformed input gives U+FFFD for each
-/// longest beginning of a character that could have become a valid one (Unicode, section 3.9).
+// Takes one character off the front of `text`, which is not empty. Malformed input gives U+FFFD for each
+// longest beginning of a character that could have become a valid one (Unicode, section 3.9).
 char32_t TakeUtf8(std::string_view& text) {
     const auto byte = [&](std::size_t at) { return static_cast<std::uint8_t>(text[at]); };
     const std::uint8_t lead = byte(0);
@@ -50,8 +50,8 @@ char32_t TakeUtf8(std::string_view& text) {
     return at == length ? value : Replacement;
 }
 
-/// Takes one character off the front of `text`, which is not empty: a surrogate pair, or one wide character
-/// that may stand for any code point.
+// Takes one character off the front of `text`, which is not empty: a surrogate pair, or one wide character
+// that may stand for any code point.
 char32_t TakeWide(std::wstring_view& text) {
     const auto unit = static_cast<char32_t>(text[0]);
     text.remove_prefix(1);

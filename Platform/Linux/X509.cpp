@@ -11,7 +11,7 @@ namespace {
 
 using BioPointer = Owned<BIO, BIO_free>;
 
-/// Without a callback of ours OpenSSL asks on the terminal for the pass phrase of an enciphered entry.
+// Without a callback of ours OpenSSL asks on the terminal for the pass phrase of an enciphered entry.
 int NoPassPhrase(char*, int, int, void*) {
     return -1;
 }

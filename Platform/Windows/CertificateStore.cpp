@@ -80,7 +80,7 @@ private:
 
     bool IsHeld(CertificateContextPointer certificate) const { return held.contains(certificate); }
 
-    /// Keeps what the system found for as long as the store is open; null stays null.
+    // Keeps what the system found for as long as the store is open; null stays null.
     CertificateContextPointer Hold(SystemCertificate certificate) {
         const CertificateContextPointer shown = Shown(certificate.get());
         if (certificate) held.try_emplace(shown, std::move(certificate));
@@ -92,8 +92,8 @@ private:
         return IsHeld(certificate) ? Result::Success() : Result::Failure(ERROR_INVALID_PARAMETER);
     }
 
-    /// Not every system of this kind writes a change through at once. One that does may know nothing of the
-    /// request, and has nothing left to do.
+    // Not every system of this kind writes a change through at once. One that does may know nothing of the
+    // request, and has nothing left to do.
     Result Commit() {
         if (CertControlStore(store.get(), CERT_STORE_CTRL_COMMIT_FORCE_FLAG, CERT_STORE_CTRL_COMMIT,
                              nullptr)) {

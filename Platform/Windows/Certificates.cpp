@@ -22,8 +22,8 @@ private:
     const SystemCertificate certificate;
 };
 
-/// The system may compare no more than the bits of two keys. Those of an elliptic curve mean nothing without
-/// the curve: over one of his own choice anybody has the private half to any public one.
+// The system may compare no more than the bits of two keys. Those of an elliptic curve mean nothing without
+// the curve: over one of his own choice anybody has the private half to any public one.
 bool EqualAlgorithms(const CRYPT_ALGORITHM_IDENTIFIER& left, const CRYPT_ALGORITHM_IDENTIFIER& right) {
     return std::strcmp(left.pszObjId, right.pszObjId) == 0 &&
            left.Parameters.cbData == right.Parameters.cbData &&
@@ -69,7 +69,7 @@ public:
     }
 
 private:
-    /// Gives a caller what was made; one without a place for it only measures.
+    // Gives a caller what was made; one without a place for it only measures.
     static ValueOr<std::uint32_t> HandOver(const ValueOr<std::string>& made, void* place,
                                            std::uint32_t room) {
         if (!made) return Result::Failure(made.Error());

@@ -7,7 +7,7 @@
 namespace Ombry::Platform::Windows {
 namespace {
 
-/// The length of a text less what may be the beginning of a character at its end.
+// The length of a text less what may be the beginning of a character at its end.
 std::size_t LengthOfWhole(std::string_view text) {
     const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
     for (std::size_t back = 1; back <= std::min<std::size_t>(3, text.size()); ++back) {

@@ -29,7 +29,7 @@ Result WriteAll(const Handle& file, std::string_view data) {
     return Result::Success();
 }
 
-/// Everything up to the end of a file, in one piece of memory if it is as long as expected.
+// Everything up to the end of a file, in one piece of memory if it is as long as expected.
 ValueOr<std::string> ReadToEnd(const Handle& file, std::size_t expected) {
     // One byte more than expected, so that the end shows without growing once more.
     std::string content(expected + 1, '\0');
@@ -46,7 +46,7 @@ ValueOr<std::string> ReadToEnd(const Handle& file, std::size_t expected) {
     return content;
 }
 
-/// Takes the space by writing, and goes back to the start. `Complete` writes over the NULs.
+// Takes the space by writing, and goes back to the start. `Complete` writes over the NULs.
 Result WriteNuls(const Handle& file, std::uint64_t size) {
     const std::string nuls(static_cast<std::size_t>(std::min<std::uint64_t>(size, MostAtOnce)), '\0');
     for (std::uint64_t left = size; left > 0;) {
@@ -59,9 +59,9 @@ Result WriteNuls(const Handle& file, std::uint64_t size) {
     return Result::Success();
 }
 
-/// Reserves the space of a new file, whose size stays 0: there is never a file of NULs for a power cut to
-/// leave behind. Where the system cannot do that, the NULs are written all the same, so that a full disk
-/// shows here.
+// Reserves the space of a new file, whose size stays 0: there is never a file of NULs for a power cut to
+// leave behind. Where the system cannot do that, the NULs are written all the same, so that a full disk
+// shows here.
 Result Reserve(const Handle& file, std::uint64_t size) {
     if (size == 0) return Result::Success();
     if (size > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
@@ -76,7 +76,7 @@ Result Reserve(const Handle& file, std::uint64_t size) {
     return Windows::MeansUnsupported(failure.Error()) ? WriteNuls(file, size) : failure;
 }
 
-/// Opens the folder of a path for a change that has to be on the disk. Gives no handle if it need not.
+// Opens the folder of a path for a change that has to be on the disk. Gives no handle if it need not.
 ValueOr<Handle> FolderToFlush(const std::wstring& path, Durability durability) {
     if (durability == Durability::Unsynced) return Handle();
     return Windows::OpenToFlush(Windows::ParentOf(path));
@@ -86,7 +86,7 @@ Result FlushIfOpen(const Handle& folder) {
     return folder ? Windows::Flush(folder) : Result::Success();
 }
 
-/// Why the file at a path may not be written to; success also if there is none.
+// Why the file at a path may not be written to; success also if there is none.
 Result CheckWritable(const std::wstring& path) {
     const auto file = Windows::Open(path, FILE_READ_ATTRIBUTES);
     if (!file) {
@@ -223,7 +223,7 @@ private:
         return result ? std::move(file) : ValueOr<Handle>(result);
     }
 
-    /// The name goes when this closes the file, and so ahead of any flush of its folder.
+    // The name goes when this closes the file, and so ahead of any flush of its folder.
     static Result RemoveAt(const std::wstring& path) {
         const auto file = Windows::Open(path, DELETE | FILE_READ_ATTRIBUTES);
         if (!file) return Result::Failure(file.Error());

@@ -9,7 +9,7 @@
 namespace Ombry::Platform::Windows {
 namespace {
 
-/// Opens what stands at a path, or behind it if it is a link, as a folder alone can be opened.
+// Opens what stands at a path, or behind it if it is a link, as a folder alone can be opened.
 Handle OpenFolder(const std::wstring& path, DWORD access) {
     return Handle(CreateFileW(path.c_str(), access, ShareAll, nullptr, OPEN_EXISTING,
                               FILE_FLAG_BACKUP_SEMANTICS, nullptr));

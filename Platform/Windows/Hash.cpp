@@ -43,7 +43,7 @@ public:
     }
 
 private:
-    /// The system counts a piece in 32 bits.
+    // The system counts a piece in 32 bits.
     static constexpr std::size_t LargestPiece = std::size_t{1} << 30;
 
     const HCRYPTHASH hash;

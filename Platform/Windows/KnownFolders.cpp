@@ -8,7 +8,7 @@
 namespace Ombry::Platform {
 namespace {
 
-/// The "Quennet" folder below one of the system's; a failure carries what the call returned.
+// The "Quennet" folder below one of the system's; a failure carries what the call returned.
 ValueOr<std::wstring> QuennetBelow(int folder) {
     wchar_t path[MAX_PATH] = {};
     const HRESULT result = SHGetFolderPathW(nullptr, folder, nullptr, SHGFP_TYPE_CURRENT, path);

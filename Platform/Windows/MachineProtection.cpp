@@ -11,7 +11,7 @@
 namespace Ombry::Platform {
 namespace {
 
-/// What the system made; wiped before it goes back, since it may be the plain text.
+// What the system made; wiped before it goes back, since it may be the plain text.
 class Output {
 public:
     Output() = default;
@@ -33,7 +33,7 @@ private:
     DATA_BLOB blob{};
 };
 
-/// The system reads its input only, and counts it in 32 bits.
+// The system reads its input only, and counts it in 32 bits.
 DATA_BLOB InputOf(std::string_view text) {
     auto* const bytes = reinterpret_cast<BYTE*>(const_cast<char*>(text.data()));
     return {static_cast<DWORD>(text.size()), bytes};
@@ -54,7 +54,7 @@ public:
     }
 
 private:
-    /// The two operations differ in the type of a description, which neither is given.
+    // The two operations differ in the type of a description, which neither is given.
     template <class Operation>
     static ValueOr<std::optional<std::string>> Apply(Operation operation, std::string_view input,
                                                      std::string_view entropy, std::uint32_t flags) {

@@ -17,18 +17,18 @@ constexpr auto RenameEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22);       // F
 constexpr Duration FirstWait = std::chrono::milliseconds(1);
 constexpr Duration LastWait = std::chrono::milliseconds(1024);
 
-/// Whether somebody has opened a file in a way that leaves no room for others.
+// Whether somebody has opened a file in a way that leaves no room for others.
 bool MeansLocked(int error) {
     return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION;
 }
 
-/// Whether the target of a rename may be in use; the system says the same of one that may not be replaced.
+// Whether the target of a rename may be in use; the system says the same of one that may not be replaced.
 bool MeansInUse(int error) {
     return MeansLocked(error) || error == ERROR_ACCESS_DENIED || error == ERROR_DELETE_PENDING ||
            error == ERROR_USER_MAPPED_FILE;
 }
 
-/// Repeats `call`, which gives a result, as long as its failure may be one of the moment.
+// Repeats `call`, which gives a result, as long as its failure may be one of the moment.
 template <class Call>
 Result WaitWhile(bool (*passes)(int error), Call call) {
     Result result = call();
@@ -46,7 +46,7 @@ Result CheckReplaceable(DWORD attributes) {
     return Result::Success();
 }
 
-/// The same for what stands at a path, if anything that can be looked at does.
+// The same for what stands at a path, if anything that can be looked at does.
 Result CheckReplaceable(const std::wstring& path) {
     const DWORD attributes = GetFileAttributesW(path.c_str());
     return attributes == INVALID_FILE_ATTRIBUTES ? Result::Success() : CheckReplaceable(attributes);
@@ -77,7 +77,7 @@ public:
         std::memcpy(Information().FileName, target.c_str(), (target.size() + 1) * sizeof(wchar_t));
     }
 
-    /// Tries once: so that whoever has the target open keeps it, or else as older file systems can.
+    // Tries once: so that whoever has the target open keeps it, or else as older file systems can.
     Result Try(const Handle& file) {
         Information().Flags = FILE_RENAME_FLAG_REPLACE_IF_EXISTS | FILE_RENAME_FLAG_POSIX_SEMANTICS;
         const Result result = Set(file, RenameEx, Information(), size);

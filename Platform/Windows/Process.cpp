@@ -22,8 +22,8 @@ namespace {
 constexpr DWORD WithoutTheHeap = 1;  // WER_FAULT_REPORTING_FLAG_NOHEAP
 constexpr UINT AbortedExitCode = 3;  // as the runtime library has it
 
-/// The end of a process that broke: at once, without a box that waits for somebody and without a report, in
-/// which its memory would leave the machine.
+// The end of a process that broke: at once, without a box that waits for somebody and without a report, in
+// which its memory would leave the machine.
 LONG WINAPI EndAtOnce(EXCEPTION_POINTERS* what) {
     TerminateProcess(GetCurrentProcess(), what->ExceptionRecord->ExceptionCode);
     return EXCEPTION_EXECUTE_HANDLER;
@@ -37,14 +37,14 @@ void LeaveNoMemoryBehind() noexcept {
     WerSetFlags(WithoutTheHeap);
 }
 
-/// What is loaded from here on comes from the system's folder and never from that of the program, where
-/// whoever filled a folder of downloads may have put another. What the program imports was loaded before.
+// What is loaded from here on comes from the system's folder and never from that of the program, where
+// whoever filled a folder of downloads may have put another. What the program imports was loaded before.
 void LoadFromTheSystemAlone() noexcept {
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
 }
 
-/// Puts something harmless in the place of each standard stream that is closed, opened the wrong way round,
-/// so that using the stream fails as before; and has the others take bytes as they are.
+// Puts something harmless in the place of each standard stream that is closed, opened the wrong way round,
+// so that using the stream fails as before; and has the others take bytes as they are.
 void PrepareStandardStreams() noexcept {
     for (int stream = 0; stream <= 2; ++stream) {
         // What the program was started without is another case, -2: no file takes that number.

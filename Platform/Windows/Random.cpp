@@ -15,9 +15,9 @@ namespace {
 
 using GenerateRandom = BOOLEAN(WINAPI*)(void* bytes, ULONG count);
 
-/// The system's RtlGenRandom, from the library that has it; null if there is none. What <ntsecapi.h> declares
-/// is imported from the second of these, which refers to the first: the system would look for that when the
-/// program starts, beside the program first. Systems that have not the first have it in the second itself.
+// The system's RtlGenRandom, from the library that has it; null if there is none. What <ntsecapi.h> declares
+// is imported from the second of these, which refers to the first: the system would look for that when the
+// program starts, beside the program first. Systems that have not the first have it in the second itself.
 GenerateRandom SystemsGenerator() {
     static const GenerateRandom generator = []() -> GenerateRandom {
         for (const wchar_t* name : {L"cryptbase.dll", L"advapi32.dll"}) {
@@ -65,7 +65,7 @@ public:
     }
 
 private:
-    /// What these callers hand out has no room for a failure, and must never be anything but random.
+    // What these callers hand out has no room for a failure, and must never be anything but random.
     [[noreturn]] static void ThrowNoRandomBytes(long error) {
         throw std::runtime_error("The system gave no random bytes, error " + std::to_string(error));
     }

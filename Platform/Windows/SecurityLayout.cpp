@@ -41,7 +41,7 @@ static_assert(SpProtTls1_0 == SP_PROT_TLS1_0 && SpProtTls1_1 == SP_PROT_TLS1_1 &
 static_assert(std::string_view(UnispNameA) == UNISP_NAME_A);
 static_assert(CertificateEncoding == (X509_ASN_ENCODING | PKCS_7_ASN_ENCODING));
 
-/// Whether a member of one record lies where that of another does, at the same size.
+// Whether a member of one record lies where that of another does, at the same size.
 #define SAME_PLACE(record, member)                                          \
     static_assert(offsetof(record, member) == offsetof(::record, member) && \
                   sizeof(record::member) == sizeof(::record::member))

@@ -53,7 +53,7 @@ struct SocketAddress {
     int length;
 };
 
-/// The narrow form of a call would read the code page of the machine.
+// The narrow form of a call would read the code page of the machine.
 std::optional<std::wstring> WideOrNone(const char* text) {
     return text ? std::optional(Windows::Wide(text)) : std::nullopt;
 }
@@ -70,14 +70,14 @@ AddressEntry EntryOf(const ADDRINFOW& info) {
     return entry;
 }
 
-/// Mode in which no call waits. Sockets are made so, and stay so: this system has no transfer that does not
-/// wait on a socket of the other mode.
+// Mode in which no call waits. Sockets are made so, and stay so: this system has no transfer that does not
+// wait on a socket of the other mode.
 Result StopWaiting(SOCKET socket) {
     u_long on = 1;
     return Outcome(ioctlsocket(socket, static_cast<long>(FIONBIO), &on));
 }
 
-/// The system's form of a set, in which a call leaves what is ready.
+// The system's form of a set, in which a call leaves what is ready.
 class SystemSet {
 public:
     explicit SystemSet(const SocketSet* set) : isThere(set != nullptr) {
@@ -104,8 +104,8 @@ private:
 
 class WindowsSockets : public ISockets {
 public:
-    /// The library is used from here on; whoever takes references counts beside this one, which is never
-    /// given back.
+    // The library is used from here on; whoever takes references counts beside this one, which is never
+    // given back.
     WindowsSockets() {
         WSADATA ignored;
         static_cast<void>(WSAStartup(MAKEWORD(2, 2), &ignored));
@@ -178,7 +178,7 @@ public:
         return Outcome(bind(Number(socket), local.Pointer(), local.length));
     }
 
-    /// Nothing changes, whichever mode is asked for; a handle that is no socket is still refused.
+    // Nothing changes, whichever mode is asked for; a handle that is no socket is still refused.
     Result SetNonBlocking(SocketHandle socket, bool) override { return StopWaiting(Number(socket)); }
 
     Result Connect(SocketHandle socket, const AddressEntry& address) override {
@@ -227,7 +227,7 @@ public:
         return Moved(recv(Number(socket), static_cast<char*>(buffer), Most(length), 0));
     }
 
-    /// The system has no way to be told that more follows.
+    // The system has no way to be told that more follows.
     TransferResult Send(SocketHandle socket, const void* buffer, std::uint32_t length, bool) override {
         return Moved(send(Number(socket), static_cast<const char*>(buffer), Most(length), 0));
     }

@@ -5,8 +5,8 @@
 namespace Ombry::Platform::Windows {
 namespace {
 
-/// Whether this is one DER element (X.690, section 8.1.3) from end to end, as far as its length says: the
-/// system's parser passes over what follows it.
+// Whether this is one DER element (X.690, section 8.1.3) from end to end, as far as its length says: the
+// system's parser passes over what follows it.
 bool IsOneElement(std::span<const std::uint8_t> encoded) {
     if (encoded.size() < 2) return false;
     if (encoded[1] < 0x80) return encoded.size() - 2 == encoded[1];

@@ -21,7 +21,7 @@ unsigned long* Native(std::uint32_t* number) {
     return reinterpret_cast<unsigned long*>(number);
 }
 
-/// The interface takes texts without const, and does not write to them.
+// The interface takes texts without const, and does not write to them.
 char* Native(const char* text) {
     return const_cast<char*>(text);
 }

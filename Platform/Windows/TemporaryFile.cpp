@@ -27,7 +27,7 @@ std::wstring NameOf(const std::array<std::uint8_t, TemporaryNameDigits / 2>& cha
     return name.append(TemporaryNameEnd.begin(), TemporaryNameEnd.end());
 }
 
-/// Makes a file that others may read alone, so that the right to remove it cannot be had beside this handle.
+// Makes a file that others may read alone, so that the right to remove it cannot be had beside this handle.
 ValueOr<Handle> CreatePrivate(const std::wstring& path, SECURITY_ATTRIBUTES access) {
     Handle file(CreateFileW(path.c_str(), GENERIC_WRITE | DELETE, FILE_SHARE_READ, &access, CREATE_NEW,
                             FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
@@ -35,7 +35,7 @@ ValueOr<Handle> CreatePrivate(const std::wstring& path, SECURITY_ATTRIBUTES acce
     return file;
 }
 
-/// Whoever made the file has it open as long as he lives, and then this one does not open.
+// Whoever made the file has it open as long as he lives, and then this one does not open.
 void RemoveIfAbandoned(const std::wstring& path) {
     const Handle file(CreateFileW(path.c_str(), DELETE | FILE_READ_ATTRIBUTES, ShareAll, nullptr,
                                   OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr));

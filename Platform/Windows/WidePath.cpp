@@ -35,8 +35,8 @@ bool EqualsIgnoringCase(std::wstring_view left, std::wstring_view right) {
                                 static_cast<int>(right.size()), TRUE) == CSTR_EQUAL;
 }
 
-/// Whether the system has at some time taken the name for a device, in whatever folder. What stands behind a
-/// point plays no part, nor do blanks in front of it.
+// Whether the system has at some time taken the name for a device, in whatever folder. What stands behind a
+// point plays no part, nor do blanks in front of it.
 bool IsReserved(std::wstring_view name) {
     name = name.substr(0, name.find(L'.'));
     name = name.substr(0, name.find_last_not_of(L' ') + 1);
