@@ -40,7 +40,8 @@ TEST(OAuth2TokenTest, ATokenThatIsSetBackLeavesNothingInTheMemoryThatItFrees) {
     }
 }
 
-// What it reads the token from is a copy of the text, and another one is kept for messages.
+// What it reads the token from is the reader's copy of the text; on the way the token lies on its stack, and
+// at last in the document.
 TEST(OAuth2TokenTest, ReadingATokenLeavesNothingOfItInFreedMemory) {
     const std::string secret = "a token too long for a string object";
     const std::string more(100'000, 'x');  // more than the document has room for at first
