@@ -12,7 +12,6 @@ namespace Ombry::Tests {
 namespace {
 
 const std::string AlwaysAsk = "max-age=0, stale-while-revalidate=604500";
-const std::string CacheFolder = SecurityFolder + "/CS-cpp/cache";
 
 std::string Masked(const std::string& text) {
     static const std::regex guid("[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}");

@@ -38,6 +38,7 @@ inline Tree TreeOf(const std::filesystem::path& folder) {
 }
 
 inline const std::string SecurityFolder = "Quennet/OmbrySecurity";
+inline const std::string CacheFolder = SecurityFolder + "/CS-cpp/cache";
 inline const std::string DatacenterFile = SecurityFolder + "/CS/datacenterid.config";
 
 /// No host has this name, and no server of names is asked: a label is longer than any may be (RFC 1035,

@@ -14,7 +14,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const std::string CacheFolder = SecurityFolder + "/CS-cpp/cache";
 const std::string CredentialsFile = SecurityFolder + "/Components/c1/ombrycomponent.config";
 const std::string RecordFile = SecurityFolder + "/Components/c1/Services/svc.config";
 const std::string KeyFile = "Quennet/Keys/protection.key";

@@ -9,8 +9,6 @@
 
 namespace Ombry::Tests {
 
-inline const std::string CacheFolder = SecurityFolder + "/CS-cpp/cache";
-
 /// Whether a path is that of a file that has not got its name yet.
 inline bool IsTemporary(const std::string& path) {
     return std::regex_search(path, std::regex("/\\.ombry-[0-9a-f]{16}\\.tmp$"));
