@@ -53,7 +53,7 @@ std::shared_ptr<const ReadEntry> DirectoryKeyValueStorage::Reread(const std::str
     const Platform::ValueOr<Platform::FileState> state = StateOf(entryName, known ? known->path : path);
     if (state && known && known->state == *state && known->readAt <= now) return known;
     auto entry = std::make_shared<ReadEntry>();
-    entry->path = known ? known->path : std::move(path);
+    entry->path = known ? known->path : path;
     entry->text = GetEntry(entryName);
     if (state && IsSettled(*state, now)) entry->state = *state;
     entry->readAt = now;

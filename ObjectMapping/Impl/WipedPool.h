@@ -44,7 +44,7 @@ private:
     };
 
     void AddChunk(std::size_t atLeast) {
-        const std::size_t capacity = std::max<std::size_t>(atLeast, 64 * 1024);
+        const std::size_t capacity = std::max(atLeast, std::size_t{64} * 1024);
         chunks.push_back({std::make_unique_for_overwrite<char[]>(capacity), capacity, 0});
     }
 
