@@ -37,6 +37,15 @@ TEST_F(ZephSSLIOLateReadTest, BytesGoToTheOpenRead) {
     EXPECT_THAT(lower.events, IsEmpty());
 }
 
+TEST_F(ZephSSLIOLateReadTest, BytesAheadOfARequestFailTheOpenReadOnce) {
+    StopWithAReadBelow();
+    ssl.ExpectSilenceUntilSent();
+    lower.CompleteRead("clear");
+    EXPECT_THAT(Take(listener.events), ElementsAre("read failed 0"));
+    ssl.AbortTask(TaskTypeRead);
+    EXPECT_THAT(listener.events, ElementsAre("fatal"));
+}
+
 TEST_F(ZephSSLIOLateReadTest, UserReadWaitsForItInsteadOfStartingAnother) {
     TurnOn();
     engine.wants = true;

@@ -82,6 +82,20 @@ TEST_F(ZephSSLIONotifyTest, NoLockIsHeldWhileAHandlerIsCalled) {
     EXPECT_THAT(listener.events, ElementsAre("read ok 3", "read failed 0"));
 }
 
+TEST_F(ZephSSLIONotifyTest, HandlerThatUnregistersInItsReadHearsNoWrite) {
+    TurnOn();
+    engine.wants = true;
+    engine.writeAtMost = 0;
+    Read(3);
+    Write("abc");
+    scheduler.RunTasks();
+    listener.onComplete = [&] { ssl.UnRegisterIOCompletionHandler(); };
+    engine.plaintext = "abc";
+    engine.writeAtMost = 3;
+    lower.CompleteRead("ciphertext");
+    EXPECT_THAT(listener.events, ElementsAre("read ok 3"));
+}
+
 TEST_F(ZephSSLIONotifyTest, HandlerThatUnregistersInItsReadFailureHearsNoWriteFailure) {
     TurnOn();
     engine.wants = true;

@@ -132,6 +132,21 @@ TEST_F(ZephSSLIOSilenceTest, WhatIsNoPlaintextLetsTheRequestGo) {
     EXPECT_THAT(listener.events, ElementsAre("read ok 6"));
 }
 
+TEST_F(ZephSSLIOSilenceTest, BytesOfTheHandshakeThatAreSentDoNotEndIt) {
+    TurnOn();
+    engine.wants = true;
+    engine.output = "hello";
+    engine.writeAtMost = 0;
+    ssl.ExpectSilenceUntilSent();
+    Read(100);
+    Write("r");
+    scheduler.RunTasks();
+    ASSERT_EQ(lower.CompleteWrite(), "hello");
+    engine.plaintext = "answer";
+    lower.CompleteRead("ciphertext");
+    EXPECT_THAT(listener.events, ElementsAre("read failed 0", "write failed 0"));
+}
+
 TEST_F(ZephSSLIOSilenceTest, PartOfARecordOnAConnectionThatCarriedARequestFailsTheRead) {
     BeginRequest();
     lower.CompleteWrite();
@@ -144,6 +159,22 @@ TEST_F(ZephSSLIOSilenceTest, PartOfARecordOnAConnectionThatCarriedARequestFailsT
 }
 
 TEST_F(ZephSSLIOSilenceTest, PartOfARecordBehindAHandshakeIsLeftAlone) {
+    BeginRequest();
+    engine.unread = true;
+    PeerSays("");
+    EXPECT_THAT(listener.events, IsEmpty());
+    lower.CompleteWrite();
+    PeerSays("answer");
+    EXPECT_THAT(listener.events, ElementsAre("read ok 6"));
+}
+
+TEST_F(ZephSSLIOSilenceTest, PartOfARecordBehindTheHandshakeOfTheNextConnectionIsLeftAlone) {
+    BeginRequest();
+    lower.CompleteWrite();
+    ssl.Terminate();
+    scheduler.tasks.clear();
+    lower.pRead = nullptr;
+    Initialize(nullptr);
     BeginRequest();
     engine.unread = true;
     PeerSays("");
