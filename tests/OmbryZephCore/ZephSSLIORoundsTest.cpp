@@ -69,6 +69,24 @@ TEST_F(ZephSSLIORoundsTest, CloseSeenInARoundBehindAnIdleOneIsStillAnswered) {
     EXPECT_EQ(lower.CompleteWrite(), "alert");
 }
 
+TEST_F(ZephSSLIORoundsTest, OutputOfAReadBehindAnIdleRoundIsSent) {
+    TurnOn();
+    engine.blocked = true;
+    engine.onReadPlaintext = [this] {
+        if (engine.Count("read_plaintext") == 2) engine.plaintext = "abc", engine.output = "update";
+    };
+    EXPECT_EQ(Read(10), 0u);
+    EXPECT_THAT(lower.events, ElementsAre("write 6"));
+}
+
+TEST_F(ZephSSLIORoundsTest, ShutdownThatEndsBehindAnIdleRoundEndsTLSAtOnce) {
+    TurnOn();
+    engine.shutdownResults = {1, 1};
+    engine.onShutdown = [this] { engine.shutdownComplete = engine.Count("shutdown") == 2; };
+    EXPECT_EQ(ssl.StopSSL(true), 0u);
+    EXPECT_THAT(listener.events, ElementsAre("stopped"));
+}
+
 TEST_F(ZephSSLIORoundsTest, OutputThatWaitsForARunningWriteTakesNoFurtherRound) {
     TurnOn();
     engine.output = "head";

@@ -47,6 +47,14 @@ TEST_F(ZephSSLIOSilenceTest, PlaintextBeforeTheRequestWasSentFailsTheReadAndStop
     ExpectRefused();
 }
 
+TEST_F(ZephSSLIOSilenceTest, RefusalIsTraced) {
+    BeginRequest();
+    ssl.SetVerbose(true);
+    PeerSays("answer");
+    EXPECT_THAT(logger->Messages(0),
+                Contains("bytes came ahead of the request -- reporting a fatal error.  sessionid = 7"));
+}
+
 TEST_F(ZephSSLIOSilenceTest, PlaintextBehindTheFirstByteIsTheAnswer) {
     BeginRequest();
     lower.CompleteWrite(1);
@@ -215,6 +223,21 @@ TEST_F(ZephSSLIOSilenceTest, WithTLSOffBytesBehindTheFirstByteAreTheAnswer) {
     lower.CompleteWrite(1);
     lower.CompleteRead("answer");
     EXPECT_THAT(listener.events, ElementsAre("write ok 1", "read ok 6"));
+}
+
+TEST_F(ZephSSLIOSilenceTest, RequestThatTLSLeftOpenEndsItInClearText) {
+    TurnOn();
+    engine.writeAtMost = 0;
+    ssl.ExpectSilenceUntilSent();
+    Write("request");
+    engine.shutdownComplete = true;
+    ssl.StopSSL(false);
+    scheduler.RunTasks();
+    lower.CompleteWrite(1);
+    Read(100);
+    Take(listener.events);
+    lower.CompleteRead("answer");
+    EXPECT_THAT(listener.events, ElementsAre("read ok 6"));
 }
 
 TEST_F(ZephSSLIOSilenceTest, WithTLSOffACloseIsOne) {
