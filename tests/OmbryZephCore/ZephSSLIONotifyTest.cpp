@@ -22,6 +22,16 @@ protected:
         logger->Clear();
         return messages;
     }
+    /// A read and a write wait.
+    void OpenBothForAHandlerThatUnregistersInTheFirst() {
+        TurnOn();
+        engine.wants = true;
+        engine.writeAtMost = 0;
+        Read(3);
+        Write("abc");
+        scheduler.RunTasks();
+        listener.onComplete = [this] { ssl.UnRegisterIOCompletionHandler(); };
+    }
 };
 
 // The task
@@ -83,13 +93,7 @@ TEST_F(ZephSSLIONotifyTest, NoLockIsHeldWhileAHandlerIsCalled) {
 }
 
 TEST_F(ZephSSLIONotifyTest, HandlerThatUnregistersInItsReadHearsNoWrite) {
-    TurnOn();
-    engine.wants = true;
-    engine.writeAtMost = 0;
-    Read(3);
-    Write("abc");
-    scheduler.RunTasks();
-    listener.onComplete = [&] { ssl.UnRegisterIOCompletionHandler(); };
+    OpenBothForAHandlerThatUnregistersInTheFirst();
     engine.plaintext = "abc";
     engine.writeAtMost = 3;
     lower.CompleteRead("ciphertext");
@@ -97,13 +101,7 @@ TEST_F(ZephSSLIONotifyTest, HandlerThatUnregistersInItsReadHearsNoWrite) {
 }
 
 TEST_F(ZephSSLIONotifyTest, HandlerThatUnregistersInItsReadFailureHearsNoWriteFailure) {
-    TurnOn();
-    engine.wants = true;
-    engine.writeAtMost = 0;
-    Read(3);
-    Write("abc");
-    scheduler.RunTasks();
-    listener.onComplete = [&] { ssl.UnRegisterIOCompletionHandler(); };
+    OpenBothForAHandlerThatUnregistersInTheFirst();
     lower.FailRead();
     EXPECT_THAT(listener.events, ElementsAre("read failed 0"));
 }

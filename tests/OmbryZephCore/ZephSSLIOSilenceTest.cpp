@@ -34,6 +34,15 @@ protected:
         lower.CompleteRead("ciphertext");
         scheduler.RunTasks();
     }
+    /// Of a record that comes before the request was sent; the request goes on to its answer.
+    void ExpectPartOfARecordLeftAlone() {
+        engine.unread = true;
+        PeerSays("");
+        EXPECT_THAT(listener.events, IsEmpty());
+        lower.CompleteWrite();
+        PeerSays("answer");
+        EXPECT_THAT(listener.events, ElementsAre("read ok 6"));
+    }
     /// The read failed, and neither it nor the request will be heard of below again.
     void ExpectRefused() {
         EXPECT_THAT(Take(listener.events), ElementsAre("read failed 0"));
@@ -168,12 +177,7 @@ TEST_F(ZephSSLIOSilenceTest, PartOfARecordOnAConnectionThatCarriedARequestFailsT
 
 TEST_F(ZephSSLIOSilenceTest, PartOfARecordBehindAHandshakeIsLeftAlone) {
     BeginRequest();
-    engine.unread = true;
-    PeerSays("");
-    EXPECT_THAT(listener.events, IsEmpty());
-    lower.CompleteWrite();
-    PeerSays("answer");
-    EXPECT_THAT(listener.events, ElementsAre("read ok 6"));
+    ExpectPartOfARecordLeftAlone();
 }
 
 TEST_F(ZephSSLIOSilenceTest, PartOfARecordBehindTheHandshakeOfTheNextConnectionIsLeftAlone) {
@@ -184,12 +188,7 @@ TEST_F(ZephSSLIOSilenceTest, PartOfARecordBehindTheHandshakeOfTheNextConnectionI
     lower.pRead = nullptr;
     Initialize(nullptr);
     BeginRequest();
-    engine.unread = true;
-    PeerSays("");
-    EXPECT_THAT(listener.events, IsEmpty());
-    lower.CompleteWrite();
-    PeerSays("answer");
-    EXPECT_THAT(listener.events, ElementsAre("read ok 6"));
+    ExpectPartOfARecordLeftAlone();
 }
 
 TEST_F(ZephSSLIOSilenceTest, PartOfARecordBehindTheFirstByteIsThatOfTheAnswer) {
