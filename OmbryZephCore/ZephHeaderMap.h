@@ -73,8 +73,9 @@ private:
             m_Text[header.nValue + value.size()] = '\0';
             return;
         }
-        header.nValue = m_Text.size();
+        const std::size_t nValue = m_Text.size();
         m_Text.append(value).push_back('\0');
+        header.nValue = nValue;  // behind what may throw: until here the header is as it was
         header.nValueRoom = value.size();
     }
 

@@ -3,9 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <map>
 #include <random>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace Ombry::Tests {
 namespace {
@@ -52,6 +55,17 @@ TEST(ZephHeaderMapTest, ValueThatIsReplacedAgainAndAgainTakesNoMoreMemory) {
     }
     EXPECT_EQ(AllocationsOfThisThread(), before);
     EXPECT_EQ(TextOf(headers), "a=" + longer + ";");
+}
+
+// A length that no text can have is refused before it is read.
+TEST(ZephHeaderMapTest, ValueThatFindsNoMemoryLeavesTheOneThatWasThere) {
+    ZephHeaderMap headers;
+    headers.Set("a", "12345");
+    EXPECT_THROW(headers.Set("a", std::string_view("x", PTRDIFF_MAX)), std::length_error);
+    EXPECT_EQ(TextOf(headers), "a=12345;");
+    headers.Set("a", "12");
+    headers.Set("b", "c");
+    EXPECT_EQ(TextOf(headers), "a=12;b=c;");
 }
 
 TEST(ZephHeaderMapTest, NothingOfAClearedMessageIsLeftInTheNext) {
