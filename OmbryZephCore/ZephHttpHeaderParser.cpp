@@ -79,7 +79,7 @@ std::uint32_t ZephHttpHeaderParser::Parse(const std::uint8_t* pData, std::uint32
 }
 
 void ZephHttpHeaderParser::Reset() {
-    m_Headers.clear();  // before the copy that it points into
+    m_Headers.clear();
     m_Copy.reset();
     m_Begin = m_End = m_Cursor = nullptr;
     m_Method = m_Url = m_Version = nullptr;

@@ -206,7 +206,7 @@ bool ZephSSLIO::MoreOutputFits() {
 }
 
 // TLS has just gone off: open transfers go on in clear text. Behind the guard they are complete instead, and
-// DoPendingNotifications says so.
+// Notify says so.
 std::uint32_t ZephSSLIO::HandOverOpenTransfers() {
     if (IsClosed()) {
         m_ReadFill = 0;
