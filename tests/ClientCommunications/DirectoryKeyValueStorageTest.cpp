@@ -266,6 +266,19 @@ TEST_F(DirectoryKeyValueStorageRereadTest, AFileThatIsAsItWasIsLookedAtAndNotRea
     EXPECT_THAT(files.Texts(), ElementsAre("State " + AbcFile + "-p", "State " + AbcFile + "-p"));
 }
 
+// What was read right behind a save is not relied on, so that the second reading is the one that lasts.
+TEST_F(DirectoryKeyValueStorageRereadTest, AFileThatWasReadTwiceIsLookedAtAndNotRead) {
+    files.Put(AbcFile + "-p", "value");
+    const Known first = storage.Reread(AbcEntry, nullptr);
+    clock.Advance(std::chrono::minutes(1));
+    const Known second = storage.Reread(AbcEntry, first);
+    EXPECT_NE(second, first);
+    files.ClearOperations();
+
+    EXPECT_EQ(storage.Reread(AbcEntry, second), second);
+    EXPECT_THAT(files.Texts(), ElementsAre("State " + AbcFile + "-p"));
+}
+
 TEST_F(DirectoryKeyValueStorageRereadTest, AFileThatChangedWithinAStepOfTheClockBeforeItWasReadIsReadAgain) {
     for (const Duration age : {Duration(0), Tick, ClockStep - Tick, ClockStep, -ClockStep}) {
         files.Put(AbcFile + "-p", "old");

@@ -37,8 +37,11 @@ void ExpectForeign(const ZephSorrelConnectionParameters& params) {
     EXPECT_EQ(params.GetCertificateValidation().m_Certificate, "AAAA");
 }
 
+// As a map of them sees it, and as the one look without the map does.
 bool Equal(const ZephSorrelConnectionParameters& left, const ZephSorrelConnectionParameters& right) {
-    return !(left < right) && !(right < left);
+    const bool equal = !(left < right) && !(right < left);
+    EXPECT_EQ(left == right, equal);
+    return equal;
 }
 
 ZephSorrelConnectionParameters WithRule(std::int32_t nMode, std::string certificate) {
@@ -145,6 +148,24 @@ TEST(ZephSorrelConnectionParametersTest, EachFieldDecidesOnlyWhenAllBeforeItAreE
         EXPECT_FALSE(high < low) << i;
         std::swap(low, high);
         ASSERT_TRUE(high < low) << i;
+    }
+}
+
+TEST(ZephSorrelConnectionParametersTest, OneFieldThatDiffersMakesThemUnequal) {
+    const ZephSorrelConnectionParameters base = WithRule(2, "A");
+    std::vector<ZephSorrelConnectionParameters> others(6, base);
+    others[0].SetHost("other");
+    others[1].SetUseSSL(true);
+    others[2].SetConnectTimeout(4);
+    others[3].SetBindAddress("::1");
+    others[4].SetBindPort(1);
+    others[5] = ZephSorrelConnectionParameters("host", 444);
+    others[5].SetCertificateValidation({2, "A"});
+    others.push_back(WithRule(2, "B"));
+    others.push_back(WithRule(0, "A"));
+    for (std::size_t i = 0; i < others.size(); ++i) {
+        EXPECT_FALSE(Equal(base, others[i])) << i;
+        EXPECT_TRUE(Equal(others[i], ZephSorrelConnectionParameters(others[i]))) << i;
     }
 }
 

@@ -114,6 +114,22 @@ TEST_F(ZephSorrelSyncConnectionPoolTest, OtherParametersHaveConnectionsOfTheirOw
         pool->ReleaseConnection(p);
 }
 
+// What was judged by one rule is never lent to a caller with another one, also where it was asked for last.
+TEST_F(ZephSorrelSyncConnectionPoolTest, OtherRulesForTheCertificateHaveConnectionsOfTheirOwn) {
+    ZephSorrelConnectionParameters pinned = Params(), otherPin = Params(), unchecked = Params();
+    pinned.SetCertificateValidation({2, "A"});
+    otherPin.SetCertificateValidation({2, "B"});
+    unchecked.SetCertificateValidation({0, "A"});
+    for (const ZephSorrelConnectionParameters& other : {otherPin, unchecked}) {
+        ZephSorrelSyncConnectionIf* const pConnection = Idle(pinned);
+        ZephSorrelSyncConnectionIf* const pOther = pool->GetConnection(other);
+        ASSERT_NE(pOther, pConnection);
+        EXPECT_EQ(pool->GetConnection(pinned), pConnection);
+        for (auto* p : {pConnection, pOther})
+            pool->ReleaseConnection(p);
+    }
+}
+
 TEST_F(ZephSorrelSyncConnectionPoolTest, ThereIsNoLimitOnTheirNumber) {
     std::vector<ZephSorrelSyncConnectionIf*> all;
     for (int i = 0; i < 100; ++i)

@@ -194,6 +194,17 @@ TEST_F(ZephOpenSSLSessionFaultTest, PlaintextThatCannotBeEncryptedIsAFailure) {
     ExpectFailedWith("SSL_write_ex");
 }
 
+// Also where it is known without a question to the library that there is nothing to read.
+TEST_F(ZephOpenSSLSessionFaultTest, FailedWriteFailsTheReadBehindOneThatFoundNothing) {
+    std::int32_t result = -1;
+    Read(pair.client, result);
+    ASSERT_EQ(result, 0);
+    const OpenSSLFault fault("SSL_write_ex");
+    ASSERT_EQ(Write(pair.client, "x"), -1);
+    Read(pair.client, result);
+    EXPECT_EQ(result, -1);
+}
+
 TEST_F(ZephOpenSSLSessionFaultTest, WriteThatWaitsForThePeerTakesNothingAndWantsInput) {
     std::int32_t result = -1;
     Read(pair.client, result);  // leaves the library waiting for input
