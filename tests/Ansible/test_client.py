@@ -88,7 +88,7 @@ class ClientTest(ModuleTest):
                          {"path": "/none", "identity": "/i"}),
                         ("clients", "key", "error", "systemd-machine-id-setup", {"path": "/none/machine-id"}),
                         ("clients", "key", "critical", None, {}),
-                        ("state", "place", "error", "rm -f -- /x", {"path": "/x"})):
+                        ("state", "place", "critical", "rm -f -- /x", {"path": "/x"})):
             with self.subTest(trouble=trouble):
                 for runs in (("bootstrap",), ("bootstrap", "client")):
                     host = self.make(*runs)
@@ -96,6 +96,27 @@ class ClientTest(ModuleTest):
                     with self.assertRaisesRegex(Failure, "Nothing was changed"):
                         self.run_module(host, "client", {"rotate": True})
                     self.assertEqual(host.ran, [])
+
+    def test_WhatStandsInThePlaceOfAFolder_KeepsThoseAwayWhoSaveThere(self):
+        components, cache = "OmbrySecurity/Components", "OmbrySecurity/CS-cpp/cache"
+        for path, given, is_theirs in (
+                ("Keys", {}, True), (components, {}, True), (cache, {}, True),
+                (components + "/printer", {}, True), (components + "/printer/Services", {}, True),
+                (components + "/other", {}, False), (components + "/printer2", {}, False),
+                (cache + "/printer", {}, True), (cache + "/printer/aa_token", {}, True),
+                (cache + "/other", {}, False), (cache + "/other/aa_token", {}, False),
+                (cache + "/finder_cache", {}, True), (cache + "/other", {"token": None, "acting_client": "other"}, True),
+                (cache + "/finder_cache", {"token": None, "acting_client": "other"}, False)):
+            with self.subTest(path=path, given=given):
+                host = self.make("bootstrap")
+                path = str(host.state / path)
+                host.troubles.append(("state", "place", "error", "rm -f -- " + path, {"path": path}))
+                if not is_theirs:
+                    self.assertTrue(self.run_module(host, "client", given)["changed"])
+                    continue
+                with self.assertRaisesRegex(Failure, "Nothing was changed") as caught:
+                    self.run_module(host, "client", given)
+                self.assertEqual((caught.exception.facts["hints"][0].endswith(path), host.ran), (True, []))
 
     def test_WarningsBelowAnEnrollment_AndErrorsBesideIt_DoNot(self):
         for trouble in (("state", "place", "warning", None, {}), ("clients", "key", "warning", None, {}),

@@ -18,8 +18,9 @@ STATE = "/var/lib/Quennet"  # as the package has it; where the doctor is, its wo
 SECURITY = "OmbrySecurity"
 CACHES = SECURITY + "/CS-cpp/cache"
 COMPONENTS = SECURITY + "/Components"
+KEYS = "Keys"
 CERTIFICATES = "CertificateStores/OmbrySecurity"  # by the name of the store, a fact of its own
-FOLDERS = (SECURITY + "/CS", CACHES, COMPONENTS, CERTIFICATES, "Keys")  # those that the tool makes files in
+FOLDERS = (SECURITY + "/CS", CACHES, COMPONENTS, CERTIFICATES, KEYS)  # those that the tool makes files in
 # Of a whole enrolment with its caches; what is left below it would be used up in the middle of a command.
 ROOM = 256 * 1024
 UNKNOWN = 3  # the doctor's exit code if it may not look

@@ -3,11 +3,12 @@
 import os
 
 from ansible_collections.ombry.sec_client.plugins.module_utils import identity
-from ansible_collections.ombry.sec_client.plugins.module_utils.host import Failure, caches
+from ansible_collections.ombry.sec_client.plugins.module_utils.host import Failure, caches, component
 from ansible_collections.ombry.sec_client.plugins.module_utils.report import hints
 
 RECORD = ".config"
 NOTE = ".registration.json"
+CACHES_OF_ONE = ("aa_token", "finder_cache")  # of a user or a token they lie beside those of the clients
 
 
 def require_identity(params):
@@ -22,6 +23,25 @@ def require_service(host, report):
         host.warn("This host is tied to no service yet: a run fails here unless it ties it before")
     else:
         raise Failure("This host is tied to no service", hints=hints(report.bad("state", "bootstrap", "trust")))
+
+
+def places(params, report, client):
+    """The folders that a command for this client saves in: the client's, and the caches of who acts."""
+    owner = identity.cache_owner(params)
+    acting = [owner] if owner else CACHES_OF_ONE
+    return [component(report, client)] + ["%s/%s" % (caches(report), cache) for cache in acting]
+
+
+def obstacles(report, folders):
+    """What stands in the place of one of these folders, or of one above it. What is in the way of others is theirs."""
+    if not report.is_tied:  # before that there may be no place yet
+        return []
+
+    def is_at(path, folder):
+        return (path + "/").startswith(folder + "/")
+
+    return [wrong for wrong in report.bad("state.place") if wrong["severity"] == "critical" or any(
+        is_at(wrong["pairs"]["path"], folder) or is_at(folder, wrong["pairs"]["path"]) for folder in folders)]
 
 
 def forget_searches(params, host, report):

@@ -105,7 +105,7 @@ from ansible.module_utils.basic import AnsibleModule
 
 from ansible_collections.ombry.sec_client.plugins.module_utils import identity, registration
 from ansible_collections.ombry.sec_client.plugins.module_utils.host import (
-    Failure, Host, caches, component, require_name)
+    KEYS, Failure, Host, caches, component, require_name)
 from ansible_collections.ombry.sec_client.plugins.module_utils.plan import Plan, end
 from ansible_collections.ombry.sec_client.plugins.module_utils.report import hints
 
@@ -136,13 +136,13 @@ def is_lost_key(host, finding):
         and "enroll-client" in (finding["remedy"] or "")
 
 
-def why_not(host, report, finding):
+def why_not(params, host, report, finding):
     """What has to be mended before the client can be enrolled, or None."""
     if finding and finding["pairs"].get("cause") in IN_THE_WAY:
         return finding
-    bad = report.bad("clients.key")
-    if report.is_tied:  # before that there may be no place yet
-        bad = report.bad("state.place") + bad
+    folders = registration.places(params, report, params["name"])
+    folders += ["%s/%s" % (caches(report), params["name"]), "%s/%s" % (report.state, KEYS)]
+    bad = registration.obstacles(report, folders) + report.bad("clients.key")
     return next((wrong for wrong in bad if not is_lost_key(host, wrong)), None)
 
 
@@ -162,7 +162,7 @@ def plan_present(params, host, report):
     plan = Plan(before, {"client": params["name"], "credentials": "new"})
     if is_there and not is_due(params, host, finding):
         return plan
-    obstacle = why_not(host, report, finding)
+    obstacle = why_not(params, host, report, finding)
     if obstacle:
         raise Failure("%s. Nothing was changed" % obstacle["message"], hints=hints([obstacle]))
     registration.require_identity(params)
