@@ -69,6 +69,10 @@ class FakeHost(Host):
         return {str(file.relative_to(self.folder)): file.read_text()
                 for file in sorted(self.folder.rglob("*")) if file.is_file()}
 
+    def put_obstacle(self, path):
+        path = str(self.state / path)
+        self.troubles.append(("state", "place", "error", "rm -f -- " + path, {"path": path}))
+
     def components(self):
         return self.state / "OmbrySecurity/Components"
 

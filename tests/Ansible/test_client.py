@@ -109,14 +109,28 @@ class ClientTest(ModuleTest):
                 (cache + "/finder_cache", {"token": None, "acting_client": "other"}, False)):
             with self.subTest(path=path, given=given):
                 host = self.make("bootstrap")
-                path = str(host.state / path)
-                host.troubles.append(("state", "place", "error", "rm -f -- " + path, {"path": path}))
+                host.put_obstacle(path)
                 if not is_theirs:
                     self.assertTrue(self.run_module(host, "client", given)["changed"])
                     continue
                 with self.assertRaisesRegex(Failure, "Nothing was changed") as caught:
                     self.run_module(host, "client", given)
                 self.assertEqual((caught.exception.facts["hints"][0].endswith(path), host.ran), (True, []))
+
+    def test_Absent_IsRefused_WhereWhoActsCannotSaveACache(self):
+        cache = "OmbrySecurity/CS-cpp/cache"
+        for path, given, is_refused in (
+                (cache + "/aa_token", {}, True), (cache + "/printer", {}, False), ("Keys", {}, False),
+                (cache + "/printer/aa_token", {"token": None, "acting_client": "printer"}, True)):
+            with self.subTest(path=path, given=given):
+                host = self.make(*ENROLLED)
+                host.put_obstacle(path)
+                if not is_refused:
+                    self.assertTrue(self.run_module(host, "client", dict(given, state="absent"))["changed"])
+                    continue
+                with self.assertRaisesRegex(Failure, "Nothing was changed"):
+                    self.run_module(host, "client", dict(given, state="absent"))
+                self.assertEqual(host.ran, [])
 
     def test_WarningsBelowAnEnrollment_AndErrorsBesideIt_DoNot(self):
         for trouble in (("state", "place", "warning", None, {}), ("clients", "key", "warning", None, {}),

@@ -47,6 +47,25 @@ class ServiceTest(ModuleTest):
             self.run_module(host, "service", {"namespace": "Factory"})
         self.assertEqual((host.ran, len(host.service.services)), ([], 1))
 
+    def test_WhatStandsInThePlaceOfItsFolders_IsToldBeforeTheOldRegistrationGoes(self):
+        # A service that is registered and has no record would stay at the service.
+        searches = "OmbrySecurity/CS-cpp/cache/printer/finder_cache"
+        for path, given in (("OmbrySecurity/Components/printer/Services", {"namespace": "Factory"}),
+                            (searches, {"namespace": "Factory"}), (searches, {"state": "absent"})):
+            with self.subTest(path=path, given=given):
+                host = self.make(*ENROLLED)
+                host.put_obstacle(path)
+                with self.assertRaisesRegex(Failure, "Nothing was changed"):
+                    self.run_module(host, "service", given)
+                self.assertEqual((host.ran, len(host.service.services)), ([], 1))
+
+    def test_WhatStandsInThePlaceOfTheFoldersOfOthers_IsTheirs(self):
+        for path in ("Keys", "OmbrySecurity/Components/other", "OmbrySecurity/CS-cpp/cache/aa_token"):
+            with self.subTest(path=path):
+                host = self.make(*ENROLLED)
+                host.put_obstacle(path)
+                self.assertTrue(self.run_module(host, "service", {"namespace": "Factory"})["changed"])
+
     def test_RegistrationOfAClientThatWasReplaced_IsReplaced(self):
         host = self.make(*ENROLLED, ("client", {"rotate": True}))
         self.assertTrue(self.run_module(host, "service")["changed"])

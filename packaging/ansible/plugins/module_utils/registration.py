@@ -8,7 +8,7 @@ from ansible_collections.ombry.sec_client.plugins.module_utils.report import hin
 
 RECORD = ".config"
 NOTE = ".registration.json"
-CACHES_OF_ONE = ("aa_token", "finder_cache")  # of a user or a token they lie beside those of the clients
+CACHES_OF_NOBODY = ("aa_token", "finder_cache")  # of a user or a token; they lie beside the folders of the clients
 
 
 def require_identity(params):
@@ -25,23 +25,20 @@ def require_service(host, report):
         raise Failure("This host is tied to no service", hints=hints(report.bad("state", "bootstrap", "trust")))
 
 
-def places(params, report, client):
-    """The folders that a command for this client saves in: the client's, and the caches of who acts."""
-    owner = identity.cache_owner(params)
-    acting = [owner] if owner else CACHES_OF_ONE
-    return [component(report, client)] + ["%s/%s" % (caches(report), cache) for cache in acting]
-
-
-def obstacles(report, folders):
-    """What stands in the place of one of these folders, or of one above it. What is in the way of others is theirs."""
+def require_places(params, report, *folders):
+    """Nothing may stand in the place of the folders that a command saves in: these, and the caches of who acts. What is
+    in the way of others is theirs."""
     if not report.is_tied:  # before that there may be no place yet
-        return []
+        return
+    owner = identity.cache_owner(params)
+    needed = list(folders) + ["%s/%s" % (caches(report), cache) for cache in ([owner] if owner else CACHES_OF_NOBODY)]
 
-    def is_at(path, folder):
-        return (path + "/").startswith(folder + "/")
+    def is_needed(path):
+        return any((path + "/").startswith(folder + "/") or folder.startswith(path + "/") for folder in needed)
 
-    return [wrong for wrong in report.bad("state.place") if wrong["severity"] == "critical" or any(
-        is_at(wrong["pairs"]["path"], folder) or is_at(folder, wrong["pairs"]["path"]) for folder in folders)]
+    for wrong in report.bad("state.place"):
+        if wrong["severity"] == "critical" or is_needed(wrong["pairs"]["path"]):
+            raise Failure("%s. Nothing was changed" % wrong["message"], hints=hints([wrong]))
 
 
 def forget_searches(params, host, report):

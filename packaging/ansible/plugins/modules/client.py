@@ -136,14 +136,11 @@ def is_lost_key(host, finding):
         and "enroll-client" in (finding["remedy"] or "")
 
 
-def why_not(params, host, report, finding):
+def why_not(host, report, finding):
     """What has to be mended before the client can be enrolled, or None."""
     if finding and finding["pairs"].get("cause") in IN_THE_WAY:
         return finding
-    folders = registration.places(params, report, params["name"])
-    folders += ["%s/%s" % (caches(report), params["name"]), "%s/%s" % (report.state, KEYS)]
-    bad = registration.obstacles(report, folders) + report.bad("clients.key")
-    return next((wrong for wrong in bad if not is_lost_key(host, wrong)), None)
+    return next((wrong for wrong in report.bad("clients.key") if not is_lost_key(host, wrong)), None)
 
 
 def enroll(params, host, report):
@@ -162,10 +159,12 @@ def plan_present(params, host, report):
     plan = Plan(before, {"client": params["name"], "credentials": "new"})
     if is_there and not is_due(params, host, finding):
         return plan
-    obstacle = why_not(params, host, report, finding)
+    obstacle = why_not(host, report, finding)
     if obstacle:
         raise Failure("%s. Nothing was changed" % obstacle["message"], hints=hints([obstacle]))
     registration.require_identity(params)
+    registration.require_places(params, report, component(report, params["name"]), "%s/%s" % (report.state, KEYS),
+                                "%s/%s" % (caches(report), params["name"]))
     if params["acting_client"] == params["name"]:
         raise Failure("A client cannot enrol itself anew: it is removed first, and may do nothing then")
     host.require_room(report.state)
@@ -202,6 +201,7 @@ def plan_absent(params, host, report):
             raise Failure("The service cannot be told to remove it: %s. Have it removed there by its administrator"
                           % bad["message"], hints=hints([bad]))
     registration.require_identity(params)
+    registration.require_places(params, report)
     registration.require_service(host, report)
     for service in sorted(services):
         registration.plan_removal(plan, params, host, report, name, service)

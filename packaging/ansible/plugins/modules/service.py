@@ -111,7 +111,7 @@ hints:
 from ansible.module_utils.basic import AnsibleModule
 
 from ansible_collections.ombry.sec_client.plugins.module_utils import identity, registration
-from ansible_collections.ombry.sec_client.plugins.module_utils.host import Failure, Host, require_name
+from ansible_collections.ombry.sec_client.plugins.module_utils.host import Failure, Host, component, require_name
 from ansible_collections.ombry.sec_client.plugins.module_utils.plan import Plan, end
 from ansible_collections.ombry.sec_client.plugins.module_utils.report import hints
 
@@ -171,6 +171,7 @@ def plan_present(params, host, report):
             raise Failure("The client %s is not enrolled on this host" % params["client"])
         host.warn("The client %s is not enrolled on this host yet: a run fails here unless it enrols it before"
                   % params["client"])
+    registration.require_places(params, report, component(report, params["client"]))
     host.require_room(report.state)
     registration.require_service(host, report)
     # The one of the same name, namespace and host goes by itself; another would be out of this host's reach.
@@ -188,6 +189,7 @@ def plan_absent(params, host, report):
     if record["severity"] == "error":
         raise Failure("The service cannot be told to remove it: %s" % record["message"], hints=hints([record]))
     registration.require_identity(params)
+    registration.require_places(params, report)
     registration.require_service(host, report)
     registration.plan_removal(plan, params, host, report, params["client"], params["name"])
     return plan
