@@ -73,6 +73,13 @@ class FakeHost(Host):
         path = str(self.state / path)
         self.troubles.append(("state", "place", "error", "rm -f -- " + path, {"path": path}))
 
+    def move(self, path):
+        """Elsewhere, and puts a link in its place."""
+        elsewhere = self.folder / path.replace("/", "-")
+        (self.state / path).rename(elsewhere)
+        (self.state / path).symlink_to(elsewhere)
+        return elsewhere
+
     def components(self):
         return self.state / "OmbrySecurity/Components"
 
@@ -165,7 +172,7 @@ class FakeHost(Host):
         self.write("OmbrySecurity/Components/%s/ombrycomponent.config" % name, identity)
         self.unreadable.pop(name, None)
         # The token that it gets at its first call.
-        self.write("OmbrySecurity/CS-cpp/cache/%s/aa_token/t" % name, identity)
+        self.write("OmbrySecurity/CS-cpp/cache/%s/aa_token/t-p" % name, identity)
 
     def forget_client(self, name):
         credentials = self.components() / name / "ombrycomponent.config"
@@ -182,7 +189,7 @@ class FakeHost(Host):
     def enroll_service(self, options):
         # What a cached search shows is what is removed; it shows what was there when it was made.
         place = {"name": options["-name"], "namespace": options["-namespace"], "hostname": options["-hostname"]}
-        searches = pathlib.Path(caches(self.report())) / options.get("-n", "") / "finder_cache/all"
+        searches = pathlib.Path(caches(self.report())) / options.get("-n", "") / "finder_cache/all-p"
         found = list(self.service.services)
         if searches.exists():
             found = json.loads(searches.read_text())

@@ -1,4 +1,6 @@
 """When a machine is tied, and when it is left alone."""
+import os
+
 from fake_host import BERLIN, FINGERPRINT, OSLO, URL, plain_words
 from module_test import ENROLLED, ModuleTest
 
@@ -111,6 +113,54 @@ class BootstrapTest(ModuleTest):
         host.write("common.config", "x")
         self.run_module(host, "bootstrap", {"state": "absent"})
         self.assertEqual(list(host.tree()), ["Quennet/common.config"])
+
+    def test_Absent_LeavesNothingBehindALinkToAFolder(self):
+        cache = "OmbrySecurity/CS-cpp/cache"
+        for moved in ([cache], [cache + "/printer"], [cache + "/printer/aa_token"], [cache + "/aa_token"],
+                      [cache + "/printer/aa_token", cache + "/printer", cache, "OmbrySecurity/CS-cpp", "OmbrySecurity"],
+                      ["OmbrySecurity/Components"], ["Keys"], ["OmbrySecurity/CS"]):
+            with self.subTest(moved=moved):
+                host = self.make("bootstrap", "client", ("client", {"state": "absent"}))
+                for file in ("v1-service.cache-p", "aa_token/a-p", "printer/aa_token/b-s", "printer/finder_cache/c-p",
+                             "printer/aa_token/.ombry-0123456789abcdef.tmp"):
+                    host.write(cache + "/" + file, "token")
+                (host.components()).mkdir(exist_ok=True)
+                for path in moved:
+                    host.move(path)
+                self.assertTrue(self.run_module(host, "bootstrap", {"state": "absent"})["changed"])
+                self.assertEqual((host.tree(), host.state.exists()), ({}, False))
+
+    def test_Absent_IsRefused_WhereALinkLeadsToWhatIsNotTheTools(self):
+        cache = "OmbrySecurity/CS-cpp/cache"
+        for moved, file in ((cache, "hosts"), (cache, "aa_token/x/y-p"), (cache, "printer/x-p"), (cache, "aa_token/token"),
+                            (cache + "/printer", "aa_token.conf"), (cache + "/printer/aa_token", "passwd")):
+            for check in (True, False):
+                with self.subTest(moved=moved, file=file, check=check):
+                    host = self.make("bootstrap")
+                    host.write(cache + "/printer/aa_token/a-p", "token")
+                    host.write(moved + "/" + file, "x")
+                    elsewhere = host.move(moved)
+                    before = host.tree()
+                    with self.assertRaisesRegex(Failure, str(elsewhere)):
+                        self.run_module(host, "bootstrap", {"state": "absent"}, check)
+                    self.assertEqual(host.tree(), before)
+
+    def test_Absent_IsRefused_WhereALinkLeadsToAFolderOfSomebodyElse(self):
+        host = self.make("bootstrap")
+        host.write("OmbrySecurity/CS-cpp/cache/aa_token/a-p", "token")
+        elsewhere = host.move("OmbrySecurity/CS-cpp/cache")
+        before = host.tree()
+        host.owner = lambda path: os.geteuid() + 1
+        with self.assertRaisesRegex(Failure, "%s, which belongs to somebody else" % elsewhere):
+            self.run_module(host, "bootstrap", {"state": "absent"})
+        self.assertEqual(host.tree(), before)
+
+    def test_Absent_LeavesWhatALinkLeadsTo_ThatTheToolDoesNotOpen(self):
+        host = self.make("bootstrap")
+        host.write("OmbrySecurity/CS-cpp/cache/printer/aa_token/deeper/a-p", "x")
+        elsewhere = host.move("OmbrySecurity/CS-cpp/cache/printer/aa_token/deeper")
+        self.run_module(host, "bootstrap", {"state": "absent"})
+        self.assertEqual((list(elsewhere.iterdir()), host.state.exists()), ([elsewhere / "a-p"], False))
 
     def test_Absent_IsRefusedWhileAClientIsEnrolled(self):
         host = self.make(*ENROLLED)

@@ -184,6 +184,31 @@ class ClientTest(ModuleTest):
         self.assertEqual([path for path in host.tree() if "printer" in path], [])
         self.assertFalse(self.run_module(host, "client", {"state": "absent"})["changed"])
 
+    def test_Absent_LeavesNothingBehindALinkToAFolder(self):
+        for moved in ("OmbrySecurity/CS-cpp/cache", "OmbrySecurity/CS-cpp/cache/printer",
+                      "OmbrySecurity/CS-cpp/cache/printer/aa_token", "OmbrySecurity/Components",
+                      "OmbrySecurity/Components/printer", "OmbrySecurity/Components/printer/Services"):
+            with self.subTest(moved=moved):
+                host = self.make(*ENROLLED)
+                host.move(moved)
+                self.run_module(host, "client", {"state": "absent"})
+                self.assertEqual([path for path in host.tree() if "printer" in path], [])
+                self.assertFalse(os.path.lexists(host.components() / "printer"))
+
+    def test_LinkThatLeadsToWhatIsNotTheTools_IsToldBeforeAnythingGoes(self):
+        cache = "OmbrySecurity/CS-cpp/cache"
+        for moved, file, given in ((cache + "/printer/aa_token", "passwd", {"rotate": True}),
+                                   (cache + "/printer/aa_token", "passwd", {"state": "absent"}),
+                                   (cache, "printer/passwd", {"state": "absent"})):
+            for check in (True, False):
+                with self.subTest(moved=moved, given=given, check=check):
+                    host = self.make(*ENROLLED)
+                    elsewhere = host.move(moved)
+                    (elsewhere / file).write_text("x")
+                    with self.assertRaisesRegex(Failure, str(elsewhere)):
+                        self.run_module(host, "client", given, check)
+                    self.assertEqual((host.ran, (elsewhere / file).exists()), ([], True))
+
     def test_Absent_ByTheClientItself(self):
         host = self.make(*ENROLLED)
         self.run_module(host, "client", {"state": "absent", "token": None, "acting_client": "printer"})

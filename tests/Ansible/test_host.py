@@ -131,6 +131,16 @@ class HostTest(unittest.TestCase):
         host.remove_empty(self.folder + "/a/d", self.folder + "/a")
         self.assertEqual(os.listdir(self.folder), [])
 
+    def test_LinksToEmptyFoldersGo_AndOthersStay(self):
+        host = Host(ScriptedModule())
+        for name in ("empty", "full", "full/x", "links"):
+            os.mkdir("%s/%s" % (self.folder, name))
+        for name in ("empty", "full"):
+            link = "%s/links/%s" % (self.folder, name)
+            os.symlink("%s/%s" % (self.folder, name), link)
+            host.remove_empty(link, link)
+        self.assertEqual((os.listdir(self.folder + "/links"), os.listdir(self.folder + "/full")), (["full"], ["x"]))
+
     def test_WhatIsKept_IsForTheOwnerAlone_AndWhatCannotBeRead_CountsAsNothing(self):
         host = Host(ScriptedModule())
         path = self.folder + "/x.json"

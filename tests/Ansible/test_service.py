@@ -59,6 +59,14 @@ class ServiceTest(ModuleTest):
                     self.run_module(host, "service", given)
                 self.assertEqual((host.ran, len(host.service.services)), ([], 1))
 
+    def test_LinkThatLeadsToWhatIsNotTheTools_IsToldBeforeTheOldRegistrationGoes(self):
+        host = self.make(*ENROLLED)
+        elsewhere = host.move("OmbrySecurity/CS-cpp/cache/printer/finder_cache")
+        (elsewhere / "hosts").write_text("x")
+        with self.assertRaisesRegex(Failure, str(elsewhere)):
+            self.run_module(host, "service", {"namespace": "Factory"})
+        self.assertEqual((host.ran, len(host.service.services)), ([], 1))
+
     def test_WhatStandsInThePlaceOfTheFoldersOfOthers_IsTheirs(self):
         for path in ("Keys", "OmbrySecurity/Components/other", "OmbrySecurity/CS-cpp/cache/aa_token"):
             with self.subTest(path=path):

@@ -20,6 +20,9 @@ CACHES = SECURITY + "/CS-cpp/cache"
 COMPONENTS = SECURITY + "/Components"
 KEYS = "Keys"
 CERTIFICATES = "CertificateStores/OmbrySecurity"  # by the name of the store, a fact of its own
+# Below the folder of the caches: the folders that the tool opens, and what it saves in them.
+CACHE_FOLDER = re.compile(r"[^/]*(/(aa_token|finder_cache))?")
+CACHE = re.compile(r"([^/]+/)?(v1-service\.cache|(aa_token|finder_cache)/[^/]+)-[ps]|(.+/)?\.ombry-[0-9a-f]+\.tmp")
 FOLDERS = (SECURITY + "/CS", CACHES, COMPONENTS, CERTIFICATES, KEYS)  # those that the tool makes files in
 # Of a whole enrolment with its caches; what is left below it would be used up in the middle of a command.
 ROOM = 256 * 1024
@@ -151,6 +154,9 @@ class Host:
         except OSError:
             return None
 
+    def owner(self, path):
+        return os.stat(path).st_uid
+
     def exists(self, path):
         return os.path.lexists(path)
 
@@ -164,11 +170,54 @@ class Host:
             if failure.errno != errno.ENOENT:
                 raise Failure("%s cannot be removed: %s" % (path, failure.strerror))
 
+    def cached(self, report, place=""):
+        """What lies at a place of the caches, what is in a folder before the folder. The tool goes through links to
+        folders, and so does this, as long as nothing else is behind them than what the tool has saved."""
+        top = caches(report)
+        try:
+            return list(self._cached(top, place, os.path.realpath(top) if os.path.islink(top) else None))
+        except OSError as failure:
+            raise Failure("%s cannot be looked at: %s" % (failure.filename, failure.strerror))
+
+    def _cached(self, top, place, target):
+        path = os.path.join(top, place).rstrip("/")
+        if not os.path.lexists(path):
+            return
+        is_link = os.path.islink(path)
+        is_folder = os.path.isdir(path) and (not is_link or CACHE_FOLDER.fullmatch(place))
+        if is_folder and is_link:
+            target = os.path.realpath(path)
+            if self.owner(target) not in (0, os.geteuid()):
+                raise Failure("%s leads to %s, which belongs to somebody else. Nothing was removed there" % (path, target))
+        if target and not (CACHE_FOLDER if is_folder else CACHE).fullmatch(place):
+            raise Failure("A link leads from the caches to %s, where %s is nothing that the tool has saved. Nothing was "
+                          "removed there" % (target, path))
+        for name in self._names(path) if is_folder else ():
+            yield from self._cached(top, os.path.join(place, name), target)
+        yield path
+
+    @staticmethod
+    def _names(folder):
+        try:
+            return sorted(os.listdir(folder))
+        except FileNotFoundError:  # who uses the caches may remove it meanwhile
+            return []
+
+    def require_removable(self, report, place=""):
+        """A plan asks beforehand, so that a check asks it too."""
+        self.cached(report, place)
+
+    def remove_cached(self, report, place=""):
+        for path in self.cached(report, place):
+            self.remove(path)
+
     def remove_empty(self, folder, top):
-        """Removes a folder, and those above it up to `top`, as long as nothing is in them."""
+        """Removes a folder, and those above it up to `top`, as long as nothing is in them. Of a link to one the link."""
         try:
             while True:
-                if os.path.isdir(folder):
+                if os.path.islink(folder) and os.path.isdir(folder) and not os.listdir(folder):
+                    os.remove(folder)
+                elif os.path.isdir(folder):
                     os.rmdir(folder)
                 if folder == top or len(folder) <= len(top):
                     return

@@ -41,9 +41,10 @@ def require_places(params, report, *folders):
             raise Failure("%s. Nothing was changed" % wrong["message"], hints=hints([wrong]))
 
 
-def forget_searches(params, host, report):
-    """The older registration is looked up through searches that are kept, and one that is fresh does not show it."""
-    host.remove(os.path.join(caches(report), identity.cache_owner(params), "finder_cache"))
+def searches(params):
+    """The place of the searches that are kept for who acts. One that is fresh does not show the older registration, which
+    is looked up through them."""
+    return os.path.join(identity.cache_owner(params), "finder_cache")
 
 
 def note_path(record):

@@ -108,7 +108,7 @@ from ansible.module_utils.basic import AnsibleModule
 
 from ansible_collections.ombry.sec_client.plugins.module_utils import identity
 from ansible_collections.ombry.sec_client.plugins.module_utils.host import (
-    CERTIFICATES, FOLDERS, Failure, Host, caches)
+    CERTIFICATES, FOLDERS, Failure, Host)
 from ansible_collections.ombry.sec_client.plugins.module_utils.plan import Plan, end
 from ansible_collections.ombry.sec_client.plugins.module_utils.report import hints
 
@@ -212,11 +212,12 @@ def plan_absent(params, host, report):
     if report.is_datacenter_ours:
         files.append(report.pair("bootstrap", "datacenter", "path"))
     files += ["%s/%s/%s" % (report.state, CERTIFICATES, plain(fingerprint)) for fingerprint in report.fingerprints]
-    files.append(caches(report))
-    files = [file for file in files if file and host.exists(file)]
     for file in files:
-        plan.add(None, lambda file=file: host.remove(file))
-    if files:
+        if file and host.exists(file):
+            plan.add(None, lambda file=file: host.remove(file))
+    if host.cached(report):
+        plan.add(None, lambda: host.remove_cached(report))
+    if not plan.is_empty:
         for folder in FOLDERS:
             plan.add(None, lambda folder=folder: host.remove_empty("%s/%s" % (report.state, folder), report.state))
     return plan

@@ -143,9 +143,13 @@ def why_not(host, report, finding):
     return next((wrong for wrong in report.bad("clients.key") if not is_lost_key(host, wrong)), None)
 
 
+def tokens(params):
+    """Those of the client that it was would be used, and refused, while they are young."""
+    return params["name"] + "/aa_token"
+
+
 def enroll(params, host, report):
-    # Tokens of the client that it was would be used, and refused, while they are young.
-    host.remove("%s/%s/aa_token" % (caches(report), params["name"]))
+    host.remove_cached(report, tokens(params))
     words = ["enroll-client"] + identity.words(params) + ["-nn", params["name"]]
     host.run(words + (["-desc", params["description"]] if params["description"] else []))
 
@@ -165,6 +169,7 @@ def plan_present(params, host, report):
     registration.require_identity(params)
     registration.require_places(params, report, component(report, params["name"]), "%s/%s" % (report.state, KEYS),
                                 "%s/%s" % (caches(report), params["name"]))
+    host.require_removable(report, tokens(params))
     if params["acting_client"] == params["name"]:
         raise Failure("A client cannot enrol itself anew: it is removed first, and may do nothing then")
     host.require_room(report.state)
@@ -181,7 +186,7 @@ def remove(params, host, report):
         host.run(["unenroll-client-self", "-n", name])
     else:
         host.run(["unenroll-client"] + identity.words(params) + ["-un", name])
-    host.remove("%s/%s" % (caches(report), name))
+    host.remove_cached(report, name)
     folder = component(report, name)
     host.remove_empty(folder + "/Services", folder)
 
@@ -202,6 +207,7 @@ def plan_absent(params, host, report):
                           % bad["message"], hints=hints([bad]))
     registration.require_identity(params)
     registration.require_places(params, report)
+    host.require_removable(report, name)
     registration.require_service(host, report)
     for service in sorted(services):
         registration.plan_removal(plan, params, host, report, name, service)

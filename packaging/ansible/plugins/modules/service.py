@@ -140,7 +140,7 @@ def is_of_replaced_client(host, report, client, record):
 
 
 def enroll(params, host, report):
-    registration.forget_searches(params, host, report)
+    host.remove_cached(report, registration.searches(params))
     host.run(["enroll-service"] + identity.words(params)
              + ["-owner", params["client"], "-name", params["name"], "-url", params["url"],
                 "-namespace", params["namespace"], "-hostname", params["hostname"]])
@@ -172,6 +172,7 @@ def plan_present(params, host, report):
         host.warn("The client %s is not enrolled on this host yet: a run fails here unless it enrols it before"
                   % params["client"])
     registration.require_places(params, report, component(report, params["client"]))
+    host.require_removable(report, registration.searches(params))
     host.require_room(report.state)
     registration.require_service(host, report)
     # The one of the same name, namespace and host goes by itself; another would be out of this host's reach.
