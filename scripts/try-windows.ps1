@@ -56,7 +56,8 @@ function Certificates {
     if (Test-Path $store) { Get-ChildItem $store }
 }
 
-# Runs a program in the work folder, shows what it said, and returns its exit code.
+# Runs a program in the work folder, shows what it said, and returns its exit code; nothing if it had to be ended, since what
+# the system says of it then is what a program that fails says.
 function Run([string] $program, [string[]] $words) {
     $quoted = $words | ForEach-Object { '"' + ($_ -replace '"', '\"') + '"' }
     $start = New-Object Diagnostics.ProcessStartInfo
@@ -70,17 +71,18 @@ function Run([string] $program, [string[]] $words) {
     $start.StandardErrorEncoding = [Text.Encoding]::UTF8
     $process = [Diagnostics.Process]::Start($start)
     $streams = $process.StandardOutput.ReadToEndAsync(), $process.StandardError.ReadToEndAsync()
-    if (-not $process.WaitForExit($longest)) {
+    $hasEnded = $process.WaitForExit($longest)
+    if (-not $hasEnded) {
         $process.Kill()
         $process.WaitForExit()
-        Say '    was ended, since it did not come to an end'
+        Check "$(Split-Path -Leaf $program) comes to an end by itself" $false
     }
     foreach ($stream in $streams) {
         # What a program has left behind may keep the stream open.
         if (-not $stream.Wait(10000)) { continue }
         $stream.Result.TrimEnd() -split "`r?`n" | Where-Object { $_ } | ForEach-Object { Say "    $_" }
     }
-    return $process.ExitCode
+    if ($hasEnded) { return $process.ExitCode }
 }
 
 # A program that cannot be started says so by its exit code, and in no box that somebody has to close.
@@ -143,7 +145,8 @@ try {
 
     Say ''
     Say '== libraries beside the tool'
-    Check 'cryptbase.dll is taken from the system alone' (-not (IsTakenFromBeside 'cryptbase.dll'))
+    $when = if ($Sandbox) { '' } else { ' while the tool starts' }
+    Check "cryptbase.dll is taken from the system alone$when" (-not (IsTakenFromBeside 'cryptbase.dll'))
     foreach ($library in 'advapi32.dll', 'crypt32.dll', 'msvcrt.dll', 'rpcrt4.dll', 'shell32.dll', 'ws2_32.dll') {
         Say ("$library beside the tool is taken: " + (IsTakenFromBeside $library))
     }
