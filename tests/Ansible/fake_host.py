@@ -148,6 +148,9 @@ class FakeHost(Host):
         if self.failure:
             raise Failure("Ombry.SecClientConfig %s ended with exit code 255: %s" % (words[0], self.failure), rc=255)
         options = {words[index]: words[index + 1] for index in range(1, len(words), 2)}
+        for name in (options.get("-n"), options.get("-owner")):
+            if name and (name in self.unreadable or not (self.components() / name / "ombrycomponent.config").exists()):
+                raise Failure("Ombry.SecClientConfig %s ended with exit code 255: %s" % (words[0], name), rc=255)
         return getattr(self, words[0].replace("-", "_"))(options)
 
     def get_datacenters(self, options):

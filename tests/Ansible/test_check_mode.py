@@ -20,6 +20,8 @@ MACHINES = {
     "without its certificate": (ENROLLED, lambda host: host.certificate().unlink()),
     "of somebody else's datacenter": (ENROLLED, set_attribute("common_datacenter", OSLO)),
     "with a damaged client": (ENROLLED, lambda host: host.unreadable.update(printer="damaged")),
+    "with another damaged client": (ENROLLED + (("client", {"name": "other"}),),
+                                    lambda host: host.unreadable.update(other="damaged")),
     "with a key that others can read": (ENROLLED, lambda host: host.unreadable.update(printer="key-not-private")),
     "with a damaged record": (ENROLLED, lambda host: host.damaged.add("v1-print")),
     "full": (("bootstrap",), set_attribute("is_full", True)),
@@ -31,8 +33,13 @@ RUNS = [("bootstrap", {}), ("bootstrap", {"datacenter_id": OSLO}),
         ("client", {}), ("client", {"name": "scanner"}), ("client", {"rotate": True}),
         ("client", {"rotate_before": "2033-01-01T00:00:00Z"}), ("client", {"rotate_before": "2003-01-01T00:00:00Z"}),
         ("client", {"state": "absent"}), ("client", {"state": "absent", "token": None, "acting_client": "printer"}),
+        ("client", {"name": "scanner", "token": None, "acting_client": "other"}),
+        ("client", {"state": "absent", "token": None, "acting_client": "other"}),
         ("service", {}), ("service", {"url": "https://other"}), ("service", {"namespace": "Factory"}),
-        ("service", {"renew": True}), ("service", {"state": "absent"}), ("service", {"name": "v2-print"})]
+        ("service", {"renew": True}), ("service", {"state": "absent"}), ("service", {"name": "v2-print"}),
+        ("service", {"name": "v2-print", "token": "t", "acting_client": None}),
+        ("service", {"namespace": "Factory", "acting_client": "other"}),
+        ("service", {"state": "absent", "acting_client": "other"})]
 # These change something each time: that is what they are for, and no machine is younger than the year 2033.
 EACH_TIME = [{"rotate": True}, {"renew": True}, {"rotate_before": "2033-01-01T00:00:00Z"}]
 # A check cannot know whether a task before it would have made what is missing; it warns, and foresees a change.

@@ -108,7 +108,7 @@ class ClientTest(ModuleTest):
                 (cache + "/finder_cache", {}, True), (cache + "/other", {"token": None, "acting_client": "other"}, True),
                 (cache + "/finder_cache", {"token": None, "acting_client": "other"}, False)):
             with self.subTest(path=path, given=given):
-                host = self.make("bootstrap")
+                host = self.make("bootstrap", ("client", {"name": "other"}))
                 host.put_obstacle(path)
                 if not is_theirs:
                     self.assertTrue(self.run_module(host, "client", given)["changed"])

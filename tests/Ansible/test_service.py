@@ -110,6 +110,14 @@ class ServiceTest(ModuleTest):
         with self.assertRaisesRegex(Failure, "printer is not enrolled"):
             self.run_module(host, "service")
 
+    def test_OwnerWhoseCredentialsCannotBeRead_IsToldBeforeTheOldRegistrationGoes(self):
+        for given in ({}, {"token": "t", "acting_client": None}):
+            host = self.make(*ENROLLED)
+            host.unreadable["printer"] = "damaged"
+            with self.assertRaisesRegex(Failure, "Nothing was changed") as caught:
+                self.run_module(host, "service", dict(given, namespace="Factory"))
+            self.assertEqual((len(caught.exception.facts["hints"]), host.ran, len(host.service.services)), (1, [], 1))
+
     def test_ServiceOutOfReach_IsToldBeforeTheOldRegistrationGoes(self):
         host = self.make(*ENROLLED)
         host.service.is_up = False

@@ -11,9 +11,18 @@ NOTE = ".registration.json"
 CACHES_OF_NOBODY = ("aa_token", "finder_cache")  # of a user or a token; they lie beside the folders of the clients
 
 
-def require_identity(params):
+def require_identity(params, host, report, owner=None):
+    """Who acts, and who is to own a service: the tool deciphers the credentials of both."""
     if not identity.is_given(params):
         raise Failure("Neither a user, a token nor an acting client was given")
+    for client in sorted({owner, params["acting_client"]} - {None, ""}):
+        finding = report.clients.get(client)
+        if finding and finding["severity"] != "success":
+            raise Failure("%s. Nothing was changed" % finding["message"], hints=hints([finding]))
+        if not finding and not host.check_mode:
+            raise Failure("The client %s is not enrolled on this host" % client)
+        if not finding:
+            host.warn("The client %s is not enrolled on this host yet: a run fails here unless it enrols it before" % client)
 
 
 def require_service(host, report):

@@ -166,12 +166,12 @@ def plan_present(params, host, report):
     obstacle = why_not(host, report, finding)
     if obstacle:
         raise Failure("%s. Nothing was changed" % obstacle["message"], hints=hints([obstacle]))
-    registration.require_identity(params)
+    if params["acting_client"] == params["name"]:
+        raise Failure("A client cannot enrol itself anew: it is removed first, and may do nothing then")
+    registration.require_identity(params, host, report)
     registration.require_places(params, report, component(report, params["name"]), "%s/%s" % (report.state, KEYS),
                                 "%s/%s" % (caches(report), params["name"]))
     host.require_removable(report, tokens(params))
-    if params["acting_client"] == params["name"]:
-        raise Failure("A client cannot enrol itself anew: it is removed first, and may do nothing then")
     host.require_room(report.state)
     registration.require_service(host, report)
     if finding and not is_there:
@@ -205,7 +205,7 @@ def plan_absent(params, host, report):
         if bad["severity"] == "error":
             raise Failure("The service cannot be told to remove it: %s. Have it removed there by its administrator"
                           % bad["message"], hints=hints([bad]))
-    registration.require_identity(params)
+    registration.require_identity(params, host, report)
     registration.require_places(params, report)
     host.require_removable(report, name)
     registration.require_service(host, report)

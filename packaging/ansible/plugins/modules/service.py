@@ -165,12 +165,7 @@ def plan_present(params, host, report):
     if is_stale:
         plan.before = dict(before, registration="of the client that was")
         plan.after["registration"] = "new"
-    registration.require_identity(params)
-    if params["client"] not in report.clients:
-        if not host.check_mode:
-            raise Failure("The client %s is not enrolled on this host" % params["client"])
-        host.warn("The client %s is not enrolled on this host yet: a run fails here unless it enrols it before"
-                  % params["client"])
+    registration.require_identity(params, host, report, owner=params["client"])
     registration.require_places(params, report, component(report, params["client"]))
     host.require_removable(report, registration.searches(params))
     host.require_room(report.state)
@@ -189,7 +184,7 @@ def plan_absent(params, host, report):
     plan = Plan({"client": params["client"], "service": params["name"]}, {})
     if record["severity"] == "error":
         raise Failure("The service cannot be told to remove it: %s" % record["message"], hints=hints([record]))
-    registration.require_identity(params)
+    registration.require_identity(params, host, report)
     registration.require_places(params, report)
     registration.require_service(host, report)
     registration.plan_removal(plan, params, host, report, params["client"], params["name"])
