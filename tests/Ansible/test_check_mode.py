@@ -20,6 +20,7 @@ MACHINES = {
     "without its certificate": (ENROLLED, lambda host: host.certificate().unlink()),
     "of somebody else's datacenter": (ENROLLED, set_attribute("common_datacenter", OSLO)),
     "with a damaged client": (ENROLLED, lambda host: host.unreadable.update(printer="damaged")),
+    "without the credentials of a client": (ENROLLED, lambda host: host.forget_client("printer")),
     "with another damaged client": (ENROLLED + (("client", {"name": "other"}),),
                                     lambda host: host.unreadable.update(other="damaged")),
     "with a key that others can read": (ENROLLED, lambda host: host.unreadable.update(printer="key-not-private")),

@@ -209,6 +209,18 @@ class ClientTest(ModuleTest):
                         self.run_module(host, "client", given, check)
                     self.assertEqual((host.ran, (elsewhere / file).exists()), ([], True))
 
+    def test_Absent_RemovesTheTokensOfAClientThatIsGone(self):
+        # As a run leaves it that was cut off, or somebody who has used the tool; nobody needs to act.
+        host = self.make("bootstrap", "client")
+        host.run(["unenroll-client", "-t", "t", "-un", "printer"])
+        host.ran.clear()
+        gone = {"state": "absent", "token": None}
+        for check in (True, False):
+            result = self.run_module(host, "client", gone, check)
+            self.assertEqual((result["changed"], result["commands"]), (True, []))
+        self.assertEqual(([path for path in host.tree() if "printer" in path], host.ran), ([], []))
+        self.assertFalse(self.run_module(host, "client", gone)["changed"])
+
     def test_Absent_ByTheClientItself(self):
         host = self.make(*ENROLLED)
         self.run_module(host, "client", {"state": "absent", "token": None, "acting_client": "printer"})

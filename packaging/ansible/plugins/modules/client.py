@@ -180,14 +180,17 @@ def plan_present(params, host, report):
     return plan
 
 
-def remove(params, host, report):
-    name = params["name"]
-    if params["acting_client"] == name:
-        host.run(["unenroll-client-self", "-n", name])
+def remove(params, host):
+    if params["acting_client"] == params["name"]:
+        host.run(["unenroll-client-self", "-n", params["name"]])
     else:
-        host.run(["unenroll-client"] + identity.words(params) + ["-un", name])
-    host.remove_cached(report, name)
-    folder = component(report, name)
+        host.run(["unenroll-client"] + identity.words(params) + ["-un", params["name"]])
+
+
+def forget(params, host, report):
+    """What the tool leaves here of a client that is gone."""
+    host.remove_cached(report, params["name"])
+    folder = component(report, params["name"])
     host.remove_empty(folder + "/Services", folder)
 
 
@@ -198,22 +201,29 @@ def plan_absent(params, host, report):
     before = {}
     if finding or services:
         before = {"client": name, "services": sorted(services)}
+    elif host.cached(report, name):
+        before = {"client": name, "caches": "left"}
     plan = Plan(before, {})
-    if not before:
-        return plan
+    if finding or services:
+        plan_unenrollment(plan, params, host, report, finding, services)
+    if before:
+        plan.add(None, lambda: forget(params, host, report))
+    return plan
+
+
+def plan_unenrollment(plan, params, host, report, finding, services):
     for bad in ([finding] if finding else []) + list(services.values()):
         if bad["severity"] == "error":
             raise Failure("The service cannot be told to remove it: %s. Have it removed there by its administrator"
                           % bad["message"], hints=hints([bad]))
     registration.require_identity(params, host, report)
     registration.require_places(params, report)
-    host.require_removable(report, name)
+    host.require_removable(report, params["name"])
     registration.require_service(host, report)
     for service in sorted(services):
-        registration.plan_removal(plan, params, host, report, name, service)
+        registration.plan_removal(plan, params, host, report, params["name"], service)
     if finding:
-        plan.add("unenroll-client %s" % name, lambda: remove(params, host, report))
-    return plan
+        plan.add("unenroll-client %s" % params["name"], lambda: remove(params, host))
 
 
 def decide(params, host, report):
