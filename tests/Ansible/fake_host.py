@@ -1,5 +1,6 @@
 """A machine and a service for the modules' tests: works, keeps its state in a folder, and can be looked into."""
 import collection  # noqa: F401  isort:skip
+import contextlib
 import itertools
 import json
 import os
@@ -36,6 +37,7 @@ class FakeHost(Host):
         self.state = self.folder / "Quennet"
         self.service = service or FakeService()
         self.is_check = False
+        self.is_alone = False
         self.is_full = False
         self.failure = ""  # what the tool is to end with
         self.has_key_trouble = False
@@ -213,6 +215,14 @@ class FakeHost(Host):
         record.unlink()
 
     # What a test cannot have from this machine.
+
+    @contextlib.contextmanager
+    def alone(self):
+        self.is_alone = not self.is_check
+        try:
+            yield
+        finally:
+            self.is_alone = False
 
     def require_room(self, state):
         if self.is_full:

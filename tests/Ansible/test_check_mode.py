@@ -78,6 +78,19 @@ class CheckModeTest(ModuleTest):
                 elif given not in EACH_TIME:
                     self.assertFalse(self.outcome(host, module, given, check=False)[0])
 
+    def test_RunLooksAndActsAlone(self):
+        for module, given in RUNS:
+            for check in (True, False):
+                host = self.make(*ENROLLED)
+                seen = []
+
+                def note(function):
+                    return lambda *words, **named: (seen.append(host.is_alone), function(*words, **named))[1]
+
+                host.report, host.run, host.remove = note(host.report), note(host.run), note(host.remove)
+                self.outcome(host, module, given, check)
+                self.assertEqual(set(seen), {not check}, (module, given))
+
     def test_DiffHoldsNoSecret(self):
         for module, given in RUNS:
             host = self.make(*ENROLLED)

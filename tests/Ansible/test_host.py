@@ -1,4 +1,5 @@
 """How the modules hear the two programs, and what they do to files themselves."""
+import fcntl
 import json
 import os
 import shutil
@@ -112,6 +113,35 @@ class HostTest(unittest.TestCase):
         disk = mock.Mock(f_bavail=host_module.ROOM, f_frsize=1, f_favail=0, f_files=0)
         with mock.patch.object(os, "statvfs", return_value=disk):
             host.require_room(self.folder)
+
+    def test_TwoRunsOfOneHost_FollowEachOther_AndACheckWaitsForNobody(self):
+        lock = self.folder + "/lock"
+
+        def is_free():
+            with open(lock) as file:
+                try:
+                    fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
+                except BlockingIOError:
+                    return False
+                return True
+
+        with mock.patch.object(host_module, "LOCK", lock):
+            with Host(ScriptedModule(check_mode=True)).alone():
+                self.assertFalse(os.path.exists(lock))
+            for failure in (None, Failure("full")):
+                try:
+                    with Host(ScriptedModule()).alone():
+                        self.assertFalse(is_free())
+                        with Host(ScriptedModule(check_mode=True)).alone():
+                            pass
+                        if failure:
+                            raise failure
+                except Failure:
+                    pass
+                self.assertTrue(is_free())
+        with mock.patch.object(host_module, "LOCK", self.folder + "/none/lock"):
+            with self.assertRaisesRegex(Failure, "become"), Host(ScriptedModule()).alone():
+                pass
 
     def test_ServiceThatDoesNotAnswer_IsAFailureWithTheDoctorsReason(self):
         finding = {"source": "connect", "name": "server", "undecided": False, "message": "nobody answers", "pairs": {},

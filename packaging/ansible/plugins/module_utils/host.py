@@ -1,6 +1,7 @@
 """The machine that a module runs on: the two programs, and the few files that the modules look after themselves."""
 
 import errno
+import fcntl
 import hashlib
 import json
 import os
@@ -8,6 +9,7 @@ import re
 import shutil
 import socket
 import ssl
+from contextlib import contextmanager
 from urllib.parse import urlsplit
 
 from ansible_collections.ombry.sec_client.plugins.module_utils.report import Report, hints
@@ -26,6 +28,7 @@ CACHE = re.compile(r"([^/]+/)?(v1-service\.cache|(aa_token|finder_cache)/[^/]+)-
 FOLDERS = (SECURITY + "/CS", CACHES, COMPONENTS, CERTIFICATES, KEYS)  # those that the tool makes files in
 # Of a whole enrolment with its caches; what is left below it would be used up in the middle of a command.
 ROOM = 256 * 1024
+LOCK = "/run/ombry-sec_client.lock"  # beside the state, of which a removal leaves nothing
 UNKNOWN = 3  # the doctor's exit code if it may not look
 
 
@@ -57,6 +60,23 @@ class Host:
 
     def warn(self, text):
         self.module.warn(text)
+
+    @contextmanager
+    def alone(self):
+        """Keeps other runs from this host from before they look until they are done: what two of them plan for one state
+        would not fit together. A check changes nothing, this file neither."""
+        if self.check_mode:
+            yield
+            return
+        try:
+            descriptor = os.open(LOCK, os.O_RDWR | os.O_CREAT | os.O_CLOEXEC, 0o600)
+        except OSError as failure:
+            raise Failure("%s cannot be opened: %s; run the task as root (become: true)" % (LOCK, failure.strerror))
+        try:
+            fcntl.flock(descriptor, fcntl.LOCK_EX)
+            yield
+        finally:
+            os.close(descriptor)
 
     @property
     def is_installed(self):

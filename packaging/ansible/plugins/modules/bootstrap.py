@@ -228,18 +228,19 @@ def decide(params, host, report):
 
 
 def bootstrap(params, host, check):
-    report = host.report()
-    plan = decide(params, host, report)
-    result = plan.result()
-    if not check and not plan.is_empty:
-        plan.carry_out()
+    with host.alone():
         report = host.report()
-        if params["state"] == "present" and not report.is_tied:
-            raise Failure("The tool was content, but this host is not tied to the service",
-                          hints=hints(report.bad("bootstrap", "trust")))
-    if params["state"] == "present":
-        result.update((name, value) for name, value in told(report).items() if value)
-    return result
+        plan = decide(params, host, report)
+        result = plan.result()
+        if not check and not plan.is_empty:
+            plan.carry_out()
+            report = host.report()
+            if params["state"] == "present" and not report.is_tied:
+                raise Failure("The tool was content, but this host is not tied to the service",
+                              hints=hints(report.bad("bootstrap", "trust")))
+        if params["state"] == "present":
+            result.update((name, value) for name, value in told(report).items() if value)
+        return result
 
 
 def main():

@@ -234,17 +234,18 @@ def decide(params, host, report):
 
 
 def client(params, host, check):
-    plan = decide(params, host, host.report())
-    result = dict(plan.result(), client=params["name"])
-    if not check and not plan.is_empty:
-        plan.carry_out()
-        left = host.report().clients.get(params["name"])
-        if params["state"] == "absent" and left:
-            raise Failure("The tool was content, but credentials of %s are still there" % params["name"])
-        if params["state"] == "present" and not (left and left["severity"] == "success"):
-            raise Failure("The tool was content, but there are no credentials of %s that can be read" % params["name"],
-                          hints=hints([left] if left else []))
-    return result
+    with host.alone():
+        plan = decide(params, host, host.report())
+        result = dict(plan.result(), client=params["name"])
+        if not check and not plan.is_empty:
+            plan.carry_out()
+            left = host.report().clients.get(params["name"])
+            if params["state"] == "absent" and left:
+                raise Failure("The tool was content, but credentials of %s are still there" % params["name"])
+            if params["state"] == "present" and not (left and left["severity"] == "success"):
+                raise Failure("The tool was content, but there are no credentials of %s that can be read" % params["name"],
+                              hints=hints([left] if left else []))
+        return result
 
 
 def main():

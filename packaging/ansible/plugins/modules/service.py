@@ -198,16 +198,17 @@ def decide(params, host, report):
 
 
 def service(params, host, check):
-    report = host.report()
-    plan = decide(params, host, report)
-    result = plan.result()
-    if not check and not plan.is_empty:
-        plan.carry_out()
+    with host.alone():
         report = host.report()
-    record = report.services(params["client"]).get(params["name"])
-    if record and "id" in record["pairs"]:
-        result["id"] = record["pairs"]["id"]
-    return result
+        plan = decide(params, host, report)
+        result = plan.result()
+        if not check and not plan.is_empty:
+            plan.carry_out()
+            report = host.report()
+        record = report.services(params["client"]).get(params["name"])
+        if record and "id" in record["pairs"]:
+            result["id"] = record["pairs"]["id"]
+        return result
 
 
 def main():
