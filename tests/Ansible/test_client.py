@@ -41,8 +41,12 @@ class ClientTest(ModuleTest):
 
     def test_MomentIsReadToTheNanosecond_AndAnythingElseRefused(self):
         self.assertEqual(nanoseconds("2023-11-14T22:13:20.000000001Z"), MOMENT * 10 ** 9 + 1)
+        # As it comes of YAML without quotes, by itself and through a variable.
+        for unquoted in ("2023-11-14T22:13:20+00:00", "2023-11-14 22:13:20+00:00"):
+            self.assertEqual(nanoseconds(unquoted), MOMENT * 10 ** 9)
         host = self.make("bootstrap")
         for wrong in ("yesterday", "2023-11-14", "2023-11-14T22:13:20", "2023-13-14T22:13:20Z",
+                      "2023-11-14 22:13:20",
                       "2023-11-14T22:13:20+01:00"):
             with self.assertRaisesRegex(Failure, "no moment"):
                 self.run_module(host, "client", {"rotate_before": wrong})

@@ -34,7 +34,7 @@ options:
     default: false
   rotate_before:
     description:
-      - Replace the client if its credentials were made before this moment, as C(2026-11-22T15:30:00Z).
+      - Replace the client if its credentials were made before this moment, as C(2026-11-22T15:30:00Z), by the host's clock.
       - A rotation that a part of the hosts has missed is completed by the same run once more, which leaves the others alone.
     type: str
 extends_documentation_fragment:
@@ -114,12 +114,13 @@ IN_THE_WAY = ("key-damaged", "key-not-private", "key-out-of-reach", "no-file")
 
 
 def nanoseconds(moment):
-    found = re.match(r"^(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d)(?:\.(\d{1,9}))?Z$", moment)
+    # Written without quotes it is a moment to YAML, too, which comes here as Python writes it.
+    found = re.match(r"^(\d{4}-\d\d-\d\d)[T ](\d\d:\d\d:\d\d)(?:\.(\d{1,9}))?(?:Z|\+00:00)$", moment)
     try:
-        whole = datetime.strptime(found.group(1), "%Y-%m-%dT%H:%M:%S").replace(tzinfo=timezone.utc)
+        whole = datetime.strptime("%s %s" % found.group(1, 2), "%Y-%m-%d %H:%M:%S").replace(tzinfo=timezone.utc)
     except (AttributeError, ValueError):
         raise Failure("rotate_before is no moment such as 2026-11-22T15:30:00Z: '%s'" % moment)
-    return int(whole.timestamp()) * 10 ** 9 + int((found.group(2) or "").ljust(9, "0"))
+    return int(whole.timestamp()) * 10 ** 9 + int((found.group(3) or "").ljust(9, "0"))
 
 
 def is_due(params, host, finding):
