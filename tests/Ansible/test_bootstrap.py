@@ -48,7 +48,16 @@ class BootstrapTest(ModuleTest):
 
     def test_FingerprintInAnyForm_IsCompared(self):
         host = self.make("bootstrap")
-        self.assertFalse(self.run_module(host, "bootstrap", {"fingerprint": "abcd"})["changed"])
+        for form in ("abcd", "sha256 Fingerprint=AB:CD"):
+            self.assertFalse(self.run_module(host, "bootstrap", {"fingerprint": form})["changed"], form)
+
+    def test_DiffTellsACertificateThatIsHeldTo_AsItIs(self):
+        for given in ({}, {"fingerprint": "abcd"}):
+            host = self.make("bootstrap")
+            diff = self.run_module(host, "bootstrap", dict(given, datacenter_id=OSLO))["diff"]
+            self.assertEqual(diff["after"], dict(diff["before"], datacenter=OSLO), given)
+        diff = self.run_module(self.make(), "bootstrap")["diff"]
+        self.assertEqual(diff["after"]["fingerprint"], "as the service shows it")
 
     def test_ServiceWithAnotherFingerprint_IsSentNothing(self):
         host = self.make()

@@ -121,7 +121,8 @@ def url_of(params):
 
 
 def plain(fingerprint):
-    return fingerprint.replace(":", "").lower() if fingerprint else None
+    """Of any form, that of the line which openssl prints among them."""
+    return fingerprint.rpartition("=")[2].replace(":", "").lower() if fingerprint else None
 
 
 def told(report):
@@ -132,9 +133,10 @@ def told(report):
 
 def expected_fingerprint(params, report):
     """What the service has to show, or None for a first contact. The tool's two commands here trust whoever answers."""
-    if params["fingerprint"]:
-        return params["fingerprint"]
-    return report.fingerprint if report.is_tied_in_one_run and report.address == url_of(params) else None
+    given = params["fingerprint"]
+    if given and plain(given) != plain(report.fingerprint):
+        return given
+    return report.fingerprint if given or report.is_tied_in_one_run and report.address == url_of(params) else None
 
 
 def require_certificate(params, host, report):
@@ -187,8 +189,9 @@ def configure(params, host, expected):
 def plan_present(params, host, report):
     if not identity.is_given(params):
         raise Failure("Neither a user nor a token was given")
+    expected = expected_fingerprint(params, report)
     after = {"address": url_of(params), "datacenter": params["datacenter_id"] or params["datacenter"],
-             "fingerprint": params["fingerprint"] or "as the service shows it"}
+             "fingerprint": expected or "as the service shows it"}
     plan = Plan(told(report), after)
     if is_as_wanted(params, host, report):
         return plan
@@ -197,7 +200,6 @@ def plan_present(params, host, report):
                       % report.pair("bootstrap", "datacenter", "path"))
     host.require_room(report.state)
     require_certificate(params, host, report)
-    expected = expected_fingerprint(params, report)
     plan.add("configure-bootstrap-url", lambda: configure(params, host, expected))
     return plan
 
