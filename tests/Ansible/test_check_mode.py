@@ -1,5 +1,6 @@
 """What a check says is what the run does then, on every kind of machine; and what a run did, a second one leaves alone."""
 import itertools
+import shutil
 
 from fake_host import FINGERPRINT, OSLO
 from module_test import ENROLLED, ModuleTest
@@ -9,6 +10,12 @@ from ansible_collections.ombry.sec_client.plugins.module_utils.host import Failu
 
 def set_attribute(name, value):
     return lambda host: setattr(host, name, value)
+
+
+def cut_off_removal(host):
+    for folder in ("CertificateStores", "OmbrySecurity/CS", "OmbrySecurity/Components"):
+        shutil.rmtree(host.state / folder)
+    (host.state / "OmbrySecurity/ombrysecurity.config").unlink()
 
 
 MACHINES = {
@@ -25,6 +32,7 @@ MACHINES = {
                                     lambda host: host.unreadable.update(other="damaged")),
     "with a key that others can read": (ENROLLED, lambda host: host.unreadable.update(printer="key-not-private")),
     "with a damaged record": (ENROLLED, lambda host: host.damaged.add("v1-print")),
+    "with the remains of a tie": (("bootstrap", "client"), cut_off_removal),
     "full": (("bootstrap",), set_attribute("is_full", True)),
     "far from the service": (ENROLLED, lambda host: setattr(host.service, "is_up", False)),
 }

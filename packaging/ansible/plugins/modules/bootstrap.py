@@ -220,6 +220,7 @@ def plan_absent(params, host, report):
     if host.cached(report):
         plan.add(None, lambda: host.remove_cached(report))
     if not plan.is_empty:
+        plan.before = plan.before or {"remains": report.state}
         for folder in FOLDERS:
             plan.add(None, lambda folder=folder: host.remove_empty("%s/%s" % (report.state, folder), report.state))
     return plan
