@@ -225,6 +225,13 @@ class ClientTest(ModuleTest):
         self.assertEqual(([path for path in host.tree() if "printer" in path], host.ran), ([], []))
         self.assertFalse(self.run_module(host, "client", gone)["changed"])
 
+    def test_Absent_RemovesTheNoteOfAServiceThatIsGone(self):
+        host = self.make(*ENROLLED)
+        host.run(["unenroll-service", "-n", "printer", "-on", "printer", "-s", "v1-print"])
+        self.run_module(host, "client", {"state": "absent"})
+        self.assertEqual([path for path in host.tree() if "printer" in path], [])
+        self.assertFalse((host.components() / "printer").exists())
+
     def test_Absent_ByTheClientItself(self):
         host = self.make(*ENROLLED)
         self.run_module(host, "client", {"state": "absent", "token": None, "acting_client": "printer"})

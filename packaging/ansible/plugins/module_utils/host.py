@@ -180,6 +180,12 @@ class Host:
     def exists(self, path):
         return os.path.lexists(path)
 
+    def names(self, folder):
+        try:
+            return sorted(os.listdir(folder))
+        except (FileNotFoundError, NotADirectoryError):  # also where who uses it removes it meanwhile
+            return []
+
     def remove(self, path):
         try:
             if os.path.isdir(path) and not os.path.islink(path):
@@ -212,16 +218,9 @@ class Host:
         if target and not (CACHE_FOLDER if is_folder else CACHE).fullmatch(place):
             raise Failure("A link leads from the caches to %s, where %s is nothing that the tool has saved. Nothing was "
                           "removed there" % (target, path))
-        for name in self._names(path) if is_folder else ():
+        for name in self.names(path) if is_folder else ():
             yield from self._cached(top, os.path.join(place, name), target)
         yield path
-
-    @staticmethod
-    def _names(folder):
-        try:
-            return sorted(os.listdir(folder))
-        except FileNotFoundError:  # who uses the caches may remove it meanwhile
-            return []
 
     def require_removable(self, report, place=""):
         """A plan asks beforehand, so that a check asks it too."""
