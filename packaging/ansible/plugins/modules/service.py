@@ -163,7 +163,7 @@ def plan_present(params, host, report):
     if is_good and was == wanted(params) and not is_stale:
         return plan
     if is_stale:
-        plan.before = dict(before, registration="of the client that was")
+        plan.before = dict(before, registration="old")
         plan.after["registration"] = "new"
     registration.require_identity(params, host, report, owner=params["client"])
     registration.require_places(params, report, component(report, params["client"]))
