@@ -87,17 +87,17 @@ class CheckModeTest(ModuleTest):
                     self.assertFalse(self.outcome(host, module, given, check=False)[0])
 
     def test_RunLooksAndActsAlone(self):
-        for module, given in RUNS:
-            for check in (True, False):
-                host = self.make(*ENROLLED)
-                seen = []
+        for module, check in itertools.product(("bootstrap", "client", "service"), (True, False)):
+            host = self.make(*ENROLLED)
+            seen = []
 
-                def note(function):
-                    return lambda *words, **named: (seen.append(host.is_alone), function(*words, **named))[1]
+            def note(function):
+                return lambda *words, **named: (seen.append(host.is_alone), function(*words, **named))[1]
 
-                host.report, host.run, host.remove = note(host.report), note(host.run), note(host.remove)
+            host.report, host.run, host.remove = note(host.report), note(host.run), note(host.remove)
+            for given in ({}, {"state": "absent"}):
                 self.outcome(host, module, given, check)
-                self.assertEqual(set(seen), {not check}, (module, given))
+            self.assertEqual(set(seen), {not check}, module)
 
     def test_DiffHoldsNoSecret(self):
         for module, given in RUNS:

@@ -144,3 +144,5 @@ class ServiceTest(ModuleTest):
         for given in ({"name": "../x"}, {"client": ".."}):
             with self.assertRaisesRegex(Failure, "cannot be the name"):
                 self.run_module(host, "service", given)
+        with self.assertRaisesRegex(Failure, "not enrolled"):
+            self.run_module(host, "service", {"acting_client": "../..", "namespace": "Factory"})
