@@ -75,6 +75,11 @@ class FakeHost(Host):
         path = str(self.state / path)
         self.troubles.append(("state", "place", "error", "rm -f -- " + path, {"path": path}))
 
+    def leave(self, path):
+        """As a run that was killed in a save."""
+        self.write(path, "half")
+        self.troubles.append(("state", "leftovers", "warning", "rm", {"path": str(self.state / path)}))
+
     def move(self, path):
         """Elsewhere, and puts a link in its place."""
         elsewhere = self.folder / path.replace("/", "-")

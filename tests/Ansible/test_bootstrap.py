@@ -117,6 +117,13 @@ class BootstrapTest(ModuleTest):
         self.assertFalse(host.state.exists())
         self.assertFalse(self.run_module(host, "bootstrap", {"state": "absent"})["changed"])
 
+    def test_Absent_RemovesWhatKilledRunsHaveLeft(self):
+        host = self.make("bootstrap")
+        for folder in ("Keys", "OmbrySecurity/Components/printer", "OmbrySecurity/CS", "OmbrySecurity/CS-cpp/cache"):
+            host.leave(folder + "/.ombry-0123456789abcdef.tmp")
+        self.run_module(host, "bootstrap", {"state": "absent"})
+        self.assertFalse(host.state.exists())
+
     def test_Absent_LeavesWhatIsNotTheTools(self):
         host = self.make("bootstrap")
         host.write("common.config", "x")

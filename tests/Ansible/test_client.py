@@ -225,6 +225,15 @@ class ClientTest(ModuleTest):
         self.assertEqual(([path for path in host.tree() if "printer" in path], host.ran), ([], []))
         self.assertFalse(self.run_module(host, "client", gone)["changed"])
 
+    def test_Absent_RemovesWhatKilledRunsHaveLeftOfIt(self):
+        host = self.make(*ENROLLED)
+        for client in ("printer", "printer2"):
+            for folder in ("/", "/Services/"):
+                host.leave("OmbrySecurity/Components/" + client + folder + ".ombry-0123456789abcdef.tmp")
+        self.run_module(host, "client", {"state": "absent"})
+        self.assertEqual([folder.name for folder in host.components().iterdir()], ["printer2"])
+        self.assertEqual(len(list(host.components().rglob("*.tmp"))), 2)
+
     def test_Absent_RemovesTheNoteOfAServiceThatIsGone(self):
         host = self.make(*ENROLLED)
         host.run(["unenroll-service", "-n", "printer", "-on", "printer", "-s", "v1-print"])

@@ -55,6 +55,10 @@ class ReportTest(unittest.TestCase):
         self.assertEqual(list(both.services("a")), ["x"])
         self.assertEqual(both.services("c"), {})
 
+    def test_LeftoversAreThePathsOfWhatIsThere(self):
+        self.assertEqual(report(finding("state", "leftovers")).leftovers, [])
+        self.assertEqual(report(finding("state", "leftovers", "warning", path="/a", age_seconds=1)).leftovers, ["/a"])
+
     def test_HintIsARemedyWithItsReason_AndWithoutARemedyThereIsNone(self):
         self.assertEqual(hints([finding("clients", "key", "error", "chmod 600"), finding("a", "b", "warning")]),
                          ["clients.key: key; type: chmod 600"])

@@ -95,6 +95,11 @@ class Report:
                     if finding["pairs"].get("client") == client)
 
     @property
+    def leftovers(self):
+        """Files that killed runs have left; one may be a second name of the key."""
+        return [finding["pairs"]["path"] for finding in self.of("state", "leftovers") if finding["severity"] != "success"]
+
+    @property
     def unreachable(self):
         """What keeps this machine from every server, or None; of a document that was made with --connect."""
         return next((finding for finding in self.of("connect") if finding["severity"] == "critical"), None)

@@ -104,6 +104,8 @@ hints:
   elements: str
 """
 
+import os
+
 from ansible.module_utils.basic import AnsibleModule
 
 from ansible_collections.ombry.sec_client.plugins.module_utils import identity
@@ -214,6 +216,7 @@ def plan_absent(params, host, report):
     if report.is_datacenter_ours:
         files.append(report.pair("bootstrap", "datacenter", "path"))
     files += ["%s/%s/%s" % (report.state, CERTIFICATES, plain(fingerprint)) for fingerprint in report.fingerprints]
+    files += report.leftovers
     for file in files:
         if file and host.exists(file):
             plan.add(None, lambda file=file: host.remove(file))
@@ -221,8 +224,9 @@ def plan_absent(params, host, report):
         plan.add(None, lambda: host.remove_cached(report))
     if not plan.is_empty:
         plan.before = plan.before or {"remains": report.state}
-        for folder in FOLDERS:
-            plan.add(None, lambda folder=folder: host.remove_empty("%s/%s" % (report.state, folder), report.state))
+        folders = [os.path.dirname(file) for file in report.leftovers]
+        for folder in folders + ["%s/%s" % (report.state, folder) for folder in FOLDERS]:
+            plan.add(None, lambda folder=folder: host.remove_empty(folder, report.state))
     return plan
 
 

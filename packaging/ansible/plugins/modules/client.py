@@ -192,6 +192,9 @@ def forget(params, host, report):
     """What the tool leaves here of a client that is gone, and notes of services that were removed by the tool itself."""
     host.remove_cached(report, params["name"])
     folder = component(report, params["name"])
+    for path in report.leftovers:
+        if path.startswith(folder + "/"):
+            host.remove(path)
     for name in host.names(folder + "/Services"):
         if name.endswith(registration.NOTE):
             host.remove("%s/Services/%s" % (folder, name))
