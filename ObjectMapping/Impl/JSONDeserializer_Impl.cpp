@@ -1,6 +1,7 @@
 #include "ObjectMapping/Impl/JSONDeserializer_Impl.h"
 
 #include "ObjectMapping/Impl/ConvertUTF8.h"
+#include "ObjectMapping/Impl/RunStream.h"
 #include "Platform/MadeOnce.h"
 #include "Platform/SecureWipe.h"
 #include "rapidjson/error/en.h"
@@ -62,7 +63,8 @@ void JSONDeserializer_Impl::Begin(const std::string& text) {
     Platform::SecureWipe(serialization_);
     serialization_ = text;
     // As a C string: the text ends at its first NUL, whatever stands behind it.
-    document.Parse(serialization_.c_str());
+    RunStream stream(serialization_);
+    document.ParseStream<rapidjson::kParseDefaultFlags, Utf8InRuns>(stream);
     if (document.HasParseError()) ThrowParseFailed();
     contexts.push_back({{}, -1, &document});
 }
