@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <limits>
 #include <stdexcept>
 #include <string_view>
 
@@ -115,10 +116,15 @@ std::int64_t ToTicks(std::string_view fraction) {
     return ticks;
 }
 
-// With zeros in front, up to that width.
+// A number that is not negative, with zeros in front, up to that width.
 void AppendNumber(std::string& text, long long number, std::size_t width) {
-    const std::string digits = std::to_string(number);
-    text.append(width - std::min(width, digits.size()), '0').append(digits);
+    std::array<char, std::numeric_limits<long long>::digits10 + 1> digits;
+    std::size_t first = digits.size();
+    do {
+        digits[--first] = static_cast<char>('0' + number % 10);
+        number /= 10;
+    } while (number != 0 || digits.size() - first < width);
+    text.append(&digits[first], digits.size() - first);
 }
 
 }  // namespace

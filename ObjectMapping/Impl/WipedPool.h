@@ -44,7 +44,10 @@ private:
     };
 
     void AddChunk(std::size_t atLeast) {
-        const std::size_t capacity = std::max(atLeast, std::size_t{64} * 1024);
+        // Most texts are short, and what is freed in large pieces has the system asked for it again each
+        // time.
+        constexpr std::size_t first = 4 * 1024, further = 64 * 1024;
+        const std::size_t capacity = std::max(atLeast, chunks.empty() ? first : further);
         chunks.push_back({std::make_unique_for_overwrite<char[]>(capacity), capacity, 0});
     }
 

@@ -13,16 +13,17 @@ Result WriteAll(int descriptor, std::string_view data) {
 }
 
 ValueOr<std::string> ReadToEnd(int descriptor, std::size_t expected) {
-    // One byte more than expected, so that the end shows without growing once more.
+    // One byte more than expected, so that the end shows without growing or asking once more.
     std::string content(expected + 1, '\0');
     std::size_t length = 0;
     for (;;) {
         if (length == content.size()) content.resize(content.size() * 2);
-        const ssize_t count =
-            Retry([&] { return read(descriptor, content.data() + length, content.size() - length); });
+        const std::size_t room = content.size() - length;
+        const ssize_t count = Retry([&] { return read(descriptor, content.data() + length, room); });
         if (count < 0) return Result::Failure(errno);
         if (count == 0) break;
         length += static_cast<std::size_t>(count);
+        if (static_cast<std::size_t>(count) < room && length == expected) break;
     }
     content.resize(length);
     return content;
