@@ -8,17 +8,15 @@
 #include "ClientCommunications/Impl/SafeFileStorage.h"
 #include "ClientCommunications/Impl/SecretBuffer.h"
 #include "Doctor/Conclusion.h"
+#include "Doctor/SideBySide.h"
 #include "Doctor/StateChecks.h"
 #include "Doctor/Texts.h"
 #include "ObjectMapping/Serialization.h"
 
 #include <algorithm>
-#include <atomic>
-#include <future>
 #include <limits>
 #include <map>
 #include <optional>
-#include <system_error>
 
 namespace Ombry::Doctor {
 namespace {
@@ -27,9 +25,6 @@ namespace MachineFiles = ClientCommunications::MachineFiles;
 using ClientCommunications::FoundServicesDto;
 using ClientCommunications::SafeFileStorage;
 using Platform::FileKind;
-
-// So many entries take longer to judge than a thread to start.
-constexpr std::size_t EntriesWorthAThread = 32;
 
 constexpr const char* const CacheNames[] = {MachineFiles::FinderCache, MachineFiles::TokenCache};
 
@@ -266,8 +261,7 @@ Finding JudgeToken(const Machine& machine, const CacheFolder& folder, const Blob
     return finding;
 }
 
-// By two threads where there are many: nearly all that the doctor does on such a machine is reading them.
-// Each takes the next that nobody has, so that one that starts late, or not at all, keeps nobody waiting.
+// Nearly all that the doctor does on a machine with many entries is reading them.
 template <class Judge>
 Findings JudgeEach(const Machine& machine, const char* cache, const char* none, Judge judge) {
     const std::vector<CacheFolder> folders = CacheFoldersOf(machine);
@@ -275,18 +269,9 @@ Findings JudgeEach(const Machine& machine, const char* cache, const char* none, 
     for (const CacheFolder& folder : folders)
         GatherEntries(machine, folder, cache, entries);
     Findings findings(entries.size());
-    std::atomic<std::size_t> next = 0;
-    const auto judgeTheRest = [&] {
-        for (std::size_t place; (place = next++) < entries.size();)
-            findings[place] = judge(machine, *entries[place].first, entries[place].second);
-    };
-    std::future<void> beside;
-    try {
-        if (entries.size() >= EntriesWorthAThread) beside = std::async(std::launch::async, judgeTheRest);
-    } catch (const std::system_error&) {  // this thread judges all of them
-    }
-    judgeTheRest();
-    if (beside.valid()) beside.get();
+    SideBySide(entries.size(), [&](std::size_t place) {
+        findings[place] = judge(machine, *entries[place].first, entries[place].second);
+    });
     Conclude(machine, {machine.CachesFolder()}, {.message = none}, findings);
     return findings;
 }

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <iterator>
 #include <list>
+#include <string_view>
 
 namespace Ombry::Doctor {
 namespace {
@@ -166,18 +167,24 @@ const char* NameOf(Severity severity) {
 
 std::string TableReport(const Machine& machine, const Findings& findings, bool colours) {
     constexpr std::size_t nameWidth = 21;
-    const auto coloured = [colours](const char* colour, const std::string& text) {
-        return colours ? colour + text + "\x1b[0m" : text;
-    };
     std::string text = "State of this machine, below " + Printable(machine.Root()) + ", at " +
                        TimeText(machine.Now()) + "\n\n";
+    const auto addColoured = [&](const char* colour, std::string_view part) {
+        if (colours) text += colour;
+        text += part;
+        if (colours) text += "\x1b[0m";
+    };
     for (const Finding& finding : findings) {
         const Look look = LookOf(finding.severity);
-        std::string name = finding.source + "." + finding.name;
-        name.resize(std::max(nameWidth, name.size() + 1), ' ');
-        text += coloured(look.colour, look.word) + "  " + name + Printable(finding.message) + "\n";
-        if (!finding.remedy.empty())
-            text += "          type: " + coloured("\x1b[36m", Printable(finding.remedy)) + "\n";
+        addColoured(look.colour, look.word);
+        const std::size_t name = (text += "  ").size();
+        ((text += finding.source) += '.') += finding.name;
+        text.resize(std::max(name + nameWidth, text.size() + 1), ' ');
+        (text += Printable(finding.message)) += '\n';
+        if (finding.remedy.empty()) continue;
+        text += "          type: ";
+        addColoured("\x1b[36m", Printable(finding.remedy));
+        text += '\n';
     }
     return text + "\n" + std::to_string(CountOf(findings, Severity::Success)) + " ok, " +
            CountText(CountOf(findings, Severity::Warning), "warning") + ", " +

@@ -6,7 +6,6 @@
 #include "Doctor/Conclusion.h"
 #include "Doctor/Texts.h"
 
-#include <functional>
 #include <set>
 
 namespace Ombry::Doctor {
@@ -15,17 +14,6 @@ namespace {
 namespace MachineFiles = ClientCommunications::MachineFiles;
 using ClientCommunications::SafeFileStorage;
 using Platform::FileKind;
-
-// Hands over everything of the tool's own, the folders themselves included.
-void ForEach(const Machine& machine,
-             const std::function<void(const std::string& path, const Platform::FileDetails&)>& visit) {
-    for (const Entry& root : machine.Tree().Roots())
-        visit(root.name, root.details);
-    for (const auto& [folder, entries] : machine.Tree().Folders()) {
-        for (const Entry& entry : entries)
-            visit(folder + "/" + entry.name, entry.details);
-    }
-}
 
 // The folders of the tool's own that are there, behind a command that descends and follows no links: those
 // behind links are named, too, with a solidus that stands for what is behind.
@@ -58,13 +46,23 @@ std::vector<Entry> SharedPlaces(const Machine& machine) {
     return places;
 }
 
-// Everything of a kind, told as one.
+// Everything of a kind among what is the tool's own, the folders themselves included: told as one.
 class Summary {
 public:
-    void Add(const std::string& path) {
-        if (++count == 1) first = path;
+    template <class IsOne>
+    Summary(const Machine& machine, IsOne isOne) {
+        for (const Entry& root : machine.Tree().Roots()) {
+            if (isOne(root.details)) Add({}, root.name);
+        }
+        for (const auto& [folder, entries] : machine.Tree().Folders()) {
+            for (const Entry& entry : entries) {
+                if (isOne(entry.details)) Add(folder + "/", entry.name);
+            }
+        }
     }
+
     bool IsEmpty() const { return count == 0; }
+    const std::string& First() const { return first; }
 
     Finding Told(Severity severity, const std::string& what, std::string remedy) const {
         return {.severity = severity,
@@ -75,6 +73,10 @@ public:
     }
 
 private:
+    void Add(const std::string& folder, const std::string& name) {
+        if (++count == 1) first = folder + name;
+    }
+
     std::size_t count = 0;
     std::string first;
 };
@@ -152,10 +154,7 @@ Findings CheckOwners(const Machine& machine) {
     const auto isForeign = [user](const Platform::FileDetails& details) {
         return details.owner != 0 && details.owner != user;
     };
-    Summary foreign;
-    ForEach(machine, [&](const std::string& path, const Platform::FileDetails& details) {
-        if (isForeign(details)) foreign.Add(path);
-    });
+    const Summary foreign(machine, isForeign);
     Findings findings;
     if (!foreign.IsEmpty()) {
         findings.push_back(
@@ -178,9 +177,8 @@ Findings CheckModes(const Machine& machine) {
     constexpr std::uint32_t others = 077;
     constexpr std::uint32_t othersWrite = 022;
     Findings findings;
-    Summary open;
-    ForEach(machine, [&](const std::string& path, const Platform::FileDetails& details) {
-        if (details.kind != FileKind::Link && (details.mode & others) != 0) open.Add(path);
+    const Summary open(machine, [](const Platform::FileDetails& details) {
+        return details.kind != FileKind::Link && (details.mode & others) != 0;
     });
     if (!open.IsEmpty()) {
         findings.push_back(open.Told(Severity::Warning, "can be used by others than the owner",
@@ -239,18 +237,16 @@ Findings CheckLeftovers(const Machine& machine) {
 
 Findings CheckClock(const Machine& machine) {
     const TimePoint latest = SaturatingAdd(machine.Now(), ClockTolerance);
-    std::string fromFuture;
-    ForEach(machine, [&](const std::string& path, const Platform::FileDetails& details) {
-        if (details.modified > latest && fromFuture.empty()) fromFuture = path;
-    });
+    const Summary fromFuture(
+        machine, [latest](const Platform::FileDetails& details) { return details.modified > latest; });
     const std::string now = TimeText(machine.Now());
     Findings findings;
-    if (!fromFuture.empty()) {
-        findings.push_back(
-            {.severity = Severity::Warning,
-             .message = fromFuture + " was written later than now, " + now + ": the clock has been set back",
-             .pairs = {{"now", now}, {"path", fromFuture}},
-             .remedy = "timedatectl set-ntp true"});
+    if (!fromFuture.IsEmpty()) {
+        findings.push_back({.severity = Severity::Warning,
+                            .message = fromFuture.First() + " was written later than now, " + now +
+                                       ": the clock has been set back",
+                            .pairs = {{"now", now}, {"path", fromFuture.First()}},
+                            .remedy = "timedatectl set-ntp true"});
     }
     Conclude(machine, machine.OwnFolders(), {.message = "It is " + now, .pairs = {{"now", now}}}, findings);
     return findings;

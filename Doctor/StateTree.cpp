@@ -1,5 +1,6 @@
 #include "Doctor/StateTree.h"
 
+#include "Doctor/SideBySide.h"
 #include "Platform/IFiles.h"
 
 #include <algorithm>
@@ -10,7 +11,7 @@ StateTree::StateTree(const std::vector<std::string>& paths, const std::string& n
     : neverBehindALink(neverBehindALink) {
     std::vector<Platform::FileDetails> above;
     for (const std::string& path : paths) {
-        const auto details = DetailsOf(path, above);
+        const auto details = Followed(path, Platform::Inspection().Details(path), above);
         if (!details) {
             HideIfForbidden(details.Error(), path);
             continue;
@@ -31,9 +32,8 @@ void StateTree::AddFolder(const std::string& folder, const Platform::FileDetails
     above.pop_back();
 }
 
-StateTree::Details StateTree::DetailsOf(const std::string& path,
-                                        const std::vector<Platform::FileDetails>& above) {
-    auto details = Platform::Inspection().Details(path);
+StateTree::Details StateTree::Followed(const std::string& path, Details details,
+                                       const std::vector<Platform::FileDetails>& above) {
     if (!details || details->kind != Platform::FileKind::Link || path == neverBehindALink) return details;
     auto target = Platform::Inspection().Target(path);
     if (!target) HideIfForbidden(target.Error(), path);
@@ -58,10 +58,17 @@ std::vector<Entry> StateTree::EntriesOf(const std::string& folder,
         return {};
     }
     std::sort(names->begin(), names->end());
+    std::vector<Details> looks(names->size(), Platform::Result::Failure(0));
+    SideBySide(names->size(), [&](std::size_t place) {
+        looks[place] = Platform::Inspection().Details(folder + "/" + (*names)[place]);
+    });
     std::vector<Entry> entries;
     entries.reserve(names->size());
-    for (std::string& name : *names) {
-        const auto details = DetailsOf(folder + "/" + name, above);
+    for (std::size_t place = 0; place < names->size(); ++place) {
+        std::string& name = (*names)[place];
+        auto details = looks[place];
+        if (details && details->kind == Platform::FileKind::Link)
+            details = Followed(folder + "/" + name, details, above);
         if (details) {
             entries.push_back({std::move(name), *details});
         } else {

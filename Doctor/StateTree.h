@@ -39,9 +39,10 @@ public:
 private:
     using Details = Platform::ValueOr<Platform::FileDetails>;
 
-    /// What the tool would meet at a path: of a link to a folder that folder. `above`: all folders on the
-    /// way.
-    Details DetailsOf(const std::string& path, const std::vector<Platform::FileDetails>& above);
+    /// What the tool would meet at a path of which that is known: of a link to a folder that folder. `above`:
+    /// all folders on the way.
+    Details Followed(const std::string& path, Details details,
+                     const std::vector<Platform::FileDetails>& above);
     void HideIfForbidden(int error, const std::string& path);
     void AddFolder(const std::string& folder, const Platform::FileDetails& details,
                    std::vector<Platform::FileDetails>& above);
