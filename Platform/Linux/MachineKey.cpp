@@ -39,7 +39,8 @@ ValueOr<std::string> ReadKey(const std::string& path) {
     if (fstat(file.Number(), &status) != 0) return Result::Failure(errno);
     if (!S_ISREG(status.st_mode)) return Result::Failure(S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
     if (!IsPrivate(status)) return Result::Failure(KeyIsNotPrivate);
-    auto key = ReadToEnd(file.Number(), static_cast<std::size_t>(status.st_size));
+    if (status.st_size != static_cast<off_t>(KeySize)) return Result::Failure(EBADMSG);
+    auto key = ReadToEnd(file.Number(), KeySize);
     if (key && key->size() != KeySize) {
         SecureWipe(*key);
         return Result::Failure(EBADMSG);
