@@ -8,6 +8,7 @@
 #include "ClientCommunications/Impl/SafeFileStorage.h"
 #include "ClientCommunications/Impl/SecretBuffer.h"
 #include "Doctor/Conclusion.h"
+#include "Doctor/ReadOnlyPlatform.h"
 #include "Doctor/SideBySide.h"
 #include "Doctor/StateChecks.h"
 #include "Doctor/Texts.h"
@@ -17,6 +18,7 @@
 #include <limits>
 #include <map>
 #include <optional>
+#include <set>
 
 namespace Ombry::Doctor {
 namespace {
@@ -44,7 +46,19 @@ public:
 
     bool Exists() const { return committed || staged; }
     const std::string& Path() const { return path; }
-    std::string Load() const { return SafeFileStorage(path, false).Load(); }
+    // Nothing of what no reader of an entry would take: to open a pipe or a device is to act on it.
+    std::string Load() const {
+        return InTheWay().empty() && !IsTooLong() ? SafeFileStorage(path, false).Load() : std::string();
+    }
+    // Of the longer copy.
+    std::uint64_t Size() const {
+        std::uint64_t size = 0;
+        for (const Entry* entry : {committed, staged}) {
+            if (entry) size = std::max(size, entry->details.size);
+        }
+        return size;
+    }
+    bool IsTooLong() const { return Size() > LongestFile; }
     // When the copy that counts was written.
     TimePoint Modified() const {
         const bool isWhole = committed && committed->details.kind == FileKind::File;
@@ -77,13 +91,23 @@ private:
 // A blob, and the folder whose owner it belongs to.
 using CacheEntry = std::pair<const CacheFolder*, Blob>;
 
+// Searches are read by the name of their key. Of tokens whoever looks for expired ones reads all copies of
+// blobs, whatever their names, and ends at one that cannot be parsed.
+bool IsSearchName(const std::string& name) {
+    return ClientCommunications::DirectoryKeyValueStorage::IsEntryName(name);
+}
+bool IsTokenName(const std::string&) {
+    return true;
+}
+using IsEntry = bool (*)(const std::string& name);
+
 // All blobs of the cache of that name in a folder.
-void GatherEntries(const Machine& machine, const CacheFolder& folder, const char* cache,
+void GatherEntries(const Machine& machine, const CacheFolder& folder, const char* cache, IsEntry isEntry,
                    std::vector<CacheEntry>& gathered) {
     const std::string path = folder.path + cache;
     for (const Entry& entry : machine.Tree().Children(path)) {
         const std::string name = SafeFileStorage::BlobNameOf(entry.name);
-        if (name == entry.name) continue;  // no copy of a blob
+        if (name == entry.name || !isEntry(name)) continue;
         // By name the committed copy comes before the staging copy of the same blob.
         if (entry.name == SafeFileStorage::CommittedPathOf(name)) {
             const Entry* staged = machine.Tree().Child(path, SafeFileStorage::StagedPathOf(name));
@@ -121,14 +145,20 @@ Finding Begin(const CacheFolder& folder, const Blob& blob, const Machine& machin
 // What holds for each cache alike. Nothing if the blob is a file that holds something.
 std::optional<Finding> JudgePlace(const CacheFolder& folder, const Blob& blob, const Machine& machine,
                                   const std::string& text, const std::string& what) {
+    if (!text.empty()) return std::nullopt;
     const std::string inTheWay = blob.InTheWay();
-    if (inTheWay.empty() && !text.empty()) return std::nullopt;
     Finding finding = Begin(folder, blob, machine);
     if (!inTheWay.empty()) {
         const bool fails = blob.IsSaveBlocked();
         finding.severity = fails ? Severity::Error : Severity::Warning;
         finding.message = inTheWay + " is in the way of " + what +
                           (fails ? ", which cannot be saved" : ", which is asked for each time");
+        finding.remedy = blob.RemoveCommand();
+        return finding;
+    }
+    if (blob.IsTooLong()) {
+        finding.severity = Severity::Error;
+        finding.message = blob.Path() + " is longer than 64 MiB, which no entry is, and fails what needs it";
         finding.remedy = blob.RemoveCommand();
         return finding;
     }
@@ -261,17 +291,46 @@ Finding JudgeToken(const Machine& machine, const CacheFolder& folder, const Blob
     return finding;
 }
 
+// So much of a cache is read, and no more.
+constexpr std::uint64_t MostBytes = std::uint64_t{256} << 20;
+
+// Takes the entries out that come when so much was read; says so if there are any.
+std::optional<Finding> LeaveOutTheRest(std::vector<CacheEntry>& entries, const char* cache) {
+    std::uint64_t size = 0;
+    const auto rest = std::find_if(entries.begin(), entries.end(), [&size](const CacheEntry& entry) {
+        const Blob& blob = entry.second;
+        return !blob.IsTooLong() && (size += blob.Size()) > MostBytes;
+    });
+    if (rest == entries.end()) return std::nullopt;
+    std::set<std::string> folders;
+    for (auto entry = rest; entry != entries.end(); ++entry)
+        folders.insert(entry->first->path + cache);
+    const auto count = static_cast<std::size_t>(entries.end() - rest);
+    Finding finding{.severity = Severity::Warning,
+                    .message = CountText(count, "more file") + " in " + *folders.begin() +
+                               " not read: there are more than 256 MiB",
+                    .pairs = {{"left_out", static_cast<long long>(count)}, {"path", *folders.begin()}},
+                    .remedy = "rm -rf --"};
+    for (const std::string& folder : folders)
+        finding.remedy += " " + Quoted(folder);
+    entries.erase(rest, entries.end());
+    return finding;
+}
+
 // Nearly all that the doctor does on a machine with many entries is reading them.
 template <class Judge>
-Findings JudgeEach(const Machine& machine, const char* cache, const char* none, Judge judge) {
+Findings JudgeEach(const Machine& machine, const char* cache, IsEntry isEntry, const char* none,
+                   Judge judge) {
     const std::vector<CacheFolder> folders = CacheFoldersOf(machine);
     std::vector<CacheEntry> entries;
     for (const CacheFolder& folder : folders)
-        GatherEntries(machine, folder, cache, entries);
+        GatherEntries(machine, folder, cache, isEntry, entries);
+    const auto leftOut = LeaveOutTheRest(entries, cache);
     Findings findings(entries.size());
     SideBySide(entries.size(), [&](std::size_t place) {
         findings[place] = judge(machine, *entries[place].first, entries[place].second);
     });
+    if (leftOut) findings.push_back(*leftOut);
     Conclude(machine, {machine.CachesFolder()}, {.message = none}, findings);
     return findings;
 }
@@ -310,11 +369,11 @@ Findings CheckDiscoveryCaches(const Machine& machine) {
 }
 
 Findings CheckSearchCaches(const Machine& machine) {
-    return JudgeEach(machine, MachineFiles::FinderCache, "No search was kept", JudgeSearch);
+    return JudgeEach(machine, MachineFiles::FinderCache, IsSearchName, "No search was kept", JudgeSearch);
 }
 
 Findings CheckTokens(const Machine& machine) {
-    return JudgeEach(machine, MachineFiles::TokenCache, "No token was kept", JudgeToken);
+    return JudgeEach(machine, MachineFiles::TokenCache, IsTokenName, "No token was kept", JudgeToken);
 }
 
 std::vector<KnownServer> DiscoveryServersOf(const Machine& machine) {

@@ -104,7 +104,8 @@ std::string MakePrivateCommand(const std::string& path) {
     Platform::IInspection& inspection = Platform::Inspection();
     const auto details = inspection.Details(path);
     const bool isForeign = details && details->owner != 0 && details->owner != inspection.User();
-    const std::string chown = "chown " + std::to_string(inspection.User()) + " -- " + Quoted(path) + " && ";
+    const std::string chown = (inspection.User() == 0 ? "chown " : "sudo chown ") +
+                              std::to_string(inspection.User()) + " -- " + Quoted(path) + " && ";
     return (isForeign ? chown : std::string()) + "chmod 600 -- " + Quoted(path);
 }
 

@@ -3,6 +3,7 @@
 #include "ClientCommunications/Impl/FileStorage.h"
 #include "ClientCommunications/Impl/MachineFiles.h"
 #include "ClientCommunications/LocalConfiguration.h"
+#include "Doctor/ReadOnlyPlatform.h"
 #include "Doctor/Texts.h"
 #include "ObjectMapping/Serialization.h"
 #include "OmbryZephCore/ZephUrl.h"
@@ -36,6 +37,21 @@ std::string ParentOf(const std::string& path) {
     return path.substr(0, path.rfind('/'));
 }
 
+bool IsBelow(const std::string& path, const std::string& folder) {
+    return path.starts_with(folder + "/");
+}
+
+// The name of a certificate's file.
+bool IsFingerprint(const std::string& name) {
+    return name.size() == 64 && name.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+// Whether a path below the folder of the caches is one of an entry.
+bool IsInACache(const std::string& path) {
+    return path.find(std::string(MachineFiles::FinderCache) + "/") != std::string::npos ||
+           path.find(std::string(MachineFiles::TokenCache) + "/") != std::string::npos;
+}
+
 const char* NameOf(FileKind kind) {
     switch (kind) {
         case FileKind::Folder:
@@ -52,13 +68,13 @@ const char* NameOf(FileKind kind) {
 
 }  // namespace
 
-Machine::Machine()
+Machine::Machine(std::size_t most)
     : now(Platform::Clock().Now()),
       parameters(std::string()),
       root(ClientCommunications::GetProgramDataQuennetPath()),
       storeFolder(Required(Platform::Inspection().StoreFolder(parameters.storeName), "certificates lie")),
       key(Required(Platform::Inspection().MachineKey(), "the key lies")),
-      tree(OwnFolders(), storeFolder) {
+      tree(OwnFolders(), Habits(), most) {
     ReadAddress();
     ReadDatacenter();
 }
@@ -77,6 +93,37 @@ std::string Machine::CachesFolder() const {
 
 std::vector<std::string> Machine::OwnFolders() const {
     return {parameters.securityDirectory, ParentOf(storeFolder), KeyFolder()};
+}
+
+StateTree::Habits Machine::Habits() const {
+    const std::string security = parameters.securityDirectory, caches = CachesFolder(),
+                      components = ComponentsFolder();
+    const auto isEntry = [caches](const std::string& path) {
+        return IsBelow(path, caches) && IsInACache(path.substr(caches.size()));
+    };
+    const auto follows = [=, store = storeFolder, own = OwnFolders()](const std::string& folder) {
+        if (folder == store || isEntry(folder)) return false;
+        return std::find(own.begin(), own.end(), folder) != own.end() || folder == security + "/CS" ||
+               IsBelow(caches, folder) || folder == caches || IsBelow(folder, caches) ||
+               folder == components || IsBelow(folder, components);
+    };
+    const auto makes = [=, key = key.path](const std::string& folder, const Entry& entry) {
+        const auto ends = [&entry](const char* end) { return entry.name.ends_with(end); };
+        const std::string path = folder + "/" + entry.name;
+        if (ends("-p") || ends("-s") || Platform::Inspection().IsUnnamed(entry.name)) return true;
+        if (entry.details.kind == FileKind::Folder) return !isEntry(path);
+        return !IsBelow(path, caches) && (ends(".config") || ends(".registration.json") ||
+                                          key.ends_with("/" + entry.name) || IsFingerprint(entry.name));
+    };
+    const auto opens = [=](const std::string& folder, bool amongOthers) {
+        if (isEntry(folder)) return false;
+        if (!amongOthers) return true;
+        const bool isOfAClient = IsBelow(folder, components) && ParentOf(folder) != components;
+        return isOfAClient
+                   ? (folder + "/").find(MachineFiles::Services, components.size()) != std::string::npos
+                   : !IsBelow(folder, caches) || isEntry(folder + "/");
+    };
+    return {opens, follows, makes};
 }
 
 void Machine::ReadAddress() {
@@ -135,6 +182,7 @@ Machine::Reading Machine::WhyUnreadable(const std::string& path) const {
     const auto details = Platform::Inspection().Details(path);
     if (!details) return {{}, "is missing", false};
     if (details->kind != FileKind::File) return {{}, NameOf(details->kind), false};
+    if (details->size > LongestFile) return {{}, "is longer than 64 MiB", false};
     return {{}, "cannot be read, with error " + Platform::ErrorNumber(content.Error()), false};
 }
 

@@ -13,7 +13,8 @@ namespace Ombry::Doctor {
 /// of the address and the datacenter. Throws `std::runtime_error` if the system does not tell where to look.
 class Machine {
 public:
-    Machine();
+    /// `most`: files and folders that are looked at.
+    explicit Machine(std::size_t most = StateTree::Most);
 
     /// A file's content as a text, or why there is none.
     struct Reading {
@@ -58,6 +59,8 @@ public:
     Duration AgeOf(TimePoint time) const;
 
 private:
+    /// Of the tool.
+    StateTree::Habits Habits() const;
     void ReadAddress();
     void ReadDatacenter();
 

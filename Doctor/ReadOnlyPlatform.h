@@ -6,14 +6,20 @@
 #include "Platform/SecureWipe.h"
 
 #include <cerrno>
+#include <cstdint>
 
 namespace Ombry::Doctor {
+
+/// A file that is longer is none of the tool's, and is not read.
+inline constexpr std::uint64_t LongestFile = std::uint64_t{64} << 20;
 
 /// Files that can be read and not changed. Whoever reads with the repair of a broken save, as the caches do,
 /// gets what the repair would give, and the files stay as they are.
 class ReadOnlyFiles : public Platform::IFiles {
 public:
-    Platform::ValueOr<std::string> Read(const std::string& path) override { return files.Read(path); }
+    Platform::ValueOr<std::string> Read(const std::string& path) override {
+        return Platform::Inspection().Read(path, LongestFile);
+    }
     Platform::ValueOr<Platform::FileState> State(const std::string& path) override {
         return files.State(path);
     }

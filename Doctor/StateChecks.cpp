@@ -6,6 +6,7 @@
 #include "Doctor/Conclusion.h"
 #include "Doctor/Texts.h"
 
+#include <algorithm>
 #include <set>
 
 namespace Ombry::Doctor {
@@ -16,18 +17,40 @@ using ClientCommunications::SafeFileStorage;
 using Platform::FileKind;
 
 // The folders of the tool's own that are there, behind a command that descends and follows no links: those
-// behind links are named, too, with a solidus that stands for what is behind.
+// behind links are named, too, with a solidus that stands for what is behind; but none in which things of
+// others lie.
 std::string WithOwnFolders(const Machine& machine, std::string command) {
-    std::set<std::string> links = machine.Tree().Links();
+    const StateTree& tree = machine.Tree();
+    std::set<std::string> links = tree.Links();
     const auto add = [&](const std::string& path, bool isLink) {
-        command += " " + Quoted(isLink ? path + "/" : path);
+        if (!tree.IsShared(path)) command += " " + Quoted(isLink ? path + "/" : path);
     };
     for (const std::string& folder : machine.OwnFolders()) {
-        if (machine.Tree().Folders().contains(folder)) add(folder, links.erase(folder) > 0);
+        if (tree.Folders().contains(folder)) add(folder, links.erase(folder) > 0);
     }
     for (const std::string& link : links)
         add(link, true);
     return command;
+}
+
+// What is another's is changed by root alone.
+std::string AsWhoMay(std::uint32_t owner, const std::string& command) {
+    const std::uint32_t user = Platform::Inspection().User();
+    return user == 0 || owner == user ? command : "sudo " + command;
+}
+
+// The owner of the tool's own, or of what of it is another's than the user's.
+std::uint32_t OwnerOfAll(const Machine& machine) {
+    const std::uint32_t user = Platform::Inspection().User();
+    std::uint32_t owner = user;
+    const auto look = [&](const Entry& entry) {
+        if (entry.details.owner != user) owner = entry.details.owner;
+    };
+    for (const Entry& root : machine.Tree().Roots())
+        look(root);
+    for (const auto& [folder, entries] : machine.Tree().Folders())
+        std::for_each(entries.begin(), entries.end(), look);
+    return owner;
 }
 
 // The two that are shared with other programs, which may want them to be read. A folder behind a link is
@@ -38,7 +61,8 @@ std::vector<Entry> SharedPlaces(const Machine& machine) {
     if (const auto target = inspection.Target(machine.Root())) {
         const auto itself = inspection.Details(machine.Root());
         const bool isLink = itself && itself->kind == FileKind::Link;
-        places.push_back({machine.Root() + (isLink ? "/" : ""), *target});
+        if (!isLink || target->kind == FileKind::Folder)
+            places.push_back({machine.Root() + (isLink ? "/" : ""), *target});
     }
     const std::string& common = machine.Parameters().commonConfigPath;
     const auto details = inspection.Details(common);
@@ -46,17 +70,22 @@ std::vector<Entry> SharedPlaces(const Machine& machine) {
     return places;
 }
 
-// Everything of a kind among what is the tool's own, the folders themselves included: told as one.
+// Everything of a kind among what is the tool's own, the folders themselves included: told as one. What lies
+// behind a link among things of others is left to them.
 class Summary {
 public:
     template <class IsOne>
     Summary(const Machine& machine, IsOne isOne) {
         for (const Entry& root : machine.Tree().Roots()) {
-            if (isOne(root.details)) Add({}, root.name);
+            const bool isOwn = root.details.kind == FileKind::Folder && !machine.Tree().IsShared(root.name);
+            if (isOwn && isOne(root.details)) Add({}, root.name);
         }
         for (const auto& [folder, entries] : machine.Tree().Folders()) {
+            if (machine.Tree().IsShared(folder)) continue;
             for (const Entry& entry : entries) {
-                if (isOne(entry.details)) Add(folder + "/", entry.name);
+                const bool leadsAway = entry.details.kind == FileKind::Folder &&
+                                       machine.Tree().SharedLinks().contains(folder + "/" + entry.name);
+                if (!leadsAway && isOne(entry.details)) Add(folder + "/", entry.name);
             }
         }
     }
@@ -113,6 +142,46 @@ void AddObstaclesOfClients(const Machine& machine, std::set<std::string>& obstac
     }
 }
 
+// The links of caches that lead among things of others: whatever lies there, caches may begin anew.
+void AddSharedCaches(const Machine& machine, Findings& findings) {
+    for (const auto& [link, other] : machine.Tree().SharedLinks()) {
+        const bool isOfCaches =
+            link == machine.CachesFolder() || link.starts_with(machine.CachesFolder() + "/");
+        if (!isOfCaches || machine.Tree().IsShared(link.substr(0, link.rfind('/')))) continue;
+        findings.push_back({.severity = Severity::Warning,
+                            .message = link +
+                                       (other == link ? " leads back to a folder that it lies in"
+                                                      : " leads among things of others, such as " + other) +
+                                       ": what lies there is not all judged",
+                            .pairs = {{"path", link}, {"other", other}},
+                            .remedy = "rm -f -- " + Quoted(link)});
+    }
+}
+
+// What to do where there is more than is looked at. Caches may go at any time; what else may go is nothing
+// that can be told from here.
+std::string RemedyForMore(const Machine& machine) {
+    const std::string caches = machine.CachesFolder();
+    std::size_t inCaches = 0;
+    for (const auto& [folder, entries] : machine.Tree().Folders()) {
+        if (folder == caches || folder.starts_with(caches + "/")) inCaches += entries.size();
+    }
+    if (inCaches * 2 >= machine.Tree().MostEntries()) return "rm -rf -- " + Quoted(caches);
+    return "ls -lA -- " + Quoted(machine.Tree().CutAt());
+}
+
+void AddMoreThanIsLookedAt(const Machine& machine, Findings& findings) {
+    const std::string& cut = machine.Tree().CutAt();
+    if (cut.empty()) return;
+    const auto most = static_cast<long long>(machine.Tree().MostEntries());
+    findings.push_back({.severity = Severity::Warning,
+                        .message = "There are more than " + std::to_string(most) +
+                                   " files and folders; what comes behind the first in " + cut +
+                                   " was not looked at",
+                        .pairs = {{"most", most}, {"path", cut}},
+                        .remedy = RemedyForMore(machine)});
+}
+
 }  // namespace
 
 Findings CheckPlace(const Machine& machine) {
@@ -144,6 +213,8 @@ Findings CheckPlace(const Machine& machine) {
     Findings findings;
     for (const std::string& obstacle : obstacles)
         findings.push_back(Obstacle(machine, obstacle));
+    AddSharedCaches(machine, findings);
+    AddMoreThanIsLookedAt(machine, findings);
     Conclude(machine, machine.OwnFolders(),
              {.message = "The state lies in " + root, .pairs = {{"path", root}}}, findings);
     return findings;
@@ -159,14 +230,15 @@ Findings CheckOwners(const Machine& machine) {
     if (!foreign.IsEmpty()) {
         findings.push_back(
             foreign.Told(Severity::Warning, "belong to somebody else",
-                         WithOwnFolders(machine, "chown -hR " + std::to_string(user) + " --")));
+                         WithOwnFolders(machine, AsWhoMay(0, "chown -hR " + std::to_string(user) + " --"))));
     }
     for (const Entry& place : SharedPlaces(machine)) {
         if (!isForeign(place.details)) continue;
-        findings.push_back({.severity = Severity::Warning,
-                            .message = place.name + " belongs to somebody else",
-                            .pairs = {{"path", place.name}},
-                            .remedy = "chown -h " + std::to_string(user) + " -- " + Quoted(place.name)});
+        findings.push_back(
+            {.severity = Severity::Warning,
+             .message = place.name + " belongs to somebody else",
+             .pairs = {{"path", place.name}},
+             .remedy = AsWhoMay(0, "chown -h " + std::to_string(user) + " -- " + Quoted(place.name))});
     }
     Conclude(machine, machine.OwnFolders(),
              {.message = "Everything belongs to root or to the user who looks"}, findings);
@@ -181,15 +253,16 @@ Findings CheckModes(const Machine& machine) {
         return details.kind != FileKind::Link && (details.mode & others) != 0;
     });
     if (!open.IsEmpty()) {
-        findings.push_back(open.Told(Severity::Warning, "can be used by others than the owner",
-                                     WithOwnFolders(machine, "chmod -R go= --")));
+        findings.push_back(
+            open.Told(Severity::Warning, "can be used by others than the owner",
+                      WithOwnFolders(machine, AsWhoMay(OwnerOfAll(machine), "chmod -R go= --"))));
     }
     for (const Entry& place : SharedPlaces(machine)) {
         if ((place.details.mode & othersWrite) == 0) continue;
         findings.push_back({.severity = Severity::Warning,
                             .message = place.name + " can be written by others than the owner",
                             .pairs = {{"path", place.name}},
-                            .remedy = "chmod go-w -- " + Quoted(place.name)});
+                            .remedy = AsWhoMay(place.details.owner, "chmod go-w -- " + Quoted(place.name))});
     }
     Conclude(machine, machine.OwnFolders(), {.message = "Nothing is open to others"}, findings);
     return findings;
@@ -206,6 +279,7 @@ Findings CheckLeftovers(const Machine& machine) {
                             .remedy = "rm -f -- " + Quoted(path)});
     };
     for (const auto& [folder, entries] : machine.Tree().Folders()) {
+        if (machine.Tree().IsShared(folder)) continue;
         const bool isCache = folder.starts_with(machine.CachesFolder());
         for (const Entry& entry : entries) {
             if (entry.details.kind != FileKind::File) continue;

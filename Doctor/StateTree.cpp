@@ -1,16 +1,36 @@
 #include "Doctor/StateTree.h"
 
 #include "Doctor/SideBySide.h"
-#include "Platform/IFiles.h"
 
 #include <algorithm>
 
 namespace Ombry::Doctor {
+namespace {
 
-StateTree::StateTree(const std::vector<std::string>& paths, const std::string& neverBehindALink)
-    : neverBehindALink(neverBehindALink) {
+bool IsIn(const std::string& path, const std::string& place) {
+    return path.starts_with(place) && (path.size() == place.size() || path[place.size()] == '/');
+}
+
+bool IsSame(const Platform::FileDetails& left, const Platform::FileDetails& right) {
+    return left.device == right.device && left.file == right.file;
+}
+
+// The folders that a folder lies in, up to the one that lies in itself.
+std::vector<Platform::FileDetails> FoldersAbove(const std::string& path) {
     std::vector<Platform::FileDetails> above;
+    for (std::string parent = path + "/..";; parent += "/..") {
+        const auto details = Platform::Inspection().Target(parent);
+        if (!details || (!above.empty() && IsSame(above.back(), *details))) return above;
+        above.push_back(*details);
+    }
+}
+
+}  // namespace
+
+StateTree::StateTree(const std::vector<std::string>& paths, Habits habits, std::size_t most)
+    : habits(std::move(habits)), most(most) {
     for (const std::string& path : paths) {
+        auto above = FoldersAbove(path);
         const auto details = Followed(path, Platform::Inspection().Details(path), above);
         if (!details) {
             HideIfForbidden(details.Error(), path);
@@ -25,23 +45,44 @@ void StateTree::AddFolder(const std::string& folder, const Platform::FileDetails
                           std::vector<Platform::FileDetails>& above) {
     above.push_back(details);
     const std::vector<Entry>& entries = folders[folder] = EntriesOf(folder, above);
+    NoteSharedLinks(folder, entries);
     for (const Entry& entry : entries) {
-        if (entry.details.kind == Platform::FileKind::Folder)
-            AddFolder(folder + "/" + entry.name, entry.details, above);
+        if (entry.details.kind != Platform::FileKind::Folder) continue;
+        const std::string path = folder + "/" + entry.name;
+        if (habits.opens(path, IsShared(folder))) AddFolder(path, entry.details, above);
     }
     above.pop_back();
 }
 
+void StateTree::NoteSharedLinks(const std::string& folder, const std::vector<Entry>& entries) {
+    if (links.empty()) return;
+    const auto other = std::find_if(entries.begin(), entries.end(),
+                                    [&](const Entry& entry) { return !habits.makes(folder, entry); });
+    if (other == entries.end()) return;
+    for (const std::string& link : links) {
+        if (IsIn(folder, link)) sharedLinks.try_emplace(link, folder + "/" + other->name);
+    }
+}
+
+bool StateTree::IsShared(const std::string& folder) const {
+    return std::any_of(sharedLinks.begin(), sharedLinks.end(),
+                       [&](const auto& link) { return IsIn(folder, link.first); });
+}
+
 StateTree::Details StateTree::Followed(const std::string& path, Details details,
                                        const std::vector<Platform::FileDetails>& above) {
-    if (!details || details->kind != Platform::FileKind::Link || path == neverBehindALink) return details;
+    if (!details || details->kind != Platform::FileKind::Link || !habits.follows(path)) return details;
+    if (IsShared(path)) return details;
     auto target = Platform::Inspection().Target(path);
     if (!target) HideIfForbidden(target.Error(), path);
     if (!target || target->kind != Platform::FileKind::Folder) return details;
     const bool isCircle = std::any_of(above.begin(), above.end(), [&](const Platform::FileDetails& folder) {
-        return folder.device == target->device && folder.file == target->file;
+        return IsSame(folder, *target);
     });
-    if (isCircle) return details;
+    if (isCircle) {
+        sharedLinks.try_emplace(path, path);
+        return details;
+    }
     links.insert(path);
     return target;
 }
@@ -52,11 +93,17 @@ void StateTree::HideIfForbidden(int error, const std::string& path) {
 
 std::vector<Entry> StateTree::EntriesOf(const std::string& folder,
                                         const std::vector<Platform::FileDetails>& above) {
-    auto names = Platform::Files().List(folder);
+    const std::size_t left = most - count;
+    auto names = Platform::Inspection().Names(folder, left + 1);
     if (!names) {
         HideIfForbidden(names.Error(), folder);
         return {};
     }
+    if (names->size() > left) {
+        names->pop_back();
+        if (cutAt.empty()) cutAt = folder;
+    }
+    count += names->size();
     std::sort(names->begin(), names->end());
     std::vector<Details> looks(names->size(), Platform::Result::Failure(0));
     SideBySide(names->size(), [&](std::size_t place) {
@@ -79,11 +126,8 @@ std::vector<Entry> StateTree::EntriesOf(const std::string& folder,
 }
 
 std::string StateTree::HiddenOf(const std::string& folder) const {
-    const auto isIn = [](const std::string& path, const std::string& place) {
-        return path == place || path.starts_with(place + "/");
-    };
     const auto found = std::find_if(hidden.begin(), hidden.end(), [&](const std::string& path) {
-        return isIn(path, folder) || isIn(folder, path);
+        return IsIn(path, folder) || IsIn(folder, path);
     });
     return found == hidden.end() ? std::string() : *found;
 }

@@ -2,6 +2,7 @@
 
 #include "Platform/IInspection.h"
 
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -15,12 +16,27 @@ struct Entry {
     Platform::FileDetails details;
 };
 
-/// Everything below some folders, as it was when this was made. Links to folders are followed, but for those
-/// that lead back to a folder that they lie in.
+/// Everything below some folders, as it was when this was made. Links to folders are followed where the tool
+/// follows them, but for those that lead back to a folder that they lie in.
 class StateTree {
 public:
-    /// `neverBehindALink`: the one folder that the tool does not look for there.
-    StateTree(const std::vector<std::string>& roots, const std::string& neverBehindALink);
+    /// How the tool looks at folders.
+    struct Habits {
+        /// Whether it opens something in the folder of that path. `amongOthers`: that lies behind a link,
+        /// with what the tool does not make.
+        std::function<bool(const std::string& folder, bool amongOthers)> opens = [](const std::string&,
+                                                                                    bool) { return true; };
+        /// Whether it would open that folder behind a link.
+        std::function<bool(const std::string& folder)> follows = [](const std::string&) { return true; };
+        /// Whether it makes such a thing in a folder.
+        std::function<bool(const std::string& folder, const Entry& entry)> makes =
+            [](const std::string&, const Entry&) { return true; };
+    };
+
+    /// So many files and folders are looked at, and no more.
+    static constexpr std::size_t Most = 100'000;
+
+    StateTree(const std::vector<std::string>& roots, Habits habits, std::size_t most = Most);
 
     /// By name; none for what is no folder here.
     const std::vector<Entry>& Children(const std::string& folder) const;
@@ -35,6 +51,14 @@ public:
     const std::vector<Entry>& Roots() const { return roots; }
     /// The folders behind links, by the paths of the links.
     const std::set<std::string>& Links() const { return links; }
+    /// Those of them behind which something lies that the tool does not make, with the path of the first
+    /// such.
+    const std::map<std::string, std::string>& SharedLinks() const { return sharedLinks; }
+    /// Whether a folder is, or lies, behind one of those.
+    bool IsShared(const std::string& folder) const;
+    /// The folder in which the last of those that may be looked at were met; empty if there were not so many.
+    const std::string& CutAt() const { return cutAt; }
+    std::size_t MostEntries() const { return most; }
 
 private:
     using Details = Platform::ValueOr<Platform::FileDetails>;
@@ -47,10 +71,15 @@ private:
     void AddFolder(const std::string& folder, const Platform::FileDetails& details,
                    std::vector<Platform::FileDetails>& above);
     std::vector<Entry> EntriesOf(const std::string& folder, const std::vector<Platform::FileDetails>& above);
+    void NoteSharedLinks(const std::string& folder, const std::vector<Entry>& entries);
 
-    const std::string neverBehindALink;
+    const Habits habits;
+    const std::size_t most;
+    std::size_t count = 0;
+    std::string cutAt;
     std::vector<Entry> roots;
     std::set<std::string> links;
+    std::map<std::string, std::string> sharedLinks;
     std::map<std::string, std::vector<Entry>> folders;
     std::set<std::string> hidden;
 };

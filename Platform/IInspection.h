@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Ombry::Platform {
 
@@ -65,6 +66,13 @@ public:
 
     /// Of what the path leads to, whatever links are on the way.
     virtual ValueOr<FileDetails> Target(const std::string& path) = 0;
+
+    /// The names in a folder, as `IFiles::List` gives them, but no more than that.
+    virtual ValueOr<std::vector<std::string>> Names(const std::string& folder, std::size_t most) = 0;
+
+    /// What `IFiles::Read` gives, of a file that is no longer than that: a longer one counts as one that
+    /// cannot be opened.
+    virtual ValueOr<std::string> Read(const std::string& path, std::uint64_t longest) = 0;
 
     /// Whether a failure means that the user of this process may not look there.
     virtual bool MeansForbidden(int error) = 0;

@@ -27,6 +27,17 @@ std::string DirectoryKeyValueStorage::EntryNameOf(const std::string& key) {
     return name;
 }
 
+// 32 bytes in Base64.
+bool DirectoryKeyValueStorage::IsEntryName(std::string_view name) {
+    constexpr std::size_t letters = 43;
+    const auto isLetter = [](char c) {
+        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '+' ||
+               c == '!';
+    };
+    return name.size() == letters + 1 && name.back() == '=' &&
+           std::all_of(name.begin(), name.end() - 1, isLetter);
+}
+
 std::string DirectoryKeyValueStorage::GetByKey(const std::string& key) {
     return GetEntry(EntryNameOf(key));
 }

@@ -6,6 +6,7 @@
 #include "Platform/SecureWipe.h"
 
 #include <optional>
+#include <string_view>
 
 namespace Ombry::ClientCommunications {
 
@@ -28,6 +29,8 @@ public:
 
     /// The name under which the entry of a key lies, for those who ask for it often.
     static std::string EntryNameOf(const std::string& key);
+    /// Whether that can be the name of an entry.
+    static bool IsEntryName(std::string_view name);
 
     std::string GetByKey(const std::string& key) override;
     std::string GetEntry(const std::string& entryName) override;

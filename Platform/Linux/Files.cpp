@@ -1,9 +1,9 @@
 #include "Platform/IFiles.h"
 #include "Platform/Linux/Descriptor.h"
+#include "Platform/Linux/FileReading.h"
 #include "Platform/Linux/TemporaryFile.h"
 #include "Platform/MadeOnce.h"
 
-#include <dirent.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -17,18 +17,12 @@ using Linux::Descriptor;
 using Linux::Outcome;
 using Linux::Retry;
 
-// Why something that is no regular file cannot be used as one.
-int ErrorForKind(mode_t mode) {
-    if (S_ISDIR(mode)) return EISDIR;
-    return S_ISLNK(mode) ? ELOOP : EINVAL;
-}
-
 Result CheckReplaceable(const std::string& path) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0) {
         return errno == ENOENT ? Result::Success() : Result::Failure(errno);
     }
-    return S_ISREG(status.st_mode) ? Result::Success() : Result::Failure(ErrorForKind(status.st_mode));
+    return S_ISREG(status.st_mode) ? Result::Success() : Result::Failure(Linux::ErrorForKind(status.st_mode));
 }
 
 // Whether the process may make a file of that size. Reserving beyond the end of a file does not ask.
@@ -129,14 +123,7 @@ Result MakeFolder(const std::string& path, Durability durability) {
 class LinuxFiles : public IFiles {
 public:
     ValueOr<std::string> Read(const std::string& path) override {
-        // Non-blocking only matters for a named pipe, which would wait for a writer before it can be refused.
-        const Descriptor file(Retry(
-            [&] { return open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }));
-        if (!file) return Result::Failure(errno);
-        struct stat status {};
-        if (fstat(file.Number(), &status) != 0) return Result::Failure(errno);
-        if (!S_ISREG(status.st_mode)) return Result::Failure(ErrorForKind(status.st_mode));
-        return Linux::ReadToEnd(file.Number(), static_cast<std::size_t>(status.st_size));
+        return Linux::ReadFile(path);
     }
 
     ValueOr<FileState> State(const std::string& path) override {
@@ -146,7 +133,7 @@ public:
         if (Retry([&] { return statx(AT_FDCWD, path.c_str(), flags, STATX_BASIC_STATS, &status); }) != 0) {
             return Result::Failure(errno);
         }
-        if (!S_ISREG(status.stx_mode)) return Result::Failure(ErrorForKind(status.stx_mode));
+        if (!S_ISREG(status.stx_mode)) return Result::Failure(Linux::ErrorForKind(status.stx_mode));
         return FileState{.device = std::uint64_t{status.stx_dev_major} << 32 | status.stx_dev_minor,
                          .file = status.stx_ino,
                          .size = status.stx_size,
@@ -178,21 +165,7 @@ public:
     }
 
     ValueOr<std::vector<std::string>> List(const std::string& directory) override {
-        DIR* opened;
-        do {
-            opened = opendir(directory.c_str());
-        } while (!opened && errno == EINTR);
-        const std::unique_ptr<DIR, int (*)(DIR*)> folder(opened, closedir);
-        if (!folder) return Result::Failure(errno);
-        std::vector<std::string> names;
-        errno = 0;
-        while (const dirent* entry = readdir(folder.get())) {
-            const std::string_view name = entry->d_name;
-            if (name != "." && name != "..") names.emplace_back(name);
-            errno = 0;
-        }
-        if (errno != 0) return Result::Failure(errno);
-        return names;
+        return Linux::NamesIn(directory);
     }
 
     Result CreateDirectories(const std::string& directory, Durability durability) override {

@@ -3,6 +3,7 @@
 #include "Platform/Linux/CertificateOutline.h"
 #include "Platform/Linux/CertificateStore.h"
 #include "Platform/Linux/Descriptor.h"
+#include "Platform/Linux/FileReading.h"
 #include "Platform/Linux/IMachineId.h"
 #include "Platform/Linux/MachineId.h"
 #include "Platform/Linux/MachineKey.h"
@@ -44,7 +45,7 @@ KeyState::Verdict VerdictOf(int error) {
 }
 
 TimePoint TimeOf(const timespec& time) {
-    return TimePoint(Duration(time.tv_sec * TicksPerSecond + time.tv_nsec / 100));
+    return SaturatingAdd(TimePoint(Duration(SecondsToTicks(time.tv_sec))), Duration(time.tv_nsec / 100));
 }
 
 ValueOr<FileDetails> Look(const std::string& path, int (*look)(const char*, struct stat*)) {
@@ -97,6 +98,13 @@ class LinuxInspection : public IInspection {
 public:
     ValueOr<FileDetails> Details(const std::string& path) override { return Look(path, lstat); }
     ValueOr<FileDetails> Target(const std::string& path) override { return Look(path, stat); }
+
+    ValueOr<std::vector<std::string>> Names(const std::string& folder, std::size_t most) override {
+        return Linux::NamesIn(folder, most);
+    }
+    ValueOr<std::string> Read(const std::string& path, std::uint64_t longest) override {
+        return Linux::ReadFile(path, longest);
+    }
 
     bool MeansForbidden(int error) override { return error == EACCES || error == EPERM; }
 

@@ -7,6 +7,9 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
 namespace Ombry::Tests {
 namespace {
 
@@ -119,8 +122,9 @@ TEST_F(CacheChecksTest, CopyOfASaveThatWasCutOffCountsIfThereIsNoOther) {
 
 TEST_F(CacheChecksTest, ManyEntriesAreToldByNameWhetherOrNotASecondThreadStarts) {
     constexpr int count = 100, damaged = 70;
+    const auto nameOf = [](int number) { return std::string(40, 'x') + std::to_string(100 + number) + "="; };
     for (int number = 0; number < count; ++number) {
-        folder.Write(Caches + "finder_cache/" + std::to_string(100 + number) + "-p",
+        folder.Write(Caches + "finder_cache/" + nameOf(number) + "-p",
                      number == damaged ? "damaged" : Found(number));
     }
     // One beside the look at the files, and one beside the judging.
@@ -131,7 +135,7 @@ TEST_F(CacheChecksTest, ManyEntriesAreToldByNameWhetherOrNotASecondThreadStarts)
         ASSERT_EQ(findings.size(), static_cast<std::size_t>(count));
         for (int number = 0; number < count; ++number) {
             const Finding& finding = findings[static_cast<std::size_t>(number)];
-            EXPECT_THAT(Text(finding, "path"), testing::EndsWith("/" + std::to_string(100 + number)));
+            EXPECT_THAT(Text(finding, "path"), testing::EndsWith("/" + nameOf(number)));
             EXPECT_EQ(finding.severity, number == damaged ? Severity::Error : Severity::Success) << number;
         }
     }
@@ -159,6 +163,76 @@ TEST_F(CacheChecksTest, FolderInThePlaceOfAnEntryIsAskedAroundUnlessASaveBeginsT
     std::filesystem::create_directories(list + "-s");
     EXPECT_EQ(RunForOne(CheckDiscoveryCaches).severity, Severity::Error);
     EXPECT_EQ(RunForOne(CheckDiscoveryCaches).remedy, "rm -rf -- " + list + "-p " + list + "-s");
+}
+
+TEST_F(CacheChecksTest, FileThatHasNotTheNameOfASearchIsNoneAndOneAmongTokensIsReadByWhoeverClearsThem) {
+    folder.Write(Caches + "finder_cache/notes-p", "damaged");
+    folder.Write(Caches + "aa_token/notes-p", "damaged");
+    EXPECT_EQ(RunForOne(CheckSearchCaches).severity, Severity::Success);
+    EXPECT_EQ(RunForOne(CheckTokens).severity, Severity::Error);
+}
+
+TEST_F(CacheChecksTest, WhatIsNoFileInThePlaceOfAnEntryIsNotOpened) {
+    const auto make = [](const std::string& path, bool isDevice) {
+        const dev_t zeros = makedev(1, 5);
+        return isDevice ? mknod(path.c_str(), S_IFCHR | 0600, zeros) : mkfifo(path.c_str(), 0600);
+    };
+    std::filesystem::create_directories(folder / (Caches + "aa_token"));
+    std::filesystem::create_directories(folder / (Caches + "finder_cache"));
+    const std::string name = ClientCommunications::DirectoryKeyValueStorage::EntryNameOf("v1-x");
+    const std::vector<std::pair<Findings (*)(const Doctor::Machine&), std::string>> checks{
+        {CheckDiscoveryCaches, Caches + "v1-service.cache"},
+        {CheckSearchCaches, Caches + "finder_cache/" + name},
+        {CheckTokens, Caches + "aa_token/" + name}};
+    for (const bool isDevice : {false, true}) {
+        for (const auto& [check, path] : checks) {
+            for (const std::string end : {"-p", "-s"}) {
+                inspection.watched = folder / (path + end);
+                if (make(inspection.watched, isDevice) != 0) GTEST_SKIP() << "no device may be made here";
+                const Finding finding = RunForOne(check);
+                EXPECT_EQ(finding.severity, end == "-s" ? Severity::Error : Severity::Warning);
+                EXPECT_EQ(finding.remedy, "rm -rf -- " + Quoted(inspection.watched));
+                EXPECT_EQ(inspection.reads, 0) << inspection.watched;
+                std::filesystem::remove(inspection.watched);
+            }
+        }
+    }
+}
+
+TEST_F(CacheChecksTest, FileThatIsTooLongForAnEntryIsNotRead) {
+    const std::string list = Caches + "v1-service.cache-p";
+    const std::string search = PutEntry("finder_cache", Aa, "");
+    const std::string token = PutEntry("c1/aa_token", "v1-auth", "");
+    const std::vector<std::pair<Findings (*)(const Doctor::Machine&), std::string>> checks{
+        {CheckDiscoveryCaches, list}, {CheckSearchCaches, search}, {CheckTokens, token}};
+    for (const auto& [check, path] : checks) {
+        inspection.watched = folder.Write(path, "");
+        std::filesystem::resize_file(folder / path, LongestFile + 1);
+        const Finding finding = RunForOne(check);
+        EXPECT_EQ(finding.severity, Severity::Error);
+        EXPECT_THAT(finding.message, HasSubstr("longer than 64 MiB"));
+        EXPECT_EQ(finding.remedy, "rm -rf -- " + Quoted(folder / path));
+        EXPECT_EQ(inspection.reads, 0);
+    }
+    std::filesystem::resize_file(folder / Credentials, LongestFile + 1);
+    const Doctor::ReadOnlyPlatform nothingChanges;
+    EXPECT_FALSE(Platform::Files().Read(folder / Credentials));
+    EXPECT_THAT(Doctor::Machine().WhyUnreadable(folder / Credentials).failure,
+                HasSubstr("longer than 64 MiB"));
+}
+
+TEST_F(CacheChecksTest, OfACacheNoMoreIsReadThanALimit) {
+    for (const std::string key : {"1", "2", "3", "4", "5", "6"}) {
+        const std::string path = PutEntry(key < "6" ? "finder_cache" : "c1/finder_cache", key, "");
+        std::filesystem::resize_file(folder / path, LongestFile);
+    }
+    const Findings findings = Run(CheckSearchCaches);
+    ASSERT_EQ(findings.size(), 5u) << "four that are read, and one that says of the others";
+    const Finding& rest = findings.back();
+    EXPECT_EQ(rest.severity, Severity::Warning);
+    EXPECT_EQ(Text(rest, "left_out"), "2");
+    EXPECT_EQ(rest.remedy, "rm -rf -- " + (folder / (Caches + "c1/finder_cache")) + " " +
+                               (folder / (Caches + "finder_cache")));
 }
 
 TEST_F(CacheChecksTest, DiscoveryServersAreGatheredFromAllListsThatCanBeRead) {

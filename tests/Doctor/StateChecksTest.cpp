@@ -1,10 +1,13 @@
 #include "Doctor/StateChecks.h"
 #include "Doctor/Texts.h"
 #include "tests/Doctor/DoctorFixture.h"
+#include "tests/EndToEnd/Machine.h"
 
 #include <gmock/gmock.h>
 
+#include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Ombry::Tests {
@@ -12,6 +15,7 @@ namespace {
 
 using namespace Doctor;
 using testing::HasSubstr;
+using testing::Not;
 
 class StateChecksTest : public DoctorFixture {
 protected:
@@ -144,6 +148,106 @@ TEST_F(StateChecksTest, FolderOfTheCertificatesBehindALinkIsNotLookedInto) {
     EXPECT_EQ(RunForOne(CheckModes).severity, Severity::Success) << "the link is to be removed";
 }
 
+TEST_F(StateChecksTest, LinkWhereTheToolOpensNoFolderIsNotFollowed) {
+    folder.Write("elsewhere/file", "");
+    Chmod("elsewhere", 0755);
+    std::filesystem::create_directories(folder / (Caches + "finder_cache"));
+    for (const std::string& place :
+         {Security + "/x", Store + "/x", std::string("Quennet/Keys/x"), Caches + "finder_cache/x"}) {
+        std::filesystem::create_directory_symlink(folder / "elsewhere", folder / place);
+        EXPECT_EQ(RunForOne(CheckModes).severity, Severity::Success) << place;
+        const Doctor::Machine machine;
+        EXPECT_FALSE(machine.Tree().Folders().contains(folder / place));
+    }
+}
+
+TEST_F(StateChecksTest, LinkOfCachesThatLeadsAmongThingsOfOthersIsToGoAndNothingElseThere) {
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"finder_cache", "notes"}, {"finder_cache", "bin/notes"}, {"c9", "notes"}, {"c9", "bin/notes"}};
+    std::filesystem::create_directories(folder / Caches);
+    for (const auto& [name, other] : cases) {
+        SCOPED_TRACE(name + " " + other);
+        folder.Write("elsewhere/" + other, "");
+        folder.Write("elsewhere/" + temporary, "half");
+        folder.Write("elsewhere/x-s", "");
+        folder.Write("elsewhere/x-p", "");
+        std::filesystem::create_directory_symlink("/", folder / "elsewhere/up");
+        std::filesystem::create_directory_symlink(folder / "elsewhere", folder / (Caches + name));
+        RunProcess({"chmod", "-R", "go=", folder / "Quennet"});
+        RunProcess({"chmod", "-R", "a+rwX", folder / "elsewhere"});
+        inspection.owners[folder / (Caches + name) + "/" + other] = 4711;
+        inspection.owners[folder / (Caches + name)] = 4711;
+        const Finding finding = RunForOne(CheckPlace);
+        EXPECT_EQ(finding.severity, Severity::Warning);
+        EXPECT_EQ(finding.remedy, "rm -f -- " + (folder / (Caches + name)));
+        for (auto* check : {CheckOwners, CheckModes, CheckLeftovers, CheckClock})
+            EXPECT_EQ(RunForOne(check).severity, Severity::Success) << RunForOne(check).remedy;
+        std::filesystem::remove(folder / (Caches + name));
+        std::filesystem::remove_all(folder / "elsewhere");
+        inspection.owners.clear();
+    }
+}
+
+TEST_F(StateChecksTest, LinkOfAClientThatLeadsAmongThingsOfOthersKeepsTheClientAndIsNotDescendedByAnyRemedy) {
+    const std::string client = Security + "/Components/c1";
+    MoveBehindALink(client, "elsewhere");
+    folder.Write("elsewhere/notes", "");
+    folder.Write("elsewhere/bin/deep/notes", "");
+    RunProcess({"chmod", "-R", "a+rwX", folder / "elsewhere"});
+    Chmod(Address, 0644);
+    EXPECT_THAT(RunForOne(CheckModes).remedy, Not(HasSubstr("c1")));
+    const Doctor::Machine machine;
+    EXPECT_TRUE(machine.Tree().Child(folder / client, "ombrycomponent.config"));
+    EXPECT_TRUE(machine.Tree().Child(folder / (client + "/Services"), "svc.config"));
+    EXPECT_FALSE(machine.Tree().Folders().contains(folder / (client + "/bin")));
+}
+
+TEST_F(StateChecksTest, LinkThatLeadsBackAboveTheStateIsNotFollowed) {
+    std::filesystem::create_directories(folder / Caches);
+    for (const std::string& place : {folder / "Quennet", folder.Path(), std::string("/")}) {
+        std::filesystem::create_directory_symlink(place, folder / (Caches + "x"));
+        RunProcess({"chmod", "-R", "go=", folder / "Quennet"});
+        const Finding finding = RunForOne(CheckPlace);
+        EXPECT_EQ(finding.severity, Severity::Warning);
+        EXPECT_EQ(finding.remedy, "rm -f -- " + (folder / (Caches + "x")));
+        EXPECT_EQ(RunForOne(CheckModes).severity, Severity::Success);
+        std::filesystem::remove(folder / (Caches + "x"));
+    }
+}
+
+TEST_F(StateChecksTest, FoldersThatLeadToOneAnotherEndAtTheMostThatIsLookedAt) {
+    const std::string components = folder / (Security + "/Components");
+    for (const std::string from : {"1", "2", "3", "4", "5", "6", "7", "8"}) {
+        std::filesystem::create_directory(components + "/" + from);
+        for (const std::string to : {"1", "2", "3", "4", "5", "6", "7", "8"})
+            std::filesystem::create_directory_symlink("../" + to, components + "/" + from + "/" + to);
+    }
+    constexpr std::size_t most = 300;
+    const Doctor::Machine machine(most);
+    std::size_t count = 0;
+    for (const auto& [path, entries] : machine.Tree().Folders())
+        count += entries.size();
+    EXPECT_EQ(count, most);
+    const Findings findings = CheckPlace(machine);
+    ASSERT_EQ(findings.size(), 1u);
+    EXPECT_EQ(findings[0].severity, Severity::Warning);
+    EXPECT_THAT(findings[0].message, HasSubstr("more than 300 files and folders"));
+    EXPECT_THAT(findings[0].remedy, testing::StartsWith("ls -lA -- " + components + "/"));
+}
+
+TEST_F(StateChecksTest, CachesThatHoldMoreThanIsLookedAtAreToGo) {
+    constexpr std::size_t most = 100;
+    for (std::size_t number = 0; number < 60; ++number)
+        folder.Write(Caches + "c1/finder_cache/" + std::to_string(number), "");
+    EXPECT_EQ(CheckPlace(Doctor::Machine(most)).at(0).severity, Severity::Success);
+    for (std::size_t number = 60; number < 110; ++number)
+        folder.Write(Caches + "c1/finder_cache/" + std::to_string(number), "");
+    const std::string caches = folder / Caches.substr(0, Caches.size() - 1);
+    EXPECT_EQ(CheckPlace(Doctor::Machine(most)).at(0).remedy, "rm -rf -- " + caches);
+    std::filesystem::remove_all(caches);
+    EXPECT_EQ(CheckPlace(Doctor::Machine(most)).at(0).severity, Severity::Success);
+}
+
 TEST_F(StateChecksTest, FilesOfSomebodyElseAreCounted) {
     for (const char* path : {"Quennet/Keys", "Quennet/OmbrySecurity"})
         inspection.owners[folder / path] = 4711;
@@ -204,8 +308,8 @@ TEST_F(StateChecksTest, SharedFolderAndFileBelongToRootOrToWhoLooks) {
     const Findings findings = Run(CheckOwners);
     ASSERT_EQ(findings.size(), 2u);
     EXPECT_EQ(findings[0].severity, Severity::Warning);
-    EXPECT_EQ(findings[0].remedy, "chown -h 4711 -- " + (folder / "Quennet"));
-    EXPECT_EQ(findings[1].remedy, "chown -h 4711 -- " + common);
+    EXPECT_EQ(findings[0].remedy, "sudo chown -h 4711 -- " + (folder / "Quennet"));
+    EXPECT_EQ(findings[1].remedy, "sudo chown -h 4711 -- " + common);
 }
 
 TEST_F(StateChecksTest, SharedFolderBehindALinkIsJudgedThere) {
@@ -218,6 +322,34 @@ TEST_F(StateChecksTest, SharedFolderBehindALinkIsJudgedThere) {
     inspection.owners[folder / "Quennet"] = 4711;
     EXPECT_EQ(RunForOne(CheckOwners).remedy,
               "chown -h " + std::to_string(geteuid()) + " -- " + (folder / "Quennet/"));
+}
+
+TEST_F(StateChecksTest, WhatIsNoFolderIsNoneWhoseModesAreMended) {
+    std::filesystem::remove_all(folder / "Quennet");
+    folder.Write(Security, "");
+    Chmod(Security, 0644);
+    EXPECT_EQ(RunForOne(CheckModes).severity, Severity::Success) << "it is in the way, as state.place says";
+    std::filesystem::remove_all(folder / "Quennet");
+    folder.Write("elsewhere", "");
+    Chmod("elsewhere", 0666);
+    std::filesystem::create_symlink(folder / "elsewhere", folder / "Quennet");
+    EXPECT_EQ(RunForOne(CheckModes).severity, Severity::Success);
+}
+
+TEST_F(StateChecksTest, WhatBelongsToRootIsChangedByRoot) {
+    folder.Write("Quennet/common.config", "");
+    inspection.user = 4711;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.Path()))
+        inspection.owners[entry.path()] = 4711;
+    Chmod(Address, 0644);
+    Chmod("Quennet/common.config", 0666);
+    EXPECT_THAT(Run(CheckModes).at(0).remedy, testing::StartsWith("chmod -R go= -- "));
+    EXPECT_THAT(Run(CheckModes).at(1).remedy, testing::StartsWith("chmod go-w -- "));
+    inspection.owners[folder / Datacenter] = inspection.owners[folder / "Quennet/common.config"] = 0;
+    EXPECT_THAT(Run(CheckModes).at(0).remedy, testing::StartsWith("sudo chmod -R go= -- "));
+    EXPECT_THAT(Run(CheckModes).at(1).remedy, testing::StartsWith("sudo chmod go-w -- "));
+    inspection.owners[folder / Datacenter] = 4712;
+    EXPECT_THAT(RunForOne(CheckOwners).remedy, testing::StartsWith("sudo chown -hR 4711 -- "));
 }
 
 TEST_F(StateChecksTest, TemporaryFileOfAKilledRunIsTold) {
@@ -264,6 +396,13 @@ TEST_F(StateChecksTest, FileFromTheFutureIsAMatterOfTheClock) {
     const Finding finding = RunForOne(CheckClock);
     EXPECT_EQ(finding.severity, Severity::Warning);
     EXPECT_THAT(finding.message, HasSubstr("the clock has been set back"));
+}
+
+TEST_F(StateChecksTest, FileFromAFutureThatNoClockReachesIsAMatterOfTheClock) {
+    const timespec never{std::int64_t{1} << 60, 0};
+    const timespec times[] = {never, never};
+    ASSERT_EQ(utimensat(AT_FDCWD, (folder / Address).c_str(), times, 0), 0);
+    EXPECT_EQ(RunForOne(CheckClock).severity, Severity::Warning);
 }
 
 }  // namespace

@@ -2,10 +2,12 @@
 
 #include "Platform/IInspection.h"
 
+#include <atomic>
 #include <cerrno>
 #include <map>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace Ombry::Tests {
 
@@ -19,6 +21,13 @@ public:
     Platform::ValueOr<Platform::FileDetails> Target(const std::string& path) override {
         if (path.starts_with(forbidden) && !forbidden.empty()) return Platform::Result::Failure(Forbidden);
         return Owned(path, real.Target(path));
+    }
+    Platform::ValueOr<std::vector<std::string>> Names(const std::string& folder, std::size_t most) override {
+        return real.Names(folder, most);
+    }
+    Platform::ValueOr<std::string> Read(const std::string& path, std::uint64_t longest) override {
+        if (path == watched) ++reads;
+        return real.Read(path, longest);
     }
     bool MeansForbidden(int error) override { return error == Forbidden || real.MeansForbidden(error); }
     std::uint32_t User() override { return user ? *user : real.User(); }
@@ -53,6 +62,8 @@ public:
     int keyError = 0;                                       ///< likewise, unless it is 0
     bool takesColours = false;
     bool isNoCertificate = false;  ///< whatever is shown
+    std::string watched;           ///< a path
+    std::atomic<int> reads = 0;    ///< of that
 
 private:
     using FoundDetails = Platform::ValueOr<Platform::FileDetails>;
