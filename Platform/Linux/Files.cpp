@@ -122,9 +122,7 @@ Result MakeFolder(const std::string& path, Durability durability) {
 
 class LinuxFiles : public IFiles {
 public:
-    ValueOr<std::string> Read(const std::string& path) override {
-        return Linux::ReadFile(path);
-    }
+    ValueOr<std::string> Read(const std::string& path) override { return Linux::ReadFile(path); }
 
     ValueOr<FileState> State(const std::string& path) override {
         struct statx status {};

@@ -505,5 +505,14 @@ TEST(DirectoryKeyValueStorageOnDiskTest, WhatACrashLeftOfASaveIsNoEntry) {
     EXPECT_EQ(storage.GetEntry("entry"), "staged");
 }
 
+TEST(DirectoryKeyValueStorageOnDiskTest, NameOfAnEntryIsKnownByItsShape) {
+    const std::string name = DirectoryKeyValueStorage::EntryNameOf("key");
+    EXPECT_TRUE(DirectoryKeyValueStorage::IsEntryName(name));
+    EXPECT_TRUE(DirectoryKeyValueStorage::IsEntryName(std::string(42, '!') + "+="));
+    for (const std::string& other : {std::string(), std::string("="), name + "=", name.substr(1),
+                                     "." + name.substr(1), name.substr(0, 43) + "x"})
+        EXPECT_FALSE(DirectoryKeyValueStorage::IsEntryName(other)) << other;
+}
+
 }  // namespace
 }  // namespace Ombry::Tests

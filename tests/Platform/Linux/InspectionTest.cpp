@@ -147,5 +147,42 @@ TEST_F(InspectionTest, ColoursAreForTerminalsWhoseUserHasNotRefusedThem) {
     EXPECT_FALSE(inFile);
 }
 
+TEST_F(InspectionTest, NamesOfAFolderEndWhereTheyMay) {
+    for (const char* name : {"a", "b", "c"})
+        folder.Write(std::string("names/") + name, "");
+    EXPECT_EQ(inspection.Names(folder / "names", 2)->size(), 2u);
+    EXPECT_EQ(inspection.Names(folder / "names", 4)->size(), 3u);
+    EXPECT_EQ(inspection.Names(folder / "none", 4).Error(), ENOENT);
+}
+
+TEST_F(InspectionTest, FileThatIsLongerThanAskedForIsNotRead) {
+    folder.Write("file", "12345");
+    EXPECT_EQ(*inspection.Read(folder / "file", 5), "12345");
+    EXPECT_EQ(inspection.Read(folder / "file", 4).Error(), EINVAL);
+    EXPECT_EQ(inspection.Read(folder.Path(), 5).Error(), EISDIR);
+}
+
+TEST_F(InspectionTest, KeyOfManyGigabytesIsDamagedAndNotRead) {
+    const std::string key = folder.Write("Quennet/Keys/protection.key", "");
+    chmod(key.c_str(), 0600);
+    std::filesystem::resize_file(key, std::uintmax_t{1} << 40);
+    EXPECT_EQ(KeyVerdict(), KeyState::Verdict::Damaged);
+}
+
+TEST_F(InspectionTest, TimeThatNoTicksReachIsTheLastOne) {
+    // Where times have 64 bits; not all file systems have them.
+    const std::string file = "/dev/shm/ombry-time-" + std::to_string(getpid());
+    const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (descriptor < 0) GTEST_SKIP() << "no such file system here";
+    const timespec far{std::int64_t{1} << 60, 0};
+    const timespec times[] = {far, far};
+    const int done = futimens(descriptor, times);
+    const auto details = inspection.Details(file);
+    unlink(file.c_str());
+    close(descriptor);
+    ASSERT_EQ(done, 0);
+    EXPECT_EQ(details->modified, TimePoint::max());
+}
+
 }  // namespace
 }  // namespace Ombry::Tests
