@@ -28,15 +28,17 @@ public:
 
     const std::string& Folder() const { return folder.Path(); }
 
-    /// Copies of one search that was made.
+    /// Copies of one search that was made, with names as searches have.
     void FillCache(int entries) const {
         namespace fs = std::filesystem;
         const fs::path cache = folder.Path("Quennet/OmbrySecurity/CS-cpp/cache/finder_cache");
         const fs::path made = fs::directory_iterator(cache)->path();
         umask(077);
-        for (int number = 0; number < entries; ++number)
-            fs::copy_file(made, cache / ("copy" + std::to_string(number) + "-p"),
-                          fs::copy_options::skip_existing);
+        for (int number = 0; number < entries; ++number) {
+            const std::string digits = std::to_string(number);
+            const std::string name = digits + std::string(43 - digits.size(), 'x') + "=-p";
+            fs::copy_file(made, cache / name, fs::copy_options::skip_existing);
+        }
     }
 
 private:

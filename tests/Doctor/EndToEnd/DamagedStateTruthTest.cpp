@@ -301,6 +301,31 @@ TEST_F(DamagedStateTruthTest, RightsKeysAndLeftovers) {
              machine.Write(path, Replaced(machine.Read(path), "\"lastRefreshed\": \"20[0-9]{2}",
                                           "\"lastRefreshed\": \"2099"));
          }},
+        {"searches among things of others",
+         [](const auto& machine) {
+             fs::remove_all(machine / (CacheFolder + "/finder_cache"));
+             machine.Write("elsewhere/it's/notes", "");
+             RunProcess({"chmod", "-R", "a+rwX", machine / "elsewhere"});
+             fs::create_symlink("../../../../elsewhere", machine / (CacheFolder + "/finder_cache"));
+         }},
+        {"searches behind a link to all",
+         [](const auto& machine) {
+             fs::remove_all(machine / (CacheFolder + "/c1/finder_cache"));
+             fs::create_symlink("../../../../..", machine / (CacheFolder + "/c1/finder_cache"));
+         }},
+        {"pipe in the place of a list",
+         [](const auto& machine) {
+             const std::string list = machine / (CacheFolder + "/v1-service.cache-p");
+             fs::remove(list);
+             EXPECT_EQ(mkfifo(list.c_str(), 0600), 0);
+         }},
+        {"list that is too long",
+         [](const auto& machine) {
+             machine.Write(CacheFolder + "/v1-service.cache-p", "");
+             fs::resize_file(machine / (CacheFolder + "/v1-service.cache-p"), (64u << 20) + 1);
+             machine.Write(CacheFolder + "/finder_cache/notes-p", "of somebody");
+             fs::permissions(machine / (CacheFolder + "/finder_cache/notes-p"), fs::perms(0600));
+         }},
         {"file from the future",
          [](const auto& machine) {
              RunProcess({"touch", "-d", "2099-01-01", machine / RecordFile});
