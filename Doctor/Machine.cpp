@@ -96,14 +96,14 @@ std::vector<std::string> Machine::OwnFolders() const {
 }
 
 StateTree::Habits Machine::Habits() const {
-    const std::string security = parameters.securityDirectory, caches = CachesFolder(),
-                      components = ComponentsFolder();
+    const std::string caches = CachesFolder(), components = ComponentsFolder(),
+                      datacenter = ParentOf(parameters.securityDirectory + MachineFiles::DatacenterId);
     const auto isEntry = [caches](const std::string& path) {
         return IsBelow(path, caches) && IsInACache(path.substr(caches.size()));
     };
     const auto follows = [=, store = storeFolder, own = OwnFolders()](const std::string& folder) {
         if (folder == store || isEntry(folder)) return false;
-        return std::find(own.begin(), own.end(), folder) != own.end() || folder == security + "/CS" ||
+        return std::find(own.begin(), own.end(), folder) != own.end() || folder == datacenter ||
                IsBelow(caches, folder) || folder == caches || IsBelow(folder, caches) ||
                folder == components || IsBelow(folder, components);
     };

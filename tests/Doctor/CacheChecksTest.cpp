@@ -188,7 +188,9 @@ TEST_F(CacheChecksTest, WhatIsNoFileInThePlaceOfAnEntryIsNotOpened) {
         for (const auto& [check, path] : checks) {
             for (const std::string end : {"-p", "-s"}) {
                 inspection.watched = folder / (path + end);
-                if (make(inspection.watched, isDevice) != 0) GTEST_SKIP() << "no device may be made here";
+                const bool isMade = make(inspection.watched, isDevice) == 0;
+                ASSERT_TRUE(isMade || isDevice);
+                if (!isMade) continue;  // a device is made by root alone, and not everywhere
                 const Finding finding = RunForOne(check);
                 EXPECT_EQ(finding.severity, end == "-s" ? Severity::Error : Severity::Warning);
                 EXPECT_EQ(finding.remedy, "rm -rf -- " + Quoted(inspection.watched));
