@@ -264,6 +264,27 @@ TEST_F(BootstrapCertificateStoreTest, ANameThatCannotBeReadIsNoCandidate) {
     EXPECT_EQ(Stored().size(), 2u);
 }
 
+TEST_F(BootstrapCertificateStoreTest, AllThatBearTheNameAreGivenWhereTheFirstOfThemIsTheOneThatCounts) {
+    Put(first, "Another");
+    EXPECT_THAT(getBootstrapCertificates(parameters), IsEmpty());
+    for (const std::string& der : {second, third, fourth})
+        Put(der, BootstrapName);
+    certificates.opened.clear();
+
+    const std::vector<std::string> all = getBootstrapCertificates(parameters);
+
+    EXPECT_THAT(all, testing::UnorderedElementsAre(second, third, fourth));
+    EXPECT_EQ(Base64Of(all.front()), getBootstrapSsdsCertificate(parameters));
+    EXPECT_EQ(std::get<StoreAccess>(certificates.opened.front()), StoreAccess::ReadOnlyUnlocked)
+        << "who looks on keeps no writer waiting";
+    EXPECT_EQ(certificates.openStores, 0);
+}
+
+TEST_F(BootstrapCertificateStoreTest, AllOfAStoreThatCannotBeOpenedFailWithItsNumber) {
+    EXPECT_EQ(FailureOf([&] { getBootstrapCertificates(parameters); }),
+              Read + "CertOpenStore failed with last error = 2");
+}
+
 TEST_F(BootstrapCertificateStoreTest, AConversionThatFailsForTheSizeOrForTheTextIsReported) {
     Put(first, BootstrapName);
     for (const int n : {1, 2}) {
