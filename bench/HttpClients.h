@@ -25,7 +25,7 @@ public:
     /// Returns the number of body bytes.
     virtual std::uint64_t Get(const std::string& path) = 0;
     virtual void Post(const std::string& path, const std::string& body) = 0;
-    /// A GET on a connection made for it. Beast and OpenSSL alone make a full handshake in either case.
+    /// A GET on a connection made for it. Beast and both of OpenSSL make a full handshake in either case.
     virtual void GetAnew(const std::string& path, Handshake handshake) = 0;
 };
 
@@ -41,7 +41,11 @@ std::unique_ptr<HttpClient> MakeBeastClient(const Target& target);
 /// OpenSSL on a blocking socket, which parses no answer but the first of each path: what nobody can undercut.
 std::unique_ptr<HttpClient> MakeOpenSSLClient(const Target& target);
 
-/// "ours", "libcurl", "Beast" or "OpenSSL alone"; throws `std::runtime_error` for another name.
+/// The same over a socket that is waited for and read as our client does: what the steps that bind it cost.
+std::unique_ptr<HttpClient> MakeSteppedOpenSSLClient(const Target& target);
+
+/// "ours", "libcurl", "Beast", "OpenSSL alone" or "OpenSSL in our steps"; throws `std::runtime_error` for
+/// another name.
 std::unique_ptr<HttpClient> MakeClient(const std::string& name, const Target& target);
 
 }  // namespace Ombry::Bench

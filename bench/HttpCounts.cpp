@@ -130,7 +130,7 @@ void RunAll() {
     const auto compare = [&](const std::string& name, const std::string& method, double most,
                              double (*measure)(const Exchange&, const Target&)) {
         std::string remark;
-        for (const char* peer : {"libcurl", "Beast", "OpenSSL alone"}) {
+        for (const char* peer : {"libcurl", "Beast", "OpenSSL alone", "OpenSSL in our steps"}) {
             char text[48];
             std::snprintf(text, sizeof text, "%s%s: %.0f", remark.empty() ? "" : ", ", peer,
                           measure({peer, method}, target));

@@ -22,6 +22,12 @@ namespace {
 
 constexpr int NotStarted = 127;
 
+double Read(clockid_t clock) {
+    timespec now{};
+    clock_gettime(clock, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
 /// In the child, between fork and exec.
 [[noreturn]] void Become(std::vector<char*>& arguments, int output, const char* folder) {
     const int null = open("/dev/null", O_RDWR);
@@ -35,9 +41,11 @@ constexpr int NotStarted = 127;
 }  // namespace
 
 double Now() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+    return Read(CLOCK_MONOTONIC);
+}
+
+double ProcessorTime() {
+    return Read(CLOCK_PROCESS_CPUTIME_ID);
 }
 
 double Median(std::vector<double> values) {

@@ -10,6 +10,9 @@ namespace Ombry::Bench {
 /// Seconds of a clock that never goes back.
 double Now();
 
+/// Seconds that this process has had a processor, the system's work for it included.
+double ProcessorTime();
+
 /// The middle value; the mean of the two middle ones if there are two.
 double Median(std::vector<double> values);
 
