@@ -274,6 +274,11 @@ std::int32_t ZephOpenSSLConnection::inject_ciphertext(const std::uint8_t* pBuffe
 std::int32_t ZephOpenSSLConnection::extract_ciphertext(std::uint8_t* pBuffer, std::int32_t nBytes) {
     if (m_Failed) return -1;
     if (!m_Handshaking && Pending(m_Output) == 0) return 0;  // nearly always
+    return Extract(pBuffer, nBytes);
+}
+
+// Apart, so that asking in vain saves no registers.
+[[gnu::noinline]] std::int32_t ZephOpenSSLConnection::Extract(std::uint8_t* pBuffer, std::int32_t nBytes) {
     const std::int32_t nCount = TakeFrom(m_Output, pBuffer, nBytes);
     if (m_Verbose)
         TraceCiphertext("OmbryZephCore::ZephOpenSSLConnection::extract_ciphertext", pBuffer, nCount);

@@ -78,6 +78,7 @@ private:
     int Look();
     int WhyNothingMoved();
     std::int32_t ValidateServer();
+    std::int32_t Extract(std::uint8_t* pBuffer, std::int32_t nBytes);
     std::int32_t Read(std::uint8_t* pBuffer, std::int32_t nBytes);
     std::int32_t DrainUntilPeerCloses();
     bool HoldsInput() const;

@@ -94,15 +94,15 @@ bool ZephSSLIO::FillWriteBuffer(Round& round) {
 }
 
 ZephSSLIO::Next ZephSSLIO::MovePlaintext(Round& round) {
-    const Next next = ReadPlaintext(round);
+    const Next next = m_UserRead.IsOpen() ? ReadPlaintext(round) : Next::Decide;
     if (next == Next::Failed || m_State != eState_On) return next;
+    if (!m_UserWrite.Exists() || m_UserWrite.nDone >= m_UserWrite.nBytes) return next;
     const Next afterWrite = WritePlaintext(round);
     return afterWrite == Next::Decide ? next : afterWrite;
 }
 
 // Once per user read: it completes as soon as any bytes were decrypted.
 ZephSSLIO::Next ZephSSLIO::ReadPlaintext(Round& round) {
-    if (!m_UserRead.IsOpen()) return Next::Decide;
     const std::int32_t nRead = m_Connection->read_plaintext(m_UserRead.pBuffer, Capped(m_UserRead.nBytes));
     if (nRead < 0) {
         Trace(PumpName, "read_plaintext failed.  sessionid = ");
@@ -119,7 +119,6 @@ ZephSSLIO::Next ZephSSLIO::ReadPlaintext(Round& round) {
 }
 
 ZephSSLIO::Next ZephSSLIO::WritePlaintext(Round& round) {
-    if (!m_UserWrite.Exists() || m_UserWrite.nDone >= m_UserWrite.nBytes) return Next::Decide;
     const std::int32_t nWritten = m_Connection->write_plaintext(
         m_UserWrite.pBuffer + m_UserWrite.nDone, Capped(m_UserWrite.nBytes - m_UserWrite.nDone));
     if (nWritten < 0) {
@@ -227,13 +226,17 @@ std::uint32_t ZephSSLIO::HandOverOpenTransfers() {
     return m_NextLayer->StartWrite(write.nBytes, write.pBuffer);
 }
 
+// A read only when the engine says so: an idle TLS stream has none pending, and the loop that runs it can
+// end.
 std::uint32_t ZephSSLIO::StartPendingIO() {
-    if (const std::uint32_t nResult = StartPendingWrite(); nResult != eRC_Success) return nResult;
-    return StartPendingRead();
+    if (!m_WriteInProgress && m_WriteFill != 0) {
+        if (const std::uint32_t nResult = StartPendingWrite(); nResult != eRC_Success) return nResult;
+    }
+    const bool bRead = !m_ReadInProgress && m_Connection && m_Connection->WantsCiphertext();
+    return bRead ? StartPendingRead() : std::uint32_t{eRC_Success};
 }
 
 std::uint32_t ZephSSLIO::StartPendingWrite() {
-    if (m_WriteInProgress || m_WriteFill == 0) return eRC_Success;
     m_WriteInProgress = true;
     Trace(PendingName, "starting write with ", m_WriteFill, " bytes.  sessionid = ");
     const std::uint32_t nResult = m_NextLayer->StartWrite(m_WriteFill, m_WriteBuffer.GetData());
@@ -243,9 +246,7 @@ std::uint32_t ZephSSLIO::StartPendingWrite() {
     return nResult;
 }
 
-// Only when the engine says so: an idle TLS stream has no read pending, and the loop that runs it can end.
 std::uint32_t ZephSSLIO::StartPendingRead() {
-    if (m_ReadInProgress || !m_Connection || !m_Connection->WantsCiphertext()) return eRC_Success;
     const std::uint32_t nRoom = m_ReadBuffer.GetLength() - m_ReadFill;
     if (nRoom == 0) return eRC_Success;  // a read of 0 bytes would look like the peer's close
     m_ReadInProgress = true;
