@@ -27,15 +27,21 @@ bool IsSpace(char character) {
 struct Shape {
     std::uint64_t digits = 0;
     std::uint64_t padding = 0;
+    std::uint8_t lastDigit = 0;
 
     // False for a character that has no place where it stands.
     bool Take(char character) {
-        if (IsSpace(character)) return true;
-        if (character == '=') return ++padding <= 2;
+        const std::uint8_t value = Values[static_cast<std::uint8_t>(character)];
+        if (value == NoDigit) return IsSpace(character) || (character == '=' && ++padding <= 2);
+        lastDigit = value;
         ++digits;
-        return padding == 0 && Values[static_cast<std::uint8_t>(character)] != NoDigit;
+        return padding == 0;
     }
-    bool IsComplete() const { return digits != 0 && (digits + padding) % 4 == 0; }
+    // Bits of the last digit that belong to no byte are zero in every encoder's output: one text for one
+    // value.
+    bool IsComplete() const {
+        return digits != 0 && (digits + padding) % 4 == 0 && (lastDigit & ((1u << 2 * padding) - 1)) == 0;
+    }
     std::uint64_t Size() const { return digits * 3 / 4; }
 };
 
@@ -68,6 +74,8 @@ ValueOr<std::uint32_t> DecodeBase64(std::string_view text, std::uint8_t* binary,
     if (shape.Size() > std::numeric_limits<std::uint32_t>::max()) return Result::Failure(EFBIG);
     if (binary && room < shape.Size()) return Result::Failure(ERANGE);
 
+    if (!binary) return static_cast<std::uint32_t>(shape.Size());
+
     std::uint32_t pending = 0;
     int bits = 0;
     for (const char character : text) {
@@ -77,11 +85,8 @@ ValueOr<std::uint32_t> DecodeBase64(std::string_view text, std::uint8_t* binary,
         bits += 6;
         if (bits < 8) continue;
         bits -= 8;
-        if (binary) *binary++ = static_cast<std::uint8_t>(pending >> bits);
-        pending &= (1u << bits) - 1;
+        *binary++ = static_cast<std::uint8_t>(pending >> bits);
     }
-    // Bits that belong to no byte are zero in every encoder's output: one text for one value.
-    if (pending != 0) return Result::Failure(EINVAL);
     return static_cast<std::uint32_t>(shape.Size());
 }
 

@@ -4,6 +4,7 @@
 #include "Platform/Linux/X509.h"
 #include "Platform/MadeOnce.h"
 
+#include <algorithm>
 #include <limits>
 #include <mutex>
 #include <string_view>
@@ -86,7 +87,10 @@ public:
 
     bool EqualPublicKeys(const CertificateContext& left, const CertificateContext& right) override {
         const std::string info = PublicKeyInfo(left);
-        return !info.empty() && info == PublicKeyInfo(right);
+        if (info.empty()) return false;
+        // Mostly the certificate that a server shows is the one that it is known by.
+        return std::ranges::equal(Linux::BytesOf(left), Linux::BytesOf(right)) ||
+               info == PublicKeyInfo(right);
     }
 
     ValueOr<std::uint32_t> BinaryToBase64(std::span<const std::uint8_t> binary, char* text,
