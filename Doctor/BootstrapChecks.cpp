@@ -1,7 +1,6 @@
 #include "Doctor/BootstrapChecks.h"
 
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
-#include "ClientCommunications/Impl/LowerCase.h"
 #include "ClientCommunications/Impl/MachineFiles.h"
 #include "Doctor/Conclusion.h"
 #include "Doctor/Texts.h"
@@ -26,9 +25,7 @@ std::string TrustedFile(const Machine& machine) {
     try {
         const auto certificates = ClientCommunications::getBootstrapCertificates(machine.Parameters());
         if (certificates.empty()) return {};
-        std::string name = FingerprintOf(certificates.front());
-        std::erase(name, ':');
-        name = ClientCommunications::LowerCase(name);
+        const std::string name = CertificateFileOf(certificates.front());
         const Entry* file = machine.Tree().Child(machine.StoreFolder(), name);
         return file ? machine.StoreFolder() + "/" + name : std::string();
     } catch (const std::runtime_error&) {

@@ -78,11 +78,6 @@ long long Milliseconds(Duration length) {
     return length.count() / (TicksPerSecond / 1000);
 }
 
-Platform::CertificateContext ContextOf(const std::string& encoded) {
-    return {Platform::CertificateEncoding, reinterpret_cast<const std::uint8_t*>(encoded.data()),
-            static_cast<std::uint32_t>(encoded.size())};
-}
-
 // Whether the tool would go on behind the handshake: with the same comparison.
 bool IsTrusted(const std::string& shown, const std::string& trusted) {
     const Platform::CertificateContext context = ContextOf(shown);

@@ -1,12 +1,16 @@
 #include "Doctor/TrustChecks.h"
 
 #include "ClientCommunications/Impl/BootstrapCertificate.h"
+#include "ClientCommunications/Impl/LowerCase.h"
+#include "Doctor/CacheChecks.h"
 #include "Doctor/Conclusion.h"
 #include "Doctor/StateChecks.h"
 #include "Doctor/Texts.h"
+#include "Platform/ICertificates.h"
 #include "Platform/IClock.h"
 #include "Platform/IHash.h"
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <stdexcept>
@@ -45,12 +49,16 @@ Certificates ReadBetweenWrites(const Machine& machine) {
     return certificates;
 }
 
+bool IsFileName(const std::string& name) {
+    constexpr std::size_t length = 64;  // of a fingerprint
+    return name.size() == length;
+}
+
 // What is no file and stands where a certificate's file would: the new one could not be stored.
 std::string RemoveWhatIsInTheWay(const Machine& machine) {
-    constexpr std::size_t nameLength = 64;  // a fingerprint
     std::string command;
     for (const Entry& entry : machine.Tree().Children(machine.StoreFolder())) {
-        if (entry.details.kind == Platform::FileKind::File || entry.name.size() != nameLength) continue;
+        if (entry.details.kind == Platform::FileKind::File || !IsFileName(entry.name)) continue;
         command += (command.empty() ? "rm -rf -- " : " ") + Quoted(machine.StoreFolder() + "/" + entry.name);
     }
     return command.empty() ? command : command + " && ";
@@ -96,10 +104,52 @@ void JudgeDates(const Machine& machine, const Platform::CertificateFacts& facts,
     }
 }
 
+// Whether the bytes of a certificate are not those that its file was named after. Files of other names are
+// not the tool's. Looked at anew: a writer may have been at work since the tree was made.
+bool WasChanged(const Machine& machine, const std::string& encoded) {
+    const auto isThere = [&](const std::string& name) {
+        return static_cast<bool>(Platform::Inspection().Details(machine.StoreFolder() + "/" + name));
+    };
+    const std::vector<Entry>& files = machine.Tree().Children(machine.StoreFolder());
+    return !isThere(CertificateFileOf(encoded)) &&
+           std::any_of(files.begin(), files.end(),
+                       [&](const Entry& file) { return IsFileName(file.name) && isThere(file.name); });
+}
+
+std::string FromBase64(const std::string& text) {
+    Platform::ICertificates& certificates = Platform::Certificates();
+    const auto size = certificates.Base64ToBinary(text, nullptr, 0);
+    if (!size) return {};
+    std::string binary(*size, '\0');
+    const auto written =
+        certificates.Base64ToBinary(text, reinterpret_cast<std::uint8_t*>(binary.data()), *size);
+    return written ? binary : std::string();
+}
+
+// What a file of the store was named after, if a list of discovery servers has it still; empty if none has.
+std::string AsItWasStored(const Machine& machine) {
+    for (const KnownServer& server : DiscoveryServersOf(machine)) {
+        std::string encoded = FromBase64(server.certificate);
+        if (machine.Tree().Child(machine.StoreFolder(), CertificateFileOf(encoded))) return encoded;
+    }
+    return {};
+}
+
+// The tool compares keys and nothing else.
+void JudgeChange(const Machine& machine, const std::string& encoded, Finding& finding) {
+    const std::string stored = AsItWasStored(machine);
+    const bool isSameKey = Platform::Certificates().EqualPublicKeys(ContextOf(stored), ContextOf(encoded));
+    const bool isOtherKey = !stored.empty() && !isSameKey;
+    finding.severity = isOtherKey ? Severity::Critical : Severity::Warning;
+    finding.message = "The certificate that the machine's trust begins with was changed since it was stored" +
+                      std::string(isOtherKey  ? ", and its key with it: whoever has the key before is refused"
+                                  : isSameKey ? ", but for its key"
+                                              : "; if its key was, whoever has the one before is refused");
+    finding.remedy = machine.ConfigureCommand();
+}
+
 Finding Told(const Machine& machine, const std::string& encoded, long long warnDays) {
-    const Platform::CertificateContext context{Platform::CertificateEncoding,
-                                               reinterpret_cast<const std::uint8_t*>(encoded.data()),
-                                               static_cast<std::uint32_t>(encoded.size())};
+    const Platform::CertificateContext context = ContextOf(encoded);
     Finding finding{.pairs = {{"alias", ClientCommunications::BootstrapCertificateName},
                               {"sha256", FingerprintOf(encoded)}}};
     const auto facts = Platform::Inspection().Facts(context);
@@ -119,7 +169,11 @@ Finding Told(const Machine& machine, const std::string& encoded, long long warnD
     finding.message = facts->subject + ", " + facts->keyType + " " + std::to_string(facts->keyBits) +
                       ", until " + TimeText(facts->notAfter) + " (" + std::to_string(days) +
                       " days), SHA-256 " + FingerprintOf(encoded);
-    JudgeDates(machine, *facts, warnDays, finding);
+    if (WasChanged(machine, encoded)) {
+        JudgeChange(machine, encoded, finding);
+    } else {
+        JudgeDates(machine, *facts, warnDays, finding);
+    }
     return finding;
 }
 
@@ -161,6 +215,17 @@ std::string FingerprintOf(std::string_view encoded) {
         text += digits[byte & 0x0F];
     }
     return text;
+}
+
+Platform::CertificateContext ContextOf(const std::string& encoded) {
+    return {Platform::CertificateEncoding, reinterpret_cast<const std::uint8_t*>(encoded.data()),
+            static_cast<std::uint32_t>(encoded.size())};
+}
+
+std::string CertificateFileOf(std::string_view encoded) {
+    std::string name = FingerprintOf(encoded);
+    std::erase(name, ':');
+    return ClientCommunications::LowerCase(name);
 }
 
 long long DaysBetween(TimePoint from, TimePoint to) {

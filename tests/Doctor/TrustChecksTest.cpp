@@ -1,4 +1,5 @@
 #include "Doctor/TrustChecks.h"
+#include "Platform/Base64Text.h"
 #include "tests/Doctor/DoctorFixture.h"
 #include "tests/EndToEnd/CertificateTexts.h"
 
@@ -17,6 +18,11 @@ using testing::MatchesRegex;
 class TrustChecksTest : public DoctorFixture {
 protected:
     Findings Check(long long warnDays = 30) { return Run(CheckTrust, warnDays); }
+    /// The certificate's only file.
+    std::string FileOfTrust() const {
+        const std::filesystem::directory_iterator file(folder / Store);
+        return file->path().lexically_relative(folder.Path());
+    }
     Finding CheckForOne(long long warnDays = 30) { return RunForOne(CheckTrust, warnDays); }
 };
 
@@ -58,6 +64,39 @@ TEST_F(TrustChecksTest, CertificateThatCannotBeParsedIsCritical) {
     EXPECT_EQ(finding.severity, Severity::Critical);
     EXPECT_THAT(finding.message, HasSubstr("is damaged"));
     EXPECT_EQ(finding.remedy, ConfigureAgain);
+}
+
+TEST_F(TrustChecksTest, CertificateThatWasChangedSinceIsCriticalIfItsKeyIsKnownToHaveBeen) {
+    const std::string file = FileOfTrust();
+    const TestCertificate stored = CertificateFromPem(folder.Read(file));
+    const std::string list = Caches + "v1-service.cache-p";
+    const std::string der = DerOf(stored);
+    const auto text = Platform::Base64Text({reinterpret_cast<const std::uint8_t*>(der.data()), der.size()});
+    const auto listOf = [](const std::string& certificate) {
+        return R"({"local": [{"endpointUrl": "https://a", "endpointCert": ")" + certificate + "\"}]}";
+    };
+    for (const bool inKey : {false, true}) {
+        folder.Write(file, StoredCertificate(Bent(stored, inKey)));
+        for (const std::string& content : {std::string(), listOf(""), listOf("YQ==")}) {
+            folder.Write(list, content);
+            const Finding finding = CheckForOne();
+            EXPECT_EQ(finding.severity, Severity::Warning);
+            EXPECT_THAT(finding.message, HasSubstr("changed since it was stored; if its key was"));
+            EXPECT_EQ(finding.remedy, ConfigureAgain);
+        }
+        folder.Write(list, listOf(*text));
+        const Finding finding = CheckForOne(1000);
+        EXPECT_EQ(finding.severity, inKey ? Severity::Critical : Severity::Warning) << finding.message;
+        EXPECT_THAT(finding.message, HasSubstr(inKey ? "stored, and its key" : "stored, but for its key"));
+        EXPECT_EQ(finding.remedy, ConfigureAgain);
+    }
+    folder.Write(file, StoredCertificate(stored));
+    EXPECT_EQ(CheckForOne().severity, Severity::Success);
+}
+
+TEST_F(TrustChecksTest, CertificateInAFileOfAnotherNameIsNoneThatWasChanged) {
+    std::filesystem::rename(folder / FileOfTrust(), folder / (Store + "/zz"));
+    EXPECT_EQ(CheckForOne().severity, Severity::Success);
 }
 
 TEST_F(TrustChecksTest, SecondCertificateOfTheNameIsAWarning) {

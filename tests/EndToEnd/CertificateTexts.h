@@ -45,6 +45,16 @@ inline std::string FingerprintOf(const TestCertificate& certificate) {
     return text.str();
 }
 
+/// The certificate with another byte in its key, or behind all that is signed.
+inline TestCertificate Bent(const TestCertificate& certificate, bool inKey) {
+    std::string encoded = DerOf(certificate);
+    const ASN1_BIT_STRING* key = X509_get0_pubkey_bitstr(certificate.get());
+    const std::string bits(reinterpret_cast<const char*>(key->data), static_cast<std::size_t>(key->length));
+    encoded[inKey ? encoded.find(bits) + bits.size() - 1 : encoded.size() - 1] ^= 1;
+    const auto* at = reinterpret_cast<const unsigned char*>(encoded.data());
+    return TestCertificate(d2i_X509(nullptr, &at, static_cast<long>(encoded.size())), X509_free);
+}
+
 inline std::string PemOf(const TestCertificate& certificate) {
     return TextOf([&](BIO* memory) { PEM_write_bio_X509(memory, certificate.get()); });
 }

@@ -272,6 +272,11 @@ TEST_F(DamagedStateTruthTest, RightsKeysAndLeftovers) {
                            machine.Read(StoreFolder + "/" + FingerprintOf(sandbox->Certificate())));
              fs::permissions(machine / (StoreFolder + "/zz"), fs::perms(0600));
          }},
+        {"bent certificate",
+         [](const auto& machine) {
+             machine.Write(StoreFolder + "/" + FingerprintOf(sandbox->Certificate()),
+                           StoredCertificate(Bent(sandbox->Certificate(), false)));
+         }},
         {"save that was cut off",
          [](const auto& machine) {
              fs::rename(machine / (CacheFolder + "/v1-service.cache-p"),

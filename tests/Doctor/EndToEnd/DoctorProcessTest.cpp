@@ -104,6 +104,25 @@ TEST_F(DoctorProcessTest, ServiceWithAnotherKeyIsCriticalUntilTheMachineIsTiedAg
     ExpectSuccess(machine.Run({"enroll-client", "-t", "t", "-nn", "c"}));
 }
 
+TEST_F(DoctorProcessTest, CertificateWhoseKeyWasChangedIsCriticalUntilTheMachineIsTiedAgain) {
+    TieToTheSandbox();
+    ExpectSuccess(machine.Run({"enroll-client", "-t", "t", "-nn", "c"}));
+    machine.Folder().Write(StoreFolder + "/" + FingerprintOf(sandbox.Certificate()),
+                           StoredCertificate(Bent(sandbox.Certificate(), true)));
+    const Verdict verdict = Examine(machine.Folder().Path());
+    EXPECT_TRUE(verdict.Says("trust.certificate", "critical")) << verdict.Text();
+    // What was found before serves for a while.
+    const CopiedMachine later(machine.Folder().Path());
+    later.Remove(CacheFolder + "/finder_cache");
+    EXPECT_EQ(later.RunBelow({"timeout", "2"}, {"enroll-client", "-t", "t", "-nn", "d"}).exitCode, 124);
+
+    TypeRemedies(machine.Folder().Path(), verdict, sandbox.Url());
+    EXPECT_TRUE(Examine(machine.Folder().Path(), {"--connect"}).IsFine());
+    const CopiedMachine mended(machine.Folder().Path());
+    mended.Remove(CacheFolder + "/finder_cache");
+    ExpectSuccess(mended.Run({"enroll-client", "-t", "t", "-nn", "d"}));
+}
+
 TEST_F(DoctorProcessTest, ListOfServersHelpsWhoseItIsAndWhoKeepsItForThisService) {
     TieToTheSandbox();
     const auto caches = machine.Folder().Path() + "/" + SecurityFolder + "/CS-cpp/cache";
