@@ -274,7 +274,7 @@ Findings CheckLeftovers(const Machine& machine) {
     const auto add = [&](const std::string& path, TimePoint made, const char* what) {
         const Duration age = machine.AgeOf(made);
         findings.push_back({.severity = Severity::Warning,
-                            .message = path + " is " + what + ", " + LengthText(age) + " old",
+                            .message = path + " is " + what + " " + LengthText(age) + " old",
                             .pairs = {{"path", path}, {"age_seconds", age.count() / TicksPerSecond}},
                             .remedy = "rm -f -- " + Quoted(path)});
     };
@@ -288,10 +288,12 @@ Findings CheckLeftovers(const Machine& machine) {
                 if (inspection.LockHolder(entry.details)) continue;  // a save under way
                 const bool isKey = folder == machine.KeyFolder() && entry.details.links > 1;
                 if (isKey) {
-                    // Written with the key, and made a name of it since.
-                    add(path, entry.details.changed, "a second name of the key that a killed run left");
+                    // Written with the key, and made a name of it since: no later than its owner, its mode or
+                    // its names changed for the last time.
+                    add(path, entry.details.changed,
+                        "a second name of the key that a killed run left, at least");
                 } else {
-                    add(path, entry.details.modified, "what a killed run left");
+                    add(path, entry.details.modified, "what a killed run left,");
                 }
             } else if (isCache) {
                 const std::string committed =
@@ -300,7 +302,7 @@ Findings CheckLeftovers(const Machine& machine) {
                     continue;
                 // Alone it is the entry: the next reader gives it its name.
                 if (machine.Tree().Child(folder, committed)) {
-                    add(path, entry.details.modified, "the copy of an entry that a killed run left");
+                    add(path, entry.details.modified, "the copy of an entry that a killed run left,");
                 }
             }
         }
