@@ -289,7 +289,7 @@ Findings CheckKey(const Machine& machine) {
             finding.message = "There is no key yet; the first enroll-client makes one";
             if (const std::string hidden = machine.Tree().HiddenOf(machine.ComponentsFolder());
                 !hidden.empty())
-                return {MayNotLook(hidden)};
+                return {CannotLook(hidden, machine.Tree().WhyHidden(hidden))};
             if (enrollAll.empty()) break;
             finding.severity = Severity::Error;
             finding.message = key.path + " is lost, and with it all credentials";

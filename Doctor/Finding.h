@@ -26,7 +26,7 @@ struct Finding {
     std::string message = {};
     std::vector<std::pair<std::string, Value>> pairs = {};
     std::string remedy = {};   ///< a command to type; words in capitals are to be filled in. Empty for none
-    bool isUndecided = false;  ///< the user may not look there: with other rights it may be well
+    bool isUndecided = false;  ///< it cannot be looked at, or not by this user: it may be well
 };
 
 using Findings = std::vector<Finding>;

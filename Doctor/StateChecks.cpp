@@ -189,7 +189,7 @@ Findings CheckPlace(const Machine& machine) {
     Platform::IInspection& inspection = Platform::Inspection();
     const auto details = inspection.Target(root);
     if (!details && inspection.MeansForbidden(details.Error())) {
-        return {MayNotLook(root)};
+        return {CannotLook(root, details.Error())};
     }
     if (!inspection.Details(root)) {
         return {{.severity = Severity::Critical,

@@ -3,6 +3,7 @@
 #include "Doctor/SideBySide.h"
 
 #include <algorithm>
+#include <cerrno>
 
 namespace Ombry::Doctor {
 namespace {
@@ -88,7 +89,12 @@ StateTree::Details StateTree::Followed(const std::string& path, Details details,
 }
 
 void StateTree::HideIfForbidden(int error, const std::string& path) {
-    if (Platform::Inspection().MeansForbidden(error)) hidden.insert(path);
+    if (Platform::Inspection().MeansForbidden(error)) hidden.emplace(path, error);
+}
+
+// What was there a moment ago may be gone by now, as the temporary of a save.
+void StateTree::HideUnlessGone(int error, const std::string& path) {
+    if (error != ENOENT && error != ENOTDIR) hidden.emplace(path, error);
 }
 
 std::vector<Entry> StateTree::EntriesOf(const std::string& folder,
@@ -96,7 +102,7 @@ std::vector<Entry> StateTree::EntriesOf(const std::string& folder,
     const std::size_t left = most - count;
     auto names = Platform::Inspection().Names(folder, left + 1);
     if (!names) {
-        HideIfForbidden(names.Error(), folder);
+        HideUnlessGone(names.Error(), folder);
         return {};
     }
     if (names->size() > left) {
@@ -114,22 +120,23 @@ std::vector<Entry> StateTree::EntriesOf(const std::string& folder,
     for (std::size_t place = 0; place < names->size(); ++place) {
         std::string& name = (*names)[place];
         auto details = looks[place];
-        if (details && details->kind == Platform::FileKind::Link)
-            details = Followed(folder + "/" + name, details, above);
-        if (details) {
-            entries.push_back({std::move(name), *details});
-        } else {
-            HideIfForbidden(details.Error(), folder);  // any other is gone by now: the temporary of a save
+        if (!details) {
+            const bool isFolderForbidden = Platform::Inspection().MeansForbidden(details.Error());
+            HideUnlessGone(details.Error(), isFolderForbidden ? folder : folder + "/" + name);
+            continue;
         }
+        if (details->kind == Platform::FileKind::Link)
+            details = Followed(folder + "/" + name, details, above);
+        entries.push_back({std::move(name), *details});
     }
     return entries;
 }
 
 std::string StateTree::HiddenOf(const std::string& folder) const {
-    const auto found = std::find_if(hidden.begin(), hidden.end(), [&](const std::string& path) {
-        return IsIn(path, folder) || IsIn(folder, path);
+    const auto found = std::find_if(hidden.begin(), hidden.end(), [&](const auto& place) {
+        return IsIn(place.first, folder) || IsIn(folder, place.first);
     });
-    return found == hidden.end() ? std::string() : *found;
+    return found == hidden.end() ? std::string() : found->first;
 }
 
 const std::vector<Entry>& StateTree::Children(const std::string& folder) const {

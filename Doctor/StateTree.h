@@ -42,9 +42,11 @@ public:
     const std::vector<Entry>& Children(const std::string& folder) const;
     /// Null if there is no such thing in the folder.
     const Entry* Child(const std::string& folder, const std::string& name) const;
-    /// The first path by name that the user may not look at and that lies in the folder, or on the way to it;
+    /// The first path by name that cannot be looked at and that lies in the folder, or on the way to it;
     /// empty for none. Of what lies there nothing is here.
     std::string HiddenOf(const std::string& folder) const;
+    /// What the look at such a path failed with.
+    int WhyHidden(const std::string& path) const { return hidden.at(path); }
     /// All folders by path, the roots that are there among them.
     const std::map<std::string, std::vector<Entry>>& Folders() const { return folders; }
     /// The roots that are there, each with what is known of it.
@@ -68,6 +70,7 @@ private:
     Details Followed(const std::string& path, Details details,
                      const std::vector<Platform::FileDetails>& above);
     void HideIfForbidden(int error, const std::string& path);
+    void HideUnlessGone(int error, const std::string& path);
     void AddFolder(const std::string& folder, const Platform::FileDetails& details,
                    std::vector<Platform::FileDetails>& above);
     std::vector<Entry> EntriesOf(const std::string& folder, const std::vector<Platform::FileDetails>& above);
@@ -81,7 +84,7 @@ private:
     std::set<std::string> links;
     std::map<std::string, std::string> sharedLinks;
     std::map<std::string, std::vector<Entry>> folders;
-    std::set<std::string> hidden;
+    std::map<std::string, int> hidden;
 };
 
 }  // namespace Ombry::Doctor

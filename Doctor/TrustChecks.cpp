@@ -74,7 +74,7 @@ Finding Missing(const Machine& machine, bool isReadable) {
         return finding;
     }
     if (const std::string hidden = machine.Tree().HiddenOf(machine.StoreFolder()); !hidden.empty())
-        return MayNotLook(hidden);
+        return CannotLook(hidden, machine.Tree().WhyHidden(hidden));
     if (!Platform::Inspection().Target(machine.StoreFolder())) {
         finding.message = "There are no certificates: " + machine.StoreFolder() + " is missing";
         return finding;

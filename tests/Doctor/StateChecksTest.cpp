@@ -52,6 +52,26 @@ TEST_F(StateChecksTest, StateThatMayNotBeLookedAtIsLeftOpen) {
     EXPECT_EQ(finding.remedy, "sudo ombry-doctor");
 }
 
+TEST_F(StateChecksTest, WhatCannotBeLookedAtIsLeftOpenUnlessItIsGone) {
+    for (const std::string& path : {folder / Record, folder / (Security + "/Components/c1/Services")}) {
+        for (const int error : {ENAMETOOLONG, EIO}) {
+            inspection.errors = {{path, error}};
+            for (auto* check : {CheckPlace, CheckOwners, CheckModes, CheckLeftovers, CheckClock}) {
+                const Finding finding = RunForOne(check);
+                EXPECT_TRUE(finding.isUndecided) << finding.message;
+                EXPECT_EQ(finding.message,
+                          path + " cannot be looked at, with error " + std::to_string(error));
+                EXPECT_EQ(finding.remedy, "ls -la -- " + path);
+            }
+        }
+        inspection.errors = {{path, ENOENT}};
+        EXPECT_EQ(RunForOne(CheckModes).severity, Severity::Success);
+    }
+    const std::string services = folder / (Security + "/Components/c1/Services");
+    inspection.errors = {{services + "/", EIO}};
+    EXPECT_EQ(RunForOne(CheckModes).message, services + " cannot be looked at, with error 5") << "its names";
+}
+
 TEST_F(StateChecksTest, FileInThePlaceOfAFolderIsInTheWay) {
     const std::vector<std::pair<std::string, Severity>> places{
         {"Quennet", Severity::Critical},

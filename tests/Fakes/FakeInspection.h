@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -16,13 +17,17 @@ class FakeInspection : public Platform::IInspection {
 public:
     Platform::ValueOr<Platform::FileDetails> Details(const std::string& path) override {
         if (path.starts_with(forbidden) && !forbidden.empty()) return Platform::Result::Failure(Forbidden);
-        return Owned(path, real.Details(path));
+        if (const auto error = errors.find(path); error != errors.end())
+            return Platform::Result::Failure(error->second);
+        return Altered(path, real.Details(path));
     }
     Platform::ValueOr<Platform::FileDetails> Target(const std::string& path) override {
         if (path.starts_with(forbidden) && !forbidden.empty()) return Platform::Result::Failure(Forbidden);
-        return Owned(path, real.Target(path));
+        return Altered(path, real.Target(path));
     }
     Platform::ValueOr<std::vector<std::string>> Names(const std::string& folder, std::size_t most) override {
+        if (const auto error = errors.find(folder + "/"); error != errors.end())
+            return Platform::Result::Failure(error->second);
         return real.Names(folder, most);
     }
     Platform::ValueOr<std::string> Read(const std::string& path, std::uint64_t longest) override {
@@ -54,7 +59,11 @@ public:
 
     static constexpr int Forbidden = 13;
 
-    std::map<std::string, std::uint32_t> owners;            ///< by path
+    std::map<std::string, std::uint32_t> owners;  ///< by path
+    /// Failures by path: of a look at it, or, with a solidus behind it, at the names in it.
+    std::map<std::string, int> errors;
+    /// Changes what a look at a path gives.
+    std::function<void(const std::string& path, Platform::FileDetails& details)> alter;
     std::string forbidden;                                  ///< what begins so may not be looked at
     std::optional<std::uint32_t> user;                      ///< in the place of who runs the test
     std::optional<std::int64_t> holder;                     ///< of each lock
@@ -68,8 +77,9 @@ public:
 private:
     using FoundDetails = Platform::ValueOr<Platform::FileDetails>;
 
-    FoundDetails Owned(const std::string& path, FoundDetails details) const {
+    FoundDetails Altered(const std::string& path, FoundDetails details) const {
         const auto owner = owners.find(path);
+        if (details && alter) alter(path, *details);
         if (details && owner != owners.end()) details->owner = owner->second;
         return details;
     }
