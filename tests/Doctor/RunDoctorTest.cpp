@@ -206,6 +206,31 @@ TEST_F(RunDoctorTest, NoCheckTakesWhatTheUserMayNotSeeForWhatIsNotThere) {
     Chmod(components, 0755);
 }
 
+TEST_F(RunDoctorTest, NoCheckTakesWhatLiesBehindALinkThatTheUserMayNotFollowForWhatIsNotThere) {
+    const std::string components = folder / (Security + "/Components");
+    chmod(folder.Path().c_str(), 0755);
+    std::filesystem::create_directory(folder / "hidden");
+    std::filesystem::rename(components, folder / "hidden/components");
+    std::filesystem::create_directory_symlink(folder / "hidden/components", components);
+    RunProcess({"chmod", "-R", "a+rX", folder / "Quennet"});
+    Chmod("hidden", 0000);
+    for (const std::string check : {"state.place", "clients.credentials", "clients.service"}) {
+        const OrdinaryUser user;
+        const DoctorRun run = RunWith({"--only", check});
+        EXPECT_EQ(run.exitCode, 3) << run.out;
+        EXPECT_THAT(run.out, HasSubstr(components + " may not be looked at by this user"));
+    }
+    Chmod("hidden", 0755);
+}
+
+TEST_F(RunDoctorTest, MemoryThatWouldHideASecretHoldsNothingAndGivesNothing) {
+    const ReadOnlyPlatform nothingChanges;
+    std::vector<std::uint8_t> bytes(32, 's');
+    EXPECT_TRUE(Platform::MemoryProtection().Protect(bytes, 0));
+    EXPECT_THAT(bytes, testing::Each(0));
+    EXPECT_FALSE(Platform::MemoryProtection().Unprotect(bytes, 0));
+}
+
 TEST_F(RunDoctorTest, LineStaysOneLineWithOneBarWhateverNamesHold) {
     folder.Write(Security + "/Components/a|b\n\x1b[2J/ombrycomponent.config", "damaged");
     const std::string line = RunWith({"--check", "--only", "clients.credentials"}).out;

@@ -160,6 +160,19 @@ TEST_F(StateChecksTest, LinksThatLeadInACircleAreFollowedOnce) {
     EXPECT_EQ(names, (Names{"", "/c1", "/c1/Services", "/c2", "/c2/Services"})) << "two names, no circle";
 }
 
+TEST_F(StateChecksTest, FolderOnAnotherDeviceThatHasTheNumberOfOneAboveIsNoCircle) {
+    const std::string components = folder / (Security + "/Components");
+    MoveBehindALink(Security + "/Components/c1", "elsewhere");
+    const auto above = inspection.Details(components);
+    ASSERT_TRUE(above);
+    inspection.alter = [&](const std::string& path, Platform::FileDetails& details) {
+        if (path != components + "/c1" || details.kind != Platform::FileKind::Folder) return;
+        details.file = above->file;
+        details.device = above->device + 1;
+    };
+    EXPECT_TRUE(Doctor::Machine().Tree().Folders().contains(components + "/c1/Services"));
+}
+
 TEST_F(StateChecksTest, FolderOfTheCertificatesBehindALinkIsNotLookedInto) {
     MoveBehindALink(Store, "store");
     Chmod("store", 0777);
@@ -392,6 +405,7 @@ TEST_F(StateChecksTest, SecondNameOfTheKeyIsTold) {
     std::filesystem::last_write_time(folder / Key,
                                      std::filesystem::file_time_type::clock::now() - std::chrono::hours(3));
     std::filesystem::create_hard_link(folder / Key, folder / ("Quennet/Keys/" + temporary));
+    Chmod(Key, 0600);  // from then on it looks as young as this
     clock.Advance(std::chrono::seconds(630));
     EXPECT_THAT(RunForOne(CheckLeftovers).message,
                 HasSubstr("second name of the key that a killed run left, at least 10 min old"));
@@ -418,4 +432,3 @@ TEST_F(StateChecksTest, FileFromTheFutureIsAMatterOfTheClock) {
 
 }  // namespace
 }  // namespace Ombry::Tests
-    Chmod(Key, 0600);  // from then on it looks as young as this
