@@ -35,7 +35,7 @@ std::string TrustedFile(const Machine& machine) {
 
 Finding Unreadable(const Machine& machine, const std::string& path, const Machine::Reading& reading,
                    const std::string& command) {
-    return {.severity = Severity::Critical,
+    return {.severity = reading.isTooLong ? Severity::Warning : Severity::Critical,
             .message = path + " " + reading.failure,
             .pairs = {{"path", path}},
             .remedy = reading.isForbidden ? "sudo ombry-doctor" : AfterRemoving(machine, path, command),

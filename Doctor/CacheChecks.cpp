@@ -157,8 +157,8 @@ std::optional<Finding> JudgePlace(const CacheFolder& folder, const Blob& blob, c
         return finding;
     }
     if (blob.IsTooLong()) {
-        finding.severity = Severity::Error;
-        finding.message = blob.Path() + " is longer than 64 MiB, which no entry is, and fails what needs it";
+        finding.severity = Severity::Warning;
+        finding.message = blob.Path() + " " + Machine::TooLong;
         finding.remedy = blob.RemoveCommand();
         return finding;
     }

@@ -179,6 +179,7 @@ Finding JudgeFailure(const Machine& machine, const Client& client, std::size_t d
     if (const auto reading = machine.WhyUnreadable(path); !reading.failure.empty()) {
         finding.isUndecided = reading.isForbidden;
         if (finding.isUndecided) finding.remedy = "sudo ombry-doctor";
+        if (reading.isTooLong) finding.severity = Severity::Warning;
         return tell("no-file", "its credentials file " + reading.failure);
     }
     switch (machine.Key().verdict) {
@@ -245,7 +246,7 @@ Finding JudgeService(const Machine& machine, const Client& client, const std::st
     const auto record = ReadRecord(machine, client.name, service);
     if (!record) {
         const auto reading = machine.WhyUnreadable(path);
-        finding.severity = Severity::Error;
+        finding.severity = reading.isTooLong ? Severity::Warning : Severity::Error;
         finding.message = "The record of " + whose + " " +
                           (reading.failure.empty() ? std::string("is damaged") : reading.failure);
         finding.remedy = client.credentials ? EnrollServiceCommand(machine, client.name, service)

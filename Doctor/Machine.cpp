@@ -182,7 +182,7 @@ Machine::Reading Machine::WhyUnreadable(const std::string& path) const {
     const auto details = Platform::Inspection().Details(path);
     if (!details) return {{}, "is missing", false};
     if (details->kind != FileKind::File) return {{}, NameOf(details->kind), false};
-    if (details->size > LongestFile) return {{}, "is longer than 64 MiB", false};
+    if (details->size > LongestFile) return {{}, TooLong, false, true};
     return {{}, "cannot be read, with error " + Platform::ErrorNumber(content.Error()), false};
 }
 

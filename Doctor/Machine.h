@@ -21,7 +21,11 @@ public:
         std::string text;
         std::string failure;       ///< empty for none
         bool isForbidden = false;  ///< the user may not read it
+        bool isTooLong = false;    ///< it is not looked at, and the tool may take it
     };
+    /// What is said of a file that is too long, behind its path.
+    static constexpr const char* TooLong =
+        "is longer than 64 MiB, as nothing is that the tool saves, and was not looked at";
 
     const ClientCommunications::CommunicationsParameters& Parameters() const { return parameters; }
     TimePoint Now() const { return now; }

@@ -68,6 +68,14 @@ Finding Missing(const Machine& machine, bool isReadable) {
     Finding finding{.severity = Severity::Critical,
                     .pairs = {{"path", machine.StoreFolder()}},
                     .remedy = RemoveWhatIsInTheWay(machine) + machine.ConfigureCommand()};
+    for (const Entry& entry : machine.Tree().Children(machine.StoreFolder())) {
+        const std::string path = machine.StoreFolder() + "/" + entry.name;
+        if (!machine.WhyUnreadable(path).isTooLong) continue;
+        finding.severity = Severity::Warning;
+        finding.message = path + " " + Machine::TooLong;
+        finding.remedy = "rm -f -- " + Quoted(path) + " && " + machine.ConfigureCommand();
+        return finding;
+    }
     if (isReadable) {
         finding.message =
             "No certificate in " + machine.StoreFolder() + " is the one that the machine's trust begins with";

@@ -211,7 +211,7 @@ TEST_F(CacheChecksTest, FileThatIsTooLongForAnEntryIsNotRead) {
         inspection.watched = folder.Write(path, "");
         std::filesystem::resize_file(folder / path, LongestFile + 1);
         const Finding finding = RunForOne(check);
-        EXPECT_EQ(finding.severity, Severity::Error);
+        EXPECT_EQ(finding.severity, Severity::Warning);
         EXPECT_THAT(finding.message, HasSubstr("longer than 64 MiB"));
         EXPECT_EQ(finding.remedy, "rm -rf -- " + Quoted(folder / path));
         EXPECT_EQ(inspection.reads, 0);

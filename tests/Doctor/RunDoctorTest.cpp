@@ -223,6 +223,22 @@ TEST_F(RunDoctorTest, NoCheckTakesWhatLiesBehindALinkThatTheUserMayNotFollowForW
     Chmod("hidden", 0755);
 }
 
+TEST_F(RunDoctorTest, FileThatIsTooLongToBeLookedAtIsAWarningSinceTheToolMayTakeIt) {
+    const std::string certificate =
+        std::filesystem::directory_iterator(folder / Store)->path().lexically_relative(folder.Path());
+    const std::vector<std::pair<std::string, std::string>> files{{Address, "bootstrap.address"},
+                                                                 {Datacenter, "bootstrap.datacenter"},
+                                                                 {Credentials, "clients.credentials"},
+                                                                 {Record, "clients.service"},
+                                                                 {certificate, "trust"}};
+    for (const auto& [path, check] : files) {
+        std::filesystem::resize_file(folder / path, LongestFile + 1);
+        const DoctorRun run = RunWith({"--only", check});
+        EXPECT_EQ(run.exitCode, 1) << run.out;
+        EXPECT_THAT(run.out, HasSubstr("longer than 64 MiB, as nothing is that the tool saves"));
+    }
+}
+
 TEST_F(RunDoctorTest, MemoryThatWouldHideASecretHoldsNothingAndGivesNothing) {
     const ReadOnlyPlatform nothingChanges;
     std::vector<std::uint8_t> bytes(32, 's');

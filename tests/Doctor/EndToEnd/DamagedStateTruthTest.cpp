@@ -326,10 +326,16 @@ TEST_F(DamagedStateTruthTest, RightsKeysAndLeftovers) {
          }},
         {"list that is too long",
          [](const auto& machine) {
-             machine.Write(CacheFolder + "/v1-service.cache-p", "");
+             // With zeros behind its text, which the tool takes.
              fs::resize_file(machine / (CacheFolder + "/v1-service.cache-p"), (64u << 20) + 1);
              machine.Write(CacheFolder + "/finder_cache/notes-p", "of somebody");
              fs::permissions(machine / (CacheFolder + "/finder_cache/notes-p"), fs::perms(0600));
+         }},
+        {"certificate, address and record that are too long",
+         [](const auto& machine) {
+             for (const std::string& path : {StoreFolder + "/" + FingerprintOf(sandbox->Certificate()),
+                                             SecurityFolder + "/ombrysecurity.config", RecordFile})
+                 fs::resize_file(machine / path, (64u << 20) + 1);
          }},
         {"file from the future",
          [](const auto& machine) {
