@@ -2,6 +2,7 @@
 
 #include "ClientCommunications/CommunicationsError.h"
 #include "ClientCommunications/Impl/BodyLimit.h"
+#include "ClientCommunications/Impl/ServiceRequest.h"
 #include "ClientCommunications/Impl/ServiceResponse.h"
 #include "ClientCommunications/Impl/StreamResponseWriter.h"
 #include "ClientCommunications/Impl/SyncReaderAdapter.h"
@@ -114,7 +115,8 @@ std::string HttpClientServiceGateway::makeCorrelationString(const IServiceReques
 }
 
 // Logs the parts with what identifies the call behind them. The headers are walked though nobody may log
-// them: a request whose headers cannot be walked fails alike with a logger and without one.
+// them: a request of somebody else's making, whose headers it may not be possible to walk, fails alike with a
+// logger and without one.
 template <class... Parts>
 void HttpClientServiceGateway::LogCorrelated(const LibraryLogger::Place& place, int level,
                                              const IServiceRequest& request, const Parts&... parts) const {
@@ -123,15 +125,20 @@ void HttpClientServiceGateway::LogCorrelated(const LibraryLogger::Place& place, 
         walked = true;
         return makeCorrelationString(request);
     });
-    if (!walked) request.ForEachHeader([](const std::string&, const std::string&) {});
+    if (!walked && !ServiceRequest::Of(request)) request.ForEachHeader([](const std::string&, const std::string&) {});
 }
 
 void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const std::string& url,
                                          const IServiceRequest& request,
                                          OmbryZephCore::ZephSyncDataWriterIf& writer,
                                          const Cancellation::Token& token) const {
-    request.ForEachHeader(
-        [&](const std::string& name, const std::string& value) { client.SetHeader(name, value); });
+    const ServiceRequest* const ours = ServiceRequest::Of(request);
+    const auto set = [&](const std::string& name, const std::string& value) { client.SetHeader(name, value); };
+    if (ours) {
+        ours->Headers().ForEach(set);
+    } else {
+        request.ForEachHeader(set);
+    }
     const std::shared_ptr<ISyncReader> reader = request.GetBodyReader();
     OmbryCommunications::Private::SyncReaderAdapter readerAdapter(reader.get());
     if (reader) client.SetDataReader(&readerAdapter);

@@ -72,7 +72,7 @@ void JwtAuthenticator::AddAuthentication(std::shared_ptr<IServiceRequest> reques
         internalAddFreshAuthentication(request, serviceName, token);
         return;
     }
-    UseCached(*cached, *request, serviceName);
+    UseCached(cached, *request, serviceName);
     LogCall(logger, AddName, 0, "Using cached token for ", serviceName);
 }
 
@@ -85,7 +85,7 @@ bool JwtAuthenticator::AddFreshAuthentication(std::shared_ptr<IServiceRequest> r
     const bool isFresh =
         cached && Platform::Clock().Now() < SaturatingAdd(cached->token->lastRefreshed, freshnessLimit);
     if (isFresh) {
-        UseCached(*cached, *request, serviceName);
+        UseCached(cached, *request, serviceName);
         LogCall(logger, AddFreshName, 0, "Using recently cached token for ", serviceName);
     } else {
         internalAddFreshAuthentication(request, serviceName, token);
@@ -176,10 +176,10 @@ JwtCachedToken JwtAuthenticator::FetchToken(const std::string& serviceName,
     return cached;
 }
 
-void JwtAuthenticator::UseCached(const KnownEntry& entry, IServiceRequest& request,
+void JwtAuthenticator::UseCached(const std::shared_ptr<const KnownEntry>& entry, IServiceRequest& request,
                                  const std::string& serviceName) {
     MarkUsed(serviceName);
-    request.SetHeader(NameOf(KnownHeader::Authorization), entry.header);
+    SetSharedHeader(request, KnownHeader::Authorization, {entry, &entry->header});
 }
 
 void JwtAuthenticator::MarkUsed(const std::string& serviceName) {

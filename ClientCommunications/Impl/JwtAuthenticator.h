@@ -59,7 +59,8 @@ private:
                               const Cancellation::Token& token);
     void Forget(const std::string& serviceName);
     void ForgetUnusable(const std::set<std::string>& entryNames);
-    void UseCached(const KnownEntry& entry, IServiceRequest& request, const std::string& serviceName);
+    void UseCached(const std::shared_ptr<const KnownEntry>& entry, IServiceRequest& request,
+                   const std::string& serviceName);
     void MarkUsed(const std::string& serviceName);
     void maintenanceThread();
     void updateTokens();

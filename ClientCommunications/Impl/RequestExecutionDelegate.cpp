@@ -4,6 +4,9 @@
 #include "ClientCommunications/Impl/KnownHeaders.h"
 #include "ClientCommunications/Impl/RootAttempt.h"
 #include "ClientCommunications/Impl/RuntimeTexts.h"
+#include "ClientCommunications/Impl/Service.h"
+
+#include <optional>
 
 namespace Ombry::ClientCommunications {
 
@@ -20,10 +23,12 @@ std::shared_ptr<IServiceResponse> RequestExecutionDelegate::operator()(std::shar
                                                                        bool isLocal,
                                                                        Cancellation::Token token) {
     authenticator->AddAuthentication(request, service, token);
-    const ScopedNewHeader id(request, KnownHeader::DestinationServiceId, service->GetId());
-    const ScopedNewHeader name(request, KnownHeader::DestinationServiceName, service->GetName());
+    std::optional<ServiceDto> room;
+    const ServiceDto& record = Service::RecordOf(*service, room);
+    const ScopedNewHeader id(request, KnownHeader::DestinationServiceId, record.id);
+    const ScopedNewHeader name(request, KnownHeader::DestinationServiceName, record.serviceName);
     const ScopedNewHeader nameSpace(request, KnownHeader::DestinationServiceNamespace,
-                                    service->GetNamespace());
+                                    record.serviceNamespace);
     const ScopedNewHeader local(request, KnownHeader::DestinationServiceIsLocal, isLocal ? "true" : "false");
     const std::shared_ptr<IServiceGateway> gateway = gatewayFactory->Create(service);
     std::shared_ptr<IServiceResponse> response = Attempt(gateway, token);

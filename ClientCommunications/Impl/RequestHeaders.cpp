@@ -10,7 +10,7 @@ namespace {
 
 // The place of a header among the known ones; their number if it is none of them. The libraries ask with the
 // very strings of the table, whose texts need no look.
-std::size_t PlaceOf(const std::string& name) {
+std::size_t NumberOf(const std::string& name) {
     const auto& names = NamesOfKnownHeaders();
     const std::less<const std::string*> isBefore;
     if (!isBefore(&name, names.data()) && isBefore(&name, names.data() + names.size()))
@@ -21,43 +21,64 @@ std::size_t PlaceOf(const std::string& name) {
 // Whatever memory lacks, the value is as it was or as it is to be.
 void Replace(std::string& held, const std::string& value) {
     if (&held == &value) return;
+    if (held.empty()) {
+        held = value;
+        return;
+    }
     std::string fresh = value;
     held.swap(fresh);
     Platform::SecureWipe(fresh);
+}
+
+std::shared_ptr<const std::string> NotOwned(const std::string& value) {
+    return {std::shared_ptr<void>(), &value};
 }
 
 }  // namespace
 
 RequestHeaders::~RequestHeaders() {
     for (Known& header : known) {
-        if (header.isSet) Platform::SecureWipe(header.value);
+        if (header.value.get() == &header.own) Platform::SecureWipe(header.own);
     }
     for (auto& [name, value] : others)
         Platform::SecureWipe(value);
 }
 
+void RequestHeaders::WipeOwn(Known& header) {
+    if (header.value.get() != &header.own) return;
+    Platform::SecureWipe(header.own);
+    header.own.clear();
+}
+
 void RequestHeaders::Set(const std::string& name, const std::string& value) {
-    const std::size_t place = PlaceOf(name);
+    const std::size_t place = NumberOf(name);
     if (place < known.size()) {
         Known& header = known[place];
-        if (header.isSet) {
-            Replace(header.value, value);
-        } else {
-            header.value = value;
-            header.isSet = true;
-        }
+        Replace(header.own, value);
+        header.value = NotOwned(header.own);
         return;
     }
     const auto [other, isNew] = others.try_emplace(name, value);
     if (!isNew) Replace(other->second, value);
 }
 
+void RequestHeaders::Set(KnownHeader header, std::string&& value) {
+    Known& place = PlaceOf(header);
+    WipeOwn(place);
+    place.own = std::move(value);
+    place.value = NotOwned(place.own);
+}
+
+void RequestHeaders::Share(KnownHeader header, std::shared_ptr<const std::string> value) {
+    Known& place = PlaceOf(header);
+    WipeOwn(place);
+    place.value = std::move(value);
+}
+
 void RequestHeaders::Remove(const std::string& name) {
-    const std::size_t place = PlaceOf(name);
+    const std::size_t place = NumberOf(name);
     if (place < known.size()) {
-        Platform::SecureWipe(known[place].value);
-        known[place].value.clear();
-        known[place].isSet = false;
+        Remove(static_cast<KnownHeader>(place));
         return;
     }
     const auto found = others.find(name);
@@ -66,9 +87,15 @@ void RequestHeaders::Remove(const std::string& name) {
     others.erase(found);
 }
 
+void RequestHeaders::Remove(KnownHeader header) {
+    Known& place = PlaceOf(header);
+    WipeOwn(place);
+    place.value = nullptr;
+}
+
 std::string RequestHeaders::Get(const std::string& name) const {
-    const std::size_t place = PlaceOf(name);
-    if (place < known.size()) return known[place].value;
+    const std::size_t place = NumberOf(name);
+    if (place < known.size()) return known[place].value ? *known[place].value : std::string();
     const auto found = others.find(name);
     return found == others.end() ? std::string() : found->second;
 }

@@ -2,7 +2,7 @@
 
 namespace Ombry::ClientCommunications {
 
-RootAttempt::RootAttempt(std::shared_ptr<IServiceRequest> request, int attempt)
-    : ScopedNewHeader(std::move(request), KnownHeader::RootAttempt, std::to_string(attempt)) {}
+RootAttempt::RootAttempt(const std::shared_ptr<IServiceRequest>& request, int attempt)
+    : ScopedNewHeader(request, KnownHeader::RootAttempt, std::to_string(attempt)) {}
 
 }  // namespace Ombry::ClientCommunications

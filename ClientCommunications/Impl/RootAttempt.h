@@ -10,7 +10,7 @@ namespace Ombry::ClientCommunications {
 /// `ServiceRequestFactory` are, keep it.
 class RootAttempt : public ScopedNewHeader {
 public:
-    RootAttempt(std::shared_ptr<IServiceRequest> request, int attempt);
+    RootAttempt(const std::shared_ptr<IServiceRequest>& request, int attempt);
 };
 
 }  // namespace Ombry::ClientCommunications

@@ -3,6 +3,7 @@
 #include "ClientCommunications/Impl/GuidText.h"
 #include "ClientCommunications/Impl/KnownHeaders.h"
 #include "ClientCommunications/Impl/RuntimeTexts.h"
+#include "ClientCommunications/Impl/ServiceRequest.h"
 #include "Platform/IRandom.h"
 
 #include <map>
@@ -44,9 +45,12 @@ private:
 // What becomes of a call that nobody's metadata came with.
 struct MetaDataOfNobody : RootRequestMetaDataImpl {
     MetaDataOfNobody() : RootRequestMetaDataImpl(nullptr) {
-        Set(NameOf(KnownHeader::RootAttempt), FirstAttempt);
-        Set(NameOf(KnownHeader::RootCorrelationId), UncorrelatedCall);
+        Set(NameOf(KnownHeader::RootAttempt), attempt);
+        Set(NameOf(KnownHeader::RootCorrelationId), correlation);
     }
+
+    const std::string attempt = FirstAttempt;
+    const std::string correlation = UncorrelatedCall;
 };
 
 }  // namespace
@@ -86,6 +90,13 @@ std::shared_ptr<IRootRequestMetaData> normalize(std::shared_ptr<IRootRequestMeta
 }
 
 void addToRequest(std::shared_ptr<IServiceRequest> request, std::shared_ptr<IRootRequestMetaData> metaData) {
+    const auto& ofNobody = Platform::MadeOnce<MetaDataOfNobody>();
+    if (ServiceRequest* const ours = ServiceRequest::Of(*request); ours && metaData.get() == &ofNobody) {
+        ours->Headers().Share(KnownHeader::RootAttempt, {std::shared_ptr<void>(), &ofNobody.attempt});
+        ours->Headers().Share(KnownHeader::RootCorrelationId,
+                              {std::shared_ptr<void>(), &ofNobody.correlation});
+        return;
+    }
     metaData->ForEachValue(
         [&](const std::string& key, const std::string& value) { request->SetHeader(key, value); });
 }

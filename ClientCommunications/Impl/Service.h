@@ -3,6 +3,8 @@
 #include "ClientCommunications/IService.h"
 #include "ClientCommunications/ServiceDto.h"
 
+#include <optional>
+
 namespace Ombry::ClientCommunications {
 
 /// A service made from its record, whatever the source of the record.
@@ -19,6 +21,9 @@ public:
     /// A repeated key keeps its last value.
     std::map<std::string, std::string> GetProperties() const override;
     bool Equals(const IService& other) const override;
+
+    /// The record of a service; that of one which is not of this very class is made in `room`.
+    static const ServiceDto& RecordOf(const IService& service, std::optional<ServiceDto>& room);
 
 private:
     const ServiceDto dto;

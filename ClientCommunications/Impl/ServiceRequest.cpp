@@ -10,7 +10,7 @@ namespace Ombry::ClientCommunications {
 
 ServiceRequest::ServiceRequest(std::string method, std::string path, const std::string& contractVersion)
     : method(std::move(method)), path(std::move(path)) {
-    headers.Set(NameOf(KnownHeader::ContractVersion), contractVersion);
+    headers.Set(KnownHeader::ContractVersion, std::string(contractVersion));
 }
 
 void ServiceRequest::SetBody(const std::string& text) {
@@ -31,6 +31,14 @@ void ServiceRequest::ForEachHeader(
 
 Cancellation::Token ServiceRequest::GetCancellationToken() const {
     return Cancellation::Link(Cancellation::CreateTimeout(overallTimeout), token);
+}
+
+void SetSharedHeader(IServiceRequest& request, KnownHeader header, std::shared_ptr<const std::string> value) {
+    if (ServiceRequest* const ours = ServiceRequest::Of(request)) {
+        ours->Headers().Share(header, std::move(value));
+    } else {
+        request.SetHeader(NameOf(header), *value);
+    }
 }
 
 std::shared_ptr<IServiceRequest> CreateServiceRequest(const std::string& method, const std::string& path,

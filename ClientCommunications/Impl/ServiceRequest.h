@@ -3,6 +3,8 @@
 #include "ClientCommunications/IServiceRequest.h"
 #include "ClientCommunications/Impl/RequestHeaders.h"
 
+#include <typeinfo>
+
 namespace Ombry::ClientCommunications {
 
 /// A request as a value: what it carries and its limits. One thread at a time. Headers carry credentials,
@@ -32,9 +34,23 @@ public:
     /// that are often not there.
     std::string GetHeader(const std::string& name) const override { return headers.Get(name); }
 
+    /// The request itself, if it is of this very class: its headers can be reached without a copy.
+    static const ServiceRequest* Of(const IServiceRequest& request) {
+        return typeid(request) == typeid(ServiceRequest) ? static_cast<const ServiceRequest*>(&request)
+                                                         : nullptr;
+    }
+    static ServiceRequest* Of(IServiceRequest& request) {
+        return typeid(request) == typeid(ServiceRequest) ? static_cast<ServiceRequest*>(&request) : nullptr;
+    }
+    const RequestHeaders& Headers() const { return headers; }
+    RequestHeaders& Headers() { return headers; }
+    /// Keeps what shared headers belong to until the request goes.
+    void Keep(std::shared_ptr<const void> ownerOfHeaders) { owner = std::move(ownerOfHeaders); }
+
 private:
     const std::string method;
     const std::string path;
+    std::shared_ptr<const void> owner;
     RequestHeaders headers;
     std::shared_ptr<ISyncReader> body;
     Duration attemptTimeout = std::chrono::seconds(100);
@@ -42,6 +58,10 @@ private:
     Cancellation::Token token;
     int maxRetries = 2147483647;
 };
+
+/// Sets a header to a value that is not copied where the request needs no copy: whoever the value belongs to
+/// does not change it, and wipes it.
+void SetSharedHeader(IServiceRequest& request, KnownHeader header, std::shared_ptr<const std::string> value);
 
 std::shared_ptr<IServiceRequest> CreateServiceRequest(const std::string& method, const std::string& path,
                                                       const std::string& contractVersion);

@@ -8,18 +8,21 @@ namespace Ombry::ClientCommunications {
 
 ServiceRequestFactory::ServiceRequestFactory(std::string clientId, std::string clientName,
                                              std::string datacenterId)
-    : clientId(std::move(clientId)),
-      clientName(std::move(clientName)),
-      datacenterId(std::move(datacenterId)) {}
+    : source(std::make_shared<Source>(
+          Source{std::move(clientId), std::move(clientName), std::move(datacenterId)})) {}
 
 std::shared_ptr<IServiceRequest> ServiceRequestFactory::Create(
     const std::string& method, const std::string& path, const std::string& contractVersion,
     std::shared_ptr<IRootRequestMetaData> metaData) {
-    std::shared_ptr<IServiceRequest> request = CreateServiceRequest(method, path, contractVersion);
-    request->SetHeader(NameOf(KnownHeader::DatacenterId), datacenterId);
-    request->SetHeader(NameOf(KnownHeader::SourceDatacenterId), datacenterId);
-    request->SetHeader(NameOf(KnownHeader::SourceClientId), clientId);
-    request->SetHeader(NameOf(KnownHeader::SourceClientName), clientName);
+    auto request = std::make_shared<ServiceRequest>(method, path, contractVersion);
+    request->Keep(source);
+    const auto share = [&](KnownHeader header, const std::string& value) {
+        request->Headers().Share(header, {std::shared_ptr<void>(), &value});
+    };
+    share(KnownHeader::DatacenterId, source->datacenterId);
+    share(KnownHeader::SourceDatacenterId, source->datacenterId);
+    share(KnownHeader::SourceClientId, source->clientId);
+    share(KnownHeader::SourceClientName, source->clientName);
     RootRequestMetaData::addToRequest(request, RootRequestMetaData::normalize(std::move(metaData)));
     return request;
 }

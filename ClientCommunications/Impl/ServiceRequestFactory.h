@@ -17,9 +17,14 @@ public:
                                             const std::string& contractVersion) override;
 
 private:
-    const std::string clientId;
-    const std::string clientName;
-    const std::string datacenterId;
+    /// What each request says of its sender. It belongs to the requests too, which share it.
+    struct Source {
+        std::string clientId;
+        std::string clientName;
+        std::string datacenterId;
+    };
+
+    const std::shared_ptr<const Source> source;
 };
 
 }  // namespace Ombry::ClientCommunications

@@ -101,6 +101,20 @@ TEST_F(AuthenticatorsTest, FixedTokenAuthenticatorLeavesNoTokenInTheMemoryThatIt
     EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
 }
 
+TEST_F(AuthenticatorsTest, ARequestKeepsAFixedTokenUntilItGoesAndItIsWipedThen) {
+    const std::string token = "a token too long for a string object";
+    auto authenticator = std::make_unique<FixedTokenAuthenticator>(token);
+    auto own = CreateServiceRequest("GET", "/path", "1");
+    authenticator->AddAuthentication(own, nullptr, Cancellation::Token());
+    authenticator.reset();
+    EXPECT_EQ(own->GetHeader("Authorization"), "Bearer " + token);
+
+    const FreedMemory freed(token);
+    own.reset();
+
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+}
+
 TEST_F(AuthenticatorsTest, EachCallReplacesTheHeaderOfTheOneBefore) {
     const auto credentials = std::make_shared<WatchedCredentials>();
     ClientAuthenticator authenticator(credentials);

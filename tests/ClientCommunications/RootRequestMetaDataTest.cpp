@@ -4,6 +4,7 @@
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "ClientCommunications/RootRequestMetaData.h"
 #include "tests/Fakes/FakeRandom.h"
+#include "tests/Fakes/HeadersOf.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@ namespace {
 
 using namespace ClientCommunications;
 using ::testing::ElementsAre;
+using ::testing::Pair;
 using Lines = std::vector<std::string>;
 
 Lines PairsOf(const IRootRequestMetaData& metaData) {
@@ -191,6 +193,35 @@ TEST_F(ScopedNewHeaderTest, AHeaderWithAnEmptyValueIsReplacedAndRemovedAtTheEnd)
 
 TEST_F(ScopedNewHeaderTest, WithoutARequestNothingHappens) {
     const ScopedNewHeader guard(nullptr, "A", "1");
+}
+
+/// A request of another class than that of the libraries.
+class OtherRequest : public ServiceRequest {
+public:
+    OtherRequest() : ServiceRequest("GET", "/", "1") {}
+};
+
+TEST_F(ScopedNewHeaderTest, AKnownHeaderStandsForTheLifeOfItsGuardOnAnyRequest) {
+    for (const auto& any : {request, std::shared_ptr<IServiceRequest>(std::make_shared<OtherRequest>())}) {
+        const std::string id = "id", other = "other";
+        {
+            const ScopedNewHeader lent(any, KnownHeader::DestinationServiceId, id);
+            const ScopedNewHeader second(any, KnownHeader::DestinationServiceId, other);
+            const ScopedNewHeader given(any, KnownHeader::RequestId, std::string("guid"));
+            const ScopedNewHeader third(any, KnownHeader::RequestId, std::string("other"));
+            EXPECT_THAT(HeadersOf(*any),
+                        ElementsAre(Pair("Contract-Version", "1"), Pair("SF-Destination-Service-Id", "id"),
+                                    Pair("SF-Request-Id", "guid")));
+        }
+        EXPECT_THAT(HeadersOf(*any), ElementsAre(Pair("Contract-Version", "1")));
+        any->SetHeader("SF-Request-Id", "");
+        {
+            const ScopedNewHeader guard(any, KnownHeader::RequestId, id);
+            EXPECT_EQ(any->GetHeader("SF-Request-Id"), "id");
+        }
+        EXPECT_THAT(HeadersOf(*any), ElementsAre(Pair("Contract-Version", "1")));
+    }
+    const ScopedNewHeader guard(nullptr, KnownHeader::RequestId, std::string("guid"));
 }
 
 TEST_F(ScopedNewHeaderTest, AnAttemptIsNumberedUnlessTheRequestWasBornWithANumber) {
