@@ -97,17 +97,13 @@ ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::UseCurrent(const 
         return candidate;
     }
     if (candidate.service && copy.currentSuccesses > 0) selector.ForgetPassedFailures();
-    if (copy.currentIsLocal) {
-        selector.SetCandidates({copy.currentService}, {});
-    } else {
-        selector.SetCandidates({}, {copy.currentService});
-    }
+    selector.SetCandidate({copy.currentService, copy.currentIsLocal});
     return candidate = selector.Next(token);
 }
 
 ServiceCandidate IterateAfterMaxFailuresPolicyCandidateFinder::UseAlternate(
     const SharedState& copy, const Cancellation::Token& token) {
-    selector.SetCandidates({copy.alternateService}, {});
+    selector.SetCandidate({copy.alternateService, true});
     candidate = selector.Next(token);
     failures = copy.alternateFailures;
     SetAlternate(candidate, failures);

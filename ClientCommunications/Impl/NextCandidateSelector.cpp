@@ -1,9 +1,11 @@
 #include "ClientCommunications/Impl/NextCandidateSelector.h"
 
 #include "ClientCommunications/Impl/RuntimeTexts.h"
+#include "ClientCommunications/Impl/Service.h"
 #include "LibraryLogger/LogCall.h"
 #include "Platform/IClock.h"
 
+#include <optional>
 #include <stdexcept>
 
 namespace Ombry::ClientCommunications {
@@ -16,6 +18,17 @@ bool IsBetterFallback(const FailureInfo& info, const FailureInfo& than) {
     return info.isLocal && !than.isLocal;
 }
 
+// The id of a service, which is copied only where the service cannot lend its own.
+class IdOf {
+public:
+    explicit IdOf(const IService& service) : id(Service::RecordOf(service, room).id) {}
+    operator const std::string&() const { return id; }
+
+private:
+    std::optional<ServiceDto> room;
+    const std::string& id;
+};
+
 }  // namespace
 
 NextCandidateSelector::NextCandidateSelector(std::shared_ptr<IFailedServices> failedServices,
@@ -27,6 +40,7 @@ void NextCandidateSelector::SetCandidates(Services local, Services remote) {
     ownRemote = std::move(remote);
     localCandidates = &ownLocal;
     remoteCandidates = &ownRemote;
+    onlyCandidate = ServiceCandidate();
 }
 
 void NextCandidateSelector::BorrowCandidates(const Services* local, const Services* remote) {
@@ -34,72 +48,82 @@ void NextCandidateSelector::BorrowCandidates(const Services* local, const Servic
     ownRemote.clear();
     localCandidates = local ? local : &ownLocal;
     remoteCandidates = remote ? remote : &ownRemote;
+    onlyCandidate = ServiceCandidate();
+}
+
+void NextCandidateSelector::SetCandidate(ServiceCandidate candidate) {
+    onlyCandidate = std::move(candidate);
 }
 
 ServiceCandidate NextCandidateSelector::Next(const Cancellation::Token& token) {
     SelectNext();
-    if (current.candidate.service) StartAttempt(token);
-    return current.candidate;
+    if (current.service) StartAttempt(token);
+    return current;
 }
 
 void NextCandidateSelector::SelectNext() {
-    if (current.candidate.service) MarkFailure();
-    Choice best;
-    Choice fallback;
-    FailureInfo fallbackInfo;
-    Scan(*localCandidates, true, best, fallback, fallbackInfo);
-    if (!best.candidate.service) Scan(*remoteCandidates, false, best, fallback, fallbackInfo);
-    current = std::move(best.candidate.service ? best : fallback);
+    if (current.service) MarkFailure();
+    Choice choice;
+    if (onlyCandidate.service) {
+        Judge(onlyCandidate.service, onlyCandidate.isLocal, choice);
+    } else {
+        Scan(*localCandidates, true, choice);
+        if (!choice.best.service) Scan(*remoteCandidates, false, choice);
+    }
+    current = std::move(choice.best.service ? choice.best : choice.fallback);
 }
 
-void NextCandidateSelector::Scan(const Services& list, bool isLocal, Choice& best, Choice& fallback,
-                                 FailureInfo& fallbackInfo) const {
+void NextCandidateSelector::Scan(const Services& list, bool isLocal, Choice& choice) const {
     for (const std::shared_ptr<IService>& service : list) {
-        std::string id = service->GetId();
-        if (triedIds.contains(id)) continue;
-        const FailureInfo info = failedServices->Get(id);
-        if (!info.failed) {
-            best = {{service, isLocal}, std::move(id)};
-            return;
-        }
-        if (!fallback.candidate.service || IsBetterFallback(info, fallbackInfo)) {
-            fallback = {{service, isLocal}, std::move(id)};
-            fallbackInfo = info;
-        }
+        Judge(service, isLocal, choice);
+        if (choice.best.service) return;
+    }
+}
+
+void NextCandidateSelector::Judge(const std::shared_ptr<IService>& service, bool isLocal,
+                                  Choice& choice) const {
+    const IdOf id(*service);
+    if (triedIds.contains(id)) return;
+    const FailureInfo info = failedServices->Get(id);
+    if (!info.failed) {
+        choice.best = {service, isLocal};
+    } else if (!choice.fallback.service || IsBetterFallback(info, choice.fallbackInfo)) {
+        choice.fallback = {service, isLocal};
+        choice.fallbackInfo = info;
     }
 }
 
 void NextCandidateSelector::StartAttempt(const Cancellation::Token& token) {
-    const FailureInfo info = failedServices->Get(current.id);
+    const FailureInfo info = failedServices->Get(IdOf(*current.service));
     if (!info.failed) return;
     const TimePoint now = Platform::Clock().Now();
     if (info.nextRetryTime <= now) return;
     const std::int64_t waitMs = (info.nextRetryTime - now).count() / 10'000;
     LibraryLogger::LogCall(
         logger, "Ombry::ClientCommunications::NextCandidateSelector::StartAttempt", 1, "Waiting ", waitMs,
-        " milliseconds before trying to call ",
-        [this] { return current.candidate.service->GetEndpointUrl(); }, " again.");
+        " milliseconds before trying to call ", [this] { return current.service->GetEndpointUrl(); },
+        " again.");
     if (!sleeper) throw BadFunctionCall();
     sleeper(info.nextRetryTime, token);
 }
 
 void NextCandidateSelector::RetryCurrent(const Cancellation::Token& token) {
     verifyHaveCurrentCandidate();
-    failedServices->RecordFailure(current.id, current.candidate.isLocal);
+    failedServices->RecordFailure(IdOf(*current.service), current.isLocal);
     StartAttempt(token);
 }
 
 void NextCandidateSelector::MarkFailure() {
     verifyHaveCurrentCandidate();
-    failedServices->RecordFailure(current.id, current.candidate.isLocal);
-    triedIds.insert(std::move(current.id));
-    current = Choice();
+    failedServices->RecordFailure(IdOf(*current.service), current.isLocal);
+    triedIds.insert(IdOf(*current.service));
+    current = ServiceCandidate();
 }
 
 void NextCandidateSelector::MarkSuccess() {
     verifyHaveCurrentCandidate();
-    failedServices->Remove(current.id);
-    current = Choice();
+    failedServices->Remove(IdOf(*current.service));
+    current = ServiceCandidate();
 }
 
 void NextCandidateSelector::ForgetPassedFailures() {
@@ -107,7 +131,7 @@ void NextCandidateSelector::ForgetPassedFailures() {
 }
 
 void NextCandidateSelector::verifyHaveCurrentCandidate() const {
-    if (current.candidate.service) return;
+    if (current.service) return;
     throw std::logic_error("NextCandidateSelector::verifyHaveCurrentCandidate: No candidate selected.");
 }
 

@@ -28,6 +28,8 @@ public:
     /// The same without a copy of lists that may be long: they stay with the caller, unchanged, as long as
     /// they are chosen from. Null for none.
     void BorrowCandidates(const Services* local, const Services* remote);
+    /// A list of one, without the list.
+    void SetCandidate(ServiceCandidate candidate);
 
     /// The candidate for the next attempt; empty if each has had its try. A candidate that is still current
     /// has failed. Throws what the sleeper throws.
@@ -43,15 +45,16 @@ public:
     void ForgetPassedFailures();
 
 private:
-    /// A candidate with its id, which is a copy each time that it is asked for.
+    /// What is best of the candidates that were looked at.
     struct Choice {
-        ServiceCandidate candidate;
-        std::string id;
+        ServiceCandidate best;      // has not failed
+        ServiceCandidate fallback;  // has, and `fallbackInfo` tells how
+        FailureInfo fallbackInfo;
     };
 
     void SelectNext();
-    void Scan(const Services& list, bool isLocal, Choice& best, Choice& fallback,
-              FailureInfo& fallbackInfo) const;
+    void Scan(const Services& list, bool isLocal, Choice& choice) const;
+    void Judge(const std::shared_ptr<IService>& service, bool isLocal, Choice& choice) const;
     void StartAttempt(const Cancellation::Token& token);
     void verifyHaveCurrentCandidate() const;
 
@@ -62,8 +65,9 @@ private:
     Services ownRemote;
     const Services* localCandidates = &ownLocal;  // or borrowed
     const Services* remoteCandidates = &ownRemote;
+    ServiceCandidate onlyCandidate;  // in the place of both lists, if there is one
     std::set<std::string> triedIds;
-    Choice current;
+    ServiceCandidate current;
 };
 
 }  // namespace Ombry::ClientCommunications

@@ -75,6 +75,37 @@ TEST_F(NextCandidateSelectorTest, BorrowedCandidatesTakeThePlaceOfOthersAndStayW
     EXPECT_EQ(DrainAll(), (Order{"new local"}));
 }
 
+TEST_F(NextCandidateSelectorTest, ASingleCandidateTakesThePlaceOfListsUntilOthersTakeIts) {
+    selector.SetCandidates(MakeServices({"l"}), MakeServices({"r"}));
+    selector.SetCandidate({MakeService("one"), false});
+    EXPECT_EQ(DrainAll(), (Order{"one remote"}));
+    const auto local = MakeServices({"l1"});
+    selector.BorrowCandidates(&local, nullptr);
+    EXPECT_EQ(DrainAll(), (Order{"l1 local"}));
+    selector.SetCandidate({MakeService("two"), true});
+    selector.SetCandidates(MakeServices({"l2"}), {});
+    EXPECT_EQ(DrainAll(), (Order{"l2 local"}));
+
+    failed->Set("three", Failed(5s));
+    selector.SetCandidate({MakeService("three"), true});
+    EXPECT_EQ(DrainAll(), (Order{"three local"}));
+    EXPECT_EQ(sleeps.size(), 1u);
+}
+
+/// A service that is not of the libraries' own class.
+class ForeignService : public Service {
+public:
+    using Service::Service;
+};
+
+TEST_F(NextCandidateSelectorTest, ServicesOfAnotherClassAreKnownByTheirIdsToo) {
+    ServiceDto dto;
+    dto.id = "a";
+    selector.SetCandidates({std::make_shared<ForeignService>(dto)}, {std::make_shared<ForeignService>(dto)});
+    EXPECT_EQ(DrainAll(), (Order{"a local"}));
+    EXPECT_EQ(failed->Changes(), (Order{"failed a local"}));
+}
+
 TEST_F(NextCandidateSelectorTest, WithNothingLeftFurtherCallsRecordNothing) {
     selector.SetCandidates(MakeServices({"a"}), {});
     DrainAll();
