@@ -7,6 +7,13 @@ namespace OmbryZephCore {
 ZephSorrelSyncHttpClient::ZephSorrelSyncHttpClient(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger,
                                                    bool bVerbose, ZephSorrelConnectionParameters params,
                                                    ZephSorrelSyncConnectionPoolIf* pPool)
+    : ZephSorrelSyncHttpClient(std::move(logger), bVerbose,
+                               std::make_shared<const ZephSorrelConnectionParameters>(std::move(params)),
+                               pPool) {}
+
+ZephSorrelSyncHttpClient::ZephSorrelSyncHttpClient(
+    std::shared_ptr<Ombry::LibraryLogger::ILogger> logger, bool bVerbose,
+    std::shared_ptr<const ZephSorrelConnectionParameters> params, ZephSorrelSyncConnectionPoolIf* pPool)
     : m_Impl(std::make_unique<ZephSorrelSyncHttpClient_Impl>(std::move(logger), bVerbose, std::move(params),
                                                              pPool)) {}
 

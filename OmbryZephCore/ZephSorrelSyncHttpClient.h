@@ -17,12 +17,17 @@ class ZephHttpHeaderCopy;
 class ZephSorrelSyncHttpClient_Impl;
 
 /// Performs one HTTP exchange at a time, blocking, on the caller's thread. Time-out, token, reader, writer
-/// and request headers hold for one `DoRequest` and are then reset; results stay until the next.
+/// and request headers hold for one `DoRequest` and are then reset; results stay until
+/// the next.
 class ZephSorrelSyncHttpClient {
 public:
     /// `pPool` is not owned and must outlive the client; null makes a trivial pool of one connection.
     ZephSorrelSyncHttpClient(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger, bool bVerbose,
                              ZephSorrelConnectionParameters params, ZephSorrelSyncConnectionPoolIf* pPool);
+    /// The same for parameters that many clients have; not null.
+    ZephSorrelSyncHttpClient(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger, bool bVerbose,
+                             std::shared_ptr<const ZephSorrelConnectionParameters> params,
+                             ZephSorrelSyncConnectionPoolIf* pPool);
     virtual ~ZephSorrelSyncHttpClient();
     ZephSorrelSyncHttpClient(const ZephSorrelSyncHttpClient&) = delete;
     ZephSorrelSyncHttpClient& operator=(const ZephSorrelSyncHttpClient&) = delete;

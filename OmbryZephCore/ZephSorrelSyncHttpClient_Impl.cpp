@@ -41,10 +41,10 @@ private:
 
 ZephSorrelSyncHttpClient_Impl::ZephSorrelSyncHttpClient_Impl(
     std::shared_ptr<Ombry::LibraryLogger::ILogger> logger, bool bVerbose,
-    ZephSorrelConnectionParameters&& params, ZephSorrelSyncConnectionPoolIf* pPool)
+    std::shared_ptr<const ZephSorrelConnectionParameters> params, ZephSorrelSyncConnectionPoolIf* pPool)
     : m_Logger(std::move(logger)), m_Parameters(std::move(params)), m_Pool(pPool) {
     if (m_Pool) return;
-    m_OwnedPool = std::make_unique<ZephSorrelTrivialSyncConnectionPool>(m_Logger, bVerbose, m_Parameters);
+    m_OwnedPool = std::make_unique<ZephSorrelTrivialSyncConnectionPool>(m_Logger, bVerbose, *m_Parameters);
     m_Pool = m_OwnedPool.get();
 }
 
@@ -65,7 +65,7 @@ void ZephSorrelSyncHttpClient_Impl::MakeUrl(const std::string& path) {
 std::uint32_t ZephSorrelSyncHttpClient_Impl::DoRequest(const std::string& method, const std::string& path) {
     MakeUrl(path);
     RequestScope scope(*this);
-    m_Connection = m_Pool->GetConnection(m_Parameters);
+    m_Connection = m_Pool->GetConnection(*m_Parameters);
     std::uint32_t nResult = m_Connection->EnsureConnected();
     bool bFirstTry = true;
     bool bChunked = false;

@@ -21,7 +21,7 @@ class ZephSorrelSyncHttpClient_Impl : private ZephHttpResponseHandlerIf,
                                       private ZephHttpNotifierIf {
 public:
     ZephSorrelSyncHttpClient_Impl(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger, bool bVerbose,
-                                  ZephSorrelConnectionParameters&& params,
+                                  std::shared_ptr<const ZephSorrelConnectionParameters> params,
                                   ZephSorrelSyncConnectionPoolIf* pPool);
 
     void SetHeader(const std::string& name, const std::string& value) { m_RequestHeaders.Set(name, value); }
@@ -63,7 +63,7 @@ private:
     std::uint32_t CallOut(Call call);
 
     std::shared_ptr<Ombry::LibraryLogger::ILogger> m_Logger;
-    ZephSorrelConnectionParameters m_Parameters;
+    std::shared_ptr<const ZephSorrelConnectionParameters> m_Parameters;
     ZephSorrelSyncConnectionPoolIf* m_Pool;
     std::string m_BasePath;
     std::string m_Url;  // of the request at hand; keeps its memory

@@ -8,11 +8,8 @@
 #include "ClientCommunications/Impl/SyncReaderAdapter.h"
 #include "ClientCommunications/Impl/SyncStringWriter.h"
 #include "ClientCommunications/Impl/SyncWriterAdapter.h"
-#include "OmbryZephCore/ZephUrl.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cstdlib>
 #include <limits>
 #include <stdexcept>
 
@@ -37,67 +34,57 @@ std::uint32_t ToSeconds(Duration timeout) {
 
 }  // namespace
 
-std::uint16_t ParsePort(const std::string& text) {
-    std::uint16_t port = 0;
-    const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, port);
-    if (error == std::errc() && stop == end) return port;  // as nearly always
-    constexpr long long lowest = std::numeric_limits<std::int32_t>::min();
-    constexpr long long highest = std::numeric_limits<std::int32_t>::max();
-    const long long value = std::strtoll(text.c_str(), nullptr, 10);
-    return static_cast<std::uint16_t>(std::clamp(value, lowest, highest) & 0xffff);
-}
-
 HttpClientServiceGateway::HttpClientServiceGateway(
     std::shared_ptr<IService> service,
     std::shared_ptr<OmbryZephCore::ZephSorrelSyncConnectionPool> connectionPool,
     std::shared_ptr<LibraryLogger::ILogger> logger, bool verbose)
-    : service(std::move(service)),
+    : HttpClientServiceGateway(std::make_shared<const ServiceEndpoint>(std::move(service)),
+                               std::move(connectionPool), std::move(logger), verbose) {}
+
+HttpClientServiceGateway::HttpClientServiceGateway(
+    std::shared_ptr<const ServiceEndpoint> endpoint,
+    std::shared_ptr<OmbryZephCore::ZephSorrelSyncConnectionPool> connectionPool,
+    std::shared_ptr<LibraryLogger::ILogger> logger, bool verbose)
+    : endpoint(std::move(endpoint)),
       connectionPool(std::move(connectionPool)),
       logger(std::move(logger)),
       verbose(verbose) {}
 
 std::shared_ptr<IStringServiceResponse> HttpClientServiceGateway::CallForString(
     std::shared_ptr<IServiceRequest> request, Cancellation::Token token) {
-    const std::string url = service->GetEndpointUrl();
     std::optional<ZephSorrelSyncHttpClient> client;
-    GetHttpClient(client, url);
+    GetHttpClient(client);
     std::string body;
     SyncStringWriter writer(body);
     Private::SyncWriterAdapter adapter(writer);
     BodyLimit limit(adapter);
-    DoRequest(*client, url, *request, limit, token);
-    return std::make_shared<StringServiceResponse>(*std::move(client), service, std::move(body));
+    DoRequest(*client, *request, limit, token);
+    return std::make_shared<StringServiceResponse>(*std::move(client), endpoint->service, std::move(body));
 }
 
 std::shared_ptr<IStreamServiceResponse> HttpClientServiceGateway::CallForStream(
     std::shared_ptr<IServiceRequest> request, std::shared_ptr<ISyncWriter> writer,
     Cancellation::Token token) {
-    const std::string url = service->GetEndpointUrl();
     std::optional<ZephSorrelSyncHttpClient> client;
-    GetHttpClient(client, url);
+    GetHttpClient(client);
     StreamResponseWriter streamWriter(*client, *writer);
-    DoRequest(*client, url, *request, streamWriter, token);
-    return std::make_shared<StreamServiceResponse>(*std::move(client), service, streamWriter.GetErrorBody());
+    DoRequest(*client, *request, streamWriter, token);
+    return std::make_shared<StreamServiceResponse>(*std::move(client), endpoint->service,
+                                                   streamWriter.GetErrorBody());
 }
 
 // Makes one where the caller has room for it.
-void HttpClientServiceGateway::GetHttpClient(std::optional<ZephSorrelSyncHttpClient>& client,
-                                             const std::string& url) const {
-    OmbryZephCore::ZephUrlParts parts = OmbryZephCore::ParseUrl(url);
-    OmbryZephCore::ZephSorrelConnectionParameters parameters(std::move(parts.host), ParsePort(parts.port));
-    parameters.SetUseSSL(parts.scheme == "https");
-    OmbryZephCore::ZephCertificateValidation rule{OmbryZephCore::ValidateByPublicKey,
-                                                  service->GetEndpointCertificate()};
-    if (rule.m_Certificate.empty()) {
-        rule.m_Mode = OmbryZephCore::ValidateNothing;
+void HttpClientServiceGateway::GetHttpClient(std::optional<ZephSorrelSyncHttpClient>& client) const {
+    if (!endpoint->isChecked) {
         LogCall(logger, GetHttpClientName, 3,
                 "No certificate is registered so TLS certificate validation will not be done for endpoint ",
-                url);
+                endpoint->url);
     }
-    parameters.SetCertificateValidation(std::move(rule));
-    client.emplace(logger, verbose, std::move(parameters), connectionPool.get());
-    client->SetBasePath(parts.path);
+    client.emplace(
+        logger, verbose,
+        std::shared_ptr<const OmbryZephCore::ZephSorrelConnectionParameters>(endpoint, &endpoint->parameters),
+        connectionPool.get());
+    client->SetBasePath(endpoint->basePath);
 }
 
 std::string HttpClientServiceGateway::makeCorrelationString(const IServiceRequest& request) {
@@ -125,16 +112,17 @@ void HttpClientServiceGateway::LogCorrelated(const LibraryLogger::Place& place, 
         walked = true;
         return makeCorrelationString(request);
     });
-    if (!walked && !ServiceRequest::Of(request)) request.ForEachHeader([](const std::string&, const std::string&) {});
+    if (!walked && !ServiceRequest::Of(request))
+        request.ForEachHeader([](const std::string&, const std::string&) {});
 }
 
-void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const std::string& url,
-                                         const IServiceRequest& request,
+void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const IServiceRequest& request,
                                          OmbryZephCore::ZephSyncDataWriterIf& writer,
                                          const Cancellation::Token& token) const {
-    const ServiceRequest* const ours = ServiceRequest::Of(request);
-    const auto set = [&](const std::string& name, const std::string& value) { client.SetHeader(name, value); };
-    if (ours) {
+    const auto set = [&](const std::string& name, const std::string& value) {
+        client.SetHeader(name, value);
+    };
+    if (const ServiceRequest* const ours = ServiceRequest::Of(request)) {
         ours->Headers().ForEach(set);
     } else {
         request.ForEachHeader(set);
@@ -146,6 +134,7 @@ void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const
     client.SetTimeout(ToSeconds(request.GetAttemptTimeout()));
     client.SetToken(token);
 
+    const std::string& url = endpoint->url;
     const std::string method = request.GetMethod();
     const std::string path = request.GetPath();
     LogCorrelated(DoRequestName, 1, request, "Calling ", method, " ", url, path);

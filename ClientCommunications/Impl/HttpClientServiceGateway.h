@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ClientCommunications/IServiceGateway.h"
+#include "ClientCommunications/Impl/ServiceEndpoint.h"
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephSorrelSyncConnectionPool.h"
 #include "OmbryZephCore/ZephSorrelSyncHttpClient.h"
@@ -9,15 +10,16 @@
 
 namespace Ombry::ClientCommunications {
 
-/// The port by the rules of a 32-bit strtol, of which the low 16 bits count; text that is no number gives 0.
-std::uint16_t ParsePort(const std::string& text);
-
 /// Makes one HTTP exchange with one instance of a service. A service with a registered certificate is
 /// accepted by its public key; one without is not checked at all. Holds no state of a call: several threads
 /// may call at once.
 class HttpClientServiceGateway : public IServiceGateway {
 public:
     HttpClientServiceGateway(std::shared_ptr<IService> service,
+                             std::shared_ptr<OmbryZephCore::ZephSorrelSyncConnectionPool> connectionPool,
+                             std::shared_ptr<LibraryLogger::ILogger> logger, bool verbose);
+    /// The same for a service that is known already.
+    HttpClientServiceGateway(std::shared_ptr<const ServiceEndpoint> endpoint,
                              std::shared_ptr<OmbryZephCore::ZephSorrelSyncConnectionPool> connectionPool,
                              std::shared_ptr<LibraryLogger::ILogger> logger, bool verbose);
 
@@ -28,11 +30,9 @@ public:
                                                           Cancellation::Token token) override;
 
 private:
-    void GetHttpClient(std::optional<OmbryZephCore::ZephSorrelSyncHttpClient>& client,
-                       const std::string& url) const;
-    void DoRequest(OmbryZephCore::ZephSorrelSyncHttpClient& client, const std::string& url,
-                   const IServiceRequest& request, OmbryZephCore::ZephSyncDataWriterIf& writer,
-                   const Cancellation::Token& token) const;
+    void GetHttpClient(std::optional<OmbryZephCore::ZephSorrelSyncHttpClient>& client) const;
+    void DoRequest(OmbryZephCore::ZephSorrelSyncHttpClient& client, const IServiceRequest& request,
+                   OmbryZephCore::ZephSyncDataWriterIf& writer, const Cancellation::Token& token) const;
     [[noreturn]] static void ThrowFailure(std::uint32_t code, std::uint32_t subCode,
                                           const Cancellation::Token& token);
     template <class... Parts>
@@ -40,7 +40,7 @@ private:
                        const Parts&... parts) const;
     static std::string makeCorrelationString(const IServiceRequest& request);
 
-    const std::shared_ptr<IService> service;
+    const std::shared_ptr<const ServiceEndpoint> endpoint;
     const std::shared_ptr<OmbryZephCore::ZephSorrelSyncConnectionPool> connectionPool;
     const std::shared_ptr<LibraryLogger::ILogger> logger;
     const bool verbose;

@@ -23,7 +23,22 @@ void HttpClientServiceGatewayFactory::RequireStarted(std::uint32_t code) {
 }
 
 std::shared_ptr<IServiceGateway> HttpClientServiceGatewayFactory::Create(std::shared_ptr<IService> service) {
-    return std::make_shared<HttpClientServiceGateway>(std::move(service), connectionPool, logger, verbose);
+    return std::make_shared<HttpClientServiceGateway>(EndpointOf(std::move(service)), connectionPool, logger,
+                                                      verbose);
+}
+
+// A service does not change, so what was made of it holds as long as it does.
+std::shared_ptr<const ServiceEndpoint> HttpClientServiceGatewayFactory::EndpointOf(
+    std::shared_ptr<IService> service) {
+    {
+        std::lock_guard guard(mutex);
+        if (latest && latest->service == service) return latest;
+    }
+    const auto endpoint = std::make_shared<const ServiceEndpoint>(std::move(service));
+    std::shared_ptr<const ServiceEndpoint> previous = endpoint;  // goes behind the lock
+    std::lock_guard guard(mutex);
+    latest.swap(previous);
+    return endpoint;
 }
 
 }  // namespace Ombry::ClientCommunications

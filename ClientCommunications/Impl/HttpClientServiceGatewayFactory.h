@@ -2,7 +2,9 @@
 
 #include "ClientCommunications/IHttpClientServiceGatewayFactory.h"
 #include "ClientCommunications/IServiceGateway.h"
+#include "ClientCommunications/Impl/ServiceEndpoint.h"
 #include "LibraryLogger/ILogger.h"
+#include "OmbryZephCore/ZephMutex.h"
 #include "OmbryZephCore/ZephResultCodes.h"
 #include "OmbryZephCore/ZephSorrelSyncConnectionPool.h"
 
@@ -21,9 +23,13 @@ public:
     static void RequireStarted(std::uint32_t code);
 
 private:
+    std::shared_ptr<const ServiceEndpoint> EndpointOf(std::shared_ptr<IService> service);
+
     const std::shared_ptr<OmbryZephCore::ZephSorrelSyncConnectionPool> connectionPool;
     const std::shared_ptr<LibraryLogger::ILogger> logger;
     const bool verbose;
+    OmbryZephCore::ZephMutex mutex;
+    std::shared_ptr<const ServiceEndpoint> latest;  // guarded by mutex: most programs call one service
 };
 
 }  // namespace Ombry::ClientCommunications

@@ -203,6 +203,37 @@ TEST_F(HttpClientServiceGatewayTest, HeadersAreWalkedForTheLogThoughNobodyLogs) 
     }
 }
 
+TEST_F(HttpClientServiceGatewayTest, ARequestOfAnotherClassIsSentAndLoggedAlike) {
+    const auto counting = std::make_shared<CountingRequest>();
+    counting->SetHeader("SF-One", "1");
+    Gateway()->CallForString(counting, {});
+    EXPECT_EQ(sockets.Sent(100),
+              "GET /base/x HTTP/1.1\r\nHost: server:8080\r\nContent-Length: 0\r\nContract-Version: 1\r\n"
+              "SF-One: 1\r\n\r\n");
+    EXPECT_EQ(GatewayLog(), (Logged{{1, "Calling GET http://server:8080/base/x [SF-One: 1]"},
+                                    {1, "Got HTTP status 200 [SF-One: 1]"}}));
+}
+
+TEST_F(HttpClientServiceGatewayTest, CallsToSeveralServicesInTurnGoEachToItsOwn) {
+    const auto one = At("http://one:81/a", "AAAA"), two = At("http://two:82/b", "");
+    for (int i = 0; i < 2; ++i) {
+        for (const auto& service : {one, two})
+            EXPECT_EQ(factory.Create(service)->CallForString(request, {})->GetService(), service);
+    }
+    const auto times = [](const std::string& text, const std::string& part) {
+        int found = 0;
+        for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+            ++found;
+        return found;
+    };
+    EXPECT_EQ(times(sockets.Sent(100), "GET /a/path HTTP/1.1\r\nHost: one:81\r\n"), 2);
+    EXPECT_EQ(times(sockets.Sent(101), "GET /b/path HTTP/1.1\r\nHost: two:82\r\n"), 2);
+    EXPECT_EQ(GatewayLog()[2].second,
+              "No certificate is registered so TLS certificate validation will not be done for endpoint "
+              "http://two:82/b");
+    EXPECT_EQ(GatewayLog()[3].second, "Calling GET http://two:82/b/path");
+}
+
 TEST_F(HttpClientServiceGatewayTest, HeadersAreWalkedForAFailureThatNobodyLogs) {
     sockets.OnConnect("server:8080", {111, true, false, 0});
     const auto counting = std::make_shared<CountingRequest>();
