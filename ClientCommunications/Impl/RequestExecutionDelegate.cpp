@@ -10,19 +10,18 @@
 
 namespace Ombry::ClientCommunications {
 
-RequestExecutionDelegate::RequestExecutionDelegate(
-    std::shared_ptr<IServiceRequest> request,
-    std::shared_ptr<IHttpClientServiceGatewayFactory> gatewayFactory,
-    std::shared_ptr<IAuthenticator> authenticator, CallFunction call)
+RequestExecutionDelegate::RequestExecutionDelegate(std::shared_ptr<IServiceRequest> request,
+                                                   IHttpClientServiceGatewayFactory& gatewayFactory,
+                                                   IAuthenticator& authenticator, CallFunction call)
     : request(std::move(request)),
-      gatewayFactory(std::move(gatewayFactory)),
-      authenticator(std::move(authenticator)),
+      gatewayFactory(gatewayFactory),
+      authenticator(authenticator),
       call(std::move(call)) {}
 
 std::shared_ptr<IServiceResponse> RequestExecutionDelegate::operator()(std::shared_ptr<IService> service,
                                                                        bool isLocal,
                                                                        Cancellation::Token token) {
-    authenticator->AddAuthentication(request, service, token);
+    authenticator.AddAuthentication(request, service, token);
     std::optional<ServiceDto> room;
     const ServiceDto& record = Service::RecordOf(*service, room);
     const ScopedNewHeader id(request, KnownHeader::DestinationServiceId, record.id);
@@ -30,22 +29,22 @@ std::shared_ptr<IServiceResponse> RequestExecutionDelegate::operator()(std::shar
     const ScopedNewHeader nameSpace(request, KnownHeader::DestinationServiceNamespace,
                                     record.serviceNamespace);
     const ScopedNewHeader local(request, KnownHeader::DestinationServiceIsLocal, isLocal ? "true" : "false");
-    const std::shared_ptr<IServiceGateway> gateway = gatewayFactory->Create(service);
+    const std::shared_ptr<IServiceGateway> gateway = gatewayFactory.Create(service);
     std::shared_ptr<IServiceResponse> response = Attempt(gateway, token);
     const int status = response->GetStatusCode();
-    if ((status == 401 || status == 403) && authenticator->AddFreshAuthentication(request, service, token)) {
+    if ((status == 401 || status == 403) && authenticator.AddFreshAuthentication(request, service, token)) {
         response = Attempt(gateway, token);
     }
     return response;
 }
 
-std::shared_ptr<IServiceResponse> RequestExecutionDelegate::Attempt(std::shared_ptr<IServiceGateway> gateway,
-                                                                    Cancellation::Token token) {
+std::shared_ptr<IServiceResponse> RequestExecutionDelegate::Attempt(
+    const std::shared_ptr<IServiceGateway>& gateway, const Cancellation::Token& token) {
     ++attemptCount;
     const RootAttempt rootAttempt(request, attemptCount);
     const ScopedNewHeader requestId(request, KnownHeader::RequestId, MakeGuidText());
     if (!call) throw BadFunctionCall();
-    return call(std::move(gateway), std::move(token));
+    return call(gateway, token);
 }
 
 }  // namespace Ombry::ClientCommunications

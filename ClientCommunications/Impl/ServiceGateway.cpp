@@ -11,28 +11,41 @@ ServiceGateway::ServiceGateway(std::shared_ptr<IServiceIteratePolicyExecutor> ex
 
 std::shared_ptr<IStringServiceResponse> ServiceGateway::CallForString(
     std::shared_ptr<IServiceRequest> request, Cancellation::Token token) {
-    return std::dynamic_pointer_cast<IStringServiceResponse>(
-        Call(request, std::move(token),
-             [&request](std::shared_ptr<IServiceGateway> gateway, Cancellation::Token callToken) {
-                 return gateway->CallForString(request, callToken);
-             }));
+    return CallFor<IStringServiceResponse>(
+        request, std::move(token),
+        [&request](IServiceGateway& gateway, const Cancellation::Token& callToken) {
+            return gateway.CallForString(request, callToken);
+        });
 }
 
 std::shared_ptr<IStreamServiceResponse> ServiceGateway::CallForStream(
     std::shared_ptr<IServiceRequest> request, std::shared_ptr<ISyncWriter> writer,
     Cancellation::Token token) {
-    return std::dynamic_pointer_cast<IStreamServiceResponse>(
+    return CallFor<IStreamServiceResponse>(
+        request, std::move(token),
+        [&request, &writer](IServiceGateway& gateway, const Cancellation::Token& callToken) {
+            return gateway.CallForStream(request, writer, callToken);
+        });
+}
+
+// The answer is nearly always the last that came, whose type is known; only another one is cast.
+template <class Response, class Visit>
+std::shared_ptr<Response> ServiceGateway::CallFor(const std::shared_ptr<IServiceRequest>& request,
+                                                  Cancellation::Token token, const Visit& visit) {
+    std::shared_ptr<Response> latest;
+    const std::shared_ptr<IServiceResponse> answer =
         Call(request, std::move(token),
-             [&request, &writer](std::shared_ptr<IServiceGateway> gateway, Cancellation::Token callToken) {
-                 return gateway->CallForStream(request, writer, callToken);
-             }));
+             [&](std::shared_ptr<IServiceGateway> gateway, Cancellation::Token callToken) {
+                 return latest = visit(*gateway, callToken);
+             });
+    return answer == latest ? latest : std::dynamic_pointer_cast<Response>(answer);
 }
 
 // What is handed down lives here, and is not called once this call has ended.
 std::shared_ptr<IServiceResponse> ServiceGateway::Call(const std::shared_ptr<IServiceRequest>& request,
                                                        Cancellation::Token token,
                                                        RequestExecutionDelegate::CallFunction call) {
-    RequestExecutionDelegate delegate(request, gatewayFactory, authenticator, std::move(call));
+    RequestExecutionDelegate delegate(request, *gatewayFactory, *authenticator, std::move(call));
     return executor->Execute(request, std::move(token), std::ref(delegate));
 }
 

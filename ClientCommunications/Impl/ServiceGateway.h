@@ -24,6 +24,9 @@ public:
                                                           Cancellation::Token token) override;
 
 private:
+    template <class Response, class Visit>
+    std::shared_ptr<Response> CallFor(const std::shared_ptr<IServiceRequest>& request,
+                                      Cancellation::Token token, const Visit& visit);
     std::shared_ptr<IServiceResponse> Call(const std::shared_ptr<IServiceRequest>& request,
                                            Cancellation::Token token,
                                            RequestExecutionDelegate::CallFunction call);

@@ -205,6 +205,19 @@ TEST_F(ServiceGatewayTest, OnASecondServerTheAttemptsAreCountedOn) {
     EXPECT_EQ(authenticator->calls, (Lines{"usual l", "fresh l", "usual r"}));
 }
 
+TEST_F(ServiceGatewayTest, TheLastServerThatAnsweredIsTheAnswerThoughARefusalCameAfterIt) {
+    for (const bool streamed : {false, true}) {
+        finder = std::make_shared<FakeServiceFinder>(Lines{"l"}, Lines{"r"});
+        http->gateway->Answer(503, "of l");
+        http->gateway->Answer(401, "of r");
+        http->gateway->Throw(CommunicationsError("gone"));
+        const auto gateway = Make();
+        EXPECT_EQ(streamed ? gateway->CallForStream(request, nullptr, Token())->GetBody()
+                           : gateway->CallForString(request, Token())->GetBody(),
+                  "of l");
+    }
+}
+
 TEST_F(ServiceGatewayTest, EachCallCountsItsAttemptsFromOne) {
     http->gateway->Answer(200, "");
     http->gateway->Answer(200, "");
@@ -327,7 +340,7 @@ TEST_F(ServiceGatewayTest, AResponseOfAnotherKindGivesNull) {
 }
 
 TEST_F(ServiceGatewayTest, AnEmptyCallFailsAtTheAttempt) {
-    RequestExecutionDelegate delegate(request, http, authenticator, nullptr);
+    RequestExecutionDelegate delegate(request, *http, *authenticator, nullptr);
     try {
         delegate(MakeService("l"), true, Token());
         ADD_FAILURE() << "nothing thrown";
