@@ -188,13 +188,27 @@ void ParseHead(ZephHttpHeaderParser& parser, const std::string& head) {
             "The head was refused.");
 }
 
+// The C library's searches cost more where they come near the end of a page, and by where in a line of the
+// cache they begin: a parser whose block lies always alike.
+std::shared_ptr<ZephHttpHeaderParser> MakeParser(const std::string& head) {
+    constexpr std::uintptr_t page = 4096, line = 64;
+    std::vector<std::shared_ptr<ZephHttpHeaderParser>> passedOver;
+    while (true) {
+        auto parser = std::make_shared<ZephHttpHeaderParser>(ZephHttpHeaderParser::ModeResponse);
+        ParseHead(*parser, head);
+        const auto begin = reinterpret_cast<std::uintptr_t>(parser->GetVersion());
+        if (begin % line == 0 && begin % page + head.size() + line <= page) return parser;
+        passedOver.push_back(std::move(parser));
+    }
+}
+
 }  // namespace
 
 std::vector<Road> MakeRoads(const Target& target, const std::string& folder) {
     const std::shared_ptr<HttpClient> client = MakeOmbryClient(target);
     const auto bare = std::make_shared<BareClient>(target);
     const auto gateway = std::make_shared<CachedGateway>(target, folder);
-    const auto parser = std::make_shared<ZephHttpHeaderParser>(ZephHttpHeaderParser::ModeResponse);
+    const auto parser = MakeParser(HeadText());
     return {
         {"GET", CallPasses, [client] { client->Get("/small"); }},
         {"POST", CallPasses, [client, body = std::string(500, 'b')] { client->Post("/submit", body); }},
