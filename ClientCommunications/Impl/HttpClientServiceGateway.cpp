@@ -38,43 +38,56 @@ HttpClientServiceGateway::HttpClientServiceGateway(
     std::shared_ptr<IService> service,
     std::shared_ptr<OmbryZephCore::ZephSorrelSyncConnectionPool> connectionPool,
     std::shared_ptr<LibraryLogger::ILogger> logger, bool verbose)
-    : HttpClientServiceGateway(std::make_shared<const ServiceEndpoint>(std::move(service)),
-                               std::move(connectionPool), std::move(logger), verbose) {}
+    : service(std::move(service)),
+      connectionPool(std::move(connectionPool)),
+      logger(std::move(logger)),
+      verbose(verbose) {}
 
 HttpClientServiceGateway::HttpClientServiceGateway(
     std::shared_ptr<const ServiceEndpoint> endpoint,
     std::shared_ptr<OmbryZephCore::ZephSorrelSyncConnectionPool> connectionPool,
     std::shared_ptr<LibraryLogger::ILogger> logger, bool verbose)
-    : endpoint(std::move(endpoint)),
+    : known(std::move(endpoint)),
+      service(known->service),
       connectionPool(std::move(connectionPool)),
       logger(std::move(logger)),
       verbose(verbose) {}
 
 std::shared_ptr<IStringServiceResponse> HttpClientServiceGateway::CallForString(
     std::shared_ptr<IServiceRequest> request, Cancellation::Token token) {
+    std::shared_ptr<const ServiceEndpoint> made;
+    const std::shared_ptr<const ServiceEndpoint>& endpoint = Endpoint(made);
     std::optional<ZephSorrelSyncHttpClient> client;
-    GetHttpClient(client);
+    GetHttpClient(client, endpoint);
     std::string body;
     SyncStringWriter writer(body);
     Private::SyncWriterAdapter adapter(writer);
     BodyLimit limit(adapter);
-    DoRequest(*client, *request, limit, token);
-    return std::make_shared<StringServiceResponse>(*std::move(client), endpoint->service, std::move(body));
+    DoRequest(*client, *endpoint, *request, limit, token);
+    return std::make_shared<StringServiceResponse>(*std::move(client), service, std::move(body));
 }
 
 std::shared_ptr<IStreamServiceResponse> HttpClientServiceGateway::CallForStream(
     std::shared_ptr<IServiceRequest> request, std::shared_ptr<ISyncWriter> writer,
     Cancellation::Token token) {
+    std::shared_ptr<const ServiceEndpoint> made;
+    const std::shared_ptr<const ServiceEndpoint>& endpoint = Endpoint(made);
     std::optional<ZephSorrelSyncHttpClient> client;
-    GetHttpClient(client);
+    GetHttpClient(client, endpoint);
     StreamResponseWriter streamWriter(*client, *writer);
-    DoRequest(*client, *request, streamWriter, token);
-    return std::make_shared<StreamServiceResponse>(*std::move(client), endpoint->service,
-                                                   streamWriter.GetErrorBody());
+    DoRequest(*client, *endpoint, *request, streamWriter, token);
+    return std::make_shared<StreamServiceResponse>(*std::move(client), service, streamWriter.GetErrorBody());
+}
+
+// What is known of the service already, or what it says now, which is made in `room`.
+const std::shared_ptr<const ServiceEndpoint>& HttpClientServiceGateway::Endpoint(
+    std::shared_ptr<const ServiceEndpoint>& room) const {
+    return known ? known : room = std::make_shared<const ServiceEndpoint>(service);
 }
 
 // Makes one where the caller has room for it.
-void HttpClientServiceGateway::GetHttpClient(std::optional<ZephSorrelSyncHttpClient>& client) const {
+void HttpClientServiceGateway::GetHttpClient(std::optional<ZephSorrelSyncHttpClient>& client,
+                                             const std::shared_ptr<const ServiceEndpoint>& endpoint) const {
     if (!endpoint->isChecked) {
         LogCall(logger, GetHttpClientName, 3,
                 "No certificate is registered so TLS certificate validation will not be done for endpoint ",
@@ -116,7 +129,8 @@ void HttpClientServiceGateway::LogCorrelated(const LibraryLogger::Place& place, 
         request.ForEachHeader([](const std::string&, const std::string&) {});
 }
 
-void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const IServiceRequest& request,
+void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const ServiceEndpoint& endpoint,
+                                         const IServiceRequest& request,
                                          OmbryZephCore::ZephSyncDataWriterIf& writer,
                                          const Cancellation::Token& token) const {
     const auto set = [&](const std::string& name, const std::string& value) {
@@ -134,7 +148,7 @@ void HttpClientServiceGateway::DoRequest(ZephSorrelSyncHttpClient& client, const
     client.SetTimeout(ToSeconds(request.GetAttemptTimeout()));
     client.SetToken(token);
 
-    const std::string& url = endpoint->url;
+    const std::string& url = endpoint.url;
     const std::string method = request.GetMethod();
     const std::string path = request.GetPath();
     LogCorrelated(DoRequestName, 1, request, "Calling ", method, " ", url, path);

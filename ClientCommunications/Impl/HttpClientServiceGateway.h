@@ -18,7 +18,7 @@ public:
     HttpClientServiceGateway(std::shared_ptr<IService> service,
                              std::shared_ptr<OmbryZephCore::ZephSorrelSyncConnectionPool> connectionPool,
                              std::shared_ptr<LibraryLogger::ILogger> logger, bool verbose);
-    /// The same for a service that is known already.
+    /// The same for a service that is known already, and does not change.
     HttpClientServiceGateway(std::shared_ptr<const ServiceEndpoint> endpoint,
                              std::shared_ptr<OmbryZephCore::ZephSorrelSyncConnectionPool> connectionPool,
                              std::shared_ptr<LibraryLogger::ILogger> logger, bool verbose);
@@ -30,9 +30,13 @@ public:
                                                           Cancellation::Token token) override;
 
 private:
-    void GetHttpClient(std::optional<OmbryZephCore::ZephSorrelSyncHttpClient>& client) const;
-    void DoRequest(OmbryZephCore::ZephSorrelSyncHttpClient& client, const IServiceRequest& request,
-                   OmbryZephCore::ZephSyncDataWriterIf& writer, const Cancellation::Token& token) const;
+    const std::shared_ptr<const ServiceEndpoint>& Endpoint(
+        std::shared_ptr<const ServiceEndpoint>& room) const;
+    void GetHttpClient(std::optional<OmbryZephCore::ZephSorrelSyncHttpClient>& client,
+                       const std::shared_ptr<const ServiceEndpoint>& endpoint) const;
+    void DoRequest(OmbryZephCore::ZephSorrelSyncHttpClient& client, const ServiceEndpoint& endpoint,
+                   const IServiceRequest& request, OmbryZephCore::ZephSyncDataWriterIf& writer,
+                   const Cancellation::Token& token) const;
     [[noreturn]] static void ThrowFailure(std::uint32_t code, std::uint32_t subCode,
                                           const Cancellation::Token& token);
     template <class... Parts>
@@ -40,7 +44,8 @@ private:
                        const Parts&... parts) const;
     static std::string makeCorrelationString(const IServiceRequest& request);
 
-    const std::shared_ptr<const ServiceEndpoint> endpoint;
+    const std::shared_ptr<const ServiceEndpoint> known;  // null where the service is asked for each call
+    const std::shared_ptr<IService> service;
     const std::shared_ptr<OmbryZephCore::ZephSorrelSyncConnectionPool> connectionPool;
     const std::shared_ptr<LibraryLogger::ILogger> logger;
     const bool verbose;

@@ -1,6 +1,7 @@
 #include "ClientCommunications/Impl/HttpClientServiceGatewayFactory.h"
 
 #include "ClientCommunications/Impl/HttpClientServiceGateway.h"
+#include "ClientCommunications/Impl/Service.h"
 
 #include <stdexcept>
 
@@ -23,11 +24,14 @@ void HttpClientServiceGatewayFactory::RequireStarted(std::uint32_t code) {
 }
 
 std::shared_ptr<IServiceGateway> HttpClientServiceGatewayFactory::Create(std::shared_ptr<IService> service) {
+    if (!Service::Of(*service))
+        return std::make_shared<HttpClientServiceGateway>(std::move(service), connectionPool, logger,
+                                                          verbose);
     return std::make_shared<HttpClientServiceGateway>(EndpointOf(std::move(service)), connectionPool, logger,
                                                       verbose);
 }
 
-// A service does not change, so what was made of it holds as long as it does.
+// A `Service` does not change, so what was made of it holds as long as it does.
 std::shared_ptr<const ServiceEndpoint> HttpClientServiceGatewayFactory::EndpointOf(
     std::shared_ptr<IService> service) {
     {

@@ -5,7 +5,6 @@
 #include "LibraryLogger/LogCall.h"
 #include "Platform/IClock.h"
 
-#include <optional>
 #include <stdexcept>
 
 namespace Ombry::ClientCommunications {
@@ -18,16 +17,9 @@ bool IsBetterFallback(const FailureInfo& info, const FailureInfo& than) {
     return info.isLocal && !than.isLocal;
 }
 
-// The id of a service, which is copied only where the service cannot lend its own.
-class IdOf {
-public:
-    explicit IdOf(const IService& service) : id(Service::RecordOf(service, room).id) {}
-    operator const std::string&() const { return id; }
-
-private:
-    std::optional<ServiceDto> room;
-    const std::string& id;
-};
+ServiceText IdOf(const IService& service) {
+    return ServiceText(service, &IService::GetId, &ServiceDto::id);
+}
 
 }  // namespace
 
@@ -82,9 +74,9 @@ void NextCandidateSelector::Scan(const Services& list, bool isLocal, Choice& cho
 
 void NextCandidateSelector::Judge(const std::shared_ptr<IService>& service, bool isLocal,
                                   Choice& choice) const {
-    const IdOf id(*service);
-    if (triedIds.contains(id)) return;
-    const FailureInfo info = failedServices->Get(id);
+    const ServiceText id = IdOf(*service);
+    if (triedIds.contains(id.Get())) return;
+    const FailureInfo info = failedServices->Get(id.Get());
     if (!info.failed) {
         choice.best = {service, isLocal};
     } else if (!choice.fallback.service || IsBetterFallback(info, choice.fallbackInfo)) {
@@ -94,7 +86,7 @@ void NextCandidateSelector::Judge(const std::shared_ptr<IService>& service, bool
 }
 
 void NextCandidateSelector::StartAttempt(const Cancellation::Token& token) {
-    const FailureInfo info = failedServices->Get(IdOf(*current.service));
+    const FailureInfo info = failedServices->Get(IdOf(*current.service).Get());
     if (!info.failed) return;
     const TimePoint now = Platform::Clock().Now();
     if (info.nextRetryTime <= now) return;
@@ -109,20 +101,20 @@ void NextCandidateSelector::StartAttempt(const Cancellation::Token& token) {
 
 void NextCandidateSelector::RetryCurrent(const Cancellation::Token& token) {
     verifyHaveCurrentCandidate();
-    failedServices->RecordFailure(IdOf(*current.service), current.isLocal);
+    failedServices->RecordFailure(IdOf(*current.service).Get(), current.isLocal);
     StartAttempt(token);
 }
 
 void NextCandidateSelector::MarkFailure() {
     verifyHaveCurrentCandidate();
-    failedServices->RecordFailure(IdOf(*current.service), current.isLocal);
-    triedIds.insert(IdOf(*current.service));
+    failedServices->RecordFailure(IdOf(*current.service).Get(), current.isLocal);
+    triedIds.insert(IdOf(*current.service).Get());
     current = ServiceCandidate();
 }
 
 void NextCandidateSelector::MarkSuccess() {
     verifyHaveCurrentCandidate();
-    failedServices->Remove(IdOf(*current.service));
+    failedServices->Remove(IdOf(*current.service).Get());
     current = ServiceCandidate();
 }
 

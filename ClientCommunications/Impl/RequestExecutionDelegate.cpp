@@ -6,8 +6,6 @@
 #include "ClientCommunications/Impl/RuntimeTexts.h"
 #include "ClientCommunications/Impl/Service.h"
 
-#include <optional>
-
 namespace Ombry::ClientCommunications {
 
 RequestExecutionDelegate::RequestExecutionDelegate(std::shared_ptr<IServiceRequest> request,
@@ -22,12 +20,12 @@ std::shared_ptr<IServiceResponse> RequestExecutionDelegate::operator()(std::shar
                                                                        bool isLocal,
                                                                        Cancellation::Token token) {
     authenticator.AddAuthentication(request, service, token);
-    std::optional<ServiceDto> room;
-    const ServiceDto& record = Service::RecordOf(*service, room);
-    const ScopedNewHeader id(request, KnownHeader::DestinationServiceId, record.id);
-    const ScopedNewHeader name(request, KnownHeader::DestinationServiceName, record.serviceName);
-    const ScopedNewHeader nameSpace(request, KnownHeader::DestinationServiceNamespace,
-                                    record.serviceNamespace);
+    const ServiceText idText(*service, &IService::GetId, &ServiceDto::id);
+    const ScopedNewHeader id(request, KnownHeader::DestinationServiceId, idText.Get());
+    const ServiceText nameText(*service, &IService::GetName, &ServiceDto::serviceName);
+    const ScopedNewHeader name(request, KnownHeader::DestinationServiceName, nameText.Get());
+    const ServiceText nameSpaceText(*service, &IService::GetNamespace, &ServiceDto::serviceNamespace);
+    const ScopedNewHeader nameSpace(request, KnownHeader::DestinationServiceNamespace, nameSpaceText.Get());
     const ScopedNewHeader local(request, KnownHeader::DestinationServiceIsLocal, isLocal ? "true" : "false");
     const std::shared_ptr<IServiceGateway> gateway = gatewayFactory.Create(service);
     std::shared_ptr<IServiceResponse> response = Attempt(gateway, token);

@@ -234,6 +234,25 @@ TEST_F(HttpClientServiceGatewayTest, CallsToSeveralServicesInTurnGoEachToItsOwn)
     EXPECT_EQ(GatewayLog()[3].second, "Calling GET http://two:82/b/path");
 }
 
+class MovingService : public Service {
+public:
+    MovingService() : Service(ServiceDto()) {}
+    std::string GetEndpointUrl() const override { return url; }
+
+    std::string url;
+};
+
+TEST_F(HttpClientServiceGatewayTest, AServiceOfAnotherClassIsAskedForItsUrlAtEachCall) {
+    const auto moving = std::make_shared<MovingService>();
+    const auto gateway = factory.Create(moving);
+    moving->url = "http://one:81/a";
+    gateway->CallForString(request, {});
+    moving->url = "http://two:82/b";
+    gateway->CallForString(request, {});
+    EXPECT_THAT(sockets.Sent(100), ::testing::StartsWith("GET /a/path HTTP/1.1\r\nHost: one:81\r\n"));
+    EXPECT_THAT(sockets.Sent(101), ::testing::StartsWith("GET /b/path HTTP/1.1\r\nHost: two:82\r\n"));
+}
+
 TEST_F(HttpClientServiceGatewayTest, HeadersAreWalkedForAFailureThatNobodyLogs) {
     sockets.OnConnect("server:8080", {111, true, false, 0});
     const auto counting = std::make_shared<CountingRequest>();
