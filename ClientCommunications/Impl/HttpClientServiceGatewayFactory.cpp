@@ -38,7 +38,7 @@ std::shared_ptr<const ServiceEndpoint> HttpClientServiceGatewayFactory::Endpoint
         std::lock_guard guard(mutex);
         if (latest && latest->service == service) return latest;
     }
-    const auto endpoint = std::make_shared<const ServiceEndpoint>(std::move(service));
+    auto endpoint = std::make_shared<const ServiceEndpoint>(std::move(service));
     std::shared_ptr<const ServiceEndpoint> previous = endpoint;  // goes behind the lock
     std::lock_guard guard(mutex);
     latest.swap(previous);

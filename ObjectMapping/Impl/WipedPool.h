@@ -46,7 +46,7 @@ private:
     void AddChunk(std::size_t atLeast) {
         // Most texts are short, and what is freed in large pieces has the system asked for it again each
         // time.
-        constexpr std::size_t first = 4 * 1024, further = 64 * 1024;
+        constexpr std::size_t kibi = 1024, first = 4 * kibi, further = 64 * kibi;
         const std::size_t capacity = std::max(atLeast, chunks.empty() ? first : further);
         chunks.push_back({std::make_unique_for_overwrite<char[]>(capacity), capacity, 0});
     }
