@@ -1,6 +1,7 @@
 #include "ClientCommunications/Impl/JwtAuthenticator.h"
 
 #include "ClientCommunications/Impl/BearerHeader.h"
+#include "ClientCommunications/Impl/ServiceRequest.h"
 #include "ClientCommunications/RootRequestMetaData.h"
 #include "LibraryLogger/LogCall.h"
 #include "ObjectMapping/DateTime.h"
