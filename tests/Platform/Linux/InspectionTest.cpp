@@ -51,6 +51,7 @@ TEST_F(InspectionTest, DetailsAreOfTheThingItselfAndTheTargetOfWhatALinkLeadsTo)
     EXPECT_EQ(inspection.Details("/dev/null")->kind, FileKind::Other);
     EXPECT_EQ(inspection.Details(folder / "none").Error(), ENOENT);
     EXPECT_TRUE(inspection.MeansForbidden(EACCES));
+    EXPECT_TRUE(inspection.MeansForbidden(EPERM));
     EXPECT_FALSE(inspection.MeansForbidden(ENOENT));
 }
 
@@ -119,6 +120,50 @@ TEST_F(InspectionTest, CertificateSaysOfItselfWhatItHolds) {
     const std::string none = "no certificate";
     EXPECT_FALSE(inspection.Facts(ContextOf(none)));
     EXPECT_EQ(ERR_peek_error(), 0u);
+}
+
+TEST_F(InspectionTest, CertificateWithAKeyThatNobodyKnowsSaysTheRest) {
+    CertificateRecipe recipe;
+    recipe.commonName = "server";
+    recipe.key = KeyNamed("rsa1024");
+    std::string der = DerOf(MakeCertificate(recipe));
+    const std::string rsaEncryption = "\x2a\x86\x48\x86\xf7\x0d\x01\x01\x01";  // RFC 8017, appendix A
+    const std::size_t at = der.find(rsaEncryption);
+    ASSERT_NE(at, std::string::npos);
+    der[at + rsaEncryption.size() - 1] = '\x7f';
+    const auto facts = inspection.Facts(ContextOf(der));
+    ASSERT_TRUE(facts);
+    EXPECT_EQ(facts->subject, "CN=server");
+    EXPECT_EQ(facts->keyType, "");
+    EXPECT_EQ(facts->keyBits, 0);
+    EXPECT_EQ(ERR_peek_error(), 0u);
+}
+
+TEST_F(InspectionTest, TimeOfACertificateThatIsNoneIsTheBeginningOf1970) {
+    CertificateRecipe recipe;
+    recipe.key = KeyNamed("ec256");
+    std::string der = DerOf(MakeCertificate(recipe));
+    const std::string utcTime = "\x17\x0d";  // tag and length (RFC 5280, section 4.1.2.5.1)
+    const std::size_t at = der.find(utcTime);
+    ASSERT_NE(at, std::string::npos);
+    der[at + utcTime.size()] = 'x';
+    const auto facts = inspection.Facts(ContextOf(der));
+    ASSERT_TRUE(facts);
+    EXPECT_EQ(facts->notBefore, TimePoint());
+    EXPECT_GT(facts->notAfter, TimePoint());
+    EXPECT_EQ(ERR_peek_error(), 0u);
+}
+
+TEST_F(InspectionTest, KeyWhosePathIsTooLongIsOutOfReach) {
+    FakeKnownFolders far{folder / std::string(5000, 'x')};
+    const Platform::Replace<Platform::IKnownFolders> replaced{far};
+    EXPECT_EQ(KeyVerdict(), KeyState::Verdict::OutOfReach);
+}
+
+TEST_F(InspectionTest, StoreLiesBesideTheStateAndTheUserIsTheOneWhoLooks) {
+    EXPECT_EQ(*inspection.StoreFolder(L"Store"), folder / "Quennet/CertificateStores/Store");
+    EXPECT_EQ(inspection.StoreFolder(L"../Store").Error(), EINVAL);
+    EXPECT_EQ(inspection.User(), geteuid());
 }
 
 TEST_F(InspectionTest, ColoursAreForTerminalsWhoseUserHasNotRefusedThem) {
