@@ -100,9 +100,16 @@ private:
     void WipeIdentity();
 };
 
-/// The body of a service enrolment.
+/// The body of a service enrolment. The owner's id is wiped with it.
 class ServiceEnrollment : public ObjectMapping::ObjectIf {
 public:
+    ServiceEnrollment() = default;
+    ~ServiceEnrollment() override { clientId.Wipe(); }
+    /// Copies hold the id too.
+    ServiceEnrollment(const ServiceEnrollment&) = default;
+    /// As the copy constructor.
+    ServiceEnrollment& operator=(const ServiceEnrollment&) = default;
+
     void Map(ObjectMapping::MapperIf& mapper) override;
     void Reset() override;
 

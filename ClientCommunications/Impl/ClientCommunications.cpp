@@ -22,6 +22,7 @@
 #include "ClientCommunications/Impl/OAuth2ServiceGatewayClient.h"
 #include "ClientCommunications/Impl/SSDFoundServicesCache.h"
 #include "ClientCommunications/Impl/SafeFileStorage.h"
+#include "ClientCommunications/Impl/SecretBuffer.h"
 #include "ClientCommunications/Impl/Service.h"
 #include "ClientCommunications/Impl/ServiceFinder.h"
 #include "ClientCommunications/Impl/ServiceFinderFactory.h"
@@ -79,7 +80,8 @@ ClientCommunications::ClientCommunications(
     const auto credentials = CreateCredentials(parameters);
     const std::string datacenterId = GetDatacenterId(parameters);
 
-    const std::string clientId = credentials->GetClientId();
+    std::string clientId = credentials->GetClientId();
+    const ScopedWipe wipe(clientId);
     requestFactory = std::make_shared<ServiceRequestFactory>(clientId, credentials->GetName(), datacenterId);
 
     const auto retryFactory =

@@ -50,6 +50,7 @@ void ServiceEnrollment::Map(ObjectMapping::MapperIf& mapper) {
 }
 
 void ServiceEnrollment::Reset() {
+    clientId.Wipe();
     *this = ServiceEnrollment();
 }
 

@@ -3,13 +3,21 @@
 #include "ClientCommunications/Impl/KnownHeaders.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "ClientCommunications/RootRequestMetaData.h"
+#include "Platform/SecureWipe.h"
 
 namespace Ombry::ClientCommunications {
 
-ServiceRequestFactory::ServiceRequestFactory(std::string clientId, std::string clientName,
+ServiceRequestFactory::Source::Source(const std::string& clientId, std::string clientName,
+                                      std::string datacenterId)
+    : clientName(std::move(clientName)), datacenterId(std::move(datacenterId)), clientId(clientId) {}
+
+ServiceRequestFactory::Source::~Source() {
+    Platform::SecureWipe(clientId);
+}
+
+ServiceRequestFactory::ServiceRequestFactory(const std::string& clientId, std::string clientName,
                                              std::string datacenterId)
-    : source(std::make_shared<Source>(
-          Source{std::move(clientId), std::move(clientName), std::move(datacenterId)})) {}
+    : source(std::make_shared<Source>(clientId, std::move(clientName), std::move(datacenterId))) {}
 
 std::shared_ptr<IServiceRequest> ServiceRequestFactory::Create(
     const std::string& method, const std::string& path, const std::string& contractVersion,

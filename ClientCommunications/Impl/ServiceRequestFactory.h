@@ -8,7 +8,8 @@ namespace Ombry::ClientCommunications {
 /// Immutable.
 class ServiceRequestFactory : public IServiceRequestFactory {
 public:
-    ServiceRequestFactory(std::string clientId, std::string clientName, std::string datacenterId);
+    /// The plain id that the caller holds is the caller's to scrub.
+    ServiceRequestFactory(const std::string& clientId, std::string clientName, std::string datacenterId);
 
     std::shared_ptr<IServiceRequest> Create(const std::string& method, const std::string& path,
                                             const std::string& contractVersion,
@@ -17,11 +18,17 @@ public:
                                             const std::string& contractVersion) override;
 
 private:
-    /// What each request says of its sender. It belongs to the requests too, which share it.
+    /// What each request says of its sender. It belongs to the requests too, which share it; the last of them
+    /// wipes the id.
     struct Source {
-        std::string clientId;
-        std::string clientName;
-        std::string datacenterId;
+        Source(const std::string& clientId, std::string clientName, std::string datacenterId);
+        ~Source();
+        Source(const Source&) = delete;
+        Source& operator=(const Source&) = delete;
+
+        const std::string clientName;
+        const std::string datacenterId;
+        std::string clientId;  // the last: what fails while the others are made leaves none
     };
 
     const std::shared_ptr<const Source> source;

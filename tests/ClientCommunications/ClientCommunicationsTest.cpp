@@ -9,6 +9,7 @@
 #include "tests/Fakes/FakeMachineId.h"
 #include "tests/Fakes/FakeOneCertificateStore.h"
 #include "tests/Fakes/FakeRandom.h"
+#include "tests/Fakes/FreedMemory.h"
 #include "tests/Fakes/LoopbackSecurityFramework.h"
 #include "tests/Fakes/MemoryFiles.h"
 #include "tests/Fakes/RecordingLogger.h"
@@ -333,6 +334,22 @@ TEST_F(ClientCommunicationsTest, EachGetterGivesTheSameObjectEachTime) {
     EXPECT_NE(communications->GetAaSigningCertificateFinder(), nullptr);
     EXPECT_EQ(communications->GetAaSigningCertificateFinder(),
               communications->GetAaSigningCertificateFinder());
+}
+
+TEST_F(ClientCommunicationsTest, FacadeAndItsRequestsLeaveNoIdInTheMemoryThatTheyFree) {
+    const std::string id = "an id too long for a string object";
+    CreateClientCredentialsStore(Security, true, nullptr)
+        ->Save(std::make_shared<ClientCredentials>(std::make_shared<WindowsInMemoryDataProtection>(), "c2",
+                                                   id, "c2-secret"));
+    HoldMaintainer(Cache + "c2");
+    const FreedMemory freed(id);
+
+    auto communications = MakeClientCommunications(Parameters("c2", "", ""));
+    const auto request = communications->GetServiceRequestFactory()->Create("GET", "/a", "1");
+    communications.reset();
+
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    EXPECT_EQ(request->GetHeader("SF-Source-Client-Id"), id);
 }
 
 TEST_F(ClientCommunicationsTest, SigningCertificatesComeFromTheOpenList) {

@@ -1,5 +1,6 @@
 #include "ClientCommunications/EnrollmentRecords.h"
 #include "ObjectMapping/Serialization.h"
+#include "tests/Fakes/FreedMemory.h"
 
 #include <gtest/gtest.h>
 
@@ -153,6 +154,18 @@ TEST(LocationAwareClientTest, ResetUnsetsEveryField) {
     EXPECT_EQ(SerializeObject(client, nullptr), SerializeObject(unset, nullptr));
 }
 
+TEST(LocationAwareClientTest, ResetLeavesNeitherIdNorSecretInFreedMemory) {
+    const std::string plain = "an id, or a secret, too long for a string object";
+    const FreedMemory freed(plain);
+    {
+        LocationAwareClient client;
+        client.id.Set(plain);
+        client.clientSecretId.Set(plain);
+        client.Reset();
+    }
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+}
+
 TEST(ServiceEnrollmentTest, EveryFieldIsWrittenInItsPlaceAndReadBack) {
     ServiceEnrollment service = MakeFullService();
     const std::string text = SerializeObject(service, nullptr);
@@ -220,6 +233,17 @@ TEST(ServiceEnrollmentTest, ResetUnsetsEveryField) {
     props.Reset();
     EXPECT_FALSE(props.key.IsSet());
     EXPECT_FALSE(props.value.IsSet());
+}
+
+TEST(ServiceEnrollmentTest, ResetLeavesNoIdOfTheOwnerInFreedMemory) {
+    const std::string id = "an id too long for a string object";
+    const FreedMemory freed(id);
+    {
+        ServiceEnrollment service;
+        service.clientId.Set(id);
+        service.Reset();
+    }
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
 }
 
 }  // namespace

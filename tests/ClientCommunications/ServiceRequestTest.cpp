@@ -216,6 +216,18 @@ TEST_F(ServiceRequestFactoryTest, MetadataIsPutOnLast) {
     EXPECT_EQ(request->GetHeader("SF-Source-Client-Id"), "client id");
 }
 
+TEST_F(ServiceRequestFactoryTest, TheIdIsWipedWithTheLastRequestThatSharesIt) {
+    const std::string id = "an id too long for a string object";
+    auto dying = std::make_unique<ServiceRequestFactory>(id, "client name", "datacenter");
+    auto request = dying->Create("GET", "/", "2");
+
+    const FreedMemory freed(id);
+    dying.reset();
+    request.reset();
+
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+}
+
 TEST_F(ServiceRequestFactoryTest, EmptyNamesGoOutEmpty) {
     ServiceRequestFactory empty("", "", "");
     const auto lines = HeaderLinesOf(*empty.Create("GET", "/", "2"));

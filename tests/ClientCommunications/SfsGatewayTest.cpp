@@ -160,6 +160,22 @@ TEST(SfsGatewayTest, EnrollmentLeavesNoSecretInTheMemoryThatItFrees) {
     EXPECT_NE(communications->bodies.at(0).find(secret), std::string::npos);
 }
 
+TEST(SfsGatewayTest, EnrollmentOfAServiceLeavesNoIdOfItsClientInTheMemoryThatItFrees) {
+    const auto communications = std::make_shared<FakeCommunications>();
+    communications->respond = [](const std::string&) { return FakeCommunications::Answer{201, ""}; };
+    const std::string id = "an id too long for a string object";
+
+    const FreedMemory freed(id);
+    {
+        SfsGateway::ServiceEnrollment service;
+        service.clientId.Set(id);
+        SfsGateway::EnrollService(communications, service);
+    }
+
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    EXPECT_NE(communications->bodies.at(0).find(id), std::string::npos);
+}
+
 /// Writes a secret, and then cannot be written to its end.
 class HalfWritten : public ObjectMapping::ObjectIf {
 public:

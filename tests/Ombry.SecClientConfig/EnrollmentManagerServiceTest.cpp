@@ -1,4 +1,5 @@
 #include "ClientCommunications/Impl/FoundServices.h"
+#include "tests/Fakes/FreedMemory.h"
 #include "tests/Ombry.SecClientConfig/EnrollmentManagerFixture.h"
 
 #include <gmock/gmock.h>
@@ -81,6 +82,18 @@ TEST_F(EnrollmentManagerServiceTest, NewServiceIsEnrolledAndRecorded) {
                                             "    \"serviceProps\": null\n"
                                             "}"});
     EXPECT_EQ(files.Content(RecordPath("Owner", "Svc")), RecordText(FakeRandom::GuidText(1)));
+}
+
+TEST_F(EnrollmentManagerServiceTest, EnrollmentLeavesNoIdOfTheOwnerInTheMemoryThatItFrees) {
+    const std::string id = "an id too long for a string object";
+    PutClient("Owner", id);
+    Answer({{"POST " + ServicesPath, {201, ""}}});
+
+    const FreedMemory freed(id);
+    Manager().EnrollService(Request());
+
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    EXPECT_NE(communications->bodies.at(0).find(id), std::string::npos);
 }
 
 TEST_F(EnrollmentManagerServiceTest, EveryOptionalFieldThatIsSetGoesIntoTheBody) {
