@@ -2,6 +2,7 @@
 
 #include "ClientCommunications/Impl/FileStorage.h"
 #include "ClientCommunications/Impl/MachineFiles.h"
+#include "ClientCommunications/Impl/SafeFileStorage.h"
 #include "ClientCommunications/LocalConfiguration.h"
 #include "Doctor/ReadOnlyPlatform.h"
 #include "Doctor/Texts.h"
@@ -18,6 +19,7 @@ namespace Ombry::Doctor {
 namespace {
 
 namespace MachineFiles = ClientCommunications::MachineFiles;
+using ClientCommunications::SafeFileStorage;
 using Platform::FileKind;
 
 template <class T>
@@ -108,12 +110,14 @@ StateTree::Habits Machine::Habits() const {
                folder == components || IsBelow(folder, components);
     };
     const auto makes = [=, key = key.path](const std::string& folder, const Entry& entry) {
-        const auto ends = [&entry](const char* end) { return entry.name.ends_with(end); };
-        const std::string path = folder + "/" + entry.name;
-        if (ends("-p") || ends("-s") || Platform::Inspection().IsUnnamed(entry.name)) return true;
+        const std::string& name = entry.name;
+        const std::string path = folder + "/" + name;
+        if (SafeFileStorage::BlobNameOf(name) != name || Platform::Inspection().IsUnnamed(name)) return true;
         if (entry.details.kind == FileKind::Folder) return !isEntry(path);
-        return !IsBelow(path, caches) && (ends(".config") || ends(".registration.json") ||
-                                          key.ends_with("/" + entry.name) || IsFingerprint(entry.name));
+        // All files of the configuration end as a record does.
+        return !IsBelow(path, caches) && (name.ends_with(MachineFiles::ServiceRecord) ||
+                                          name.ends_with(MachineFiles::ServiceRegistration) ||
+                                          key.ends_with("/" + name) || IsFingerprint(name));
     };
     const auto opens = [=](const std::string& folder, bool amongOthers) {
         if (isEntry(folder)) return false;

@@ -21,6 +21,8 @@ inline constexpr const char* Components = "/Components/";  ///< a folder for eac
 inline constexpr const char* Credentials = "/ombrycomponent.config";
 inline constexpr const char* Services = "/Services/";  ///< a record for each service, by its name
 inline constexpr const char* ServiceRecord = ".config";
+/// Beside a record: what the service was registered as, which the module for Ansible notes.
+inline constexpr const char* ServiceRegistration = ".registration.json";
 
 // Below a cache directory.
 inline constexpr const char* DiscoveryCache = "/v1-service.cache";
