@@ -76,7 +76,7 @@ class DocumentsTest(unittest.TestCase):
     def test_EachModuleIsInTheReadme_AndInTheGroupIfItCallsTheService(self):
         readme = (collection.SOURCE / "README.md").read_text()
         with open(collection.SOURCE / "meta/runtime.yml") as file:
-            group = yaml.safe_load(file)["action_groups"]["enrolment"]
+            group = yaml.safe_load(file)["action_groups"]["enrollment"]
         for name in MODULES:
             self.assertIn("`%s`" % name, readme)
             self.assertEqual("token" in arguments_of(name), name in group, name)

@@ -11,7 +11,7 @@ using testing::HasSubstr;
 
 class ClientChecksTest : public DoctorFixture {
 protected:
-    std::string Enroll(const std::string& client) {
+    std::string EnrollCommand(const std::string& client) {
         return "rm -rf -- " + (folder / (Caches + client + "/aa_token")) +
                " && Ombry.SecClientConfig enroll-client -u USER -p PASSWORD -nn " + client;
     }
@@ -47,8 +47,8 @@ TEST_F(ClientChecksTest, MachineWithoutClientsIsFine) {
 }
 
 TEST_F(ClientChecksTest, NamesWithASolidusAreFoundWhereTheyLie) {
-    Enrol("a/b");
-    Enrol("Services");
+    EnrollClient("a/b");
+    EnrollClient("Services");
     folder.Write(Security + "/Components/a/b/Services/x/y.config", R"({"Version": "1.0", "Guid": "g"})");
     const Findings clients = Run(CheckCredentials);
     ASSERT_EQ(clients.size(), 3u);
@@ -67,7 +67,7 @@ TEST_F(ClientChecksTest, FolderOfAClientThatWentIsNoClient) {
 }
 
 TEST_F(ClientChecksTest, OneOfSeveralThatCannotBeDecipheredIsDamaged) {
-    Enrol("c2");
+    EnrollClient("c2");
     Bend(Credentials);
     Age(Credentials);
     const Findings findings = Run(CheckCredentials);
@@ -75,11 +75,11 @@ TEST_F(ClientChecksTest, OneOfSeveralThatCannotBeDecipheredIsDamaged) {
     EXPECT_EQ(findings[0].severity, Severity::Success);
     EXPECT_EQ(findings[1].severity, Severity::Error);
     EXPECT_EQ(Cause(findings[1]), "damaged");
-    EXPECT_EQ(findings[1].remedy, Enroll("c1"));
+    EXPECT_EQ(findings[1].remedy, EnrollCommand("c1"));
 }
 
 TEST_F(ClientChecksTest, AllThatCannotBeDecipheredAreOfACloneUnlessTheKeyIsYounger) {
-    Enrol("c2");
+    EnrollClient("c2");
     machineId.id = "another machine";
     for (const Finding& finding : Run(CheckCredentials))
         EXPECT_EQ(Cause(finding), "cloned");
@@ -93,7 +93,7 @@ TEST_F(ClientChecksTest, TheOnlyOneThatCannotBeDecipheredIsOneOrTheOther) {
     EXPECT_EQ(Cause(RunForOne(CheckCredentials)), "damaged-or-cloned");
     folder.Write(Credentials, "");
     EXPECT_EQ(Cause(RunForOne(CheckCredentials)), "damaged");
-    EXPECT_EQ(RunForOne(CheckCredentials).remedy, Enroll("c1"));
+    EXPECT_EQ(RunForOne(CheckCredentials).remedy, EnrollCommand("c1"));
 }
 
 TEST_F(ClientChecksTest, WhatIsNoFileGoesBeforeTheClientIsEnrolledAnew) {
@@ -101,16 +101,16 @@ TEST_F(ClientChecksTest, WhatIsNoFileGoesBeforeTheClientIsEnrolledAnew) {
     std::filesystem::create_directory(folder / Credentials);
     const Finding finding = RunForOne(CheckCredentials);
     EXPECT_EQ(Cause(finding), "no-file");
-    EXPECT_EQ(finding.remedy, "rm -rf -- " + (folder / Credentials) + " && " + Enroll("c1"));
+    EXPECT_EQ(finding.remedy, "rm -rf -- " + (folder / Credentials) + " && " + EnrollCommand("c1"));
     EXPECT_EQ(RunForOne(CheckKey).severity, Severity::Success);
 }
 
 TEST_F(ClientChecksTest, KeyThatIsLostTakesAllCredentialsWithIt) {
-    Enrol("c2");
+    EnrollClient("c2");
     std::filesystem::remove(folder / Key);
     const Finding key = RunForOne(CheckKey);
     EXPECT_EQ(key.severity, Severity::Error);
-    EXPECT_EQ(key.remedy, Enroll("c1") + " && " + Enroll("c2"));
+    EXPECT_EQ(key.remedy, EnrollCommand("c1") + " && " + EnrollCommand("c2"));
     for (const Finding& finding : Run(CheckCredentials))
         EXPECT_EQ(Cause(finding), "key-lost");
     EXPECT_FALSE(std::filesystem::exists(folder / Key));
@@ -120,7 +120,7 @@ TEST_F(ClientChecksTest, KeyThatIsDamagedGoesFirst) {
     folder.Write(Key, "short");
     const Finding key = RunForOne(CheckKey);
     EXPECT_EQ(key.severity, Severity::Error);
-    EXPECT_EQ(key.remedy, "rm -rf -- " + (folder / Key) + " && " + Enroll("c1"));
+    EXPECT_EQ(key.remedy, "rm -rf -- " + (folder / Key) + " && " + EnrollCommand("c1"));
     EXPECT_EQ(Cause(RunForOne(CheckCredentials)), "key-damaged");
 }
 
@@ -144,13 +144,13 @@ TEST_F(ClientChecksTest, IdentityThatCannotBeReadIsAnErrorWithOrWithoutAKey) {
     Finding key = RunForOne(CheckKey);
     EXPECT_EQ(key.severity, Severity::Error);
     EXPECT_FALSE(key.isUndecided);
-    EXPECT_EQ(key.remedy, anew + " && " + Enroll("c1"));
+    EXPECT_EQ(key.remedy, anew + " && " + EnrollCommand("c1"));
     EXPECT_THAT(key.message,
                 HasSubstr("/etc/machine-id, the machine's identity, cannot be read, with error 2"));
     const Finding client = RunForOne(CheckCredentials);
     EXPECT_EQ(Cause(client), "key-out-of-reach");
     EXPECT_FALSE(client.isUndecided);
-    EXPECT_EQ(client.remedy, Enroll("c1"));
+    EXPECT_EQ(client.remedy, EnrollCommand("c1"));
     std::filesystem::remove_all(folder / (Security + "/Components"));
     std::filesystem::remove(folder / Key);
     key = RunForOne(CheckKey);
@@ -165,7 +165,7 @@ TEST_F(ClientChecksTest, KeyThatCannotBeReadNowIsSetAside) {
     EXPECT_EQ(key.severity, Severity::Error);
     EXPECT_FALSE(key.isUndecided);
     const std::string path = folder / Key;
-    EXPECT_EQ(key.remedy, "mv -- " + path + " " + path + ".unreadable && " + Enroll("c1"));
+    EXPECT_EQ(key.remedy, "mv -- " + path + " " + path + ".unreadable && " + EnrollCommand("c1"));
 }
 
 TEST_F(ClientChecksTest, KeyOrIdentityThatTheUserMayNotReadLeavesItOpen) {

@@ -78,7 +78,7 @@ TEST_F(ConnectChecksTest, ListHelpsItsOwnerAlone) {
     Finding finding = OfTheService();
     EXPECT_EQ(finding.severity, Severity::Error);
     EXPECT_THAT(finding.message, HasSubstr("; the commands of client c1 reach nobody else"));
-    Enrol("c2");
+    EnrollClient("c2");
     EXPECT_THAT(OfTheService().message, HasSubstr("; the commands of client c1 and 1 other reach nobody"));
     Keep("c1/", list);
     Keep("c2/", list);

@@ -36,7 +36,7 @@ protected:
         Trust(RecipeOf(1));
         folder.Write(Address, "{\"ssdsUri\": \"https://server1:8181/sfs\"}");
         folder.Write(Datacenter, "dc-1");
-        Enrol("c1");
+        EnrollClient("c1");
         folder.Write(Record, R"({"Version": "1.0", "Guid": "svc-guid"})");
         for (const auto& entry : std::filesystem::recursive_directory_iterator(folder.Path())) {
             std::filesystem::permissions(entry.path(),
@@ -63,7 +63,7 @@ protected:
             ClientCommunications::CommunicationsParameters(std::string()), buffer);
     }
 
-    void Enrol(const std::string& name) {
+    void EnrollClient(const std::string& name) {
         ClientCommunications::CreateClientCredentialsStore(folder / Security, true, nullptr)
             ->Save(std::make_shared<ClientCommunications::ClientCredentials>(
                 std::make_shared<ClientCommunications::WindowsInMemoryDataProtection>(), name, name + "-id",

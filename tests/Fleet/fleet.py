@@ -169,7 +169,7 @@ class Fleet:
                 "services": [{"name": "v1-print", "url": "https://{{ ansible_host }}:9443/print", "namespace": "Office"}],
             }],
         }))
-        for name, content in (("enrol", {"roles": ["ombry.sec_client.machine"]}),
+        for name, content in (("enroll", {"roles": ["ombry.sec_client.machine"]}),
                               ("look", {"tasks": [{"ombry.sec_client.machine_info": {"connect": True}}]}),
                               ("intrude", {"tasks": [{"ombry.sec_client.client": {"name": "spy", "token": "wrong"}}]})):
             (self.place / (name + ".yml")).write_text(json.dumps([dict(content, hosts="all", gather_facts=False)]))
@@ -189,7 +189,7 @@ control_path_dir = {place}/ssh
 ssh_args = {ssh} -o ControlMaster=auto -o ControlPersist=300
 """.format(place=self.place, ssh=" ".join(self.ssh_options()), here=HERE, python=PYTHON, forks=len(self.hosts)))
 
-    def play(self, *options, playbook="enrol", **variables):
+    def play(self, *options, playbook="enroll", **variables):
         """Runs the role, or another playbook, on all hosts. What each task came to stands in the answer's `lines`."""
         record = self.place / "record"
         record.write_text("")

@@ -8,7 +8,7 @@ from fleet import Fleet
 
 REASON = os.environ.get("FLEET_SKIPPED")
 HOSTS = int(os.environ.get("FLEET_HOSTS", "4"))
-CHANGES_OF_AN_ENROLMENT = ["Tie the machine to the service", "Enrol the clients", "Register their services"]
+CHANGES_OF_AN_ENROLLMENT = ["Tie the machine to the service", "Enrol the clients", "Register their services"]
 
 
 @unittest.skipIf(REASON, REASON)
@@ -49,7 +49,7 @@ class FleetTest(unittest.TestCase):
         self.expect_success(outcome)
         for host in self.fleet.hosts:
             self.assertEqual(self.tasks_that_change(outcome, host.name),
-                             ["Take the package to the machine"] + CHANGES_OF_AN_ENROLMENT)
+                             ["Take the package to the machine"] + CHANGES_OF_AN_ENROLLMENT)
             self.assertEqual(host.state(), [])
             self.assertFalse(host.path("usr/bin/Ombry.SecClientConfig").exists())
         self.assertEqual((self.fleet.clients(), self.fleet.services()), ({}, []))
@@ -101,7 +101,7 @@ class FleetTest(unittest.TestCase):
         self.assertIn("is full", failed[self.full.name]["msg"])
         self.assertIn("cannot be reached", failed[self.cut_off.name]["msg"])
         for host in self.fleet.hosts[:-2]:
-            self.assertEqual(self.tasks_that_change(outcome, host.name), CHANGES_OF_AN_ENROLMENT[1:])
+            self.assertEqual(self.tasks_that_change(outcome, host.name), CHANGES_OF_AN_ENROLLMENT[1:])
         after = self.expect_enrolled()
         self.assertEqual(len(set(before) & set(after)), 2)
 

@@ -130,7 +130,7 @@ TEST_F(DoctorProcessTest, ListOfServersHelpsWhoseItIsAndWhoKeepsItForThisService
     const std::string bootstrap = SecurityFolder + "/ombrysecurity.config";
     std::string gone = RefusingUrl();  // of the scheme of the service
     gone.replace(0, gone.find(':'), "https");
-    const auto enrolsWith = [&](const Words& identity, const char* seconds) {
+    const auto enrollsWith = [&](const Words& identity, const char* seconds) {
         Words words{"enroll-client", "-nn", "new"};
         words.insert(words.end(), identity.begin(), identity.end());
         const CopiedMachine copy(machine.Folder().Path());
@@ -152,22 +152,22 @@ TEST_F(DoctorProcessTest, ListOfServersHelpsWhoseItIsAndWhoKeepsItForThisService
 
     Verdict verdict = Examine(machine.Folder().Path(), {"--only", "connect", "--connect"});
     EXPECT_TRUE(verdict.Says("connect.server", "critical")) << "another service's list" << verdict.Text();
-    EXPECT_EQ(enrolsWith({"-t", "t"}, "1"), 124);
+    EXPECT_EQ(enrollsWith({"-t", "t"}, "1"), 124);
 
     machine.Folder().Write(
         SecurityFolder + "/CS-cpp/cache/v1-service.cache-p",
         "{\"expiryTime\": 1, \"local\": [" + server(gone) + "," + server(sandbox.Url()) + "]}");
     verdict = Examine(machine.Folder().Path(), {"--only", "connect", "--connect"});
     EXPECT_TRUE(verdict.Says("connect.server", "error")) << "c1 has no list" << verdict.Text();
-    EXPECT_EQ(enrolsWith({"-t", "t"}, "20"), 0);
-    EXPECT_EQ(enrolsWith({"-n", "c1"}, "1"), 124);
+    EXPECT_EQ(enrollsWith({"-t", "t"}, "20"), 0);
+    EXPECT_EQ(enrollsWith({"-n", "c1"}, "1"), 124);
 
     std::filesystem::create_directories(caches + "/c1");
     std::filesystem::copy(list, caches + "/c1/v1-service.cache-p");
     RunProcess({"chmod", "-R", "go=", caches});
     verdict = Examine(machine.Folder().Path(), {"--only", "connect", "--connect"});
     EXPECT_EQ(verdict.exitCode, 1) << verdict.Text();
-    EXPECT_EQ(enrolsWith({"-n", "c1"}, "20"), 0);
+    EXPECT_EQ(enrollsWith({"-n", "c1"}, "20"), 0);
 
     TypeRemedies(machine.Folder().Path(), verdict, sandbox.Url());
     const Verdict mended = Examine(machine.Folder().Path(), {"--connect"});
