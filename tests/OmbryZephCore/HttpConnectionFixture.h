@@ -94,15 +94,15 @@ private:
 };
 
 /// One open connection over a fake stage. `log` holds the calls of all neighbours in one order.
-class HttpConnectionTest : public ::testing::Test {
+class HttpConnectionFixture : public ::testing::Test {
 protected:
     using Log = std::vector<std::string>;
 
-    HttpConnectionTest() {
+    HttpConnectionFixture() {
         EXPECT_EQ(0U, connection.Initialize(&io, &terminator, "host:443", nullptr, &ssl));
         log.clear();
     }
-    ~HttpConnectionTest() override { EXPECT_EQ(0, io.emptyTransfers); }
+    ~HttpConnectionFixture() override { EXPECT_EQ(0, io.emptyTransfers); }
 
     /// A GET whose head has been sent; the log is empty behind it.
     void SendGet(RecordingExchange& by, bool bClose = false) {

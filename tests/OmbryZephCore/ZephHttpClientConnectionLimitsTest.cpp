@@ -12,7 +12,7 @@ namespace {
 using namespace OmbryZephCore;
 
 /// Flow control, failing handlers and stages, and what the read buffer does under pressure.
-class ZephHttpClientConnectionLimitsTest : public HttpConnectionTest {};
+class ZephHttpClientConnectionLimitsTest : public HttpConnectionFixture {};
 
 const std::string KnownLength = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nab";
 const std::string Chunked =

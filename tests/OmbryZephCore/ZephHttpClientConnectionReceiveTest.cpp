@@ -8,7 +8,7 @@ namespace {
 
 using namespace OmbryZephCore;
 
-class ZephHttpClientConnectionReceiveTest : public HttpConnectionTest {
+class ZephHttpClientConnectionReceiveTest : public HttpConnectionFixture {
 protected:
     /// What a user of the connection ends up with, however the bytes came.
     struct Outcome {

@@ -6,7 +6,7 @@ namespace {
 
 using namespace OmbryZephCore;
 
-class ZephHttpClientConnectionSendTest : public HttpConnectionTest {
+class ZephHttpClientConnectionSendTest : public HttpConnectionFixture {
 protected:
     std::uint32_t WriteBody(const std::string& text) {
         return connection.WriteBody(static_cast<std::uint32_t>(text.size()),

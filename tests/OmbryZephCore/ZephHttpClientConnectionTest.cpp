@@ -9,7 +9,7 @@ namespace {
 
 using namespace OmbryZephCore;
 
-class ZephHttpClientConnectionTest : public HttpConnectionTest {};
+class ZephHttpClientConnectionTest : public HttpConnectionFixture {};
 
 TEST(ZephHttpClientConnectionSetUpTest, InitializeWantsAStageBelowAndATerminator) {
     std::vector<std::string> log;
