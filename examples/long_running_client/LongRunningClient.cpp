@@ -47,8 +47,8 @@ bool ParseOptions(int argc, char** argv, Options& options) {
     return parsed.ec == std::errc() && parsed.ptr == end && milliseconds >= 0;
 }
 
-/// Where the libraries report: one line on the standard error stream for what needs attention. Any thread
-/// calls it, so each line is one write of a stream that locks itself.
+// Where the libraries report: one line on the standard error stream for what needs attention. Any thread
+// calls it, so each line is one write of a stream that locks itself.
 class StandardErrorLogger : public LibraryLogger::ILogger {
 public:
     bool IsEnabled(int level) override { return level >= FailuresSurvived; }
@@ -87,9 +87,9 @@ private:
         return ClientCommunications::MakeClientCommunications(parameters);
     }
 
-    /// One call. Discovery, the choice of a server, the next server after a failure, and a fresh token in the
-    /// place of an expired or refused one all happen below. What is left to the caller is to judge the
-    /// status, and to decide what to do when nobody answered: here, to try again in the next round.
+    // One call. Discovery, the choice of a server, the next server after a failure, and a fresh token in the
+    // place of an expired or refused one all happen below. What is left to the caller is to judge the
+    // status, and to decide what to do when nobody answered: here, to try again in the next round.
     std::string Call() {
         const auto request = communications->GetServiceRequestFactory()->Create("GET", options.path, "1");
         request->SetOverallTimeout(std::chrono::seconds(30));

@@ -7,9 +7,9 @@
 
 namespace Example {
 
-/// A signal handler may do next to nothing: no lock, no allocation, no logging. So there is none. The signals
-/// are blocked, and one thread waits for them as for any other event. Threads inherit the block, so this must
-/// be made before anything starts one.
+// A signal handler may do next to nothing: no lock, no allocation, no logging. So there is none. The signals
+// are blocked, and one thread waits for them as for any other event. Threads inherit the block, so this must
+// be made before anything starts one.
 class StopSignals::System {
 public:
     explicit System(const Ombry::Cancellation::Token& token) {

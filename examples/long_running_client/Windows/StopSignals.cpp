@@ -6,12 +6,12 @@
 
 namespace Example {
 
-/// The system tells of an event on a thread of its own, which may do what any thread may. After the closing
-/// of a console, a session or the machine it ends the process as soon as that thread returns, so there the
-/// thread never does: the program comes to its end by itself, and takes the thread with it, or the system
-/// loses its patience.
-///
-/// Meanwhile the system may hold the lock of its list of handlers, so this one is never taken off the list.
+// The system tells of an event on a thread of its own, which may do what any thread may. After the closing
+// of a console, a session or the machine it ends the process as soon as that thread returns, so there the
+// thread never does: the program comes to its end by itself, and takes the thread with it, or the system
+// loses its patience.
+//
+// Meanwhile the system may hold the lock of its list of handlers, so this one is never taken off the list.
 class StopSignals::System {
 public:
     explicit System(const Ombry::Cancellation::Token& token) : token(token) {
