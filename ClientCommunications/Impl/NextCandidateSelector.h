@@ -35,11 +35,13 @@ public:
     /// has failed. Throws what the sleeper throws.
     ServiceCandidate Next(const Cancellation::Token& token);
 
-    // These want a current candidate; `std::logic_error` without one.
+    /// These want a current candidate; `std::logic_error` without one.
+    /// @{
     /// It failed and is to be tried again, after its delay.
     void RetryCurrent(const Cancellation::Token& token);
     void MarkFailure();
     void MarkSuccess();
+    /// @}
 
     /// Gives servers whose failure is forgotten another chance in this call.
     void ForgetPassedFailures();
