@@ -127,8 +127,10 @@ public:
         "datacenterID"};  ///< where it stands; the key is unlike the client's key: the service wants it so
     Property<EmptyDictionary> links{"links"};         ///< empty
     Property<std::list<std::string>> roles{"roles"};  ///< roles that it is to have
-    Property<int> ttlSeconds{"ttlSeconds"};           ///< seconds that the registration is to last
-    Property<std::string> status{"status"};           ///< the service's own word for its state
+    Property<int> ttlSeconds{
+        "ttlSeconds"};  ///< seconds that the registration is to last; not set, as by default, the service
+                        ///< decides; any number goes out as it is, 0 too
+    Property<std::string> status{"status"};  ///< the service's own word for its state
     Property<std::list<ServicePropsInner>> serviceProps{
         "serviceProps"};  ///< free pairs, which discovery hands on
 };

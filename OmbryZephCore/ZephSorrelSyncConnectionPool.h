@@ -20,10 +20,11 @@ public:
     /// Whether connections that are made from now on log each step and what comes over TLS; false by default.
     void SetVerbose(bool bVerbose);
 
-    /// Starts the eviction thread: connections idle for more than `nMaxIdleSeconds` are closed by a scan
-    /// every `nScanIntervalSeconds` (capped at 864000). A pool that was never started keeps its connections
-    /// to its end. A running thread is stopped first. Returns 0; `std::system_error` if no thread can be
-    /// made.
+    /// Starts the eviction thread: connections idle for more than `nMaxIdleSeconds` (0: since an earlier
+    /// second of the wall clock) are closed by a scan every `nScanIntervalSeconds` (capped at 864000; with 0
+    /// one scan follows the other, which takes a processor). A pool that was never started keeps its
+    /// connections to its end. A running thread is stopped first. Returns 0; `std::system_error` if no thread
+    /// can be made.
     std::uint32_t Start(std::uint32_t nMaxIdleSeconds, std::uint32_t nScanIntervalSeconds);
 
     ZephSorrelSyncConnectionIf* GetConnection(const ZephSorrelConnectionParameters& params) override;
