@@ -42,7 +42,8 @@ public:
 using ZephHeaderCallback = std::function<void(const char* pName, const char* pValue)>;
 
 /// Speaks HTTP/1.1 as a client. Results are those of `ResultCode`. Handlers and notifiers are not owned and
-/// must live until their request has ended.
+/// must live until their request has ended. Seam inside, as they are: a program has
+/// `ZephSorrelSyncHttpClient`.
 class ZephHttpClientConnectionIf {
 public:
     virtual ~ZephHttpClientConnectionIf() = default;

@@ -9,9 +9,11 @@ namespace OmbryZephCore {
 /// memory. Not thread-safe.
 class ZephHttpHeaderCopy {
 public:
+    /// Forgets them.
     void Clear() { m_Headers.clear(); }
 
-    /// Visits all headers by name and value, NUL-terminated, in the byte order of their names.
+    /// Visits all headers by name and value, NUL-terminated, in the byte order of their names. The texts are
+    /// valid as long as this object lives and keeps these headers.
     template <class Callback>
     void ForEach(Callback callback) const {
         const char* const pBytes = reinterpret_cast<const char*>(m_Bytes.data());

@@ -9,7 +9,7 @@ inline constexpr std::uint32_t TaskTypeWrite = 1;
 
 /// The upper side of a stage's seam: hears of the transfers that it started. All calls come from inside
 /// `ZephSyncIOControllerIf::DoPendingIO`, on its thread. The stack must not be taken down from inside one of
-/// them: schedule a task instead.
+/// them: schedule a task instead. Seam inside: a program has no stages.
 class ZephIOCompletionHandlerIf {
 public:
     virtual ~ZephIOCompletionHandlerIf() = default;

@@ -8,7 +8,8 @@
 
 namespace OmbryZephCore {
 
-/// Records transfers on registered handles and delivers their completions.
+/// Records transfers on registered handles and delivers their completions. Seam inside: a program calls
+/// neither this nor what runs them.
 class ZephIOTaskManagerIf {
 public:
     virtual ~ZephIOTaskManagerIf() = default;

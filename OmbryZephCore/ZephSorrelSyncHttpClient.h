@@ -62,7 +62,7 @@ public:
     /// first. Names that differ in case are two.
     void ForEachResponseHeader(
         std::function<void(const std::string& name, const std::string& value)> callback) const;
-    /// The same in one piece, for who keeps them: valid until the next request.
+    /// The same in one piece (`ZephHttpHeaderCopy.h`), for who keeps them: valid until the next request.
     const ZephHttpHeaderCopy& GetResponseHeaders() const;
     /// The same for the last who asks: the client has none any more.
     ZephHttpHeaderCopy TakeResponseHeaders();

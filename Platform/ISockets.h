@@ -91,7 +91,7 @@ struct TransferResult {
 
 /// Name resolution and TCP sockets. No child process inherits a socket, and each sends without delay;
 /// `Receive` and `Send` never block and never raise a signal, whatever mode the socket is in. All operations
-/// may be called from any thread.
+/// may be called from any thread. Seam inside: for the network core, and for whoever writes a platform.
 class ISockets {
 public:
     virtual ~ISockets() = default;

@@ -27,13 +27,6 @@ set(DOXYGEN_EXCLUDE_SYMBOLS
     ILocalServiceLookup INamedStorage IOAuth2Client IPostSaveHook IRetryDelayIterator IRetryDelayIteratorFactory IStorage
     LocalServiceStorageDto OAuth2Token OmbrySecurityConfig ServiceCandidate ServiceDto ZephSorrelSyncConnectionIf)
 
-# Of the network core the HTTP client, of the platform time: the rest is inside, or for whoever writes another platform.
-set(core ZephResultCodes ZephSorrelConnectionParameters ZephSorrelConnectionParametersIf ZephSorrelSyncConnectionIf
-    ZephSorrelSyncConnectionPool ZephSorrelSyncHttpClient ZephSyncDataIf)
-list(TRANSFORM core PREPEND "${PROJECT_SOURCE_DIR}/OmbryZephCore/")
-list(TRANSFORM core APPEND ".h")
-file(GLOB headers CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/Cancellation/*.h" "${PROJECT_SOURCE_DIR}/ClientCommunications/*.h"
-     "${PROJECT_SOURCE_DIR}/LibraryLogger/*.h" "${PROJECT_SOURCE_DIR}/ObjectMapping/*.h")
-doxygen_add_docs(reference "${PROJECT_SOURCE_DIR}/docs/reference.md" ${headers} ${core}
-    "${PROJECT_SOURCE_DIR}/Platform/IClock.h" "${PROJECT_SOURCE_DIR}/Platform/Time.h"
+list(TRANSFORM called PREPEND "${PROJECT_SOURCE_DIR}/" OUTPUT_VARIABLE headers)
+doxygen_add_docs(reference "${PROJECT_SOURCE_DIR}/docs/reference.md" ${headers}
     ALL USE_STAMP_FILE COMMENT "Making the reference of the libraries")

@@ -122,6 +122,7 @@ TEST_F(DebianPackagesTest, ReferenceHasAPageForWhatAProgramIsGiven_AndNoneForWha
     EXPECT_THAT(content.output,
                 HasSubstr(pages + "classOmbry_1_1ClientCommunications_1_1IServiceRequest.html\n"));
     EXPECT_THAT(content.output, HasSubstr(pages + "classOmbryZephCore_1_1ZephSorrelSyncHttpClient.html\n"));
+    EXPECT_THAT(content.output, HasSubstr(pages + "classOmbryZephCore_1_1ZephHttpHeaderCopy.html\n"));
     EXPECT_THAT(content.output, Not(HasSubstr("IAuthenticator.html")));
     EXPECT_THAT(content.output, Not(HasSubstr("Impl")));
 }
