@@ -198,13 +198,73 @@ TEST_F(SocketsSelectTest, AllSixtyFourMembersOfThreeSetsAreLookedAt) {
     EXPECT_TRUE(read.Contains(copies.back()));
 }
 
-TEST_F(SocketsSelectTest, WaitIsOneSystemCall) {
+TEST_F(SocketsSelectTest, WaitForBytesIsOneSystemCall) {
     const Pair pair = Connected();
-    SocketSet write = SetOf({pair.client});
+    ASSERT_EQ(sockets.Send(pair.server, "x", 1).count, 1);
+    SocketSet read = SetOf({pair.client});
     SystemCalls calls;
-    EXPECT_EQ(sockets.Select(nullptr, &write, nullptr, 1000).count, 1);
+    EXPECT_EQ(sockets.Select(&read, nullptr, nullptr, 1000).count, 1);
     EXPECT_THAT(calls.Names(), ElementsAre("poll"));
     EXPECT_EQ(calls.Calls().front().argument, 1000);
+}
+
+TEST_F(SocketsSelectTest, RoomForAWriteIsFoundByOneLookThatNeedNotWait) {
+    const Pair pair = Connected();
+    SocketSet read = SetOf({pair.client});
+    SocketSet write = SetOf({pair.client});
+    SystemCalls calls;
+    EXPECT_EQ(sockets.Select(&read, &write, nullptr, 1000).count, 1);
+    EXPECT_EQ(read.Count(), 0u);
+    EXPECT_TRUE(write.Contains(pair.client));
+    EXPECT_THAT(calls.Names(), ElementsAre("poll"));
+    EXPECT_EQ(calls.Calls().front().argument, 0);
+}
+
+TEST_F(SocketsSelectTest, LookInVainOrThatFailsIsFollowedByTheWholeWait) {
+    const Pair pair = Connected();
+    const std::string page(4096, 0);
+    while (sockets.Send(pair.client, page.data(), 4096).count > 0) {
+    }
+    for (const int failures : {0, 1}) {
+        SocketSet write = SetOf({pair.client});
+        SystemCalls calls;
+        calls.Fail("poll", EINTR, failures);
+        calls.ExpireWaits();
+        EXPECT_EQ(sockets.Select(nullptr, &write, nullptr, 1000).count, 0);
+        ASSERT_THAT(calls.Names(), ElementsAre("poll", "poll"));
+        EXPECT_EQ(calls.Calls()[0].argument, 0);
+        EXPECT_EQ(calls.Calls()[1].argument, 1000);
+    }
+}
+
+TEST_F(SocketsSelectTest, BytesBehindAReceiveThatGotAllItAskedForAreLookedForWithoutAWait) {
+    const Pair pair = Connected();
+    const Pair other = Connected();
+    ASSERT_EQ(sockets.Send(pair.server, "abc", 3).count, 3);
+    ASSERT_EQ(sockets.Send(other.server, "d", 1).count, 1);
+    const auto timeOutOfSelect = [&](SocketHandle of) {
+        SocketSet read = SetOf({of});
+        SystemCalls calls;
+        EXPECT_EQ(sockets.Select(&read, nullptr, nullptr, 1000).count, 1);
+        EXPECT_THAT(calls.Names(), ElementsAre("poll"));
+        return calls.Calls().front().argument;
+    };
+    char buffer[3];
+    ASSERT_EQ(sockets.Receive(pair.client, buffer, 1).count, 1);
+    EXPECT_EQ(timeOutOfSelect(pair.client), 0);
+    EXPECT_EQ(timeOutOfSelect(other.client), 1000) << "another socket";
+    ASSERT_EQ(sockets.Receive(pair.client, buffer, 3).count, 2);
+    ASSERT_EQ(sockets.Send(pair.server, "e", 1).count, 1);
+    EXPECT_EQ(timeOutOfSelect(pair.client), 1000) << "it had asked for more";
+}
+
+TEST_F(SocketsSelectTest, ClosedDescriptorIsFoundByTheLookToo) {
+    Handle closed = NewSocket();
+    SocketSet write = SetOf({closed});
+    closed.Close();
+    const SelectResult result = sockets.Select(nullptr, &write, nullptr, 1000);
+    EXPECT_EQ(result.count, -1);
+    EXPECT_EQ(result.error, EBADF);
 }
 
 TEST_F(SocketsSelectTest, SignalResumesTheWaitWithTheTimeThatIsLeft) {
@@ -263,10 +323,11 @@ TEST_F(SocketsSelectTest, TimeOutIsSixtyFourBitsWideAndNeverNegative) {
         {0, 0},
         {-1, 0},
         {std::numeric_limits<std::int64_t>::min(), 0}};
+    ASSERT_EQ(sockets.Send(pair.server, "x", 1).count, 1);
     for (const auto& [asked, given] : cases) {
-        SocketSet write = SetOf({pair.client});
+        SocketSet read = SetOf({pair.client});
         SystemCalls calls;
-        EXPECT_EQ(sockets.Select(nullptr, &write, nullptr, asked).count, 1) << asked;
+        EXPECT_EQ(sockets.Select(&read, nullptr, nullptr, asked).count, 1) << asked;
         EXPECT_EQ(calls.Calls().front().argument, given) << asked;
     }
 }
