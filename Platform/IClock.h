@@ -18,6 +18,12 @@ public:
     /// The system clock. Administrators and time services may move it either way.
     virtual TimePoint Now() = 0;
 
+    /// `Now` in whole seconds since 1970, rounded down. It may lag behind by some milliseconds, where a clock
+    /// that does is cheaper.
+    virtual std::int64_t NowSeconds() {
+        return std::chrono::floor<std::chrono::seconds>(Now()).time_since_epoch().count();
+    }
+
     /// A clock that only goes forward; its zero has no meaning.
     virtual Duration SteadyNow() = 0;
 
@@ -37,9 +43,9 @@ inline IClock& Clock() {
     return Current<IClock>();
 }
 
-/// Seconds of the system clock since 1970, rounded down.
+/// Seconds of the system clock since 1970, as `IClock::NowSeconds` has them.
 inline std::int64_t WallSeconds() {
-    return std::chrono::floor<std::chrono::seconds>(Clock().Now()).time_since_epoch().count();
+    return Clock().NowSeconds();
 }
 
 /// A single wait never exceeds this: far time points stay clear of conversions that overflow.

@@ -19,6 +19,9 @@ public:
         return TimePoint(Ticks(time));
     }
 
+    // By the clock of the last tick, which costs an eighth.
+    std::int64_t NowSeconds() override { return time(nullptr); }
+
     Duration SteadyNow() override {
         timespec time{};
         clock_gettime(CLOCK_MONOTONIC, &time);

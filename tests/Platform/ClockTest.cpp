@@ -29,6 +29,15 @@ TEST_F(ClockTest, NowIsTheSystemClockCutToTicks) {
     EXPECT_LE(now, std::chrono::system_clock::now());
 }
 
+TEST_F(ClockTest, NowSecondsAreThoseOfNowAndLagBehindByATickAtMost) {
+    constexpr Duration longestTick = std::chrono::milliseconds(20);
+    const auto seconds = [](TimePoint time) { return std::chrono::floor<std::chrono::seconds>(time); };
+    const TimePoint before = clock.Now() - longestTick;
+    const TimePoint now{std::chrono::seconds(clock.NowSeconds())};
+    EXPECT_GE(now, seconds(before));
+    EXPECT_LE(now, clock.Now());
+}
+
 TEST_F(ClockTest, SteadyNowIsTheMonotonicClockCutToTicks) {
     const auto steady = [] { return std::chrono::steady_clock::now().time_since_epoch(); };
     const auto before = std::chrono::floor<Duration>(steady());
@@ -115,6 +124,15 @@ protected:
     bool done = false;
     int looks = 0;
 };
+
+TEST_F(WaitingTest, WallSecondsAreThoseOfTheClockInForceRoundedDown) {
+    clock.now = TimePoint(Duration(3 * TicksPerSecond - 1));
+    EXPECT_EQ(Platform::WallSeconds(), 2);
+    clock.now += Tick;
+    EXPECT_EQ(Platform::WallSeconds(), 3);
+    clock.now = TimePoint(-Tick);
+    EXPECT_EQ(Platform::WallSeconds(), -1);
+}
 
 TEST_F(WaitingTest, WhatHoldsAlreadyIsNotWaitedFor) {
     done = true;
