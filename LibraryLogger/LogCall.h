@@ -22,12 +22,13 @@ struct Place {
     int line;              ///< counted from 1
 };
 
-/// One log call: streams the parts in order into one message, but only if there is a logger and it wants the
-/// level. A part that costs something to make is given as a callable, which is called only then. The pointer
-/// is taken by value, so that the logger lives through the call.
+/// `LogCall` with a logger. Apart, and placed where nothing runs often: there are log calls in all roads, and
+/// what makes their messages would lie between the steps. The pointer is taken by value, so that the logger
+/// lives through the call.
 template <class... Parts>
-void LogCall(std::shared_ptr<ILogger> logger, const Place& place, int level, const Parts&... parts) {
-    if (!logger || !logger->IsEnabled(level)) return;
+[[gnu::cold, gnu::noinline]] void LogTo(std::shared_ptr<ILogger> logger, const Place& place, int level,
+                                        const Parts&... parts) {
+    if (!logger->IsEnabled(level)) return;
     std::ostringstream message;
     const auto stream = [&message](const auto& part) {
         if constexpr (std::is_invocable_v<decltype(part)>) {
@@ -38,6 +39,13 @@ void LogCall(std::shared_ptr<ILogger> logger, const Place& place, int level, con
     };
     (stream(parts), ...);
     logger->Log(place.file, place.line, place.function, level, message.str());
+}
+
+/// One log call: streams the parts in order into one message, but only if there is a logger and it wants the
+/// level. A part that costs something to make is given as a callable, which is called only then.
+template <class... Parts>
+void LogCall(const std::shared_ptr<ILogger>& logger, const Place& place, int level, const Parts&... parts) {
+    if (logger) LogTo(logger, place, level, parts...);
 }
 
 }  // namespace Ombry::LibraryLogger

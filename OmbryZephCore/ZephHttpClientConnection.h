@@ -104,7 +104,7 @@ private:
 
     void ForgetNeighbours();
     void EndExchanges(void (ZephHttpRequestNotifierIf::*pReport)());
-    Progress Fail();
+    [[gnu::cold]] Progress Fail();
 
     // Sending.
     std::uint32_t WriteHead(const char* pMethod, const char* pUrl, std::uint32_t nLength,

@@ -7,7 +7,7 @@ namespace OmbryZephCore {
 /// A growable byte buffer that keeps its allocation: it doubles on growth, halves only past a factor of two,
 /// and grows in whole blocks of the maximum above that. Slightly changed lengths never reallocate. Belongs to
 /// one stage.
-class ZephIOBuffer : public ZephIOBufferIf {
+class ZephIOBuffer final : public ZephIOBufferIf {
 public:
     /// Allocates uninitialised bytes, or returns null. Replaceable, so that tests can make allocations fail;
     /// what it returns is released with `delete[]`.

@@ -17,12 +17,14 @@ public:
 
     void lock() {
         State expected = State::Free;
-        if (!m_State.compare_exchange_strong(expected, State::Held)) Wait();
+        if (!m_State.compare_exchange_strong(expected, State::Held)) [[unlikely]]
+            Wait();
     }
 
     /// Whoever gets the mutex may end it at once: what is notified behind that is an address.
     void unlock() {
-        if (m_State.exchange(State::Free) == State::WaitedFor) m_State.notify_one();
+        if (m_State.exchange(State::Free) == State::WaitedFor) [[unlikely]]
+            Notify();
     }
 
 private:
@@ -32,11 +34,15 @@ private:
         WaitedFor,  ///< held, and perhaps waited for
     };
 
+    // Both apart, so that little code stands at each lock.
+
     // Whoever has waited cannot tell whether others still do, and so holds it as one that is waited for.
-    void Wait() {
+    [[gnu::cold, gnu::noinline]] void Wait() {
         while (m_State.exchange(State::WaitedFor) != State::Free)
             m_State.wait(State::WaitedFor);
     }
+
+    [[gnu::cold, gnu::noinline]] void Notify() { m_State.notify_one(); }
 
     std::atomic<State> m_State = State::Free;
 };

@@ -74,7 +74,7 @@ private:
     static void NoteEvent(const ssl_st* session, int where, int result);
     bool SetServerName(const std::string& targetName, bool bVerify);
     std::int32_t ContinueInitIfNecessary();
-    std::int32_t ContinueRenegotiation();
+    [[gnu::cold]] std::int32_t ContinueRenegotiation();
     int Look();
     int WhyNothingMoved();
     std::int32_t ValidateServer();
@@ -82,10 +82,10 @@ private:
     std::int32_t Read(std::uint8_t* pBuffer, std::int32_t nBytes);
     std::int32_t DrainUntilPeerCloses();
     bool HoldsInput() const;
-    std::int32_t Fail(const char* operation);
-    void TraceCiphertext(const Ombry::LibraryLogger::Place& place, const std::uint8_t* pBuffer,
-                         std::int32_t nBytes);
-    void TracePlaintext(const std::uint8_t* pBuffer, std::int32_t nBytes);
+    [[gnu::cold]] std::int32_t Fail(const char* operation);
+    [[gnu::cold]] void TraceCiphertext(const Ombry::LibraryLogger::Place& place, const std::uint8_t* pBuffer,
+                                       std::int32_t nBytes);
+    [[gnu::cold]] void TracePlaintext(const std::uint8_t* pBuffer, std::int32_t nBytes);
 
     std::shared_ptr<Ombry::LibraryLogger::ILogger> m_Logger;
     // Ahead of the session, which uses them to its end.

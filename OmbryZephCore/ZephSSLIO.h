@@ -152,38 +152,40 @@ private:
         bool bMoved = false;
     };
 
-    // The pump, in ZephSSLIOPump.cpp; m_Mutex is held.
+    // The pump, in ZephSSLIOPump.cpp; m_Mutex is held. Behind each wait its code has left the processor's
+    // nearest cache and its branches are forgotten: a round is one piece of code (`inline`), and what is rare
+    // stands apart from it (`cold`).
     static constexpr std::uint32_t BufferLength = 8096;
     std::uint32_t ContinueSSL();
-    bool TakeBuffers();
-    Next RunRound(Round& round);
-    bool InjectCiphertext(Round& round);
-    bool ExtractCiphertext(Round& round);
+    inline bool TakeBuffers();
+    inline Next RunRound(Round& round);
+    inline bool InjectCiphertext(Round& round);
+    inline bool ExtractCiphertext(Round& round);
     bool FillWriteBuffer(Round& round);
-    Next MovePlaintext(Round& round);
-    Next ReadPlaintext(Round& round);
-    Next WritePlaintext(Round& round);
-    Next BeginStop(Round& round);
-    Next ShutDownEngine(Round& round);
-    Next ContinueStop(Round& round);
-    bool TakeBackUnprocessed();
-    bool MoreOutputFits();
-    bool IsSilenceBroken();
-    void RefuseUnasked();
-    std::uint32_t HandOverOpenTransfers();
+    inline Next MovePlaintext(Round& round);
+    inline Next ReadPlaintext(Round& round);
+    inline Next WritePlaintext(Round& round);
+    [[gnu::cold]] Next BeginStop(Round& round);
+    [[gnu::cold]] Next ShutDownEngine(Round& round);
+    [[gnu::cold]] Next ContinueStop(Round& round);
+    [[gnu::cold]] bool TakeBackUnprocessed();
+    inline bool MoreOutputFits();
+    inline bool IsSilenceBroken();
+    [[gnu::cold]] void RefuseUnasked();
+    [[gnu::cold]] std::uint32_t HandOverOpenTransfers();
     std::uint32_t StartPendingIO();
-    std::uint32_t StartPendingWrite();
-    std::uint32_t StartPendingRead();
+    inline std::uint32_t StartPendingWrite();
+    inline std::uint32_t StartPendingRead();
 
     // m_Mutex is held:
     void ForgetSetup();
     bool TakeEngine();
     std::uint32_t PassReadThrough(std::uint32_t nBytes, std::uint8_t* pBuffer);
     void ServeReadFromBuffer();
-    bool EndTransfer(std::uint32_t nTaskType);
-    Completion TakeLateRead(bool bSuccess, std::uint32_t nBytes);
+    inline bool EndTransfer(std::uint32_t nTaskType);
+    [[gnu::cold]] Completion TakeLateRead(bool bSuccess, std::uint32_t nBytes);
     void NoteWritten();
-    void NoteSent(std::uint32_t nBytes);
+    inline void NoteSent(std::uint32_t nBytes);
     /// Takes `nBytes` out of a buffer that holds `nFill` and moves the rest to the front.
     static void DropFront(ZephIOBuffer& buffer, std::uint32_t& nFill, std::uint32_t nBytes);
     bool IsClosed() const { return m_ClearTextGuard && m_WasOn && m_State == eState_Off; }
@@ -193,32 +195,34 @@ private:
         return transfer.Exists() && (transfer.nDone != 0 || IsClosed());
     }
 
-    Completion TakeCompletion(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes);
-    Finished TakeFinished();
+    inline Completion TakeCompletion(std::uint32_t nTaskType, bool bSuccess, std::uint32_t nBytes);
+    inline Finished TakeFinished();
 
     // No lock is held:
     std::uint32_t EndControlCall(std::uint32_t nResult);
     std::uint32_t SchedulePendingNotifications();
     bool CancelOrFindTask();
-    bool BeginTask();
+    inline bool BeginTask();
     void EndTask();
-    void DoPendingNotifications();
+    inline void DoPendingNotifications();
     void Notify(const Finished& finished);
-    void DispatchRead(ZephIOCompletionHandlerIf* pHandler, bool bSuccess, std::uint32_t nBytes);
-    void DispatchWrite(ZephIOCompletionHandlerIf* pHandler, bool bSuccess, std::uint32_t nBytes);
+    inline void DispatchRead(ZephIOCompletionHandlerIf* pHandler, bool bSuccess, std::uint32_t nBytes);
+    inline void DispatchWrite(ZephIOCompletionHandlerIf* pHandler, bool bSuccess, std::uint32_t nBytes);
     void NotifyDrain();
-    void HandleFatalError();
+    [[gnu::cold]] void HandleFatalError();
     ZephIOCompletionHandlerIf* GetHandler();
 
     /// The session id ends every line.
     template <class... Parts>
-    void Log(const Ombry::LibraryLogger::Place& place, int nLevel, const Parts&... parts) const {
+    [[gnu::cold, gnu::noinline]] void Log(const Ombry::LibraryLogger::Place& place, int nLevel,
+                                          const Parts&... parts) const {
         Ombry::LibraryLogger::LogCall(m_Logger, place, nLevel, parts..., m_SessionId);
     }
 
     template <class... Parts>
     void Trace(const Ombry::LibraryLogger::Place& place, const Parts&... parts) const {
-        if (m_Verbose) Log(place, 0, parts...);
+        if (m_Verbose) [[unlikely]]
+            Log(place, 0, parts...);
     }
 
     const std::shared_ptr<Ombry::LibraryLogger::ILogger> m_Logger;
