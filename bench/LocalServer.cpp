@@ -58,6 +58,7 @@ std::string Configuration(const std::string& folder, std::uint16_t port) {
            folder +
            "/root;\n"
            "        location = /submit { return 204; }\n"
+           "        location = /length { return 200 $request_length; }\n"
            "    }\n}\n";
 }
 

@@ -15,6 +15,7 @@ namespace Ombry::Bench {
 ///   GET  /small      a file of 200 bytes
 ///   GET  /size-N     a file of that size, one of `Sizes`
 ///   GET  /large      a file of 100 MB
+///   GET  /length     how many bytes the request had, in digits
 ///   POST /submit     reads the body and answers 204
 class LocalServer {
 public:
