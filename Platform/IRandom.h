@@ -28,7 +28,8 @@ public:
     /// Fills `bytes` from the cryptographic source of the system.
     virtual Result Bytes(std::span<std::uint8_t> bytes) = 0;
 
-    /// A new random (version 4) UUID. Throws `std::runtime_error` if the system has no random bytes.
+    /// A new random (version 4) UUID; a forked child gets none of its parent's. Throws `std::runtime_error`
+    /// if the system has no random bytes.
     virtual Guid NewGuid() = 0;
 };
 

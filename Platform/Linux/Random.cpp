@@ -1,15 +1,33 @@
 #include "Platform/IRandom.h"
 #include "Platform/MadeOnce.h"
+#include "Platform/SecureWipe.h"
 
+#include <pthread.h>
 #include <sys/random.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <stdexcept>
 #include <string>
 
 namespace Ombry::Platform {
 namespace {
+
+constexpr std::size_t GuidSize = 16;
+constexpr std::size_t GuidsOfADraw = 16;
+
+// Random bytes for the next identifiers of a thread: a call of the system costs more than all else about one.
+// What was used is wiped, since an identifier may be a secret.
+struct DrawnAhead {
+    std::array<std::uint8_t, GuidsOfADraw * GuidSize> bytes{};
+    std::size_t left = 0;  // identifiers
+    unsigned forks = 0;    // when they were drawn
+};
+thread_local DrawnAhead ahead;
+
+// Forks on the way from the first process to this one. What a child has from before the last is its parent's.
+std::atomic<unsigned> forks{0};
 
 class LinuxRandom : public IRandom {
 public:
@@ -33,8 +51,8 @@ public:
     }
 
     Guid NewGuid() override {
-        std::array<std::uint8_t, 16> bytes;
-        FillOrThrow(bytes);
+        std::array<std::uint8_t, GuidSize> bytes;
+        TakeAhead(bytes);
         Guid guid;
         guid.data1 = Word(bytes.data());
         guid.data2 = static_cast<std::uint16_t>(bytes[4] << 8 | bytes[5]);
@@ -50,6 +68,17 @@ private:
                static_cast<std::uint32_t>(bytes[2]) << 8 | bytes[3];
     }
 
+    void TakeAhead(std::span<std::uint8_t, GuidSize> bytes) {
+        if (ahead.left == 0 || ahead.forks != forks) {
+            FillOrThrow(std::span(ahead.bytes).first(guidsOfADraw * GuidSize));
+            ahead.left = guidsOfADraw;
+            ahead.forks = forks;
+        }
+        std::uint8_t* const taken = &ahead.bytes[--ahead.left * GuidSize];
+        std::copy_n(taken, GuidSize, bytes.begin());
+        SecureWipe(taken, GuidSize);
+    }
+
     // What these callers hand out has no room for a failure, and must never be anything but random.
     void FillOrThrow(std::span<std::uint8_t> bytes) {
         if (const Result result = Bytes(bytes); !result) {
@@ -57,6 +86,10 @@ private:
                                      std::to_string(result.Error()));
         }
     }
+
+    // Where forks go unnoticed nothing may be left for a child.
+    const std::size_t guidsOfADraw =
+        pthread_atfork(nullptr, nullptr, [] { ++forks; }) == 0 ? GuidsOfADraw : 1;
 };
 
 }  // namespace

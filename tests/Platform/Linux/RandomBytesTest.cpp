@@ -1,9 +1,15 @@
 #include "Platform/IRandom.h"
 #include "tests/Platform/Linux/SystemCalls.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
+#include <set>
 #include <stdexcept>
+#include <thread>
 
 namespace Ombry::Tests {
 namespace {
@@ -47,6 +53,56 @@ TEST_F(RandomBytesTest, SourceThatFailsIsReportedWithItsNumber) {
     EXPECT_EQ(random.Bytes(bytes).Error(), ENOSYS);
 }
 
+TEST_F(RandomBytesTest, AThreadDrawsForSixteenIdentitiesAtOnce) {
+    std::thread([&] {
+        SystemCalls calls;
+        for (int i = 0; i < 16; ++i)
+            static_cast<void>(random.NewGuid());
+        ASSERT_EQ(calls.Count("getrandom"), 1u);
+        EXPECT_EQ(calls.Calls()[0].argument, 256);
+        static_cast<void>(random.NewGuid());
+        EXPECT_EQ(calls.Count("getrandom"), 2u);
+    }).join();
+}
+
+TEST_F(RandomBytesTest, AForkedProcessRepeatsNoIdentityOfThoseThatItComesFrom) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const auto drawTwenty = [&] {
+        for (int i = 0; i < 20; ++i) {
+            const Platform::Guid guid = random.NewGuid();
+            if (write(ends[1], &guid, sizeof guid) != sizeof guid) std::_Exit(1);
+        }
+    };
+    // A thread that has something left when it forks, and so has the child when it does.
+    std::thread([&] {
+        drawTwenty();
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            drawTwenty();
+            const pid_t grandchild = fork();
+            drawTwenty();
+            int status = 0;
+            if (grandchild > 0) waitpid(grandchild, &status, 0);
+            std::_Exit(grandchild < 0 || status != 0 ? 1 : 0);
+        }
+        drawTwenty();
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }).join();
+    close(ends[1]);
+    std::set<std::string> seen;
+    std::size_t count = 0;
+    std::string identity(sizeof(Platform::Guid), '\0');
+    for (; read(ends[0], identity.data(), identity.size()) == static_cast<ssize_t>(identity.size()); ++count)
+        seen.insert(identity);
+    close(ends[0]);
+    EXPECT_EQ(count, 100u);
+    EXPECT_EQ(seen.size(), count);
+}
+
 TEST_F(RandomBytesTest, NoIdentityAndNoSeedIsHandedOutThatIsNotRandom) {
     const auto textOf = [](const auto& call) -> std::string {
         SystemCalls calls;
@@ -59,7 +115,11 @@ TEST_F(RandomBytesTest, NoIdentityAndNoSeedIsHandedOutThatIsNotRandom) {
         }
     };
     const std::string expected = "The system gave no random bytes, error " + std::to_string(ENOSYS);
-    EXPECT_EQ(textOf([&] { static_cast<void>(random.NewGuid()); }), expected);
+    // A thread that has drawn for none ahead.
+    std::thread([&] {
+        for (int i = 0; i < 2; ++i)
+            EXPECT_EQ(textOf([&] { static_cast<void>(random.NewGuid()); }), expected);
+    }).join();
     EXPECT_EQ(textOf([&] { static_cast<void>(random.SeedWord()); }), expected);
 }
 
