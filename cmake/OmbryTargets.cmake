@@ -31,9 +31,11 @@ endif()
 
 # Sources that share a compilation read the headers, and make what templates make, once for all. Names in unnamed
 # namespaces meet there, so that no two sources of a target give one name to different things. Who builds from nothing and
-# once shares among more of them than who builds after each change.
+# once, as the test command does, shares among all of a target; who builds after each change among few.
 set(CMAKE_UNITY_BUILD ${OMBRY_UNITY})
-if(OMBRY_UNITY)
+if(OMBRY_UNITY AND OMBRY_TESTS)
+    set(CMAKE_UNITY_BUILD_BATCH_SIZE 0)
+elseif(OMBRY_UNITY)
     set(CMAKE_UNITY_BUILD_BATCH_SIZE 24)
 else()
     set(CMAKE_UNITY_BUILD_BATCH_SIZE 8)

@@ -92,7 +92,7 @@ inline std::string DerOf(std::string_view base64) {
     return der;
 }
 
-/// The text of some bytes.
+/// The text of some bytes, without line breaks.
 inline std::string Base64Of(std::string_view der) {
     constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string text;

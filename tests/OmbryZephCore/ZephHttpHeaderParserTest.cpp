@@ -286,7 +286,7 @@ TEST(ZephHttpHeaderParserTest, EmptyCallbackThrowsOnlyIfThereIsAHeader) {
 }
 
 std::uint64_t allocated = 0;
-int allocations = 0;
+int copies = 0;
 
 std::uint8_t* RefuseAllocation(std::uint64_t nBytes) {
     allocated = nBytes;
@@ -294,7 +294,7 @@ std::uint8_t* RefuseAllocation(std::uint64_t nBytes) {
 }
 
 std::uint8_t* CountAllocation(std::uint64_t nBytes) {
-    ++allocations;
+    ++copies;
     allocated = nBytes;
     return new (std::nothrow) std::uint8_t[nBytes];
 }
@@ -322,19 +322,19 @@ TEST(ZephHttpHeaderParserTest, GreatestLengthIsAskedForInWhole) {
 
 TEST(ZephHttpHeaderParserTest, OneHeadIsOneCopy) {
     const ReplacedAllocator count(&CountAllocation);
-    allocations = 0;
+    copies = 0;
     ZephHttpHeaderParser parser(ZephHttpHeaderParser::ModeResponse);
     ASSERT_EQ(0U, Parse(parser, "HTTP/1.1 200 OK\r\nA: b\r\nC: d\r\n\r\n"));
-    EXPECT_EQ(1, allocations);
+    EXPECT_EQ(1, copies);
 }
 
 TEST(ZephHttpHeaderParserTest, HeadThatIsNoLongerThanTheLastIsCopiedIntoTheSameBlock) {
     const ReplacedAllocator count(&CountAllocation);
     ZephHttpHeaderParser parser(ZephHttpHeaderParser::ModeResponse);
     ASSERT_EQ(0U, Parse(parser, "HTTP/1.1 200 OK\r\nA: b\r\n\r\n"));
-    allocations = 0;
+    copies = 0;
     EXPECT_EQ(0U, Parse(parser, "HTTP/1.1 201 OK\r\nC: d\r\n\r\n"));
-    EXPECT_EQ(0, allocations);
+    EXPECT_EQ(0, copies);
     EXPECT_EQ(nullptr, parser.GetHeader("A"));
     EXPECT_STREQ("d", parser.GetHeader("C"));
     EXPECT_EQ(eRC_HTTP_BadResponseHeader, Parse(parser, "HTTP/1.1 202"));
@@ -346,9 +346,9 @@ TEST(ZephHttpHeaderParserTest, BlockOfALargeHeadGoesWithIt) {
     const ReplacedAllocator count(&CountAllocation);
     ZephHttpHeaderParser parser(ZephHttpHeaderParser::ModeResponse);
     ASSERT_EQ(0U, Parse(parser, "HTTP/1.1 200 OK\r\nA: " + std::string(5000, 'b') + "\r\n\r\n"));
-    allocations = 0;
+    copies = 0;
     EXPECT_EQ(0U, Parse(parser, "HTTP/1.1 200 OK\r\n\r\n"));
-    EXPECT_EQ(1, allocations);
+    EXPECT_EQ(1, copies);
 }
 
 TEST(ZephHttpHeaderParserTest, HeadOfAMebibyteParses) {

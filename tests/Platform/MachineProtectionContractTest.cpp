@@ -11,14 +11,14 @@ namespace {
 
 using Platform::IMachineProtection;
 
-constexpr std::uint32_t Machine =
+constexpr std::uint32_t ForMachine =
     IMachineProtection::UserInterfaceForbidden | IMachineProtection::LocalMachine;
-constexpr std::uint32_t User = IMachineProtection::UserInterfaceForbidden;
+constexpr std::uint32_t ForUser = IMachineProtection::UserInterfaceForbidden;
 
 class MachineProtectionContractTest : public testing::Test {
 protected:
     std::string Protect(const std::string& plain, const std::string& entropy = "entropy",
-                        std::uint32_t flags = Machine) {
+                        std::uint32_t flags = ForMachine) {
         const auto blob = protection.Protect(plain, entropy, flags);
         EXPECT_TRUE(blob) << blob.Error();
         return blob && *blob ? **blob : "";
@@ -26,7 +26,7 @@ protected:
 
     /// The plain text, or "failure" if that is all there is.
     std::string Unprotect(const std::string& blob, const std::string& entropy = "entropy",
-                          std::uint32_t flags = Machine) {
+                          std::uint32_t flags = ForMachine) {
         const auto plain = protection.Unprotect(blob, entropy, flags);
         if (!plain) return plain.Error() != 0 ? "failure" : "failure without a number";
         return plain->value_or("no data");
@@ -41,7 +41,7 @@ private:
 };
 
 TEST_F(MachineProtectionContractTest, UnprotectGivesBackWhatWasProtected) {
-    for (const std::uint32_t flags : {Machine, User}) {
+    for (const std::uint32_t flags : {ForMachine, ForUser}) {
         for (const std::string& plain :
              {std::string("x"), std::string("with\0nul", 8), std::string(100000, 'y')}) {
             const std::string blob = Protect(plain, "entropy", flags);

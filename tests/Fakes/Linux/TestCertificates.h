@@ -2,6 +2,7 @@
 
 #include "Platform/Linux/OpenSSLInit.h"
 #include "tests/Fakes/CertificateBytes.h"
+#include "tests/Fakes/FixedCertificates.h"
 
 #include <openssl/bn.h>
 #include <openssl/core_names.h>
@@ -195,15 +196,7 @@ inline std::string DerOf(const TestCertificate& certificate) {
     return der;
 }
 
-/// Base64 without line breaks.
-inline std::string Base64Of(const std::string& bytes) {
-    std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0');
-    const int length =
-        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
-                        reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<int>(bytes.size()));
-    text.resize(static_cast<std::size_t>(length));
-    return text;
-}
+using FixedCertificates::Base64Of;
 
 /// A PEM file with one certificate, for the life of this object.
 class TemporaryPemFile {
