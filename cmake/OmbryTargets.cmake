@@ -100,8 +100,10 @@ if(OMBRY_SANITIZE)
         add_compile_options(-fsized-deallocation)
         if(OMBRY_SANITIZE MATCHES "address")
             # As GCC has it, too: the runtime is a shared library, behind which the fakes of library functions can stand.
-            execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-runtime-dir OUTPUT_VARIABLE runtime_dir
-                            OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+            execute_process(COMMAND ${CMAKE_CXX_COMPILER}
+                                    -print-file-name=libclang_rt.asan-${CMAKE_SYSTEM_PROCESSOR}.so
+                            OUTPUT_VARIABLE runtime OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+            cmake_path(GET runtime PARENT_PATH runtime_dir)
             add_link_options(-shared-libsan -Wl,-rpath,${runtime_dir})
         endif()
     endif()

@@ -31,9 +31,12 @@ class DocumentsTest(unittest.TestCase):
         folder = os.path.join(self.place, "lint/ansible_collections/ombry/sec_client")
         shutil.copytree(collection.SOURCE, folder)
         environment = dict(self.environment, ANSIBLE_COLLECTIONS_PATH=os.path.join(self.place, "lint/ansible_collections"))
-        checked = subprocess.run(["ansible-lint", "-q", "--offline", "--nocolor", "--profile", "production"], cwd=folder,
-                                 env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-        self.assertEqual((checked.returncode, checked.stdout.strip()), (0, ""))
+        # Newer ones say of Debian 12's Ansible, which the collection is for as well, that it is no longer supported; and on
+        # stderr what Debian 13's lint cannot read with Debian 13's Ansible.
+        checked = subprocess.run(["ansible-lint", "-q", "--offline", "--nocolor", "--profile", "production",
+                                  "-x", "meta-runtime[unsupported-version]"], cwd=folder, env=environment,
+                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.assertEqual((checked.returncode, checked.stdout.strip()), (0, ""), checked.stderr)
 
     def test_AnsibleDoc_ShowsEachModule_WithTheOptionsThatItTakes(self):
         shown = self.run_program("ansible-doc", "--json", *("ombry.sec_client." + name for name in MODULES))
