@@ -15,6 +15,7 @@
 #include <sddl.h>
 
 #include <atomic>
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <thread>
@@ -60,10 +61,24 @@ bool Can(int what, Information information, const std::string& scratch) {
     return can;
 }
 
+/// A rename that leaves whoever has the target open what he has.
+struct RenameAtOnce {
+    explicit RenameAtOnce(const std::string& target) {
+        const std::wstring path = *WidePath(target);
+        information.Flags = FILE_RENAME_FLAG_REPLACE_IF_EXISTS | FILE_RENAME_FLAG_POSIX_SEMANTICS;
+        information.FileNameLength = static_cast<DWORD>(path.size() * sizeof(wchar_t));
+        std::memcpy(information.FileName, path.c_str(), information.FileNameLength);
+    }
+
+    FILE_RENAME_INFO information{};
+    wchar_t restOfTheName[MAX_PATH]{};
+};
+
 // Files that others have open.
 
 TEST_F(FilesTest, ReaderThatNeverLetsGoKeepsTheOldFileAndIsInNobodysWay) {
-    if (!Can(21, FILE_DISPOSITION_INFO_EX{FILE_DISPOSITION_FLAG_POSIX_SEMANTICS}, directory / "scratch")) {
+    if (!Can(21, FILE_DISPOSITION_INFO_EX{FILE_DISPOSITION_FLAG_POSIX_SEMANTICS}, directory / "scratch") ||
+        !Can(22, RenameAtOnce(directory / "renamed"), directory / "scratch")) {
         return LeaveOut("this system cannot replace a file that is open");
     }
     const std::string path = directory.Write("file", "old");
