@@ -13,6 +13,9 @@ namespace {
 // A header that no head can have, for its name has the end of a line in it.
 const std::string TooLargeMark = "\nhead-too-large";
 
+// Of the request that this thread answers.
+thread_local bool bodyLeftUnread = false;
+
 // Counts the connections that wait.
 class CountingQueue : public httplib::TaskQueue {
 public:
@@ -49,6 +52,10 @@ bool Server::HasTooLargeHead(const httplib::Request& request) {
     return request.headers.contains(TooLargeMark);
 }
 
+void Server::LeaveBodyUnread() {
+    bodyLeftUnread = true;
+}
+
 std::unique_ptr<httplib::TaskQueue> Server::MakeQueue(std::size_t threads) {
     return std::make_unique<CountingQueue>(threads, waiting);
 }
@@ -81,7 +88,7 @@ bool Server::process_and_close_socket(socket_t socket) {
             }
         };
         const bool good = process(*this);
-        if (tooLarge || connection.IsOutOfStep()) {
+        if (tooLarge || connection.IsOutOfStep() || std::exchange(bodyLeftUnread, false)) {
             connection.CloseGently();
             return false;
         }

@@ -27,6 +27,10 @@ public:
     /// its headers, and is to be answered by 431 (RFC 6585, section 5).
     static bool HasTooLargeHead(const httplib::Request& request);
 
+    /// Says that the library left a part of the body unread that the calling thread answers: nothing that
+    /// follows on its connection is a request.
+    static void LeaveBodyUnread();
+
     /// What gives connections to so many threads, for the library to ask for.
     std::unique_ptr<httplib::TaskQueue> MakeQueue(std::size_t threads);
 

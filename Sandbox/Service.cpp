@@ -65,6 +65,7 @@ bool ReadBody(const httplib::Request& request, httplib::Response& response,
     const auto ignorePart = [](const httplib::MultipartFormData&) { return true; };
     const bool good = request.is_multipart_form_data() ? reader(ignorePart, take) : reader(take);
     if (good && !tooLarge) return true;
+    if (!good) Server::LeaveBodyUnread();
     // The library has set the status of what it could not read.
     const bool tooSlow = Platform::Clock().SteadyNow() - start > HttpConnection::LongestBodyTime;
     const int status = tooLarge ? 413 : tooSlow ? 408 : response.status < 400 ? 400 : response.status;
