@@ -13,8 +13,11 @@ Result WriteAll(int descriptor, std::string_view data) {
 }
 
 ValueOr<std::string> ReadToEnd(int descriptor, std::size_t expected) {
-    // One byte more than expected, so that the end shows without growing or asking once more.
-    std::string content(expected + 1, '\0');
+    // One byte more than expected, so that the end shows without growing or asking once more. What the kernel
+    // makes as it is read has no length, and is of one moment only as far as one read goes: a line can slip
+    // between two.
+    constexpr std::size_t page = 4096;
+    std::string content(expected == 0 ? page : expected + 1, '\0');
     std::size_t length = 0;
     for (;;) {
         if (length == content.size()) content.resize(content.size() * 2);
