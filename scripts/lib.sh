@@ -9,10 +9,11 @@ started=$SECONDS
 # What it takes on a fresh Debian 12 or 13: to build the tool and the sandbox service ...
 build_packages=(g++ cmake ninja-build rapidjson-dev libssl-dev libcpp-httplib-dev libcli11-dev libsqlite3-dev openssl
     jq)
-# ... and to run every test: test libraries, a linker that is quick, real peers, fuzzers, lint, packaging, disks to cut
+# ... and to run every test: test libraries, a linker that is quick, names for what the sanitizers report (by which the
+# thread sanitizer's list leaves out what is none), real peers, fuzzers, lint, packaging, disks to cut
 # the power of, the collection for Ansible and hosts for it, a browser, a count of instructions.
 test_packages=(git libgtest-dev libgmock-dev libboost-context-dev lld nginx-light curl strace clang clang-format
-    clang-tidy libclang-rt-dev util-linux procps dpkg-dev lintian doxygen file bash-completion groff-base e2fsprogs
+    clang-tidy libclang-rt-dev llvm util-linux procps dpkg-dev lintian doxygen file bash-completion groff-base e2fsprogs
     xfsprogs btrfs-progs mount valgrind python3 python3-apt ansible-core ansible-lint openssh-server openssh-client
     iproute2 chromium chromium-driver systemd)
 # The other system: a compiler for it, what runs its programs here, what makes its installers
