@@ -143,11 +143,12 @@ TEST_F(WindowsPackagesTest, RemovalLeavesWhatSomebodyElsePutBesideTheTool) {
 /// Configures and builds somebody's project against the archive of the libraries.
 class WindowsConsumerTest : public WindowsPackagesTest {
 protected:
-    static ShellRun Build(const std::string& source, const std::string& build) {
+    static ShellRun Build(const std::string& source, const std::string& build,
+                          const std::string& options = "") {
         return Shell("cmake -G Ninja -S " + source + " -B " + build +
                      " -DCMAKE_TOOLCHAIN_FILE=" OMBRY_SOURCE_DIR "/cmake/toolchains/mingw-w64-x86_64.cmake" +
-                     " -DOmbry_DIR=" + Unpacked("libombry-dev") +
-                     "/lib/cmake/Ombry -DWANTED_VERSION=1.0 && cmake --build " + build);
+                     " -DOmbry_DIR=" + Unpacked("libombry-dev") + "/lib/cmake/Ombry -DWANTED_VERSION=1.0 " +
+                     options + " && cmake --build " + build);
     }
 };
 
@@ -161,9 +162,12 @@ TEST_F(WindowsConsumerTest, FindsThePackageBuildsAndRuns) {
               "SF-Root-Request-Type: PrintLabels\ninvalid stoul argument\n");
 }
 
+// By the quick linker of the tests: that the compiler's own takes the libraries is shown above.
 TEST_F(WindowsConsumerTest, ExampleBuildsOutsideTheTreeAndRuns) {
     const std::string build = *directory / "example";
-    const ShellRun built = Build(OMBRY_SOURCE_DIR "/examples/long_running_client", build);
+    const ShellRun built = Build(OMBRY_SOURCE_DIR "/examples/long_running_client", build,
+                                 "-DCMAKE_EXE_LINKER_FLAGS='-static -fno-use-linker-plugin -B" +
+                                     Named("OMBRY_WINDOWS_BUILD") + "/linker'");
     ASSERT_EQ(built.exitCode, 0) << built.output;
     const ShellRun run = Windows(build + "/long_running_client.exe");
     EXPECT_EQ(run.exitCode, 2);
