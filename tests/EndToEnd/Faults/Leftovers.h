@@ -11,7 +11,8 @@ namespace Ombry::Tests {
 
 /// Whether a path is that of a file that has not got its name yet.
 inline bool IsTemporary(const std::string& path) {
-    return std::regex_search(path, std::regex("/\\.ombry-[0-9a-f]{16}\\.tmp$"));
+    static const std::regex name("/\\.ombry-[0-9a-f]{16}\\.tmp$");
+    return std::regex_search(path, name);
 }
 
 /// Files of the machine that have not got their names, all or those below one folder.

@@ -32,11 +32,12 @@ inline std::vector<TracedCall> TraceOf(const Machine& machine, const Words& word
     machine.RunBelow(runner, words);
     std::istringstream text(machine.Folder().Read("trace"));
     std::filesystem::remove(path);
+    static const std::regex call("[a-z0-9_]+");
     std::vector<TracedCall> calls;
     std::map<std::string, int> counts;
     for (std::string line; std::getline(text, line);) {
         const std::string name = line.substr(0, line.find('('));
-        if (!std::regex_match(name, std::regex("[a-z0-9_]+"))) continue;  // exit and signal lines
+        if (!std::regex_match(name, call)) continue;  // exit and signal lines
         calls.push_back({name, ++counts[name], line});
     }
     return calls;
