@@ -72,20 +72,13 @@ if(WIN32)
     target_link_libraries(ombry_options INTERFACE ssp)
     if(OMBRY_TESTS)
         # What the other compiler's tools do in seconds takes those that belong to this one minutes: for each section they
-        # go through all before it. A compiler for another system has the paths of its assembler and its linker built in,
-        # but not that of the program that it links by.
+        # go through all before it. A compiler for another system has the paths of its linker built in, but not that of
+        # the program that it links by.
         find_program(OMBRY_LLD ld.lld REQUIRED)
         set(collect2 "${CMAKE_BINARY_DIR}/linker/collect2")
         file(CONFIGURE OUTPUT "${collect2}" CONTENT "#!/bin/sh\nexec \"${OMBRY_LLD}\" \"$@\"\n")
         file(CHMOD "${collect2}" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
         add_link_options("-B${CMAKE_BINARY_DIR}/linker" -fno-use-linker-plugin)
-        find_program(OMBRY_CLANG clang REQUIRED)
-        set(assembler "${CMAKE_BINARY_DIR}/assembler/as")
-        foreach(file IN ITEMS as as.specs)
-            configure_file("${CMAKE_CURRENT_LIST_DIR}/assembler/${file}.in" "${CMAKE_BINARY_DIR}/assembler/${file}" @ONLY
-                           USE_SOURCE_PERMISSIONS)
-        endforeach()
-        add_compile_options("-specs=${assembler}.specs")
         find_program(OMBRY_AR llvm-ar REQUIRED)
         find_program(OMBRY_RANLIB llvm-ranlib REQUIRED)
         set(CMAKE_AR "${OMBRY_AR}")
