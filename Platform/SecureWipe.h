@@ -13,4 +13,16 @@ inline void SecureWipe(std::string& text) noexcept {
     SecureWipe(text.data(), text.size());
 }
 
+/// Wipes a string that held a secret when the scope is left.
+class ScopedWipe {
+public:
+    explicit ScopedWipe(std::string& text) : text(text) {}
+    ~ScopedWipe() { SecureWipe(text); }
+    ScopedWipe(const ScopedWipe&) = delete;
+    ScopedWipe& operator=(const ScopedWipe&) = delete;
+
+private:
+    std::string& text;
+};
+
 }  // namespace Ombry::Platform

@@ -2,6 +2,7 @@
 
 #include "Platform/ICertificates.h"
 #include "Platform/IClock.h"
+#include "Platform/LongExponents.h"
 
 #include <openssl/crypto.h>
 #include <openssl/sha.h>
@@ -150,7 +151,9 @@ bool ParseObject(const httplib::Request& request, httplib::Response& response, r
     }
     // The parser ends at a zero byte, whatever comes behind it.
     constexpr unsigned flags = rapidjson::kParseDefaultFlags | rapidjson::kParseValidateEncodingFlag;
-    body.Parse<flags>(request.body.data(), request.body.size());
+    std::string text = request.body;
+    Platform::CutLongExponents(text);
+    body.Parse<flags>(text.data(), text.size());
     if (body.HasParseError() || !body.IsObject() || request.body.find('\0') != std::string::npos) {
         SendError(response, 400, "invalid_request", "The body must be a JSON object.");
         return false;

@@ -32,16 +32,6 @@ private:
     std::size_t size;
 };
 
-/// Wipes a string that held a secret when the scope is left.
-class ScopedWipe {
-public:
-    explicit ScopedWipe(std::string& text) : text(text) {}
-    ~ScopedWipe() { Platform::SecureWipe(text); }
-    ScopedWipe(const ScopedWipe&) = delete;
-    ScopedWipe& operator=(const ScopedWipe&) = delete;
-
-private:
-    std::string& text;
-};
+using Platform::ScopedWipe;
 
 }  // namespace Ombry::ClientCommunications

@@ -2,6 +2,7 @@
 
 #include "ObjectMapping/Impl/ConvertUTF8.h"
 #include "ObjectMapping/Impl/RunStream.h"
+#include "Platform/LongExponents.h"
 #include "Platform/MadeOnce.h"
 #include "Platform/SecureWipe.h"
 #include "rapidjson/error/en.h"
@@ -17,8 +18,9 @@ namespace {
 
 constexpr std::size_t SliceBefore = 40;
 constexpr std::size_t SliceAfter = 10;
-// The library counts the bytes of a string, and a NUL behind them, in this type.
-constexpr std::size_t LongestText = std::numeric_limits<rapidjson::SizeType>::max() - 2;
+// The library counts the bytes of a string, and a NUL behind them, in this type, and digits in a smaller one.
+constexpr std::size_t LongestText = Platform::LongestTextOfNumbers;
+static_assert(LongestText < std::numeric_limits<rapidjson::SizeType>::max() - 1);
 
 template <class T>
 void Empty(T& value) {
@@ -63,8 +65,16 @@ void JSONDeserializer_Impl::Begin(const std::string& text) {
     Platform::SecureWipe(serialization_);
     serialization_ = text;
     // As a C string: the text ends at its first NUL, whatever stands behind it.
-    RunStream stream(serialization_);
-    document.ParseStream<rapidjson::kParseDefaultFlags, Utf8InRuns>(stream);
+    try {
+        RunStream stream(serialization_);
+        document.ParseStream<rapidjson::kParseDefaultFlags, Utf8InRuns>(stream);
+    } catch (const LongExponent&) {
+        // Seldom enough for a copy; the messages show what came.
+        std::string cut = serialization_;
+        const Platform::ScopedWipe wipe(cut);
+        Platform::CutLongExponents(cut);
+        document.Parse(cut.c_str());
+    }
     if (document.HasParseError()) ThrowParseFailed();
     contexts.push_back({{}, -1, &document});
 }

@@ -1,6 +1,7 @@
 #include "ObjectMapping/Impl/JSONSerializer_Impl.h"
 
 #include "ObjectMapping/Impl/ConvertUTF8.h"
+#include "Platform/SecureWipe.h"
 
 #include <cstring>
 #include <limits>
@@ -59,7 +60,10 @@ void JSONSerializer_Impl::WriteString(std::string_view text) {
 }
 
 void JSONSerializer_Impl::Field(const char* name, std::wstring& value, bool* present) {
-    if (BeginField(name, present)) WriteString(ConvertToUTF8(value));
+    if (!BeginField(name, present)) return;
+    std::string text = ConvertToUTF8(value);
+    const Platform::ScopedWipe wipe(text);
+    WriteString(text);
 }
 
 void JSONSerializer_Impl::Field(const char* name, std::string& value, bool* present) {

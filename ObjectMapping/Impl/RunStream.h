@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/LongExponents.h"
 #include "rapidjson/encodings.h"
 #include "rapidjson/stream.h"
 
@@ -11,12 +12,23 @@
 
 namespace Ombry::ObjectMapping::Impl {
 
+/// Where a value was about to be read stood a number with an exponent that the library does not bear; or one
+/// began a piece of a string.
+struct LongExponent {};
+
 /// A text that RapidJSON reads, up to its first NUL, which may be the one behind its end. The text outlives
 /// it.
 class RunStream : public rapidjson::StringStream {
 public:
     explicit RunStream(const std::string& text)
         : rapidjson::StringStream(text.c_str()), end(text.c_str() + text.size()) {}
+
+    /// The place, which the library asks for ahead of each number; ahead of pieces of strings, too, and where
+    /// it fails. Throws `LongExponent`.
+    std::size_t Tell() const {
+        if (*src_ <= '9') LookAtNumber(src_);  // no letter
+        return static_cast<std::size_t>(src_ - head_);
+    }
 
     /// Goes past all from here on that stands in a string as itself, and gives that.
     std::string_view TakeRun() {
@@ -38,6 +50,11 @@ public:
 
 private:
     static constexpr std::uint64_t Ones = 0x0101010101010101;
+
+    // Apart from the road of all strings.
+    [[gnu::noinline, gnu::cold]] static void LookAtNumber(const char* number) {
+        if (Platform::HasLongExponent(number)) throw LongExponent();
+    }
 
     static std::uint64_t Word(const char* bytes) {
         std::uint64_t word;

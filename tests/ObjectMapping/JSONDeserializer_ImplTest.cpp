@@ -1,5 +1,6 @@
 #include "ObjectMapping/ListArray.h"
 #include "ObjectMapping/VectorArray.h"
+#include "tests/Fakes/FreedMemory.h"
 #include "tests/ObjectMapping/MappingSupport.h"
 
 #include <list>
@@ -544,6 +545,16 @@ TEST(JSONDeserializer_ImplTest, AnElementThatAnArrayPassesOverIsInNoPathOfALater
 }
 
 // Strings
+
+TEST(JSONDeserializer_ImplTest, ATextWithALongExponentIsLeftInNoMemoryThatIsFreed) {
+    const std::string secret = "as long a secret as a string must be to lie in a block";
+    const std::string text = "[\"" + secret + "\",1e-1234567890]";
+    const FreedMemory freed(secret);
+    const auto deserializer = CreateJSONDeserializer(false);
+    deserializer->Begin(text);
+    deserializer->End();
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+}
 
 TEST(JSONDeserializer_ImplTest, DecodesEscapes) {
     std::string value;

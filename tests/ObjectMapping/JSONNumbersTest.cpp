@@ -75,7 +75,9 @@ void ExpectRefusals(const char* type) {
                           {"1e3", FromDouble, 1000},
                           {"1E+3", FromDouble, 1000},
                           {"1500e-2", FromDouble, 15},
-                          {"1e-400", FromDouble, 0}});
+                          {"1e-400", FromDouble, 0},
+                          {"0.0000000000e-2147483639", FromDouble, 0},
+                          {"-0.0000000000E-2147483639", FromDouble, 0}});
 }
 
 TEST(JSONNumbersTest, AShortTakesTheLowBitsOfAnIntAndWholeDoublesInItsRange) {

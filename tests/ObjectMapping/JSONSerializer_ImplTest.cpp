@@ -1,5 +1,6 @@
 #include "ObjectMapping/Impl/JSONSerializer_Impl.h"
 #include "ObjectMapping/ListArray.h"
+#include "tests/Fakes/FreedMemory.h"
 #include "tests/ObjectMapping/MappingSupport.h"
 
 #include <gmock/gmock.h>
@@ -170,6 +171,16 @@ TEST(JSONSerializer_ImplTest, WritesLongStringsWhole) {
         expected.append("\\u0001/\x7f");
     }
     EXPECT_EQ(WrittenRoot(value), expected + "\"");
+}
+
+TEST(JSONSerializer_ImplTest, AWideStringIsLeftInNoMemoryThatIsFreed) {
+    const std::string secret = "as long a secret as a string must be to lie in a block";
+    std::wstring value(secret.begin(), secret.end());
+    const FreedMemory freed(secret);
+    const auto serializer = CreateJSONSerializer();
+    serializer->Begin();
+    serializer->Field(nullptr, value, nullptr);
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
 }
 
 TEST(JSONSerializer_ImplTest, EscapesKeysAndEndsThemAtTheirNul) {

@@ -155,6 +155,10 @@ TEST(JSONTextsTest, NumbersOfAllShapesThatAreTaken) {
         {"0." + std::string(80, '0') + "1", "d:1e-81"},
         {"1e-10000", "d:0"},
         {"1e-9999999999999999999", "d:0"},
+        // What the library adds up would wrap, from nine digits behind the point on, or the exponent itself.
+        {"0.0000000000e-2147483639", "d:0"},
+        {"-1.23456789012345678E-2147483639", "d:-0"},
+        {"1.5e-00000000000000000001", "d:0.15"},
         {"1" + std::string(99, '0'), "d:1e+99"},
         {"-1" + std::string(99, '0'), "d:-1e+99"},
         {"1." + std::string(1000, '0'), "d:1"},
@@ -181,7 +185,7 @@ TEST(JSONTextsTest, NumbersOfAllShapesThatAreRefused) {
         "1",
         "1\xc2\xa0", "\xc2\xbd", "1\xe2\x81\xb5", "1\xff",
         // Beyond what a double can be, in what the exponent says.
-        "1e309", "-1e309", "1e9999999999999999999", "123456e999", "0e400"};
+        "1e309", "-1e309", "1e9999999999999999999", "123456e999", "0e400", "0.0000000000e2147483648"};
     for (const std::string& number : numbers)
         ExpectNoValue(number);
 }
@@ -229,6 +233,8 @@ TEST(JSONTextsTest, StringsOfAllShapesThatAreTaken) {
         {R"("\uD834\uDD1E\ud834\udd1e")", "s:\xf0\x9d\x84\x9e\xf0\x9d\x84\x9e"},
         {R"("\uDBFF\uDFFF\uFDD0")", "s:\xf4\x8f\xbf\xbf\xef\xb7\x90"},
         {R"("\u00410")", "s:A0"},
+        {R"("1e-21474836390")", "s:1e-21474836390"},
+        {R"("\n1e-21474836390\"")", "s:\n1e-21474836390\""},
         {"\"\x7f\"", "s:\x7f"},
         {"\"\xe2\x80\xa8\xe2\x80\xa9\"", "s:\xe2\x80\xa8\xe2\x80\xa9"},
         {"\"\xef\xbb\xbf\"", "s:\xef\xbb\xbf"},

@@ -100,7 +100,9 @@ std::string AnswerTo(const httplib::Request& request) {
 }
 
 TEST(SandboxJsonBodyTest, ObjectIsTaken) {
-    for (const std::string body : {"{}", " {\"a\":[1,null]} \n", "{\"a\":\"\\u0000\"}", "{\"a\":\"é\"}"})
+    for (const std::string body : {"{}", " {\"a\":[1,null]} \n", "{\"a\":\"\\u0000\"}", "{\"a\":\"é\"}",
+                                   // An exponent that the parser alone would look for outside of its table.
+                                   "{\"a\":0.0000000000e-2147483639}"})
         EXPECT_EQ(AnswerTo(WithBody(body)), "good") << body;
     // Nesting takes no stack.
     EXPECT_EQ(AnswerTo(WithBody("{\"a\":" + std::string(300000, '[') + std::string(300000, ']') + "}")),

@@ -19,8 +19,8 @@ using namespace ObjectMapping;
 
 /// The writer reserves six bytes for each of a string's and two for its quotes, counted in 32 bits.
 constexpr std::uint64_t LongestString = 715'827'882;
-/// The reader counts in 32 bits the bytes of a string and the NUL that it puts behind it.
-constexpr std::uint64_t ShortestRefusedText = 4'294'967'294;
+/// The reader counts in 31 bits the digits behind a point, together with an exponent of nine digits.
+constexpr std::uint64_t ShortestRefusedText = 1'073'741'825;
 
 /// Keeps this process from growing by more than `bytes` while it lives.
 class LimitedAddressSpace {
@@ -67,14 +67,15 @@ TEST(JSONLargeTextTest, ForTheLongestStringTheWriterReservesInFull) {
 }
 
 TEST(JSONLargeTextTest, WhatIsLongerThanA32BitCountIsNeitherWrittenNorRead) {
-    if (!HasMemoryFor(ShortestRefusedText + 7)) return;
-    std::string text(ShortestRefusedText + 7, 'x');  // 5 for one who counts in 32 bits
+    constexpr std::uint64_t Long = 4'294'967'301;  // 5 for one who counts in 32 bits
+    if (!HasMemoryFor(Long)) return;
+    std::string text(Long, 'x');
     EXPECT_EQ(LengthError(text), "A string of 4294967301 bytes is too long for JSON.");
     EXPECT_EQ(FailureOf([&] { CreateJSONDeserializer(false)->Begin(text); }),
               "ERROR: A text of 4294967301 bytes is too long to be parsed.");
     text.resize(ShortestRefusedText);
     EXPECT_EQ(FailureOf([&] { CreateJSONDeserializer(false)->Begin(text); }),
-              "ERROR: A text of 4294967294 bytes is too long to be parsed.");
+              "ERROR: A text of 1073741825 bytes is too long to be parsed.");
 }
 
 }  // namespace
