@@ -80,6 +80,7 @@ std::uint32_t ZephHttpHeaderParser::Parse(const std::uint8_t* pData, std::uint32
 
 void ZephHttpHeaderParser::Reset() {
     m_Headers.clear();
+    if (m_Headers.capacity() > MostReusedHeaders) m_Headers.shrink_to_fit();
     m_Copy.reset();
     m_Begin = m_End = m_Cursor = nullptr;
     m_Method = m_Url = m_Version = nullptr;

@@ -63,6 +63,8 @@ public:
 private:
     /// A block above this size goes with its head.
     static constexpr std::uint64_t LargestReusedCopy = 4096;
+    /// And so does the list of more headers than this.
+    static constexpr std::size_t MostReusedHeaders = 256;
     /// So many are put in their places one by one, which is quick for few and would be slow for thousands.
     static constexpr std::size_t FewHeaders = 32;
 

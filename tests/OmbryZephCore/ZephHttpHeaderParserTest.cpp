@@ -2,6 +2,7 @@
 #include "OmbryZephCore/ZephHttpHeaderParser.h"
 #include "OmbryZephCore/ZephIOBuffer.h"
 #include "OmbryZephCore/ZephResultCodes.h"
+#include "tests/Fakes/AllocationCount.h"
 #include "tests/OmbryZephCore/ReplacedAllocator.h"
 
 #include <gtest/gtest.h>
@@ -349,6 +350,21 @@ TEST(ZephHttpHeaderParserTest, BlockOfALargeHeadGoesWithIt) {
     copies = 0;
     EXPECT_EQ(0U, Parse(parser, "HTTP/1.1 200 OK\r\n\r\n"));
     EXPECT_EQ(1, copies);
+}
+
+TEST(ZephHttpHeaderParserTest, ListOfManyHeadersGoesWithItsHead) {
+    const std::string small = "HTTP/1.1 200 OK\r\nA: b\r\n\r\n";
+    for (const int many : {256, 257}) {
+        std::string large = "HTTP/1.1 200 OK\r\n";
+        for (int i = 0; i < many; ++i)
+            large += ":\r\n";
+        ZephHttpHeaderParser parser(ZephHttpHeaderParser::ModeResponse);
+        ASSERT_EQ(0U, Parse(parser, large + "\r\n"));
+        const std::size_t before = AllocationsOfThisThread();
+        EXPECT_EQ(0U, parser.Parse(reinterpret_cast<const std::uint8_t*>(small.data()),
+                                   static_cast<std::uint32_t>(small.size())));
+        EXPECT_EQ(AllocationsOfThisThread() - before, many == 256 ? 0U : 1U) << many;
+    }
 }
 
 TEST(ZephHttpHeaderParserTest, HeadOfAMebibyteParses) {
