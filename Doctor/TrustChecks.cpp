@@ -6,6 +6,7 @@
 #include "Doctor/Conclusion.h"
 #include "Doctor/StateChecks.h"
 #include "Doctor/Texts.h"
+#include "Platform/Base64Text.h"
 #include "Platform/ICertificates.h"
 #include "Platform/IClock.h"
 #include "Platform/IHash.h"
@@ -124,21 +125,12 @@ bool WasChanged(const Machine& machine, const std::string& encoded) {
                        [&](const Entry& file) { return IsFileName(file.name) && isThere(file.name); });
 }
 
-std::string FromBase64(const std::string& text) {
-    Platform::ICertificates& certificates = Platform::Certificates();
-    const auto size = certificates.Base64ToBinary(text, nullptr, 0);
-    if (!size) return {};
-    std::string binary(*size, '\0');
-    const auto written =
-        certificates.Base64ToBinary(text, reinterpret_cast<std::uint8_t*>(binary.data()), *size);
-    return written ? binary : std::string();
-}
-
 // What a file of the store was named after, if a list of discovery servers has it still; empty if none has.
 std::string AsItWasStored(const Machine& machine) {
     for (const KnownServer& server : DiscoveryServersOf(machine)) {
-        std::string encoded = FromBase64(server.certificate);
-        if (machine.Tree().Child(machine.StoreFolder(), CertificateFileOf(encoded))) return encoded;
+        const auto encoded = Platform::BytesOfBase64(server.certificate);
+        if (encoded && machine.Tree().Child(machine.StoreFolder(), CertificateFileOf(*encoded)))
+            return *encoded;
     }
     return {};
 }

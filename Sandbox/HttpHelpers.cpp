@@ -1,6 +1,6 @@
 #include "Sandbox/HttpHelpers.h"
 
-#include "Platform/ICertificates.h"
+#include "Platform/Base64Text.h"
 #include "Platform/IClock.h"
 #include "Platform/LongExponents.h"
 
@@ -13,15 +13,6 @@
 
 namespace Ombry::Sandbox {
 namespace {
-
-std::string DecodeBase64(const std::string& text) {
-    const auto size = Platform::Certificates().Base64ToBinary(text, nullptr, 0);
-    if (!size) return std::string();
-    std::string data(*size, '\0');
-    auto* const out = reinterpret_cast<std::uint8_t*>(data.data());
-    if (!Platform::Certificates().Base64ToBinary(text, out, *size)) return std::string();
-    return data;
-}
 
 std::vector<std::string> SplitPath(const std::string& path) {
     std::vector<std::string> parts;
@@ -100,10 +91,10 @@ void SendCreated(httplib::Response& response, const std::string& id) {
 std::optional<std::pair<std::string, std::string>> ParseBasic(const httplib::Request& request) {
     const auto credentials = CredentialsOf(request, "Basic");
     if (!credentials) return std::nullopt;
-    const std::string plain = DecodeBase64(*credentials);
-    const std::size_t colon = plain.find(':');
+    const auto plain = Platform::BytesOfBase64(*credentials);
+    const std::size_t colon = plain ? plain->find(':') : std::string::npos;
     if (colon == std::string::npos) return std::nullopt;
-    return std::pair(plain.substr(0, colon), plain.substr(colon + 1));
+    return std::pair(plain->substr(0, colon), plain->substr(colon + 1));
 }
 
 std::string ParseBearer(const httplib::Request& request) {

@@ -36,5 +36,23 @@ TEST_F(Base64TextTest, FailureOfEitherCallIsTheResult) {
     }
 }
 
+TEST_F(Base64TextTest, BytesAreMeasuredAndThenRead) {
+    const auto bytes = Platform::BytesOfBase64("YW55IGJ5dGVz");
+    ASSERT_TRUE(bytes);
+    EXPECT_EQ(*bytes, "any bytes");
+    EXPECT_EQ(certificates.calls.size(), 2u);
+}
+
+TEST_F(Base64TextTest, FailureOfEitherCallOnTheWayBackIsTheResult) {
+    for (const int n : {1, 2}) {
+        certificates.calls.clear();
+        certificates.Fail("Base64ToBinary", 40 + n, n);
+        const auto bytes = Platform::BytesOfBase64("YW55IGJ5dGVz");
+        ASSERT_FALSE(bytes);
+        EXPECT_EQ(bytes.Error(), 40 + n);
+        EXPECT_EQ(certificates.calls.size(), static_cast<std::size_t>(n));
+    }
+}
+
 }  // namespace
 }  // namespace Ombry::Tests
