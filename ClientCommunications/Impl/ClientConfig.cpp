@@ -74,7 +74,7 @@ std::shared_ptr<IServiceGateway> ClientConfig::MakeTokenGateway(
     const auto tokenCall = std::make_shared<AuthenticatingServiceGateway>(
         std::make_shared<ClientAuthenticator>(std::move(credentials)), base);
     const auto authenticator = std::make_shared<NoncachingOAuth2Authenticator>(
-        parameters.logger, tokenCall, requestFactory, "v1-ddbmanagement", tokenPath);
+        parameters.logger, tokenCall, requestFactory, EndpointPaths::DatacenterService, tokenPath);
     return std::make_shared<AuthenticatingServiceGateway>(authenticator, base);
 }
 

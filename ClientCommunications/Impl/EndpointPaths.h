@@ -1,11 +1,13 @@
 #pragma once
 
 /// The paths of the calls, and the names of the services that they go to, here and nowhere else. To a path
-/// that ends in "/" a name or an id is added.
+/// that ends in "/" a name or an id is added, and to that of a name what narrows a search, which
+/// `ServiceFinderFactory` spells.
 namespace Ombry::ClientCommunications::EndpointPaths {
 
 inline constexpr const char* AuthService = "v1-auth";
 inline constexpr const char* DiscoveryService = "v1-service";
+inline constexpr const char* DatacenterService = "v1-ddbmanagement";
 
 inline constexpr const char* ClientTokens = "/v1/auth/clients/servicetokens";
 inline constexpr const char* UserTokens = "/v1/auth/users/servicetokens";
