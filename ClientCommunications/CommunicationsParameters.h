@@ -27,7 +27,8 @@ struct CommunicationsParameters {
 
     /// A client that is enrolled on this machine, by its friendly name; empty for none. Give one identity:
     /// client, user or fixed token. A token counts only without the other two; with a client and a user, the
-    /// client's id and secret would go to the call for users' tokens. With none, calls go out as nobody.
+    /// client's id and secret would go to the call for users' tokens (but see `ClientConfigParameters`). With
+    /// none, calls go out as nobody.
     std::string clientName;
     /// A user of the service; empty, as by default, for none.
     std::string userName;

@@ -11,7 +11,9 @@ namespace Ombry::ClientCommunications {
 class IAaSigningCertificateFinder : public Interface {
 public:
     /// Those of local services, then those of remote ones, each in a random order; empty if none has one.
-    /// Asks discovery if its cached answer is no longer fresh, and throws what `IServiceFinder::Find` throws.
+    /// Each is the text that discovery has for it, unchecked: Base64 of a DER certificate, if the service
+    /// keeps to the form of its other ones. Asks discovery if its cached answer is no longer fresh, and
+    /// throws what `IServiceFinder::Find` throws.
     virtual std::list<std::string> GetCertificates() = 0;
 };
 

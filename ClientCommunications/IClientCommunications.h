@@ -18,11 +18,11 @@ namespace Ombry::ClientCommunications {
 ///
 /// What may outlive what: a factory, and whatever was made with one (a gateway, a finder, a request), holds
 /// what it needs and serves on when the facade is gone; the list of the discovery servers is then no longer
-/// refreshed. Whoever lets go of a background thread's owner last stops and joins it. All of them may be
-/// alive when the process ends, in a global or a static local too, and other threads may be in calls through
-/// them meanwhile; the same holds for a logger that is handed in, which they share. One thing may not be: the
-/// background threads call the logger, and a logger that ends the process (`exit`) would have to wait for its
-/// own thread.
+/// refreshed. Whoever lets go of a background thread's owner last stops and joins it, and waits for a connect
+/// under way and for the end of an answer that keeps coming. All of them may be alive when the process ends,
+/// in a global or a static local too, and other threads may be in calls through them meanwhile; the same
+/// holds for a logger that is handed in, which they share. One thing may not be: the background threads call
+/// the logger, and a logger that ends the process (`exit`) would have to wait for its own thread.
 class IClientCommunications : public Interface {
 public:
     /// Gateways that act as the facade's identity. None of these six is ever null.

@@ -27,7 +27,8 @@ public:
 class IClientConfig : public Interface {
 public:
     /// Replaces `out` by the service's datacenters, in its order. `std::runtime_error` for a status other
-    /// than 200; otherwise the exceptions of a gateway.
+    /// than 200, and for an answer that is no JSON or no list of them: `out` is then left as far as it was
+    /// read. Otherwise the exceptions of a gateway.
     virtual void GetDatacenters(std::vector<Datacenter>& out) = 0;
     /// The id that `Configure` looks for; empty, as by default, for none.
     virtual void SetDatacenterId(const std::string& id) = 0;
@@ -40,7 +41,8 @@ public:
     virtual void Configure() = 0;
 };
 
-/// Who asks, and the base URL of the service.
+/// Who asks, and the base URL of the service. Of several identities the client counts before the user, and
+/// the user before the fixed token.
 struct ClientConfigParameters : CommunicationsParameters {
     /// As the constructor of `CommunicationsParameters`.
     explicit ClientConfigParameters(const std::string& clientName) : CommunicationsParameters(clientName) {}

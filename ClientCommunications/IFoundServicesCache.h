@@ -7,8 +7,8 @@
 
 namespace Ombry::ClientCommunications {
 
-/// Keeps a set of found services and when it is to be refreshed. May be called from several threads at once.
-/// Seam inside: no installed function takes or gives it.
+/// Keeps a set of found services and when it is to be refreshed. May be called from several threads at once,
+/// of which one at a time saves. Seam inside: no installed function takes or gives it.
 class IFoundServicesCache {
 public:
     virtual TimePoint GetNextRefreshTime() = 0;

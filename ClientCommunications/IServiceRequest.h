@@ -16,7 +16,8 @@ namespace Ombry::ClientCommunications {
 /// Durations are ticks of 100 ns.
 class IServiceRequest : public Interface {
 public:
-    /// Replaces the value of a header of exactly that name.
+    /// Replaces the value of a header of exactly that name. Both go out as they stand, unchecked: a line end
+    /// in them would begin another header.
     virtual void SetHeader(const std::string& name, const std::string& value) = 0;
     /// An absent header is no failure.
     virtual void RemoveHeader(const std::string& name) = 0;
@@ -31,14 +32,19 @@ public:
     /// moved, either way, so an answer that keeps coming may take longer. Whole seconds count, the rest is
     /// cut off: below one second, 0 and negative values included, there is no limit.
     virtual void SetAttemptTimeout(Duration timeout) = 0;
-    /// Limit of the whole call, over all attempts and the waits between them; 300 seconds by default. 0 or
-    /// less has passed before the first attempt: the call ends with `Cancellation::TimeoutException`.
+    /// Limit of the whole call, over all attempts and the waits between them; 300 seconds by default. It is
+    /// looked at in a wait, and ahead of the call for a token: an answer that keeps coming, a byte a second,
+    /// is heard beyond it. 0 and less have passed when the call begins, and so has a duration that overflows
+    /// the clock, as its highest value; a server that answers at once is heard all the same, and any other
+    /// ends the call with `Cancellation::TimeoutException`.
     virtual void SetOverallTimeout(Duration timeout) = 0;
-    /// Ends the call when it fires, as does the token of the call itself; never, by default.
+    /// Ends the call when it fires, as does the token of the call itself; never, by default. Looked at where
+    /// the overall limit is.
     virtual void SetCancellationToken(Cancellation::Token token) = 0;
     /// How many more attempts may follow the first; 2,147,483,647 by default, which leaves the end to the
     /// overall limit and the list of servers. 0 for the first alone; -1 allows none, and the call ends with
-    /// `CommunicationsError`.
+    /// `CommunicationsError`. What is below counts from the end of the range of an `unsigned`: -2 is as good
+    /// as no limit.
     virtual void SetMaxRetries(int retries) = 0;
     /// As it was given to the factory, such as "GET"; sent as it stands.
     virtual std::string GetMethod() const = 0;

@@ -18,7 +18,7 @@ struct Place {
         : function(function), file(file), line(line) {}
 
     const char* function;  ///< qualified name; a literal, as the file
-    const char* file;      ///< source path at build time
+    const char* file;      ///< source path at build time, in a Release from the root of the tree on
     int line;              ///< counted from 1
 };
 

@@ -22,10 +22,11 @@ public:
 /// thread at a time.
 class Deserializer : public MapperIf {
 public:
-    /// Parses the text and positions the mapper on the root value. A text of 2^32 - 2 bytes or more is
-    /// refused unread, and is the only one that the message does not hold.
+    /// Parses the text and positions the mapper on the root value. A text of more than 1 GiB is refused
+    /// unread, and is the only one that the message does not hold.
     virtual void Begin(const std::string& text) = 0;
-    /// Frees the text; the object that was read stays.
+    /// Frees what was parsed; the object that was read stays, and so does the copy of the text, until the
+    /// next `Begin` or the end of the deserializer.
     virtual void End() = 0;
 };
 
@@ -39,7 +40,10 @@ std::shared_ptr<Deserializer> CreateJSONDeserializer(bool strict);
 /// false.
 std::string SerializeObject(ObjectIf& object, bool* present);
 
-/// Reads JSON text into the object, which is not reset first.
+/// Reads JSON text into the object, which is not reset first: where the text lacks a required field, the
+/// object keeps what it held, unless `strict` makes a failure of it. If `present` is given, the text "null"
+/// is told by false, and resets the object; otherwise it fails, as any text does that is no object. Failures
+/// are those of `Deserializer`, and leave the object half read.
 void DeserializeObject(ObjectIf& object, const std::string& text, bool* present, bool strict);
 
 }  // namespace Ombry::ObjectMapping

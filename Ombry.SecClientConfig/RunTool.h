@@ -10,7 +10,8 @@ int RunTool(int argc, char** argv);
 void RegisterCommands();
 
 /// Runs the command that `argv[1]` names, or says how to find help. The one place of the tool that stops
-/// exceptions.
+/// every exception of the standard library's kind; `EnrollmentManager` stops those of three narrow steps,
+/// whose failure means that there is nothing to be removed.
 int Dispatch(int argc, char** argv);
 
 }  // namespace Ombry::SecClientConfig

@@ -227,8 +227,8 @@ private:
 
     const std::shared_ptr<Ombry::LibraryLogger::ILogger> m_Logger;
 
-    // When both mutexes are held, this one is taken first. It is held while the engine and the layer below
-    // are called, never while m_Handler is.
+    // When both mutexes are held, this one is taken first. It is held while the engine, its manager, the
+    // layer below and `OnSSLStopped` are called, never while m_Handler is.
     ZephMutex m_Mutex;
     // Guarded by m_Mutex:
     State m_State = eState_Off;

@@ -39,7 +39,8 @@ public:
     virtual ZephSorrelConnectionParametersIf& SetBindAddress(const std::string& address) = 0;
     /// What `SetBindPort` was given.
     virtual std::uint16_t GetBindPort() const = 0;
-    /// The port to connect from; 0, as by default, leaves it to the system.
+    /// The port to connect from; 0, as by default, leaves it to the system. Without an address to connect
+    /// from it is a port of the loopback address, from which only this machine is reached.
     virtual ZephSorrelConnectionParametersIf& SetBindPort(std::uint16_t nPort) = 0;
     /// A name or a numeric address, without brackets. Empty, as by default, a connect fails at once.
     virtual ZephSorrelConnectionParametersIf& SetHost(const std::string& host) = 0;

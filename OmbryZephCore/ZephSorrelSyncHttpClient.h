@@ -16,12 +16,14 @@ namespace OmbryZephCore {
 class ZephHttpHeaderCopy;
 class ZephSorrelSyncHttpClient_Impl;
 
-/// Performs one HTTP exchange at a time, blocking, on the caller's thread. Time-out, token, reader, writer
-/// and request headers hold for one `DoRequest` and are then reset; results stay until
-/// the next.
+/// Performs one HTTP exchange at a time, blocking, on the caller's thread; one thread at a time. Time-out,
+/// token, reader, writer and request headers hold for one `DoRequest` and are then reset; results stay until
+/// the next that finds a connection.
 class ZephSorrelSyncHttpClient {
 public:
-    /// `pPool` is not owned and must outlive the client; null makes a trivial pool of one connection.
+    /// `logger` may be null. `pPool` is not owned and must outlive the client; null makes a trivial pool of
+    /// one connection. `bVerbose`: whether that connection logs each step of its stages at level 0, and what
+    /// comes over TLS deciphered; a pool that is given has a switch of its own.
     ZephSorrelSyncHttpClient(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger, bool bVerbose,
                              ZephSorrelConnectionParameters params, ZephSorrelSyncConnectionPoolIf* pPool);
     /// The same for parameters that many clients have; not null.
@@ -51,12 +53,15 @@ public:
     /// 0 for a status from 200 to 299; `eRC_HTTP_StatusFailure` for any other answer;
     /// `eRC_IO_ConnectionFailed` if there was none (`GetIOResult` is then `eRC_TimedOut` after a time-out or
     /// a fired token); or a code of the reader's road. A connection that broke is replaced once, and the
-    /// request is then sent again, a POST too.
+    /// request is then sent again, a POST too. What reader or writer throw comes out of here. Where no
+    /// connection can be made, the results of the request before it stay: status, headers and `GetIOResult`
+    /// then tell nothing of this one.
     std::uint32_t DoRequest(const std::string& method, const std::string& path);
 
-    /// Why there was no answer, as a `ResultCode`; 0 if that does not lie with the connection.
+    /// Why the exchange on a connection ended without an answer, as a `ResultCode`: `eRC_TimedOut`, or 0 for
+    /// anything else.
     std::uint32_t GetIOResult() const;
-    /// 0 before the head of an answer has come.
+    /// 0 before the head of an answer has come on a connection.
     std::uint32_t GetHttpStatus() const;
     /// Calls `callback` for each header, in ascending byte order of the names; of a name that came twice the
     /// first. Names that differ in case are two.

@@ -62,8 +62,9 @@ public:
     /// be read.
     virtual ValueOr<FileState> State(const std::string& path) = 0;
 
-    /// Opens a temporary file beside `path`, for its owner alone, and reserves `size` bytes for it, so that a
-    /// full disk shows here. Fails if `path` exists and is no regular file.
+    /// Opens a temporary file beside `path`, for its owner alone (on Windows for SYSTEM and Administrators),
+    /// and reserves `size` bytes for it, so that a full disk shows here. Fails if `path` exists and is no
+    /// regular file.
     virtual ValueOr<std::unique_ptr<IFileReplacement>> BeginReplace(const std::string& path,
                                                                     std::uint64_t size,
                                                                     Durability durability) = 0;
@@ -77,7 +78,8 @@ public:
     /// Names in a folder, without "." and "..", in no particular order.
     virtual ValueOr<std::vector<std::string>> List(const std::string& directory) = 0;
 
-    /// Makes a folder and its missing parents (each for its owner alone). An existing folder is a success.
+    /// Makes a folder and its missing parents, each for those alone whom `BeginReplace` names. An existing
+    /// folder is a success.
     virtual Result CreateDirectories(const std::string& directory, Durability durability) = 0;
 };
 

@@ -11,7 +11,8 @@ namespace Ombry::Platform {
 
 /// Enciphers memory in place under a key that lives and dies with the process. The shape is that of
 /// CryptProtectMemory: lengths are whole blocks, and a length of 0 or of no whole blocks fails with
-/// number 87. `flags` play no part: the process is the narrowest circle.
+/// number 87. `flags` name the circle that may undo it, 0 the process, which is the narrowest; a platform may
+/// narrow it: Linux knows the process alone, Windows hands them on.
 class IMemoryProtection {
 public:
     static constexpr std::size_t BlockSize = 16;

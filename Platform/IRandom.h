@@ -29,7 +29,7 @@ public:
     virtual Result Bytes(std::span<std::uint8_t> bytes) = 0;
 
     /// A new random (version 4) UUID; a forked child gets none of its parent's. Throws `std::runtime_error`
-    /// if the system has no random bytes.
+    /// if the system has no random bytes; on Windows, whose identifiers are made elsewhere, never.
     virtual Guid NewGuid() = 0;
 };
 

@@ -46,7 +46,8 @@ constexpr Duration TokenFreshnessLimit = std::chrono::seconds(10);
 using GatewayFactoryMaker =
     std::function<std::shared_ptr<IServiceGatewayFactory>(std::shared_ptr<IAuthenticator>)>;
 
-// The authenticator of all calls but those for tokens and those that maintain the discovery list.
+// The authenticator of all calls but those for tokens and those of the open gateway: it maintains the
+// discovery list, and searches for the authorization service, for token calls as for its certificates.
 std::shared_ptr<IAuthenticator> MakeAuthenticator(
     const CommunicationsParameters& parameters, const std::shared_ptr<IClientCredentials>& credentials,
     const std::shared_ptr<IServiceRequestFactory>& requestFactory,

@@ -12,7 +12,8 @@
 namespace Ombry::ClientCommunications {
 
 /// The memory of failures of one process, shared by all gateways. A thread of its own forgets records that
-/// are past their next retry time by `retention`; to callers they count as forgotten at once.
+/// are past their next retry time by `retention`. `Get` takes them for forgotten at once; a failure that is
+/// recorded before the thread has come by goes on with the old count and delay.
 class FailedServices : public IFailedServices {
 public:
     FailedServices(std::shared_ptr<IRetryDelayIteratorFactory> delayFactory, Duration retention);

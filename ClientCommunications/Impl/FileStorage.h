@@ -16,8 +16,9 @@ public:
                 Platform::Durability durability = Platform::Durability::Synced);
 
     std::string Load() override;
-    /// Makes missing folders. A file that does not open for writing throws, a full disk included; a failure
-    /// after that is not reported and leaves the old file.
+    /// Makes missing folders. A file that does not open for writing throws, a full disk included, and so does
+    /// one that may not be replaced. Any other failure after that is not reported: it leaves the old file,
+    /// or, if only the folder could not be synced, the new one, which a power cut may then undo.
     void Save(const std::string& data) override;
 
 private:

@@ -38,6 +38,7 @@ public:
     /// `std::system_error` if the thread cannot start.
     JwtAuthenticator(std::shared_ptr<IOAuth2Client> client, const std::string& cacheDirectory,
                      Duration freshnessLimit, std::shared_ptr<LibraryLogger::ILogger> logger);
+    /// Ends a refresh in progress and joins the thread; may wait as that of `SSDCacheMaintainer`.
     ~JwtAuthenticator() override;
     JwtAuthenticator(const JwtAuthenticator&) = delete;
     JwtAuthenticator& operator=(const JwtAuthenticator&) = delete;

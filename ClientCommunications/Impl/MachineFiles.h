@@ -2,8 +2,9 @@
 
 #include <string>
 
-/// Where the files of this library lie on a machine: their names stand here and nowhere else. The platform
-/// names its own, such as its key, in its own folder.
+/// Where the files of this library lie on a machine: their names stand here and nowhere else in the house.
+/// The platform names its own, such as its key, in its own folder; the collection for Ansible spells those
+/// that it reads.
 namespace Ombry::ClientCommunications::MachineFiles {
 
 // Below the Quennet folder. That the certificate store is called as the first is a fact of its own

@@ -18,7 +18,8 @@ public:
     /// Starts nothing. `logger` may be null.
     SSDCacheMaintainer(std::shared_ptr<IServiceFinder> finder, std::shared_ptr<IFoundServicesCache> cache,
                        std::shared_ptr<LibraryLogger::ILogger> logger);
-    /// Ends a search in progress and joins the thread; may wait for a resolver or a connect in flight.
+    /// Ends a search in progress and joins the thread; may wait for a resolver or a connect in flight, and
+    /// for the end of an answer that keeps coming.
     ~SSDCacheMaintainer();
     SSDCacheMaintainer(const SSDCacheMaintainer&) = delete;
     SSDCacheMaintainer& operator=(const SSDCacheMaintainer&) = delete;

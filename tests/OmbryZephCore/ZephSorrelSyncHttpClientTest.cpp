@@ -162,6 +162,15 @@ TEST_F(ZephSorrelSyncHttpClientTest, AnnouncedLengthsReachTheWriterBehindItsBegi
     EXPECT_THAT(writer.expected, ElementsAre(7u, 3u));
 }
 
+TEST_F(ZephSorrelSyncHttpClientTest, ABodyThatComesWithItsHeadIsNotAnnounced) {
+    Writer writer;
+    client.SetDataWriter(&writer);
+    world.exchanges = {FakeSyncConnection::Answer(200, "text")};
+    EXPECT_EQ(client.DoRequest("GET", "/"), 0u);
+    EXPECT_THAT(writer.calls, ElementsAre("Begin", "Write text", "End"));
+    EXPECT_THAT(writer.expected, ::testing::IsEmpty());
+}
+
 TEST_F(ZephSorrelSyncHttpClientTest, AChunkThatTheWriterDoesNotWantEndsTheExchangeInItsException) {
     class Refusing : public Writer {
         void Expect(std::uint32_t nBytes) override {
