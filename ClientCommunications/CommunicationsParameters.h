@@ -11,6 +11,10 @@ namespace Ombry::ClientCommunications {
 struct CommunicationsParameters {
     /// Fills in the defaults; `std::runtime_error` if the system has no program-data folder.
     explicit CommunicationsParameters(const std::string& clientName);
+    CommunicationsParameters(const CommunicationsParameters&) = default;
+    CommunicationsParameters& operator=(const CommunicationsParameters&) = default;
+    /// Wipes `password` and `fixedToken`.
+    ~CommunicationsParameters();
 
     /// Sets `userName`; the cache directory stays.
     void SetUserName(const std::string& name) { userName = name; }
@@ -32,7 +36,7 @@ struct CommunicationsParameters {
     std::string clientName;
     /// A user of the service; empty, as by default, for none.
     std::string userName;
-    /// The user's password; of use with a user name alone. The caller's to wipe, like the fixed token.
+    /// The user's password; of use with a user name alone. Wiped with the object, like the fixed token.
     std::string password;
     /// A token that is sent as it is, and neither stored nor renewed; empty, as by default, for none.
     std::string fixedToken;

@@ -1,9 +1,16 @@
 #include "Ombry.SecClientConfig/CommandOptions.h"
 
+#include "ClientCommunications/Impl/SecretBuffer.h"
+
 #include <algorithm>
 #include <iostream>
 
 namespace Ombry::SecClientConfig {
+
+Identity::~Identity() {
+    Platform::SecureWipe(password);
+    Platform::SecureWipe(token);
+}
 
 bool ReadOptions(int argc, char** argv, const std::vector<Option>& options,
                  const std::function<void(bool& error)>& checks) {
@@ -14,7 +21,8 @@ bool ReadOptions(int argc, char** argv, const std::vector<Option>& options,
     bool error = false;
     for (int i = 2; i < argc; i += 2) {
         const std::string arg = argv[i];
-        const std::string value = argv[i + 1];
+        std::string value = argv[i + 1];
+        const ClientCommunications::ScopedWipe wipe(value);  // a password, perhaps
         const bool taken = std::any_of(options.begin(), options.end(), [&](const Option& option) {
             return TakeOption(option.name, option.target, error, arg, value);
         });

@@ -16,8 +16,10 @@ struct Option {
     std::string& target;
 };
 
-/// Who is acting, as given on the command line.
+/// Who is acting, as given on the command line; password and token are wiped with it.
 struct Identity {
+    ~Identity();
+
     std::string userName;
     std::string password;
     std::string clientName;

@@ -113,7 +113,9 @@ void EnrollmentManager::RemoveEarlierEnrollment(Communications::IClientCredentia
                                                 const std::string& name) {
     try {
         const auto old = Communications::LoadExisting(store, name);
-        Sfs::DeleteClientById(communications, old->GetClientId());
+        std::string id = old->GetClientId();
+        const Communications::ScopedWipe wipe(id);
+        Sfs::DeleteClientById(communications, id);
         store.Delete(name);
     } catch (const std::exception&) {
     }
@@ -122,6 +124,7 @@ void EnrollmentManager::RemoveEarlierEnrollment(Communications::IClientCredentia
 void EnrollmentManager::UnenrollClient(const std::string& name) {
     const auto store = MakeStore();
     std::string id;
+    const Communications::ScopedWipe wipe(id);
     try {
         id = Communications::LoadExisting(*store, name)->GetClientId();
     } catch (const std::exception&) {

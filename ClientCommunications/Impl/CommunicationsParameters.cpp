@@ -2,8 +2,10 @@
 
 #include "ClientCommunications/Impl/FileStorage.h"
 #include "ClientCommunications/Impl/MachineFiles.h"
+#include "Platform/ErrorNumber.h"
 #include "Platform/IKnownFolders.h"
 #include "Platform/ITextConversion.h"
+#include "Platform/SecureWipe.h"
 
 #include <stdexcept>
 
@@ -23,7 +25,7 @@ std::string FindDatacenterIdElement(const std::string& text) {
 
 std::runtime_error ConversionFailure(int error) {
     return std::runtime_error("GetProgramDataQuennetPath: conversion to UTF-8 failed with error " +
-                              std::to_string(error));
+                              Platform::ErrorNumber(error));
 }
 
 }  // namespace
@@ -33,6 +35,11 @@ CommunicationsParameters::CommunicationsParameters(const std::string& clientName
     securityDirectory = base + MachineFiles::SecurityDirectory;
     cacheDirectory = DefaultCacheDirectory();
     commonConfigPath = base + MachineFiles::CommonConfig;
+}
+
+CommunicationsParameters::~CommunicationsParameters() {
+    Platform::SecureWipe(password);
+    Platform::SecureWipe(fixedToken);
 }
 
 std::string CommunicationsParameters::DefaultCacheDirectory() const {

@@ -355,6 +355,18 @@ TEST_F(ClientCommunicationsTest, FacadeAndItsRequestsLeaveNoIdInTheMemoryThatThe
     EXPECT_EQ(request->GetHeader("SF-Source-Client-Id"), id);
 }
 
+TEST_F(ClientCommunicationsTest, NeitherPasswordNorTokenIsLeftInTheMemoryThatIsFreed) {
+    if (!SystemProtectsMemory()) return LeaveOut("this system leaves protected memory as it is");
+    HoldMaintainer(Cache);
+    const std::string secret = "a secret too long for a string object";
+    const FreedMemory freed(secret);
+
+    MakeCommunications("user", secret, "", "");
+    MakeCommunications("", "", "", secret);
+
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+}
+
 TEST_F(ClientCommunicationsTest, SigningCertificatesComeFromTheOpenList) {
     HoldMaintainer(Cache);
     const auto communications = MakeClientCommunications(Parameters("", "", "t"));

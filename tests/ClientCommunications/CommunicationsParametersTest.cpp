@@ -125,6 +125,20 @@ TEST_F(CommunicationsParametersTest, ACopyIsItsOwn) {
     EXPECT_EQ(parameters.cacheDirectory, "/dev/null/base/Quennet/OmbrySecurity/CS-cpp/cache/client");
 }
 
+TEST_F(CommunicationsParametersTest, EveryCopyWipesPasswordAndToken) {
+    const std::string secret = "a secret too long for a string object";
+    for (const auto member : {&CommunicationsParameters::password, &CommunicationsParameters::fixedToken}) {
+        const FreedMemory freed(secret);
+        {
+            CommunicationsParameters parameters("");
+            parameters.*member = secret;
+            const CommunicationsParameters copy = parameters;
+            EXPECT_EQ(copy.*member, secret);
+        }
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+    }
+}
+
 TEST_F(CommunicationsParametersTest, WithoutAProgramDataFolderConstructionFailsWithTheNumber) {
     // The system's result has a sign, and so has its text.
     for (const auto& [error, text] :
@@ -159,12 +173,13 @@ public:
 };
 
 TEST_F(CommunicationsParametersTest, AFolderThatCannotBeConvertedFailsWithTheNumberForACountOfZeroOrLess) {
-    for (const auto& [from, count, error] :
-         std::vector<std::tuple<int, int, int>>{{1, 0, 122}, {1, -1, 1113}, {2, 0, 87}}) {
+    // The system counts its last error without a sign.
+    for (const auto& [from, count, error] : std::vector<std::tuple<int, int, std::uint32_t>>{
+             {1, 0, 122}, {1, -1, 1113}, {2, 0, 87}, {1, 0, 2147942487}}) {
         FailingConversion conversion;
         conversion.failingFrom = from;
         conversion.count = count;
-        conversion.error = error;
+        conversion.error = static_cast<int>(error);
         const Platform::Testing::Replace<Platform::ITextConversion> replaced(conversion);
         try {
             GetProgramDataQuennetPath();

@@ -1,4 +1,5 @@
 #include "Ombry.SecClientConfig/CommandOptions.h"
+#include "tests/Fakes/FreedMemory.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
 #include "tests/Ombry.SecClientConfig/UsageTexts.h"
 
@@ -207,6 +208,20 @@ TEST_F(ReadOptionsTest, OddCountOfArgumentsEndsAtOnceWithoutAMessage) {
     }
     EXPECT_EQ(user, "");
     EXPECT_EQ(checks, 0);
+}
+
+TEST_F(ReadOptionsTest, NeitherPasswordNorTokenIsLeftInTheMemoryThatIsFreed) {
+    std::string secret = "a secret too long for a string object";
+    for (std::string name : {"-p", "-t"}) {
+        std::vector<char*> argv = {nullptr, nullptr, name.data(), secret.data(), nullptr};
+        const FreedMemory freed(secret);
+        {
+            Identity identity;
+            ASSERT_TRUE(ReadOptions(4, argv.data(), WithIdentity(identity, {}), [](bool&) {}));
+            EXPECT_EQ(name == "-p" ? identity.password : identity.token, secret);
+        }
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << name;
+    }
 }
 
 TEST_F(ReadOptionsTest, ReportsEveryUnknownNameAndStillTakesTheRest) {

@@ -85,6 +85,19 @@ TEST_F(EnrollmentManagerClientTest, EnrollmentLeavesNeitherIdNorSecretInTheMemor
     EXPECT_EQ(StoredClient("client 3"), NewClient(3));
 }
 
+TEST_F(EnrollmentManagerClientTest, IdOfAClientToRemoveIsLeftInFreedMemoryByThePathAlone) {
+    const std::string id = "an id too long for a string object";
+    PutClient("a", id);
+    communications->onStep = [](const std::string&) { throw std::runtime_error("nobody is called"); };
+    const FreedMemory freed(id);
+
+    EXPECT_THROW(Manager().UnenrollClient("a"), std::runtime_error);
+    EXPECT_THROW(Manager().EnrollClient(Request("a")), std::runtime_error);
+
+    const std::size_t paths = 2;
+    EXPECT_EQ(freed.BlocksWithTheSecret(), FreedMemory::Watches ? paths : 0);
+}
+
 TEST_F(EnrollmentManagerClientTest, EachEnrollmentHasANewIdAndANewSecret) {
     communications->respond = [](const std::string& call) {
         return FakeCommunications::Answer{call.starts_with("POST") ? 201 : 204, ""};

@@ -82,6 +82,26 @@ TEST_F(RunToolTest, CommandGetsTheArgumentsOfTheProcessAndGivesTheExitCode) {
     EXPECT_EQ(run.error, "");
 }
 
+TEST_F(RunToolTest, LineOfAnExceptionIsWrittenInOnePiece) {
+    struct Pieces : std::streambuf {
+        std::streamsize xsputn(const char* text, std::streamsize length) override {
+            texts.emplace_back(text, static_cast<std::size_t>(length));
+            return length;
+        }
+        std::vector<std::string> texts;
+    } pieces;
+    const CapturedOutput captured;
+    std::cerr.rdbuf(&pieces);
+
+    RegisterCommand(
+        std::make_shared<ScriptedCommand>([](int, char**) -> int { throw std::runtime_error("why"); }));
+    std::string word = "scripted";
+    std::vector<char*> argv = {word.data(), word.data(), nullptr};
+    Dispatch(2, argv.data());
+
+    EXPECT_EQ(pieces.texts, (std::vector<std::string>{"Caught exception: why\n"}));
+}
+
 TEST_F(RunToolTest, ExceptionIsOneLineOnTheErrorStream) {
     const ToolRun run = Scripted([](int, char**) -> int { throw std::runtime_error("no such server"); });
 

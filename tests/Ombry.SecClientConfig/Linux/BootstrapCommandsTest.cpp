@@ -1,4 +1,5 @@
 #include "tests/Fakes/FaultyFiles.h"
+#include "tests/Fakes/FreedMemory.h"
 #include "tests/Fakes/Linux/BootstrapService.h"
 #include "tests/Ombry.SecClientConfig/ToolRun.h"
 
@@ -99,6 +100,22 @@ TEST_F(BootstrapCommandsTest, GetDatacentersGoesFromUserAndPasswordToAServiceTok
     EXPECT_NE(service.server->requests[0].find("\r\nAuthorization: Basic dXNlcjpwYXNz\r\n"),
               std::string::npos);
     EXPECT_NE(service.server->requests[1].find("\r\nAuthorization: Bearer the-token\r\n"), std::string::npos);
+}
+
+TEST_F(BootstrapCommandsTest, NoPasswordIsLeftInTheMemoryThatTheCommandsFree) {
+    const std::string secret = "a password too long for a string object";
+    const char* const password = secret.c_str();
+    const std::vector<std::vector<const char*>> runs = {
+        {"tool", "get-datacenters", "-u", "user", "-p", password, "-r", Url.c_str()},
+        {"tool", "configure-bootstrap-url", "-u", "user", "-p", password, "-r", Url.c_str(), "-d", "i1"}};
+    for (std::vector<const char*> words : runs) {
+        const CapturedOutput captured;
+        const FreedMemory freed(secret);
+        EXPECT_EQ(SecClientConfig::RunTool(static_cast<int>(words.size()), const_cast<char**>(words.data())),
+                  0);
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << words[1];
+    }
+    EXPECT_THAT(service.server->requests, SizeIs(4));
 }
 
 TEST_F(BootstrapCommandsTest, GetDatacentersWithAClientNameAloneCallsAsNobodyOnPurpose) {
