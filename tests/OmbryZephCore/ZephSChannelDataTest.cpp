@@ -290,14 +290,16 @@ TEST_F(SChannelDataTest, APeersRenegotiationWithNothingBehindLeavesNoInput) {
     EXPECT_TRUE(connection->WantsCiphertext());
 }
 
-TEST_F(SChannelDataTest, AFirstFlightMadeInsideAReadIsNotSaidToBeBlockedOutput) {
+TEST_F(SChannelDataTest, AFirstFlightMadeInsideAReadIsSaidToBeBlockedOutputUntilItIsFetched) {
     provider.decryptions = {{SecIRenegotiate, {}}};
     provider.steps = {{SecIContinueNeeded, "rehello"}};
     Inject("RR");
     Read();
-    EXPECT_FALSE(connection->IsOutputBlocked());
+    EXPECT_TRUE(connection->IsOutputBlocked());
     EXPECT_FALSE(connection->WantsCiphertext());
     EXPECT_EQ(Extract(), Result(7, "rehello"));
+    EXPECT_FALSE(connection->IsOutputBlocked());
+    EXPECT_TRUE(connection->WantsCiphertext());
 }
 
 TEST_F(SChannelDataTest, APeersRenegotiationThatCannotBeAnsweredNowIsDropped) {
