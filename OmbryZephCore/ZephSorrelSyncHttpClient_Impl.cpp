@@ -27,6 +27,7 @@ public:
         m_Client.m_Reader = nullptr;
         m_Client.m_Writer = nullptr;
         m_Client.m_RequestHeaders.Clear();
+        m_Client.m_CallerThrew = nullptr;  // what left in its place was another exception
         if (pConnection) m_Client.m_Pool->ReleaseConnection(pConnection);
     }
     RequestScope(const RequestScope&) = delete;
@@ -205,18 +206,15 @@ void ZephSorrelSyncHttpClient_Impl::OnRequestFailed() {
 void ZephSorrelSyncHttpClient_Impl::OnReadyForBody() {
     if (m_RequestResult != eRC_Success) return;
     ZephHttpClientConnectionIf& http = m_Connection->GetHttpConnection();
-    if (!m_Reader) {
-        m_RequestResult = http.EndBody();
-        return;
-    }
     std::uint32_t nBytes = m_BodyBuffer.GetLength();
     bool bMore = false;
-    m_RequestResult = CallOut([&] { bMore = m_Reader->Read(m_BodyBuffer.GetData(), &nBytes); });
-    if (m_RequestResult != eRC_Success) {
-        http.Abandon();  // no answer will come to half a request
-    } else {
-        m_RequestResult = bMore ? http.WriteBody(nBytes, m_BodyBuffer.GetData()) : http.EndBody();
-    }
+    std::uint32_t nResult = eRC_Success;
+    if (m_Reader) nResult = CallOut([&] { bMore = m_Reader->Read(m_BodyBuffer.GetData(), &nBytes); });
+    if (nResult == eRC_Success)
+        nResult = bMore ? http.WriteBody(nBytes, m_BodyBuffer.GetData()) : http.EndBody();
+    if (nResult == eRC_Success) return;
+    http.Abandon();             // no answer will come to half a request
+    m_RequestResult = nResult;  // and not the failure that it reports
 }
 
 void ZephSorrelSyncHttpClient_Impl::ExtractResponseHeaders(std::uint32_t nStatus) {

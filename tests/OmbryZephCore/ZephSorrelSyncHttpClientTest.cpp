@@ -312,6 +312,7 @@ TEST_F(ZephSorrelSyncHttpClientTest, AFailedWriteOfTheBodyIsTheResultWithoutAnAn
         return 0u;
     }};
     EXPECT_EQ(client.DoRequest("POST", "/"), 203u);
+    EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "Abandon"), 1) << "nothing is waited for";
 }
 
 TEST_F(ZephSorrelSyncHttpClientTest, AnAnswerThatFailedCountsMoreThanAFailedWriteOfTheBody) {
@@ -342,6 +343,7 @@ TEST_F(ZephSorrelSyncHttpClientTest, AFailedEndOfTheBodyIsTheResult) {
     world.endBodyResult = 7;
     world.exchanges = {AskForBody(1)};
     EXPECT_EQ(client.DoRequest("POST", "/"), 7u);
+    EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "Abandon"), 1);
 }
 
 // --- What holds for one request ---
@@ -484,6 +486,19 @@ TEST_F(ZephSorrelSyncHttpClientTest, AnExceptionOfTheReaderEndsTheWaitAndIsThrow
     EXPECT_EQ(reader.rooms.size(), 1u) << "not asked again";
     EXPECT_EQ(std::count(world.calls.begin(), world.calls.end(), "EndBody"), 0)
         << "half a body must not look like a whole one";
+}
+
+TEST_F(ZephSorrelSyncHttpClientTest, AnExceptionOfTheReaderDoesNotOutliveItsRequest) {
+    Reader reader("hello");
+    reader.onRead = [] { throw std::out_of_range("of the reader"); };
+    client.SetDataReader(&reader);
+    world.exchanges = {[](FakeSyncConnection& http) -> FakeSyncConnection::Code {
+                           http.body->OnReadyForBody();
+                           throw std::bad_alloc();
+                       },
+                       FakeSyncConnection::Answer(200)};
+    EXPECT_THROW(client.DoRequest("POST", "/"), std::bad_alloc);
+    EXPECT_EQ(client.DoRequest("GET", "/"), 0u);
 }
 
 TEST_F(ZephSorrelSyncHttpClientTest, WithoutALoggerNothingIsLogged) {
