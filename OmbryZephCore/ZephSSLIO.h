@@ -11,6 +11,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <new>
 
 namespace OmbryZephCore {
 
@@ -212,11 +213,14 @@ private:
     [[gnu::cold]] void HandleFatalError();
     ZephIOCompletionHandlerIf* GetHandler();
 
-    /// The session id ends every line.
+    /// The session id ends every line. One for whose text there is no memory is dropped: destructors log.
     template <class... Parts>
     [[gnu::cold, gnu::noinline]] void Log(const Ombry::LibraryLogger::Place& place, int nLevel,
                                           const Parts&... parts) const {
-        Ombry::LibraryLogger::LogCall(m_Logger, place, nLevel, parts..., m_SessionId);
+        try {
+            Ombry::LibraryLogger::LogCall(m_Logger, place, nLevel, parts..., m_SessionId);
+        } catch (const std::bad_alloc&) {
+        }
     }
 
     template <class... Parts>
