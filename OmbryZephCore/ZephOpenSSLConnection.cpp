@@ -249,7 +249,7 @@ std::int32_t ZephOpenSSLConnection::ValidateServer() {
         accepted = m_Validator(&pContext);
     }
     if (!accepted) {
-        LogCall(m_Logger, "OmbryZephCore::ZephOpenSSLConnection::ValidateServer", 3,
+        LogCall(m_Logger, "OmbryZephCore::ZephOpenSSLConnection::ContinueInitIfNecessary", 3,
                 "Certificate validation returned failure.  Connection will be closed.");
         return -1;
     }

@@ -9,6 +9,14 @@
 
 namespace OmbryZephCore {
 
+namespace {
+
+// A line bears the name of the step that it belongs to, whoever writes it.
+constexpr const char* Notifying = "OmbryZephCore::ZephSSLIO::DoPendingNotifications";
+constexpr const char* FailingFatally = "OmbryZephCore::ZephSSLIO::HandleFatalError";
+
+}  // namespace
+
 ZephSSLIO::ZephSSLIO(std::shared_ptr<Ombry::LibraryLogger::ILogger> logger) : m_Logger(std::move(logger)) {}
 
 ZephSSLIO::~ZephSSLIO() {
@@ -111,7 +119,7 @@ std::uint32_t ZephSSLIO::StopSSL(bool bWaitForPeer) {
 bool ZephSSLIO::TakeEngine() {
     m_Connection = m_ConnectionManager ? m_ConnectionManager->GetConnection() : nullptr;
     if (!m_Connection) {
-        Log("OmbryZephCore::ZephSSLIO::TakeEngine", 4,
+        Log("OmbryZephCore::ZephSSLIO::StartSSL", 4,
             "failed to get connection from connection manager.  sessionid = ");
         return false;
     }
@@ -513,7 +521,7 @@ void ZephSSLIO::NotifyDrain() {
 }
 
 void ZephSSLIO::HandleFatalError() {
-    Trace("OmbryZephCore::ZephSSLIO::HandleFatalError", "sessionid = ");
+    Trace(FailingFatally, "sessionid = ");
     bool bRead = false;
     bool bWrite = false;
     {
@@ -528,7 +536,7 @@ void ZephSSLIO::HandleFatalError() {
 
 void ZephSSLIO::DispatchRead(ZephIOCompletionHandlerIf* pHandler, bool bSuccess, std::uint32_t nBytes) {
     if (!pHandler) return;
-    Trace("OmbryZephCore::ZephSSLIO::DispatchRead",
+    Trace(bSuccess ? Notifying : FailingFatally,
           bSuccess ? "Dispatching read completion notification.  sessionid = "
                    : "Dispatching read fail notification to the next layer.  sessionid = ");
     pHandler->CompleteTask(TaskTypeRead, bSuccess, nBytes);
@@ -536,7 +544,7 @@ void ZephSSLIO::DispatchRead(ZephIOCompletionHandlerIf* pHandler, bool bSuccess,
 
 void ZephSSLIO::DispatchWrite(ZephIOCompletionHandlerIf* pHandler, bool bSuccess, std::uint32_t nBytes) {
     if (!pHandler) return;
-    Trace("OmbryZephCore::ZephSSLIO::DispatchWrite",
+    Trace(bSuccess ? Notifying : FailingFatally,
           bSuccess ? "Dispatching write completion notification.  sessionid = "
                    : "Dispatching write fail notification to the next layer.  sessionid = ");
     pHandler->CompleteTask(TaskTypeWrite, bSuccess, nBytes);

@@ -66,6 +66,14 @@ public:
         });
     }
 
+    /// The function that the first line of this message bears.
+    std::string FunctionOf(const std::string& message) const {
+        std::lock_guard guard(mutex);
+        const auto found = std::find_if(entries.begin(), entries.end(),
+                                        [&](const Entry& entry) { return entry.message == message; });
+        return found == entries.end() ? "(no such line)" : found->function;
+    }
+
     int EnabledCalls() const {
         std::lock_guard guard(mutex);
         return enabledCalls;

@@ -43,6 +43,7 @@ TEST_F(ZephIOTaskManager_SyncSilenceTest, SilenceFailsEveryTransferReadsFirstAnd
     EXPECT_EQ(sockets.Calls().size(), 3u);
     EXPECT_THAT(logger->Messages(3), ElementsAre("Operation timed out."));
     EXPECT_EQ(logger->Entries().size(), 1u);
+    EXPECT_EQ(logger->Entries()[0].function, "OmbryZephCore::ZephIOTaskManager_Sync::DoPendingIO");
     EXPECT_FALSE(manager.HasPendingIO());
 }
 
@@ -153,6 +154,7 @@ TEST_F(ZephIOTaskManager_SyncSilenceTest, AFailedWaitFailsEveryTransferYetReturn
     EXPECT_THAT(events, ElementsAre("a read 0 failed", "b read 0 failed", "a write 1 failed", "clean up"));
     EXPECT_THAT(logger->Messages(3), ElementsAre("select failed. Last error = 22"));
     EXPECT_EQ(logger->Entries().size(), 1u);
+    EXPECT_EQ(logger->Entries()[0].function, "OmbryZephCore::ZephIOTaskManager_Sync::DoPendingIO");
     EXPECT_EQ(sockets.Calls().size(), 1u);
 }
 
@@ -296,6 +298,8 @@ TEST_F(ZephIOTaskManager_SyncSilenceTest, VerboseTracesEachStep) {
                             "Read operation completed. bytes read = 4, socket = 100",
                             "Write operation completed. bytes written = 5, socket = 100"));
     EXPECT_EQ(logger->Entries().size(), 6u);
+    EXPECT_EQ(logger->Entries()[0].function, "OmbryZephCore::ZephIOTaskManager_Sync::ScheduleTask");
+    EXPECT_EQ(logger->Entries()[3].function, "OmbryZephCore::ZephIOTaskManager_Sync::ProcessUserTasks");
     EXPECT_EQ(logger->Entries()[4].function, "OmbryZephCore::ZephIOTaskManager_Sync::ProcessReadCompletions");
     EXPECT_EQ(logger->Entries()[5].function,
               "OmbryZephCore::ZephIOTaskManager_Sync::ProcessWriteCompletions");

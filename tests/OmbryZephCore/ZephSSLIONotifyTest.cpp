@@ -44,6 +44,10 @@ TEST_F(ZephSSLIONotifyTest, TaskDispatchesOneReadAndOneWriteInThisOrder) {
     ssl.SetVerbose(true);
     scheduler.RunTasks();
     EXPECT_THAT(listener.events, ElementsAre("read ok 3", "write ok 3"));
+    for (const std::string transfer : {"read", "write"}) {
+        EXPECT_EQ(logger->FunctionOf("Dispatching " + transfer + " completion notification.  sessionid = 7"),
+                  "OmbryZephCore::ZephSSLIO::DoPendingNotifications");
+    }
     EXPECT_THAT(
         Trace(),
         ElementsAre("entering.  sessionid = 7", "Dispatching read completion notification.  sessionid = 7",

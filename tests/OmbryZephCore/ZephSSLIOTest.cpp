@@ -278,6 +278,7 @@ TEST_F(ZephSSLIOTest, StartWithoutAnEngineIsFatalAndStillKeepsClearTextIn) {
     EXPECT_EQ(ssl.StartSSL(), eRC_Fail);
     EXPECT_THAT(logger->Messages(4),
                 ElementsAre("failed to get connection from connection manager.  sessionid = 7"));
+    EXPECT_EQ(logger->Entries().back().function, "OmbryZephCore::ZephSSLIO::StartSSL");
     EXPECT_THAT(listener.events, ElementsAre("fatal"));
     Write("secret");
     Read(5);
@@ -498,6 +499,11 @@ TEST_F(ZephSSLIOTest, FailedTransferIsFatalToTheOpenTransfers) {
     ssl.SetVerbose(true);
     lower.FailRead();
     EXPECT_THAT(listener.events, ElementsAre("read failed 0", "write failed 0"));
+    for (const std::string transfer : {"read", "write"}) {
+        EXPECT_EQ(logger->FunctionOf("Dispatching " + transfer +
+                                     " fail notification to the next layer.  sessionid = 7"),
+                  "OmbryZephCore::ZephSSLIO::HandleFatalError");
+    }
     EXPECT_THAT(Trace(),
                 ElementsAre("I/O operation failed.  sessionid = 7", "sessionid = 7",
                             "Dispatching read fail notification to the next layer.  sessionid = 7",

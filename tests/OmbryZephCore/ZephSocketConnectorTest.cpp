@@ -215,6 +215,7 @@ TEST_F(ZephSocketConnectorTest, AWrongLibraryVersionIsReportedByTheLastError) {
     EXPECT_EQ(Connect("one"), 10092u);
     EXPECT_THAT(logger->Messages(3),
                 ElementsAre("Incorrect winsock version 257 was returned.  Last error = 10092"));
+    EXPECT_EQ(logger->Entries().front().function, "OmbryZephCore::InitializeWinsock");
     EXPECT_THAT(sockets.Calls(), ElementsAre("Startup(2)", "Cleanup()"));
 }
 

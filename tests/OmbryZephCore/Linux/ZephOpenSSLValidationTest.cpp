@@ -183,6 +183,8 @@ TEST_P(ZephOpenSSLManualValidationTest, RefusedServerGetsNoByteOfOursAndTheFinis
     pair.client.SetValidator([](auto*) { return false; });
     EXPECT_FALSE(pair.Handshake());
     EXPECT_EQ(pair.logger->Messages(3), std::vector<std::string>{Refused});
+    EXPECT_EQ(pair.logger->FunctionOf(Refused),
+              "OmbryZephCore::ZephOpenSSLConnection::ContinueInitIfNecessary");
     EXPECT_TRUE(pair.logger->Messages(4).empty());
     EXPECT_EQ(Write(pair.client, "secret"), -1);
     std::int32_t result = 0;
