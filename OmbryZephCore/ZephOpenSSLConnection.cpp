@@ -144,6 +144,11 @@ void ZephOpenSSLConnection::KeepSession() {
     }
 }
 
+// Behind a handshake that failed, or whose server was refused: what was offered may be why.
+void ZephOpenSSLConnection::ForgetSessions() {
+    if (!m_SessionScope.empty()) ZephOpenSSLSessions::Shared().Forget(m_SessionScope);
+}
+
 // The library can end a handshake and begin the next one in one call; that the first has ended shows here.
 void ZephOpenSSLConnection::NoteEvent(const ssl_st* session, int where, int result) {
     auto& self = *static_cast<ZephOpenSSLConnection*>(SSL_get_app_data(session));
@@ -251,6 +256,7 @@ std::int32_t ZephOpenSSLConnection::ValidateServer() {
     if (!accepted) {
         LogCall(m_Logger, "OmbryZephCore::ZephOpenSSLConnection::ContinueInitIfNecessary", 3,
                 "Certificate validation returned failure.  Connection will be closed.");
+        ForgetSessions();
         return -1;
     }
     m_Failed = false;
@@ -414,8 +420,7 @@ bool ZephOpenSSLConnection::HoldsInput() const {
 
 std::int32_t ZephOpenSSLConnection::Fail(const char* operation) {
     m_Failed = true;
-    // What was offered may be why.
-    if (!m_Established && !m_SessionScope.empty()) ZephOpenSSLSessions::Shared().Forget(m_SessionScope);
+    if (!m_Established) ForgetSessions();
     const long verification = m_Session ? SSL_get_verify_result(m_Session.get()) : X509_V_OK;
     if (m_Session && SSL_get_verify_mode(m_Session.get()) != SSL_VERIFY_NONE && verification != X509_V_OK) {
         LogCall(m_Logger, "OmbryZephCore::ZephOpenSSLConnection::Fail", 4, operation,

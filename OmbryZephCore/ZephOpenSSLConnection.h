@@ -71,6 +71,7 @@ private:
     bool MakeSession(const ZephOpenSSLClientContext& context);
     void OfferKeptSession();
     void KeepSession();
+    void ForgetSessions();
     static void NoteEvent(const ssl_st* session, int where, int result);
     bool SetServerName(const std::string& targetName, bool bVerify);
     std::int32_t ContinueInitIfNecessary();

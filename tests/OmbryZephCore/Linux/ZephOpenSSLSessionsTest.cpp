@@ -149,6 +149,13 @@ TEST_P(ZephOpenSSLSessionsTest, AServerThatIsRefusedLeavesNothing) {
     EXPECT_FALSE(Holds(scope));
 }
 
+TEST_P(ZephOpenSSLSessionsTest, AServerThatIsRefusedForgetsWhatWasOffered) {
+    const ServerContext servers = Servers(Version());
+    Meet(servers, scope);
+    ASSERT_FALSE(Meet(servers, scope, [](auto*) { return false; }).established);
+    EXPECT_FALSE(Holds(scope));
+}
+
 TEST_P(ZephOpenSSLSessionsTest, AServerThatForgotTheSessionCostsAFullHandshakeAndNoError) {
     Meet(Servers(Version()), scope, Trusting(SelfSigned()));
     const ServerContext restarted = Servers(Version());
