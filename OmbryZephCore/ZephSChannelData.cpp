@@ -171,22 +171,19 @@ std::int32_t ZephSChannelConnection::ActOnPeerClose(const SecBuffer* pExtra, con
 
 // A request of the peer's is answered with a first flight of our own, which leaves with the next output;
 // the answer to a request of ours, or a client's first flight, carries the new handshake on at once. A
-// count of plaintext is never the outcome, and none tells of what was made: as blocked output it is fetched,
-// though the read met what lay here and nothing new came in.
+// count of plaintext is never the outcome. The flight is not called blocked output on purpose, so that one
+// that a read made without new input waits for the next transfer.
 std::int32_t ZephSChannelConnection::ActOnRenegotiation(const SecBuffer* pExtra) {
     KeepExtra(pExtra, "(SEC_I_RENEGOTIATE)");
-    std::int32_t nResult = 0;
     if (!m_Renegotiating && m_Role != RoleServer) {
-        nResult = request_renegotiate();
+        const std::int32_t nRequested = request_renegotiate();
         m_Renegotiating = false;
-        if (nResult == 1) m_Handshaking = true;
-    } else {
-        m_Handshaking = true;
-        m_Renegotiating = false;
-        nResult = ContinueInitIfNecessary();
+        if (nRequested == 1) m_Handshaking = true;
+        return std::min(nRequested, 0);
     }
-    m_OutputBlocked |= m_WriteFill != 0;
-    return std::min(nResult, 0);
+    m_Handshaking = true;
+    m_Renegotiating = false;
+    return std::min(ContinueInitIfNecessary(), 0);
 }
 
 std::int32_t ZephSChannelConnection::DeliverPlaintext(std::uint8_t* pBuffer, std::uint32_t nBytes) {

@@ -18,7 +18,7 @@ public:
     virtual std::int32_t extract_ciphertext(std::uint8_t* pBuffer, std::int32_t nBytes) = 0;
     /// The engine cannot go on without more input.
     virtual bool WantsCiphertext() = 0;
-    /// Output is waiting that did not fit, or that a read made.
+    /// Output is waiting that did not fit.
     virtual bool IsOutputBlocked() = 0;
     /// 1 done, 0 not now, below 0 on a failure.
     virtual std::int32_t request_renegotiate() = 0;

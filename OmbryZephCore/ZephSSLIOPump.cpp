@@ -27,7 +27,8 @@ std::int32_t Capped(std::uint32_t nBytes) {
 
 // 0, or the code of a fatal error. An engine may keep output that read_plaintext or shutdown made without a
 // count, and only the next round fetches it; so it takes two rounds in a row in which nothing moved to show
-// that the engine has nothing more to give, whatever it says.
+// that the engine has nothing more to give. Output that a read made of what lay in the engine, without a new
+// byte, must be called blocked to be fetched.
 std::uint32_t ZephSSLIO::ContinueSSL() {
     if (!TakeBuffers()) return eRC_OutOfMemory;
     bool bIdle = false;

@@ -1,6 +1,5 @@
 #include "OmbryZephCore/ZephSChannelConnection.h"
 #include "tests/Fakes/RecordingLogger.h"
-#include "tests/Fakes/SSLIOFixture.h"
 #include "tests/Fakes/ToySecurityProvider.h"
 
 #include <gmock/gmock.h>
@@ -195,74 +194,6 @@ TEST_P(SChannelTwoEndsTest, AByteThatIsChangedOnTheWayIsFatal) {
     EXPECT_TRUE(server.failed);
     EXPECT_EQ(server.received, "");
     EXPECT_TRUE(logger->Has(4, "DecryptMessage failed with error -2146893008"));
-}
-
-/// A client below the stage that drives it; the server is the far end of the layer below.
-class SChannelBelowTheStageTest : public SSLIOFixture {
-protected:
-    void SetUp() override {
-        SSLIOFixture::SetUp();
-        ASSERT_EQ(server.InitializeAsServer(nullptr), 0);
-        ASSERT_EQ(client.InitializeAsClient(nullptr, "server.example"), 0);
-        manager.next = {&client};
-        Register();
-        ASSERT_EQ(ssl.StartSSL(), 0u);
-    }
-    void TearDown() override {
-        ssl.Terminate();
-        SSLIOFixture::TearDown();
-    }
-
-    /// All that the server has to send.
-    std::string Extract() {
-        std::uint8_t bytes[256];
-        const std::int32_t count = server.extract_ciphertext(bytes, sizeof bytes);
-        return std::string(bytes, bytes + std::max(count, 0));
-    }
-
-    /// Carries what the client sends, and the answers, until it sends nothing.
-    void Exchange() {
-        while (lower.pWrite) {
-            const std::string sent = lower.CompleteWrite();
-            const auto* bytes = reinterpret_cast<const std::uint8_t*>(sent.data());
-            const auto length = static_cast<std::int32_t>(sent.size());
-            EXPECT_EQ(server.inject_ciphertext(bytes, length), length);
-            std::uint8_t byte;
-            EXPECT_EQ(server.read_plaintext(&byte, 1), 0);
-            if (const std::string answer = Extract(); !answer.empty()) lower.CompleteRead(answer);
-        }
-    }
-
-    void ServerWrites(const std::string& text) {
-        const auto length = static_cast<std::int32_t>(text.size());
-        ASSERT_EQ(server.write_plaintext(reinterpret_cast<const std::uint8_t*>(text.data()), length), length);
-    }
-
-    ToySecurityProvider provider;
-    Platform::Testing::Replace<Platform::ISecurityProvider> replaced{provider};
-    ZephSChannelConnection client{logger};
-    ZephSChannelConnection server{logger};
-};
-
-TEST_F(SChannelBelowTheStageTest, ARequestToRenegotiateBehindDataIsAnsweredByTheReadThatMeetsIt) {
-    Read(100);
-    Exchange();
-    ServerWrites("data");
-    ASSERT_EQ(server.request_renegotiate(), 1);
-
-    lower.CompleteRead(Extract());
-    EXPECT_EQ(Take(listener.events), Events{"read ok 4"});
-    EXPECT_EQ(lower.pWrite, nullptr);
-    EXPECT_EQ(Read(100), 0u);
-    EXPECT_NE(lower.pWrite, nullptr);
-
-    Exchange();
-    EXPECT_EQ(provider.handshakes, 4);
-    ServerWrites("more");
-    ASSERT_NE(lower.pRead, nullptr);
-    lower.CompleteRead(Extract());
-    EXPECT_EQ(Take(listener.events), Events{"read ok 4"});
-    EXPECT_EQ(ReadText(4), "more");
 }
 
 INSTANTIATE_TEST_SUITE_P(Fragments, SChannelTwoEndsTest, testing::Values(1, 2, 3, 5, 16, 64, 1000));
