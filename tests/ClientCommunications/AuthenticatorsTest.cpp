@@ -5,6 +5,7 @@
 #include "ClientCommunications/Impl/FixedTokenAuthenticator.h"
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "ClientCommunications/Impl/WindowsInMemoryDataProtection.h"
+#include "tests/Fakes/ForeignRequest.h"
 #include "tests/Fakes/FreedMemory.h"
 #include "tests/Fakes/HeadersOf.h"
 
@@ -92,9 +93,10 @@ TEST_F(AuthenticatorsTest, ClientAuthenticatorLeavesNoSecretInTheMemoryThatItFre
 
 TEST_F(AuthenticatorsTest, FixedTokenAuthenticatorLeavesNoTokenInTheMemoryThatItFrees) {
     const std::string token = "a token too long for a string object";
-    auto authenticator = std::make_unique<FixedTokenAuthenticator>(token);
-
     const FreedMemory freed(token);
+
+    auto authenticator = std::make_unique<FixedTokenAuthenticator>(token);
+    EXPECT_EQ(freed.BlocksWithTheSecret(), 0u) << "that it was made with";
     authenticator->AddAuthentication(request, nullptr, Cancellation::Token());
     authenticator.reset();
 
@@ -138,6 +140,12 @@ TEST_F(AuthenticatorsTest, FixedTokenAuthenticatorPutsItsTokenAsBearer) {
 
     FixedTokenAuthenticator other("other");
     EXPECT_EQ(After(other)["Authorization"], "Bearer other");
+}
+
+TEST_F(AuthenticatorsTest, FixedTokenAuthenticatorPutsItsTokenOnARequestOfAnotherClassToo) {
+    const auto foreign = std::make_shared<ForeignRequest>();
+    FixedTokenAuthenticator("token").AddAuthentication(foreign, nullptr, Cancellation::Token());
+    EXPECT_EQ(foreign->GetHeader("Authorization"), "Bearer token");
 }
 
 TEST_F(AuthenticatorsTest, NoneHasFresherCredentialsAndTheRequestStaysAsItWas) {

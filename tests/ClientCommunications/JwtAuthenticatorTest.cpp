@@ -1,6 +1,7 @@
 #include "ObjectMapping/Serialization.h"
 #include "tests/ClientCommunications/JwtAuthenticatorFixture.h"
 #include "tests/Fakes/FailingThreads.h"
+#include "tests/Fakes/ForeignRequest.h"
 #include "tests/Fakes/FreedMemory.h"
 #include "tests/Fakes/TemporaryDirectory.h"
 
@@ -109,6 +110,16 @@ TEST_F(JwtAuthenticatorTest, TokenIsStoredBeforeTheRequestHasIt) {
     EXPECT_EQ(request->GetHeader("Authorization"), "Bearer new");
     files.Decide({});
     client->AnswerWith({});
+}
+
+TEST_F(JwtAuthenticatorTest, CachedTokenIsPutOnARequestOfAnotherClassToo) {
+    PutEntry("a", "cached", clock.Now(), 3600);
+    const auto authenticator = MakeWaiting();
+    const auto foreign = std::make_shared<ForeignRequest>();
+
+    authenticator->AddAuthentication(foreign, MakeService("a"), {});
+
+    EXPECT_EQ(foreign->GetHeader("Authorization"), "Bearer cached");
 }
 
 /// Keeps with each line the "Authorization" header that a request had by then.

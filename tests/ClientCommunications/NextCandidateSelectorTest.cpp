@@ -92,16 +92,8 @@ TEST_F(NextCandidateSelectorTest, ASingleCandidateTakesThePlaceOfListsUntilOther
     EXPECT_EQ(sleeps.size(), 1u);
 }
 
-/// A service that is not of the libraries' own class.
-class ForeignService : public Service {
-public:
-    using Service::Service;
-};
-
 TEST_F(NextCandidateSelectorTest, ServicesOfAnotherClassAreKnownByTheirIdsToo) {
-    ServiceDto dto;
-    dto.id = "a";
-    selector.SetCandidates({std::make_shared<ForeignService>(dto)}, {std::make_shared<ForeignService>(dto)});
+    selector.SetCandidates({MakeService<ForeignService>("a")}, {MakeService<ForeignService>("a")});
     EXPECT_EQ(DrainAll(), (Order{"a local"}));
     EXPECT_EQ(failed->Changes(), (Order{"failed a local"}));
 }

@@ -4,6 +4,7 @@
 #include "ClientCommunications/Impl/ServiceRequest.h"
 #include "ClientCommunications/RootRequestMetaData.h"
 #include "tests/Fakes/FakeRandom.h"
+#include "tests/Fakes/ForeignRequest.h"
 #include "tests/Fakes/HeadersOf.h"
 
 #include <gmock/gmock.h>
@@ -158,6 +159,14 @@ TEST_F(RootRequestMetaDataTest, EveryBitOfAGuidIsInItsText) {
     EXPECT_EQ(MakeGuidText(), "fedcba98-fedc-fba9-fedc-ba987654321f");
 }
 
+TEST_F(RootRequestMetaDataTest, WhatNobodyGaveIsPutOnARequestOfAnyClass) {
+    for (const auto& any : {request, std::shared_ptr<IServiceRequest>(std::make_shared<ForeignRequest>())}) {
+        RootRequestMetaData::addToRequest(any, RootRequestMetaData::normalize(nullptr));
+        EXPECT_THAT(HeadersOf(*any), ElementsAre(Pair("Contract-Version", "1"), Pair("SF-Root-Attempt", "1"),
+                                                 Pair("SF-Root-Correlation-Id", "ClientToService")));
+    }
+}
+
 // --- Headers for a time ---
 
 class ScopedNewHeaderTest : public RootRequestMetaDataTest {};
@@ -195,14 +204,8 @@ TEST_F(ScopedNewHeaderTest, WithoutARequestNothingHappens) {
     const ScopedNewHeader guard(nullptr, "A", "1");
 }
 
-/// A request of another class than that of the libraries.
-class OtherRequest : public ServiceRequest {
-public:
-    OtherRequest() : ServiceRequest("GET", "/", "1") {}
-};
-
 TEST_F(ScopedNewHeaderTest, AKnownHeaderStandsForTheLifeOfItsGuardOnAnyRequest) {
-    for (const auto& any : {request, std::shared_ptr<IServiceRequest>(std::make_shared<OtherRequest>())}) {
+    for (const auto& any : {request, std::shared_ptr<IServiceRequest>(std::make_shared<ForeignRequest>())}) {
         const std::string id = "id", other = "other";
         {
             const ScopedNewHeader lent(any, KnownHeader::DestinationServiceId, id);

@@ -117,6 +117,17 @@ TEST_F(ServiceGatewayTest, AnAttemptCarriesTheHeadersOfItsServerAndOfItself) {
     EXPECT_EQ(authenticator->calls, (Lines{"usual l"}));
 }
 
+TEST_F(ServiceGatewayTest, AServerOfAnotherClassIsAskedForTheTextsOfItsHeaders) {
+    http->gateway->Answer(200, "");
+    RequestExecutionDelegate visit(request, *http, *authenticator, [&](const auto& gateway, Token token) {
+        return gateway->CallForString(request, token);
+    });
+    visit(MakeService<ForeignService>("f"), false, Token());
+    EXPECT_EQ(Calls()[0].headers["SF-Destination-Service-Id"], "f");
+    EXPECT_EQ(Calls()[0].headers["SF-Destination-Service-Name"], "name of f");
+    EXPECT_EQ(Calls()[0].headers["SF-Destination-Service-Namespace"], "namespace of f");
+}
+
 TEST_F(ServiceGatewayTest, AuthenticationComesBeforeTheHeadersOfTheServer) {
     http->gateway->Answer(200, "");
     Make()->CallForString(request, Token());

@@ -9,16 +9,23 @@
 
 namespace Ombry::Tests {
 
+/// A service of a program's own class, which the libraries know by its interface alone.
+class ForeignService : public ClientCommunications::Service {
+public:
+    using Service::Service;
+};
+
 /// A service of that id; its name is "name of ID", its namespace "namespace of ID", its URL
 /// "https://ID.example:8181".
-inline std::shared_ptr<ClientCommunications::IService> MakeService(const std::string& id) {
+template <class Class = ClientCommunications::Service>
+std::shared_ptr<ClientCommunications::IService> MakeService(const std::string& id) {
     ClientCommunications::ServiceDto dto;
     dto.id = id;
     dto.serviceName = "name of " + id;
     dto.serviceNamespace = "namespace of " + id;
     dto.serviceHostname = id + ".example";
     dto.endpointUrl = "https://" + id + ".example:8181";
-    return std::make_shared<ClientCommunications::Service>(dto);
+    return std::make_shared<Class>(dto);
 }
 
 inline std::list<std::shared_ptr<ClientCommunications::IService>> MakeServices(
