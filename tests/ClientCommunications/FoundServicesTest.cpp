@@ -164,11 +164,12 @@ TEST_F(FoundServicesTest, CopyFromReplacesBothLists) {
     found.AddLocal(MakeService("old"));
     found.AddRemote(MakeService("old"));
     const auto other = std::make_shared<FoundServices>();
+    other->AddLocal(MakeServices({"l1", "l2"}));
     other->AddRemote(MakeServices({"r1", "r2"}));
     found.CopyFrom(other);
-    EXPECT_TRUE(found.GetLocal().empty());
+    EXPECT_EQ(Sorted(Ids(found.GetLocal())), (Order{"l1", "l2"}));
     EXPECT_EQ(Sorted(Ids(found.GetRemote())), (Order{"r1", "r2"}));
-    EXPECT_EQ(other->GetRemote().size(), 2u);
+    EXPECT_EQ(other->GetAll().size(), 4u);
 }
 
 TEST_F(FoundServicesTest, ADocumentBecomesServices) {

@@ -1,7 +1,9 @@
 #include "ClientCommunications/Impl/HttpClientServiceGatewayFactory.h"
+#include "tests/Fakes/LockFree.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <stdexcept>
 
 namespace Ombry::Tests {
@@ -23,6 +25,15 @@ TEST(HttpClientServiceGatewayFactoryTest, APoolThatDidNotStartIsReportedWithItsC
                       "Connection pool initialization failed due to error " + std::to_string(code));
         }
     }
+}
+
+// For a thread sanitizer.
+TEST(HttpClientServiceGatewayFactoryTest, GatewaysAreMadeByTwoThreadsTogether) {
+    HttpClientServiceGatewayFactory factory(nullptr, false);
+    const auto create = [&factory, services = std::array{MakeService("a"), MakeService("b")}](int thread) {
+        EXPECT_TRUE(factory.Create(services[static_cast<std::size_t>(thread)]));
+    };
+    RunInStep({create, create});
 }
 
 }  // namespace

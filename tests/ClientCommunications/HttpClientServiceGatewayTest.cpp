@@ -16,6 +16,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <set>
 
 namespace Ombry::Tests {
@@ -193,10 +194,11 @@ public:
 };
 
 TEST_F(HttpClientServiceGatewayTest, HeadersAreWalkedForTheLogThoughNobodyLogs) {
-    for (const bool logs : {false, true}) {
+    const auto silent = std::make_shared<RecordingLogger>(5);
+    for (const auto& given : {std::shared_ptr<RecordingLogger>(), silent, logger}) {
         AnswerWith("200 OK", "");
         const auto counting = std::make_shared<CountingRequest>();
-        HttpClientServiceGatewayFactory(logs ? logger : nullptr, false)
+        HttpClientServiceGatewayFactory(given, false)
             .Create(At("http://server:8080"))
             ->CallForString(counting, {});
         EXPECT_EQ(counting->walks, 3) << "the headers themselves, the call and its status";
@@ -485,19 +487,30 @@ INSTANTIATE_TEST_SUITE_P(All, HttpClientServiceGatewayTimeoutTest,
                          ::testing::Values(TimeoutCase{10'000'000, 1}, TimeoutCase{19'999'999, 1},
                                            TimeoutCase{20'000'000, 2}, TimeoutCase{50'000'000, 5}));
 
+TEST_F(HttpClientServiceGatewayTest, AnAttemptTimeoutOfMoreSecondsThanAreCountedIsTheLongest) {
+    constexpr std::int64_t most = std::numeric_limits<std::uint32_t>::max();
+    BeSilent(std::chrono::seconds(most / 2));
+    request->SetAttemptTimeout(std::chrono::seconds(most + 2));
+    const TimePoint start = clock.Now();
+    EXPECT_EQ(ThrownBy<Cancellation::TimeoutException>([&] { Call(); }), "Error 11.13");
+    EXPECT_GE(clock.Now() - start, Duration(std::chrono::seconds(most)));
+}
+
 TEST_F(HttpClientServiceGatewayTest, AnAttemptTimeoutBelowASecondIsNoLimitAtAll) {
-    for (const std::int64_t ticks : {0, 5'000'000, 9'999'999}) {
+    constexpr std::int64_t wrapsToASecond = -4'294'967'295 * TicksPerSecond;
+    for (const std::int64_t ticks : {std::int64_t{0}, std::int64_t{5'000'000}, std::int64_t{9'999'999},
+                                     std::int64_t{-10'000'000}, wrapsToASecond}) {
         int waits = 0;
         sockets.OnSend(nullptr);
         sockets.OnIdle([&](std::int64_t) {
-            clock.Advance(std::chrono::seconds(1));
-            if (++waits == 1000) sockets.CloseByPeer(100);
+            clock.Advance(std::chrono::seconds(10));
+            if (++waits == 100) sockets.CloseByPeer(100);
         });
         sockets.SetNextHandle(100);
         request->SetAttemptTimeout(Duration(ticks));
         sockets.FailNthCall("Connect", 2, 111);
         EXPECT_EQ(ThrownBy<CommunicationsError>([&] { Call(); }), "Error 11.0") << ticks;
-        EXPECT_EQ(waits, 1000) << ticks;
+        EXPECT_EQ(waits, 100) << ticks;
     }
 }
 

@@ -72,6 +72,7 @@ TEST_F(ServiceResponseTest, OfARepeatedHeaderTheFirstStaysWithItsNameAsItWasSent
     Response().ForEachHeader(
         [&](const std::string& name, const std::string& value) { lines.push_back(name + ": " + value); });
     EXPECT_THAT(lines, ElementsAre("Set-Thing: first")) << "the client tells them in byte order";
+    EXPECT_EQ(Response().GetHeader("SET-thing"), "first");
 }
 
 TEST_F(ServiceResponseTest, VisitsHeadersInTheOrderThatIgnoresCaseWithAPrefixFirst) {
