@@ -12,7 +12,8 @@ using LibraryLogger::LogCall;
 constexpr const char* ExecuteName = "Ombry::ClientCommunications::ServiceIteratePolicyExecutor::Execute";
 
 // Pause after a round in which no server was even chosen: without it the loop would spin while discovery is
-// down.
+// down. Short enough for a call that is cancelled in it; of steady time, since a clock that is set back must
+// not lengthen it.
 constexpr Duration FruitlessRoundPause = std::chrono::milliseconds(250);
 
 }  // namespace
@@ -60,22 +61,19 @@ bool ServiceIteratePolicyExecutor::TryOnce(Call& call) {
         return false;
     } catch (const Cancellation::OperationCancelledException& failure) {
         LogCall(logger, ExecuteName, 1, "Caught exception: ", failure.what());
-        // Otherwise the time-out was that of the single attempt.
-        return !call.token.IsCancelled();
+        // Otherwise the time-out was that of the single attempt, or of the search.
+        if (call.token.IsCancelled()) return false;
     } catch (const CommunicationsError& failure) {
         LogCall(logger, ExecuteName, 1, "Caught exception: ", failure.what());
     }
     return candidate.service || PauseBeforeNextRound(call);
 }
 
-// False: the call was cancelled meanwhile.
+// False: the call was cancelled.
 bool ServiceIteratePolicyExecutor::PauseBeforeNextRound(const Call& call) const {
     if (call.attemptNumber + 1 == call.maxAttempts) return true;  // there is none
-    try {
-        Cancellation::SleepUntil(SaturatingAdd(Platform::Clock().Now(), FruitlessRoundPause), call.token);
-    } catch (const Cancellation::OperationCancelledException&) {
-        return false;
-    }
+    if (call.token.IsCancelled()) return false;
+    Platform::Clock().Sleep(FruitlessRoundPause);
     return true;
 }
 

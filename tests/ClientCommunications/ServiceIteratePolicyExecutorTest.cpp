@@ -11,6 +11,7 @@
 #include <deque>
 #include <new>
 #include <stdexcept>
+#include <utility>
 
 namespace Ombry::Tests {
 namespace {
@@ -403,6 +404,31 @@ TEST_F(ServiceIteratePolicyExecutorTest, WhileDiscoveryIsDownEachRoundPausesForO
     EXPECT_EQ(clock.Sleeps(), (std::vector<Duration>{250ms, 250ms}));
     EXPECT_EQ(logger->Messages(1),
               (Lines{"Caught exception: discovery down", "Caught exception: still down"}));
+}
+
+TEST_F(ServiceIteratePolicyExecutorTest, ASearchThatEndsAsCancelledOrLateWhileTheCallGoesOnPausesToo) {
+    candidates->Throw(Cancellation::OperationCancelledException("a token of the finder's own"));
+    candidates->Throw(Cancellation::TimeoutException("late"));
+    candidates->Give("a");
+    candidates->Give("b");
+    const Response good = ResponseWith(200);
+    EXPECT_EQ(Execute([&](auto service, bool, Token) -> Response {
+                  if (service->GetId() == "a") throw Cancellation::TimeoutException("of the attempt");
+                  return good;
+              }),
+              good);
+    EXPECT_EQ(clock.Sleeps(), (std::vector<Duration>{250ms, 250ms})) << "none behind a server";
+}
+
+TEST_F(ServiceIteratePolicyExecutorTest, AClockThatIsSetBackDoesNotLengthenThePause) {
+    candidates->Throw(CommunicationsError("down"));
+    candidates->Give("a");
+    bool isSetBack = false;
+    clock.OnSleep([&] {
+        if (!std::exchange(isSetBack, true)) clock.SetNow(clock.Now() - 1h);
+    });
+    EXPECT_TRUE(Execute([&](auto, bool, Token) { return ResponseWith(200); }));
+    EXPECT_EQ(clock.Sleeps(), (std::vector<Duration>{250ms}));
 }
 
 TEST_F(ServiceIteratePolicyExecutorTest, AFailureToFindAnyServerCountsAsAnAttemptAndTheLastOneDoesNotPause) {
