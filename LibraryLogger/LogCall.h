@@ -2,6 +2,7 @@
 
 #include "LibraryLogger/ILogger.h"
 
+#include <locale>
 #include <memory>
 #include <sstream>
 #include <type_traits>
@@ -30,6 +31,7 @@ template <class... Parts>
                                         const Parts&... parts) {
     if (!logger->IsEnabled(level)) return;
     std::ostringstream message;
+    message.imbue(std::locale::classic());  // numbers without the digit groups of the program's own locale
     const auto stream = [&message](const auto& part) {
         if constexpr (std::is_invocable_v<decltype(part)>) {
             message << part();

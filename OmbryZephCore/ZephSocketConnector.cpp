@@ -3,6 +3,7 @@
 #include "LibraryLogger/LogCall.h"
 #include "OmbryZephCore/ZephResultCodes.h"
 
+#include <locale>
 #include <sstream>
 #include <utility>
 #include <vector>
@@ -62,6 +63,7 @@ private:
 std::string DescribeAddresses(const char* pHost, std::uint16_t nPort,
                               const std::vector<AddressEntry>& addresses) {
     std::ostringstream text;
+    text.imbue(std::locale::classic());
     text << "getaddrinfo for (" << pHost << ", " << nPort << ") succeeded.  Got:";
     for (const AddressEntry& entry : addresses) {
         const auto name = Sockets().NumericNameOf(entry, HostTextRoom, ServiceTextRoom);

@@ -1,10 +1,10 @@
 #include "ClientCommunications/Impl/CacheControl.h"
 #include "tests/Fakes/FakeClock.h"
+#include "tests/Fakes/GroupingLocale.h"
 
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <locale>
 #include <stdexcept>
 
 namespace Ombry::Tests {
@@ -104,14 +104,9 @@ TEST_F(CacheControlTest, AValueTooShortForAMissingDirectiveFails) {
 }
 
 TEST_F(CacheControlTest, NumbersAreReadTheSameWhateverTheLocaleOfTheProcess) {
-    class Grouping : public std::numpunct<char> {
-        char do_thousands_sep() const override { return '.'; }
-        std::string do_grouping() const override { return "\3"; }
-    };
-    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Grouping));
+    const GroupingLocale grouping;
     FoundServicesDto dto;
     ApplyCacheControl("max-age=1.234,stale-while-revalidate=5.678", dto);
-    std::locale::global(before);
     EXPECT_EQ(dto.expiryTime, Received + 1);
     EXPECT_EQ(dto.maxStaleTime, 5);
 }

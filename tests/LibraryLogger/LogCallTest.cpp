@@ -1,4 +1,5 @@
 #include "LibraryLogger/LogCall.h"
+#include "tests/Fakes/GroupingLocale.h"
 #include "tests/Fakes/RecordingLogger.h"
 
 #include <gtest/gtest.h>
@@ -118,6 +119,15 @@ TEST(LogCallTest, StreamsLiteralsAndValuesInOrderIntoOneMessage) {
     EXPECT_EQ(entry.message, "Getting token for v1-auth, attempt 2 of 4294967295x1");
     EXPECT_EQ(entry.function, "Ombry::Some::Function");
     EXPECT_EQ(entry.level, 3);
+}
+
+TEST(LogCallTest, NumbersAreWrittenTheSameWhateverTheLocaleOfTheProcess) {
+    const GroupingLocale grouping;
+    const auto logger = std::make_shared<RecordingLogger>();
+
+    LogCall(logger, "A::B", 1, "Waiting ", std::int64_t{16'000}, [] { return 1'000; });
+
+    EXPECT_EQ(logger->Messages(), (std::vector<std::string>{"Waiting 160001000"}));
 }
 
 TEST(LogCallTest, EachCallOfAFunctionBearsItsOwnLineAndTheSourcePath) {

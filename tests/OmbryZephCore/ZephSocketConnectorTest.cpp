@@ -1,6 +1,7 @@
 #include "OmbryZephCore/ZephResultCodes.h"
 #include "OmbryZephCore/ZephSocketConnector.h"
 #include "tests/Fakes/AllocationCount.h"
+#include "tests/Fakes/GroupingLocale.h"
 #include "tests/Fakes/RecordingLogger.h"
 #include "tests/Fakes/ScriptedSockets.h"
 
@@ -268,6 +269,14 @@ TEST_F(ZephSocketConnectorTest, TheTraceListsEveryAddress) {
                     ", ai_addrlen=7, ai_canonname=(null), ai_addr=::1 443)\n" + "(ai_flags=0, ai_family=" +
                     V6 + socket + ", ai_addrlen=50, ai_canonname=(null), ai_addr= )"));
     EXPECT_EQ(traced->Entries().size(), 1u);
+}
+
+TEST_F(ZephSocketConnectorTest, TheTraceWritesNumbersTheSameWhateverTheLocaleOfTheProcess) {
+    const GroupingLocale grouping;
+    ZephSocketConnector tracing(logger = std::make_shared<RecordingLogger>(0));
+    EXPECT_EQ(tracing.Connect("one", 8443, 3, nullptr, 0), 0u);
+    EXPECT_THAT(logger->Messages(0),
+                ElementsAre(::testing::StartsWith("getaddrinfo for (one, 8443) succeeded.  Got:\n")));
 }
 
 TEST_F(ZephSocketConnectorTest, AddressTextsAreNotAskedForWithoutALogThatWantsThem) {
