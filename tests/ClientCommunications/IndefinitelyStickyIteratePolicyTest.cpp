@@ -137,6 +137,17 @@ TEST_F(IndefinitelyStickyIteratePolicyTest, AnEstablishedServerThatFailsIsNeverL
     EXPECT_EQ(finder->Calls(), 1u);
 }
 
+TEST_F(IndefinitelyStickyIteratePolicyTest, AnEstablishedServerWhoseFailureEndsTheCallHasNoRecordOfIt) {
+    finder->Set({"l"}, {});
+    EXPECT_EQ(Run(), "l local");
+    failed->ClearChanges();
+    EXPECT_EQ(Next(NewCall()), "l local");
+    EXPECT_EQ(failed->Changes(), Lines{});
+    const CallPtr call = NewCall();
+    EXPECT_EQ((Lines{Next(call), Next(call)}), (Lines{"l local", "none"}));
+    EXPECT_EQ(failed->Changes(), (Lines{"failed l local"}));
+}
+
 TEST_F(IndefinitelyStickyIteratePolicyTest,
        ASearchThatWasGivenUpCountsAsAFailureAndTheNextCallSearchesAgain) {
     finder->Set({"l"}, {"r"});

@@ -655,6 +655,23 @@ TEST_F(IterateAfterMaxFailuresPolicyTest, ACallCancelledInTheWaitForARetryCounts
     EXPECT_EQ(memory->Get("l").failureCount, 2);
 }
 
+TEST_F(IterateAfterMaxFailuresPolicyTest, ACallCancelledInTheWaitForAnotherServerCountsThatOneAsFailed) {
+    const auto memory = RealMemory();
+    UsePolicy(1, memory);
+    finder->Set({"l"}, {"r"});
+    memory->RecordFailure("r", false);
+    memory->RecordFailure("r", false);
+    {
+        const CallPtr call = NewCall();
+        EXPECT_EQ(Next(call), "l local");
+        ExpectTimeOut(call);
+        EXPECT_EQ(memory->Get("l").failureCount, 1);
+        EXPECT_EQ(memory->Get("r").failureCount, 2);
+    }
+    EXPECT_EQ(memory->Get("l").failureCount, 1);
+    EXPECT_EQ(memory->Get("r").failureCount, 3);
+}
+
 TEST_F(IterateAfterMaxFailuresPolicyTest, ASearchThatFailsLeavesTheCallAbleToSearchAgain) {
     UsePolicy(1);
     finder->OnFind([] { throw CommunicationsError("down"); });
