@@ -219,6 +219,22 @@ TEST_F(FailedServicesTest, ARecordWhoseRetentionEndsAtTheSweepStaysForTheNext) {
     EXPECT_EQ(factory->alive, 0);
 }
 
+TEST_F(FailedServicesTest, ASweepThatCameLateIsWhatTheNextIsCountedFrom) {
+    const auto factory = std::make_shared<CountedDelaysFactory>();
+    const auto services = Make(factory);
+    clock.SetNow(clock.Now() + Retention + Duration(5min));  // which the wait does not notice
+    services->RecordFailure("a", true);
+    clock.Advance(5min);  // the sweep, ten minutes late
+    AwaitWait(2);
+    clock.Advance(26min);  // the record is past its retention for a minute
+    AwaitWait(3);
+    ASSERT_EQ(clock.Waits().back(), Duration(4min));
+    EXPECT_EQ(factory->alive, 1);
+    clock.Advance(4min);
+    AwaitWait(4);
+    EXPECT_EQ(factory->alive, 0);
+}
+
 TEST_F(FailedServicesTest, AClockThatJumpsIsNoticedWhenTheWaitEnds) {
     const auto factory = std::make_shared<CountedDelaysFactory>();
     const auto services = Make(factory);

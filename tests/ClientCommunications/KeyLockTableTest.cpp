@@ -156,6 +156,26 @@ TEST(KeyLockTableTest, AWaitingWriterGoesBeforeReadersThatComeLater) {
     EXPECT_EQ(table.Size(), 0u);
 }
 
+// Without a precedence the writer comes first all the same where it is woken quickly, hence the rounds.
+TEST(KeyLockTableTest, AWaitingWriterGoesBeforeTheReaderThatJustLeft) {
+    for (int round = 0; round < 100; ++round) {
+        KeyLockTable table;
+        Events events;
+        table.LockRead("a");
+        ObservedThread writer([&] {
+            const KeyWriteLock lock(&table, "a");
+            events.Add("write");
+        });
+        ASSERT_TRUE(writer.IsBlocked());
+        table.UnlockRead("a");
+        table.LockRead("a");
+        events.Add("read");
+        table.UnlockRead("a");
+        writer.Join();
+        ASSERT_THAT(events.All(), ElementsAre("write", "read")) << round;
+    }
+}
+
 TEST(KeyLockTableTest, AWaitingWriterHoldsOffReadersOfItsKeyAlone) {
     KeyLockTable table;
     table.LockRead("a");
