@@ -10,11 +10,14 @@
 #include "tests/Fakes/FakeOAuth2Client.h"
 #include "tests/Fakes/FakeRandom.h"
 #include "tests/Fakes/MemoryFiles.h"
+#include "tests/Fakes/ObservedThread.h"
 #include "tests/Fakes/RecordingLogger.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <functional>
 
 namespace Ombry::Tests {
 
@@ -106,6 +109,28 @@ protected:
         clock.AwaitWaits(n);
         clock.Advance(LongestWait);
         clock.AwaitWaits(n + 1);
+    }
+
+    /// Whether a call to service "b" gets its token, "token-b", while `touch` is held in its first operation
+    /// on the file of service "a".
+    bool IsServedBeside(JwtAuthenticator& authenticator, const std::function<void()>& touch) {
+        std::atomic<bool> held{false}, letGo{false}, served{false};
+        files.Decide([&](const FileOperation& operation) -> std::optional<int> {
+            if (!operation.path.starts_with(PathOf("a"))) return std::nullopt;
+            held = true;
+            while (!letGo)
+                std::this_thread::yield();
+            return std::nullopt;
+        });
+        ObservedThread holding(touch);
+        EXPECT_TRUE(EndsUnaided(held));
+        ObservedThread other([&] { served = Use(authenticator, "b") == "Bearer token-b"; });
+        const bool servedUnaided = EndsUnaided(served);
+        letGo = true;
+        holding.Join();
+        other.Join();
+        files.Decide({});
+        return servedUnaided;
     }
 
     FakeClock clock;

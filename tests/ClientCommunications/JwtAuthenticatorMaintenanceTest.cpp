@@ -32,6 +32,14 @@ protected:
     }
 };
 
+TEST_F(JwtAuthenticatorMaintenanceTest, APassThatWaitsForTheDiskHoldsUpNoCall) {
+    PutEntry("a", "token-a", clock.Now(), 1'000'000);
+    PutEntry("b", "token-b", clock.Now(), 1'000'000);
+    const auto authenticator = Make();
+
+    EXPECT_TRUE(IsServedBeside(*authenticator, [&] { RunPass(1); }));
+}
+
 TEST_F(JwtAuthenticatorMaintenanceTest, ThreadTellsOfItsBeginAndItsEnd) {
     MakeWaiting().reset();
 

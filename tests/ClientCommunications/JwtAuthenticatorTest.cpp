@@ -122,6 +122,14 @@ TEST_F(JwtAuthenticatorTest, CachedTokenIsPutOnARequestOfAnotherClassToo) {
     EXPECT_EQ(foreign->GetHeader("Authorization"), "Bearer cached");
 }
 
+TEST_F(JwtAuthenticatorTest, ACallThatWaitsForTheDiskHoldsUpNoOtherService) {
+    PutEntry("a", "token-a", clock.Now(), 3600);
+    PutEntry("b", "token-b", clock.Now(), 3600);
+    const auto authenticator = MakeWaiting();
+
+    EXPECT_TRUE(IsServedBeside(*authenticator, [&] { Use(*authenticator, "a"); }));
+}
+
 /// Keeps with each line the "Authorization" header that a request had by then.
 class WatchingLogger : public RecordingLogger {
 public:
