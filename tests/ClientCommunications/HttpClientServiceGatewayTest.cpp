@@ -16,6 +16,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <set>
 
@@ -579,16 +580,22 @@ const char TooLong[] =
     "The answer to GET http://server:8080/base/path is longer than the 268435456 bytes that are held in "
     "memory.";
 
-/// Refuses the room that only a body beyond the limit needs.
-class NoRoomForLongBodies {
+/// Gives the room that is asked for, which takes no memory until it is written to, and notes the most of it.
+class NotedRoom {
 public:
-    NoRoomForLongBodies()
+    NotedRoom()
         : previous(OmbryZephCore::ZephIOBuffer::ReplaceAllocator([](std::uint64_t nBytes) {
-              return nBytes > MaxBodyInMemory ? nullptr : new (std::nothrow) std::uint8_t[nBytes];
-          })) {}
-    ~NoRoomForLongBodies() { OmbryZephCore::ZephIOBuffer::ReplaceAllocator(previous); }
+              most = std::max(most, nBytes);
+              return new (std::nothrow) std::uint8_t[nBytes];
+          })) {
+        most = 0;
+    }
+    ~NotedRoom() { OmbryZephCore::ZephIOBuffer::ReplaceAllocator(previous); }
+
+    std::uint64_t Most() const { return most; }
 
 private:
+    static inline std::uint64_t most = 0;  // calls are made on the thread of the test
     OmbryZephCore::ZephIOBuffer::Allocator previous;
 };
 
@@ -607,7 +614,7 @@ protected:
         Gateway()->CallForStream(request, std::make_shared<SyncStringWriter>(streamed), {});
     }
 
-    const NoRoomForLongBodies noRoom;
+    const NotedRoom room;
     std::string streamed;
 };
 
@@ -616,6 +623,7 @@ TEST_P(HttpClientServiceGatewayLongBodyTest, EndsTheCallBeforeRoomIsMadeAndIsNot
     EXPECT_EQ(ThrownBy<std::runtime_error>([&] { Call(); }), TooLong) << "no other server is tried for it";
     EXPECT_EQ(GatewayLog().back(), (std::pair<int, std::string>(4, TooLong)));
     EXPECT_EQ(sockets.CallsOf("Connect"), 1u);
+    EXPECT_LT(room.Most(), MaxBodyInMemory);
 }
 
 TEST_P(HttpClientServiceGatewayLongBodyTest, LeavesNoConnectionBehind) {
@@ -651,6 +659,7 @@ TEST_F(HttpClientServiceGatewayLongBodyTest, OfExactlyTheLimitIsReceived) {
         EXPECT_EQ(ThrownBy<CommunicationsError>([&] { Call(); }), "Error 11.0")
             << "the peer closed: " << rest;
     }
+    EXPECT_GT(room.Most(), MaxBodyInMemory) << "for the chunk, with its size line and its end";
 }
 
 TEST_F(HttpClientServiceGatewayLongBodyTest, IsNoConcernOfAStream) {
@@ -660,6 +669,7 @@ TEST_F(HttpClientServiceGatewayLongBodyTest, IsNoConcernOfAStream) {
     BeginAnswer("200 OK", "Transfer-Encoding: chunked\r\n\r\n1\r\ny\r\n10000000\r\n");
     EXPECT_EQ(ThrownBy<CommunicationsError>([&] { CallForStream(); }), "Error 11.0") << "the peer closed";
     EXPECT_EQ(streamed, "y");
+    EXPECT_GT(room.Most(), MaxBodyInMemory);
 }
 
 TEST(HttpClientServiceGatewayOnLoopbackTest, ABodyThatLastsUntilThePeerClosesEndsAtTheLimit) {
