@@ -582,6 +582,25 @@ TEST_F(ClientCommunicationsTest, WaitsBeforeAFailedServerDoubleFromOneSecondToTh
     EXPECT_EQ(waits, expected);
 }
 
+TEST_F(ClientCommunicationsTest, APolicyThatWasAskedForKnowsTheFailuresOfTheUsualGateway) {
+    HoldMaintainer(Cache);
+    auto parameters = Parameters("", "", "t");
+    parameters.logger = logger;
+    const auto communications = MakeClientCommunications(parameters);
+    const auto finder = communications->GetServiceFinderFactory()->CreateByName("v1-auth");
+    const auto gateways = communications->GetServiceGatewayFactory();
+    const auto policies = communications->GetServiceIteratePolicyFactory();
+    const auto request = communications->GetServiceRequestFactory()->Create("GET", "/busy", "1");
+    request->SetMaxRetries(0);
+    gateways->Create(finder)->CallForString(request, {});
+    logger->Clear();
+
+    gateways->Create(finder, policies->CreateIndefinitelySticky())->CallForString(request, {});
+
+    EXPECT_TRUE(
+        logger->Has(1, "Waiting 1000 milliseconds before trying to call " + web.server.Url() + " again."));
+}
+
 TEST_F(ClientCommunicationsTest, FailuresAreSweptEachThirtyMinutes) {
     HoldMaintainer(Cache);
     const auto communications = MakeClientCommunications(Parameters("", "", ""));

@@ -242,6 +242,22 @@ TEST_P(ZephOpenSSLSessionsTest, ScopesUsedLongestAgoGo) {
     EXPECT_NE(few.Take("one more"), nullptr);
 }
 
+TEST(ZephOpenSSLTicketsTest, OfTooManyInAScopeTheOldestGoesAndTheLatestIsOfferedFirst) {
+    const std::string scope = NewScope();
+    Meet(Servers(TLS1_3_VERSION), scope);
+    const ZephOpenSSLSessions::Session first = ZephOpenSSLSessions::Shared().Take(scope);
+    ASSERT_NE(first, nullptr);
+    ZephOpenSSLSessions few;
+    std::vector<ZephOpenSSLSessions::Session> kept;
+    for (std::size_t i = 0; i <= ZephOpenSSLSessions::MostOfAScope; ++i) {
+        kept.emplace_back(SSL_SESSION_dup(first.get()));
+        few.Keep("a", *kept.back());
+    }
+    for (std::size_t i = ZephOpenSSLSessions::MostOfAScope; i > 0; --i)
+        EXPECT_EQ(few.Take("a"), kept[i]) << i;
+    EXPECT_EQ(few.Take("a"), nullptr);
+}
+
 TEST(ZephOpenSSLTicketsTest, ManyThreadsShareAScope) {
     for (const int version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
         const std::string scope = NewScope();
