@@ -19,11 +19,14 @@ namespace {
 
 thread_local FreedMemory* looking = nullptr;
 
+/// The C library takes what is larger from the system and gives it back: nobody gets it next.
+constexpr std::size_t LargestOfTheHeap = std::size_t{32} << 20;
+
 /// Looks at a block that is about to be freed and wipes it, so that whoever gets it next does not seem to
 /// leave in it what others left.
 [[maybe_unused]] void Take(void* memory, std::size_t size) {
     if (looking) looking->Look({static_cast<const char*>(memory), size});
-    std::memset(memory, 0, size);
+    if (size <= LargestOfTheHeap) std::memset(memory, 0, size);
 }
 
 #if defined(__SANITIZE_ADDRESS__)
