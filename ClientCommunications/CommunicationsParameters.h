@@ -11,7 +11,9 @@ namespace Ombry::ClientCommunications {
 struct CommunicationsParameters {
     /// Fills in the defaults; `std::runtime_error` if the system has no program-data folder.
     explicit CommunicationsParameters(const std::string& clientName);
+    /// A copy of everything, which wipes its own secrets.
     CommunicationsParameters(const CommunicationsParameters&) = default;
+    /// The same; the secrets that stood here are not wiped.
     CommunicationsParameters& operator=(const CommunicationsParameters&) = default;
     /// Wipes `password` and `fixedToken`.
     ~CommunicationsParameters();
