@@ -17,6 +17,7 @@
 #include <openssl/crypto.h>
 
 #include <gnu/libc-version.h>
+#include <malloc.h>
 #include <unistd.h>
 #include <valgrind/callgrind.h>
 
@@ -96,6 +97,9 @@ void Mark(const std::string& text) {
 
 /// Prints what the instructions hang on, and then for each road what it allocates in a pass.
 void GoAll(const Target& target, const std::string& folder) {
+    // Where the heap happens to begin would decide whether a pass gives memory back and takes it again.
+    mallopt(M_TRIM_THRESHOLD, 32 << 20);
+    mallopt(M_MMAP_THRESHOLD, 32 << 20);
     ClockAhead clock;
     const Platform::Testing::Replace<Platform::IClock> clockReplaced(clock);
     // The thread that refreshes tokens waits for hours.
