@@ -5,6 +5,7 @@
 #include "tests/Fakes/Linux/TlsServerEnd.h"
 #include "tests/Fakes/RecordingLogger.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -24,31 +25,33 @@ inline std::int32_t Write(OmbryZephCore::ZephSSLConnectionIf& client, const std:
     return client.write_plaintext(Bytes(bytes), static_cast<std::int32_t>(bytes.size()));
 }
 
+/// What `fill`, which returns a count or a failure below 0, puts into memory of `room` bytes. None is written
+/// ahead of it: a mebibyte of zeros for each call was half the time of these tests under a sanitizer.
+template <class Fill>
+std::string Filled(std::size_t room, Fill fill) {
+    const auto bytes = std::make_unique_for_overwrite<char[]>(room);
+    const std::int32_t count =
+        fill(reinterpret_cast<std::uint8_t*>(bytes.get()), static_cast<std::int32_t>(room));
+    return std::string(bytes.get(), static_cast<std::size_t>(std::max(count, 0)));
+}
+
 /// One read; `result` is what the engine returned.
 inline std::string Read(OmbryZephCore::ZephSSLConnectionIf& client, std::int32_t& result,
                         std::size_t room = 65536) {
-    std::string bytes(room, '\0');
-    result =
-        client.read_plaintext(reinterpret_cast<std::uint8_t*>(bytes.data()), static_cast<std::int32_t>(room));
-    bytes.resize(result > 0 ? static_cast<std::size_t>(result) : 0);
-    return bytes;
+    return Filled(
+        room, [&](std::uint8_t* to, std::int32_t most) { return result = client.read_plaintext(to, most); });
 }
 
 inline std::string Extract(OmbryZephCore::ZephSSLConnectionIf& client, std::size_t room = 1 << 20) {
-    std::string bytes(room, '\0');
-    const std::int32_t count = client.extract_ciphertext(reinterpret_cast<std::uint8_t*>(bytes.data()),
-                                                         static_cast<std::int32_t>(room));
-    bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
-    return bytes;
+    return Filled(room,
+                  [&](std::uint8_t* to, std::int32_t most) { return client.extract_ciphertext(to, most); });
 }
 
 inline std::string ExtractUnprocessed(OmbryZephCore::ZephSSLConnectionIf& client, std::int32_t& result,
                                       std::size_t room = 4096) {
-    std::string bytes(room, '\0');
-    result = client.extract_unprocessed_ciphertext(reinterpret_cast<std::uint8_t*>(bytes.data()),
-                                                   static_cast<std::int32_t>(room));
-    bytes.resize(result > 0 ? static_cast<std::size_t>(result) : 0);
-    return bytes;
+    return Filled(room, [&](std::uint8_t* to, std::int32_t most) {
+        return result = client.extract_unprocessed_ciphertext(to, most);
+    });
 }
 
 /// TLS records of a byte stream that ends on a record boundary.
