@@ -74,8 +74,11 @@ configure_preset() {
 }
 
 # Configures and builds one preset. A terminal gets ninja's one moving line; what compilers say comes whole everywhere.
+# They free as many small pieces of memory as they take; that the C library keeps more than seven of each size at hand
+# for the next one takes a twentieth off their time.
 build_preset() {
     local preset=$1
+    local -x GLIBC_TUNABLES=${GLIBC_TUNABLES:-glibc.malloc.tcache_count=60000}
     shift
     configure_preset "$preset" || return 1
     local build=(cmake --build "$root/build/$preset" --parallel "$jobs" "$@")
