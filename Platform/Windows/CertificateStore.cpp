@@ -15,6 +15,8 @@ struct CloseStore {
 };
 using StoreHandle = std::unique_ptr<void, CloseStore>;
 
+// Others see each change when its operation returns: the system's stores have no lock that could hold a
+// reader back until a certificate is replaced.
 class SystemStore : public ICertificateStore {
 public:
     SystemStore(StoreHandle store, StoreAccess access) : store(std::move(store)), access(access) {}
