@@ -9,12 +9,6 @@
 namespace Ombry::Platform::Windows {
 namespace {
 
-// Opens what stands at a path, or behind it if it is a link, as a folder alone can be opened.
-Handle OpenFolder(const std::wstring& path, DWORD access) {
-    return Handle(CreateFileW(path.c_str(), access, ShareAll, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-}
-
 struct CloseSearch {
     using pointer = HANDLE;
     void operator()(HANDLE search) const { FindClose(search); }
@@ -23,10 +17,10 @@ struct CloseSearch {
 }  // namespace
 
 Result CheckFolder(const std::wstring& path) {
-    const Handle folder = OpenFolder(path, FILE_READ_ATTRIBUTES);
-    if (!folder) return LastError();
+    const auto folder = OpenBehindLinks(path, FILE_READ_ATTRIBUTES);
+    if (!folder) return Result::Failure(folder.Error());
     FILE_BASIC_INFO information{};
-    if (!GetFileInformationByHandleEx(folder.Get(), FileBasicInfo, &information, sizeof information)) {
+    if (!GetFileInformationByHandleEx(folder->Get(), FileBasicInfo, &information, sizeof information)) {
         return LastError();
     }
     const bool isFolder = information.FileAttributes & FILE_ATTRIBUTE_DIRECTORY;
@@ -47,9 +41,7 @@ ValueOr<bool> MakeFolder(const std::wstring& path) {
 }
 
 ValueOr<Handle> OpenToFlush(const std::wstring& folder) {
-    Handle opened = OpenFolder(folder, GENERIC_WRITE);
-    if (!opened) return LastError();
-    return opened;
+    return OpenBehindLinks(folder, GENERIC_WRITE);
 }
 
 ValueOr<std::vector<std::wstring>> NamesIn(const std::wstring& folder) {

@@ -16,7 +16,7 @@ Result CheckFolder(const std::wstring& path);
 /// another process made in between, is a success.
 ValueOr<bool> MakeFolder(const std::wstring& path);
 
-/// Opens a folder for a change that is to be flushed.
+/// Opens a folder for a change that is to be flushed; waits for it as `Open`.
 ValueOr<Handle> OpenToFlush(const std::wstring& folder);
 
 /// Names in a folder, without "." and "..".

@@ -60,6 +60,18 @@ ValueOr<DWORD> AttributesOf(const Handle& file) {
     return information.FileAttributes;
 }
 
+ValueOr<Handle> OpenAsSoonAsFree(const std::wstring& path, DWORD access, DWORD flags) {
+    Handle file;
+    const Result result = WaitWhile(MeansLocked, [&] {
+        // A folder opens as well, so that what it is shows the same way on every system.
+        file = Handle(CreateFileW(path.c_str(), access, ShareAll, nullptr, OPEN_EXISTING,
+                                  flags | FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+        return file ? Result::Success() : LastError();
+    });
+    if (!result) return result;
+    return file;
+}
+
 template <class Information>
 Result Set(const Handle& file, FILE_INFO_BY_HANDLE_CLASS what, Information& information, std::size_t size) {
     if (!SetFileInformationByHandle(file.Get(), what, &information, static_cast<DWORD>(size))) {
@@ -97,15 +109,11 @@ private:
 }  // namespace
 
 ValueOr<Handle> Open(const std::wstring& path, DWORD access) {
-    // A folder opens as well, so that what it is shows the same way on every system.
-    constexpr DWORD flags = FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS;
-    Handle file;
-    const Result result = WaitWhile(MeansLocked, [&] {
-        file = Handle(CreateFileW(path.c_str(), access, ShareAll, nullptr, OPEN_EXISTING, flags, nullptr));
-        return file ? Result::Success() : LastError();
-    });
-    if (!result) return result;
-    return file;
+    return OpenAsSoonAsFree(path, access, FILE_FLAG_OPEN_REPARSE_POINT);
+}
+
+ValueOr<Handle> OpenBehindLinks(const std::wstring& path, DWORD access) {
+    return OpenAsSoonAsFree(path, access, 0);
 }
 
 Result CheckRegular(const Handle& file) {

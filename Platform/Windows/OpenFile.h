@@ -12,8 +12,11 @@ namespace Ombry::Platform::Windows {
 inline constexpr int ErrorIsFolder = 336;
 
 /// Opens what stands at a path, a link itself if it is one, for `access`; others may do with it what they
-/// like meanwhile. A file that somebody else has locked, as a scanner does for a moment, is waited for.
+/// like meanwhile. What somebody else has locked, as a scanner does for a moment, is waited for.
 ValueOr<Handle> Open(const std::wstring& path, DWORD access);
+
+/// The same, but of a link what it leads to.
+ValueOr<Handle> OpenBehindLinks(const std::wstring& path, DWORD access);
 
 /// Success for a regular file: no folder, no link nor anything else that stands for something, no device.
 Result CheckRegular(const Handle& file);

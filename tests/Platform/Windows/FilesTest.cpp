@@ -15,6 +15,7 @@
 #include <sddl.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -44,6 +45,26 @@ protected:
 
     void Mark(const std::string& path, DWORD attributes) {
         ASSERT_TRUE(SetFileAttributesW(WidePath(path)->c_str(), attributes));
+    }
+
+    /// Whether the work succeeds although somebody else has what it needs when it begins.
+    static bool IsDoneBehind(const std::string& path, const std::function<bool()>& work) {
+        HeldFile scanner(path, 0);
+        std::atomic<bool> begun = false;
+        bool done = false;
+        std::thread worker([&] {
+            begun = true;
+            done = work();
+        });
+        while (!begun)
+            std::this_thread::yield();
+        // Time for the first try, which must not be the last, and far from enough for the last.
+        for (const auto start = std::chrono::steady_clock::now();
+             std::chrono::steady_clock::now() - start < std::chrono::milliseconds(20);)
+            std::this_thread::yield();
+        scanner.Release();
+        worker.join();
+        return done;
     }
 
     TemporaryDirectory directory;
@@ -131,23 +152,21 @@ TEST_F(FilesTest, FileThatIsScannedIsWaitedFor) {
         {"replace", [&] { return static_cast<bool>(Save(path, "new")); }},
         {"rename", [&] { return static_cast<bool>(files.Rename(path, directory / "other")); }},
         {"remove", [&] { return static_cast<bool>(files.Remove(directory / "other", Durability::Synced)); }}};
-    for (const Case& one : cases) {
-        HeldFile scanner(one.name == "remove" ? directory / "other" : path, 0);
-        std::atomic<bool> begun = false;
-        bool done = false;
-        std::thread worker([&] {
-            begun = true;
-            done = one.work();
-        });
-        // Time for the first try, which must not be the last, and little enough for the last on a busy
-        // machine.
-        for (int left = 20; !begun || left > 0; --left)
-            std::this_thread::yield();
-        scanner.Release();
-        worker.join();
-        EXPECT_TRUE(done) << one.name;
-    }
+    for (const Case& one : cases)
+        EXPECT_TRUE(IsDoneBehind(one.name == "remove" ? directory / "other" : path, one.work)) << one.name;
     EXPECT_THAT(Names(), IsEmpty());
+}
+
+TEST_F(FilesTest, FolderThatIsScannedIsWaitedFor) {
+    const std::string path = directory / "file";
+    EXPECT_TRUE(IsDoneBehind(directory.Path(),
+                             [&] { return static_cast<bool>(Save(path, "new", Durability::Synced)); }));
+    EXPECT_TRUE(IsDoneBehind(directory.Path(), [&] {
+        return static_cast<bool>(files.CreateDirectories(directory / "folder", Durability::Synced));
+    }));
+    EXPECT_TRUE(IsDoneBehind(directory.Path(),
+                             [&] { return static_cast<bool>(files.Remove(path, Durability::Synced)); }));
+    EXPECT_THAT(Names(), ElementsAre("folder"));
 }
 
 TEST_F(FilesTest, WhatIsOpenHereMayBeOpenedReplacedAndRemovedByOthers) {

@@ -9,13 +9,13 @@
 
 namespace Ombry::Tests {
 
-/// A file that somebody else has open for reading.
+/// A file or a folder that somebody else has open for reading.
 class HeldFile {
 public:
     /// `share` is what its holder lets others do meanwhile.
     HeldFile(const std::string& path, DWORD share)
         : file(CreateFileW(Platform::Windows::WidePath(path)->c_str(), GENERIC_READ, share, nullptr,
-                           OPEN_EXISTING, 0, nullptr)) {
+                           OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr)) {
         EXPECT_TRUE(file) << path;
     }
 
