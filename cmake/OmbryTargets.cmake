@@ -30,8 +30,8 @@ if(OMBRY_UNITY AND NOT OMBRY_SANITIZE)
 endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # There GCC is quicker with what it optimises at no cost: a quarter of the inline functions is left to be assembled and
-    # linked.
-    if(OMBRY_UNITY AND NOT OMBRY_SANITIZE)
+    # linked. A later one may see more to warn of then, which would fail these builds.
+    if(OMBRY_UNITY AND NOT OMBRY_SANITIZE AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
         set(CMAKE_CXX_FLAGS_DEBUG "-Og")
     endif()
     # One eighth of the compiler's time went into looking for memory to give back.
