@@ -125,6 +125,7 @@ public:
     /// ones. Null sets are left out. A signal does not end the wait. An error or a hang-up of the peer shows
     /// in the read and write sets, urgent data in the exception set, and a connect that failed in the write
     /// set or in the exception set, whichever the system chooses. With no handle in any set it just waits.
+    /// A readiness to read or to write may turn out to be none: the transfer then gives `ErrorWouldBlock`.
     virtual SelectResult Select(SocketSet* read, SocketSet* write, SocketSet* except,
                                 std::int64_t milliseconds) = 0;
 

@@ -67,8 +67,27 @@ AddressEntry EntryOf(const addrinfo& info) {
     return entry;
 }
 
-// The socket of this thread whose last receive got all that it asked for: there is mostly more.
+// The socket of this thread whose last receive got all that it asked for: there is mostly more. A receive
+// that finds nothing costs no more than the question would, so the next wait for this socket alone calls it
+// ready unasked. A receive ends ahead of urgent data, so that these are asked for; only those that begin
+// exactly behind one that got all are passed over.
 thread_local SocketHandle flowing = InvalidSocket;
+
+bool HoldsOnly(const SocketSet& set, SocketHandle socket) {
+    return set.Count() == 1 && set[0] == socket;
+}
+
+bool IsEmpty(const SocketSet* set) {
+    return !set || set->Count() == 0;
+}
+
+// True once for each such receive, so that whoever asks again without a receive waits.
+bool IsWaitForWhatFlows(const SocketSet* read, const SocketSet* write, const SocketSet* except) {
+    if (flowing == InvalidSocket || !read || !HoldsOnly(*read, flowing) || !IsEmpty(write)) return false;
+    if (!IsEmpty(except) && !HoldsOnly(*except, flowing)) return false;
+    flowing = InvalidSocket;
+    return true;
+}
 
 // One wait on up to three sets, by poll, which takes a descriptor of any number. A handle has one entry,
 // however many sets it is in: the system works through each entry before and after its sleep. The sets
@@ -77,7 +96,7 @@ thread_local SocketHandle flowing = InvalidSocket;
 class PollWait {
 public:
     PollWait(SocketSet* read, SocketSet* write, SocketSet* except) {
-        likelyReady = (write && write->Count() != 0) || (read && read->Contains(flowing));
+        writes = !IsEmpty(write);
         // Data may still lie behind a hang-up, and a failed connect shows as writable: both end in a transfer
         // or a look at SO_ERROR, which say what happened. The exception set is for urgent data alone.
         Append(read, POLLIN, POLLIN | POLLHUP | POLLERR);
@@ -87,8 +106,9 @@ public:
 
     SelectResult Run(std::int64_t milliseconds) {
         if (invalid) return {-1, EBADF};
-        // A look costs the system half of a wait that ends at once. Where it fails, the wait says why.
-        if (likelyReady && milliseconds > 0 && poll(entries.data(), used, 0) > 0) {
+        // There is mostly room for a write, and a look costs the system half of a wait that ends at once.
+        // Where it fails, the wait says why.
+        if (writes && milliseconds > 0 && poll(entries.data(), used, 0) > 0) {
             const SelectResult result = KeepReady();
             if (result.count != 0) return result;
         }
@@ -122,7 +142,7 @@ private:
     static std::int64_t Milliseconds(Duration elapsed) { return elapsed.count() / (TicksPerSecond / 1000); }
 
     void Append(SocketSet* set, short asked, short reported) {
-        if (!set || set->Count() == 0) return;
+        if (IsEmpty(set)) return;
         Member& member = sets[setCount++];
         member.set = set;
         member.reported = reported;
@@ -170,7 +190,7 @@ private:
     std::array<Member, 3> sets;  // only the first `setCount` have a meaning
     std::size_t setCount = 0;
     bool invalid = false;
-    bool likelyReady = false;
+    bool writes = false;
 };
 
 class LinuxSockets : public ISockets {
@@ -220,6 +240,7 @@ public:
     }
 
     Result Close(SocketHandle socket) override {
+        if (flowing == socket) flowing = InvalidSocket;
         const Result result = CoreOutcome(close(Descriptor(socket)));
         // An interrupted close has closed all the same; repeating it could hit another thread's descriptor.
         return !result && result.Error() == EINTR ? Result::Success() : result;
@@ -244,6 +265,10 @@ public:
 
     SelectResult Select(SocketSet* read, SocketSet* write, SocketSet* except,
                         std::int64_t milliseconds) override {
+        if (milliseconds > 0 && IsWaitForWhatFlows(read, write, except)) {
+            if (except) except->Clear();
+            return {1, 0};
+        }
         return PollWait(read, write, except).Run(milliseconds);
     }
 

@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <limits>
+#include <thread>
 
 namespace Ombry::Tests {
 namespace {
@@ -237,25 +238,120 @@ TEST_F(SocketsSelectTest, LookInVainOrThatFailsIsFollowedByTheWholeWait) {
     }
 }
 
-TEST_F(SocketsSelectTest, BytesBehindAReceiveThatGotAllItAskedForAreLookedForWithoutAWait) {
-    const Pair pair = Connected();
-    const Pair other = Connected();
-    ASSERT_EQ(sockets.Send(pair.server, "abc", 3).count, 3);
-    ASSERT_EQ(sockets.Send(other.server, "d", 1).count, 1);
-    const auto timeOutOfSelect = [&](SocketHandle of) {
-        SocketSet read = SetOf({of});
-        SystemCalls calls;
-        EXPECT_EQ(sockets.Select(&read, nullptr, nullptr, 1000).count, 1);
-        EXPECT_THAT(calls.Names(), ElementsAre("poll"));
-        return calls.Calls().front().argument;
-    };
+/// A socket of this thread that has just received all that it had asked for, with more behind it.
+class SocketsSelectFlowingTest : public SocketsSelectTest {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(sockets.Send(pair.server, "abc", 3).count, 3);
+        ASSERT_TRUE(IsReadable(pair.client));
+        ASSERT_EQ(sockets.Receive(pair.client, buffer, 1).count, 1);
+    }
+
+    bool IsReadable(SocketHandle socket) {
+        SocketSet read = SetOf({socket});
+        return sockets.Select(&read, nullptr, nullptr, 5000).count == 1;
+    }
+
+    Pair pair = Connected();
     char buffer[3];
-    ASSERT_EQ(sockets.Receive(pair.client, buffer, 1).count, 1);
-    EXPECT_EQ(timeOutOfSelect(pair.client), 0);
-    EXPECT_EQ(timeOutOfSelect(other.client), 1000) << "another socket";
+};
+
+TEST_F(SocketsSelectFlowingTest, IsCalledReadyUnasked) {
+    SocketSet read = SetOf({pair.client});
+    SocketSet except = SetOf({pair.client});
+    SocketSet none;
+    SystemCalls calls;
+    const SelectResult result = sockets.Select(&read, &none, &except, 1000);
+    EXPECT_EQ(result.count, 1);
+    EXPECT_EQ(result.error, 0);
+    EXPECT_THAT(calls.Names(), ElementsAre());
+    EXPECT_TRUE(read.Contains(pair.client));
+    EXPECT_EQ(except.Count(), 0u);
+}
+
+TEST_F(SocketsSelectFlowingTest, IsAskedForWithoutAReceiveBetween) {
+    ASSERT_TRUE(IsReadable(pair.client));
+    SystemCalls calls;
+    EXPECT_TRUE(IsReadable(pair.client));
+    EXPECT_THAT(calls.Names(), ElementsAre("poll"));
+}
+
+TEST_F(SocketsSelectFlowingTest, IsAskedForBehindAReceiveThatGotLess) {
     ASSERT_EQ(sockets.Receive(pair.client, buffer, 3).count, 2);
-    ASSERT_EQ(sockets.Send(pair.server, "e", 1).count, 1);
-    EXPECT_EQ(timeOutOfSelect(pair.client), 1000) << "it had asked for more";
+    ASSERT_EQ(sockets.Send(pair.server, "d", 1).count, 1);
+    SystemCalls calls;
+    EXPECT_TRUE(IsReadable(pair.client));
+    EXPECT_THAT(calls.Names(), ElementsAre("poll"));
+}
+
+TEST_F(SocketsSelectFlowingTest, IsAskedForByALookThatDoesNotWait) {
+    SocketSet read = SetOf({pair.client});
+    SystemCalls calls;
+    EXPECT_EQ(sockets.Select(&read, nullptr, nullptr, 0).count, 1);
+    EXPECT_THAT(calls.Names(), ElementsAre("poll"));
+}
+
+TEST_F(SocketsSelectFlowingTest, IsAskedForTogetherWithAnythingElse) {
+    const Pair other = Connected();
+    ASSERT_EQ(sockets.Send(other.server, "d", 1).count, 1);
+    const SocketSet none{};
+    const SocketSet self = SetOf({pair.client});
+    const SocketSet its = SetOf({other.client});
+    const SocketSet both = SetOf({pair.client, other.client});
+    struct Case {
+        SocketSet read, write, except;
+        int ready;
+    };
+    for (Case asked : {Case{both, none, none, 2}, Case{its, none, none, 1}, Case{self, self, self, 2},
+                       Case{self, its, none, 2}, Case{self, none, its, 1}, Case{self, none, both, 1},
+                       Case{none, self, none, 1}, Case{none, none, self, 0}}) {
+        SystemCalls calls;
+        calls.ExpireWaits();
+        EXPECT_EQ(sockets.Select(&asked.read, &asked.write, &asked.except, 5000).count, asked.ready);
+        EXPECT_GE(calls.Count("poll"), 1u);
+    }
+}
+
+TEST_F(SocketsSelectFlowingTest, IsAskedForByEveryOtherThread) {
+    std::thread([&] {
+        SystemCalls calls;
+        EXPECT_TRUE(IsReadable(pair.client));
+        EXPECT_THAT(calls.Names(), ElementsAre("poll"));
+    }).join();
+}
+
+TEST_F(SocketsSelectFlowingTest, IsForgottenWhenItIsClosed) {
+    const SocketHandle number = dup(static_cast<int>(SocketHandle(pair.client)));
+    ASSERT_EQ(sockets.Receive(number, buffer, 1).count, 1);
+    ASSERT_TRUE(sockets.Close(number));
+    SocketSet read = SetOf({number});
+    const SelectResult result = sockets.Select(&read, nullptr, nullptr, 1000);
+    EXPECT_EQ(result.count, -1);
+    EXPECT_EQ(result.error, EBADF);
+}
+
+TEST_F(SocketsSelectFlowingTest, ReadinessThatIsNoneEndsInATransferOfNothingAndAWait) {
+    ASSERT_EQ(sockets.Receive(pair.client, buffer, 2).count, 2);  // all that there is
+    SystemCalls calls;
+    ASSERT_TRUE(IsReadable(pair.client));
+    const TransferResult nothing = sockets.Receive(pair.client, buffer, 3);
+    EXPECT_EQ(nothing.count, -1);
+    EXPECT_EQ(nothing.error, ErrorWouldBlock);
+    calls.ExpireWaits();
+    EXPECT_FALSE(IsReadable(pair.client));
+    EXPECT_THAT(calls.Names(), ElementsAre("recv", "poll"));
+}
+
+TEST_F(SocketsSelectFlowingTest, UrgentDataAheadOfWhatFlowsIsStillFound) {
+    ASSERT_EQ(send(static_cast<int>(SocketHandle(pair.server)), "!", 1, MSG_OOB), 1);
+    SocketSet urgent = SetOf({pair.client});
+    ASSERT_EQ(sockets.Select(nullptr, nullptr, &urgent, 5000).count, 1);
+    ASSERT_TRUE(IsReadable(pair.client));
+    ASSERT_EQ(sockets.Receive(pair.client, buffer, 3).count, 2) << "it ends ahead of the urgent byte";
+    SocketSet read = SetOf({pair.client});
+    SocketSet except = SetOf({pair.client});
+    EXPECT_GE(sockets.Select(&read, nullptr, &except, 5000).count, 1);
+    EXPECT_TRUE(except.Contains(pair.client));
 }
 
 TEST_F(SocketsSelectTest, ClosedDescriptorIsFoundByTheLookToo) {
