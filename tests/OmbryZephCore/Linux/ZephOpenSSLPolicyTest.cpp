@@ -96,6 +96,25 @@ TEST_P(ZephOpenSSLPolicyTest, ListOfSuitesHoldsNoneThatTheDecisionWouldHaveToRef
     }
 }
 
+TEST(ZephOpenSSLSuiteTest, OrderOfTls13IsTheClientsUnlessTheServerHasOne) {
+    const auto agreed = [](std::uint64_t serverOptions, const char* serverOrder) {
+        TlsServerRecipe recipe = ServerOf(TLS1_3_VERSION);
+        recipe.options = serverOptions;
+        ZephOpenSSLTestPair pair(recipe);
+        SSL_set_ciphersuites(pair.server.Get(), serverOrder);
+        EXPECT_TRUE(pair.Handshake());
+        return std::string(SSL_get_cipher_name(pair.server.Get()));
+    };
+    const std::string light = "TLS_AES_128_GCM_SHA256", heavy = "TLS_AES_256_GCM_SHA384",
+                      other = "TLS_CHACHA20_POLY1305_SHA256";
+    const std::string reversed = other + ":" + heavy + ":" + light;
+    EXPECT_EQ(agreed(0, reversed.c_str()), light);
+    EXPECT_EQ(agreed(0, (other + ":" + heavy).c_str()), heavy);
+    EXPECT_EQ(agreed(0, other.c_str()), other);
+    EXPECT_EQ(agreed(SSL_OP_CIPHER_SERVER_PREFERENCE, reversed.c_str()), other);
+    EXPECT_EQ(agreed(SSL_OP_CIPHER_SERVER_PREFERENCE, (heavy + ":" + light).c_str()), heavy);
+}
+
 TEST(ZephOpenSSLKeyExchangeTest, ShortDiffieHellmanGroupIsRefusedThoughNothingElseIsChecked) {
     const auto connects = [](const std::string& key) {
         CertificateRecipe recipe;
