@@ -20,10 +20,10 @@ struct CommunicationsParameters {
 
     /// Sets `userName`; the cache directory stays.
     void SetUserName(const std::string& name) { userName = name; }
-    /// Sets `password`.
-    void SetPassword(const std::string& text) { password = text; }
-    /// Sets `fixedToken`.
-    void SetFixedToken(const std::string& token) { fixedToken = token; }
+    /// Sets `password`, and wipes the one before.
+    void SetPassword(const std::string& text);
+    /// Sets `fixedToken`, and wipes the one before.
+    void SetFixedToken(const std::string& token);
 
     /// These two keep the cache directory in step, unless it was set by hand. A user name set earlier counts
     /// as by hand: it does not move the directory, and the default no longer matches.

@@ -13,6 +13,19 @@ inline void SecureWipe(std::string& text) noexcept {
     SecureWipe(text.data(), text.size());
 }
 
+/// Puts a value into the place of a secret, which it wipes; `held` and `value` may be one. `std::bad_alloc`
+/// leaves `held` as it was.
+inline void ReplaceSecret(std::string& held, const std::string& value) {
+    if (&held == &value) return;
+    if (held.empty()) {
+        held = value;
+        return;
+    }
+    std::string fresh = value;
+    held.swap(fresh);
+    SecureWipe(fresh);
+}
+
 /// Wipes a string that held a secret when the scope is left.
 class ScopedWipe {
 public:

@@ -42,6 +42,14 @@ CommunicationsParameters::~CommunicationsParameters() {
     Platform::SecureWipe(fixedToken);
 }
 
+void CommunicationsParameters::SetPassword(const std::string& text) {
+    Platform::ReplaceSecret(password, text);
+}
+
+void CommunicationsParameters::SetFixedToken(const std::string& token) {
+    Platform::ReplaceSecret(fixedToken, token);
+}
+
 std::string CommunicationsParameters::DefaultCacheDirectory() const {
     return securityDirectory + MachineFiles::Caches + (userName.empty() ? clientName : userName);
 }

@@ -18,18 +18,6 @@ std::size_t NumberOf(const std::string& name) {
     return static_cast<std::size_t>(std::find(names.begin(), names.end(), name) - names.begin());
 }
 
-// Whatever memory lacks, the value is as it was or as it is to be.
-void Replace(std::string& held, const std::string& value) {
-    if (&held == &value) return;
-    if (held.empty()) {
-        held = value;
-        return;
-    }
-    std::string fresh = value;
-    held.swap(fresh);
-    Platform::SecureWipe(fresh);
-}
-
 std::shared_ptr<const std::string> NotOwned(const std::string& value) {
     return {std::shared_ptr<void>(), &value};
 }
@@ -54,12 +42,12 @@ void RequestHeaders::Set(const std::string& name, const std::string& value) {
     const std::size_t place = NumberOf(name);
     if (place < known.size()) {
         Known& header = known[place];
-        Replace(header.own, value);
+        Platform::ReplaceSecret(header.own, value);
         header.value = NotOwned(header.own);
         return;
     }
     const auto [other, isNew] = others.try_emplace(name, value);
-    if (!isNew) Replace(other->second, value);
+    if (!isNew) Platform::ReplaceSecret(other->second, value);
 }
 
 void RequestHeaders::Set(KnownHeader header, std::string&& value) {

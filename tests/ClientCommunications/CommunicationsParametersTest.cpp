@@ -139,6 +139,24 @@ TEST_F(CommunicationsParametersTest, EveryCopyWipesPasswordAndToken) {
     }
 }
 
+TEST_F(CommunicationsParametersTest, ASecondPasswordOrTokenWipesTheFirst) {
+    const std::string secret = "a secret too long for a string object";
+    const std::string longer = secret.substr(0, 10) + std::string(1000, 'l');
+    for (const auto& [member, set] :
+         {std::pair(&CommunicationsParameters::password, &CommunicationsParameters::SetPassword),
+          std::pair(&CommunicationsParameters::fixedToken, &CommunicationsParameters::SetFixedToken)}) {
+        CommunicationsParameters parameters("");
+        (parameters.*set)(secret);
+        EXPECT_EQ(parameters.*member, secret);
+        const FreedMemory freed(secret);
+        (parameters.*set)(longer);
+        EXPECT_EQ(parameters.*member, longer);
+        EXPECT_EQ(freed.BlocksWithTheSecret(), 0u);
+        (parameters.*set)(parameters.*member);
+        EXPECT_EQ(parameters.*member, longer) << "set to itself";
+    }
+}
+
 TEST_F(CommunicationsParametersTest, WithoutAProgramDataFolderConstructionFailsWithTheNumber) {
     // The system's result has a sign, and so has its text.
     for (const auto& [error, text] :
